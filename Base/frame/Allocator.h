@@ -1,0 +1,54 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+#include <cstddef>
+#include <limits>
+#include <new>
+
+namespace ZBase {
+class Buffer;
+}
+
+// Declared with `Buffer`: a piece of the buffer, which is never given back on its own.
+ZBASE_API void* operator new(std::size_t size, ZBase::Buffer* buffer);
+
+namespace ZBase {
+
+/// Standard allocator of the strings and containers in exported signatures. Without a `Buffer` it allocates
+/// from the heap; with one it allocates pieces of the buffer and never frees, since a buffer gives back
+/// memory only as a whole. Throws `std::bad_array_new_length` for a count whose bytes do not fit in a
+/// `size_t`, and whatever the heap or `Buffer::Allocate` throws.
+template <class T>
+class Allocator {
+public:
+    using value_type = T;
+
+    Allocator() noexcept = default;
+    explicit Allocator(Buffer* buffer) noexcept : mpBuffer(buffer) {}
+    template <class U>
+    Allocator(const Allocator<U>& other) noexcept : mpBuffer(other.GetBuffer()) {}
+
+    [[nodiscard]] T* allocate(std::size_t count) {
+        static_assert(alignof(T) <= 8, "a piece of a buffer is aligned to 8 bytes");
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+        const std::size_t size = count * sizeof(T);
+        return static_cast<T*>(mpBuffer == nullptr ? ::operator new(size) : ::operator new(size, mpBuffer));
+    }
+
+    void deallocate(T* memory, std::size_t) noexcept {
+        if (mpBuffer == nullptr) ::operator delete(memory);
+    }
+
+    Buffer* GetBuffer() const noexcept { return mpBuffer; }
+
+    template <class U>
+    bool operator==(const Allocator<U>& other) const noexcept {
+        return mpBuffer == other.GetBuffer();
+    }
+
+private:
+    Buffer* mpBuffer = nullptr;  // held, not owned; null for the heap
+};
+
+}  // namespace ZBase

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnWString.h>
+
+#include <cstdint>
+
+namespace ZBase {
+
+// The environment of the process. Names and values are wide text and pass the system as UTF-8, bad units
+// replaced. As the C library's own, these must not run beside a writer of the environment.
+
+/// The value, or a null string if the variable is not set.
+ZBASE_API ReturnWString GetEnvironmentVariableOrNULL(const unsigned short* name);
+
+/// The value; empty if the variable is not set or `name` is null.
+ZBASE_API ReturnWString ReadEnvironmentVariable(const unsigned short* name);
+
+/// Sets a variable; an empty or null value removes it. A null name does nothing, a failure is not told.
+ZBASE_API void SetEnvironmentVariable(const unsigned short* name, const unsigned short* value);
+
+/// The decimal number that the value begins with, or `defaultValue` if the variable is not set, begins with
+/// no number or goes beyond 64 bits. Never throws.
+ZBASE_API std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue);
+
+}  // namespace ZBase

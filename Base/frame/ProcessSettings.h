@@ -1,0 +1,23 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnString.h>
+
+#include <cstddef>
+
+namespace ZBase {
+
+/// A copy of the path that was set; empty, never null, when none was. Must not run beside `SetContainerPath`.
+ZBASE_API ReturnString GetContainerPath();
+
+/// `path` must not be null; an empty one empties the path.
+ZBASE_API void SetContainerPath(const char* path);
+
+/// The locale that the process moved to when the library was loaded; empty if the system refused. Good for
+/// the life of the library.
+ZBASE_API const char* GetProcessLocale();
+
+/// Stores the system's page size in bytes. Always true.
+ZBASE_API bool GetSymPageSize(std::size_t* pageSize);
+
+}  // namespace ZBase

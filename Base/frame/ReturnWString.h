@@ -1,0 +1,45 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+#include <cstddef>
+
+namespace ZBase {
+
+/// Wide text that a function of the library returns: one pointer to a block that the library allocates and
+/// frees, so that it may cross between modules with heaps of their own. The pointer may be null.
+/// Its units are 16 bits wide; supplementary characters are surrogate pairs.
+class ZBASE_API ReturnWString {
+public:
+    /// A copy of `text`; null gives a null string. Throws `std::bad_alloc` when there is no memory for it.
+    ReturnWString(const unsigned short* text);
+
+    /// A block of `length` units and a terminator. With `length` 0 the text is empty and `text` not looked
+    /// at. A null `text` leaves the block all zero, to be written into through `c_str`. Otherwise at most
+    /// `length` units are copied, up to a terminator in `text`, and the rest is zero; the text is also cut at
+    /// the position that the low 32 bits of `length` give as a signed number, where that lies inside the
+    /// block. Throws `std::bad_alloc`, for a block beyond the largest `size_t` as
+    /// `std::bad_array_new_length`.
+    ReturnWString(std::size_t length, const unsigned short* text);
+
+    /// Takes the block over: `other` is null afterwards, although it is `const`.
+    ReturnWString(const ReturnWString& other);
+
+    ReturnWString& operator=(const ReturnWString&) = delete;
+    ~ReturnWString();
+
+    /// The text as it is held: null for a null string.
+    const unsigned short* c_str() const { return mpText; }
+
+    /// Units before the terminator; 0 for a null string.
+    std::size_t GetLength() const;
+
+    /// Exchanges the held pointer with the caller's: the way to take a block out, or to put one in that came
+    /// out of another `ReturnWString`.
+    void Swap(unsigned short*& other);
+
+private:
+    mutable unsigned short* mpText;  // owned
+};
+
+}  // namespace ZBase

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <new>
+
+namespace ZBase::detail {
+
+// The blocks of the result strings: terminated arrays of `Ch` from the global heap.
+
+template <class Ch>
+std::size_t TextLength(const Ch* text) {
+    std::size_t length = 0;
+    while (text[length] != 0) ++length;
+    return length;
+}
+
+template <class Ch>
+Ch* AllocateTextBlock(std::size_t length) {
+    if (length >= std::numeric_limits<std::size_t>::max() / sizeof(Ch)) throw std::bad_array_new_length();
+    return static_cast<Ch*>(::operator new((length + 1) * sizeof(Ch)));
+}
+
+template <class Ch>
+Ch* CopyText(const Ch* text) {
+    if (text == nullptr) return nullptr;
+    const std::size_t length = TextLength(text);
+    Ch* block = AllocateTextBlock<Ch>(length);
+    for (std::size_t i = 0; i <= length; ++i) block[i] = text[i];
+    return block;
+}
+
+template <class Ch>
+Ch* MakeText(std::size_t length, const Ch* text) {
+    Ch* block = AllocateTextBlock<Ch>(length);
+    std::size_t used = 0;
+    if (length != 0 && text != nullptr) {
+        for (; used != length && text[used] != 0; ++used) block[used] = text[used];
+        // Meant: the last terminator goes where the low 32 bits of the length say, so a text of 4 GiB and
+        // more is cut. A negative position lies outside of the block, and there nothing is written.
+        const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(length));
+        if (position >= 0 && static_cast<std::size_t>(position) < used) {
+            block[position] = 0;
+        }
+    }
+    for (; used <= length; ++used) block[used] = 0;
+    return block;
+}
+
+template <class Ch>
+void FreeText(Ch*& block) {
+    if (block == nullptr) return;
+    block[0] = 0;
+    ::operator delete(block);
+    block = nullptr;
+}
+
+}  // namespace ZBase::detail

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace ZBase {
+
+/// The steps on the path from the root of a message tree to one message.
+struct CursorOffset {
+    unsigned short lower_level_offset = 0;
+    unsigned short same_level_offset = 0;
+};
+
+}  // namespace ZBase

@@ -1,0 +1,213 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnString.h>
+#include <Base/messages/MessageDomains.h>
+
+namespace ZBase {
+
+/// An error or a piece of information: a domain and an id, a template text with its parameters, texts in
+/// several languages, a wide text, and further messages nested inside.
+///
+/// A message is one flat run of tagged records in a block of 100 bytes, with all that it holds inline; when
+/// the block is full it goes on in a chain of heap blocks. What fits in the block is built, copied, swapped
+/// and thrown without the heap. A message may stand at any address and belongs to one thread at a time.
+///
+/// Additions never throw for want of memory: what can't be stored is lost and the message stays well-formed.
+/// Texts are copied in; a pointer that is handed out is good until the message changes.
+class ZBASE_API Message {
+public:
+    /// The smallest memory in bytes that a message can be built in.
+    static const unsigned int MIN_SIZE = 16;
+
+    class PlacementPtr;
+    class PlacementArrayPtr;
+    class Localizer;
+
+    /// An empty message.
+    Message();
+
+    /// A message with this domain, id and, unless it is null, UTF-8 template text. "%1" to "%9" in the
+    /// template stand for the parameters.
+    Message(unsigned short domain, int id, const char* textTemplate);
+
+    Message(const Message& other);
+
+    /// Leaves an empty message when it is assigned to itself: it is cleared first, and that is meant.
+    Message& operator=(const Message& other);
+
+    ~Message();
+
+    /// Drops all content and gives the heap blocks back.
+    void Clear();
+
+    /// True when there is nothing in the message.
+    bool IsEmpty() const;
+
+    /// Exchanges the contents. Allocates nothing between messages of one size; otherwise one heap block, and
+    /// false, with both unchanged, when there is no memory for it.
+    bool Swap(Message& other);
+
+    // Identity
+
+    /// The domain and the id; 0 when none was set.
+    unsigned short GetDomain() const;
+    int GetID() const;
+    unsigned int GetErrorCode() const;
+    void SetDomainAndID(unsigned short domain, int id);
+
+    // Template and parameters
+
+    /// The UTF-8 template, or null.
+    const char* GetTemplate() const;
+
+    /// Replaces the template; null removes it.
+    void SetTemplate(const char* textTemplate);
+
+    /// The UTF-8 text of parameter `index`, counted from 0; null past the end.
+    const char* GetParameter(unsigned int index) const;
+
+    /// Appends a parameter. A null text counts as an empty one. When there is no memory for a text, an empty
+    /// parameter stands in for it, so that later ones keep their numbers; the call goes on until that one has
+    /// a place.
+    Message& operator<<(const char* text);
+
+    /// Appends wide text as UTF-8, bad units replaced. Throws `StringConversionException` for a surrogate
+    /// that has no partner, and `std::bad_alloc`, before the message is touched.
+    Message& operator<<(const unsigned short* text);
+
+    /// Appends "true" or "false".
+    Message& operator<<(bool value);
+
+    /// Appends the low 32 bits of a number, in the number format of the message. Throws `std::bad_alloc`
+    /// before the message is touched.
+    Message& operator<<(int value);
+    Message& operator<<(unsigned int value);
+    Message& operator<<(long value);
+    Message& operator<<(unsigned long value);
+
+    /// Calls the manipulator on this message: `message << Message::Hex << 255`.
+    Message& operator<<(void (*manipulator)(Message&));
+
+    /// Set how further numbers are written: decimal; "0x" and as many upper-case hexadecimal digits as it
+    /// takes, at least 8, at least 16. The format stays with the message and its copies. Nothing happens on a
+    /// message that has neither domain nor id.
+    static void Dec(Message& message);
+    static void Hex(Message& message);
+    static void WideHex(Message& message);
+    static void WideWideHex(Message& message);
+
+    // Texts
+
+    /// The stored UTF-8 text for a Windows language id, or null.
+    const char* GetLocalizedText(unsigned short language) const;
+
+    /// Stores a UTF-8 text for a language in place of the one there; null removes it.
+    void SetLocalizedText(unsigned short language, const char* text);
+
+    /// Stores a wide text, and its UTF-8 twin as the text of language 0; null removes both. Throws
+    /// `StringConversionException` for a surrogate that has no partner, and `std::bad_alloc`, before the
+    /// message is touched.
+    void SetMessage(const unsigned short* text);
+
+    /// The wide text that was set, or else the text of the whole tree in language 0x409, which is then kept
+    /// in the message and not made anew when the message changes. Null when there is no room to keep it. For
+    /// a message that is not nested in another. Throws `std::bad_alloc`.
+    const unsigned short* GetMessage() const;
+
+    /// The text of this message without those nested in it: the one stored for `language`, otherwise what
+    /// `localizer` gives, which may be a null string.
+    ReturnString Localize(Localizer& localizer, unsigned short language) const;
+
+    // Nesting
+
+    /// Makes the content a lower-level message, the cause, of a new message with this domain, id and
+    /// template. On an empty message only the new one is made.
+    Message& WrapBy(unsigned short domain, int id, const char* textTemplate);
+
+    /// The same, with the content following the new message on its own level.
+    Message& PrependBy(unsigned short domain, int id, const char* textTemplate);
+
+    /// Puts `other` and what follows it on its level in front of this message. `other` must not be this
+    /// message or one nested in it.
+    Message& PrependBy(const Message& other);
+
+    /// The message that this one wraps, or that follows it on its level; null if there is none. Good until
+    /// this message changes.
+    const Message* GetLowerLevelMessageOrNULL() const;
+    const Message* GetSameLevelMessageOrNULL() const;
+
+private:
+    // `size` is the number of bytes of the memory that `this` stands in.
+    explicit Message(unsigned int size);
+    Message(unsigned int size, const Message& other);
+    Message(unsigned int size, unsigned short domain, int id, const char* textTemplate);
+
+    void SetNumberFormat(unsigned char radix, unsigned char width);
+    void GetNumberFormatW(unsigned char& radix, unsigned char& width) const;
+
+    unsigned char mBlock[100];
+};
+
+static_assert(sizeof(Message) == 100);
+static_assert(alignof(Message) == 1);
+
+/// Makes the text of one message late, for one language.
+class ZBASE_API Message::Localizer {
+public:
+    virtual ~Localizer() = default;
+
+    /// The UTF-8 text for `language`, or a null string. `textTemplate` is null if the message has none;
+    /// `parameters` ends with a null pointer.
+    virtual ReturnString LocalizeText(unsigned short language, unsigned short domain, int id,
+                                      const char* textTemplate, const char* const* parameters) = 0;
+};
+
+/// A message in memory that the caller supplies and keeps: its heap blocks go with the holder, the memory
+/// does not.
+class ZBASE_API Message::PlacementPtr {
+public:
+    /// Null when `memory` is null or `size`, in bytes, is below `Message::MIN_SIZE`.
+    PlacementPtr(void* memory, unsigned int size);
+    PlacementPtr(void* memory, unsigned int size, const Message& other);
+    PlacementPtr(void* memory, unsigned int size, unsigned short domain, int id, const char* textTemplate);
+    ~PlacementPtr();
+
+    PlacementPtr(const PlacementPtr&) = delete;
+    PlacementPtr& operator=(const PlacementPtr&) = delete;
+
+    Message* operator->() const { return mpMessage; }
+    Message* Get() const { return mpMessage; }
+    Message& operator*() const { return *mpMessage; }
+    bool IsNull() const { return mpMessage == nullptr; }
+
+private:
+    Message* mpMessage = nullptr;  // in the caller's memory
+};
+
+/// Messages back to back in memory that the caller supplies and keeps.
+class ZBASE_API Message::PlacementArrayPtr {
+public:
+    /// As many messages of `elementSize` bytes as fit in `totalSize`. Null when `memory` is null,
+    /// `elementSize` is below `Message::MIN_SIZE`, or not smaller than `totalSize`: memory for exactly one is
+    /// refused, and that is meant.
+    PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize);
+    PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize, const Message& other);
+    PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize, unsigned short domain,
+                      int id, const char* textTemplate);
+    ~PlacementArrayPtr();
+
+    PlacementArrayPtr(const PlacementArrayPtr&) = delete;
+    PlacementArrayPtr& operator=(const PlacementArrayPtr&) = delete;
+
+    /// Message number `index`; the index is not checked.
+    Message& operator[](unsigned int index);
+    bool IsNull() const { return mpFirst == nullptr; }
+
+private:
+    Message* mpFirst = nullptr;  // in the caller's memory
+    unsigned int mTotalSize;     // bytes
+    unsigned int mElementSize;   // bytes
+};
+
+}  // namespace ZBase

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnString.h>
+#include <Base/messages/Message.h>
+
+namespace ZBase {
+
+// A message tree as one text. The texts follow each other depth first with nothing between them but one tab
+// for each lower-level step on the way; "Unknown." stands for a message without text. Throw `std::bad_alloc`.
+
+/// The whole tree, by `SimpleMessageLocalizer`.
+ZBASE_API ReturnString FormatMessage(const Message& message, unsigned short language);
+
+/// The whole tree, by `localizer`. The walk takes each nested message out of `message` and packs it in again.
+ZBASE_API ReturnString FormatMessage(Message& message, unsigned short language,
+                                     Message::Localizer& localizer);
+
+/// `message` and the chain of lower-level messages under it, by `localizer`; each text is also stored in
+/// `localized`, in a tree of the same shape. Leaves out every same-level message, and that is meant.
+ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized, unsigned short language,
+                                     Message::Localizer& localizer);
+
+/// The template with each of "%1" to "%9" replaced by that parameter, and "%%" by "%". Placeholders without a
+/// parameter stay; parameters that no placeholder names follow in square brackets, the tenth and later ones
+/// always. `parameters` ends with a null pointer.
+ZBASE_API ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]);
+
+}  // namespace ZBase

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnWString.h>
+
+#include <string>
+
+namespace ZBase {
+
+// Text forms of characters and bytes. Throw `std::bad_alloc`.
+
+/// Four upper-case hexadecimal digits.
+ZBASE_API ReturnWString WideChar2String(unsigned short unit);
+
+/// Two upper-case hexadecimal digits for each of `length` bytes; empty for a `length` of 0 or less.
+ZBASE_API ReturnWString Binary2String(const void* data, int length);
+
+/// Bytes 0x20 to 0x7E as they are, each other byte as a backslash and three octal digits. A backslash is not
+/// doubled, so the form can't be read back without doubt. Empty for a `length` of 0 or less.
+ZBASE_API ReturnWString Binary2OctString(const void* data, int length);
+
+/// Two upper-case hexadecimal digits.
+ZBASE_API std::string Char2Hex(char octet);
+
+/// Percent-encodes every byte but letters, digits, "~", "-", "_" and "." (RFC 3986, unreserved characters).
+ZBASE_API std::string UrlEncode(const std::string& text);
+
+}  // namespace ZBase

@@ -1,0 +1,89 @@
+#include "tests/support/Allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+std::atomic<std::size_t> gLiveBlocks{0};
+thread_local std::size_t tCount = 0;
+thread_local std::size_t tFailAt = kNone;
+thread_local bool tFailed = false;
+
+void* Allocate(std::size_t size) {
+    if (tCount++ == tFailAt) {
+        tFailed = true;
+        return nullptr;
+    }
+    void* block = std::malloc(size == 0 ? 1 : size);
+    if (block != nullptr) gLiveBlocks.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+void Free(void* block) {
+    if (block == nullptr) return;
+    gLiveBlocks.fetch_sub(1, std::memory_order_relaxed);
+    std::free(block);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    if (void* block = Allocate(size)) return block;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Allocate(size);
+}
+void operator delete(void* block) noexcept {
+    Free(block);
+}
+void operator delete[](void* block) noexcept {
+    Free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    Free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    Free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+    Free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    Free(block);
+}
+
+namespace test {
+
+std::size_t LiveBlocks() {
+    return gLiveBlocks.load(std::memory_order_relaxed);
+}
+
+std::size_t AllocationCount() {
+    return tCount;
+}
+
+FailingAllocation::FailingAllocation(std::size_t index) {
+    tFailed = false;
+    tFailAt = tCount + index;
+}
+
+FailingAllocation::~FailingAllocation() {
+    tFailAt = kNone;
+}
+
+bool FailingAllocation::HasFailed() const {
+    return tFailed;
+}
+
+}  // namespace test

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+
+namespace test {
+
+/// Blocks of the global heap that are live in this process, got through `operator new`.
+std::size_t LiveBlocks();
+
+/// Calls of `operator new` on this thread so far.
+std::size_t AllocationCount();
+
+/// While it lives, one allocation of this thread fails: number `index` from now on, counted from 0.
+class FailingAllocation {
+public:
+    explicit FailingAllocation(std::size_t index);
+    ~FailingAllocation();
+    FailingAllocation(const FailingAllocation&) = delete;
+    FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+    /// Whether the allocation was asked for, and failed.
+    bool HasFailed() const;
+};
+
+/// Calls `operation()` with its first allocation failing, then with its second, and so on until it runs
+/// through with none. Gives the number of calls in which one failed.
+template <class Operation>
+std::size_t ForEachFailingAllocation(Operation operation) {
+    for (std::size_t index = 0;; ++index) {
+        FailingAllocation failing(index);
+        operation();
+        if (!failing.HasFailed()) return index;
+    }
+}
+
+}  // namespace test
