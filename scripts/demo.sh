@@ -1,0 +1,7 @@
+#!/bin/sh
+# demo.sh [FILE]: installs what is missing, builds the library and its command, and follows a file through it.
+set -eu
+cd "$(dirname "$0")/.."
+scripts/setup.sh build
+scripts/build.sh zbase
+exec build/release/tools/zbase/zbase road "${1:-README.md}"

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+// The commands of zbase. Each gives the exit status: 0, or 1 when what it was asked about is bad. What can't
+// be read or written leaves as `Failure`.
+
+struct TextRequest {
+    std::string file;
+    std::string from = "utf8";
+    std::string to;  // empty: report only
+    std::string output;
+    bool replace = false;
+};
+
+int RunRoad(const std::string& file);
+int RunError(const std::string& code);
+int RunText(const TextRequest& request);

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <Base/ZBase.h>
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+/// Ends a command with one line on the error stream and exit status 1.
+class Failure : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// What `Failure` says of a system call on a file: "NAME: reason".
+Failure FileFailure(const std::string& file, int errorNumber);
+
+/// Writes to the standard output. Throws `Failure` when nobody takes it any more.
+void Print(std::string_view text);
+
+/// Throws `Failure` when something that was printed could not be written.
+void FinishOutput();
+
+/// `text` in an ANSI style such as "1" (bold) or "31" (red), if the standard output is a terminal.
+std::string Styled(std::string_view text, const char* style);
+
+/// A file as it is; "-" is the standard input. Throws `Failure`.
+std::string ReadFile(const std::string& file);
+
+/// UTF-8 of a wide text, whatever is in it; for people.
+std::string Narrow(const unsigned short* text);
+
+std::string Hex(unsigned int value, std::size_t digits);

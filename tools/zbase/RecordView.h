@@ -1,0 +1,10 @@
+#pragma once
+
+#include <Base/ZBase.h>
+
+/// A message for people: one line for each message of its tree, indented by level.
+void PrintTree(const ZBase::Message& message);
+
+/// The bytes of a message, record by record: the offset in its block, the length, the kind and what is in it.
+/// Nested messages are indented.
+void PrintRecords(const ZBase::Message& message);

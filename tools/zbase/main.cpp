@@ -1,0 +1,75 @@
+#include "Commands.h"
+#include "Console.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+
+namespace {
+
+constexpr int kUsage = 2;
+
+int Complain(const std::string& what, int status) {
+    std::fprintf(stderr, "zbase: %s\n", what.c_str());
+    return status;
+}
+
+int Run(int argc, char** argv) {
+    CLI::App app("The companion of the ZBase library.", "zbase");
+    app.require_subcommand(1);
+
+    std::string roadFile = "/etc/os-release";
+    CLI::App* road =
+        app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
+    road->add_option("FILE", roadFile, "A text to read")->capture_default_str();
+
+    std::string code;
+    CLI::App* error = app.add_subcommand("error", "Tell what a number means in each domain of errors");
+    error->add_option("CODE", code, "Decimal, or hexadecimal behind 0x")->required();
+
+    TextRequest request;
+    const auto encodings = CLI::IsMember({"utf8", "utf16le", "ascii", "locale"});
+    CLI::App* text = app.add_subcommand("text", "Tell whether a file is UTF-8, and convert it");
+    text->add_option("FILE", request.file, "The file; - is the standard input")->required();
+    text->add_option("--from", request.from, "Its encoding: utf8, utf16le, ascii or locale")
+        ->check(encodings)
+        ->capture_default_str();
+    text->add_option("--to", request.to, "Convert to utf8, utf16le, ascii or locale")->check(encodings);
+    text->add_option("-o,--output", request.output, "Write there, not to the standard output");
+    text->add_flag("--replace", request.replace, "Replace what can't be converted instead of stopping");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        Print(app.help());
+        FinishOutput();
+        return 0;
+    } catch (const CLI::ParseError& wrong) {
+        return Complain(std::string(wrong.what()) + "; see zbase --help", kUsage);
+    }
+
+    int status = 0;
+    if (*road) status = RunRoad(roadFile);
+    if (*error) status = RunError(code);
+    if (*text) status = RunText(request);
+    FinishOutput();
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return Run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        return Complain("out of memory", 1);
+    } catch (const std::exception& failure) {
+        return Complain(failure.what(), 1);
+    } catch (const ZBase::Message& message) {
+        return Complain(ZBase::FormatMessage(message, 0).c_str(), 1);
+    }
+}
