@@ -1,0 +1,131 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include "tests/support/Allocations.h"
+
+namespace {
+
+using namespace ZBase::Literals;
+
+/// A buffer with its pieces in the open.
+class RecordingBuffer final : public ZBase::Buffer {
+public:
+    ~RecordingBuffer() override {
+        for (void* piece : pieces) std::free(piece);
+    }
+    void Delete() override {}
+    bool EnsureAvailable(std::size_t) override { return true; }
+    void* Allocate(std::size_t size) override {
+        if (refuse) throw std::bad_alloc();
+        pieces.push_back(std::malloc(size));
+        sizes.push_back(size);
+        return pieces.back();
+    }
+    std::size_t GetTotalKB() override { return 0; }
+    std::size_t GetUsedKB() override { return 0; }
+    std::size_t GetTotalBytes() override { return 0; }
+    std::size_t GetUsedBytes() override { return 0; }
+    void Lock() override {}
+    void SetLimit(std::int64_t) override {}
+    void AddCleanup(void (*)(void*), void*) override {}
+    void DetachFromGovernors() override {}
+    bool IsDetachedFromGovernors() override { return false; }
+
+    std::vector<void*> pieces;
+    std::vector<std::size_t> sizes;
+    bool refuse = false;
+};
+
+using Units = ZBase::Allocator<unsigned short>;
+
+TEST(Allocator, IsOneBufferPointerAndNullByDefault) {
+    EXPECT_EQ(sizeof(Units), sizeof(void*));
+    EXPECT_EQ(Units().GetBuffer(), nullptr);
+}
+
+TEST(Allocator, WithoutABufferUsesTheHeapAndFrees) {
+    const std::size_t before = test::LiveBlocks();
+    {
+        const ZBase::WideString text(1000, 'x');
+        EXPECT_GT(test::LiveBlocks(), before);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TEST(Allocator, StringInABufferNeverGivesItsOldBlockBack) {
+    RecordingBuffer buffer;
+    buffer.pieces.reserve(100);
+    buffer.sizes.reserve(100);
+    const std::size_t before = test::LiveBlocks();
+    {
+        ZBase::WideString text{Units(&buffer)};
+        for (int i = 0; i != 100; ++i) text.push_back('x');
+        EXPECT_GE(buffer.pieces.size(), 2u);
+        EXPECT_EQ(text.size(), 100u);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before);
+    for (std::size_t i = 0; i != buffer.pieces.size(); ++i) {
+        static_cast<char*>(buffer.pieces[i])[buffer.sizes[i] - 1] = 1;  // still ours to write
+    }
+}
+
+TEST(Allocator, FailureOfTheBufferPasses) {
+    RecordingBuffer buffer;
+    buffer.refuse = true;
+    EXPECT_THROW((void)Units(&buffer).allocate(10), std::bad_alloc);
+}
+
+TEST(Allocator, CountWhoseBytesDoNotFitIsABadArrayLength) {
+    constexpr std::size_t limit = std::numeric_limits<std::size_t>::max() / sizeof(unsigned short);
+    EXPECT_THROW((void)Units().allocate(limit + 1), std::bad_array_new_length);
+    EXPECT_THROW((void)Units().allocate(limit), std::bad_alloc);
+    EXPECT_THROW((void)Units().allocate(std::numeric_limits<std::size_t>::max()), std::bad_array_new_length);
+}
+
+TEST(Allocator, EqualIfOneCanFreeWhatTheOtherGave) {
+    RecordingBuffer a;
+    RecordingBuffer b;
+    EXPECT_TRUE(Units() == Units());
+    EXPECT_TRUE(Units(&a) == Units(&a));
+    EXPECT_FALSE(Units(&a) == Units(&b));
+    EXPECT_FALSE(Units(&a) == Units());
+    EXPECT_EQ(ZBase::Allocator<int>(Units(&a)).GetBuffer(), &a);
+}
+
+TEST(WideLiteral, IsUtf16OfAnyKindOfCharacter) {
+    const ZBase::WideString text = "a\u00E9\u20AC\U0001F600"_w;
+    EXPECT_EQ(text, (ZBase::WideString{0x61, 0xE9, 0x20AC, 0xD83D, 0xDE00}));
+    EXPECT_EQ(ZBase::WideString(u"a\u00E9\u20AC\U0001F600"_w), text);
+    EXPECT_TRUE(ZBase::WideString(""_w).empty());
+}
+
+TEST(WideLiteral, KeepsZerosInsideItAndEndsWithOne) {
+    const unsigned short* text = "a\0b"_w;
+    EXPECT_EQ(text[1], 0);
+    EXPECT_EQ(text[2], 'b');
+    EXPECT_EQ(text[3], 0);
+}
+
+TEST(PlacementNew, TakesAPieceAndDeleteGivesNothingBack) {
+    struct Throws {
+        Throws() { throw std::runtime_error("no"); }
+        long long payload[4];
+    };
+    RecordingBuffer buffer;
+    const int* number = new (&buffer) int(42);
+    EXPECT_EQ(*number, 42);
+    EXPECT_EQ(number, buffer.pieces.at(0));
+    EXPECT_THROW(new (&buffer) Throws, std::runtime_error);
+    EXPECT_EQ(buffer.sizes.at(1), sizeof(Throws));
+    const char* bytes = new (&buffer) char[3];
+    EXPECT_EQ(bytes, buffer.pieces.at(2));
+}
+
+}  // namespace

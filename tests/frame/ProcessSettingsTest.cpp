@@ -1,0 +1,62 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <chrono>
+#include <clocale>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace {
+
+TEST(ContainerPath, IsEmptyAndNotNullUntilItIsSet) {
+    const ZBase::ReturnString path = ZBase::GetContainerPath();
+    ASSERT_NE(path.c_str(), nullptr);
+    EXPECT_STREQ(path.c_str(), "");
+}
+
+TEST(ContainerPath, IsCopiedInAndOut) {
+    std::string text = "/opt/server/" + std::string(1000, 'x');
+    ZBase::SetContainerPath(text.c_str());
+    const std::string expected = text;
+    text[0] = '?';
+    EXPECT_EQ(ZBase::GetContainerPath().c_str(), expected);
+    EXPECT_NE(ZBase::GetContainerPath().c_str(), ZBase::GetContainerPath().c_str());
+    ZBase::SetContainerPath("");
+    EXPECT_STREQ(ZBase::GetContainerPath().c_str(), "");
+}
+
+TEST(ProcessLocale, IsWhatTheProcessIsIn) {
+    EXPECT_STREQ(ZBase::GetProcessLocale(), std::setlocale(LC_ALL, nullptr));
+}
+
+TEST(PageSize, IsTheSystemsOwn) {
+    std::size_t size = 0;
+    EXPECT_TRUE(ZBase::GetSymPageSize(&size));
+    EXPECT_EQ(size, static_cast<std::size_t>(getpagesize()));
+}
+
+TEST(Identifiers, AreTheSystemsOwn) {
+    EXPECT_EQ(ZBase::GetCurrentProcessID(), static_cast<unsigned int>(getpid()));
+    EXPECT_EQ(ZBase::GetCurrentThreadID(), static_cast<unsigned long>(gettid()));
+    EXPECT_EQ(ZBase::GetCurrentThreadIDNative(), ZBase::GetCurrentThreadID());
+}
+
+TEST(Identifiers, DifferFromThreadToThread) {
+    unsigned long other = 0;
+    std::thread([&other] { other = ZBase::GetCurrentThreadID(); }).join();
+    EXPECT_NE(other, 0u);
+    EXPECT_NE(other, ZBase::GetCurrentThreadID());
+}
+
+TEST(Sleep, LastsAtLeastAsLongAsTold) {
+    const auto start = std::chrono::steady_clock::now();
+    ZBase::Sleep(20);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+    ZBase::Sleep(0);
+    ZBase::YieldToAnotherThread();
+}
+
+}  // namespace
