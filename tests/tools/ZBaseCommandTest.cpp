@@ -1,0 +1,240 @@
+#include <gtest/gtest.h>
+
+#include <iconv.h>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+
+// The zbase command as people and scripts use it.
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ChildResult;
+
+ChildResult ZBase(std::vector<std::string> arguments, const std::string& input = {}) {
+    arguments.insert(arguments.begin(), ZBASE_COMMAND);
+    return test::RunChild(arguments, {"LC_ALL=C.UTF-8"}, input);
+}
+
+std::string ReadAll(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string Iconv(const std::string& text, const char* from, const char* to) {
+    const iconv_t converter = iconv_open(to, from);
+    std::string converted(4 * text.size() + 16, '\0');
+    char* in = const_cast<char*>(text.data());
+    char* out = converted.data();
+    std::size_t inLeft = text.size();
+    std::size_t outLeft = converted.size();
+    const std::size_t result = iconv(converter, &in, &inLeft, &out, &outLeft);
+    iconv_close(converter);
+    if (result == static_cast<std::size_t>(-1)) throw std::runtime_error("iconv refuses the text");
+    converted.resize(converted.size() - outLeft);
+    return converted;
+}
+
+class Scratch : public testing::Test {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/zbase-test-XXXXXX";
+        mFolder = mkdtemp(name);
+    }
+    void TearDown() override { fs::remove_all(mFolder); }
+
+    std::string Write(const std::string& name, const std::string& content) const {
+        std::ofstream(mFolder / name, std::ios::binary) << content;
+        return mFolder / name;
+    }
+
+    fs::path mFolder;
+};
+
+// One line on the error stream, nothing on the standard output.
+void ExpectComplaint(const ChildResult& child, int exitCode, const std::string& what) {
+    EXPECT_EQ(child.exitCode, exitCode);
+    EXPECT_EQ(child.output, "");
+    EXPECT_EQ(child.errors.find('\n'), child.errors.size() - 1) << child.errors;
+    EXPECT_EQ(child.errors.rfind("zbase: ", 0), 0u) << child.errors;
+    EXPECT_NE(child.errors.find(what), std::string::npos) << child.errors;
+}
+
+using TextCommand = Scratch;
+
+TEST_F(TextCommand, TellsThatAFileIsUtf8) {
+    const std::string file = Write("good", "a\u00E9\u20AC\U0001F600\n");
+    const ChildResult child = ZBase({"text", file});
+    EXPECT_EQ(child.output, file + ": UTF-8, 11 octets, 5 characters\n");
+    EXPECT_EQ(child.exitCode, 0);
+}
+
+TEST_F(TextCommand, TellsWhereAndWhyAFileIsNot) {
+    const std::string file = Write("bad", "first\nse\u00E9\U0001F600\xC0\x80 more\n");
+    const ChildResult child = ZBase({"text", file});
+    EXPECT_EQ(
+        child.output,
+        file +
+            ": not UTF-8 at offset 14 of 22 octets (line 2, character 5): ZBase::UTF8ToWideChar: Overlong "
+            "sequence for UNICODE value U+0000.\n");
+    EXPECT_EQ(child.exitCode, 1);
+}
+
+TEST_F(TextCommand, FindsAFlawBehindAnAcceptedOverlongForm) {
+    const std::string file = Write("bad", "\xF0\x8F\xBF\xBD\xFF");
+    EXPECT_NE(ZBase({"text", file}).output.find("at offset 4 of 5 octets (line 1, character 2)"),
+              std::string::npos);
+}
+
+TEST_F(TextCommand, FindsATruncatedEnd) {
+    EXPECT_NE(ZBase({"text", Write("bad", "ab\xE2\x82")}).output.find("at offset 2 of 4"), std::string::npos);
+}
+
+TEST_F(TextCommand, TakesEmptyFilesAndZeros) {
+    EXPECT_EQ(ZBase({"text", Write("empty", "")}).output,
+              (mFolder / "empty").string() + ": UTF-8, 0 octets, 0 characters\n");
+    const std::string file = Write("zeros", std::string("a\0b\0", 4));
+    EXPECT_EQ(ZBase({"text", file}).output, file + ": UTF-8, 4 octets, 4 characters\n");
+    EXPECT_EQ(ZBase({"text", file, "--to", "utf16le"}).output, std::string("a\0\0\0b\0\0\0", 8));
+    EXPECT_EQ(ZBase({"text", file, "--to", "ascii"}).output, std::string("a\0b\0", 4));
+}
+
+TEST_F(TextCommand, ReadsTheStandardInput) {
+    EXPECT_EQ(ZBase({"text", "-"}, "abc").output, "-: UTF-8, 3 octets, 3 characters\n");
+}
+
+TEST_F(TextCommand, ConvertsStrictlyOrWithReplacement) {
+    const std::string file = Write("bad", "a\xFFz");
+    ExpectComplaint(ZBase({"text", file, "--to", "utf16le"}), 1,
+                    "ZBase::UTF8ToWideChar: Invalid octet 0xFF.");
+    EXPECT_EQ(ZBase({"text", file, "--to", "utf8", "--replace"}).output, "a\uFFFDz");
+    EXPECT_EQ(ZBase({"text", Write("wide", "a\u00E9"), "--to", "ascii", "--replace"}).output, "a?");
+    ExpectComplaint(ZBase({"text", Write("wide", "a\u00E9"), "--to", "ascii"}), 1,
+                    "Non-ASCII codepoint U+00E9 at offset 1.");
+    EXPECT_EQ(ZBase({"text", Write("wide", "a\u00E9"), "--to", "locale"}).output, "a\u00E9");
+}
+
+TEST_F(TextCommand, WritesToAFile) {
+    const std::string out = mFolder / "out";
+    EXPECT_EQ(ZBase({"text", Write("in", "a\u20AC"), "--to", "utf16le", "--output", out}).exitCode, 0);
+    EXPECT_EQ(ReadAll(out), std::string("a\0\xAC\x20", 4));
+    ExpectComplaint(ZBase({"text", Write("in", "a"), "--to", "utf8", "--output", mFolder}), 1,
+                    "Is a directory");
+}
+
+TEST_F(TextCommand, RefusesHalfAUnit) {
+    ExpectComplaint(ZBase({"text", Write("odd", "abc"), "--from", "utf16le", "--to", "utf8"}), 1,
+                    "half a UTF-16 unit");
+}
+
+TEST_F(TextCommand, RefusesALoneSurrogate) {
+    ExpectComplaint(ZBase({"text", Write("lone", "\x3D\xD8"), "--from", "utf16le", "--to", "utf8"}), 1,
+                    "U+D83D");
+}
+
+// Every locale of the C library is described in its own script.
+TEST_F(TextCommand, TextsInManyScriptsGoThereAndBack) {
+    std::vector<fs::path> texts = {"/usr/share/games/fortunes/tang300", "/usr/share/games/fortunes/chinese"};
+    int number = 0;
+    for (const auto& entry : fs::directory_iterator("/usr/share/i18n/locales")) {
+        if (++number % 6 == 0) texts.push_back(entry.path());
+    }
+    for (const auto& entry : fs::directory_iterator("/usr/share/games/fortunes/ru")) {
+        if (entry.path().extension().empty()) texts.push_back(entry.path());
+    }
+    ASSERT_GT(texts.size(), 60u);
+    const std::string wide = mFolder / "wide";
+    for (const fs::path& file : texts) {
+        const std::string text = ReadAll(file);
+        ASSERT_FALSE(text.empty()) << file;
+        ASSERT_EQ(ZBase({"text", file, "--to", "utf16le", "-o", wide}).errors, "");
+        EXPECT_TRUE(ReadAll(wide) == Iconv(text, "UTF-8", "UTF-16LE")) << file;
+        EXPECT_TRUE(ZBase({"text", wide, "--from", "utf16le", "--to", "utf8"}).output == text) << file;
+    }
+}
+
+TEST(ErrorCommand, TellsWhatANumberMeansInEachDomain) {
+    const ChildResult child = ZBase({"error", "5"});
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_EQ(child.output,
+              "5  0x00000005\n"
+              "  10   Windows Standard C Library  EIO              Input/output error\n"
+              "  100  Windows API                 -                Access is denied.\n"
+              "  101  Windows Standard Exception  -                -\n");
+}
+
+TEST(ErrorCommand, TakesHexadecimal) {
+    const ChildResult child = ZBase({"error", "0xC0000005"});
+    EXPECT_EQ(child.output.rfind("-1073741819  0xC0000005\n", 0), 0u);
+    EXPECT_NE(child.output.find("EXCEPTION_ACCESS_VIOLATION"), std::string::npos);
+}
+
+TEST(ErrorCommand, OfAnUnknownNumberFails) {
+    EXPECT_EQ(ZBase({"error", "123456789"}).exitCode, 1);
+}
+
+TEST(ErrorCommand, RefusesWhatIsNoNumber) {
+    for (const char* code : {"five", "", "5x", "0x", "4294967296", "-2147483649", "99999999999999999999"}) {
+        ExpectComplaint(ZBase({"error", code}), 1, "is not a number of 32 bits");
+    }
+}
+
+TEST(ZBaseCommand, ComplainsInOneLine) {
+    ExpectComplaint(ZBase({}), 2, "subcommand");
+    ExpectComplaint(ZBase({"nonsense"}), 2, "see zbase --help");
+    ExpectComplaint(ZBase({"text"}), 2, "FILE is required");
+    ExpectComplaint(ZBase({"text", "/dev/null", "--to", "morse"}), 2, "--to");
+    ExpectComplaint(ZBase({"text", "/no/such/file"}), 1, "/no/such/file: No such file or directory");
+    ExpectComplaint(ZBase({"text", "/tmp"}), 1, "/tmp: Is a directory");
+}
+
+TEST(ZBaseCommand, HelpsOnTheStandardOutput) {
+    const ChildResult child = ZBase({"--help"});
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_EQ(child.errors, "");
+    for (const char* command : {"road", "error", "text"}) {
+        EXPECT_NE(child.output.find(command), std::string::npos) << command;
+    }
+}
+
+TEST(ZBaseCommand, ComplainsWhenNobodyReadsItsOutput) {
+    const std::string script =
+        std::string(ZBASE_COMMAND) +
+        " text /usr/share/games/fortunes/chinese --to utf8 | true; exit ${PIPESTATUS[0]}";
+    ExpectComplaint(test::RunChild({"/bin/bash", "-c", script}), 1, "standard output: Broken pipe");
+}
+
+TEST(ZBaseCommand, ComplainsWhenThereIsNoRoomForItsOutput) {
+    const std::string script = std::string(ZBASE_COMMAND) + " error 5 > /dev/full";
+    ExpectComplaint(test::RunChild({"/bin/bash", "-c", script}), 1,
+                    "standard output: No space left on device");
+}
+
+TEST(RoadCommand, ShowsEachFailureAsATreeAndAsBytes) {
+    const std::string file = ZBASE_SOURCE_DIR "/CMakeLists.txt";
+    const ChildResult child = ZBase({"road", file});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.errors, "");
+    for (const char* expected :
+         {"all of it UTF-8.", "No such file or directory (Windows Standard C Library error 2)",
+          "Permission denied (Windows Standard C Library error 13)", "ZBase::UTF8ToWideChar: Invalid",
+          "(Server message 101)", "(Server message 110)", "lower level",
+          "id 101, domain 300, numbers in base 10, width 0"}) {
+        EXPECT_NE(child.output.find(expected), std::string::npos) << expected << "\n" << child.output;
+    }
+    EXPECT_NE(child.output.find("Cannot open " + file + ".missing."), std::string::npos);
+}
+
+TEST(RoadCommand, OfAMissingFileShowsThatToo) {
+    const ChildResult child = ZBase({"road", "/no/such/file"});
+    EXPECT_NE(child.output.find("Cannot open /no/such/file."), std::string::npos);
+}
+
+}  // namespace
