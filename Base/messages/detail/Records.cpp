@@ -1,0 +1,204 @@
+#include <Base/messages/detail/Records.h>
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+namespace ZBase::detail {
+namespace {
+
+constexpr std::size_t kMaxPayloadSize =
+    std::numeric_limits<std::uint32_t>::max() - sizeof(Block) - sizeof(Record);
+
+bool IsOdd(const void* address) {
+    return (reinterpret_cast<std::uintptr_t>(address) & 1u) != 0;
+}
+
+unsigned char* WideTextStart(Record& record) {
+    return record.Payload() + (IsOdd(record.Payload()) ? 1 : 0);
+}
+
+const unsigned char* WideTextStart(const Record& record) {
+    return record.Payload() + (IsOdd(record.Payload()) ? 1 : 0);
+}
+
+Block* NewBlock(std::uint32_t capacity) {
+    void* memory = ::operator new(capacity, std::nothrow);
+    if (memory == nullptr) return nullptr;
+    Block* block = static_cast<Block*>(memory);
+    InitializeBlock(*block, capacity);
+    return block;
+}
+
+Record* UseBlock(Block& block, std::uint32_t size, ETag tag) {
+    auto* record = reinterpret_cast<Record*>(block.Bytes() + (block.capacity - block.free));
+    block.free = block.free - size;
+    record->length = size;
+    record->tag = tag;
+    return record;
+}
+
+void CopyWideText(const Record& source, Record& destination) {
+    const std::size_t maxSize = source.PayloadSize() - WideTextPayloadSize(0);
+    const unsigned char* text = WideTextStart(source);
+    std::size_t size = 0;
+    while (size < maxSize && (text[size] | text[size + 1]) != 0) size += 2;
+    std::memcpy(WideTextStart(destination), text, size);
+    std::memset(WideTextStart(destination) + size, 0, 2);
+}
+
+// Brings the wide text in `block`, whose bytes were moved here from `from`, to even addresses again.
+void ShiftWideText(Block& block, const void* from) {
+    if (IsOdd(&block) == IsOdd(from)) return;
+    const std::uint32_t used = block.capacity - block.free;
+    for (std::uint32_t at = sizeof(Block); at < used;) {
+        Record& record = *reinterpret_cast<Record*>(block.Bytes() + at);
+        at += record.length;
+        if (record.tag != TAG_WIDE_MESSAGE) continue;
+        unsigned char* start = WideTextStart(record);
+        unsigned char* movedStart = start == record.Payload() ? start + 1 : record.Payload();
+        std::memmove(start, movedStart, record.PayloadSize() - 1);
+    }
+}
+
+}  // namespace
+
+Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd) {
+    if (payloadSize > kMaxPayloadSize) return nullptr;
+    const auto size = static_cast<std::uint32_t>(payloadSize + sizeof(Record));
+    Block* block = &first;
+    for (Block* next = block->next; next != nullptr; next = block->next) {
+        if (!atEnd && block->free >= size) return UseBlock(*block, size, tag);
+        block = next;
+    }
+    if (block->free < size) {
+        const auto needed = static_cast<std::uint32_t>(size + sizeof(Block));
+        Block* added = NewBlock(std::max(needed, kStockCapacity));
+        if (added == nullptr) return nullptr;
+        block->next = added;
+        block = added;
+    }
+    return UseBlock(*block, size, tag);
+}
+
+Record* PlaceText(Block& first, const char* text, ETag tag, bool atEnd) {
+    const std::size_t size = std::strlen(text) + 1;
+    Record* record = PlaceRecord(first, size, tag, atEnd);
+    if (record != nullptr) std::memcpy(record->Payload(), text, size);
+    return record;
+}
+
+bool PlaceHeader(Block& first, unsigned short domain, int id) {
+    Record* record = PlaceRecord(first, sizeof(Header), TAG_HEADER, false);
+    if (record == nullptr) return false;
+    Header& header = record->As<Header>();
+    header.id = id;
+    header.domain = domain;
+    header.radix = kDefaultRadix;
+    header.width = kDefaultWidth;
+    return true;
+}
+
+void PlaceHeaderAndTemplate(Block& first, unsigned short domain, int id, const char* textTemplate) {
+    if (PlaceHeader(first, domain, id) && textTemplate != nullptr)
+        PlaceText(first, textTemplate, TAG_TEMPLATE, false);
+}
+
+void FreeBlockChain(Block& first) {
+    for (Block* block = first.next; block != nullptr;) {
+        Block* next = block->next;
+        ::operator delete(block);
+        block = next;
+    }
+}
+
+std::uint64_t SumRecordLengths(const Block& source, TagSet excluded) {
+    std::uint64_t sum = 0;
+    RecordWalker walker(source);
+    while (const Record* record = walker.Next()) {
+        if (!excluded.Contains(record->tag)) sum += record->length;
+    }
+    return sum;
+}
+
+CopyResult CopyRecords(const Block& source, Block& destination, TagSet excluded) {
+    CopyResult result;
+    Block* last = &destination;  // saves walking the whole chain for each record
+    RecordWalker walker(source);
+    while (const Record* record = walker.Next()) {
+        if (excluded.Contains(record->tag)) continue;
+        const auto tag = static_cast<ETag>(record->tag);
+        Record* copy = PlaceRecord(*last, record->PayloadSize(), tag, true);
+        if (copy == nullptr) {
+            result.complete = false;
+            break;
+        }
+        if (tag == TAG_WIDE_MESSAGE) {
+            CopyWideText(*record, *copy);
+        } else {
+            std::memcpy(copy->Payload(), record->Payload(), record->PayloadSize());
+        }
+        if (tag == TAG_LOWER_LEVEL) result.lowerLevel = copy;
+        if (tag == TAG_SAME_LEVEL) result.sameLevel = copy;
+        while (last->next != nullptr) last = last->next;
+    }
+    return result;
+}
+
+Record* NestCopy(const Block& source, Block& parent, ETag tag) {
+    const std::uint64_t total = SumRecordLengths(source, kNotNested);
+    if (total > kMaxPayloadSize) return nullptr;
+    const auto capacity = static_cast<std::size_t>(total) + sizeof(Block);
+    Record* record = PlaceRecord(parent, capacity, tag, false);
+    if (record == nullptr) return nullptr;
+    Block& nested = record->As<Block>();
+    InitializeBlock(nested, static_cast<std::uint32_t>(capacity));
+    CopyRecords(source, nested, kNotNested);
+    return record;
+}
+
+bool SwapContents(Block& one, Block& other) {
+    const std::uint32_t capacity = one.capacity;
+    if (capacity == other.capacity) {
+        if (&one == &other) return true;
+        std::swap_ranges(one.Bytes(), one.Bytes() + capacity, other.Bytes());
+        ShiftWideText(one, &other);
+        ShiftWideText(other, &one);
+        return true;
+    }
+    Block& large = capacity > other.capacity ? one : other;
+    Block& small = capacity > other.capacity ? other : one;
+    const std::uint32_t difference = large.capacity - small.capacity;
+    Block* image = NewBlock(large.capacity);
+    if (image == nullptr) return false;
+    std::memcpy(image->Bytes(), large.Bytes(), large.capacity);
+    ShiftWideText(*image, &large);
+    std::memcpy(large.Bytes(), small.Bytes(), small.capacity);
+    large.capacity = large.capacity + difference;
+    large.free = large.free + difference;
+    ShiftWideText(large, &small);
+    InitializeBlock(small, small.capacity);
+    small.next = image;
+    return true;
+}
+
+bool Holds(const Block& first, const void* address) {
+    const auto place = reinterpret_cast<std::uintptr_t>(address);
+    for (const Block* block = &first; block != nullptr; block = block->next) {
+        const auto start = reinterpret_cast<std::uintptr_t>(block);
+        if (place >= start && place - start < block->capacity) return true;
+    }
+    return false;
+}
+
+const unsigned short* WideText(const Record& record) {
+    return reinterpret_cast<const unsigned short*>(WideTextStart(record));
+}
+
+void WriteWideText(Record& record, const unsigned short* text, std::size_t length) {
+    unsigned char* start = WideTextStart(record);
+    std::memmove(start, text, 2 * length);
+    std::memset(start + 2 * length, 0, 2);
+}
+
+}  // namespace ZBase::detail
