@@ -7,8 +7,7 @@
 namespace ZBase {
 
 // Conversions between wide text and ASCII, and between wide text and the multibyte encoding of the character
-// locale
-// (`LC_CTYPE`). Sources are terminated; a null source gives a null string.
+// locale (`LC_CTYPE`). Sources are terminated; a null source gives a null string.
 //
 // With `replace` false a character that can't be converted throws `StringConversionException`; with `replace`
 // true it becomes "?". Throw `std::bad_alloc` when there is no memory for the result.

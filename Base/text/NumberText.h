@@ -22,7 +22,8 @@ ZBASE_API ReturnString ToHexLowerString(int value);
 ZBASE_API ReturnWString ToHexLowerWString(int value);
 
 // Text to integer. White space in front and one sign are taken, what follows the number is ignored, no number
-// gives 0, and a value beyond the result's range gives its nearest limit. `text` must not be null.
+// gives 0, and a value beyond the result's range gives its nearest limit. White space is that of the "C"
+// locale, in every locale; a null text counts as an empty one.
 
 ZBASE_API int DecimalToInt(const unsigned short* text);
 ZBASE_API int DecimalToInt(const char* text);
@@ -36,9 +37,8 @@ ZBASE_API unsigned int HexToUnsignedInt(const unsigned short* text, bool lenient
 ZBASE_API unsigned int HexToUnsignedInt(const char* text, bool lenient);
 
 /// The value of a decimal number with "." as decimal point in every locale. White space and "+" in front,
-/// then one
-/// "-", digits, a fraction and an exponent are each optional, so "." and "-" are 0. Accumulated digit by
-/// digit in `double`: the result may differ from the nearest `double` in its last bits. Throws
+/// then one "-", digits, a fraction and an exponent are each optional, so "." and "-" are 0. Accumulated
+/// digit by digit in `double`: the result may differ from the nearest `double` in its last bits. Throws
 /// `StringConversionException`, and sets `errno` to `EINVAL`, for an empty text and for anything left over,
 /// white space included.
 ZBASE_API double LocaleNeutralStringToDouble(const unsigned short* text);

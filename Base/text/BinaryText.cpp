@@ -1,0 +1,87 @@
+#include <Base/text/BinaryText.h>
+#include <Base/text/detail/Digits.h>
+#include <Base/text/detail/ResultText.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace ZBase {
+
+namespace {
+
+unsigned short Digit(unsigned int value) {
+    return static_cast<unsigned short>(detail::kUpperDigits[value]);
+}
+
+bool IsPrintable(unsigned char octet) {
+    return octet >= 0x20 && octet <= 0x7E;
+}
+
+// RFC 3986, unreserved characters, in every locale.
+bool IsUnreserved(char octet) {
+    return (octet >= '0' && octet <= '9') || (octet >= 'A' && octet <= 'Z') ||
+           (octet >= 'a' && octet <= 'z') || octet == '~' || octet == '-' || octet == '_' || octet == '.';
+}
+
+std::size_t ByteCount(const void* data, int length) {
+    return data == nullptr || length <= 0 ? 0 : static_cast<std::size_t>(length);
+}
+
+}  // namespace
+
+ReturnWString WideChar2String(unsigned short unit) {
+    const std::string digits = detail::HexDigits(unit, 4);
+    ReturnWString result(digits.size(), nullptr);
+    std::copy(digits.begin(), digits.end(), detail::Writable(result));
+    return result;
+}
+
+ReturnWString Binary2String(const void* data, int length) {
+    const auto* octets = static_cast<const unsigned char*>(data);
+    const std::size_t count = ByteCount(data, length);
+    ReturnWString result(detail::CheckedProduct(count, 2), nullptr);
+    unsigned short* out = detail::Writable(result);
+    for (std::size_t i = 0; i != count; ++i) {
+        *out++ = Digit(octets[i] >> 4u);
+        *out++ = Digit(octets[i] & 0xFu);
+    }
+    return result;
+}
+
+ReturnWString Binary2OctString(const void* data, int length) {
+    const auto* octets = static_cast<const unsigned char*>(data);
+    const std::size_t count = ByteCount(data, length);
+    std::size_t escaped = 0;
+    for (std::size_t i = 0; i != count; ++i) escaped += IsPrintable(octets[i]) ? 0 : 1;
+    ReturnWString result(count + detail::CheckedProduct(escaped, 3), nullptr);
+    unsigned short* out = detail::Writable(result);
+    for (std::size_t i = 0; i != count; ++i) {
+        if (IsPrintable(octets[i])) {
+            *out++ = octets[i];
+        } else {
+            *out++ = '\\';
+            for (int shift = 6; shift >= 0; shift -= 3) *out++ = Digit(octets[i] >> shift & 7u);
+        }
+    }
+    return result;
+}
+
+std::string Char2Hex(char octet) {
+    return detail::HexDigits(static_cast<unsigned char>(octet), 2);
+}
+
+std::string UrlEncode(const std::string& text) {
+    std::string result;
+    result.reserve(text.size());
+    for (const char octet : text) {
+        if (IsUnreserved(octet)) {
+            result += octet;
+        } else {
+            result += '%';
+            result += Char2Hex(octet);
+        }
+    }
+    return result;
+}
+
+}  // namespace ZBase

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace ZBase::detail {
+
+/// Throws `StringConversionException` with domain 0, id -1 and this text.
+[[noreturn]] void ThrowConversionFailure(const unsigned short* text);
+[[noreturn]] void ThrowConversionFailure(const char* text);
+
+/// The same with `value` behind the text, in at least `width` upper-case hexadecimal digits, and a full stop.
+[[noreturn]] void ThrowConversionFailure(const char* text, unsigned int value, int width);
+
+}  // namespace ZBase::detail

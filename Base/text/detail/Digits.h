@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace ZBase::detail {
+
+inline constexpr char kUpperDigits[] = "0123456789ABCDEF";
+inline constexpr char kLowerDigits[] = "0123456789abcdef";
+
+/// `value` in upper-case hexadecimal, with zeros in front up to `width` digits.
+inline std::string HexDigits(unsigned int value, int width) {
+    std::string text;
+    for (int shift = 28; shift >= 0; shift -= 4) {
+        if (shift < 4 * width || value >> shift != 0) text.push_back(kUpperDigits[value >> shift & 0xF]);
+    }
+    return text;
+}
+
+}  // namespace ZBase::detail

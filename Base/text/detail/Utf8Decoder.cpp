@@ -1,0 +1,104 @@
+#include <Base/text/detail/ConversionFailure.h>
+#include <Base/text/detail/UnicodeValues.h>
+#include <Base/text/detail/Utf8Decoder.h>
+
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+namespace ZBase::detail {
+
+namespace {
+
+constexpr std::size_t kBlockOctets = 8;
+
+// Copies whole blocks of ASCII octets. Gives the octets copied.
+std::uint64_t CopyAsciiBlocks(const unsigned char* source, std::uint64_t length,
+                              unsigned short* destination) {
+    std::uint64_t done = 0;
+    for (; length - done >= kBlockOctets; done += kBlockOctets) {
+        unsigned char block[kBlockOctets];
+        std::memcpy(block, source + done, sizeof block);
+        std::uint64_t octets;
+        std::memcpy(&octets, block, sizeof octets);
+        if ((octets & 0x8080808080808080) != 0) break;
+        for (std::size_t i = 0; i != kBlockOctets; ++i) destination[done + i] = block[i];
+    }
+    return done;
+}
+
+// The value of the sequence at `position`, which is moved behind it. A flaw gives U+FFFD or throws; an octet
+// that breaks a sequence off is not part of it.
+unsigned int NextValue(const unsigned char* source, std::uint64_t length, std::uint64_t& position,
+                       bool replace) {
+    const unsigned char lead = source[position++];
+    const unsigned int octets = Utf8SequenceLength(lead);
+    if (octets == 0) {
+        if (replace) return kReplacementValue;
+        ThrowConversionFailure("ZBase::UTF8ToWideChar: Invalid octet 0x", lead, 2);
+    }
+    if (octets == 1) return lead;
+
+    unsigned int value = lead & (0x7Fu >> octets);
+    for (unsigned int i = 1; i != octets; ++i) {
+        if (position == length) {
+            if (replace) return kReplacementValue;
+            ThrowConversionFailure("ZBase::UTF8ToWideChar: Expect more continuation octet data.");
+        }
+        const unsigned char octet = source[position];
+        if ((octet & 0xC0) != 0x80) {
+            if (replace) return kReplacementValue;
+            ThrowConversionFailure("ZBase::UTF8ToWideChar: Invalid continuation octet 0x", octet, 2);
+        }
+        value = value << 6 | (octet & 0x3Fu);
+        ++position;
+    }
+
+    constexpr unsigned int smallest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    // Meant: an overlong form of U+FFFD is U+FFFD.
+    if (value < smallest[octets] && value != kReplacementValue) {
+        if (replace) return kReplacementValue;
+        ThrowConversionFailure("ZBase::UTF8ToWideChar: Overlong sequence for UNICODE value U+", value, 4);
+    }
+    return value;
+}
+
+// Writes a value as one or two units. Gives the position behind them.
+unsigned short* PutUnits(unsigned short* out, unsigned int value, bool replace) {
+    if (value >= 0x10000 && value <= 0x10FFFF) {
+        const unsigned int offset = value - 0x10000;
+        *out++ = static_cast<unsigned short>(0xD800 | offset >> 10);
+        *out++ = static_cast<unsigned short>(0xDC00 | (offset & 0x3FF));
+        return out;
+    }
+    if (IsSurrogate(value)) {
+        if (!replace) ThrowInvalidUnicodeValue(value);
+        value = kReplacementValue;
+    }
+    *out++ = UnicodeValueToWideChar(value, replace);
+    return out;
+}
+
+}  // namespace
+
+unsigned int Utf8SequenceLength(unsigned char octet) {
+    const int ones = std::countl_one(octet);
+    if (ones == 0) return 1;
+    return ones == 1 || ones > 6 ? 0 : static_cast<unsigned int>(ones);
+}
+
+void DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
+                unsigned short* destination) {
+    for (std::uint64_t position = 0; position != length;) {
+        const unsigned int value = NextValue(source, length, position, replace);
+        destination = PutUnits(destination, value, replace);
+        if (value < 0x80) {
+            const std::uint64_t copied = CopyAsciiBlocks(source + position, length - position, destination);
+            position += copied;
+            destination += copied;
+        }
+    }
+    *destination = 0;
+}
+
+}  // namespace ZBase::detail

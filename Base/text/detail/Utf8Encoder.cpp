@@ -1,0 +1,65 @@
+#include <Base/text/detail/ResultText.h>
+#include <Base/text/detail/UnicodeValues.h>
+#include <Base/text/detail/Utf8Encoder.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace ZBase::detail {
+
+namespace {
+
+constexpr std::size_t kBlockUnits = 8;
+
+// Copies whole blocks of ASCII units. Gives the units copied.
+std::size_t CopyAsciiBlocks(const unsigned short* source, std::size_t units, char* destination) {
+    std::size_t done = 0;
+    for (; units - done >= kBlockUnits; done += kBlockUnits) {
+        std::uint16_t block[kBlockUnits];
+        std::memcpy(block, source + done, sizeof block);
+        std::uint64_t halves[2];
+        std::memcpy(halves, block, sizeof halves);
+        if (((halves[0] | halves[1]) & 0xFF80FF80FF80FF80) != 0) break;
+        for (std::size_t i = 0; i != kBlockUnits; ++i) destination[done + i] = static_cast<char>(block[i]);
+    }
+    return done;
+}
+
+}  // namespace
+
+std::size_t CountUnits(const unsigned short* source, std::size_t length) {
+    std::size_t units = 0;
+    while ((length == 0 || units != length) && source[units] != 0) ++units;
+    return units;
+}
+
+std::size_t Utf8Capacity(std::size_t units) {
+    return CheckedProduct(units, 4);
+}
+
+void EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, char* destination) {
+    unsigned int pending = 0;  // a surrogate, or 0
+    for (std::size_t i = 0; i != units;) {
+        const unsigned int value = WideCharToUnicodeValue(source[i], replace);
+        ++i;
+        if (pending != 0) {
+            if (!IsSurrogate(value)) break;
+            destination = PutUtf8(destination, ((pending & 0x3FF) << 10) + 0x10000 + (value & 0x3FF));
+            pending = 0;
+        } else if (IsSurrogate(value)) {
+            pending = value;
+        } else {
+            destination = PutUtf8(destination, value);
+            if (value < 0x80) {
+                const std::size_t copied = CopyAsciiBlocks(source + i, units - i, destination);
+                i += copied;
+                destination += copied;
+            }
+        }
+    }
+    if (pending != 0) ThrowInvalidWideChar(pending);
+    *destination = 0;
+}
+
+}  // namespace ZBase::detail
