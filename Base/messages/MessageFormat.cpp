@@ -1,0 +1,99 @@
+#include <Base/messages/MessageFormat.h>
+
+#include <Base/messages/ConstMessageCursor.h>
+#include <Base/messages/MessageCursor.h>
+#include <Base/messages/SimpleMessageLocalizer.h>
+
+#include <new>
+#include <string>
+
+namespace ZBase {
+
+namespace {
+
+// Brings a cursor home: what a `MessageCursor` holds when an exception ends the walk would be lost.
+class ClimbToRoot {
+public:
+    explicit ClimbToRoot(MessageCursor& cursor) : mCursor(cursor) {}
+    ~ClimbToRoot() {
+        while (mCursor.GoToParent()) {
+        }
+    }
+    ClimbToRoot(const ClimbToRoot&) = delete;
+    ClimbToRoot& operator=(const ClimbToRoot&) = delete;
+
+private:
+    MessageCursor& mCursor;
+};
+
+// A step to a message that is there fails only for want of memory.
+void Demand(bool stepped) {
+    if (!stepped) throw std::bad_alloc();
+}
+
+// Appends the line of the message where the cursor stands; gives its text, which may be a null string.
+template <class Cursor>
+ReturnString AppendMessage(std::string& text, const Cursor& cursor, Message::Localizer& localizer,
+                           unsigned short language) {
+    text.append(cursor.GetCurrentOffset().lower_level_offset, '\t');
+    ReturnString own = cursor.GetCurrentMessage().Localize(localizer, language);
+    text.append(own.c_str() != nullptr ? own.c_str() : "Unknown.");
+    return own;
+}
+
+// Steps to the next message depth first, lower levels before the same level; false, at the root, after the
+// last.
+template <class Cursor>
+bool GoToNext(Cursor& cursor) {
+    if (cursor.LowerLevelMessageIsUnvisited()) {
+        Demand(cursor.GoToLowerLevelMessage(false));
+        return true;
+    }
+    while (!cursor.SameLevelMessageIsUnvisited()) {
+        if (!cursor.GoToParent()) return false;
+    }
+    Demand(cursor.GoToSameLevelMessage(false));
+    return true;
+}
+
+template <class Cursor>
+ReturnString FormatTree(Cursor& cursor, Message::Localizer& localizer, unsigned short language) {
+    std::string text;
+    do {
+        AppendMessage(text, cursor, localizer, language);
+    } while (GoToNext(cursor));
+    return ReturnString(text.c_str());
+}
+
+}  // namespace
+
+ReturnString FormatMessage(const Message& message, unsigned short language) {
+    ConstMessageCursor cursor(message);
+    SimpleMessageLocalizer localizer;
+    return FormatTree(cursor, localizer, language);
+}
+
+ReturnString FormatMessage(Message& message, unsigned short language, Message::Localizer& localizer) {
+    MessageCursor cursor(message);
+    const ClimbToRoot climb(cursor);
+    return FormatTree(cursor, localizer, language);
+}
+
+ReturnString FormatMessage(const Message& message, Message& localized, unsigned short language,
+                           Message::Localizer& localizer) {
+    ConstMessageCursor source(message);
+    MessageCursor destination(localized);
+    const ClimbToRoot climb(destination);
+    std::string text;
+    for (;;) {
+        const ReturnString own = AppendMessage(text, source, localizer, language);
+        if (own.c_str() != nullptr) destination.GetCurrentMessage().SetLocalizedText(language, own.c_str());
+        // Meant: only this link is followed, so same-level messages are in neither text.
+        if (!source.LowerLevelMessageIsUnvisited()) break;
+        Demand(source.GoToLowerLevelMessage(false));
+        Demand(destination.GoToLowerLevelMessage(true));
+    }
+    return ReturnString(text.c_str());
+}
+
+}  // namespace ZBase

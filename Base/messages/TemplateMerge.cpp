@@ -1,0 +1,104 @@
+#include <Base/messages/MessageFormat.h>
+
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace ZBase {
+
+// The text is made twice by one function: first into a sink that only measures, then into a block of exactly
+// that size, so there is one allocation and the two can't disagree.
+
+namespace {
+
+constexpr std::size_t kAddressable = 9;  // "%1" to "%9"
+
+class Measure {
+public:
+    void Append(const char*, std::size_t length) {
+        if (length > std::numeric_limits<std::size_t>::max() - mTotal) throw std::bad_array_new_length();
+        mTotal += length;
+    }
+    std::size_t Total() const { return mTotal; }
+
+private:
+    std::size_t mTotal = 0;
+};
+
+class Writer {
+public:
+    explicit Writer(char* destination) : mpEnd(destination) {}
+    void Append(const char* text, std::size_t length) {
+        std::memcpy(mpEnd, text, length);
+        mpEnd += length;
+    }
+
+private:
+    char* mpEnd;
+};
+
+struct Parameters {
+    explicit Parameters(const char* const all[]) {
+        if (all == nullptr) return;
+        for (; count != kAddressable && all[count] != nullptr; ++count) {
+            text[count] = all[count];
+            length[count] = std::strlen(all[count]);
+        }
+        if (count == kAddressable) further = all + kAddressable;
+    }
+
+    const char* text[kAddressable];
+    std::size_t length[kAddressable];
+    std::size_t count = 0;
+    const char* const* further =
+        nullptr;  // from the tenth on, ended by a null pointer; null if fewer than nine
+};
+
+template <class Sink>
+void AppendInBrackets(const char* text, std::size_t length, Sink& sink) {
+    sink.Append("[", 1);
+    sink.Append(text, length);
+    sink.Append("]", 1);
+}
+
+template <class Sink>
+void Merge(const char* text, const Parameters& parameters, Sink& sink) {
+    bool used[kAddressable] = {};
+    const char* percent = std::strchr(text, '%');
+    for (; percent != nullptr && percent[1] != 0; percent = std::strchr(text, '%')) {
+        sink.Append(text, static_cast<std::size_t>(percent - text));
+        const auto index = static_cast<std::size_t>(static_cast<unsigned char>(percent[1])) - '1';
+        if (index < parameters.count) {
+            sink.Append(parameters.text[index], parameters.length[index]);
+            used[index] = true;
+        } else {
+            sink.Append(percent, percent[1] == '%' ? 1 : 2);
+        }
+        text = percent + 2;
+    }
+    sink.Append(text, std::strlen(text));
+
+    for (std::size_t i = 0; i != parameters.count; ++i) {
+        if (!used[i]) AppendInBrackets(parameters.text[i], parameters.length[i], sink);
+    }
+    if (parameters.further == nullptr) return;
+    for (const char* const* next = parameters.further; *next != nullptr; ++next) {
+        AppendInBrackets(*next, std::strlen(*next), sink);
+    }
+}
+
+}  // namespace
+
+ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]) {
+    if (textTemplate == nullptr) textTemplate = "";
+    const Parameters collected(parameters);
+    Measure measure;
+    Merge(textTemplate, collected, measure);
+    ReturnString result(measure.Total(), nullptr);
+    Writer writer(const_cast<char*>(result.c_str()));
+    Merge(textTemplate, collected, writer);
+    return result;
+}
+
+}  // namespace ZBase
