@@ -15,7 +15,7 @@ ZBASE_API extern const unsigned short MESSAGE_DOMAIN_SERVER;           // 300
 ZBASE_API const char* ToString(unsigned short domain);
 
 /// The number of the domain that is called `name` in any case of ASCII letters; 0 for any other name, and for
-/// "APPLE Signal". Never trims. `name` must not be null.
+/// "APPLE Signal". Never trims. A null `name` gives 0.
 ZBASE_API unsigned short ToMessageDomain(const char* name);
 
 }  // namespace ZBase

@@ -12,7 +12,8 @@ namespace ZBase {
 /// The whole tree, by `SimpleMessageLocalizer`.
 ZBASE_API ReturnString FormatMessage(const Message& message, unsigned short language);
 
-/// The whole tree, by `localizer`. The walk takes each nested message out of `message` and packs it in again.
+/// The whole tree, by `localizer`. The walk takes each nested message out of `message` and packs it in again,
+/// also when `localizer` throws, which ends it.
 ZBASE_API ReturnString FormatMessage(Message& message, unsigned short language,
                                      Message::Localizer& localizer);
 
@@ -23,7 +24,8 @@ ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized,
 
 /// The template with each of "%1" to "%9" replaced by that parameter, and "%%" by "%". Placeholders without a
 /// parameter stay; parameters that no placeholder names follow in square brackets, the tenth and later ones
-/// always. `parameters` ends with a null pointer.
+/// always. `parameters` ends with a null pointer. A null template counts as an empty one, null `parameters` as
+/// none. Makes one allocation; throws `std::bad_alloc` when it fails or the size does not fit in a `size_t`.
 ZBASE_API ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]);
 
 }  // namespace ZBase
