@@ -3,7 +3,7 @@
 #include <Base/frame/Api.h>
 
 #include <cstddef>
-#include <limits>
+#include <cstdint>
 #include <new>
 
 namespace ZBase {
@@ -17,8 +17,8 @@ namespace ZBase {
 
 /// Standard allocator of the strings and containers in exported signatures. Without a `Buffer` it allocates
 /// from the heap; with one it allocates pieces of the buffer and never frees, since a buffer gives back
-/// memory only as a whole. Throws `std::bad_array_new_length` for a count whose bytes do not fit in a
-/// `size_t`, and whatever the heap or `Buffer::Allocate` throws.
+/// memory only as a whole. Throws `std::bad_array_new_length` for a count whose bytes no object can
+/// have, and whatever the heap or `Buffer::Allocate` throws.
 template <class T>
 class Allocator {
 public:
@@ -31,7 +31,7 @@ public:
 
     [[nodiscard]] T* allocate(std::size_t count) {
         static_assert(alignof(T) <= 8, "a piece of a buffer is aligned to 8 bytes");
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+        if (count > PTRDIFF_MAX / sizeof(T)) throw std::bad_array_new_length();
         const std::size_t size = count * sizeof(T);
         return static_cast<T*>(mpBuffer == nullptr ? ::operator new(size) : ::operator new(size, mpBuffer));
     }

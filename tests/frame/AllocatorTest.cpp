@@ -83,7 +83,7 @@ TEST(Allocator, FailureOfTheBufferPasses) {
 }
 
 TEST(Allocator, CountWhoseBytesDoNotFitIsABadArrayLength) {
-    constexpr std::size_t limit = std::numeric_limits<std::size_t>::max() / sizeof(unsigned short);
+    constexpr std::size_t limit = PTRDIFF_MAX / sizeof(unsigned short);
     EXPECT_THROW((void)Units().allocate(limit + 1), std::bad_array_new_length);
     EXPECT_THROW((void)Units().allocate(limit), std::bad_alloc);
     EXPECT_THROW((void)Units().allocate(std::numeric_limits<std::size_t>::max()), std::bad_array_new_length);

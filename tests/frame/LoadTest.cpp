@@ -80,6 +80,6 @@ INSTANTIATE_TEST_SUITE_P(
                     // -1 << 20 as an unsigned number of 64 bits
                     GrowLimit("NegativeIsEnormous", "-1", "18446744073708503040"),
                     GrowLimit("BeyondSixtyFourBits", "99999999999999999999", "268435456")),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <Base/ZBase.h>
+#include <Base/frame/detail/TextBlock.h>
 
 #include <gtest/gtest.h>
 
@@ -163,12 +164,15 @@ TYPED_TEST(ResultString, BeyondTheLargestSizeIsABadArrayLength) {
     EXPECT_THROW(TypeParam(largest / unit - 1, nullptr), std::bad_alloc);
 }
 
-// The low 32 bits of this length are 3, and there the text is cut.
-TEST(ResultStringOfFourGibibytes, IsCutWhereTheLowHalfOfTheLengthSays) {
-    const ZBase::ReturnString string((std::size_t{1} << 32) + 3, "abcdef");
-    EXPECT_STREQ(string.c_str(), "abc");
-    EXPECT_EQ(string.c_str()[4], 'e');
-    EXPECT_EQ(string.c_str()[(std::size_t{1} << 32) + 3], 0);
+TEST(ResultStringOfGibibytes, IsCutWhereTheLowHalfOfTheLengthSays) {
+    constexpr std::size_t twoTo31 = std::size_t{1} << 31;
+    EXPECT_EQ(ZBase::detail::CutPosition(0), 0u);
+    EXPECT_EQ(ZBase::detail::CutPosition(5), 5u);
+    EXPECT_EQ(ZBase::detail::CutPosition(twoTo31 - 1), twoTo31 - 1);
+    EXPECT_EQ(ZBase::detail::CutPosition(twoTo31), twoTo31);                  // would be negative
+    EXPECT_EQ(ZBase::detail::CutPosition(2 * twoTo31 - 1), 2 * twoTo31 - 1);  // the same
+    EXPECT_EQ(ZBase::detail::CutPosition(2 * twoTo31), 0u);
+    EXPECT_EQ(ZBase::detail::CutPosition(2 * twoTo31 + 3), 3u);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ constexpr int kCannotRead = 102;
 constexpr int kNotText = 103;
 constexpr int kLoadFailed = 110;
 
-constexpr std::size_t kPieceSize = 4096;
+constexpr std::size_t kPieceSize = 1024;
 
 /// An open file, closed at the end of its scope.
 class OpenFile {

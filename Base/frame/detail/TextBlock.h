@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -31,20 +33,23 @@ Ch* CopyText(const Ch* text) {
     return block;
 }
 
+/// Where a block of `length` units puts its last terminator. Meant: the low 32 bits of the length say it, as
+/// a signed number, so a text of 4 GiB and more is cut. A negative position lies outside of the block and
+/// cuts nothing.
+inline std::size_t CutPosition(std::size_t length) {
+    const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(length));
+    return position < 0 ? length : static_cast<std::size_t>(position);
+}
+
 template <class Ch>
 Ch* MakeText(std::size_t length, const Ch* text) {
     Ch* block = AllocateTextBlock<Ch>(length);
     std::size_t used = 0;
     if (length != 0 && text != nullptr) {
         for (; used != length && text[used] != 0; ++used) block[used] = text[used];
-        // Meant: the last terminator goes where the low 32 bits of the length say, so a text of 4 GiB and
-        // more is cut. A negative position lies outside of the block, and there nothing is written.
-        const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(length));
-        if (position >= 0 && static_cast<std::size_t>(position) < used) {
-            block[position] = 0;
-        }
+        used = std::min(used, CutPosition(length));
     }
-    for (; used <= length; ++used) block[used] = 0;
+    std::memset(block + used, 0, (length + 1 - used) * sizeof(Ch));
     return block;
 }
 

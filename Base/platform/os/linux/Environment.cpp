@@ -2,6 +2,7 @@
 #include <Base/platform/os/linux/NativeText.h>
 
 #include <cstdlib>
+#include <string>
 
 namespace ZBase::os {
 
@@ -13,9 +14,11 @@ bool GetEnvironment(const unsigned short* name, std::basic_string<unsigned short
 }
 
 bool PutEnvironment(const unsigned short* name, const unsigned short* value) {
-    const std::string nativeName = ToNative(name);
-    if (*value == 0) return unsetenv(nativeName.c_str()) == 0;
-    return setenv(nativeName.c_str(), ToNative(value).c_str(), 1) == 0;
+    const std::string text = ToNative(name) + "=" + ToNative(value);  // split where the system would split it
+    const std::size_t nameLength = text.find('=');
+    const std::string variable = text.substr(0, nameLength);
+    const char* content = text.c_str() + nameLength + 1;
+    return *content == 0 ? unsetenv(variable.c_str()) == 0 : setenv(variable.c_str(), content, 1) == 0;
 }
 
 const char* GetNarrowEnvironment(const char* name) {
