@@ -5,6 +5,9 @@ namespace ZBase::os {
 unsigned int CurrentProcessId();
 unsigned long CurrentThreadId();
 
+/// The same number, which the thread remembers: for paths that can't afford to ask the system.
+unsigned long RememberedThreadId();
+
 /// Lets another thread run.
 void YieldThread();
 

@@ -45,6 +45,7 @@ enum Win32Code : unsigned int {
     kMessageNotFound = 317,
     kDirectoryNotSupported = 336,
     kNoSuchDevice = 433,
+    kInvalidAddress = 487,
     kArithmeticOverflow = 534,
     kOperationAborted = 995,
     kNoAccess = 998,

@@ -1,11 +1,159 @@
 #include <Base/platform/os/Pages.h>
+#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/linux/ErrorCodes.h>
 
+#include <sys/mman.h>
 #include <unistd.h>
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <new>
 
 namespace ZBase::os {
 
+namespace {
+
+bool Fail(unsigned int code) {
+    SetLastCode(code);
+    return false;
+}
+
+bool Check(bool succeeded) {
+    if (!succeeded) SetLastCodeFromErrno();
+    return succeeded;
+}
+
+// A run of addresses.
+struct Range {
+    std::uintptr_t start;
+    std::uintptr_t end;
+
+    void* Address() const { return reinterpret_cast<void*>(start); }
+    std::size_t Size() const { return end - start; }
+};
+
+// What `AllocatePages` has given and not yet got back, by start address.
+class Allocations {
+public:
+    static Allocations& Get() {
+        // Never destroyed: memory is given back until the very end of the process.
+        static Allocations& allocations = *new Allocations;
+        return allocations;
+    }
+
+    bool Add(void* address, std::size_t size) {
+        const std::lock_guard lock(mMutex);
+        try {
+            const auto start = reinterpret_cast<std::uintptr_t>(address);
+            mEnds.emplace(start, start + size);
+            return true;
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+
+    // Takes the allocation that starts at `address` out; false if there is none.
+    bool Remove(void* address, Range& allocation) {
+        const std::lock_guard lock(mMutex);
+        const auto found = mEnds.find(reinterpret_cast<std::uintptr_t>(address));
+        if (found == mEnds.end()) return false;
+        allocation = {found->first, found->second};
+        mEnds.erase(found);
+        return true;
+    }
+
+    // The allocation that `address` lies in; false if there is none.
+    bool Find(std::uintptr_t address, Range& allocation) {
+        const std::lock_guard lock(mMutex);
+        auto found = mEnds.upper_bound(address);
+        if (found == mEnds.begin()) return false;
+        --found;
+        allocation = {found->first, found->second};
+        return address < allocation.end;
+    }
+
+private:
+    std::mutex mMutex;
+    std::map<std::uintptr_t, std::uintptr_t> mEnds;
+};
+
+std::uintptr_t RoundDown(std::uintptr_t address) {
+    return address & ~(PageSize() - 1);
+}
+
+std::uintptr_t RoundUp(std::uintptr_t address) {
+    return RoundDown(address + PageSize() - 1);
+}
+
+// The pages that a change of protection of this range falls on; false if it leaves its allocation.
+bool PagesToProtect(void* address, std::size_t size, Range& pages) {
+    const auto start = reinterpret_cast<std::uintptr_t>(address);
+    constexpr std::uintptr_t last = std::numeric_limits<std::uintptr_t>::max();
+    if (size > last - PageSize() || start > last - PageSize() - size) return false;
+    Range allocation{};
+    if (Allocations::Get().Find(start, allocation)) {
+        pages = {RoundDown(start), RoundUp(start + size)};
+        return pages.end <= allocation.end;
+    }
+    pages = {RoundUp(start), RoundDown(start + size)};
+    return true;
+}
+
+bool SetProtection(void* address, std::size_t size, int protection) {
+    if (size == 0) return true;
+    Range pages{};
+    if (!PagesToProtect(address, size, pages)) return Fail(kInvalidAddress);
+    return pages.end <= pages.start || Check(mprotect(pages.Address(), pages.Size(), protection) == 0);
+}
+
+}  // namespace
+
 std::size_t PageSize() {
-    return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return size;
+}
+
+void* AllocatePages(std::size_t size) {
+    if (size == 0 || size > std::numeric_limits<std::size_t>::max() - PageSize()) {
+        Fail(size == 0 ? kInvalidParameter : kNotEnoughMemory);
+        return nullptr;
+    }
+    const std::size_t whole = RoundUp(size);
+    void* address = mmap(nullptr, whole, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (!Check(address != MAP_FAILED)) return nullptr;
+    if (Allocations::Get().Add(address, whole)) return address;
+    munmap(address, whole);
+    Fail(kNotEnoughMemory);
+    return nullptr;
+}
+
+bool ReleasePages(void* address) {
+    Range allocation{};
+    if (!Allocations::Get().Remove(address, allocation)) return Fail(kInvalidAddress);
+    return Check(munmap(allocation.Address(), allocation.Size()) == 0);
+}
+
+bool ProtectPages(void* address, std::size_t size) {
+    return SetProtection(address, size, PROT_READ);
+}
+
+bool UnprotectPages(void* address, std::size_t size) {
+    return SetProtection(address, size, PROT_READ | PROT_WRITE);
+}
+
+bool DecommitPages(void* address, std::size_t size) {
+    const auto start = reinterpret_cast<std::uintptr_t>(address);
+    Range allocation{};
+    if (!Allocations::Get().Find(start, allocation) || size > allocation.end - start)
+        return Fail(kInvalidAddress);
+    // The whole allocation is meant by its start and a size of 0.
+    if (size == 0 && start != allocation.start) return Fail(kInvalidParameter);
+    const Range pages{RoundDown(start), size == 0 ? allocation.end : RoundUp(start + size)};
+    // A fresh mapping in the place of the old one: its memory goes, and nobody else can get the addresses.
+    return Check(mmap(pages.Address(), pages.Size(), PROT_NONE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0) != MAP_FAILED);
 }
 
 }  // namespace ZBase::os

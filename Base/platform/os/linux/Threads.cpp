@@ -1,5 +1,6 @@
 #include <Base/platform/os/Threads.h>
 
+#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 #include <cerrno>
@@ -7,12 +8,28 @@
 
 namespace ZBase::os {
 
+namespace {
+
+[[gnu::tls_model("initial-exec")]] thread_local unsigned long tThreadId = 0;
+
+}  // namespace
+
 unsigned int CurrentProcessId() {
     return static_cast<unsigned int>(getpid());
 }
 
 unsigned long CurrentThreadId() {
     return static_cast<unsigned long>(gettid());
+}
+
+unsigned long RememberedThreadId() {
+    if (tThreadId == 0) {
+        // The thread that comes out of a fork is another one than went in.
+        static const int forkHandled = pthread_atfork(nullptr, nullptr, [] { tThreadId = 0; });
+        if (forkHandled != 0) return CurrentThreadId();
+        tThreadId = CurrentThreadId();
+    }
+    return tThreadId;
 }
 
 void YieldThread() {
