@@ -1,14 +1,20 @@
 #pragma once
 
 #include <cstddef>
+#include <set>
 #include <string>
 
 namespace ZBase {
+
+struct MemGovernorProxy;
 
 // What exists from load to unload. Load.cpp defines all of it, in the order of construction.
 
 extern std::string gContainerPath;
 extern std::string gProcessLocale;
+
+// The registered governors, in the order of their addresses; the proxies belong to who registered them.
+extern std::set<MemGovernorProxy*> gMemGovernors;
 
 // Settings of the buffers that are read at load.
 extern std::size_t sGrowLimitBytes;

@@ -1,0 +1,98 @@
+#include <Base/switches/FeatureFlagMgr.h>
+
+#include <Base/frame/Exceptions.h>
+#include <Base/frame/WideLiteral.h>
+#include <Base/text/UnicodeConversions.h>
+
+#include <utility>
+
+namespace ZBase {
+
+namespace {
+
+// Meant: "Base/UseLockFreeBuffer" is none of them, so it is on; "Engine" and "ENGINE" are two prefixes.
+constexpr const unsigned short* kKnownNames[21] = {
+    "COM/SampleFeature"_w,
+    "FolioEA"_w,
+    "DM/FROnDB"_w,
+    "Engine/AJFE"_w,
+    "KS/MSForStats"_w,
+    "DBE/DataBlendingForFR"_w,
+    "RWDEngine/OnDmdEval4GF"_w,
+    "ENGINE/ParallelAE"_w,
+    "ENGINE/AdvancedPU"_w,
+    "Server/VerityMgrImpactDataSQLMDXCSI"_w,
+    "Engine/NonAggSupportForMultiTableCube"_w,
+    "AE/EarlyTempRel"_w,
+    "AE/ThreadControl"_w,
+    "AppSchema"_w,
+    "EE/PDFEncrypt"_w,
+    "OM/ElasticSearchEngine"_w,
+    "DocServices/ShortcutCache"_w,
+    "DocServices/SharedPageCache"_w,
+    "AE/IKGovern"_w,
+    "Engine/DAPushDown"_w,
+    "DS/GroupRecipients"_w,
+};
+
+[[noreturn]] void ThrowNotInitialized() {
+    ExceptionImpl<Message> failure;
+    failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
+    failure.SetMessage(
+        UTF8ToWideChar("Do NOT use this function before Object Server initializing the Feature "
+                       "Flag Status Map",
+                       false)
+            .c_str());
+    throw failure;
+}
+
+}  // namespace
+
+FeatureFlagMgr::FeatureFlagMgr() = default;
+FeatureFlagMgr::~FeatureFlagMgr() = default;
+
+bool FeatureFlagMgr::IsFeatureEnabled(const unsigned short* name) {
+    if (!mIsInitialized) ThrowNotInitialized();
+    if (name == nullptr) return true;
+    const WideString key(name);
+    const std::lock_guard lock(mLock);
+    const auto flag = mFlags.find(key);
+    return flag == mFlags.end() || flag->second;
+}
+
+// Meant, here and below: no guard gives the lock back when the map finds no memory. Whoever goes on after
+// that does so on the same thread.
+void FeatureFlagMgr::SetFeatureEnabled(const unsigned short* name, bool enabled) {
+    if (name == nullptr) return;
+    WideString key(name);
+    mLock.lock();
+    mFlags.insert_or_assign(std::move(key), enabled);
+    mLock.unlock();
+}
+
+void FeatureFlagMgr::NotifyInitialized() {
+    for (const unsigned short* name : kKnownNames) {
+        mLock.lock();
+        mFlags.try_emplace(WideString(name), false);  // a value that was set before wins
+        mLock.unlock();
+    }
+    mIsInitialized = true;
+}
+
+bool IsFeatureEnabled(const unsigned short* name) {
+    return FeatureFlagMgr::GetInstance().IsFeatureEnabled(name);
+}
+
+void SetFeatureEnabled(const unsigned short* name, bool enabled) {
+    FeatureFlagMgr::GetInstance().SetFeatureEnabled(name, enabled);
+}
+
+void NotifyFeatureFlagMgrInitialized() {
+    FeatureFlagMgr::GetInstance().NotifyInitialized();
+}
+
+bool IsFeatureFlagManagerInitialized() {
+    return FeatureFlagMgr::GetInstance().IsInitialized();
+}
+
+}  // namespace ZBase
