@@ -2,6 +2,7 @@
 
 // Every public header of the library.
 
+#include <Base/ContractManagerAllocator.h>
 #include <Base/frame/Allocator.h>
 #include <Base/frame/Api.h>
 #include <Base/frame/DeleteC.h>
@@ -21,6 +22,10 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/frame/WideString.h>
 #include <Base/memory/Buffer.h>
+#include <Base/memory/CreateBuffer.h>
+#include <Base/memory/MemGovernorProxy.h>
+#include <Base/memory/MemoryContract.h>
+#include <Base/memory/VirtualMemory.h>
 #include <Base/messages/ConstMessageCursor.h>
 #include <Base/messages/CursorOffset.h>
 #include <Base/messages/Message.h>
@@ -29,6 +34,7 @@
 #include <Base/messages/MessageFormat.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
 #include <Base/messages/SystemErrors.h>
+#include <Base/switches/FeatureFlagMgr.h>
 #include <Base/text/BinaryText.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/NumberText.h>

@@ -7,6 +7,7 @@
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/detail/LibraryState.h>
 #include <Base/memory/Buffer.h>
+#include <Base/switches/FeatureFlagMgr.h>
 
 #include <clocale>
 
@@ -43,6 +44,8 @@ bool EnterUserLocale() {
 
 std::string gContainerPath;
 static const bool sSettingsRead = ReadSettings();
+std::set<MemGovernorProxy*> gMemGovernors;
+FeatureFlagMgr FeatureFlagMgr::mFeatureFlagMgrInst;
 std::string gProcessLocale;
 static const bool sUserLocaleEntered = EnterUserLocale();
 

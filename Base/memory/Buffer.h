@@ -9,10 +9,18 @@
 namespace ZBase {
 
 /// A region allocator: pieces are asked for and never freed; all memory goes back when the buffer is
-/// destroyed. Made by a factory function, destroyed by `Delete`.
+/// destroyed. Made by a factory function (CreateBuffer.h), destroyed by `Delete`.
 class ZBASE_API Buffer {
 public:
-    /// Destroys the buffer with everything in it, after the clean-ups have run.
+    /// Which class a process runs on.
+    enum EBufferChoice {
+        eBufferChoiceUndecided = 0,
+        eBufferChoiceImplementation = 1,
+        eBufferChoiceLockFree = 2,
+    };
+
+    /// Destroys the buffer with everything in it, after the clean-ups have run. What a clean-up throws passes
+    /// through, after the memory has gone back; the clean-ups behind it are not called.
     virtual void Delete() = 0;
 
     /// Makes sure that a later `Allocate(size)` can be served. False where `Allocate` would throw; does not
@@ -44,13 +52,21 @@ public:
     /// be passed by one more chunk.
     virtual void SetLimit(std::int64_t limit) = 0;
 
-    /// Registers `function(argument)` to be called when the buffer is destroyed.
+    /// Registers `function(argument)` to be called when the buffer is destroyed: the oldest first on a buffer
+    /// for one thread, the newest first on a lock-free one, where it also fails as `Allocate` does.
     virtual void AddCleanup(void (*function)(void*), void* argument) = 0;
 
     /// Gives the governors back what this buffer holds; from now on they are neither asked nor told.
     virtual void DetachFromGovernors() = 0;
 
     virtual bool IsDetachedFromGovernors() = 0;
+
+    /// The class that `CreateBuffer` makes, decided now if it can be; undecided while the feature flags are
+    /// not initialised.
+    static EBufferChoice GetDefaultBufferImplementation();
+
+    /// Bytes held by all on-boundary buffers of the process.
+    static std::size_t GetOnBoundaryAllocTotal();
 
     /// Block size in bytes of every buffer that is created with a block size of 0. Read from
     /// `ZENT_BUFFER_BLOCK_SIZE` at load; may be written.
@@ -64,7 +80,7 @@ public:
     static const std::size_t sMinimumGrowLimitInMB;
 
 protected:
-    virtual ~Buffer() = default;
+    virtual ~Buffer() noexcept(false) {}
 };
 
 }  // namespace ZBase

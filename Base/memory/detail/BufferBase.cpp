@@ -1,0 +1,129 @@
+#include <Base/memory/detail/BufferBase.h>
+
+#include <Base/frame/WideLiteral.h>
+#include <Base/frame/detail/LibraryState.h>
+#include <Base/memory/VirtualMemory.h>
+#include <Base/memory/detail/MemGovernors.h>
+#include <Base/memory/detail/MemoryFailures.h>
+#include <Base/memory/detail/Poison.h>
+#include <Base/platform/os/Pages.h>
+
+#include <limits>
+#include <new>
+
+namespace ZBase {
+
+namespace {
+
+constexpr std::size_t kSmallestBlock = 256;
+constexpr std::size_t kLargestSize = std::numeric_limits<std::size_t>::max();
+
+std::atomic<std::uint64_t> sOnBoundaryAllocTotal{0};
+
+// `unit` is a power of two.
+std::size_t RoundUp(std::size_t size, std::size_t unit) {
+    if (size > kLargestSize - (unit - 1)) throw BadAllocation();
+    return (size + unit - 1) & ~(unit - 1);
+}
+
+std::size_t RoundBlockSize(std::size_t size) {
+    if (size == 0) size = Buffer::sDefaultBlockSize;
+    if (size < kSmallestBlock) return kSmallestBlock;
+    // A block that no memory can hold stays one, and fails when its chunk is acquired.
+    if (size > kLargestSize - (kSmallestBlock - 1)) return kLargestSize - (kSmallestBlock - 1);
+    return RoundUp(size, kSmallestBlock);
+}
+
+}  // namespace
+
+std::size_t Buffer::GetOnBoundaryAllocTotal() {
+    return sOnBoundaryAllocTotal;
+}
+
+BufferBase::BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* contract)
+    : mBlockSize(RoundBlockSize(blockSize)), mOnBoundary(onBoundary), mContract(contract) {}
+
+BufferBase::~BufferBase() noexcept(false) {
+    if (!mDetached) CreditMemGovernors(mTotalAllocated);
+}
+
+void BufferBase::Delete() {
+    delete this;
+}
+
+void BufferBase::SetLimit(std::int64_t limit) {
+    mLimit = limit < 0 ? 0 : static_cast<std::size_t>(limit);
+}
+
+void BufferBase::DetachFromGovernors() {
+    if (!mDetached.exchange(true)) CreditMemGovernors(mTotalAllocated);
+}
+
+std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
+    if (count > kLargestSize / mBlockSize) throw BadAllocation();
+    return count * mBlockSize;
+}
+
+std::size_t BufferBase::NextGrowth(std::size_t growthBlocks, std::size_t chunkSize) {
+    if (!sGrowDanamically || chunkSize >= sGrowLimitBytes) return growthBlocks;
+    return growthBlocks + growthBlocks / 2 + growthBlocks % 2;
+}
+
+// The cheap tests of our own come first, then the contract, then the governors, then the system. Who has said
+// yes is not told when somebody behind says no.
+Chunk BufferBase::AcquireChunk(std::size_t size) {
+    if (IsLocked()) ThrowLocked();
+    if (mOnBoundary) size = RoundUp(size, sPageSize);
+    const std::size_t limit = mLimit;
+    // Meant: without the new chunk, so that a limit may be passed by one.
+    if (limit != 0 && limit < mTotalAllocated)
+        ThrowBufferException("The buffer memory usage is over the predefined limit."_w);
+    if (mContract) CheckContractAnswer(mContract->RequestChunk(size, true));
+    if (!mDetached) AskMemGovernors(size);
+
+    char* const start = TakeMemory(size);
+    try {
+        if (mContract) mContract->SettleChunk(size);
+    } catch (...) {
+        GiveMemoryBack(start);
+        throw;
+    }
+    Poison(start, size);
+    mTotalAllocated.fetch_add(size, std::memory_order_relaxed);
+    return {start, start + size};
+}
+
+char* BufferBase::TakeMemory(std::size_t size) {
+    void* const memory = mOnBoundary ? ZNTVirtualAlloc(size, true) : ::operator new(size, std::nothrow);
+    if (memory == nullptr) throw BadAllocation();
+    if (mOnBoundary) sOnBoundaryAllocTotal += size;
+    return static_cast<char*>(memory);
+}
+
+void BufferBase::GiveMemoryBack(char* start) {
+    if (mOnBoundary) {
+        ZNTVirtualFree(start, 0, true);
+    } else {
+        ::operator delete(start);
+    }
+}
+
+void BufferBase::ReleaseChunk(const Chunk& chunk) {
+    if (chunk.start == nullptr) return;
+    Unpoison(chunk.start, chunk.Size());
+    if (mOnBoundary) sOnBoundaryAllocTotal -= chunk.Size();
+    // The heap writes into what it gets back. What can't be made writable is better lost.
+    if (mProtected && !os::UnprotectPages(chunk.start, chunk.Size())) return;
+    GiveMemoryBack(chunk.start);
+}
+
+bool BufferBase::ProtectChunk(const Chunk& chunk) {
+    mProtected = true;
+    return ZNTVirtualProtect(chunk.start, chunk.Size(), false) == 0;
+}
+
+void BufferBase::ThrowLocked() {
+    ThrowBufferException("Attempted to allocate on a locked buffer."_w);
+}
+
+}  // namespace ZBase

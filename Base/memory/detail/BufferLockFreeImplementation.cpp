@@ -1,0 +1,159 @@
+#include <Base/memory/detail/BufferLockFreeImplementation.h>
+
+#include <Base/frame/Exceptions.h>
+#include <Base/frame/WideLiteral.h>
+#include <Base/frame/detail/LibraryState.h>
+#include <Base/memory/CreateBuffer.h>
+#include <Base/memory/detail/MemoryFailures.h>
+#include <Base/memory/detail/Poison.h>
+
+#include <algorithm>
+#include <new>
+
+namespace ZBase {
+
+namespace {
+
+template <class Node>
+void Push(std::atomic<Node*>& head, Node* node) {
+    node->next = head.load(std::memory_order_relaxed);
+    while (!head.compare_exchange_weak(node->next, node, std::memory_order_release)) {
+    }
+}
+
+}  // namespace
+
+Buffer* CreateBufferThreadSafe(int initialBlocks, int growthBlocks, MemoryContract* contract,
+                               std::size_t blockSize, bool onBoundary) {
+    return new BufferLockFreeImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary);
+}
+
+BufferLockFreeImplementation::BufferLockFreeImplementation(int initialBlocks, int growthBlocks,
+                                                           MemoryContract* contract, std::size_t blockSize,
+                                                           bool onBoundary)
+    : BufferBase(blockSize, onBoundary, contract),
+      mGrowthBlocks(static_cast<std::size_t>(std::max(growthBlocks, 1))) {
+    if (initialBlocks < 1) return;
+    const Chunk chunk = AcquireChunk(BytesOfBlocks(static_cast<std::size_t>(initialBlocks)));
+    mSlots.Claim().Publish(chunk, 0);  // the first slot needs no page
+}
+
+BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
+    try {
+        for (const CleanupNode* node = mCleanups; node != nullptr; node = node->next)
+            node->function(node->argument);
+    } catch (...) {
+        ReleaseChunks();
+        throw;
+    }
+    ReleaseChunks();
+}
+
+void BufferLockFreeImplementation::ReleaseChunks() {
+    // The nodes lie in the slots' chunks, so they go first.
+    for (const BigAllocation* node = mBigAllocations; node != nullptr;) {
+        const BigAllocation* const next = node->next;
+        ReleaseChunk(node->chunk);
+        node = next;
+    }
+    mSlots.ForEach([this](const Slot& slot) { ReleaseChunk(slot.GetChunk()); });
+}
+
+[[gnu::always_inline]] inline char* BufferLockFreeImplementation::AllocatePiece(std::size_t size) {
+    char* const piece = mSlots.Take(size);
+    return piece != nullptr ? piece : AllocateInNewChunk(size);
+}
+
+void* BufferLockFreeImplementation::Allocate(std::size_t size) {
+    if (IsLocked()) ThrowLocked();
+    const std::size_t pieceSize = PieceSize(size);
+    if (pieceSize == 0) throw BadAllocation();
+    char* const piece = pieceSize >= sGrowLimitBytes ? AllocateBig(pieceSize) : AllocatePiece(pieceSize);
+    Unpoison(piece, pieceSize);
+    return piece;
+}
+
+char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
+    const Chunk chunk = AcquireChunk(NewChunkSize(size));
+    try {
+        // Its first piece is the caller's before anybody else sees the chunk.
+        mSlots.Claim().Publish(chunk, size);
+    } catch (const std::bad_alloc&) {
+        ReleaseChunk(chunk);
+        throw;
+    }
+    return chunk.start;
+}
+
+char* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
+    // The node stays spent when its chunk does not come. It never is a big allocation itself.
+    char* const memory = AllocatePiece(sizeof(BigAllocation));
+    Unpoison(memory, sizeof(BigAllocation));
+    auto* const node = new (static_cast<void*>(memory)) BigAllocation;
+    node->chunk = AcquireChunk(size);
+    Push(mBigAllocations, node);
+    return node->chunk.start;
+}
+
+std::size_t BufferLockFreeImplementation::ChunkSize(std::size_t growthBlocks, std::size_t size) const {
+    return BytesOfBlocks(std::max(growthBlocks, BlocksOfBytes(size)));
+}
+
+std::size_t BufferLockFreeImplementation::NewChunkSize(std::size_t size) {
+    std::size_t growth = mGrowthBlocks;
+    const std::size_t chunkSize = ChunkSize(growth, size);
+    const std::size_t next = NextGrowth(growth, chunkSize);
+    // When this fails, another thread has just grown it.
+    if (next != growth) mGrowthBlocks.compare_exchange_strong(growth, next);
+    return chunkSize;
+}
+
+bool BufferLockFreeImplementation::EnsureAvailable(std::size_t size) {
+    try {
+        if (IsLocked()) return false;
+        const std::size_t pieceSize = PieceSize(size);
+        if (pieceSize == 0) return false;
+        if (!mSlots.HasRoom(pieceSize)) MakeRoom(pieceSize);
+        return true;
+    } catch (const std::bad_alloc&) {
+    } catch (const ExceptionImpl<BufferException>&) {
+    } catch (const ExceptionImpl<ContractManagerAllocException>&) {
+    } catch (const MemGoverningException&) {
+    }
+    return false;
+}
+
+void BufferLockFreeImplementation::MakeRoom(std::size_t size) {
+    ChunkSize(mGrowthBlocks, size);  // throws before anything is spent
+    // Meant: here the index comes before the chunk, and a chunk that does not come leaves its slot empty.
+    Slot& slot = mSlots.Claim();
+    slot.Publish(AcquireChunk(NewChunkSize(size)), 0);
+}
+
+std::size_t BufferLockFreeImplementation::GetUsedBytes() {
+    std::size_t used = 0;
+    mSlots.ForEach([&used](const Slot& slot) { used += slot.Used(); });
+    for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;
+         node = node->next)
+        used += node->chunk.Size();
+    return used;
+}
+
+void BufferLockFreeImplementation::Lock() {
+    // First of all, so that allocation stops at once; it stays so when memory can't be protected.
+    SetLocked();
+    for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;
+         node = node->next)
+        if (!ProtectChunk(node->chunk)) ThrowBufferException("Unable to lock buffer (big allocation)"_w);
+    mSlots.ForEach([this](const Slot& slot) {
+        const Chunk chunk = slot.GetChunk();
+        if (chunk.start != nullptr && !ProtectChunk(chunk))
+            ThrowBufferException("Unable to lock buffer (slot)"_w);
+    });
+}
+
+void BufferLockFreeImplementation::AddCleanup(void (*function)(void*), void* argument) {
+    Push(mCleanups, new (this) CleanupNode{function, argument});
+}
+
+}  // namespace ZBase

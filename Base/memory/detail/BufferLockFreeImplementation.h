@@ -1,0 +1,57 @@
+#pragma once
+
+#include <Base/memory/detail/BufferBase.h>
+#include <Base/memory/detail/SlotTable.h>
+
+#include <atomic>
+#include <cstddef>
+
+namespace ZBase {
+
+// The buffer for any number of threads at once. It takes no lock and nobody waits: bytes are claimed by
+// compare-and-swap, and a thread that finds no room brings a chunk. Every operation but the destructor may
+// run on any thread at any time; a thread that is past the test for `Lock` goes on.
+class BufferLockFreeImplementation final : public BufferBase {
+public:
+    BufferLockFreeImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract,
+                                 std::size_t blockSize, bool onBoundary);
+
+    bool EnsureAvailable(std::size_t size) override;
+    void* Allocate(std::size_t size) override;
+    std::size_t GetUsedKB() override { return GetUsedBytes() >> 10; }
+
+    // Walks all chunks; while threads allocate, the sum of what each of them had at its moment.
+    std::size_t GetUsedBytes() override;
+
+    void Lock() override;
+    void AddCleanup(void (*function)(void*), void* argument) override;
+
+private:
+    // Both kinds of node are pieces of this buffer.
+    struct BigAllocation {
+        Chunk chunk;
+        BigAllocation* next = nullptr;
+    };
+    struct CleanupNode {
+        void (*function)(void*) = nullptr;
+        void* argument = nullptr;
+        CleanupNode* next = nullptr;
+    };
+
+    ~BufferLockFreeImplementation() noexcept(false) override;
+
+    char* AllocatePiece(std::size_t size);
+    char* AllocateInNewChunk(std::size_t size);
+    char* AllocateBig(std::size_t size);
+    void MakeRoom(std::size_t size);
+    std::size_t ChunkSize(std::size_t growthBlocks, std::size_t size) const;
+    std::size_t NewChunkSize(std::size_t size);
+    void ReleaseChunks();
+
+    SlotTable mSlots;
+    std::atomic<BigAllocation*> mBigAllocations{nullptr};  // a stack that is only pushed on
+    std::atomic<CleanupNode*> mCleanups{nullptr};          // a stack that is only pushed on
+    std::atomic<std::size_t> mGrowthBlocks;                // blocks of the next chunk
+};
+
+}  // namespace ZBase

@@ -1,0 +1,147 @@
+#pragma once
+
+// The chunks of a lock-free buffer, and how its threads share them.
+//
+// Each chunk has a slot: where it starts and ends, and `current`, its next free byte. A thread takes a piece
+// by moving `current` with a compare-and-swap; that is the one locked operation of an ordinary allocation.
+// Slots are numbered. An index is claimed by counting up, once for each chunk, and the slot is published by
+// the store of its `current`; until then it reads as empty, and everybody passes it by. Nothing is ever taken
+// out, so a slot that was found stays where it is.
+//
+// Several threads that find no room each bring a chunk, so more than one slot may have some. A search starts
+// at the active slot and goes on through all later ones. To keep it short the active slot is left behind
+// while it still has some room: the more slots are open behind it, the more room it may take with it. With
+// more than twelve it goes whatever it has. Wasted tails are the price of looking at a dozen slots at most.
+//
+// Slots lie in pages of sixteen, the first of which is part of the buffer. Each page knows the one before it,
+// and the newest one is found through the table: pages are only ever added at that end, by a
+// compare-and-swap whose loser takes the winner's page.
+
+#include <Base/memory/detail/BufferBase.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace ZBase {
+
+class Slot {
+public:
+    // The chunk of a published slot; an empty one otherwise.
+    Chunk GetChunk() const { return mCurrent.load(std::memory_order_acquire) == nullptr ? Chunk{} : mChunk; }
+
+    // Bytes taken so far.
+    std::size_t Used() const {
+        const char* const current = mCurrent.load(std::memory_order_acquire);
+        return current == nullptr ? 0 : static_cast<std::size_t>(current - mChunk.start);
+    }
+
+    // Whether a published slot has at most `size` bytes of room.
+    bool HasAtMost(std::size_t size) const {
+        const char* const current = mCurrent.load(std::memory_order_acquire);
+        return current != nullptr && Room(current) <= size;
+    }
+
+    bool HasRoom(std::size_t size) const {
+        const char* const current = mCurrent.load(std::memory_order_acquire);
+        return current != nullptr && Room(current) >= size;
+    }
+
+    // A piece of the chunk, or null if it has no room.
+    char* Take(std::size_t size) {
+        char* current = mCurrent.load(std::memory_order_acquire);
+        if (current == nullptr) return nullptr;
+        while (Room(current) >= size)
+            if (mCurrent.compare_exchange_weak(current, current + size, std::memory_order_relaxed))
+                return current;
+        return nullptr;
+    }
+
+    // Makes the chunk known to all threads, its first `used` bytes taken.
+    void Publish(const Chunk& chunk, std::size_t used) {
+        mChunk = chunk;
+        mCurrent.store(chunk.start + used, std::memory_order_release);
+    }
+
+private:
+    std::size_t Room(const char* current) const { return static_cast<std::size_t>(mChunk.end - current); }
+
+    Chunk mChunk;                          // written once, before `mCurrent`
+    std::atomic<char*> mCurrent{nullptr};  // null: empty or not yet published
+};
+
+struct SlotPage {
+    static constexpr std::uint32_t kSlots = 16;
+
+    Slot slots[kSlots];
+    SlotPage* previous = nullptr;  // the page before this one; null on the first
+    std::uint32_t firstIndex = 0;
+    std::uint32_t endIndex = kSlots;
+
+    bool Has(std::uint32_t index) const { return firstIndex <= index && index < endIndex; }
+    Slot& At(std::uint32_t index) { return slots[index - firstIndex]; }
+};
+
+class SlotTable {
+public:
+    SlotTable() = default;
+    SlotTable(const SlotTable&) = delete;
+    SlotTable& operator=(const SlotTable&) = delete;
+    ~SlotTable();
+
+    // A piece of the open slots, or null if none of them has room. `size` is not 0.
+    char* Take(std::size_t size) {
+        const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
+        if (Slot* const slot = Find(active))
+            if (char* const piece = slot->Take(size)) return piece;
+        return TakeBehind(active, size);
+    }
+
+    // Whether an open slot has room. Takes nothing and leaves no slot behind.
+    bool HasRoom(std::size_t size) const;
+
+    // A new slot for the caller to publish. When there is no memory for a page it throws `std::bad_alloc`,
+    // and the index stays spent.
+    Slot& Claim();
+
+    // Calls `visit` with every slot, newest page first.
+    template <class Visit>
+    void ForEach(Visit visit) {
+        for (SlotPage* page = mNewestPage.load(std::memory_order_acquire); page != nullptr;
+             page = page->previous)
+            for (Slot& slot : page->slots) visit(slot);
+    }
+
+private:
+    // The page of an index, or null while nobody has made it.
+    SlotPage* FindPage(std::uint32_t index) const {
+        SlotPage* page = mNewestPage.load(std::memory_order_acquire);
+        if (index >= page->endIndex) return nullptr;
+        while (index < page->firstIndex) page = page->previous;
+        return page;
+    }
+
+    Slot* Find(std::uint32_t index) {
+        if (index < SlotPage::kSlots) return &mFirstPage.slots[index];
+        SlotPage* const page = FindPage(index);
+        return page == nullptr ? nullptr : &page->At(index);
+    }
+
+    SlotPage* MakePagesTo(std::uint32_t index);
+    char* TakeBehind(std::uint32_t active, std::size_t size);
+    bool IsWorthLeaving(std::uint32_t active, std::uint32_t open);
+
+    // Calls `visit` with the slots from `from` to `to` in order, until it gives something.
+    template <class Visit>
+    auto Search(std::uint32_t from, std::uint32_t to, Visit visit) const;
+
+    std::atomic<std::uint32_t> mActiveSlot{0};  // the lowest index that is still worth trying
+    std::atomic<std::uint32_t> mSlotCount{0};   // indices claimed so far
+    std::atomic<SlotPage*> mNewestPage{&mFirstPage};
+    // The slots are written all the time, what stands before them hardly ever: no cache line has both.
+    [[maybe_unused]] char mPadding[64 - 16];
+    SlotPage mFirstPage;
+};
+
+}  // namespace ZBase
