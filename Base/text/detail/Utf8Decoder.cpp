@@ -12,9 +12,8 @@ namespace {
 
 constexpr std::size_t kBlockOctets = 8;
 
-// Copies whole blocks of ASCII octets. Gives the octets copied.
-std::uint64_t CopyAsciiBlocks(const unsigned char* source, std::uint64_t length,
-                              unsigned short* destination) {
+// Copies the ASCII octets in front. Gives their number.
+std::uint64_t CopyAscii(const unsigned char* source, std::uint64_t length, unsigned short* destination) {
     std::uint64_t done = 0;
     for (; length - done >= kBlockOctets; done += kBlockOctets) {
         unsigned char block[kBlockOctets];
@@ -24,7 +23,21 @@ std::uint64_t CopyAsciiBlocks(const unsigned char* source, std::uint64_t length,
         if ((octets & 0x8080808080808080) != 0) break;
         for (std::size_t i = 0; i != kBlockOctets; ++i) destination[done + i] = block[i];
     }
+    for (; done != length && source[done] < 0x80; ++done) destination[done] = source[done];
     return done;
+}
+
+// The value of a sequence of two or three octets that has no flaw, or 0.
+unsigned int ShortSequence(const unsigned char* source, std::uint64_t length) {
+    const auto payload = [source](int i) { return source[i] & 0x3Fu; };
+    const auto continues = [source](int i) { return (source[i] & 0xC0) == 0x80; };
+    if ((source[0] & 0xE0) == 0xC0) {
+        if (length < 2 || source[0] < 0xC2 || !continues(1)) return 0;
+        return (source[0] & 0x1Fu) << 6 | payload(1);
+    }
+    if ((source[0] & 0xF0) != 0xE0 || length < 3 || !continues(1) || !continues(2)) return 0;
+    const unsigned int value = (source[0] & 0x0Fu) << 12 | payload(1) << 6 | payload(2);
+    return value < 0x800 || value > 0xFFFD || IsSurrogate(value) ? 0 : value;
 }
 
 // The value of the sequence at `position`, which is moved behind it. A flaw gives U+FFFD or throws; an octet
@@ -90,12 +103,16 @@ unsigned int Utf8SequenceLength(unsigned char octet) {
 void DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
                 unsigned short* destination) {
     for (std::uint64_t position = 0; position != length;) {
-        const unsigned int value = NextValue(source, length, position, replace);
-        destination = PutUnits(destination, value, replace);
-        if (value < 0x80) {
-            const std::uint64_t copied = CopyAsciiBlocks(source + position, length - position, destination);
+        const unsigned char* next = source + position;
+        if (*next < 0x80) {
+            const std::uint64_t copied = CopyAscii(next, length - position, destination);
             position += copied;
             destination += copied;
+        } else if (const unsigned int value = ShortSequence(next, length - position); value != 0) {
+            *destination++ = static_cast<unsigned short>(value);
+            position += value < 0x800 ? 2 : 3;
+        } else {
+            destination = PutUnits(destination, NextValue(source, length, position, replace), replace);
         }
     }
     *destination = 0;

@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::size_t kBlockUnits = 8;
 
-// Copies whole blocks of ASCII units. Gives the units copied.
-std::size_t CopyAsciiBlocks(const unsigned short* source, std::size_t units, char* destination) {
+// Copies the ASCII units in front. Gives their number.
+std::size_t CopyAscii(const unsigned short* source, std::size_t units, char* destination) {
     std::size_t done = 0;
     for (; units - done >= kBlockUnits; done += kBlockUnits) {
         std::uint16_t block[kBlockUnits];
@@ -23,6 +23,7 @@ std::size_t CopyAsciiBlocks(const unsigned short* source, std::size_t units, cha
         if (((halves[0] | halves[1]) & 0xFF80FF80FF80FF80) != 0) break;
         for (std::size_t i = 0; i != kBlockUnits; ++i) destination[done + i] = static_cast<char>(block[i]);
     }
+    for (; done != units && source[done] < 0x80; ++done) destination[done] = static_cast<char>(source[done]);
     return done;
 }
 
@@ -39,26 +40,22 @@ std::size_t Utf8Capacity(std::size_t units) {
 }
 
 void EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, char* destination) {
-    unsigned int pending = 0;  // a surrogate, or 0
     for (std::size_t i = 0; i != units;) {
-        const unsigned int value = WideCharToUnicodeValue(source[i], replace);
-        ++i;
-        if (pending != 0) {
-            if (!IsSurrogate(value)) break;
-            destination = PutUtf8(destination, ((pending & 0x3FF) << 10) + 0x10000 + (value & 0x3FF));
-            pending = 0;
-        } else if (IsSurrogate(value)) {
-            pending = value;
-        } else {
-            destination = PutUtf8(destination, value);
-            if (value < 0x80) {
-                const std::size_t copied = CopyAsciiBlocks(source + i, units - i, destination);
-                i += copied;
-                destination += copied;
-            }
+        if (source[i] < 0x80) {
+            const std::size_t copied = CopyAscii(source + i, units - i, destination);
+            i += copied;
+            destination += copied;
+            continue;
         }
+        unsigned int value = WideCharToUnicodeValue(source[i++], replace);
+        if (IsSurrogate(value)) {
+            // The unit behind is screened before it is judged as a partner: in strict mode U+FFFE throws.
+            const unsigned int partner = i == units ? 0 : WideCharToUnicodeValue(source[i++], replace);
+            if (!IsSurrogate(partner)) ThrowInvalidWideChar(value);
+            value = ((value & 0x3FF) << 10) + 0x10000 + (partner & 0x3FF);
+        }
+        destination = PutUtf8(destination, value);
     }
-    if (pending != 0) ThrowInvalidWideChar(pending);
     *destination = 0;
 }
 
