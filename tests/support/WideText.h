@@ -1,5 +1,9 @@
 #pragma once
 
+#include <Base/frame/ReturnString.h>
+#include <Base/frame/ReturnUString.h>
+#include <Base/frame/ReturnWString.h>
+
 #include <string>
 
 namespace test {
@@ -10,6 +14,24 @@ inline std::u16string Wide(const unsigned short* text) {
     std::u16string units;
     for (; *text != 0; ++text) units.push_back(static_cast<char16_t>(*text));
     return units;
+}
+
+using Units = std::basic_string<unsigned short>;
+
+/// ASCII text as units.
+inline Units ToUnits(const std::string& text) {
+    return Units(text.begin(), text.end());
+}
+
+// What a result holds; not to be asked of a null string.
+inline std::string Text(const ZBase::ReturnString& result) {
+    return result.c_str();
+}
+inline Units Text(const ZBase::ReturnWString& result) {
+    return result.c_str();
+}
+inline Units Text(const ZBase::ReturnUString& result) {
+    return result.c_str();
 }
 
 }  // namespace test

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace test {
+
+/// Memory of exactly `size` bytes with a page behind it that can't be touched.
+class GuardedMemory {
+public:
+    explicit GuardedMemory(std::size_t size);
+    ~GuardedMemory();
+    GuardedMemory(const GuardedMemory&) = delete;
+    GuardedMemory& operator=(const GuardedMemory&) = delete;
+
+    void* Get() const { return mpData; }
+
+private:
+    void* mpPages;
+    std::size_t mMappedSize;
+    void* mpData;
+};
+
+/// A copy of a text without its terminator, with a page behind it that can't be touched.
+template <class Ch>
+class GuardedArray {
+public:
+    explicit GuardedArray(const std::basic_string<Ch>& text) : mMemory(text.size() * sizeof(Ch)) {
+        text.copy(Get(), text.size());
+    }
+    Ch* Get() const { return static_cast<Ch*>(mMemory.Get()); }
+
+private:
+    GuardedMemory mMemory;
+};
+
+}  // namespace test
