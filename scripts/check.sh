@@ -45,7 +45,9 @@ check_package() {
 }
 
 check_tidy() {
-    sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy-16 --quiet -p build/release 2>/dev/null
+    cmake --preset clang >/dev/null
+    sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' |
+        xargs -P "$(nproc)" -n 4 clang-tidy-16 --quiet -p build/clang 2>/dev/null
 }
 
 check_sanitizers() {

@@ -99,7 +99,7 @@ void ForEachPiece(const Text& source, Convert convert, Zero zero) {
     }
 }
 
-Units Decode(const std::string& file, std::string text, const std::string& encoding, bool replace) {
+Units Decode(const std::string& file, const std::string& text, const std::string& encoding, bool replace) {
     if (encoding == "utf16le") return FromUtf16(file, text);
     Units units;
     if (encoding == "utf8") {
