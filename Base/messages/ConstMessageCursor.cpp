@@ -57,7 +57,7 @@ ConstMessageCursor::ConstMessageCursor(const ConstMessageCursor& other)
     : mpState(new State(*other.mpState)) {}
 
 ConstMessageCursor& ConstMessageCursor::operator=(const ConstMessageCursor& other) {
-    *mpState = *other.mpState;
+    if (&other != this) *mpState = *other.mpState;
     return *this;
 }
 
