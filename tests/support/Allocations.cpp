@@ -31,6 +31,14 @@ void Free(void* block) {
 
 }  // namespace
 
+// The sanitizers' allocators give null, as any other, for what is too large.
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}
+
 void* operator new(std::size_t size) {
     if (void* block = Allocate(size)) return block;
     throw std::bad_alloc();
