@@ -223,7 +223,9 @@ TEST(RoadCommand, ShowsEachFailureAsATreeAndAsBytes) {
     EXPECT_EQ(child.exitCode, 0) << child.errors;
     EXPECT_EQ(child.errors, "");
     for (const char* expected :
-         {"all of it UTF-8.", "No such file or directory (Windows Standard C Library error 2)",
+         {"all of it UTF-8.", "the contract pays", "the contract refuses", "the governor grants",
+          "No memory to be contracted. Contract request rejected.", "the governor is owed 0 bytes",
+          "No such file or directory (Windows Standard C Library error 2)",
           "Permission denied (Windows Standard C Library error 13)", "ZBase::UTF8ToWideChar: Invalid",
           "(Server message 101)", "(Server message 110)", "lower level",
           "id 101, domain 300, numbers in base 10, width 0"}) {

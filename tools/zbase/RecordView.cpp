@@ -33,13 +33,19 @@ Block ReadBlock(const unsigned char* at) {
     return {Read<std::uint32_t>(at), Read<std::uint32_t>(at + 4), Read<const unsigned char*>(at + 8)};
 }
 
-std::string Quoted(const unsigned char* text) {
-    return "\"" + std::string(reinterpret_cast<const char*>(text)) + "\"";
+std::string Quoted(const std::string& text) {
+    std::string quoted = "\"";
+    for (const char c : text) quoted += c == '\n' ? "\\n" : std::string(1, c);
+    return quoted + "\"";
+}
+
+std::string QuotedNarrow(const unsigned char* text) {
+    return Quoted(reinterpret_cast<const char*>(text));
 }
 
 std::string QuotedWide(const unsigned char* payload) {
     const bool odd = reinterpret_cast<std::uintptr_t>(payload) % 2 != 0;
-    return "\"" + Narrow(reinterpret_cast<const unsigned short*>(payload + (odd ? 1 : 0))) + "\"";
+    return Quoted(Narrow(reinterpret_cast<const unsigned short*>(payload + (odd ? 1 : 0))));
 }
 
 std::string DescribeHeader(const unsigned char* payload) {
@@ -57,13 +63,13 @@ struct Kind {
 const Kind kKinds[] = {
     {0, "deleted", nullptr},
     {1, "header", DescribeHeader},
-    {2, "template", Quoted},
-    {3, "parameter", Quoted},
+    {2, "template", QuotedNarrow},
+    {3, "parameter", QuotedNarrow},
     {4, "same level", nullptr},
     {5, "lower level", nullptr},
     {6, "localized text",
      [](const unsigned char* payload) {
-         return "language " + std::to_string(Read<std::uint16_t>(payload)) + " " + Quoted(payload + 2);
+         return "language " + std::to_string(Read<std::uint16_t>(payload)) + " " + QuotedNarrow(payload + 2);
      }},
     {15, "wide message", QuotedWide},
 };
@@ -101,6 +107,14 @@ void PrintBlocks(const unsigned char* block, const std::string& indent) {
     }
 }
 
+// A text of several lines, all but the first of them indented.
+std::string Continued(std::string text, const std::string& indent) {
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 1)) {
+        text.insert(end + 1, indent);
+    }
+    return text;
+}
+
 }  // namespace
 
 void PrintTree(const Message& message) {
@@ -108,7 +122,8 @@ void PrintTree(const Message& message) {
     ZBase::SimpleMessageLocalizer localizer;
     for (;;) {
         const std::string indent(2 + 4u * cursor.GetCurrentOffset().lower_level_offset, ' ');
-        Print(indent + cursor.GetCurrentMessage().Localize(localizer, 0).c_str() + "\n");
+        Print(indent + Continued(cursor.GetCurrentMessage().Localize(localizer, 0).c_str(), indent + "  ") +
+              "\n");
         if (cursor.LowerLevelMessageIsUnvisited()) {
             cursor.GoToLowerLevelMessage(false);
             continue;

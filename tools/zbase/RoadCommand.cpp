@@ -1,13 +1,13 @@
 #include "Commands.h"
 #include "Console.h"
+#include "GovernedReading.h"
 #include "RecordView.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdlib>
-
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,60 +17,15 @@
 
 namespace {
 
-using ZBase::ExceptionImpl;
 using ZBase::Message;
 
 // Ids of this command's own messages, in the domain of the server.
-constexpr int kCannotOpen = 101;
-constexpr int kCannotRead = 102;
 constexpr int kNotText = 103;
 constexpr int kLoadFailed = 110;
 
 constexpr std::size_t kPieceSize = 1024;
-
-/// An open file, closed at the end of its scope.
-class OpenFile {
-public:
-    explicit OpenFile(const std::string& file) : mDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (mDescriptor < 0) Throw(errno, kCannotOpen, "Cannot open %1.", file);
-    }
-    ~OpenFile() { close(mDescriptor); }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    std::string ReadPiece(const std::string& file) {
-        std::string piece(kPieceSize, '\0');
-        const ssize_t count = read(mDescriptor, piece.data(), piece.size());
-        if (count < 0) Throw(errno, kCannotRead, "Cannot read %1.", file);
-        piece.resize(static_cast<std::size_t>(count));
-        return piece;
-    }
-
-private:
-    [[noreturn]] static void Throw(int errorNumber, int id, const char* text, const std::string& file) {
-        ExceptionImpl<Message> failure;
-        failure.SetDomainAndID(ZBase::MESSAGE_DOMAIN_ERRNO, errorNumber);
-        failure.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, id, text) << file.c_str();
-        throw failure;
-    }
-
-    int mDescriptor;
-};
-
-struct Loaded {
-    std::string text;
-    std::size_t pieces = 0;
-};
-
-Loaded ReadInPieces(const std::string& file) {
-    Loaded loaded;
-    OpenFile input(file);
-    for (std::string piece = input.ReadPiece(file); !piece.empty(); piece = input.ReadPiece(file)) {
-        loaded.text += piece;
-        ++loaded.pieces;
-    }
-    return loaded;
-}
+constexpr unsigned int kThreads = 3;
+constexpr std::size_t kPlenty = std::size_t{1} << 30;
 
 void RequireText(const std::string& file, const std::string& text) {
     try {
@@ -84,12 +39,13 @@ void RequireText(const std::string& file, const std::string& text) {
     }
 }
 
-void Load(const std::string& file) {
+void Load(const std::string& file, Budget& budget) {
     try {
-        const Loaded loaded = ReadInPieces(file);
+        const GovernedText loaded = ReadGoverned(file, budget, kPieceSize, kThreads);
         RequireText(file, loaded.text);
-        Print("  " + std::to_string(loaded.text.size()) + " bytes in " + std::to_string(loaded.pieces) +
-              " pieces of at most " + std::to_string(kPieceSize) + ", all of it UTF-8.\n");
+        Print("  " + std::to_string(loaded.text.size()) + " bytes by " + std::to_string(kThreads) +
+              " threads, in " + std::to_string(loaded.pieces) + " pieces of at most " +
+              std::to_string(kPieceSize) + ", all of it UTF-8.\n");
     } catch (Message& failure) {
         failure.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, kLoadFailed, "Process %1 could not load its text.")
             << ZBase::GetCurrentProcessID();
@@ -97,17 +53,43 @@ void Load(const std::string& file) {
     }
 }
 
+void PrintCharges(const Budget& budget) {
+    const std::vector<Charge> charges = budget.Charges();
+    constexpr std::size_t kShown = 8;
+    if (!charges.empty()) Print(Styled("  chunks of the buffer, and who paid:", "2") + "\n");
+    for (std::size_t i = 0; i != charges.size() && i != kShown; ++i) {
+        const Charge& charge = charges[i];
+        Print("  " + std::to_string(charge.bytes) + " bytes for thread " + std::to_string(charge.thread) +
+              ": the contract " + (charge.contractGranted ? "pays" : "refuses") + ", " +
+              std::to_string(charge.contractLeft) + " left; " +
+              (charge.governorAsked ? "the governor grants" : "the governor is not asked") + "\n");
+    }
+    if (charges.size() > kShown) Print("  and " + std::to_string(charges.size() - kShown) + " more\n");
+    Print("  The buffer is gone, and the governor is owed " + std::to_string(budget.Outstanding()) +
+          " bytes.\n");
+}
+
 // One station: what arrives of a load, or of its failure, at the edge of the program.
-void Arrive(const std::string& title, const std::string& file) {
+void Arrive(const std::string& title, const std::string& file, std::size_t contract, bool showCharges) {
     Print("\n" + Styled(title, "1") + "\n");
+    Budget budget(contract);
     try {
-        Load(file);
+        Load(file, budget);
+        if (showCharges) PrintCharges(budget);
     } catch (const Message& failure) {
+        if (showCharges) PrintCharges(budget);
         Print(Styled("  caught, as a tree:", "2") + "\n");
         PrintTree(failure);
         Print(Styled("  the same record, byte by byte (offset, length, kind):", "2") + "\n");
         PrintRecords(failure);
     }
+}
+
+// What a contract must hold so that it runs out on the way through a file: half of it.
+std::size_t TooLittleFor(const std::string& file) {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(file, missing);
+    return missing ? 0 : static_cast<std::size_t>(size / 2);
 }
 
 /// A file of this process that its user may not read, for the time of a scope. An administrator may read
@@ -142,12 +124,13 @@ int RunRoad(const std::string& file) {
     Print(
         "The road of a failure: thrown where it happens, wrapped by every caller that knows more, shown at "
         "the end.\n");
-    Arrive("1  " + file + " is read piece by piece", file);
-    Arrive("2  A file that is not there", file + ".missing");
+    Arrive("1  " + file + " is read by several threads into one buffer", file, kPlenty, true);
+    Arrive("2  The same, and the contract runs out", file, TooLittleFor(file), true);
+    Arrive("3  A file that is not there", file + ".missing", kPlenty, false);
     {
         const ForbiddenFile forbidden;
-        Arrive("3  A file without permission", forbidden.Name());
+        Arrive("4  A file without permission", forbidden.Name(), kPlenty, false);
     }
-    Arrive("4  Bytes that are no text: the zbase command itself", "/proc/self/exe");
+    Arrive("5  Bytes that are no text: the zbase command itself", "/proc/self/exe", kPlenty, false);
     return 0;
 }

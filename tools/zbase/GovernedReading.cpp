@@ -1,0 +1,143 @@
+#include "GovernedReading.h"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <latch>
+#include <memory>
+#include <thread>
+
+#include "OpenFile.h"
+
+namespace {
+
+using namespace ZBase::Literals;
+
+constexpr unsigned int kQuotaExceeded = 1816;  // the system's code for it
+
+struct DeleteBuffer {
+    void operator()(ZBase::Buffer* buffer) const { buffer->Delete(); }
+};
+
+/// The pieces of a file, taken by whichever thread comes next.
+class Pieces {
+public:
+    Pieces(const OpenFile& file, ZBase::Buffer& buffer, std::size_t pieceSize)
+        : mFile(file),
+          mBuffer(buffer),
+          mPieceSize(pieceSize),
+          mPieces((file.Size() + pieceSize - 1) / pieceSize) {}
+
+    void ReadAll(unsigned int threads) {
+        std::latch start(threads);
+        std::vector<std::thread> readers;
+        for (unsigned int i = 0; i != threads; ++i) {
+            readers.emplace_back([this, &start] {
+                start.arrive_and_wait();
+                ReadUntilDone();
+            });
+        }
+        for (std::thread& reader : readers) reader.join();
+        if (mFailure != nullptr) std::rethrow_exception(mFailure);
+    }
+
+    GovernedText Join() const {
+        GovernedText joined{{}, mPieces.size()};
+        for (const std::string_view piece : mPieces) joined.text += piece;
+        return joined;
+    }
+
+private:
+    void ReadUntilDone() {
+        try {
+            for (std::size_t index = mNext++; index < mPieces.size() && !mStopped; index = mNext++) {
+                char* place = new (&mBuffer) char[mPieceSize];
+                mPieces[index] = {place, mFile.ReadAt(index * mPieceSize, place, mPieceSize)};
+            }
+        } catch (...) {
+            if (!mStopped.exchange(true)) mFailure = std::current_exception();
+        }
+    }
+
+    const OpenFile& mFile;
+    ZBase::Buffer& mBuffer;
+    std::size_t mPieceSize;
+    std::vector<std::string_view> mPieces;
+    std::atomic<std::size_t> mNext{0};
+    std::atomic<bool> mStopped{false};
+    std::exception_ptr mFailure;
+};
+
+}  // namespace
+
+class Budget::Purse : public ZBase::MemoryContract, public ZSynch::ReferenceCountedImpl<unsigned int> {
+public:
+    Purse(Budget& budget, std::size_t bytes) : mBudget(budget), mLeft(bytes) {}
+
+    unsigned int Request(unsigned int bytes) override { return Take(bytes) ? 0 : kQuotaExceeded; }
+    void Settle(unsigned int) override {}
+
+    unsigned int RequestChunk(std::size_t bytes, bool) override {
+        const std::lock_guard lock(mBudget.mLock);
+        const bool granted = Take(bytes);
+        mBudget.mCharges.push_back({bytes, ZBase::GetCurrentThreadID(), granted, mLeft, false});
+        return granted ? 0 : kQuotaExceeded;
+    }
+    void SettleChunk(std::size_t) override {}
+
+private:
+    bool Take(std::size_t bytes) {
+        if (bytes > mLeft) return false;
+        mLeft -= bytes;
+        return true;
+    }
+
+    Budget& mBudget;
+    std::size_t mLeft;  // guarded by the budget's lock
+};
+
+Budget::Budget(std::size_t bytes) : mContract(new Purse(*this, bytes)) {
+    mGovernor.mRequest = [this](std::size_t asked) { return Govern(asked); };
+    mGovernor.mRelease = [this](std::size_t given) {
+        const std::lock_guard lock(mLock);
+        mOutstanding -= given;
+    };
+    mGovernor.mRefusalText = [](std::size_t) {
+        return ZBase::WideString("The process has no memory left."_w);
+    };
+    ZBase::RegisterMemGovernor(&mGovernor);
+}
+
+Budget::~Budget() {
+    ZBase::UnregisterMemGovernor(&mGovernor);
+}
+
+bool Budget::Govern(std::size_t bytes) {
+    const std::lock_guard lock(mLock);
+    mOutstanding += bytes;
+    const auto asked = std::find_if(mCharges.rbegin(), mCharges.rend(), [](const Charge& charge) {
+        return charge.thread == ZBase::GetCurrentThreadID();
+    });
+    if (asked != mCharges.rend()) asked->governorAsked = true;
+    return true;
+}
+
+std::vector<Charge> Budget::Charges() const {
+    const std::lock_guard lock(mLock);
+    return mCharges;
+}
+
+std::size_t Budget::Outstanding() const {
+    const std::lock_guard lock(mLock);
+    return mOutstanding;
+}
+
+GovernedText ReadGoverned(const std::string& file, Budget& budget, std::size_t pieceSize,
+                          unsigned int threads) {
+    const OpenFile input(file);
+    const std::unique_ptr<ZBase::Buffer, DeleteBuffer> buffer(
+        ZBase::CreateBufferThreadSafe(0, 1, budget.Contract(), pieceSize, false));
+    Pieces pieces(input, *buffer, pieceSize);
+    pieces.ReadAll(threads);
+    return pieces.Join();
+}
