@@ -61,6 +61,7 @@ enum Win32Code : unsigned int {
     kRetry = 1237,
     kNotAuthenticated = 1244,
     kDiskQuotaExceeded = 1295,
+    kNoneMapped = 1332,
     kFileCorrupt = 1392,
     kNoSystemResources = 1450,
     kTimeout = 1460,

@@ -1,0 +1,186 @@
+#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/MappedRegions.h>
+#include <Base/platform/os/linux/NativeText.h>
+#include <Base/platform/os/linux/TextBuffer.h>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <locale.h>
+#include <unistd.h>
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ZBase::os {
+
+namespace {
+
+// A module of the process as the loader sees it: the span of its segments, and its name, which is empty for
+// the program and may be relative to a directory that was current once.
+struct LoadedModule {
+    std::uintptr_t start = 0;
+    std::uintptr_t end = 0;
+    std::string name;
+};
+
+std::uintptr_t PageStart(std::uintptr_t address) {
+    return address & ~(static_cast<std::uintptr_t>(getpagesize()) - 1);
+}
+
+LoadedModule Describe(const dl_phdr_info& info) {
+    LoadedModule module{UINTPTR_MAX, 0, info.dlpi_name};
+    for (int i = 0; i != info.dlpi_phnum; ++i) {
+        const auto& segment = info.dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD) continue;
+        const std::uintptr_t start = info.dlpi_addr + segment.p_vaddr;
+        module.start = std::min(module.start, PageStart(start));
+        module.end = std::max(module.end, start + segment.p_memsz);
+    }
+    return module;
+}
+
+/// Puts the first module that `matches` into `found`.
+template <class Predicate>
+bool FindModule(Predicate matches, LoadedModule& found) {
+    struct Search {
+        Predicate& matches;
+        LoadedModule& found;
+    } search{matches, found};
+    return dl_iterate_phdr(
+               [](dl_phdr_info* info, std::size_t, void* argument) {
+                   auto* in = static_cast<Search*>(argument);
+                   LoadedModule module = Describe(*info);
+                   if (!in->matches(module)) return 0;
+                   in->found = std::move(module);
+                   return 1;
+               },
+               &search) != 0;
+}
+
+// The loader's own words for its last failure, in English whatever the locale is. They are put together only
+// here, so the locale need not change while the module's code runs.
+std::string LoaderComplaint() {
+    static const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t users = uselocale(english);
+    const char* complaint = dlerror();
+    std::string text = complaint == nullptr ? "" : complaint;
+    uselocale(users);
+    return text;
+}
+
+// The loader reports in words only.
+Win32Code LoadFailure(std::string_view complaint) {
+    const auto says = [complaint](std::string_view words) {
+        return complaint.find(words) != std::string_view::npos;
+    };
+    if (says("cannot open shared object file")) {
+        if (says("Permission denied")) return kAccessDenied;
+        if (says("Too many open files")) return kTooManyOpenFiles;
+        return kModuleNotFound;
+    }
+    if (says("undefined symbol") || says("symbol lookup error") || says("not found (required by")) {
+        return kProcedureNotFound;
+    }
+    if (says("annot allocate memory") || says("out of memory")) return kNotEnoughMemory;
+    return kBadImage;
+}
+
+std::string ProgramPath() {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+    return length < 0 ? "" : std::string(path, static_cast<std::size_t>(length));
+}
+
+// The path behind a loader's name for a module in which `address` lies.
+std::string AbsolutePath(const char* name, std::uintptr_t address) {
+    if (*name == 0) return ProgramPath();
+    MappedRegion region;
+    if (*name != '/' && FindMappedRegion(address, region) && region.path.starts_with('/')) return region.path;
+    return name;
+}
+
+}  // namespace
+
+const unsigned short* ComponentEnding() {
+    static constexpr unsigned short ending[] = {'_', '6', '4', '.', 's', 'o', 0};
+    return ending;
+}
+
+Module LoadModule(const unsigned short* fileName) {
+    void* module = dlopen(ToNative(fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) SetLastCode(LoadFailure(LoaderComplaint()));
+    return module;
+}
+
+void FreeModule(Module module) {
+    dlclose(module);
+}
+
+Module FindLoadedModule(const char* name) {
+    const std::string file = std::string("lib") + name + ".so";
+    LoadedModule found;
+    const auto isNamed = [&file](const LoadedModule& module) {
+        return module.name.substr(module.name.rfind('/') + 1) == file;
+    };
+    if (!FindModule(isNamed, found)) {
+        SetLastCode(kModuleNotFound);
+        return nullptr;
+    }
+    return dlopen(found.name.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+}
+
+void* FindFunction(Module module, const char* name) {
+    // The search goes on in the modules that this one needs; what they export is not its own.
+    void* address = dlsym(module, name);
+    Dl_info info{};
+    void* owner = nullptr;
+    if (address != nullptr && dladdr1(address, &info, &owner, RTLD_DL_LINKMAP) != 0 && owner == module) {
+        return address;
+    }
+    SetLastCode(kProcedureNotFound);
+    return nullptr;
+}
+
+bool FindAllocationBase(const void* address, const void*& base) {
+#if defined(__x86_64__)
+    constexpr unsigned int userAddressBits = 47;
+#else
+    constexpr unsigned int userAddressBits = 48;
+#endif
+    const auto value = reinterpret_cast<std::uintptr_t>(address);
+    base = nullptr;
+    if (value >> userAddressBits != 0) {
+        SetLastCode(kInvalidParameter);
+        return false;
+    }
+    LoadedModule module;
+    const auto holds = [value](const LoadedModule& m) { return value >= m.start && value < m.end; };
+    MappedRegion region{};
+    if (FindModule(holds, module)) {
+        base = reinterpret_cast<const void*>(module.start);
+    } else if (FindMappedRegion(value, region)) {
+        base = reinterpret_cast<const void*>(region.start);
+    }
+    return true;
+}
+
+unsigned int GetModulePath(Module module, unsigned short* path, unsigned int capacity) {
+    const auto* map = static_cast<const link_map*>(module);
+    return PutTextCut(AbsolutePath(map->l_name, reinterpret_cast<std::uintptr_t>(map->l_ld)), path, capacity);
+}
+
+unsigned int GetModulePathAt(const void* base, unsigned short* path, unsigned int capacity) {
+    LoadedModule module;
+    const auto start = reinterpret_cast<std::uintptr_t>(base);
+    if (!FindModule([start](const LoadedModule& m) { return m.start == start; }, module)) {
+        SetLastCode(kModuleNotFound);
+        return 0;
+    }
+    return PutTextCut(AbsolutePath(module.name.c_str(), start), path, capacity);
+}
+
+}  // namespace ZBase::os
