@@ -1,0 +1,81 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnWString.h>
+
+#include <cstdint>
+
+#if !defined(GUID_DEFINED)  // the mark of Windows' own declaration
+/// An identifier of 16 bytes. The integers are little-endian in memory.
+struct _GUID {
+    std::uint32_t Data1;
+    std::uint16_t Data2;
+    std::uint16_t Data3;
+    unsigned char Data4[8];
+};
+#endif
+
+static_assert(sizeof(_GUID) == 16);
+
+namespace ZBase {
+
+using ::_GUID;
+
+/// An identifier that can be made, compared and printed.
+class ZBASE_API GUID : public _GUID {
+public:
+    /// A new identifier, not the null one. Throws as `CreateGUID` does.
+    GUID();
+
+    GUID(const _GUID& other) : _GUID(other) {}
+
+    /// The identifier of a text: the form in braces if it begins with "{", otherwise one that `String2Guid`
+    /// reads. `text` must not be null. Throws a `Message` with id -1 for any other text.
+    GUID(const unsigned short* text);
+
+    GUID(const GUID&) = default;
+    GUID& operator=(const GUID&) = default;
+    GUID& operator=(GUID&&) = default;
+
+    bool operator==(const _GUID& other) const;
+    bool operator!=(const _GUID& other) const { return !(*this == other); }
+    bool operator==(const GUID& other) const { return *this == static_cast<const _GUID&>(other); }
+    bool operator!=(const GUID& other) const { return !(*this == other); }
+
+    /// The order of `CompareGUID`.
+    bool operator<(const _GUID& other) const;
+
+    /// `Guid2String` and `Guid2MSString` of this.
+    ReturnWString ToWString() const;
+    ReturnWString ToMicrosoftWString() const;
+};
+
+static_assert(sizeof(GUID) == sizeof(_GUID));
+
+/// Makes a new random identifier. Throws a `Message` with the system code as id when the system can't make
+/// one that is unique everywhere.
+ZBASE_API void CreateGUID(_GUID& guid);
+
+/// Negative, 0 or positive: the order of `Data1`, `Data2` and `Data3` as numbers, then of the bytes of
+/// `Data4`. It is the order of neither text form.
+ZBASE_API int CompareGUID(const _GUID& left, const _GUID& right);
+
+// Text forms of {00112233-4455-6677-8899-AABBCCDDEEFF}, which is the Microsoft form. Without its braces it is
+// the form of RFC 4122. The library's own form is "0011223366774455BBAA9988FFEEDDCC": the 16 bytes as four
+// little-endian numbers, so only the first eight digits agree. Digits are written in upper case and read in
+// either. A parser gives false for any other text and for null, and leaves `guid` zero then; it never throws.
+
+/// Reads the library form, or the Microsoft form without braces, told apart by the length.
+ZBASE_API bool String2Guid(_GUID& guid, const unsigned short* text);
+
+/// The library form.
+ZBASE_API ReturnWString Guid2String(const _GUID& guid);
+
+/// Reads the Microsoft form with braces.
+ZBASE_API bool MSString2Guid(_GUID& guid, const unsigned short* text);
+
+/// The Microsoft form with braces, and without.
+ZBASE_API ReturnWString Guid2MSString(const _GUID& guid);
+ZBASE_API ReturnWString Guid2MSUniString(const _GUID& guid);
+
+}  // namespace ZBase
