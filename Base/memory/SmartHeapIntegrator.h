@@ -1,0 +1,50 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ZBase {
+
+/// The link to SmartHeap, a vendor's heap ("shsmp64.dll", "libshsmp64.so"), where that is in the process; the
+/// library never loads it. Where it is not, every question is answered with "no". It is looked for once, by
+/// the first call that needs it: one that arrives later is not noticed.
+class ZBASE_API SmartHeapIntegrator {
+public:
+    /// What the heap holds, as it reports it. The fields are named after what they are taken for.
+    struct MemInfo {
+        std::uint64_t usedBytes;  // with the on-boundary memory of buffers, which the heap can't see
+        std::uint64_t freeBytes;  // held and not used
+        std::uint64_t peakBytes;
+        std::uint64_t smallBlockBytes;
+        std::uint64_t largeBlockBytes;
+        std::uint64_t systemBytes;
+        std::uint64_t poolCount;
+        std::uint32_t threadCount;
+    };
+
+    /// Do nothing.
+    static void Init();
+    static void MemPatchProcess();
+
+    /// `mSmartHeapEnabled`, also where the heap is not there.
+    static bool IsSmartHeapEnabled();
+
+    /// Sets `mHookEnabled`; there is no way back.
+    static void SetHookingEnabled();
+    static bool GetHookingEnabled();
+
+    /// False, with `info` untouched, when the heap is not there or does not answer.
+    static bool GetMemoryUsageInfo(MemInfo& info);
+
+    /// Tells the heap to shrink its cache; its answer, 0 when it is not there.
+    static std::size_t ShrinkSmartHeapMemoryCache(std::size_t size);
+
+    static bool mSmartHeapEnabled;       // true; for the application to write
+    static bool mHookEnabled;            // false
+    static void (*mpMemHookProcess)();   // null; for the application
+    static void (*mpMemPatchProcess)();  // null; for the application
+};
+
+}  // namespace ZBase
