@@ -46,6 +46,7 @@ std::string gContainerPath;
 static const bool sSettingsRead = ReadSettings();
 std::set<MemGovernorProxy*> gMemGovernors;
 FeatureFlagMgr FeatureFlagMgr::mFeatureFlagMgrInst;
+AppGlobalEventCallback* gAppGlobalEventCallback = nullptr;
 std::string gProcessLocale;
 static const bool sUserLocaleEntered = EnterUserLocale();
 

@@ -6,6 +6,7 @@
 
 namespace ZBase {
 
+class AppGlobalEventCallback;
 struct MemGovernorProxy;
 
 // What exists from load to unload. Load.cpp defines all of it, in the order of construction.
@@ -15,6 +16,9 @@ extern std::string gProcessLocale;
 
 // The registered governors, in the order of their addresses; the proxies belong to who registered them.
 extern std::set<MemGovernorProxy*> gMemGovernors;
+
+// Whoever listens to the application's events; null at first. Held, not owned.
+extern AppGlobalEventCallback* gAppGlobalEventCallback;
 
 // Settings of the buffers that are read at load.
 extern std::size_t sGrowLimitBytes;
