@@ -25,6 +25,7 @@
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/MemGovernorProxy.h>
 #include <Base/memory/MemoryContract.h>
+#include <Base/memory/SmartHeapIntegrator.h>
 #include <Base/memory/VirtualMemory.h>
 #include <Base/messages/ConstMessageCursor.h>
 #include <Base/messages/CursorOffset.h>
@@ -34,8 +35,19 @@
 #include <Base/messages/MessageFormat.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
 #include <Base/messages/SystemErrors.h>
+#include <Base/platform/HostInformation.h>
+#include <Base/platform/NameResolution.h>
+#include <Base/platform/ProcessInformation.h>
+#include <Base/platform/PseudoRandom.h>
+#include <Base/platform/SharedLibrary.h>
+#include <Base/platform/Timer.h>
+#include <Base/platform/TotalTimer.h>
+#include <Base/switches/AppGlobalEventReporter.h>
 #include <Base/switches/FeatureFlagMgr.h>
 #include <Base/text/BinaryText.h>
+#include <Base/text/Guid.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/NumberText.h>
+#include <Base/text/SidText.h>
+#include <Base/text/Udid.h>
 #include <Base/text/UnicodeConversions.h>

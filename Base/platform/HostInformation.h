@@ -1,0 +1,26 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnWString.h>
+
+namespace ZBase {
+
+/// The name of this computer in the DNS, without its domain; empty if the system does not tell.
+ZBASE_API ReturnWString GetComputerName();
+
+/// The name of this computer, with "." and its DNS domain if it is in one; empty if the system does not tell.
+ZBASE_API ReturnWString GetComputerFullName();
+
+/// The account that this process acts for, as "domain\user". Throws a `Message` with the system code as id
+/// when the system does not tell, or the account is none of a user.
+ZBASE_API ReturnWString GetCurrentLogin();
+
+/// The processors that are online.
+ZBASE_API unsigned short GetNumberOfSystemProcessors();
+
+/// A number that tells this machine from others of its network: the IPv4 address that its own host name
+/// resolves to, the most significant octet first, or the four words of an IPv6 address together. 0 when the
+/// name does not resolve. Asks the resolver.
+ZBASE_API int GetUniqueMachineID();
+
+}  // namespace ZBase

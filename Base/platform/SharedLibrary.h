@@ -1,0 +1,46 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/DeleteC.h>
+#include <Base/frame/ReturnPtr.h>
+#include <Base/frame/ReturnWString.h>
+
+namespace ZBase {
+
+class Message;
+
+/// A component that was loaded at run time. It stays loaded for as long as the object lives. Every failure is
+/// a `Message` of domain 300 that names the library, over one of domain 100 with the system code as id.
+class ZBASE_API SharedLibrary {
+public:
+    /// Gives the object of the initialiser back and, unless it was dismissed, unloads the library.
+    virtual ~SharedLibrary() = default;
+
+    /// The address of a function. Throws a `Message` when the library does not export it, and
+    /// `StringConversionException` for a name beyond ASCII.
+    virtual void* GetFunctionAddress(const unsigned short* name) = 0;
+
+    /// The same, with null in place of the `Message`, which is put in front of `*message` unless that is
+    /// null.
+    virtual void* GetFunctionAddressOrNULL(const unsigned short* name, Message* message) = 0;
+
+    /// The path that the library was loaded from, cut to 259 units. Throws a `Message`.
+    virtual ReturnWString GetFilePath() = 0;
+
+    /// Leaves the library in the process for good when this object goes. Can't be undone.
+    virtual void Dismiss() = 0;
+
+    /// Calls the library's `GetZENTDLLInitializer()` and holds a reference to the `ReferenceCounted` object
+    /// that it gives, in place of the one that was held. Does nothing when the library has no such function,
+    /// or a `Message` is thrown in it; anything else that it throws passes through.
+    virtual void ZENTInitialize() = 0;
+};
+
+/// Load a library by its file name. A name without any "." in it, path included, is completed by the ending
+/// of the platform, "_64.dll" or "_64.so". The two do the same. Throw a `Message` when it can't be loaded,
+/// and `StringConversionException` for a name that is no proper UTF-16.
+ZBASE_API ReturnPtr<SharedLibrary, DeleteC<SharedLibrary>> LoadSharedLibrary(const unsigned short* name);
+ZBASE_API ReturnPtr<SharedLibrary, DeleteC<SharedLibrary>> Load3rdPartySharedLibrary(
+    const unsigned short* name);
+
+}  // namespace ZBase
