@@ -101,6 +101,10 @@ int NextMultibyteCharacter(const char* source, std::size_t limit, unsigned short
 std::size_t WideToMultibyte(char* destination, const unsigned short* source, std::size_t capacity) {
     std::mbstate_t state{};
     std::size_t octets = 0;
+    const auto append = [&](const char* text, std::size_t count) {
+        std::memcpy(destination + octets, text, std::min(count, capacity - octets));
+        octets += std::min(count, capacity - octets);
+    };
     while (*source != 0) {
         wchar_t chunk[kChunk];
         std::size_t length = 0;
@@ -108,17 +112,20 @@ std::size_t WideToMultibyte(char* destination, const unsigned short* source, std
             chunk[length] = TakeCharacter(source);
             if (chunk[length] == kNoCharacter) return kBadText;
         }
+        // When a character waits for the next one and nothing is written, the C library looks at the octet
+        // before the result, and takes a 0 for the end of the text: it gets one that is not 0.
+        char text[1 + kChunk * MB_LEN_MAX] = {1};
         const wchar_t* position = chunk;
-        const std::size_t count =
-            wcsnrtombs(destination + octets, &position, length, capacity - octets, &state);
+        const std::size_t count = wcsnrtombs(text + 1, &position, length, sizeof text - 1, &state);
         if (count == kBadText) return kBadText;
-        octets += count;
-        if (position != chunk + length) return octets;  // no more room
+        append(text + 1, count);
     }
     char end[2 * MB_LEN_MAX];  // what returns to the initial state, and the terminator
     const std::size_t count = std::wcrtomb(end, 0, &state);
-    std::memcpy(destination + octets, end, std::min(count, capacity - octets));
-    return std::min(octets + count - 1, capacity);
+    append(end, count - 1);
+    const std::size_t length = octets;
+    append("", 1);
+    return length;
 }
 
 int NextWideCharacter(const unsigned short* source, char* octets, int& unitCount) {

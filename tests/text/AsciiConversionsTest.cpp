@@ -1,0 +1,73 @@
+#include <Base/text/MultibyteConversions.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/Failures.h"
+#include "tests/support/WideText.h"
+
+namespace {
+
+using test::ToUnits;
+using test::Units;
+
+TEST(AsciiToWide, NullGivesANullStringAndEmptyAnEmptyOne) {
+    EXPECT_EQ(ZBase::ASCIIToWideChar(nullptr, false).c_str(), nullptr);
+    EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar("", false)), Units{});
+}
+
+TEST(AsciiToWide, EveryAsciiCharacterPasses) {
+    std::string text;
+    for (int octet = 1; octet <= 0x7F; ++octet) text += static_cast<char>(octet);
+    EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar(text.c_str(), false)), ToUnits(text));
+}
+
+TEST(AsciiToWide, OtherOctetIsNamedWithItsOffset) {
+    const auto failure = [](const std::string& text) {
+        return test::ConversionFailure([&] { ZBase::ASCIIToWideChar(text.c_str(), false); });
+    };
+    EXPECT_EQ(failure("ab\xE9"), "Invalid ASCII character 0xE9 at offset 2.");
+    EXPECT_EQ(failure("\x80\xFF"), "Invalid ASCII character 0x80 at offset 0.");
+    EXPECT_EQ(failure(std::string(12345, 'a') + "\xFF"), "Invalid ASCII character 0xFF at offset 12345.");
+}
+
+TEST(AsciiToWide, EveryOtherOctetIsReplaced) {
+    EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar("ab\xE9", true)), ToUnits("ab?"));
+    for (int octet = 0x80; octet <= 0xFF; ++octet) {
+        const std::string text = {'<', static_cast<char>(octet), '>'};
+        EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar(text.c_str(), true)), ToUnits("<?>"));
+    }
+}
+
+TEST(WideToAscii, NullGivesANullStringAndEmptyAnEmptyOne) {
+    EXPECT_EQ(ZBase::WideCharToASCII(nullptr, false).c_str(), nullptr);
+    EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units().c_str(), false)), "");
+}
+
+TEST(WideToAscii, EveryAsciiCharacterPasses) {
+    std::string text;
+    for (int octet = 1; octet <= 0x7F; ++octet) text += static_cast<char>(octet);
+    EXPECT_EQ(test::Text(ZBase::WideCharToASCII(ToUnits(text).c_str(), false)), text);
+}
+
+TEST(WideToAscii, OtherUnitIsNamedWithItsOffset) {
+    const auto failure = [](const Units& text) {
+        return test::ConversionFailure([&] { ZBase::WideCharToASCII(text.c_str(), false); });
+    };
+    EXPECT_EQ(failure({0xE9}), "Non-ASCII codepoint U+00E9 at offset 0.");
+    EXPECT_EQ(failure({0x41, 0x20AC}), "Non-ASCII codepoint U+20AC at offset 1.");
+    EXPECT_EQ(failure({0x80}), "Non-ASCII codepoint U+0080 at offset 0.");
+    EXPECT_EQ(failure({0x41, 0xD83D, 0xDE00, 0xFFFF}), "Non-ASCII codepoint U+D83D at offset 1.");
+}
+
+TEST(WideToAscii, SurrogatesAreReplacedOneByOne) {
+    EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units{'a', 0xD83D, 0xDE00, 0xE9, 0xFFFF, 'b'}.c_str(), true)),
+              "a????b");
+}
+
+TEST(WideToAscii, UnitWithAnAsciiLowOctetIsNoAscii) {
+    EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units{0x0141, 0x8041}.c_str(), true)), "??");
+}
+
+}  // namespace

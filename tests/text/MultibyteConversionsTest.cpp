@@ -1,0 +1,226 @@
+#include <Base/text/MultibyteConversions.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Failures.h"
+#include "tests/support/Locales.h"
+#include "tests/support/WideText.h"
+
+namespace {
+
+using test::ToUnits;
+using test::Units;
+
+Units ToWide(const std::string& text, bool replace = false) {
+    return test::Text(ZBase::MultiByteToWideChar(text.c_str(), replace));
+}
+
+std::string ToMultibyte(const Units& text, bool replace = false) {
+    return test::Text(ZBase::WideCharToMultiByte(text.c_str(), replace));
+}
+
+void ExpectBothWays(const std::string& octets, const Units& units) {
+    for (const bool replace : {false, true}) {
+        EXPECT_EQ(ToWide(octets, replace), units);
+        EXPECT_EQ(ToMultibyte(units, replace), octets);
+    }
+}
+
+// Bad octets throw, or become "?" one by one.
+void ExpectBadOctets(const std::string& octets, const Units& replaced) {
+    EXPECT_EQ(test::ConversionFailure([&] { ToWide(octets); }), "::mbstowcs() failed.");
+    EXPECT_EQ(ToWide(octets, true), replaced);
+}
+
+void ExpectBadUnits(const Units& units, const std::string& replaced) {
+    EXPECT_EQ(test::ConversionFailure([&] { ToMultibyte(units); }), "::wcstombs() failed.");
+    EXPECT_EQ(ToMultibyte(units, true), replaced);
+}
+
+std::string Repeated(const std::string& text, std::size_t times) {
+    std::string all;
+    for (std::size_t i = 0; i != times; ++i) all += text;
+    return all;
+}
+
+TEST(Multibyte, NullGivesANullString) {
+    EXPECT_EQ(ZBase::MultiByteToWideChar(nullptr, false).c_str(), nullptr);
+    EXPECT_EQ(ZBase::WideCharToMultiByte(nullptr, true).c_str(), nullptr);
+}
+
+TEST(Multibyte, EmptyTextGivesAnEmptyTextInEveryLocale) {
+    ExpectBothWays("", {});
+    for (const char* name : {"de_DE.ISO-8859-1", "ja_JP.EUC-JP", "en_US.UTF-8"}) {
+        const test::ScopedLocale locale(name);
+        ExpectBothWays("", {});
+    }
+}
+
+TEST(MultibyteLatin1, EveryOctetIsTheCharacterOfItsValue) {
+    const test::ScopedLocale locale("de_DE.ISO-8859-1");
+    std::string octets;
+    Units units;
+    for (int octet = 1; octet <= 0xFF; ++octet) {
+        octets += static_cast<char>(octet);
+        units += static_cast<unsigned short>(octet);
+    }
+    ExpectBothWays(octets, units);
+}
+
+TEST(MultibyteLatin1, CharacterThatTheLocaleCannotHoldIsBad) {
+    const test::ScopedLocale locale("de_DE.ISO-8859-1");
+    ExpectBadUnits({'5', ' ', 0x20AC, '.'}, "5 ?.");
+    ExpectBadUnits({0x0141}, "?");
+}
+
+TEST(MultibyteLatin1, SupplementaryCharacterGivesOneMarkForEachUnit) {
+    const test::ScopedLocale locale("de_DE.ISO-8859-1");
+    ExpectBadUnits({'a', 0xD83D, 0xDE00, 'b'}, "a??b");
+    ExpectBadUnits({'a', 0xDE00, 0xD83D, 0xFC}, "a??\xFC");
+}
+
+TEST(MultibyteEucJp, CharactersOfTwoAndThreeOctetsConvert) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    ExpectBothWays("\xC6\xFC\xCB\xDC", {0x65E5, 0x672C});
+    ExpectBothWays(
+        "a\x8F\xB0\xA1"
+        "b",
+        {'a', 0x4E02, 'b'});
+    ExpectBothWays("\x8E\xB1", {0xFF71});
+}
+
+TEST(MultibyteEucJp, BadOctetLeavesTheCharactersOnBothSides) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    ExpectBadOctets("\xC6\xFC\xFF\xCB\xDC", {0x65E5, '?', 0x672C});
+    ExpectBadOctets("\xC6\x41\xCB\xDC", {'?', 'A', 0x672C});
+}
+
+TEST(MultibyteEucJp, CharacterCutOffAtTheEndIsBad) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    ExpectBadOctets("\xC6\xFC\xCB", {0x65E5, '?'});
+    ExpectBadOctets("\x8F\xB0", {'?', '?'});
+}
+
+TEST(MultibyteUtf8, SupplementaryCharacterIsAPair) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    ExpectBothWays("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80z", {'a', 0xE4, 0x20AC, 0xD83D, 0xDE00, 'z'});
+    ExpectBothWays("\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF});
+}
+
+TEST(MultibyteUtf8, BadOctetsAreReplacedOneByOne) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    ExpectBadOctets("a\xFFz", ToUnits("a?z"));
+    ExpectBadOctets("\xC3\xA4\xE2\x82\xC3\xA4", {0xE4, '?', '?', 0xE4});
+    ExpectBadOctets("a\xF0\x9F\x98", ToUnits("a???"));
+    ExpectBadOctets(
+        "\x80"
+        "a",
+        ToUnits("?a"));
+}
+
+TEST(MultibyteUtf8, WhatIsNoCharacterIsBadEvenIfTheSystemTakesIt) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    ExpectBadOctets("\xED\xA0\x80", ToUnits("???"));
+    ExpectBadOctets(
+        "\xF4\x90\x80\x80"
+        "a",
+        ToUnits("????a"));
+    ExpectBadOctets(
+        "\xF8\x88\x80\x80\x80"
+        "a",
+        ToUnits("?????a"));
+}
+
+TEST(MultibyteUtf8, LoneSurrogateIsBad) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    ExpectBadUnits({0xD83D}, "?");
+    ExpectBadUnits({'a', 0xD83D, 'b'}, "a?b");
+    ExpectBadUnits({0xDE00, 0xD83D}, "??");
+    ExpectBadUnits({0xD83D, 0xD83D, 0xDE00, 0xE4}, "?\xF0\x9F\x98\x80\xC3\xA4");
+}
+
+TEST(MultibyteUtf8, TextsOfEveryLengthAroundTheChunksConvert) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    for (std::size_t length = 250; length != 260; ++length) {
+        for (const std::size_t times : {1, 2, 3}) {
+            const std::string octets = Repeated(std::string(length, 'a') + "\xF0\x9F\x98\x80", times);
+            const Units units = ToWide(octets);
+            ASSERT_EQ(units.size(), (length + 2) * times);
+            ASSERT_EQ(ToMultibyte(units), octets);
+            ASSERT_EQ(ToWide(octets + "\xFF", true), units + static_cast<unsigned short>('?'));
+            ASSERT_EQ(ToMultibyte(units + static_cast<unsigned short>(0xD800), true), octets + '?');
+        }
+    }
+}
+
+TEST(MultibyteUtf8, LargeTextsSurvive) {
+    const test::ScopedLocale locale("en_US.UTF-8");
+    const std::string octets = Repeated("\xE2\x82\xAC", 1000000);
+    EXPECT_EQ(ToWide(octets), Units(1000000, 0x20AC));
+    EXPECT_EQ(ToMultibyte(Units(1000000, 0x20AC)), octets);
+}
+
+// In this encoding two octets are two characters, and a character waits for what follows.
+TEST(MultibyteHongKong, CharacterOfTwoWideOnesConverts) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    ExpectBothWays("\x88\x62", {0xCA, 0x304});
+    ExpectBothWays("\x88\x66", {0xCA});
+    ExpectBothWays("a\x88\x62\x88\x66\x88\x62z", {'a', 0xCA, 0x304, 0xCA, 0xCA, 0x304, 'z'});
+}
+
+TEST(MultibyteHongKong, CharacterOfTwoWideOnesSurvivesBesideABadOne) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    ExpectBadOctets("\x88\x62\xFF\x88\x62", {0xCA, 0x304, '?', 0xCA, 0x304});
+    ExpectBadOctets("\x88\x66\x88", {0xCA, '?'});
+    ExpectBadUnits({0xCA, 0xD800, 'z'}, "\x88\x66?z");
+}
+
+TEST(MultibyteHongKong, CharacterOfTwoWideOnesConvertsAcrossChunks) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    for (std::size_t length = 250; length != 260; ++length) {
+        const std::string start(length, 'a');
+        ExpectBothWays(start + "\x88\x62\x88\x62z", ToUnits(start) + Units{0xCA, 0x304, 0xCA, 0x304, 'z'});
+    }
+}
+
+TEST(MultibyteHongKong, NothingIsCarriedFromOneCallToTheNext) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    for (int i = 0; i != 3; ++i) {
+        EXPECT_EQ(ToMultibyte({0xCA}), "\x88\x66");
+        ExpectBadUnits({0x304}, "?");
+        ExpectBadOctets("a\x88", ToUnits("a?"));
+        EXPECT_EQ(ToWide("\x62"), ToUnits("b"));
+    }
+}
+
+TEST(MultibyteVietnamese, CharacterThatWaitsForItsToneSurvivesBesideABadOne) {
+    const test::ScopedLocale locale("vi_VN.TCVN5712-1");
+    ExpectBothWays("abc", ToUnits("abc"));
+    ExpectBadUnits({'a', 0xD800, 'b'}, "a?b");
+    EXPECT_EQ(ToWide("a"), ToUnits("a"));
+}
+
+TEST(Multibyte, ThreadsConvertAtTheSameTime) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number != 4; ++number) {
+        threads.emplace_back([&wrong] {
+            const std::string octets = Repeated("a\x88\x62", 300);
+            for (int i = 0; i != 100; ++i) {
+                const Units units = ToWide(octets);
+                if (units.size() != 900 || ToMultibyte(units) != octets) ++wrong;
+                if (ToWide(octets + "\xFF", true) != units + static_cast<unsigned short>('?')) ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
