@@ -60,7 +60,7 @@ void BufferBase::DetachFromGovernors() {
 }
 
 std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
-    if (count > kLargestSize / mBlockSize) throw BadAllocation();
+    if (count > kLargestChunk / mBlockSize) throw BadAllocation();
     return count * mBlockSize;
 }
 

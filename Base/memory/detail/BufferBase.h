@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace ZBase {
 
@@ -35,10 +36,13 @@ protected:
     BufferBase& operator=(const BufferBase&) = delete;
     ~BufferBase() noexcept(false) override;
 
-    // The bytes that a piece of `size` takes: 0 for a size that no memory can have.
+    // No memory has more bytes than this, so nobody is asked for it.
+    static constexpr std::size_t kLargestChunk = std::numeric_limits<std::size_t>::max() / 2;
+
+    // The bytes that a piece of `size` takes: 0 for a size that can't be rounded.
     static std::size_t PieceSize(std::size_t size) { return (size + (size == 0 ? 8 : 7)) & ~std::size_t{7}; }
 
-    // `count` blocks in bytes. Throws `std::bad_alloc` when that is more than a `size_t`.
+    // `count` blocks in bytes. Throws `std::bad_alloc` when that is more than the largest chunk.
     std::size_t BytesOfBlocks(std::size_t count) const;
 
     // The blocks that `size` bytes take.

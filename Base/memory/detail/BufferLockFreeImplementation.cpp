@@ -86,6 +86,7 @@ char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
 }
 
 char* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
+    if (size > kLargestChunk) throw BadAllocation();
     // The node stays spent when its chunk does not come. It never is a big allocation itself.
     char* const memory = AllocatePiece(sizeof(BigAllocation));
     Unpoison(memory, sizeof(BigAllocation));

@@ -1,0 +1,193 @@
+// The flags are initialised once for a process, so each case that does it runs in a child.
+
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/Buffers.h"
+
+namespace {
+
+using namespace ZBase;
+
+const unsigned short* const kKnownNames[] = {
+    "COM/SampleFeature"_w,
+    "FolioEA"_w,
+    "DM/FROnDB"_w,
+    "Engine/AJFE"_w,
+    "KS/MSForStats"_w,
+    "DBE/DataBlendingForFR"_w,
+    "RWDEngine/OnDmdEval4GF"_w,
+    "ENGINE/ParallelAE"_w,
+    "ENGINE/AdvancedPU"_w,
+    "Server/VerityMgrImpactDataSQLMDXCSI"_w,
+    "Engine/NonAggSupportForMultiTableCube"_w,
+    "AE/EarlyTempRel"_w,
+    "AE/ThreadControl"_w,
+    "AppSchema"_w,
+    "EE/PDFEncrypt"_w,
+    "OM/ElasticSearchEngine"_w,
+    "DocServices/ShortcutCache"_w,
+    "DocServices/SharedPageCache"_w,
+    "AE/IKGovern"_w,
+    "Engine/DAPushDown"_w,
+    "DS/GroupRecipients"_w,
+};
+
+// Runs `body` in a child, which passes if nothing in it failed.
+#define IN_CHILD(...)                                     \
+    EXPECT_EXIT(                                          \
+        {                                                 \
+            [] __VA_ARGS__();                             \
+            ::_exit(testing::Test::HasFailure() ? 1 : 0); \
+        },                                                \
+        testing::ExitedWithCode(0), "")
+
+TEST(FeatureFlagsDeathTest, QueryBeforeInitializationThrows) {
+    IN_CHILD({
+        EXPECT_FALSE(IsFeatureFlagManagerInitialized());
+        for (const unsigned short* name :
+             {"COM/SampleFeature"_w, "unknown"_w, static_cast<const unsigned short*>(nullptr)}) {
+            try {
+                IsFeatureEnabled(name);
+                ADD_FAILURE();
+            } catch (const ExceptionImpl<Message>& failure) {
+                EXPECT_EQ(failure.GetDomain(), 0);
+                EXPECT_EQ(failure.GetID(), -1);
+                EXPECT_STREQ(
+                    WideCharToUTF8(failure.GetMessage(), false).c_str(),
+                    "Do NOT use this function before Object Server initializing the Feature Flag Status Map");
+            }
+        }
+    });
+}
+
+TEST(FeatureFlagsDeathTest, KnownNamesAreOffUntilTurnedOn) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        EXPECT_TRUE(IsFeatureFlagManagerInitialized());
+        EXPECT_EQ(std::size(kKnownNames), 21u);
+        for (const unsigned short* name : kKnownNames) EXPECT_FALSE(IsFeatureEnabled(name));
+        for (const unsigned short* name : kKnownNames) {
+            SetFeatureEnabled(name, true);
+            EXPECT_TRUE(IsFeatureEnabled(name));
+        }
+        SetFeatureEnabled(kKnownNames[0], false);
+        EXPECT_FALSE(IsFeatureEnabled(kKnownNames[0]));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, OtherNamesAreOnUntilTurnedOff) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        EXPECT_TRUE(IsFeatureEnabled("nobody/knows"_w));
+        EXPECT_TRUE(IsFeatureEnabled(""_w));
+        EXPECT_TRUE(IsFeatureEnabled("Base/UseLockFreeBuffer"_w));
+        SetFeatureEnabled("nobody/knows"_w, false);
+        EXPECT_FALSE(IsFeatureEnabled("nobody/knows"_w));
+        EXPECT_TRUE(IsFeatureEnabled("nobody/know"_w));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, NamesAreCaseSensitive) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        EXPECT_FALSE(IsFeatureEnabled("Engine/AJFE"_w));
+        EXPECT_TRUE(IsFeatureEnabled("engine/ajfe"_w));
+        EXPECT_TRUE(IsFeatureEnabled("ENGINE/AJFE"_w));
+        EXPECT_TRUE(IsFeatureEnabled("Engine/ParallelAE"_w));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, ValueSetBeforeSurvivesInitialization) {
+    IN_CHILD({
+        SetFeatureEnabled("AE/IKGovern"_w, true);
+        SetFeatureEnabled("mine"_w, false);
+        NotifyFeatureFlagMgrInitialized();
+        EXPECT_TRUE(IsFeatureEnabled("AE/IKGovern"_w));
+        EXPECT_FALSE(IsFeatureEnabled("mine"_w));
+        NotifyFeatureFlagMgrInitialized();
+        EXPECT_TRUE(IsFeatureEnabled("AE/IKGovern"_w));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, NullNameIsOnAndSetsNothing) {
+    IN_CHILD({
+        SetFeatureEnabled(nullptr, false);
+        NotifyFeatureFlagMgrInitialized();
+        SetFeatureEnabled(nullptr, false);
+        EXPECT_TRUE(IsFeatureEnabled(nullptr));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, InstanceAndFreeFunctionsAreOne) {
+    IN_CHILD({
+        FeatureFlagMgr& manager = FeatureFlagMgr::GetInstance();
+        EXPECT_EQ(&manager, &FeatureFlagMgr::mFeatureFlagMgrInst);
+        manager.NotifyInitialized();
+        EXPECT_TRUE(IsFeatureFlagManagerInitialized());
+        manager.SetFeatureEnabled("x"_w, false);
+        EXPECT_FALSE(IsFeatureEnabled("x"_w));
+        SetFeatureEnabled("x"_w, true);
+        EXPECT_TRUE(manager.IsFeatureEnabled("x"_w));
+        EXPECT_TRUE(manager.IsInitialized());
+    });
+}
+
+TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        const std::size_t failures = test::ForEachFailingAllocation([] {
+            try {
+                SetFeatureEnabled("a name that is too long for the string itself"_w, false);
+            } catch (const std::bad_alloc&) {
+                // On this thread everything goes on.
+                EXPECT_TRUE(FeatureFlagMgr::GetInstance().IsInitialized());
+            }
+        });
+        EXPECT_EQ(failures, 2u);  // the name and its entry
+        EXPECT_FALSE(IsFeatureEnabled("a name that is too long for the string itself"_w));
+        EXPECT_FALSE(IsFeatureEnabled("FolioEA"_w));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, FailedInitializationCanBeDoneAgain) {
+    IN_CHILD({
+        test::ForEachFailingAllocation([] {
+            try {
+                NotifyFeatureFlagMgrInitialized();
+            } catch (const std::bad_alloc&) {
+                EXPECT_FALSE(IsFeatureFlagManagerInitialized());
+            }
+        });
+        for (const unsigned short* name : kKnownNames) EXPECT_FALSE(IsFeatureEnabled(name));
+    });
+}
+
+TEST(FeatureFlagsDeathTest, ManyThreadsMayAskAndSet) {
+    IN_CHILD({
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread != 4; ++thread)
+            threads.emplace_back([thread] {
+                unsigned short name[] = {'t', static_cast<unsigned short>('0' + thread), 0, 0};
+                if (thread == 0) NotifyFeatureFlagMgrInitialized();
+                while (!IsFeatureFlagManagerInitialized()) std::this_thread::yield();
+                for (unsigned short i = 0; i != 2000; ++i) {
+                    name[2] = static_cast<unsigned short>('a' + i % 26);
+                    SetFeatureEnabled(name, i % 2 == 0);
+                    if (IsFeatureEnabled(name) != (i % 2 == 0)) ADD_FAILURE();
+                }
+            });
+        for (std::thread& thread : threads) thread.join();
+    });
+}
+
+}  // namespace
