@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/SlowTemplateMerge.h"
 
 namespace {
 
@@ -25,34 +26,6 @@ std::vector<const char*> Pointers(const Texts& texts) {
 std::string Merged(const std::string& text, const Texts& parameters) {
     const ReturnString merged = MergeParametersIntoTemplate(text.c_str(), Pointers(parameters).data());
     return merged.c_str() == nullptr ? "(null)" : merged.c_str();
-}
-
-// The same rules, slowly: the template is eaten from the front, piece by piece.
-std::string MergedByModel(std::string text, const Texts& parameters) {
-    const std::size_t addressable = std::min<std::size_t>(parameters.size(), 9);
-    std::vector<bool> used(parameters.size(), false);
-    std::string result;
-    while (!text.empty()) {
-        const std::string pair = text.substr(0, 2);
-        std::string replacement = pair;
-        if (pair[0] != '%') {
-            replacement = pair.substr(0, 1);
-            text.erase(0, 1);
-        } else {
-            text.erase(0, 2);
-            if (pair == "%%") replacement = "%";
-            for (std::size_t number = 1; number <= addressable; ++number) {
-                if (pair != "%" + std::to_string(number)) continue;
-                replacement = parameters[number - 1];
-                used[number - 1] = true;
-            }
-        }
-        result += replacement;
-    }
-    for (std::size_t i = 0; i != parameters.size(); ++i) {
-        if (!used[i]) result += "[" + parameters[i] + "]";
-    }
-    return result;
 }
 
 TEST(TemplateMerge, PlaceholdersAreReplaced) {
@@ -136,7 +109,7 @@ TEST(TemplateMerge, AgreesWithASlowModelOnRandomTemplates) {
             for (std::size_t length = draw(5); parameter.size() != length;)
                 parameter += alphabet[draw(alphabet.size())];
         }
-        ASSERT_EQ(Merged(text, parameters), MergedByModel(text, parameters)) << text;
+        ASSERT_EQ(Merged(text, parameters), test::SlowlyMerged(text, parameters)) << text;
     }
 }
 
@@ -149,7 +122,7 @@ TEST(TemplateMerge, AgreesWithTheModelOnEveryShortTemplate) {
             for (std::size_t rest = index; text.size() != length; rest /= alphabet.size()) {
                 text += alphabet[rest % alphabet.size()];
             }
-            ASSERT_EQ(Merged(text, parameters), MergedByModel(text, parameters)) << text;
+            ASSERT_EQ(Merged(text, parameters), test::SlowlyMerged(text, parameters)) << text;
         }
     }
 }
