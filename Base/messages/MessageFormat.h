@@ -24,8 +24,9 @@ ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized,
 
 /// The template with each of "%1" to "%9" replaced by that parameter, and "%%" by "%". Placeholders without a
 /// parameter stay; parameters that no placeholder names follow in square brackets, the tenth and later ones
-/// always. `parameters` ends with a null pointer. A null template counts as an empty one, null `parameters` as
-/// none. Makes one allocation; throws `std::bad_alloc` when it fails or the size does not fit in a `size_t`.
+/// always. `parameters` ends with a null pointer. A null template counts as an empty one, null `parameters`
+/// as none. Makes one allocation; throws `std::bad_alloc` when it fails or the size does not fit in a
+/// `size_t`.
 ZBASE_API ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]);
 
 }  // namespace ZBase

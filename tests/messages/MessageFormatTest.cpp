@@ -230,6 +230,15 @@ TEST(FormatMessageIntoAnother, NullTextIsUnknownAndNotStored) {
     EXPECT_TRUE(localized.GetLowerLevelMessageOrNULL()->IsEmpty());
 }
 
+TEST(FormatMessageIntoAnother, NullTextLeavesTheOneThatIsThere) {
+    RecordingLocalizer localizer(nullptr);
+    const Message message(300, 1, "x");
+    Message localized;
+    localized.SetLocalizedText(kLanguage, "kept");
+    EXPECT_EQ(Format(message, localized, localizer), "Unknown.");
+    EXPECT_STREQ(localized.GetLocalizedText(kLanguage), "kept");
+}
+
 TEST(FormatMessageIntoAnother, AddsToWhatIsThere) {
     TemplateLocalizer localizer;
     const Message message = Wrapped({"inner", "outer"});

@@ -2,7 +2,9 @@
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/SystemMessageTable.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace ZBase::os {
 
@@ -28,8 +30,9 @@ unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsi
         SetLastCode(kInsufficientBuffer);
         return 0;
     }
-    for (std::size_t i = 0; i != textLength; ++i) *buffer++ = static_cast<Ch>(text[i]);
-    for (const char character : kLineEnd) *buffer++ = static_cast<Ch>(character);
+    // The texts are ASCII.
+    buffer = std::copy_n(text, textLength, buffer);
+    buffer = std::copy(std::begin(kLineEnd), std::end(kLineEnd), buffer);
     *buffer = 0;
     return static_cast<unsigned int>(length);
 }
