@@ -150,7 +150,8 @@ TEST(TemplateMerge, MakesOneAllocation) {
 }
 
 TEST(TemplateMerge, WantOfMemoryIsThrownAndNothingLeaks) {
-    const auto pointers = Pointers({"a", "b"});
+    const Texts parameters = {"a", "b"};
+    const auto pointers = Pointers(parameters);
     const std::size_t before = test::LiveBlocks();
     {
         test::FailingAllocation failing(0);
