@@ -1,0 +1,14 @@
+#include "tests/scripted/ScriptedIdentifiers.h"
+
+#include <Base/platform/os/Identifiers.h>
+
+#include <algorithm>
+
+namespace ZBase::os {
+
+unsigned int CreateIdentifier(unsigned char* octets) {
+    std::copy_n(test::gIdentifiers.octets, 16, octets);
+    return test::gIdentifiers.status;
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <Base/platform/os/Network.h>
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// The network under the logic. An address is described by the text at its place in `texts`; null fails.
+struct Network {
+    unsigned int startCode = 0;
+    std::vector<ZBase::os::NetworkAddress> any;
+    unsigned int anyCode = 0;
+    std::vector<ZBase::os::NetworkAddress> ipv4;
+    unsigned int ipv4Code = 0;
+    std::vector<const char*> texts;
+    const char* hostName = "host";
+    int parsed = 0;  // of `ParseIPv4Address`
+
+    std::string askedName;
+    bool askedForNumber = false;
+    unsigned int textCapacity = 0;
+    std::size_t described = 0;
+};
+
+inline Network gNetwork;
+
+}  // namespace test

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <Base/platform/os/Processes.h>
+
+#include <cstdint>
+
+namespace test {
+
+/// The processes under the logic. One that can't be opened is null.
+struct Processes {
+    bool opens = true;
+    ZBase::os::EWaitResult waitResult = ZBase::os::EWaitResult::Timeout;
+    const char* imagePath = "/usr/bin/program.bin";  // null fails
+    unsigned short separator = '/';
+    ZBase::os::EMemoryCounters counters = ZBase::os::EMemoryCounters::Ready;
+    std::uint64_t committed = 0;
+    bool committedFails = false;
+
+    unsigned int askedId = 0;
+    int openProcesses = 0;
+    unsigned int waited = 77;
+    unsigned int pathCapacity = 0;
+    int countersOpened = 0;
+    int committedAsked = 0;
+};
+
+inline Processes gProcesses;
+
+}  // namespace test

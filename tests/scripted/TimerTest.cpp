@@ -1,0 +1,303 @@
+#include <Base/platform/Timer.h>
+#include <Base/platform/TotalTimer.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include "tests/scripted/ScriptedClock.h"
+#include "tests/scripted/ScriptedFailure.h"
+
+// Timers over a clock of 1000 ticks a second that goes where a test says.
+
+namespace {
+
+using ZBase::Timer;
+using ZBase::TotalTimer;
+
+constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
+
+class TimersOverScript : public testing::Test {
+protected:
+    TimersOverScript() { test::gClock = {}; }
+    ~TimersOverScript() override { test::gClock = {}; }
+
+    static void Pass(std::uint64_t ticks) { test::gClock.ticks += ticks; }
+
+    static void Measure(TotalTimer& total, std::uint64_t ticks) {
+        TotalTimer::Timer timer(total);
+        Pass(ticks);
+    }
+};
+
+using TimerOverScript = TimersOverScript;
+using TotalTimerOverScript = TimersOverScript;
+
+TEST_F(TimerOverScript, ReadsTheTimeSinceItsConstruction) {
+    test::gClock.ticks = 5000;
+    const Timer timer;
+    EXPECT_EQ(timer.GetAgeInMicroseconds(), 0u);
+    Pass(1999);
+    EXPECT_EQ(timer.GetAgeInMicroseconds(), 1999000u);
+    EXPECT_EQ(timer.GetAgeInMilliseconds(), 1999u);
+    EXPECT_EQ(timer.GetAgeInSeconds(), 1u);
+}
+
+TEST_F(TimerOverScript, ResetStartsAnew) {
+    Timer timer;
+    Pass(700);
+    timer.ResetTimer();
+    Pass(30);
+    EXPECT_EQ(timer.GetAgeInMilliseconds(), 30u);
+}
+
+TEST_F(TimerOverScript, CopiesAndMovesKeepTheStart) {
+    Timer timer;
+    Pass(10);
+    Timer other;
+    Pass(10);
+    other = std::move(timer);
+    EXPECT_EQ(other.GetAgeInMilliseconds(), 20u);
+    EXPECT_EQ(timer.GetAgeInMilliseconds(), 20u);  // moving copies
+    EXPECT_EQ(Timer(other).GetAgeInMilliseconds(), 20u);
+}
+
+TEST_F(TimerOverScript, SpanIsRightAcrossTheWrapOfTheCounter) {
+    test::gClock.ticks = kLargest - 1;
+    const Timer timer;
+    Pass(5);
+    EXPECT_EQ(test::gClock.ticks, 3u);
+    EXPECT_EQ(timer.GetAgeInMilliseconds(), 5u);
+}
+
+// The largest span whose microseconds do not wrap is (2^64 - 1) / 10^6 = 18446744073709 ticks.
+TEST_F(TimerOverScript, MicrosecondsWrapOneTickBeyondTheirLimit) {
+    const Timer timer;
+    Pass(18446744073709);
+    EXPECT_EQ(timer.GetAgeInMicroseconds(), 18446744073709000u);
+    EXPECT_EQ(timer.GetAgeInSeconds(), 18446744073u);
+    Pass(1);
+    // 18446744073710 * 10^6 - 2^64 = 448384, over 1000
+    EXPECT_EQ(timer.GetAgeInMicroseconds(), 448u);
+    EXPECT_EQ(timer.GetAgeInMilliseconds(), 0u);
+    EXPECT_EQ(timer.GetAgeInSeconds(), 0u);
+}
+
+TEST_F(TotalTimerOverScript, NewTotalIsZeroInEveryUnit) {
+    const TotalTimer total;
+    EXPECT_EQ(total.GetTotalInMicroseconds(), 0u);
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 0u);
+    EXPECT_EQ(total.GetTotalInSeconds(), 0u);
+    EXPECT_EQ(total.GetIncrementCount(), 0u);
+}
+
+TEST_F(TotalTimerOverScript, AverageOfNoMeasurementIsZeroAndNeedsNoFrequency) {
+    test::gClock.frequencyFails = true;
+    const TotalTimer total;
+    EXPECT_EQ(total.GetAverageInMicroseconds(), 0u);
+    EXPECT_EQ(total.GetAverageInMilliseconds(), 0u);
+    EXPECT_EQ(total.GetAverageInSeconds(), 0u);
+    EXPECT_EQ(test::gClock.frequencyAsked, 0);
+}
+
+TEST_F(TotalTimerOverScript, UnitsAreTruncated) {
+    TotalTimer total;
+    Measure(total, 1999);
+    EXPECT_EQ(total.GetIncrementCount(), 1u);
+    EXPECT_EQ(total.GetTotalInMicroseconds(), 1999000u);
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 1999u);
+    EXPECT_EQ(total.GetTotalInSeconds(), 1u);
+}
+
+TEST_F(TotalTimerOverScript, AverageIsTruncatedAtEachDivision) {
+    TotalTimer total;
+    Measure(total, 1000);
+    Measure(total, 0);
+    Measure(total, 0);
+    EXPECT_EQ(total.GetTotalInMicroseconds(), 1000000u);
+    EXPECT_EQ(total.GetAverageInMicroseconds(), 333333u);
+    EXPECT_EQ(total.GetAverageInMilliseconds(), 333u);
+    EXPECT_EQ(total.GetAverageInSeconds(), 0u);
+}
+
+TEST_F(TotalTimerOverScript, TotalWrapsBeforeItIsDivided) {
+    TotalTimer total;
+    Measure(total, 18446744073709);
+    EXPECT_EQ(total.GetTotalInMicroseconds(), 18446744073709000u);
+    Measure(total, 1);
+    EXPECT_EQ(total.GetTotalInMicroseconds(), 448u);
+    EXPECT_EQ(total.GetAverageInMicroseconds(), 224u);
+}
+
+TEST_F(TotalTimerOverScript, TimerThatWasStoppedAddsNothingMore) {
+    TotalTimer total;
+    {
+        TotalTimer::Timer timer(total);
+        Pass(3);
+        timer.Stop();
+        Pass(100);
+    }
+    EXPECT_EQ(total.GetIncrementCount(), 1u);
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 3u);
+}
+
+TEST_F(TotalTimerOverScript, TimerThatEndsAddsOneMeasurement) {
+    TotalTimer total;
+    Measure(total, 4);
+    EXPECT_EQ(total.GetIncrementCount(), 1u);
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 4u);
+}
+
+// Each reading of the clock gives another time, so a second reading at the end would show.
+TEST_F(TotalTimerOverScript, TwoTotalsGetTheSameMeasurement) {
+    test::gClock.step = 7;
+    TotalTimer first;
+    TotalTimer second;
+    Measure(first, 100);
+    { TotalTimer::Timer2 timer(first, second); }
+    EXPECT_EQ(test::gClock.counterAsked, 4);
+    EXPECT_EQ(first.GetTotalInMilliseconds(), 100u + 7 + 7);
+    EXPECT_EQ(second.GetTotalInMilliseconds(), 7u);
+    EXPECT_EQ(first.GetIncrementCount(), 2u);
+    EXPECT_EQ(second.GetIncrementCount(), 1u);
+}
+
+TEST_F(TotalTimerOverScript, ThreeTotalsGetTheSameMeasurement) {
+    test::gClock.step = 7;
+    TotalTimer totals[3];
+    {
+        TotalTimer::Timer3 timer(totals[0], totals[1], totals[2]);
+        timer.Stop();
+    }
+    EXPECT_EQ(test::gClock.counterAsked, 2);
+    for (const TotalTimer& total : totals) {
+        EXPECT_EQ(total.GetTotalInMilliseconds(), 7u);
+        EXPECT_EQ(total.GetIncrementCount(), 1u);
+    }
+}
+
+TEST_F(TotalTimerOverScript, OneTotalGivenTwiceGetsTheMeasurementTwice) {
+    TotalTimer total;
+    {
+        TotalTimer::Timer2 timer(total, total);
+        Pass(5);
+    }
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 10u);
+    EXPECT_EQ(total.GetIncrementCount(), 2u);
+}
+
+TEST_F(TotalTimerOverScript, CopyOfARunningTimerMeasuresForItself) {
+    TotalTimer total;
+    {
+        const TotalTimer::Timer timer(total);
+        const TotalTimer::Timer copy(timer);
+        Pass(5);
+    }
+    EXPECT_EQ(total.GetTotalInMilliseconds(), 10u);
+    EXPECT_EQ(total.GetIncrementCount(), 2u);
+}
+
+constexpr char16_t kCounterFailure[] =
+    u"::QueryPerformanceCounter failed\nSystem Error 0x00000032 (50): --- Not here.";
+constexpr char16_t kFrequencyFailure[] =
+    u"::QueryPerformanceFrequency failed\nSystem Error 0x00000032 (50): --- Not here.";
+
+TEST_F(TimersOverScript, EveryReadingFailsWithTheCounter) {
+    Timer timer;
+    TotalTimer total;
+    TotalTimer::Timer stopped(total);
+    stopped.Stop();
+    test::SetSystemError(50, "Not here.");
+    test::gClock.counterFails = true;
+    test::ExpectFailure([] { Timer(); }, 50, kCounterFailure);
+    test::ExpectFailure([&] { timer.ResetTimer(); }, 50, kCounterFailure);
+    test::ExpectFailure([&] { timer.GetAgeInMicroseconds(); }, 50, kCounterFailure);
+    test::ExpectFailure([&] { TotalTimer::Timer one(total); }, 50, kCounterFailure);
+    test::ExpectFailure([&] { TotalTimer::Timer2 two(total, total); }, 50, kCounterFailure);
+    test::ExpectFailure([&] { TotalTimer::Timer3 three(total, total, total); }, 50, kCounterFailure);
+    EXPECT_EQ(total.GetIncrementCount(), 1u);
+}
+
+TEST_F(TimersOverScript, EndOfARunningTimerThrowsWhenTheCounterFails) {
+    TotalTimer total;
+    test::SetSystemError(50, "Not here.");
+    const auto fail = [] { test::gClock.counterFails = true; };
+    const auto one = [&] {
+        const TotalTimer::Timer timer(total);
+        fail();
+    };
+    const auto two = [&] {
+        const TotalTimer::Timer2 timer(total, total);
+        fail();
+    };
+    const auto three = [&] {
+        const TotalTimer::Timer3 timer(total, total, total);
+        fail();
+    };
+    test::ExpectFailure(one, 50, kCounterFailure);
+    test::gClock.counterFails = false;
+    test::ExpectFailure(two, 50, kCounterFailure);
+    test::gClock.counterFails = false;
+    test::ExpectFailure(three, 50, kCounterFailure);
+    EXPECT_EQ(total.GetIncrementCount(), 0u);
+}
+
+// The frequency is kept for the life of the process, so these run in processes of their own.
+class FrequencyOverScript : public TimersOverScript {
+protected:
+    FrequencyOverScript() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    static void Conclude() { std::_Exit(testing::Test::HasFailure() ? 1 : 0); }
+};
+
+using FrequencyOverScriptDeathTest = FrequencyOverScript;
+
+TEST_F(FrequencyOverScriptDeathTest, IsAskedOnceForTimersAndOnceForTotals) {
+    const auto body = [] {
+        const Timer timer;
+        const TotalTimer total;
+        EXPECT_EQ(test::gClock.frequencyAsked, 0);
+        timer.GetAgeInMicroseconds();
+        timer.GetAgeInSeconds();
+        Timer().GetAgeInMilliseconds();
+        EXPECT_EQ(test::gClock.frequencyAsked, 1);
+        total.GetTotalInSeconds();
+        TotalTimer().GetTotalInMicroseconds();
+        EXPECT_EQ(test::gClock.frequencyAsked, 2);
+        Conclude();
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FrequencyOverScriptDeathTest, ThatTheSystemRefusesFailsReadingsButNoMeasurement) {
+    const auto body = [] {
+        test::gClock.frequencyFails = true;
+        test::SetSystemError(50, "Not here.");
+        const Timer timer;
+        TotalTimer total;
+        Measure(total, 1000);
+        test::ExpectFailure([&] { timer.GetAgeInSeconds(); }, 50, kFrequencyFailure);
+        test::ExpectFailure([&] { total.GetTotalInMicroseconds(); }, 50, kFrequencyFailure);
+        test::ExpectFailure([&] { total.GetAverageInMicroseconds(); }, 50, kFrequencyFailure);
+        test::gClock.frequencyFails = false;  // it is asked again until it answers
+        EXPECT_EQ(total.GetTotalInSeconds(), 1u);
+        Conclude();
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(FrequencyOverScriptDeathTest, MultiplicationComesBeforeTheDivision) {
+    const auto body = [] {
+        test::gClock.frequency = 3;
+        TotalTimer total;
+        Measure(total, 2);
+        EXPECT_EQ(total.GetTotalInMicroseconds(), 666666u);
+        Conclude();
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
