@@ -33,6 +33,7 @@
 #include <Base/messages/MessageCursor.h>
 #include <Base/messages/MessageDomains.h>
 #include <Base/messages/MessageFormat.h>
+#include <Base/messages/MessageXml.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
 #include <Base/messages/SystemErrors.h>
 #include <Base/platform/HostInformation.h>

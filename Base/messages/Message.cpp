@@ -151,7 +151,7 @@ void Message::SetLocalizedText(unsigned short language, const char* text) {
         return;
     }
     const std::size_t size = std::strlen(text) + 1;
-    const std::size_t needed = size + 3;  // one byte more than it takes: that is the format
+    const std::size_t needed = LocalizedTextPayloadSize(size - 1);
     if (record == nullptr || record->PayloadSize() < needed) {
         if (record != nullptr) record->tag = TAG_DELETED;
         record = PlaceRecord(block, needed, TAG_LOCALIZED_TEXT, false);

@@ -1,14 +1,10 @@
 #include <Base/messages/detail/Records.h>
 
 #include <algorithm>
-#include <limits>
 #include <new>
 
 namespace ZBase::detail {
 namespace {
-
-constexpr std::size_t kMaxPayloadSize =
-    std::numeric_limits<std::uint32_t>::max() - sizeof(Block) - sizeof(Record);
 
 bool IsOdd(const void* address) {
     return (reinterpret_cast<std::uintptr_t>(address) & 1u) != 0;

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 #include <type_traits>
 
 namespace ZBase::detail {
@@ -99,6 +100,8 @@ struct LocalizedText {
 };
 
 inline constexpr unsigned int kStockCapacity = 100;
+inline constexpr std::size_t kMaxPayloadSize =
+    std::numeric_limits<std::uint32_t>::max() - sizeof(Block) - sizeof(Record);
 inline constexpr unsigned char kDefaultRadix = 10;
 inline constexpr unsigned char kDefaultWidth = 0;
 
@@ -182,6 +185,11 @@ auto* FindRecord(AnyBlock& block, ETag tag) {
     auto* record = walker.Next();
     while (record != nullptr && record->tag != tag) record = walker.Next();
     return record;
+}
+
+/// The payload that a localized text of `length` octets gets: one more than it takes, that is the format.
+constexpr std::size_t LocalizedTextPayloadSize(std::size_t length) {
+    return length + 4;
 }
 
 /// Lays out an empty block.

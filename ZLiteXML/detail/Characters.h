@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+
+namespace ZLiteXML {
+
+/// A character at the head of a terminated text.
+struct Character {
+    std::size_t octets;  // 0: what stands there is not UTF-8
+    unsigned int value;
+};
+
+Character DecodeCharacter(const unsigned char* text);
+
+/// Whether XML can hold a character, escaped or not.
+constexpr bool IsXMLCharacter(unsigned int value) {
+    if (value < 0x20) return value == '\t' || value == '\n' || value == '\r';
+    return value < 0xD800 || (value > 0xDFFF && value < 0xFFFE) || (value > 0xFFFF && value <= 0x10FFFF);
+}
+
+/// Whether a terminated UTF-8 text is the name of an element or attribute.
+bool IsXMLName(const char* text);
+
+}  // namespace ZLiteXML

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Base/frame/ReferenceCountedImpl.h>
+#include <ZLiteXML/UTF8Writer.h>
+#include <ZLiteXML/detail/Output.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ZLiteXML {
+
+class DocumentWriter final : public UTF8Writer, public ZSynch::ReferenceCountedImpl<unsigned int> {
+public:
+    DocumentWriter(std::unique_ptr<Output> output, const WriterOptions& options);
+
+    void StartElement(const char* name) override;
+    void Attribute(const char* name, const char* value) override;
+    void Characters(const char* text) override;
+    void Comment(const char* text) override;
+    void EndElement(const char* name) override;
+
+private:
+    struct Element {
+        std::size_t nameStart;  // in `mNames`, where the name ends with a zero
+        bool hasText = false;
+        bool hasMarkup = false;  // elements or comments
+    };
+
+    template <class Step>
+    void Take(Step step);
+    void Start(const char* name);
+    void AddAttribute(const char* name, const char* value);
+    void AddComment(const char* text);
+    void End(const char* name);
+    void CloseStartTag();
+    void BeginMarkup();
+    void BreakLine(std::size_t level);
+    void Append(std::string_view text);
+    void AppendEscaped(const char* text, const std::array<bool, 256>& plain);
+    const char* OpenName() const { return mNames.c_str() + mOpen.back().nameStart; }
+    std::string Place() const;
+
+    std::unique_ptr<Output> mOutput;  // null: finished or given up
+    WriterOptions mOptions;
+    std::string mBuffer;  // on its way to the output
+    std::string mNames;   // of all open elements
+    std::vector<Element> mOpen;
+    std::vector<std::string> mAttributes;  // names in the start tag that is open
+    bool mInStartTag = false;
+    bool mHasRoot = false;
+};
+
+}  // namespace ZLiteXML

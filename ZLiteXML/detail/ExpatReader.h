@@ -1,0 +1,64 @@
+#pragma once
+
+#include <Base/frame/SmartPtrI.h>
+#include <ZLiteXML/UTF8Reader.h>
+
+#include <expat.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ZLiteXML {
+
+/// Expat calls back from C, which no exception may pass: what a callback throws is kept, the parser stopped,
+/// and the exception thrown on once Expat has returned.
+class ExpatReader final : public UTF8Reader {
+public:
+    explicit ExpatReader(const ReaderBounds& bounds);
+
+    void PushHandler(UTF8EventHandler* handler) override;
+    void Read(const char* bytes, std::size_t size) override;
+    void Finish() override;
+
+private:
+    struct Listener {
+        ZBase::SmartPtrI<UTF8EventHandler> handler;  // null: nobody is told
+        std::size_t depth;  // of the element whose content it is told; 0: the document
+    };
+    struct FreeParser {
+        void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+    };
+    enum class EState { Reading, Inside, Finished, GivenUp };
+
+    void SetCallbacks();
+    void Feed(const char* bytes, std::size_t size, bool last);
+    void Parse(const char* bytes, std::size_t size, bool last);
+    std::uint64_t Unfinished() const;
+    [[noreturn]] void Refuse(const std::string& reason) const;
+
+    template <class Step>
+    void Guard(Step step) noexcept;
+    static ExpatReader& Self(void* reader) { return *static_cast<ExpatReader*>(reader); }
+    UTF8EventHandler* Current() const {
+        return mListeners.empty() ? nullptr : mListeners.back().handler.Get();
+    }
+    void Start(const char* name, const char** attributes);
+    void End(const char* name);
+    void AddText(const char* text, std::size_t size);
+    void TellText();
+
+    std::unique_ptr<XML_ParserStruct, FreeParser> mParser;
+    ReaderBounds mBounds;
+    std::vector<Listener> mListeners;
+    std::size_t mDepth = 0;       // open elements
+    std::uint64_t mReceived = 0;  // bytes
+    std::uint64_t mParsed = 0;    // bytes given to the parser
+    std::string mHeld;            // bytes received and not yet given to it
+    std::string mText;            // not yet told
+    std::exception_ptr mFailure;  // on its way out of a callback
+    EState mState = EState::Reading;
+};
+
+}  // namespace ZLiteXML
