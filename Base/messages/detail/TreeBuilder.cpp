@@ -1,5 +1,7 @@
 #include <Base/messages/detail/TreeBuilder.h>
 
+#include <utility>
+
 namespace ZBase::detail {
 
 namespace {
@@ -14,6 +16,7 @@ TreeBuilder::TreeBuilder(Message& root) : mpRoot(&BlockOf(root)) {
 
 void TreeBuilder::Restart() {
     mRun.clear();
+    mRunHasDead = false;
     mLevels.clear();
     mLevels.emplace_back();
     mpLastRootBlock = mpRoot;
@@ -42,6 +45,7 @@ void TreeBuilder::NoteRootRecords() {
 }
 
 void TreeBuilder::Begin(ETag tag) {
+    if (IsAtRoot()) mRun.clear();  // what a failure may have left there
     Level level;
     level.start = mRun.size();
     mRun.resize(mRun.size() + kNestedHead);
@@ -54,23 +58,56 @@ void TreeBuilder::Begin(ETag tag) {
     }
 }
 
+// The sizes of a nested message that takes up the run from `start` to `end`.
+void TreeBuilder::WriteSizes(std::size_t start, std::size_t end) {
+    Record& record = *reinterpret_cast<Record*>(&mRun[start]);
+    record.length = static_cast<std::uint32_t>(end - start);
+    InitializeBlock(record.As<Block>(), record.PayloadSize());
+    record.As<Block>().free = 0;
+}
+
 void TreeBuilder::End() {
     if (IsAtRoot()) return;
     const std::size_t start = mLevels.back().start;
     mLevels.pop_back();
-    const std::size_t size = mRun.size() - start;
-    if (size - sizeof(Record) > kMaxPayloadSize) {
+    if (mRun.size() - start - sizeof(Record) > kMaxPayloadSize) {
         mRun.resize(start);
         return;
     }
-    Record& record = *reinterpret_cast<Record*>(&mRun[start]);
-    record.length = static_cast<std::uint32_t>(size);
-    InitializeBlock(record.As<Block>(), record.PayloadSize());
-    record.As<Block>().free = 0;
-    if (!IsAtRoot()) return;
-    if (const Place place = Add(record.PayloadSize(), static_cast<ETag>(record.tag)); place != kNowhere)
-        std::memcpy(At(place).Payload(), record.Payload(), record.PayloadSize());
+    WriteSizes(start, mRun.size());
+    if (IsAtRoot()) MoveRunToRoot();
+}
+
+void TreeBuilder::MoveRunToRoot() {
+    if (std::exchange(mRunHasDead, false)) DropDeadRecords();
+    const Record& record = *reinterpret_cast<const Record*>(mRun.data());
+    const Place place = Add(record.PayloadSize(), static_cast<ETag>(record.tag));
+    if (place != kNowhere) std::memcpy(At(place).Payload(), record.Payload(), record.PayloadSize());
     mRun.clear();
+}
+
+// Once for the whole run, at its end, so that it stays linear. A packed message has no dead records.
+void TreeBuilder::DropDeadRecords() {
+    struct Nested {
+        std::size_t oldEnd;
+        std::size_t start;
+    };
+    std::vector<Nested> open;
+    std::size_t from = 0;
+    std::size_t to = 0;
+    do {
+        const Record& record = *reinterpret_cast<const Record*>(&mRun[from]);
+        const std::size_t length = record.length;
+        const bool isNested = record.tag == TAG_LOWER_LEVEL || record.tag == TAG_SAME_LEVEL;
+        if (isNested) open.push_back({from + length, to});
+        const std::size_t moved = record.tag == TAG_DELETED ? 0 : isNested ? kNestedHead : length;
+        std::memmove(&mRun[to], &mRun[from], moved);
+        to += moved;
+        from += isNested ? kNestedHead : length;
+        for (; !open.empty() && from == open.back().oldEnd; open.pop_back())
+            WriteSizes(open.back().start, to);
+    } while (!open.empty());
+    mRun.resize(to);
 }
 
 Record& TreeBuilder::At(Place place) {
@@ -98,7 +135,10 @@ TreeBuilder::Place TreeBuilder::Add(std::size_t payloadSize, ETag tag) {
 bool TreeBuilder::MakeRoom(Place& place, std::size_t payloadSize, ETag tag) {
     if (place != kNowhere && At(place).tag == tag && At(place).PayloadSize() >= payloadSize) return true;
     const Place added = Add(payloadSize, tag);
-    if (place != kNowhere) At(place).tag = TAG_DELETED;
+    if (place != kNowhere) {
+        At(place).tag = TAG_DELETED;
+        mRunHasDead = mRunHasDead || !IsAtRoot();
+    }
     if (added != kNowhere) place = added;
     return added != kNowhere;
 }

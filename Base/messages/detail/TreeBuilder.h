@@ -69,6 +69,9 @@ private:
     Place& TextOf(unsigned short language);
     Place Add(std::size_t payloadSize, ETag tag);
     bool MakeRoom(Place& place, std::size_t payloadSize, ETag tag);
+    void WriteSizes(std::size_t start, std::size_t end);
+    void MoveRunToRoot();
+    void DropDeadRecords();
     void FollowRootChain();
     void NoteRootRecords();
     Block& RootSearchStart() { return mRootBlocks > kSearchedBlocks ? *mpLastRootBlock : *mpRoot; }
@@ -78,6 +81,7 @@ private:
     std::size_t mRootBlocks = 1;
     std::vector<Level> mLevels;       // from the root to the current message
     std::vector<unsigned char> mRun;  // what is below the root and not in it yet
+    bool mRunHasDead = false;         // it holds records that were replaced
 };
 
 }  // namespace ZBase::detail

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <Base/messages/Message.h>
+
+#include <string>
+
+namespace test {
+
+/// What a message tree says, message by message, without what its XML form leaves out: number formats, wide
+/// texts and dead records. Domains are given by `domainOf`, texts by language, parameters in order. Reads the
+/// bytes, and takes any depth.
+std::string DescribeTree(const ZBase::Message& message,
+                         unsigned short (*domainOf)(unsigned short domain) = nullptr);
+
+/// Puts a random tree of up to 40 levels and some hundred records into an empty message. Texts hold every
+/// kind of character that XML can; domains have names.
+void FillAtRandom(ZBase::Message& message, unsigned int seed);
+
+}  // namespace test
