@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -89,10 +90,19 @@ Win32Code LoadFailure(std::string_view complaint) {
     return kBadImage;
 }
 
-std::string ProgramPath() {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    return length < 0 ? "" : std::string(path, static_cast<std::size_t>(length));
+// Without a lock or the heap, unlike a visit of all modules.
+bool FindModuleAround(const void* address, dl_find_object& module) {
+    return _dl_find_object(const_cast<void*>(address), &module) == 0;
+}
+
+const char* ProgramPath() {
+    static char path[PATH_MAX];
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+        path[std::max<ssize_t>(length, 0)] = 0;
+    });
+    return path;
 }
 
 // The path behind a loader's name for a module in which `address` lies.
@@ -157,11 +167,10 @@ bool FindAllocationBase(const void* address, const void*& base) {
         SetLastCode(kInvalidParameter);
         return false;
     }
-    LoadedModule module;
-    const auto holds = [value](const LoadedModule& m) { return value >= m.start && value < m.end; };
+    dl_find_object module;
     MappedRegion region{};
-    if (FindModule(holds, module)) {
-        base = reinterpret_cast<const void*>(module.start);
+    if (FindModuleAround(address, module)) {
+        base = module.dlfo_map_start;
     } else if (FindMappedRegion(value, region)) {
         base = reinterpret_cast<const void*>(region.start);
     }
@@ -174,13 +183,12 @@ unsigned int GetModulePath(Module module, unsigned short* path, unsigned int cap
 }
 
 unsigned int GetModulePathAt(const void* base, unsigned short* path, unsigned int capacity) {
-    LoadedModule module;
-    const auto start = reinterpret_cast<std::uintptr_t>(base);
-    if (!FindModule([start](const LoadedModule& m) { return m.start == start; }, module)) {
+    dl_find_object module;
+    if (!FindModuleAround(base, module) || module.dlfo_map_start != base) {
         SetLastCode(kModuleNotFound);
         return 0;
     }
-    return PutTextCut(AbsolutePath(module.name.c_str(), start), path, capacity);
+    return GetModulePath(module.dlfo_link_map, path, capacity);
 }
 
 }  // namespace ZBase::os

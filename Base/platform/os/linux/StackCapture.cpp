@@ -1,0 +1,181 @@
+// The walk of the calling thread's own stack: no heap, no lock, no system call, good inside a signal handler.
+//
+// Code without frame pointers tells where a caller's frame is only by its unwind tables, and reading those
+// takes a search and a small interpreter for each frame. But almost every frame comes to the same few facts:
+// the CFA is the stack pointer or the frame pointer plus a constant (or a word at such a place), the return
+// address lies below it, and the frame pointer is as it was or stored at a constant distance. These fit into
+// one word, and a return address always has the same word, so they are kept in a table by address and a warm
+// walk is a few loads a frame. Where the facts are different (a signal frame, a CFA in another register) the
+// word says so and the whole walk is done over by FrameWalker, which follows all registers.
+//
+// The table takes no lock. An entry is two words, the rule and a tag in which the address, the identity of
+// its module and a hash of the rule are mixed by exclusive or. A reader that sees the two halves of different
+// entries finds a tag that does not fit, and reads the unwind tables instead. The identity changes when a
+// module is unloaded and another takes its place, so what is remembered of the old one is never used.
+
+#include <atomic>
+
+#include <Base/platform/os/DebugHelp.h>
+#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/linux/FrameRules.h>
+
+namespace ZBase::os {
+
+namespace {
+
+// Fields of a rule: kind in 3 bits, the frame pointer's distance below the CFA in words in 29 (0: unchanged),
+// the CFA's offset in 32.
+enum Kind : std::uint64_t {
+    None,
+    FromRsp,    // the CFA is the stack pointer plus the offset
+    FromRbp,    // the frame pointer plus the offset
+    Realigned,  // the word at the frame pointer plus the offset; the caller's frame pointer is the word at it
+    End,        // no caller
+    Whole,      // a matter of whole rules
+};
+constexpr unsigned int kDistanceShift = 3;
+constexpr std::uint64_t kDistanceLimit = std::uint64_t{1} << 29;
+constexpr unsigned int kOffsetShift = 32;
+
+struct Entry {
+    std::atomic<std::uint64_t> tag;
+    std::atomic<std::uint64_t> rule;
+};
+constexpr std::size_t kEntries = 8192;
+alignas(64) constinit Entry sEntries[kEntries];
+
+std::uint64_t Tag(std::uint64_t address, std::uint64_t identity, std::uint64_t rule) {
+    return address ^ identity ^ (rule * 0x9E3779B97F4A7C15);
+}
+
+// Two neighbours, on one cache line, may hold an address.
+Entry* Place(std::uint64_t address) {
+    return &sEntries[(address * 0x9E3779B97F4A7C15) >> 51 & (kEntries - 2)];
+}
+
+std::uint64_t Recall(std::uint64_t address, std::uint64_t identity) {
+    const Entry* entry = Place(address);
+    for (int i = 0; i != 2; ++i, ++entry) {
+        const std::uint64_t rule = entry->rule.load(std::memory_order_relaxed);
+        if (entry->tag.load(std::memory_order_relaxed) == Tag(address, identity, rule)) return rule;
+    }
+    return None;
+}
+
+void Remember(std::uint64_t address, std::uint64_t identity, std::uint64_t rule) {
+    Entry* const entry = Place(address);
+    // The newest goes first; what was first is kept behind it.
+    entry[1].rule.store(entry[0].rule.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    entry[1].tag.store(entry[0].tag.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    entry[0].rule.store(rule, std::memory_order_relaxed);
+    entry[0].tag.store(Tag(address, identity, rule), std::memory_order_relaxed);
+}
+
+constexpr std::uint8_t kBregRbp = 0x70 + kRbp;
+constexpr std::uint8_t kDeref = 0x06;
+
+/// The rules of a function that realigns its stack, as compilers write them: the CFA is the word at the frame
+/// pointer plus an offset of one octet, the frame pointer the word at itself.
+bool IsRealigned(const FrameRules& rules, std::int64_t& offset) {
+    const Expression& cfa = rules.cfaExpression;
+    const RegisterRule& framePointer = rules.registers[kRbp];
+    const Expression& stored = framePointer.expression;
+    if (framePointer.kind != RuleKind::StoredAt || stored.end - stored.start != 2) return false;
+    if (stored.start[0] != kBregRbp || stored.start[1] != 0 || cfa.end - cfa.start != 3) return false;
+    if (cfa.start[0] != kBregRbp || cfa.start[1] >= 0x80 || cfa.start[2] != kDeref) return false;
+    offset = cfa.start[1] - ((cfa.start[1] & 0x40) << 1);  // seven bits with a sign
+    return true;
+}
+
+std::uint64_t Pack(const FrameRules& rules) {
+    const RegisterRule& returnAddress = rules.registers[kReturnAddress];
+    const RegisterRule& framePointer = rules.registers[kRbp];
+    if (returnAddress.kind == RuleKind::Undefined) return End;
+    if (returnAddress.kind != RuleKind::Stored || returnAddress.value != -8) return Whole;
+    if (rules.isSignalFrame || rules.registers[kRsp].kind != RuleKind::Same) return Whole;
+    std::uint64_t kind = None;
+    std::uint64_t distance = 0;
+    std::int64_t offset = rules.cfaOffset;
+    if (rules.cfaIsExpression) {
+        if (!IsRealigned(rules, offset)) return Whole;
+        kind = Realigned;
+    } else {
+        if (rules.cfaRegister != kRbp && rules.cfaRegister != kRsp) return Whole;
+        if (offset != static_cast<std::int32_t>(offset)) return Whole;
+        kind = rules.cfaRegister == kRbp ? FromRbp : FromRsp;
+        if (framePointer.kind == RuleKind::Stored) {
+            distance = static_cast<std::uint64_t>(-framePointer.value) / 8;
+            if (framePointer.value % 8 != 0 || distance == 0 || distance >= kDistanceLimit) return Whole;
+        } else if (framePointer.kind != RuleKind::Same) {
+            return Whole;
+        }
+    }
+    return kind | distance << kDistanceShift |
+           static_cast<std::uint64_t>(static_cast<std::uint32_t>(offset)) << kOffsetShift;
+}
+
+[[gnu::noinline]] std::uint64_t Derive(const UnwindModule& module, std::uint64_t address) {
+    FrameRules rules;
+    const std::uint64_t rule = FindFrameRules(module, address - 1, rules) ? Pack(rules) : std::uint64_t{End};
+    Remember(address, module.identity, rule);
+    return rule;
+}
+
+[[gnu::noinline]] std::uint32_t WalkWhole(const ThreadContext& context, std::uint32_t skip,
+                                          std::uint32_t count, void** addresses) {
+    FrameWalker walker(context, LoadOwnWord);
+    std::uint32_t stored = 0;
+    for (std::uint32_t i = 0; stored != count && walker.Step(); ++i) {
+        if (i >= skip) addresses[stored++] = reinterpret_cast<void*>(walker.Address());
+    }
+    return stored;
+}
+
+ZBASE_READS_STACKS inline std::uint64_t Load(std::uint64_t address) {
+    return *reinterpret_cast<const std::uint64_t*>(address);
+}
+
+[[gnu::noinline]] ZBASE_READS_STACKS unsigned short CaptureStack(std::uint32_t skip, std::uint32_t count,
+                                                                 void** addresses, std::uint32_t* hash) {
+    if (hash != nullptr) *hash = 0;
+    if (count > 0xFFFF) count = 0xFFFF;
+    ThreadContext context;
+    CaptureContext(&context);
+    std::uint64_t address = context.rip;
+    std::uint64_t stackPointer = context.rsp;
+    std::uint64_t framePointer = context.rbp;
+    UnwindModule module{};
+    std::uint32_t stored = 0;
+    for (std::uint32_t i = 0; stored != count; ++i) {
+        if (address - 1 - module.start >= module.end - module.start) {
+            if (!FindUnwindModule(address - 1, module)) break;
+        }
+        std::uint64_t rule = Recall(address, module.identity);
+        if (rule == None) rule = Derive(module, address);
+        const std::uint64_t kind = rule & 7;
+        if (kind == End) break;
+        if (kind == Whole) return static_cast<unsigned short>(WalkWhole(context, skip, count, addresses));
+        const auto offset = static_cast<std::uint64_t>(static_cast<std::int64_t>(rule) >> kOffsetShift);
+        std::uint64_t cfa = (kind == FromRsp ? stackPointer : framePointer) + offset;
+        if (kind == Realigned && cfa > stackPointer - 8 && cfa % 8 == 0) cfa = Load(cfa);
+        if (cfa <= stackPointer || cfa % 8 != 0) break;
+        address = Load(cfa - 8);
+        const std::uint64_t distance = (rule >> kDistanceShift) % kDistanceLimit;
+        if (kind == Realigned)
+            framePointer = Load(framePointer);
+        else if (distance != 0)
+            framePointer = Load(cfa - 8 * distance);
+        stackPointer = cfa;
+        if (address == 0) break;
+        if (i >= skip) addresses[stored++] = reinterpret_cast<void*>(address);
+    }
+    return static_cast<unsigned short>(stored);
+}
+
+}  // namespace
+
+StackCapture FindStackCapture() {
+    return CaptureStack;
+}
+
+}  // namespace ZBase::os

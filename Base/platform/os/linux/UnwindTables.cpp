@@ -1,0 +1,410 @@
+// From an address to the rules of its frame. The dynamic linker tells, without a lock, which module holds the
+// address and where the module's search table (.eh_frame_hdr) is mapped; the table leads to the description
+// of the function (FDE), and that to what functions of its kind share (CIE). Both carry a small program whose
+// operations move through the function's code and change the rules; it is run up to the address in question.
+
+#include <dlfcn.h>
+#include <link.h>
+#include <cstring>
+#include <initializer_list>
+
+#include <Base/platform/os/linux/FrameRules.h>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr unsigned int kRememberedRows = 4;
+
+/// Reads the encodings of the tables. They were made by a compiler and are trusted as code is.
+class Reader {
+public:
+    Reader(const std::uint8_t* start, const std::uint8_t* end) : mpNext(start), mpEnd(end) {}
+
+    bool AtEnd() const { return mpNext >= mpEnd; }
+    const std::uint8_t* Position() const { return mpNext; }
+    void Skip(std::uint64_t count) { mpNext += count; }
+
+    template <class T>
+    T Fixed() {
+        T value;
+        std::memcpy(&value, mpNext, sizeof(T));
+        mpNext += sizeof(T);
+        return value;
+    }
+
+    std::uint64_t Unsigned() {
+        std::uint64_t value = 0;
+        for (unsigned int shift = 0; shift < 64; shift += 7) {
+            const std::uint8_t octet = Fixed<std::uint8_t>();
+            value |= static_cast<std::uint64_t>(octet & 0x7F) << shift;
+            if (octet < 0x80) break;
+        }
+        return value;
+    }
+
+    std::int64_t Signed() {
+        std::uint64_t value = 0;
+        for (unsigned int shift = 0; shift < 64;) {
+            const std::uint8_t octet = Fixed<std::uint8_t>();
+            value |= static_cast<std::uint64_t>(octet & 0x7F) << shift;
+            shift += 7;
+            if (octet >= 0x80) continue;
+            if ((octet & 0x40) != 0 && shift < 64) value |= ~std::uint64_t{0} << shift;
+            break;
+        }
+        return static_cast<std::int64_t>(value);
+    }
+
+    /// A pointer in one of the encodings that x86-64 tables use; false for any other.
+    bool Pointer(std::uint8_t encoding, std::uint64_t& value) {
+        const auto place = reinterpret_cast<std::uint64_t>(mpNext);
+        switch (encoding & 0x0F) {
+            case 0x00:
+            case 0x04:
+            case 0x0C:
+                value = Fixed<std::uint64_t>();
+                break;
+            case 0x02:
+                value = Fixed<std::uint16_t>();
+                break;
+            case 0x03:
+                value = Fixed<std::uint32_t>();
+                break;
+            case 0x0A:
+                value = static_cast<std::uint64_t>(std::int64_t{Fixed<std::int16_t>()});
+                break;
+            case 0x0B:
+                value = static_cast<std::uint64_t>(std::int64_t{Fixed<std::int32_t>()});
+                break;
+            default:
+                return false;
+        }
+        if ((encoding & 0x70) == 0x10) value += place;
+        return (encoding & 0x70) == 0x00 || (encoding & 0x70) == 0x10;
+    }
+
+    Expression Block() {
+        const std::uint64_t length = Unsigned();
+        const Expression block{mpNext, mpNext + length};
+        mpNext += length;
+        return block;
+    }
+
+private:
+    const std::uint8_t* mpNext;
+    const std::uint8_t* mpEnd;
+};
+
+struct Description {
+    std::uint64_t start;
+    std::uint64_t size;
+    std::uint64_t codeAlignment;
+    std::int64_t dataAlignment;
+    std::uint64_t returnRegister;
+    std::uint8_t encoding;
+    bool hasAugmentationSize;
+    bool isSignalFrame;
+    Expression common;   // the program of the CIE
+    Expression program;  // that of the FDE
+};
+
+// The search table in the one form that linkers write: the address of .eh_frame, the number of entries, and
+// pairs of function start and FDE, sorted, each relative to the table.
+constexpr std::uint32_t kTableForm = 0x3B031B01;
+struct TableHeader {
+    std::uint32_t form;
+    std::int32_t frames;
+    std::uint32_t count;
+};
+struct TableEntry {
+    std::int32_t function;
+    std::int32_t description;
+};
+
+bool ParseCommon(const std::uint8_t* place, Description& description) {
+    Reader header(place, nullptr);
+    std::uint64_t length = header.Fixed<std::uint32_t>();
+    if (length == 0xFFFFFFFF) length = header.Fixed<std::uint64_t>();
+    const std::uint8_t* const end = header.Position() + length;
+    Reader reader(header.Position(), end);
+    if (reader.Fixed<std::uint32_t>() != 0) return false;
+    const std::uint8_t version = reader.Fixed<std::uint8_t>();
+    if (version != 1 && version != 3) return false;
+    const char* augmentation = reinterpret_cast<const char*>(reader.Position());
+    reader.Skip(std::strlen(augmentation) + 1);
+    description.codeAlignment = reader.Unsigned();
+    description.dataAlignment = reader.Signed();
+    description.returnRegister = version == 1 ? reader.Fixed<std::uint8_t>() : reader.Unsigned();
+    description.encoding = 0;
+    description.isSignalFrame = false;
+    description.hasAugmentationSize = *augmentation == 'z';
+    if (!description.hasAugmentationSize && *augmentation != 0) return false;
+    const std::uint8_t* program = reader.Position();
+    if (description.hasAugmentationSize) {
+        const Expression data = reader.Block();
+        program = data.end;
+        Reader values(data.start, data.end);
+        for (++augmentation; *augmentation != 0; ++augmentation) {
+            std::uint64_t ignored = 0;
+            if (*augmentation == 'R')
+                description.encoding = values.Fixed<std::uint8_t>();
+            else if (*augmentation == 'L')
+                values.Skip(1);
+            else if (*augmentation == 'S')
+                description.isSignalFrame = true;
+            else if (*augmentation != 'P')
+                break;
+            else if (!values.Pointer(values.Fixed<std::uint8_t>() & 0x7F, ignored))
+                return false;
+        }
+    }
+    description.common = {program, end};
+    return true;
+}
+
+bool ParseDescription(const std::uint8_t* place, Description& description) {
+    Reader header(place, nullptr);
+    std::uint64_t length = header.Fixed<std::uint32_t>();
+    if (length == 0xFFFFFFFF) length = header.Fixed<std::uint64_t>();
+    Reader reader(header.Position(), header.Position() + length);
+    const std::uint8_t* const end = header.Position() + length;
+    const std::uint8_t* const field = reader.Position();
+    const auto back = reader.Fixed<std::uint32_t>();
+    if (back == 0 || !ParseCommon(field - back, description)) return false;
+    if (!reader.Pointer(description.encoding, description.start)) return false;
+    if (!reader.Pointer(description.encoding & 0x0F, description.size)) return false;
+    if (description.hasAugmentationSize) reader.Block();
+    description.program = {reader.Position(), end};
+    return true;
+}
+
+bool FindDescription(const UnwindModule& module, std::uint64_t address, Description& description) {
+    TableHeader header;
+    std::memcpy(&header, module.searchTable, sizeof header);
+    if (header.form != kTableForm || header.count == 0) return false;
+    const auto base = reinterpret_cast<std::uint64_t>(module.searchTable);
+    const auto* entries = reinterpret_cast<const TableEntry*>(module.searchTable + sizeof header);
+    const auto wanted = static_cast<std::int64_t>(address - base);
+    if (wanted < entries[0].function) return false;
+    std::uint32_t low = 0;  // the last entry known to begin at or below the address
+    for (std::uint32_t high = header.count; high - low > 1;) {
+        const std::uint32_t middle = low + (high - low) / 2;
+        (entries[middle].function <= wanted ? low : high) = middle;
+    }
+    return ParseDescription(module.searchTable + entries[low].description, description) &&
+           address - description.start < description.size;
+}
+
+/// Runs the programs of a description up to an address.
+class Interpreter {
+public:
+    Interpreter(const Description& description, std::uint64_t address, FrameRules& rules)
+        : mDescription(description), mAddress(address), mRules(rules), mPlace(description.start) {}
+
+    bool Run() {
+        mpInitial = nullptr;
+        if (!Execute(mDescription.common)) return false;
+        const FrameRules initial = mRules;
+        mpInitial = &initial;
+        return Execute(mDescription.program);
+    }
+
+private:
+    bool Execute(const Expression& program) {
+        Reader reader(program.start, program.end);
+        while (!reader.AtEnd() && mPlace <= mAddress) {
+            const std::uint8_t operation = reader.Fixed<std::uint8_t>();
+            const std::uint64_t low = operation & 0x3F;
+            switch (operation >> 6) {
+                case 1:
+                    Advance(low);
+                    break;
+                case 2:
+                    Set(low, RuleKind::Stored, Scaled(reader.Unsigned()));
+                    break;
+                case 3:
+                    Restore(low);
+                    break;
+                default:
+                    if (!ExecuteExtended(operation, reader)) return false;
+            }
+        }
+        return true;
+    }
+
+    bool ExecuteExtended(std::uint8_t operation, Reader& reader) {
+        switch (operation) {
+            case 0x00:
+                return true;  // nop
+            case 0x01:
+                return reader.Pointer(mDescription.encoding, mPlace);  // set_loc
+            case 0x02:
+                Advance(reader.Fixed<std::uint8_t>());
+                return true;  // advance_loc1
+            case 0x03:
+                Advance(reader.Fixed<std::uint16_t>());
+                return true;  // advance_loc2
+            case 0x04:
+                Advance(reader.Fixed<std::uint32_t>());
+                return true;  // advance_loc4
+            case 0x06:
+                Restore(reader.Unsigned());
+                return true;  // restore_extended
+            case 0x07:
+                Set(reader.Unsigned(), RuleKind::Undefined, 0);
+                return true;  // undefined
+            case 0x08:
+                Set(reader.Unsigned(), RuleKind::Same, 0);
+                return true;  // same_value
+            case 0x0A:
+                return Remember();
+            case 0x0B:
+                return RestoreRow();
+            case 0x2E:
+                reader.Unsigned();
+                return true;  // GNU_args_size
+            case 0x0C:        // def_cfa
+            case 0x12:        // def_cfa_sf
+            case 0x0D:        // def_cfa_register
+            case 0x0E:        // def_cfa_offset
+            case 0x13:        // def_cfa_offset_sf
+            case 0x0F:
+                DefineCfa(operation, reader);
+                return true;  // def_cfa_expression
+            default:
+                return SetRegister(operation, reader);
+        }
+    }
+
+    bool SetRegister(std::uint8_t operation, Reader& reader) {
+        const std::uint64_t number = reader.Unsigned();
+        switch (operation) {
+            case 0x05:
+                Set(number, RuleKind::Stored, Scaled(reader.Unsigned()));
+                return true;
+            case 0x11:
+                Set(number, RuleKind::Stored, reader.Signed() * mDescription.dataAlignment);
+                return true;
+            case 0x2F:
+                Set(number, RuleKind::Stored, -Scaled(reader.Unsigned()));
+                return true;
+            case 0x14:
+                Set(number, RuleKind::Offset, Scaled(reader.Unsigned()));
+                return true;
+            case 0x15:
+                Set(number, RuleKind::Offset, reader.Signed() * mDescription.dataAlignment);
+                return true;
+            case 0x09:
+                Set(number, RuleKind::Register, static_cast<std::int64_t>(reader.Unsigned()));
+                return true;
+            case 0x10:
+                SetExpression(number, RuleKind::StoredAt, reader.Block());
+                return true;
+            case 0x16:
+                SetExpression(number, RuleKind::Computed, reader.Block());
+                return true;
+            default:
+                return false;
+        }
+    }
+
+    void DefineCfa(std::uint8_t operation, Reader& reader) {
+        mRules.cfaIsExpression = operation == 0x0F;
+        if (operation == 0x0F) mRules.cfaExpression = reader.Block();
+        if (operation == 0x0C || operation == 0x12 || operation == 0x0D)
+            mRules.cfaRegister = reader.Unsigned();
+        if (operation == 0x0C || operation == 0x0E)
+            mRules.cfaOffset = static_cast<std::int64_t>(reader.Unsigned());
+        if (operation == 0x12 || operation == 0x13)
+            mRules.cfaOffset = reader.Signed() * mDescription.dataAlignment;
+    }
+
+    void Advance(std::uint64_t count) { mPlace += count * mDescription.codeAlignment; }
+
+    std::int64_t Scaled(std::uint64_t offset) const {
+        return static_cast<std::int64_t>(offset) * mDescription.dataAlignment;
+    }
+
+    // Vector registers and the like have rules too, which nobody needs.
+    void Set(std::uint64_t number, RuleKind kind, std::int64_t value) {
+        if (number < kRegisters) mRules.registers[number] = {kind, value, {}};
+    }
+
+    void SetExpression(std::uint64_t number, RuleKind kind, Expression expression) {
+        if (number < kRegisters) mRules.registers[number] = {kind, 0, expression};
+    }
+
+    void Restore(std::uint64_t number) {
+        if (number >= kRegisters) return;
+        mRules.registers[number] = mpInitial == nullptr ? RegisterRule{} : mpInitial->registers[number];
+    }
+
+    bool Remember() {
+        if (mRemembered == kRememberedRows) return false;
+        mRows[mRemembered++] = mRules;
+        return true;
+    }
+
+    bool RestoreRow() {
+        if (mRemembered == 0) return false;
+        mRules = mRows[--mRemembered];
+        return true;
+    }
+
+    const Description& mDescription;
+    const std::uint64_t mAddress;
+    FrameRules& mRules;
+    std::uint64_t mPlace;
+    const FrameRules* mpInitial = nullptr;
+    FrameRules mRows[kRememberedRows];
+    unsigned int mRemembered = 0;
+};
+
+std::uint64_t Mix(std::uint64_t hash, std::uint64_t value) {
+    hash = (hash ^ value) * 0x9E3779B97F4A7C15;
+    return hash ^ (hash >> 32);
+}
+
+// A module that is unloaded may leave its place to another. Where the functions of the two begin differs, and
+// so the ends and the middle of the search table tell them apart.
+std::uint64_t Identity(const dl_find_object& object) {
+    std::uint64_t hash = Mix(reinterpret_cast<std::uint64_t>(object.dlfo_map_start),
+                             reinterpret_cast<std::uint64_t>(object.dlfo_map_end));
+    hash = Mix(hash, reinterpret_cast<std::uint64_t>(object.dlfo_eh_frame));
+    TableHeader header;
+    const auto* table = static_cast<const std::uint8_t*>(object.dlfo_eh_frame);
+    std::memcpy(&header, table, sizeof header);
+    if (header.form != kTableForm || header.count == 0) return hash;
+    const auto* entries = table + sizeof header;
+    for (const std::uint32_t index : {0U, header.count / 2, header.count - 1}) {
+        std::uint64_t entry;
+        std::memcpy(&entry, entries + std::size_t{index} * sizeof(TableEntry), sizeof entry);
+        hash = Mix(hash, entry);
+    }
+    return Mix(hash, header.count);
+}
+
+}  // namespace
+
+bool FindUnwindModule(std::uint64_t address, UnwindModule& module) {
+    dl_find_object object;
+    if (_dl_find_object(reinterpret_cast<void*>(address), &object) != 0 || object.dlfo_eh_frame == nullptr)
+        return false;
+    module = {reinterpret_cast<std::uint64_t>(object.dlfo_map_start),
+              reinterpret_cast<std::uint64_t>(object.dlfo_map_end),
+              static_cast<const std::uint8_t*>(object.dlfo_eh_frame), Identity(object)};
+    return true;
+}
+
+bool FindFrameRules(const UnwindModule& module, std::uint64_t address, FrameRules& rules) {
+    Description description;
+    if (!FindDescription(module, address, description)) return false;
+    if (description.returnRegister != kReturnAddress) return false;
+    rules = {};
+    rules.isSignalFrame = description.isSignalFrame;
+    rules.functionStart = description.start;
+    return Interpreter(description, address, rules).Run();
+}
+
+}  // namespace ZBase::os
