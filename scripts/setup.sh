@@ -6,10 +6,10 @@
 #   bench  the benchmarks and their peers
 set -eu
 
-build="g++ cmake ninja-build libcli11-dev libexpat1-dev nlohmann-json3-dev uuid-dev"
-test="$build libgtest-dev libicu-dev locales fortunes-ru fortunes-zh pkg-config libxml2-utils"
+build="g++ cmake ninja-build libcli11-dev libdw-dev libexpat1-dev libunwind-dev nlohmann-json3-dev pkg-config uuid-dev"
+test="$build libgtest-dev libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
-bench="$build libbenchmark-dev"
+bench="$build libbenchmark-dev libabsl-dev"
 
 wanted=""
 for group in "$@"; do

@@ -1,0 +1,140 @@
+#include <DebugHelp/SymbolEngine.h>
+
+#include <cxxabi.h>
+#include <link.h>
+#include <unistd.h>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace DebugHelp {
+
+namespace {
+
+constexpr std::size_t kMostRemembered = 1 << 16;
+
+struct LoadCounts {
+    unsigned long long loads;
+    unsigned long long unloads;
+};
+
+int ReadCounts(dl_phdr_info* information, std::size_t, void* argument) {
+    *static_cast<LoadCounts*>(argument) = {information->dlpi_adds, information->dlpi_subs};
+    return 1;
+}
+
+std::string Demangle(const char* name) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> text(
+        abi::__cxa_demangle(name, nullptr, nullptr, &status), std::free);
+    return text == nullptr ? name : text.get();
+}
+
+}  // namespace
+
+SymbolEngine::~SymbolEngine() {
+    End();
+}
+
+bool SymbolEngine::Report() {
+    dwfl_report_begin(mpDwfl);
+    const bool isRead = dwfl_linux_proc_report(mpDwfl, getpid()) == 0;
+    return dwfl_report_end(mpDwfl, nullptr, nullptr) == 0 && isRead;
+}
+
+bool SymbolEngine::Begin() {
+    if (mpDwfl != nullptr) return true;
+    LoadCounts counts{};
+    dl_iterate_phdr(ReadCounts, &counts);
+    mpSearchPath = searchPath.empty() ? nullptr : searchPath.data();
+    mCallbacks.find_elf = dwfl_linux_proc_find_elf;
+    mCallbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+    mCallbacks.debuginfo_path = &mpSearchPath;
+    mpDwfl = dwfl_begin(&mCallbacks);
+    if (mpDwfl == nullptr) return false;
+    if (!Report()) {
+        End();
+        return false;
+    }
+    mLoads = counts.loads;
+    mUnloads = counts.unloads;
+    return true;
+}
+
+void SymbolEngine::End() {
+    mSymbols.clear();
+    mLines.clear();
+    if (mpDwfl != nullptr) dwfl_end(mpDwfl);
+    mpDwfl = nullptr;
+}
+
+// Where a module was unloaded another may lie now, so nothing is kept; one that was only loaded adds.
+void SymbolEngine::Refresh() {
+    if (mpDwfl == nullptr) return;
+    LoadCounts counts{};
+    dl_iterate_phdr(ReadCounts, &counts);
+    if (counts.unloads != mUnloads || mSymbols.size() + mLines.size() > kMostRemembered) {
+        End();
+        Begin();
+    } else if (counts.loads != mLoads) {
+        std::erase_if(mSymbols, [](const auto& entry) { return entry.second.start == 0; });
+        std::erase_if(mLines, [](const auto& entry) { return entry.second.file == nullptr; });
+        if (!Report()) End();
+        mLoads = counts.loads;
+    }
+}
+
+const Symbol* SymbolEngine::FindSymbol(std::uint64_t address) {
+    Refresh();
+    if (mpDwfl == nullptr) return nullptr;
+    const auto [entry, isNew] = mSymbols.try_emplace(address);
+    Symbol& symbol = entry->second;
+    if (isNew) {
+        GElf_Off offset = 0;
+        GElf_Sym found{};
+        Dwfl_Module* const module = dwfl_addrmodule(mpDwfl, address);
+        const char* const name = module == nullptr ? nullptr
+                                                   : dwfl_module_addrinfo(module, address, &offset, &found,
+                                                                          nullptr, nullptr, nullptr);
+        // Behind an "@" stands the version of the symbol, which is no part of the name.
+        if (name != nullptr)
+            symbol = {Demangle(std::string(name).substr(0, std::strcspn(name, "@")).c_str()),
+                      address - offset, found.st_size};
+    }
+    return symbol.start == 0 ? nullptr : &symbol;
+}
+
+const Line* SymbolEngine::FindLine(std::uint64_t address) {
+    Refresh();
+    if (mpDwfl == nullptr) return nullptr;
+    const auto [entry, isNew] = mLines.try_emplace(address);
+    Line& line = entry->second;
+    if (isNew) {
+        Dwfl_Module* const module = dwfl_addrmodule(mpDwfl, address);
+        Dwfl_Line* const found = module == nullptr ? nullptr : dwfl_module_getsrc(module, address);
+        int number = 0;
+        Dwarf_Addr start = 0;
+        const char* const file =
+            found == nullptr ? nullptr : dwfl_lineinfo(found, &start, &number, nullptr, nullptr, nullptr);
+        if (file != nullptr) line = {&*mFiles.insert(file).first, static_cast<std::uint32_t>(number), start};
+    }
+    return line.file == nullptr ? nullptr : &line;
+}
+
+Module SymbolEngine::Describe(Dwfl_Module* module) {
+    Dwarf_Addr start = 0;
+    Dwarf_Addr end = 0;
+    const char* file = nullptr;
+    const char* const name =
+        dwfl_module_info(module, nullptr, &start, &end, nullptr, nullptr, &file, nullptr);
+    return {start, end - start, file != nullptr ? file : name};
+}
+
+bool SymbolEngine::FindModule(std::uint64_t address, Module& module) {
+    Refresh();
+    Dwfl_Module* const found = mpDwfl == nullptr ? nullptr : dwfl_addrmodule(mpDwfl, address);
+    if (found != nullptr) module = Describe(found);
+    return found != nullptr;
+}
+
+}  // namespace DebugHelp
