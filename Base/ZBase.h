@@ -3,6 +3,10 @@
 // Every public header of the library.
 
 #include <Base/ContractManagerAllocator.h>
+#include <Base/diagnostics/CallStack.h>
+#include <Base/diagnostics/CallStackLine.h>
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/DebugHelpTypes.h>
 #include <Base/frame/Allocator.h>
 #include <Base/frame/Api.h>
 #include <Base/frame/DeleteC.h>

@@ -3,6 +3,8 @@
 // the first when it is unloaded or the process exits. Nothing else in the library has a constructor that runs
 // at load, so this order is the whole order.
 
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/frame/Environment.h>
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/detail/LibraryState.h>
@@ -47,6 +49,9 @@ static const bool sSettingsRead = ReadSettings();
 std::set<MemGovernorProxy*> gMemGovernors;
 FeatureFlagMgr FeatureFlagMgr::mFeatureFlagMgrInst;
 AppGlobalEventCallback* gAppGlobalEventCallback = nullptr;
+CallStackImp::CallStackCriticalSection gCallStackLock;
+CallStackImp::CallStackCriticalSection gTracerLock;
+DbgHelpBuilder gDbgHelpBuilder;
 std::string gProcessLocale;
 static const bool sUserLocaleEntered = EnterUserLocale();
 

@@ -33,8 +33,7 @@ public:
 
     Message(const Message& other);
 
-    /// Leaves an empty message when it is assigned to itself: it is cleared first, and that is meant. A
-    /// message nested in this one may be assigned to it.
+    /// Leaves an empty message when it is assigned to itself: it is cleared first, and that is meant.
     Message& operator=(const Message& other);
 
     ~Message();
@@ -80,7 +79,8 @@ public:
     /// Appends "true" or "false".
     Message& operator<<(bool value);
 
-    /// Appends the low 32 bits of a number, in the number format of the message.
+    /// Appends the low 32 bits of a number, in the number format of the message. Throws `std::bad_alloc`
+    /// before the message is touched.
     Message& operator<<(int value);
     Message& operator<<(unsigned int value);
     Message& operator<<(long value);
@@ -128,8 +128,8 @@ public:
     /// The same, with the content following the new message on its own level.
     Message& PrependBy(unsigned short domain, int id, const char* textTemplate);
 
-    /// Puts `other` and what follows it on its level in front of this message. `other` may be this message
-    /// itself or one nested in it.
+    /// Puts `other` and what follows it on its level in front of this message. `other` must not be this
+    /// message or one nested in it.
     Message& PrependBy(const Message& other);
 
     /// The message that this one wraps, or that follows it on its level; null if there is none. Good until

@@ -7,16 +7,14 @@
 namespace ZBase {
 
 /// Walks a message tree and lets each message on the way be changed: a step down takes the nested message out
-/// of its parent, a step back packs it in again. From a message that was rewritten (cleared, assigned to,
-/// swapped, wrapped, prepended to) after the cursor came to it, no step down may follow; and the cursor must
-/// be back at the root before it ends, or what it holds below is lost.
+/// of its parent, a step back packs it in again. The root must not be rewritten meanwhile; and the cursor
+/// must be back at the root before it ends, or what it holds below is lost.
 class ZBASE_API MessageCursor {
 public:
     /// Stands on the root. Throws `std::bad_alloc`.
     MessageCursor(Message& root);
 
-    /// The new cursor stands at the root, on which the branch that the other one went into is visited. What
-    /// the assigned cursor held below its own root is lost. The copy throws `std::bad_alloc`.
+    /// Only a cursor that stands at its root may be copied or assigned. Throw `std::bad_alloc`.
     MessageCursor(const MessageCursor& other);
     MessageCursor& operator=(const MessageCursor& other);
     ~MessageCursor();

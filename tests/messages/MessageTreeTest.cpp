@@ -126,16 +126,11 @@ TEST(MessageTree, WrapDropsWideTextAndDeletedRecords) {
 }
 
 TEST(MessageTree, TemplateTakenFromTheMessageThatIsWrapped) {
-    for (const std::size_t length : {std::size_t{5}, std::size_t{40}, std::size_t{300}}) {
-        // The parameter lies where the new header goes.
-        Message message;
-        message << Long(length).c_str();
-        message.SetDomainAndID(300, 42);
-        message.WrapBy(300, 43, message.GetParameter(0));
+    for (const std::size_t length : {std::size_t{5}, std::size_t{70}, std::size_t{300}}) {
+        Message message(300, 42, Long(length).c_str());
+        message.WrapBy(300, 43, message.GetTemplate());
         EXPECT_EQ(message.GetTemplate(), Long(length));
-        message.PrependBy(300, 44, message.GetTemplate());
-        EXPECT_EQ(message.GetTemplate(), Long(length));
-        EXPECT_EQ(message.GetSameLevelMessageOrNULL()->GetTemplate(), Long(length));
+        EXPECT_EQ(message.GetLowerLevelMessageOrNULL()->GetTemplate(), Long(length));
     }
 }
 

@@ -1,0 +1,116 @@
+// A snapshot begins five frames inside the caller of the factory, and the walk drops five: the factory, the
+// constructor, `CaptureCurrentThread` and the two of the system's `CallWithOwnContext`. None of them may be
+// inlined or become a jump.
+
+#include <Base/diagnostics/CallStack.h>
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/CallStackImp.h>
+#include <Base/platform/os/ThreadContext.h>
+
+#include <memory>
+#include <new>
+
+namespace ZBase {
+
+namespace {
+
+/// The register state is a copy, since the walk moves it along.
+void Build(std::vector<CallStackLineImp>& lines, os::ThreadContext context) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    gDbgHelpBuilder.BuildCallStack(lines, context);
+}
+
+void BuildSuspended(std::vector<CallStackLineImp>& lines, void* thread) {
+    os::ThreadContext context{};
+    context.contextFlags = os::kFullContext;
+    os::SuspendThread(thread);
+    struct Resumption {
+        void* thread;
+        ~Resumption() { os::ResumeThread(thread); }
+    } const resumption{thread};
+    if (os::GetThreadContext(thread, context)) Build(lines, context);
+}
+
+}  // namespace
+
+CallStackImp::CallStackCriticalSection::CallStackCriticalSection() {
+    ::new (mStorage) std::recursive_mutex;
+}
+
+CallStackImp::CallStackCriticalSection::~CallStackCriticalSection() {
+    std::destroy_at(&Mutex());
+}
+
+void CallStackImp::CallStackCriticalSection::Lock() {
+    Mutex().lock();
+}
+
+void CallStackImp::CallStackCriticalSection::Unlock() {
+    Mutex().unlock();
+}
+
+std::recursive_mutex& CallStackImp::CallStackCriticalSection::Mutex() {
+    return *std::launder(reinterpret_cast<std::recursive_mutex*>(mStorage));
+}
+
+[[gnu::noinline]] CallStackImp::CallStackImp(void* thread) {
+    const CallStackGuard guard(gCallStackLock);
+    if (thread != nullptr)
+        CaptureThreadByHandle(thread);
+    else
+        CaptureCurrentThread();
+}
+
+CallStackImp::CallStackImp(unsigned long threadId) {
+    const CallStackGuard guard(gCallStackLock);
+    CaptureThreadById(threadId);
+}
+
+[[gnu::noinline]] void CallStackImp::CaptureCurrentThread() {
+    // Its address is given away, so the call below has to come back here.
+    struct Capture {
+        std::vector<CallStackLineImp>& lines;
+    } capture{mLines};
+    os::CallWithOwnContext(
+        [](void* argument, os::ThreadContext& context) {
+            Build(static_cast<Capture*>(argument)->lines, context);
+        },
+        &capture);
+}
+
+void CallStackImp::CaptureThreadByHandle(void* thread) {
+    BuildSuspended(mLines, thread);
+}
+
+// Meant: a handle with no right but to read the state, so the thread keeps running.
+void CallStackImp::CaptureThreadById(unsigned long threadId) {
+    struct Handle {
+        void* thread;
+        ~Handle() {
+            if (thread != nullptr) os::CloseThread(thread);
+        }
+    } const handle{os::OpenThread(os::kThreadGetContext, threadId)};
+    BuildSuspended(mLines, handle.thread);
+}
+
+const unsigned short* CallStackImp::ToString() {
+    if (!mLines.empty()) {
+        WideString text = mLines[0].GetText();
+        for (std::size_t i = 1; i != mLines.size(); ++i) {
+            text += static_cast<unsigned short>('\n');
+            text += mLines[i].GetText();
+        }
+        mText = std::move(text);
+    }
+    return mText.c_str();
+}
+
+[[gnu::noinline]] CallStack* CreateCallStack(void* thread) {
+    return new (std::nothrow) CallStackImp(thread);
+}
+
+CallStack* CreateCallStackByThreadId(unsigned long threadId) {
+    return new (std::nothrow) CallStackImp(threadId);
+}
+
+}  // namespace ZBase

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <Base/diagnostics/CallStackLine.h>
+#include <Base/frame/Api.h>
+
+namespace ZBase {
+
+/// A snapshot of a thread's stack, every frame looked up. One object belongs to one thread at a time.
+class ZBASE_API CallStack {
+public:
+    /// The frame at `index`, which is not checked; 0 is the innermost.
+    virtual CallStackLine& GetLine(unsigned int index) = 0;
+
+    virtual unsigned int GetLineCount() = 0;
+
+    /// Destroys the stack; with a null object it does nothing.
+    virtual void Delete() = 0;
+
+    /// The texts of all frames, a line feed between them; good until the next call.
+    virtual const unsigned short* ToString() = 0;
+
+    virtual ~CallStack() = default;
+};
+
+/// The stack of a thread by its native handle, which is stopped meanwhile, or of the calling thread for null;
+/// line 0 is then the caller. Of another thread the five innermost frames are left out. The caller frees the
+/// result with `Delete`. A stack that can't be captured has no lines; the result is null only when the object
+/// can't be allocated. A thread must not pass its own handle: it would wait for itself for ever. Throws
+/// `std::bad_alloc` when memory runs out during the walk. One capture runs at a time in the process.
+ZBASE_API CallStack* CreateCallStack(void* thread);
+
+/// The same by the system's id of a thread, which keeps running: the stack is as good as can be had.
+ZBASE_API CallStack* CreateCallStackByThreadId(unsigned long threadId);
+
+}  // namespace ZBase

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+namespace ZBase {
+
+/// A frame of a `CallStack`, which owns it.
+class ZBASE_API CallStackLine {
+public:
+    /// The frame as "0x<address> 0x<frame address> Mod:[<module
+    /// path>]\tSym:[<symbol>]+0x<displacement>\tFile:[ <file>](<line>)"; good until the next call on this
+    /// line.
+    virtual const unsigned short* GetText() = 0;
+
+protected:
+    ~CallStackLine() = default;
+};
+
+}  // namespace ZBase

@@ -1,0 +1,266 @@
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/CallStackLineImp.h>
+#include <Base/platform/os/DebugHelp.h>
+#include <Base/platform/os/ModuleList.h>
+#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/ThreadContext.h>
+
+#include <algorithm>
+
+namespace ZBase {
+
+namespace {
+
+constexpr unsigned long kCapturedFrames = 40;
+constexpr unsigned long kTopFrames = 128;
+constexpr unsigned int kDroppedFrames = 5;
+constexpr unsigned int kPathUnits = 260;
+
+// Deferred loading, lines, the nearest symbol, modules of 32 bits.
+constexpr std::uint32_t kSymbolOptions = 0x2034;
+
+constexpr char kNotAvailable[] = "(NA)";
+
+template <class Function>
+bool Resolve(void* library, const char* name, Function& entry) {
+    entry = reinterpret_cast<Function>(os::FindDebugHelpEntry(library, name));
+    return entry != nullptr;
+}
+
+STACKFRAME64 Seed(const os::ThreadContext& context) {
+    STACKFRAME64 frame{};
+    frame.AddrPC = {context.rip, 0, AddrModeFlat};
+    frame.AddrStack = {context.rsp, 0, AddrModeFlat};
+    // Meant: the frame pointer comes from rdi, not from rbp.
+    frame.AddrFrame = {context.rdi, 0, AddrModeFlat};
+    return frame;
+}
+
+/// False if the address is in no module or, in its module, in no section.
+bool ResolveLogicalAddress(std::uint64_t address, LogicalAddress& logical) {
+    const void* start = nullptr;
+    unsigned short path[kPathUnits];
+    if (!os::FindAllocationBase(reinterpret_cast<const void*>(address), start) || start == nullptr)
+        return false;
+    if (os::GetModulePathAt(start, path, kPathUnits) == 0) return false;
+    const auto base = reinterpret_cast<std::uint64_t>(start);
+    const auto relative = static_cast<std::uint32_t>(address - base);
+    os::ModuleSection section{};
+    for (unsigned int index = 0; os::GetModuleSection(base, index, section); ++index) {
+        const std::uint64_t size = std::max(section.virtualSize, section.sizeOfRawData);
+        // Meant: the end is inclusive.
+        if (relative < section.virtualAddress || relative > section.virtualAddress + size) continue;
+        logical = {index + 1, relative - section.virtualAddress, path};
+        return true;
+    }
+    return false;
+}
+
+CallStackLineImp LoadFailure() {
+    constexpr char text[] = "dbghelp.dll load failed";
+    return {0, 0, 0, 0, WideString(std::begin(text), std::end(text) - 1), kNotAvailable, 0, kNotAvailable, 0};
+}
+
+}  // namespace
+
+DbgHelpFunctions::~DbgHelpFunctions() {
+    if (mpLibrary != nullptr) os::CloseDebugHelp(mpLibrary);
+}
+
+DbgHelpBuilder::DbgHelpBuilder()
+    : mpProcess(os::CurrentProcess()), mBound(0), mpStackCapture(os::FindStackCapture()) {}
+
+bool DbgHelpBuilder::LoadSymbols() {
+    return EnumerateModulesAndLoadSymbols() != 0;
+}
+
+bool DbgHelpBuilder::LoadDbgHelpFunctions() {
+    DbgHelpFunctions& f = mFunctions;
+    if (f.mpLibrary != nullptr) os::CloseDebugHelp(f.mpLibrary);
+    f.mpLibrary = os::OpenDebugHelp();
+    // Meant: a library that is not there is bound, with all entries null.
+    if (f.mpLibrary == nullptr) return true;
+    bool isWhole = Resolve(f.mpLibrary, "SymFunctionTableAccess64", f.mpSymFunctionTableAccess64);
+    isWhole &= Resolve(f.mpLibrary, "SymGetModuleBase64", f.mpSymGetModuleBase64);
+    isWhole &= Resolve(f.mpLibrary, "SymGetSymFromAddr64", f.mpSymGetSymFromAddr64);
+    isWhole &= Resolve(f.mpLibrary, "StackWalk64", f.mpStackWalk64);
+    isWhole &= Resolve(f.mpLibrary, "SymGetLineFromAddr64", f.mpSymGetLineFromAddr64);
+    isWhole &= Resolve(f.mpLibrary, "SymCleanup", f.mpSymCleanup);
+    isWhole &= Resolve(f.mpLibrary, "SymSetOptions", f.mpSymSetOptions);
+    isWhole &= Resolve(f.mpLibrary, "SymInitialize", f.mpSymInitialize);
+    isWhole &= Resolve(f.mpLibrary, "SymGetOptions", f.mpSymGetOptions);
+    isWhole &= Resolve(f.mpLibrary, "SymGetSearchPath", f.mpSymGetSearchPath);
+    isWhole &= Resolve(f.mpLibrary, "SymSetSearchPath", f.mpSymSetSearchPath);
+    isWhole &= Resolve(f.mpLibrary, "SymEnumerateModules64", f.mpSymEnumerateModules64);
+    isWhole &= Resolve(f.mpLibrary, "SymLoadModule64", f.mpSymLoadModule64);
+    isWhole &= Resolve(f.mpLibrary, "SymGetModuleInfo64", f.mpSymGetModuleInfo64);
+    return isWhole;
+}
+
+/// Binds and starts the symbol engine, once. False if a later call is to try again, or if the engine fails.
+bool DbgHelpBuilder::Bind() {
+    if (!LoadDbgHelpFunctions()) return false;
+    mBound = 1;  // before the start, which is tried only once
+    return mFunctions.mpSymInitialize != nullptr && mFunctions.mpSymInitialize(mpProcess, nullptr, 1) != 0;
+}
+
+int DbgHelpBuilder::EnumerateModulesAndLoadSymbols() {
+    if (mBound == 0 && !Bind()) return 0;
+    if (mFunctions.mpSymGetOptions == nullptr || mFunctions.mpSymSetOptions == nullptr) return 0;
+    mFunctions.mpSymSetOptions(mFunctions.mpSymGetOptions() | kSymbolOptions);
+    return 1;
+}
+
+bool DbgHelpBuilder::CanWalk() const {
+    return mFunctions.mpStackWalk64 != nullptr && mFunctions.mpSymFunctionTableAccess64 != nullptr &&
+           mFunctions.mpSymGetModuleBase64 != nullptr;
+}
+
+bool DbgHelpBuilder::Step(STACKFRAME64& frame, os::ThreadContext& context) const {
+    return mFunctions.mpStackWalk64(kMachineX64, mpProcess, os::CurrentThread(), &frame, &context, nullptr,
+                                    mFunctions.mpSymFunctionTableAccess64, mFunctions.mpSymGetModuleBase64,
+                                    nullptr) != 0;
+}
+
+void DbgHelpBuilder::BuildCallStack(std::vector<CallStackLineImp>& lines, os::ThreadContext& context) {
+    if (mBound == 0 && !Bind()) {
+        lines.push_back(LoadFailure());
+        return;
+    }
+    std::vector<CallStackLineImp> found;
+    if (CanWalk()) {
+        STACKFRAME64 frame = Seed(context);
+        const auto step = [&] { return Step(frame, context) && frame.AddrFrame.Offset != 0; };
+        unsigned int dropped = 0;
+        while (dropped != kDroppedFrames && step()) ++dropped;
+        if (dropped == kDroppedFrames) {
+            while (step()) found.push_back(ResolveFrame(frame));
+        }
+    }
+    lines = std::move(found);
+}
+
+CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame) const {
+    LogicalAddress logical;
+    SymbolRecord record{};
+    record.symbol.SizeOfStruct = sizeof record;
+    record.symbol.MaxNameLength = kMaxSymbolName;
+    std::uint64_t displacement = 0;
+    const char* symbol = kNotAvailable;
+    const char* file = kNotAvailable;
+    std::uint32_t lineNumber = 0;
+    if (ResolveLogicalAddress(frame.AddrPC.Offset, logical) &&
+        mFunctions.mpSymGetSymFromAddr64(mpProcess, frame.AddrPC.Offset, &displacement, &record.symbol) !=
+            0) {
+        symbol = record.symbol.Name;
+        IMAGEHLP_LINE64 line{};
+        line.SizeOfStruct = sizeof line;
+        std::uint32_t lineDisplacement = 0;
+        // Meant: the line where the function begins, not that of the call.
+        if (mFunctions.mpSymGetLineFromAddr64(mpProcess, record.symbol.Address, &lineDisplacement, &line) !=
+            0) {
+            displacement = lineDisplacement;
+            file = line.FileName;
+            lineNumber = line.LineNumber;
+        }
+    } else {
+        displacement = 0;
+    }
+    return {logical.section,        logical.offset, frame.AddrPC.Offset,
+            frame.AddrFrame.Offset, logical.module, symbol,
+            displacement,           file,           lineNumber};
+}
+
+[[gnu::noinline]] void DbgHelpBuilder::DoStackWalk(std::uint64_t* out, unsigned long count,
+                                                   unsigned long skip) {
+    if (mpStackCapture != nullptr) {
+        if (skip >= kCapturedFrames) return;
+        void* addresses[kCapturedFrames] = {};
+        const unsigned long wanted = skip + std::min(count, kCapturedFrames - skip);
+        const unsigned long captured =
+            mpStackCapture(0, static_cast<std::uint32_t>(wanted), addresses, nullptr);
+        for (unsigned long i = skip; i < captured && i < wanted; ++i)
+            *out++ = reinterpret_cast<std::uint64_t>(addresses[i]);
+        return;
+    }
+    os::ThreadContext context{};
+    os::CaptureContext(&context);
+    if (!CanWalk()) return;
+    STACKFRAME64 frame = Seed(context);
+    for (unsigned long step = 0; step < count && Step(frame, context); ++step) {
+        if (step <= skip) continue;
+        if (frame.AddrPC.Offset == 0) break;
+        *out++ = frame.AddrPC.Offset;
+    }
+}
+
+[[gnu::noinline]] void DbgHelpBuilder::DoStackWalkTopN(std::uint64_t* out, unsigned long count,
+                                                       unsigned long skip) {
+    std::uint64_t found[kTopFrames];
+    std::size_t size = 0;
+    count = std::min(count, kTopFrames);
+    os::ThreadContext context{};
+    os::CaptureContext(&context);
+    if (!CanWalk()) return;
+    STACKFRAME64 frame = Seed(context);
+    for (unsigned long step = 0; step < count; ++step) {
+        // Meant: a stack that ends before the count gives nothing.
+        if (!Step(frame, context)) return;
+        if (step <= skip) continue;
+        if (frame.AddrPC.Offset == 0) break;
+        found[size++] = frame.AddrPC.Offset;
+    }
+    while (size != 0) *out++ = found[--size];
+}
+
+SymFunctionTableAccess64Function DbgHelpBuilder::GetSymFunctionTableAccess() {
+    return mFunctions.mpSymFunctionTableAccess64;
+}
+SymGetModuleBase64Function DbgHelpBuilder::GetSymGetModuleBase() {
+    return mFunctions.mpSymGetModuleBase64;
+}
+SymGetSymFromAddr64Function DbgHelpBuilder::GetSymGetSymFromAddr() {
+    return mFunctions.mpSymGetSymFromAddr64;
+}
+StackWalk64Function DbgHelpBuilder::GetStackWalk() {
+    return mFunctions.mpStackWalk64;
+}
+SymGetLineFromAddr64Function DbgHelpBuilder::GetSymGetLineFromAddr() {
+    return mFunctions.mpSymGetLineFromAddr64;
+}
+SymCleanupFunction DbgHelpBuilder::GetSymCleanup() {
+    return mFunctions.mpSymCleanup;
+}
+SymSetOptionsFunction DbgHelpBuilder::GetSymSetOptions() {
+    if (mBound == 0) Bind();
+    return mFunctions.mpSymSetOptions;
+}
+SymInitializeFunction DbgHelpBuilder::GetSymInitialize() {
+    if (mBound == 0) Bind();
+    return mFunctions.mpSymInitialize;
+}
+SymGetOptionsFunction DbgHelpBuilder::GetSymGetOptions() {
+    if (mBound == 0) Bind();
+    return mFunctions.mpSymGetOptions;
+}
+SymGetSearchPathFunction DbgHelpBuilder::GetSymGetSearchPath() {
+    return mFunctions.mpSymGetSearchPath;
+}
+SymSetSearchPathFunction DbgHelpBuilder::GetSymSetSearchPath() {
+    return mFunctions.mpSymSetSearchPath;
+}
+SymEnumerateModules64Function DbgHelpBuilder::GetSymEnumerateModules() {
+    return mFunctions.mpSymEnumerateModules64;
+}
+SymLoadModule64NarrowFunction DbgHelpBuilder::GetSymLoadModule() {
+    return mFunctions.mpSymLoadModule64;
+}
+SymGetModuleInfo64Function DbgHelpBuilder::GetSymGetModuleInfo64() {
+    return mFunctions.mpSymGetModuleInfo64;
+}
+
+void InitializeDBGHelpBuilder() {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+}
+
+}  // namespace ZBase

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <Base/diagnostics/CallStack.h>
+#include <Base/diagnostics/detail/CallStackLineImp.h>
+#include <Base/frame/Api.h>
+#include <Base/frame/WideString.h>
+
+#include <mutex>
+#include <vector>
+
+namespace ZBase {
+
+class CallStackImp final : public CallStack {
+public:
+    /// A plain lock that its holder may take again. Assignment copies its raw octets, without locking.
+    class ZBASE_API CallStackCriticalSection {
+    public:
+        CallStackCriticalSection();
+        ~CallStackCriticalSection();
+        CallStackCriticalSection& operator=(const CallStackCriticalSection& other) = default;
+        void Lock();
+        void Unlock();
+
+    private:
+        std::recursive_mutex& Mutex();
+
+        alignas(std::recursive_mutex) unsigned char mStorage[sizeof(std::recursive_mutex)];
+    };
+
+    explicit CallStackImp(void* thread);
+    explicit CallStackImp(unsigned long threadId);
+
+    CallStackLine& GetLine(unsigned int index) override { return mLines[index]; }
+    unsigned int GetLineCount() override { return static_cast<unsigned int>(mLines.size()); }
+    void Delete() override { delete this; }
+    const unsigned short* ToString() override;
+
+private:
+    void CaptureCurrentThread();
+    void CaptureThreadByHandle(void* thread);
+    void CaptureThreadById(unsigned long threadId);
+
+    std::vector<CallStackLineImp> mLines;
+    WideString mText;
+};
+
+/// Held while a stack is captured, with all its look-ups.
+extern CallStackImp::CallStackCriticalSection gCallStackLock;
+
+/// Held while a tracer records a change; taken before `gCallStackLock`.
+extern CallStackImp::CallStackCriticalSection gTracerLock;
+
+/// Holds one of them for a scope.
+class CallStackGuard {
+public:
+    explicit CallStackGuard(CallStackImp::CallStackCriticalSection& section) : mSection(section) {
+        mSection.Lock();
+    }
+    ~CallStackGuard() { mSection.Unlock(); }
+    CallStackGuard(const CallStackGuard&) = delete;
+    CallStackGuard& operator=(const CallStackGuard&) = delete;
+
+private:
+    CallStackImp::CallStackCriticalSection& mSection;
+};
+
+}  // namespace ZBase

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Base/diagnostics/CallStackLine.h>
+#include <Base/frame/WideString.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ZBase {
+
+/// Where an address lies in the image of its module; zeros and an empty path if it lies in none.
+struct LogicalAddress {
+    std::uint32_t section = 0;  // from 1
+    std::uint32_t offset = 0;
+    WideString module;
+};
+
+class CallStackLineImp final : public CallStackLine {
+public:
+    /// The two narrow texts become wide octet by octet with their sign: an octet of 0x80 or above gets the
+    /// high octet 0xFF. That is meant.
+    CallStackLineImp(std::uint32_t section, std::uint32_t offset, std::uint64_t address,
+                     std::uint64_t frameAddress, const WideString& module, std::string_view symbol,
+                     std::uint64_t displacement, std::string_view file, std::uint32_t line);
+
+    const unsigned short* GetText() override;
+
+private:
+    [[maybe_unused]] std::uint32_t mSection;
+    [[maybe_unused]] std::uint32_t mOffset;
+    std::uint64_t mAddress;
+    std::uint64_t mFrameAddress;
+    WideString mModule;
+    WideString mSymbol;
+    std::uint64_t mDisplacement;
+    WideString mFile;
+    std::uint32_t mLine;
+    WideString mText;  // what `GetText` gave last
+};
+
+}  // namespace ZBase

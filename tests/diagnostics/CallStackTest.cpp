@@ -1,0 +1,281 @@
+#include <Base/diagnostics/CallStack.h>
+#include <Base/frame/Threads.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/Stacks.h"
+
+using test::Lines;
+using test::Stack;
+using test::StackLine;
+using test::StayHere;
+using test::Symbols;
+
+// Outside of any namespace, so that their symbols are short.
+
+constexpr int kLineOfCapturedHere = __LINE__ + 1;
+[[gnu::noinline]] ZBase::CallStack* CapturedHere() {
+    ZBase::CallStack* stack = ZBase::CreateCallStack(nullptr);
+    StayHere();
+    return stack;
+}
+
+[[gnu::noinline]] ZBase::CallStack* ThroughNoexcept() noexcept {
+    ZBase::CallStack* stack = CapturedHere();
+    StayHere();
+    return stack;
+}
+
+[[gnu::noinline]] void Recurse(int depth, const std::function<void()>& innermost) {
+    if (depth != 0)
+        Recurse(depth - 1, innermost);
+    else
+        innermost();
+    StayHere();
+}
+
+struct Waiter {
+    std::atomic<bool> isThere{false};
+    std::atomic<bool> mayGo{false};
+    std::atomic<unsigned long> id{0};
+};
+
+// Without a call, so that the stack is as deep as it looks.
+void* SpinOnly(void* argument) {
+    auto& waiter = *static_cast<Waiter*>(argument);
+    waiter.isThere = true;
+    while (!waiter.mayGo) {
+    }
+    return nullptr;
+}
+
+namespace {
+
+TEST(CallStack, LineZeroIsTheCallerOfTheFactory) {
+    const Stack stack(CapturedHere());
+    const std::vector<StackLine> lines = Lines(*stack);
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_EQ(lines[0].symbol, "CapturedHere()");
+    EXPECT_EQ(lines[1].symbol,
+              "(anonymous namespace)::CallStack_LineZeroIsTheCallerOfTheFactory_Test::TestBody()");
+}
+
+TEST(CallStack, EachLineHasTheForm) {
+    const Stack stack(CapturedHere());
+    for (const StackLine& line : Lines(*stack)) EXPECT_TRUE(line.isWhole);
+}
+
+TEST(CallStack, FileAndLineAreThoseOfTheFunctionsStart) {
+    const Stack stack(CapturedHere());
+    const StackLine line = Lines(*stack)[0];
+    EXPECT_TRUE(line.file.ends_with("tests/diagnostics/CallStackTest.cpp")) << line.file;
+    EXPECT_EQ(line.line, std::to_string(kLineOfCapturedHere));
+    EXPECT_EQ(line.displacement, "0");
+    EXPECT_TRUE(line.module.ends_with("/diagnostics_tests")) << line.module;
+}
+
+TEST(CallStack, AddressesAreOfCodeAndFramesGoOutwards) {
+    const Stack stack(CapturedHere());
+    const std::vector<StackLine> lines = Lines(*stack);
+    for (std::size_t i = 1; i != lines.size(); ++i) EXPECT_GE(lines[i].frame, lines[i - 1].frame);
+    EXPECT_EQ(lines.back().symbol, "_start");
+}
+
+TEST(CallStack, TextIsItsLinesWithALineFeedBetween) {
+    const Stack stack(CapturedHere());
+    std::string expected;
+    for (unsigned int i = 0; i != stack->GetLineCount(); ++i)
+        expected += (i == 0 ? "" : "\n") + test::Narrow(stack->GetLine(i).GetText());
+    EXPECT_EQ(test::Narrow(stack->ToString()), expected);
+    EXPECT_EQ(test::Narrow(stack->ToString()), expected);
+}
+
+TEST(CallStack, TwoTextsOfOneLineAreEqual) {
+    const Stack stack(CapturedHere());
+    const std::string first = test::Narrow(stack->GetLine(0).GetText());
+    EXPECT_EQ(test::Narrow(stack->GetLine(0).GetText()), first);
+}
+
+TEST(CallStack, GoesThroughNoexceptLambdasAndHandlers) {
+    ZBase::CallStack* captured = nullptr;
+    const auto lambda = [&] { captured = ThroughNoexcept(); };
+    try {
+        throw std::runtime_error("caught below");
+    } catch (const std::runtime_error&) {
+        Recurse(3, lambda);
+    }
+    const Stack stack(captured);
+    const std::vector<std::string> symbols = Symbols(*stack);
+    EXPECT_EQ(symbols[0], "CapturedHere()");
+    EXPECT_EQ(symbols[1], "ThroughNoexcept()");
+    EXPECT_EQ(std::count(symbols.begin(), symbols.end(), "Recurse(int, std::function<void ()> const&)"), 4);
+    EXPECT_EQ(symbols.back(), "_start");
+}
+
+TEST(CallStack, HasNoLimit) {
+    ZBase::CallStack* captured = nullptr;
+    Recurse(500, [&] { captured = CapturedHere(); });
+    const Stack stack(captured);
+    EXPECT_GT(stack->GetLineCount(), 500U);
+}
+
+TEST(CallStack, GoesThroughAModuleThatIsOpenedAtRunTime) {
+    const std::string path = std::string(ZBASE_MODULES_DIR) + "/libSmallFrames.so";
+    Stack(CapturedHere()).reset();  // so that the symbols are ready before the module is there
+    void* module = dlopen(path.c_str(), RTLD_NOW);
+    ASSERT_NE(module, nullptr);
+    ZBase::CallStack* captured = nullptr;
+    const auto callBack = reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallBack"));
+    callBack(
+        [](void* argument) {
+            *static_cast<ZBase::CallStack**>(argument) = CapturedHere();
+            return 0;
+        },
+        &captured);
+    const Stack stack(captured);
+    dlclose(module);
+    const std::vector<StackLine> lines = Lines(*stack);
+    EXPECT_EQ(lines[2].symbol, "CallBack");
+    EXPECT_EQ(lines[2].module, path);
+    EXPECT_TRUE(lines[2].file.ends_with("SmallFrames.cpp"));
+    EXPECT_EQ(lines.back().symbol, "_start");
+}
+
+TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {
+    Waiter waiter;
+    std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
+    while (!waiter.isThere) std::this_thread::yield();
+    const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
+    waiter.mayGo = true;
+    thread.join();
+    const std::vector<std::string> symbols = Symbols(*stack);
+    const auto count =
+        std::count(symbols.begin(), symbols.end(), "Recurse(int, std::function<void ()> const&)");
+    // SpinOnly and at least the function object's call lie further in than the ten.
+    EXPECT_GE(count, 10 + 2 - 5 - 1);
+    EXPECT_LE(count, 10 - 2);
+    EXPECT_TRUE(symbols[0].starts_with("Recurse(")) << symbols[0];
+}
+
+TEST(CallStack, OfAThreadOfAtMostFiveFramesHasNoLinesAndNoText) {
+    Waiter waiter;
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, SpinOnly, &waiter), 0);
+    while (!waiter.isThere) std::this_thread::yield();
+    const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread)));
+    waiter.mayGo = true;
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(stack->GetLineCount(), 0U);
+    EXPECT_EQ(stack->ToString()[0], 0);
+}
+
+TEST(CallStack, ByThreadIdIsTheSameForAThreadThatWaits) {
+    Waiter waiter;
+    std::thread thread([&] {
+        waiter.id = ZBase::GetCurrentThreadID();
+        Recurse(9, [&] { SpinOnly(&waiter); });
+    });
+    while (!waiter.isThere) std::this_thread::yield();
+    const Stack byId(ZBase::CreateCallStackByThreadId(waiter.id));
+    const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
+    waiter.mayGo = true;
+    thread.join();
+    EXPECT_GT(byId->GetLineCount(), 5U);
+    EXPECT_EQ(Symbols(*byId), Symbols(*byHandle));
+}
+
+TEST(CallStack, ByAnIdThatNamesNoThreadHasNoLines) {
+    for (const unsigned long id : {0UL, 1UL, 0x3FFFFFFFUL, ~0UL}) {
+        const Stack stack(ZBase::CreateCallStackByThreadId(id));
+        ASSERT_NE(stack, nullptr);
+        EXPECT_EQ(stack->GetLineCount(), 0U) << id;
+    }
+}
+
+TEST(CallStack, OfAThreadThatHasJustEndedHasNoLines) {
+    std::atomic<unsigned long> id{0};
+    std::thread thread([&] { id = ZBase::GetCurrentThreadID(); });
+    while (id == 0) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
+    const Stack byId(ZBase::CreateCallStackByThreadId(id));
+    thread.join();
+    EXPECT_EQ(byHandle->GetLineCount(), 0U);
+    EXPECT_EQ(byId->GetLineCount(), 0U);
+}
+
+TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
+    std::size_t nulls = 0;
+    std::size_t throws = 0;
+    const auto capture = [&] {
+        try {
+            const Stack stack(ZBase::CreateCallStack(nullptr));
+            nulls += stack == nullptr;
+        } catch (const std::bad_alloc&) {
+            ++throws;
+        }
+    };
+    std::size_t live = 0;
+    std::size_t failures = 0;
+    for (int round = 0; round != 2; ++round) {  // after the first nothing is left to be looked up
+        nulls = throws = 0;
+        live = test::LiveBlocks();
+        failures = test::ForEachFailingAllocation(capture);
+    }
+    EXPECT_EQ(nulls, 1U);
+    EXPECT_EQ(throws + nulls, failures);
+    EXPECT_GT(failures, 10U);
+    EXPECT_EQ(test::LiveBlocks(), live);
+    std::thread([] { Stack(CapturedHere()).reset(); }).join();
+}
+
+// They allocate, throw and end while they are looked at; whoever deadlocks runs into the test's bound.
+TEST(CallStack, HundredThreadsAreCapturedWhileTheyRunAllocateThrowAndEnd) {
+    std::atomic<bool> stop{false};
+    std::atomic<unsigned int> ready{0};
+    std::vector<std::atomic<unsigned long>> ids(100);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i != ids.size(); ++i) {
+        threads.emplace_back([&, i] {
+            ids[i] = ZBase::GetCurrentThreadID();
+            ++ready;
+            Recurse(8, [&] {
+                // Every other one ends on its own.
+                for (std::size_t round = 0; !stop && (i % 2 == 0 || round != 20 + i); ++round) {
+                    std::vector<std::string> texts;
+                    for (std::size_t size = 1; size < 3000; size *= 2)
+                        texts.emplace_back(size * (i + 1), 'x');
+                    try {
+                        throw std::runtime_error(texts.back());
+                    } catch (const std::runtime_error&) {
+                    }
+                    if (i % 10 == 0) Stack(CapturedHere()).reset();
+                    std::this_thread::sleep_for(std::chrono::microseconds(200));
+                }
+            });
+        });
+    }
+    while (ready != ids.size()) std::this_thread::yield();
+    std::size_t lines = 0;
+    for (int round = 0; round != 2; ++round) {
+        for (std::size_t i = 0; i != ids.size(); ++i) {
+            const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(threads[i].native_handle())));
+            const Stack byId(ZBase::CreateCallStackByThreadId(ids[i]));
+            lines += byHandle->GetLineCount() + byId->GetLineCount();
+        }
+    }
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_GT(lines, 500U);
+}
+
+}  // namespace

@@ -1,0 +1,294 @@
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <alloca.h>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Stacks.h"
+
+using test::StayHere;
+using ZBase::gDbgHelpBuilder;
+
+struct Walk {
+    std::uint64_t found[64] = {};
+    void* expected[64] = {};
+    int expectedCount = 0;
+};
+
+// Both are called from one function, so they agree on all that lies outside of it.
+[[gnu::noinline]] int WalkBoth(void* argument) {
+    auto& walk = *static_cast<Walk*>(argument);
+    walk.expectedCount = backtrace(walk.expected, 40);
+    gDbgHelpBuilder.DoStackWalk(walk.found, 40, 1);
+    StayHere();
+    return 0;
+}
+
+[[gnu::noinline]] int Deeper(int depth, int (*innermost)(void*), void* argument) {
+    const int result = depth == 0 ? innermost(argument) : Deeper(depth - 1, innermost, argument);
+    StayHere();
+    return result + 1;
+}
+
+// Its stack is realigned, so its frame is found through a word of the frame.
+[[gnu::noinline]] int Realigned(int (*innermost)(void*), void* argument) {
+    alignas(64) volatile char room[128];
+    room[0] = 1;
+    const int result = innermost(argument);
+    StayHere();
+    return result + room[0];
+}
+
+[[gnu::noinline]] int OfVariableSize(std::size_t size, int (*innermost)(void*), void* argument) {
+    auto* room = static_cast<volatile char*>(alloca(size));
+    room[0] = 1;
+    const int result = innermost(argument);
+    StayHere();
+    return result + room[0];
+}
+
+namespace {
+
+std::size_t CountFound(const std::uint64_t* found) {
+    std::size_t count = 0;
+    while (found[count] != 0) ++count;
+    return count;
+}
+
+void ExpectAgreement(const Walk& walk) {
+    // The first is in WalkBoth for both, at another call.
+    ASSERT_GT(walk.expectedCount, 3);
+    for (int i = 1; i < walk.expectedCount && i < 39; ++i)
+        EXPECT_EQ(walk.found[i], reinterpret_cast<std::uint64_t>(walk.expected[i])) << i;
+}
+
+TEST(StackWalk, AgreesWithTheSystemsOwn) {
+    for (int round = 0; round != 2; ++round) {  // the second by what is remembered
+        for (const int depth : {0, 1, 5, 20, 60}) {
+            Walk walk;
+            Deeper(depth, WalkBoth, &walk);
+            ExpectAgreement(walk);
+        }
+    }
+}
+
+TEST(StackWalk, GoesThroughARealignedStack) {
+    for (int round = 0; round != 2; ++round) {
+        Walk walk;
+        Realigned(WalkBoth, &walk);
+        ExpectAgreement(walk);
+    }
+}
+
+TEST(StackWalk, GoesThroughAFrameOfVariableSize) {
+    for (const std::size_t size : {16U, 4000U, 100U}) {
+        Walk walk;
+        OfVariableSize(size, WalkBoth, &walk);
+        ExpectAgreement(walk);
+    }
+}
+
+TEST(StackWalk, BeginsInItself) {
+    std::uint64_t found[40] = {};
+    gDbgHelpBuilder.DoStackWalk(found, 1, 0);
+    Dl_info place{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(found[0]), &place), 0);
+    EXPECT_STREQ(place.dli_sname, "_ZN5ZBase14DbgHelpBuilder11DoStackWalkEPmmm");
+    EXPECT_EQ(found[1], 0U);
+}
+
+TEST(StackWalk, SkippingFortyOrMoreWritesNothing) {
+    std::uint64_t found[4] = {7, 7, 7, 7};
+    for (const unsigned long skip : {40UL, 41UL, ~0UL}) gDbgHelpBuilder.DoStackWalk(found, 4, skip);
+    EXPECT_EQ(found[0], 7U);
+}
+
+TEST(StackWalk, Skipping39LeavesOne) {
+    Deeper(
+        60,
+        [](void*) {
+            std::uint64_t found[4] = {};
+            gDbgHelpBuilder.DoStackWalk(found, 4, 39);
+            EXPECT_EQ(CountFound(found), 1U);
+            return 0;
+        },
+        nullptr);
+}
+
+TEST(StackWalk, FortyFramesInAllIncludeTheSkipped) {
+    Deeper(
+        60,
+        [](void*) {
+            std::uint64_t found[64] = {};
+            gDbgHelpBuilder.DoStackWalk(found, 32, 10);
+            EXPECT_EQ(CountFound(found), 30U);
+            return 0;
+        },
+        nullptr);
+}
+
+TEST(StackWalk, HugeCountIsFortyFrames) {
+    Deeper(
+        60,
+        [](void*) {
+            std::uint64_t found[64] = {};
+            gDbgHelpBuilder.DoStackWalk(found, ~0UL, 2);
+            EXPECT_EQ(CountFound(found), 38U);
+            return 0;
+        },
+        nullptr);
+}
+
+TEST(StackWalk, WritesAtMostTheCountAndLeavesTheRestAlone) {
+    std::uint64_t found[6] = {9, 9, 9, 9, 9, 9};
+    gDbgHelpBuilder.DoStackWalk(found, 3, 0);
+    EXPECT_NE(found[2], 9U);
+    EXPECT_EQ(found[3], 9U);
+    gDbgHelpBuilder.DoStackWalk(found + 3, 0, 0);
+    EXPECT_EQ(found[3], 9U);
+}
+
+TEST(StackWalk, SkippingShifts) {
+    std::uint64_t all[40] = {};
+    std::uint64_t less[40] = {};
+    for (unsigned long skip = 0; skip != 2; ++skip)
+        gDbgHelpBuilder.DoStackWalk(skip == 0 ? all : less, 30, skip + 1);
+    // Both come from this one call.
+    for (int i = 1; less[i] != 0; ++i) EXPECT_EQ(less[i], all[i + 1]);
+}
+
+TEST(StackWalk, EndsAtTheThreadsStart) {
+    std::thread([] {
+        Walk walk;
+        WalkBoth(&walk);
+        ExpectAgreement(walk);
+        EXPECT_EQ(CountFound(walk.found), static_cast<std::size_t>(walk.expectedCount));
+    }).join();
+}
+
+Walk* gSignalWalk = nullptr;
+
+[[gnu::noinline]] int RaiseSignal(void*) {
+    raise(SIGUSR1);
+    StayHere();
+    return 0;
+}
+
+void ExpectWalkThroughSignal(int flags) {
+    Walk walk;
+    gSignalWalk = &walk;
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) { WalkBoth(gSignalWalk); };
+    action.sa_flags = flags;
+    sigaction(SIGUSR1, &action, &before);
+    Deeper(5, RaiseSignal, nullptr);
+    sigaction(SIGUSR1, &before, nullptr);
+    ExpectAgreement(walk);
+    bool isThere = false;
+    for (const std::uint64_t address : walk.found) {
+        Dl_info place{};
+        if (address != 0 && dladdr(reinterpret_cast<void*>(address), &place) != 0)
+            isThere |= place.dli_sname != nullptr && std::strcmp(place.dli_sname, "_Z6DeeperiPFiPvES_") == 0;
+    }
+    EXPECT_TRUE(isThere || walk.expectedCount > 12);
+}
+
+TEST(StackWalk, InASignalHandlerGoesOnBehindTheSignal) {
+    ExpectWalkThroughSignal(0);
+}
+
+TEST(StackWalk, InASignalHandlerOnItsOwnStackGoesOnBehindTheSignal) {
+    static char room[1 << 16];
+    stack_t alternate{room, 0, sizeof room};
+    stack_t before{};
+    sigaltstack(&alternate, &before);
+    ExpectWalkThroughSignal(SA_ONSTACK);
+    sigaltstack(&before, nullptr);
+}
+
+TEST(StackWalk, NeitherAllocatesNorLocks) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("StackWalkProbe")});
+    EXPECT_EQ(child.output, "normal 0 0\nsignal 0 0\nthreads agree\n") << child.errors;
+}
+
+using CallBackFunction = int (*)(int (*)(void*), void*);
+
+// Where a module was unloaded, another with other frames may lie.
+TEST(StackWalk, ForgetsAModuleThatWasUnloaded) {
+    void* places[2] = {};
+    int samePlace = 0;
+    for (int round = 0; round != 6; ++round) {
+        const std::string name = round % 2 == 0 ? "/libSmallFrames.so" : "/libLargeFrames.so";
+        void* module = dlopen((ZBASE_MODULES_DIR + name).c_str(), RTLD_NOW);
+        ASSERT_NE(module, nullptr);
+        void* function = dlsym(module, "CallBack");
+        places[round % 2] = function;
+        samePlace += places[0] == places[1];
+        Walk walk;
+        reinterpret_cast<CallBackFunction>(function)(WalkBoth, &walk);
+        ExpectAgreement(walk);
+        dlclose(module);
+    }
+    EXPECT_GT(samePlace, 0) << "the modules never lay at one place, so nothing was shown";
+}
+
+TEST(StackWalk, ManyThreadsWalkAtOnce) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i != 8; ++i) {
+        threads.emplace_back([i] {
+            for (int round = 0; round != 300; ++round) {
+                Walk walk;
+                Deeper(i + round % 7, WalkBoth, &walk);
+                ExpectAgreement(walk);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(StackWalkTopN, IsTheWalkBackwards) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    Deeper(
+        20,
+        [](void*) {
+            std::uint64_t top[128] = {};
+            gDbgHelpBuilder.DoStackWalkTopN(top, 12, 0);
+            std::uint64_t walk[40] = {};
+            gDbgHelpBuilder.DoStackWalk(walk, 40, 0);
+            // 12 steps, the first in DoStackWalkTopN itself and dropped: 11, the outermost first. The one in
+            // this function is at another call.
+            EXPECT_EQ(CountFound(top), 11U);
+            for (std::size_t i = 0; i != 10; ++i) EXPECT_EQ(top[i], walk[11 - i]) << i;
+            return 0;
+        },
+        nullptr);
+}
+
+TEST(StackWalkTopN, StackThatEndsBeforeTheCountWritesNothing) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    std::uint64_t found[128] = {};
+    gDbgHelpBuilder.DoStackWalkTopN(found, 128, 0);
+    EXPECT_EQ(found[0], 0U);
+    gDbgHelpBuilder.DoStackWalkTopN(found, ~0UL, 0);
+    EXPECT_EQ(found[0], 0U);
+}
+
+TEST(StackWalkTopN, CountOfNoneOrNoMoreThanSkippedWritesNothing) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    std::uint64_t found[4] = {};
+    gDbgHelpBuilder.DoStackWalkTopN(found, 0, 0);
+    gDbgHelpBuilder.DoStackWalkTopN(found, 3, 2);
+    gDbgHelpBuilder.DoStackWalkTopN(found, 3, ~0UL);
+    EXPECT_EQ(found[0], 0U);
+}
+
+}  // namespace

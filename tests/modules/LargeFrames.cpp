@@ -1,0 +1,2 @@
+#define ZBASE_TEST_FRAME 1024
+#include "tests/modules/SmallFrames.cpp"

@@ -1,0 +1,2 @@
+#define ZBASE_TEST_ENTRY_MISSING
+#include "tests/modules/ScriptedDebugHelp.cpp"
