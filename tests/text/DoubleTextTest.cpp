@@ -51,6 +51,8 @@ TEST(TextToDouble, RoundsAtEachDigitRatherThanOnce) {
     EXPECT_EQ(Parsed("0.7"), 0x1.6666666666667p-1);
     EXPECT_EQ(Parsed("3.14159"), 0x1.921f9f01b866fp+1);
     EXPECT_EQ(Parsed("1.1e-5"), 0x1.711947cfa26a3p-17);
+    EXPECT_EQ(Parsed("0.01"), 0x1.47ae147ae147cp-7);
+    EXPECT_EQ(Parsed("0.001"), 0x1.0624dd2f1a9fdp-10);
     EXPECT_EQ(Parsed("0.1234567890123456789"), 0x1.f9add3746f65fp-4);
     EXPECT_EQ(Parsed("123456789012345678901"), 0x1.ac53a7e04bcdap+66);
 }

@@ -137,6 +137,7 @@ TEST(Utf16ToUtf8, FailureNamesTheUnitAtTheReadPosition) {
     EXPECT_EQ(FailureOf({0xD83D, 0x41}), start + "0000.");
     EXPECT_EQ(FailureOf({0xD83D, 0x41, 0x42}), start + "0042.");
     EXPECT_EQ(FailureOf({0xD83D, 0xD83D, 0xDE00}), start + "DE00.");
+    EXPECT_EQ(FailureOf({0xD83D, 0, 0x41}), start + "0000.");
 }
 
 }  // namespace
