@@ -1,0 +1,7 @@
+// HostProbe QUESTION [ARGUMENT]: asks the library over the host's own resolver.
+
+#include "tests/children/HostProbe.h"
+
+int main(int argc, char** argv) {
+    return probe::Run(argc, argv);
+}

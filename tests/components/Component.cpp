@@ -1,0 +1,57 @@
+// A component as the server has them: with an initialiser whose object tells of its life.
+
+#include <Base/ZBase.h>
+
+#include "tests/components/ComponentLog.h"
+
+namespace {
+
+component::Log gLog = nullptr;
+bool gGivesNull = false;
+bool gGivesAnother = false;
+
+void Tell(const char* what) {
+    if (gLog != nullptr) gLog(what);
+}
+
+class Initialiser : public ZSynch::ReferenceCountedImpl<unsigned int> {
+public:
+    Initialiser() { Tell("made"); }
+    ~Initialiser() override { Tell("destroyed"); }
+    void OnFinalRelease() override { Tell("released"); }
+};
+
+Initialiser* gpInitialiser = nullptr;  // held by whoever asked for it
+
+[[gnu::destructor]] void Unload() {
+    Tell("unloaded");
+}
+
+}  // namespace
+
+extern "C" {
+
+ZBASE_API void SetLog(component::Log log) {
+    gLog = log;
+}
+
+ZBASE_API void GiveNull() {
+    gGivesNull = true;
+}
+
+ZBASE_API void GiveAnother() {
+    gGivesAnother = true;
+}
+
+ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
+    Tell("asked");
+    if (gGivesNull) return nullptr;
+    if (gpInitialiser == nullptr || gGivesAnother) gpInitialiser = new Initialiser;
+    gGivesAnother = false;
+    return gpInitialiser;
+}
+
+ZBASE_API int AddOne(int number) {
+    return number + 1;
+}
+}

@@ -1,0 +1,142 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace {
+
+using test::ChildResult;
+using test::RunChild;
+
+constexpr char kHosts[] =
+    "127.0.0.1 localhost\n"
+    "127.0.1.1 box.example.com box\n"
+    "10.0.0.1 single.example.com single host\n"
+    "10.0.0.2 several.example.com several\n"
+    "10.0.0.3 several.example.com several\n"
+    "2001:db8::7 six.example.com six\n"
+    "10.0.0.5 b\u00F6x\n";
+
+enum class EHost { OfItsOwn, StandIn };
+
+// A host that has the file above and no other source of names: in namespaces of its own, where the machine
+// lets a test have them, and always with a stand-in for the resolver.
+class NamesOfAHost : public test::ScratchFolder, public testing::WithParamInterface<EHost> {
+protected:
+    void SetUp() override {
+        Write("hosts", kHosts);
+        Write("nsswitch.conf", "passwd: files\nhosts: files\n");
+        if (GetParam() == EHost::OfItsOwn && Ask("computer") != "box") {
+            GTEST_SKIP() << "no namespaces here; the stand-in shows the same";
+        }
+    }
+
+    std::string Ask(const std::string& question, const std::string& argument = "",
+                    const std::string& locale = "C.UTF-8") const {
+        const std::vector<std::string> environment = {"LC_ALL=" + locale,
+                                                      "ZBASE_TEST_HOSTS=" + (mFolder / "hosts").string()};
+        if (GetParam() == EHost::StandIn) {
+            return RunChild({test::ChildProgram("StandInHostProbe"), question, argument}, environment).output;
+        }
+        const std::string enter =
+            "cd " + mFolder.string() +
+            " && mount --bind hosts /etc/hosts && touch /etc/nsswitch.conf && "
+            "mount --bind nsswitch.conf /etc/nsswitch.conf && hostname box && exec \"$@\"";
+        return RunChild({"/usr/bin/unshare", "--mount", "--net", "--uts", "/bin/sh", "-c", enter, "sh",
+                         test::ChildProgram("HostProbe"), question, argument},
+                        environment)
+            .output;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Hosts, NamesOfAHost, testing::Values(EHost::OfItsOwn, EHost::StandIn),
+                         [](const auto& host) {
+                             return host.param == EHost::OfItsOwn ? "OfItsOwn" : "StandIn";
+                         });
+
+TEST_P(NamesOfAHost, AddressGivesItsName) {
+    EXPECT_EQ(Ask("ip2name", "10.0.0.1"), "single.example.com");
+    EXPECT_EQ(Ask("ip2name", "10.0.0.3"), "several.example.com");
+    EXPECT_EQ(Ask("ip2name", "2001:DB8:0::7"), "six.example.com");
+}
+
+TEST_P(NamesOfAHost, AddressWithoutANameGivesItsNumber) {
+    EXPECT_EQ(Ask("ip2name", "10.9.9.9"), "10.9.9.9");
+    EXPECT_EQ(Ask("ip2name", "2001:DB8:0::99"), "2001:db8::99");
+}
+
+TEST_P(NamesOfAHost, NameForAnAddressGivesTheCanonicalName) {
+    EXPECT_EQ(Ask("ip2name", "single"), "single.example.com");
+}
+
+TEST_P(NamesOfAHost, NameGivesItsFirstAddressOfAnyFamily) {
+    EXPECT_EQ(Ask("name2ip", "single"), "10.0.0.1");
+    EXPECT_EQ(Ask("name2ip", "several"), "10.0.0.2");
+    EXPECT_EQ(Ask("name2ip", "six"), "2001:db8::7");
+    EXPECT_EQ(Ask("name2ip", "10.0.0.1"), "10.0.0.1");
+    EXPECT_EQ(Ask("name2ip", "b\u00F6x"), "10.0.0.5");
+}
+
+TEST_P(NamesOfAHost, WhatDoesNotResolveComesBack) {
+    EXPECT_EQ(Ask("name2ip", "missing"), "missing");
+    EXPECT_EQ(Ask("ip2name", "missing"), "missing");
+    EXPECT_EQ(Ask("name2ip", ""), "");
+    EXPECT_EQ(Ask("name2ip", "a b"), "a b");
+}
+
+TEST_P(NamesOfAHost, IPv4AddressComesWithItsCode) {
+    EXPECT_EQ(Ask("name2ipv4", "single"), "0 10.0.0.1");
+    EXPECT_EQ(Ask("name2ipv4", "several"), "0 10.0.0.2");
+    EXPECT_EQ(Ask("name2ipv4", "missing"), "11001 missing");
+}
+
+TEST_P(NamesOfAHost, IPv4AddressOfAHostWithIPv6OnlyIsARefusal) {
+    const std::string answer = Ask("name2ipv4", "six");
+    EXPECT_TRUE(answer == "11001 six" || answer == "11004 six") << answer;  // unknown, or without such data
+}
+
+TEST_P(NamesOfAHost, NameThatTheLocaleCannotHoldIsRefused) {
+    EXPECT_EQ(Ask("name2ipv4", "b\u00F6x", "C"), "-1 b\u00F6x");
+    EXPECT_EQ(Ask("name2ip", "b\u00F6x", "C").rfind("thrown: ", 0), 0u);
+    EXPECT_EQ(Ask("ip2name", "b\u00F6x", "C").rfind("thrown: ", 0), 0u);
+}
+
+TEST_P(NamesOfAHost, HostOfAUrlBecomesItsAddress) {
+    EXPECT_EQ(Ask("url", "svc://host:8080/path"), "0 svc://10.0.0.1:8080/path+0");
+    EXPECT_EQ(Ask("url", "svc://host/path"), "-1 svc://host/path");
+    EXPECT_EQ(Ask("url", "svc://missing:80"), "11001 svc://missing:80");
+    EXPECT_EQ(Ask("url", ""), "-1 ");
+    EXPECT_EQ(Ask("url", "svc://[::1]:80"), "11001 svc://[::1]:80");
+}
+
+TEST_P(NamesOfAHost, HostKnowsItself) {
+    EXPECT_EQ(Ask("computer"), "box");
+    EXPECT_EQ(Ask("full"), "box.example.com");
+    EXPECT_EQ(Ask("machine"), "7F000101");
+}
+
+TEST_P(NamesOfAHost, HostWithoutADomainHasNoDot) {
+    Write("hosts", "127.0.1.1 box\n");
+    EXPECT_EQ(Ask("full"), "box");
+    Write("hosts", "127.0.0.1 localhost\n");  // nobody knows it
+    EXPECT_EQ(Ask("full"), "box");
+    EXPECT_EQ(Ask("machine"), "0");
+}
+
+TEST(IPv4Address, IsFourDecimalNumbers) {
+    for (const char* text : {"10.0.0.1", "0.0.0.0", "255.255.255.255", "127.0.0.1"}) {
+        EXPECT_TRUE(ZBase::IsValidIPAddress(text)) << text;
+    }
+    for (const char* text : {"10.0.0", "::1", "", "10.0.0.256", "10.0.0.1.2", "10.0.0.1 ", " 10.0.0.1",
+                             "localhost", "0x0a.0.0.1", "10.0.0.-1", "::ffff:10.0.0.1"}) {
+        EXPECT_FALSE(ZBase::IsValidIPAddress(text)) << text;
+    }
+    EXPECT_FALSE(ZBase::IsValidIPAddress(nullptr));
+}
+
+}  // namespace

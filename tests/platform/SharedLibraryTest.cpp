@@ -1,0 +1,345 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <cstdlib>
+#include <filesystem>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/components/ComponentLog.h"
+#include "tests/support/Allocations.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/WideText.h"
+
+// Real libraries, loaded, used and let go.
+
+namespace {
+
+using namespace ZBase::Literals;
+namespace fs = std::filesystem;
+using test::Wide;
+using ZBase::Message;
+using ZBase::WideString;
+
+const fs::path kComponents = ZBASE_COMPONENTS_DIR;
+
+std::vector<std::string> gLog;
+
+bool IsInProcess(const fs::path& file) {
+    void* module = dlopen(file.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    if (module != nullptr) dlclose(module);
+    return module != nullptr;
+}
+
+test::Units ToName(const fs::path& path) {
+    return test::Units(ZBase::UTF8ToWideChar(path.c_str(), false).c_str());
+}
+
+auto Load(const fs::path& path) {
+    return ZBase::LoadSharedLibrary(ToName(path).c_str());
+}
+
+// A component in a folder of its own, so that each test has it to itself. The folder's name has no dot.
+class Components : public test::ScratchFolder {
+protected:
+    Components() { gLog.clear(); }
+
+    fs::path Copy(const std::string& module, const std::string& name) const {
+        fs::copy_file(kComponents / module, mFolder / name);
+        return mFolder / name;
+    }
+
+    template <class Function>
+    static Function* Find(ZBase::SharedLibrary& library, const unsigned short* name) {
+        return reinterpret_cast<Function*>(library.GetFunctionAddress(name));
+    }
+
+    // Loads a copy of the component and has it tell what happens.
+    auto LoadComponent() const {
+        Copy("Component_64.so", "Component_64.so");
+        auto library = Load(mFolder / "Component");
+        Find<void(component::Log)>(*library, "SetLog"_w)([](const char* what) { gLog.emplace_back(what); });
+        return library;
+    }
+
+    void ExpectLog(std::initializer_list<std::string> expected) const {
+        EXPECT_EQ(gLog, std::vector<std::string>(expected));
+    }
+
+    // The system code under the failure to load `path`.
+    static int LoadFailure(const fs::path& path) {
+        try {
+            Load(path);
+        } catch (const Message& failure) {
+            EXPECT_EQ(failure.GetDomain(), 300);
+            EXPECT_EQ(failure.GetID(), 0x12345678);
+            EXPECT_STREQ(failure.GetTemplate(), "Failed to dynamically load library '%1'.");
+            EXPECT_STREQ(failure.GetParameter(0), path.c_str());
+            const Message* inner = failure.GetLowerLevelMessageOrNULL();
+            EXPECT_NE(inner, nullptr);
+            EXPECT_EQ(inner->GetDomain(), 100);
+            return inner->GetID();
+        }
+        ADD_FAILURE() << path << " was loaded";
+        return 0;
+    }
+};
+
+TEST_F(Components, IsLoadedByItsBareNameAndByItsFileName) {
+    const fs::path file = Copy("Component_64.so", "Component_64.so");
+    for (const fs::path& name : {mFolder / "Component", file}) {
+        const auto library = Load(name);
+        EXPECT_EQ(Find<int(int)>(*library, "AddOne"_w)(41), 42);
+        EXPECT_EQ(Wide(library->GetFilePath().c_str()), file.u16string());
+    }
+    EXPECT_EQ(
+        Wide(ZBase::Load3rdPartySharedLibrary(ToName(mFolder / "Component").c_str())->GetFilePath().c_str()),
+        file.u16string());
+}
+
+TEST_F(Components, IsFoundInTheLoadersPlacesByItsNameAlone) {
+    EXPECT_EQ(Wide(Load("Component")->GetFilePath().c_str()), (kComponents / "Component_64.so").u16string());
+}
+
+TEST_F(Components, MayHaveAnyNameThatHasADot) {
+    for (const std::string name : {"Foo.dll", "Foo.bar", "with space.so", "\u00E9\u0436\u4E2D\U0001F600.so",
+                                   "back\\slash.so", "...", "a'b\"c.so"}) {
+        const fs::path file = Copy("Component_64.so", name);
+        EXPECT_EQ(Wide(Load(file)->GetFilePath().c_str()), file.u16string());
+    }
+}
+
+TEST_F(Components, NameWithSpacesAndLettersBeyondAsciiIsDecorated) {
+    const fs::path file = Copy("Component_64.so", "caf\u00E9 \u4E2D_64.so");
+    EXPECT_EQ(Wide(Load(mFolder / "caf\u00E9 \u4E2D")->GetFilePath().c_str()), file.u16string());
+}
+
+TEST_F(Components, DotInTheFolderLeavesTheNameUndecorated) {
+    fs::create_directory(mFolder / "v1.2");
+    Copy("Component_64.so", "v1.2/Component_64.so");
+    EXPECT_EQ(LoadFailure(mFolder / "v1.2" / "Component"), 126);
+    Copy("Component_64.so", "v1.2/Component");
+    EXPECT_EQ(Wide(Load(mFolder / "v1.2" / "Component")->GetFilePath().c_str()),
+              (mFolder / "v1.2" / "Component").u16string());
+}
+
+TEST_F(Components, RelativeNameHasAnAbsolutePathAlsoAfterTheFolderChanged) {
+    const fs::path file = Copy("Component_64.so", "Component_64.so");
+    const fs::path before = fs::current_path();
+    fs::current_path(mFolder);
+    const auto library = Load("./Component_64.so");
+    fs::current_path(before);
+    EXPECT_EQ(Wide(library->GetFilePath().c_str()), file.u16string());
+}
+
+TEST_F(Components, PathIsCutTo259Units) {
+    fs::path folder = mFolder;
+    for (int i = 0; i != 5; ++i) folder /= std::string(60, 'x');
+    fs::create_directories(folder);
+    fs::copy_file(kComponents / "Component_64.so", folder / "Component_64.so");
+    EXPECT_EQ(Wide(Load(folder / "Component")->GetFilePath().c_str()),
+              (folder / "Component_64.so").u16string().substr(0, 259));
+}
+
+TEST_F(Components, LoadFailsWithTheReason) {
+    EXPECT_EQ(LoadFailure(mFolder / "Missing"), 126);
+    EXPECT_EQ(LoadFailure("NoSuchComponentAnywhere"), 126);
+    EXPECT_EQ(LoadFailure(""), 126);
+    EXPECT_EQ(LoadFailure(Write("text.so", "not an image")), 193);
+    EXPECT_EQ(LoadFailure(Write("longer.so", std::string(5000, 'x'))), 193);
+    EXPECT_EQ(LoadFailure(Write("empty.so", "")), 193);
+    EXPECT_EQ(LoadFailure(Write("header.so",
+                                "\x7F"
+                                "ELF")),
+              193);
+    EXPECT_EQ(LoadFailure("/proc/self/exe.so"), 126);
+    fs::create_directory(mFolder / "folder.so");
+    EXPECT_EQ(LoadFailure(mFolder / "folder.so"), 193);
+    EXPECT_EQ(LoadFailure(kComponents / "Unresolved"), 127);
+}
+
+TEST_F(Components, ImageThatIsCutOffIsRefused) {
+    const fs::path file = Copy("Component_64.so", "cut.so");
+    fs::resize_file(file, 200);
+    EXPECT_EQ(LoadFailure(file), 193);
+}
+
+TEST_F(Components, LibraryThatLacksAnotherIsNotLoaded) {
+    EXPECT_EQ(LoadFailure(Copy("Plain_64.so", "Plain_64.so")), 126);
+    Copy("Component_64.so", "Component_64.so");
+    const auto library = Load(mFolder / "Plain");
+    EXPECT_EQ(Find<int(int)>(*library, "AddTwo"_w)(40), 42);
+}
+
+TEST_F(Components, MessageOfAFailureReadsWell) {
+    try {
+        Load(mFolder / "Missing");
+        FAIL();
+    } catch (const Message& failure) {
+        const std::string text = ZBase::FormatMessage(failure, 0).c_str();
+        EXPECT_NE(text.find("Failed to dynamically load library '" + (mFolder / "Missing").string() + "'."),
+                  std::string::npos)
+            << text;
+        EXPECT_NE(text.find("The module was not found."), std::string::npos) << text;
+    }
+}
+
+// The loader speaks the user's language; what it says is understood all the same.
+TEST_F(Components, ReasonDoesNotDependOnTheLocale) {
+    const std::string before = std::setlocale(LC_ALL, nullptr);
+    setenv("LANGUAGE", "de:fr", 1);
+    std::setlocale(LC_ALL, "de_DE.UTF-8");
+    EXPECT_EQ(LoadFailure(mFolder / "Missing"), 126);
+    EXPECT_EQ(LoadFailure(Write("text.so", "not an image")), 193);
+    EXPECT_EQ(LoadFailure(kComponents / "Unresolved"), 127);
+    std::setlocale(LC_ALL, before.c_str());
+    unsetenv("LANGUAGE");
+}
+
+TEST_F(Components, ExportsAreTheirOwnOnly) {
+    Copy("Component_64.so", "Component_64.so");
+    Copy("Plain_64.so", "Plain_64.so");
+    const auto library = Load(mFolder / "Plain");
+    for (const auto* name :
+         {"AddOne"_w, "GetZENTDLLInitializer"_w, "malloc"_w, "addtwo"_w, "AddTwo "_w, ""_w}) {
+        Message message;
+        EXPECT_EQ(library->GetFunctionAddressOrNULL(name, &message), nullptr);
+        EXPECT_EQ(message.GetLowerLevelMessageOrNULL()->GetID(), 127);
+    }
+}
+
+TEST_F(Components, UnloadIsSeenFromOutside) {
+    const fs::path file = mFolder / "Component_64.so";
+    {
+        const auto library = LoadComponent();
+        EXPECT_TRUE(IsInProcess(file));
+        { const auto second = Load(file); }
+        EXPECT_TRUE(IsInProcess(file));
+        ExpectLog({});
+    }
+    EXPECT_FALSE(IsInProcess(file));
+    ExpectLog({"unloaded"});
+}
+
+TEST_F(Components, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
+    {
+        const auto library = LoadComponent();
+        library->ZENTInitialize();
+        ExpectLog({"asked", "made"});
+    }
+    EXPECT_FALSE(IsInProcess(mFolder / "Component_64.so"));
+    ExpectLog({"asked", "made", "released", "destroyed", "unloaded"});
+}
+
+TEST_F(Components, DismissedLibraryStaysButItsInitialiserGoes) {
+    void* function = nullptr;
+    {
+        const auto library = LoadComponent();
+        library->ZENTInitialize();
+        library->Dismiss();
+        library->Dismiss();
+        function = library->GetFunctionAddress("AddOne"_w);  // it still works
+    }
+    EXPECT_TRUE(IsInProcess(mFolder / "Component_64.so"));
+    ExpectLog({"asked", "made", "released", "destroyed"});
+    EXPECT_EQ(reinterpret_cast<int (*)(int)>(function)(1), 2);
+}
+
+TEST_F(Components, SameInitialiserAgainChangesNothing) {
+    const auto library = LoadComponent();
+    library->ZENTInitialize();
+    library->ZENTInitialize();
+    ExpectLog({"asked", "made", "asked"});
+}
+
+TEST_F(Components, AnotherInitialiserTakesThePlaceOfTheFirst) {
+    const auto library = LoadComponent();
+    library->ZENTInitialize();
+    Find<void()>(*library, "GiveAnother"_w)();
+    library->ZENTInitialize();
+    ExpectLog({"asked", "made", "asked", "made", "released", "destroyed"});
+}
+
+TEST_F(Components, NullInitialiserEmptiesTheHolder) {
+    const auto library = LoadComponent();
+    library->ZENTInitialize();
+    Find<void()>(*library, "GiveNull"_w)();
+    library->ZENTInitialize();
+    ExpectLog({"asked", "made", "asked", "released", "destroyed"});
+    library->ZENTInitialize();
+    ExpectLog({"asked", "made", "asked", "released", "destroyed", "asked"});
+}
+
+TEST_F(Components, LibraryWithoutAnInitialiserIsNoError) {
+    Copy("Component_64.so", "Component_64.so");
+    Copy("Plain_64.so", "Plain_64.so");
+    const auto library = Load(mFolder / "Plain");
+    library->ZENTInitialize();
+    EXPECT_EQ(Find<int(int)>(*library, "AddTwo"_w)(0), 2);
+}
+
+TEST_F(Components, MessageFromAnInitialiserIsDropped) {
+    const auto library = Load(kComponents / "Thrower");
+    for (const int kind : {0, 1}) {
+        Find<void(int)>(*library, "SetKind"_w)(kind);
+        EXPECT_NO_THROW(library->ZENTInitialize());
+    }
+}
+
+TEST_F(Components, AnythingElseFromAnInitialiserPasses) {
+    const auto library = Load(kComponents / "Thrower");
+    Find<void(int)>(*library, "SetKind"_w)(2);
+    EXPECT_THROW(library->ZENTInitialize(), std::runtime_error);
+    Find<void(int)>(*library, "SetKind"_w)(3);
+    EXPECT_THROW(library->ZENTInitialize(), int);
+}
+
+TEST_F(Components, HolderGivesTheLibraryToWhoeverTakesIt) {
+    ZBase::SharedLibrary* taken = nullptr;
+    {
+        auto library = LoadComponent();
+        taken = library.Detach();
+    }
+    EXPECT_TRUE(IsInProcess(mFolder / "Component_64.so"));
+    delete taken;
+    EXPECT_FALSE(IsInProcess(mFolder / "Component_64.so"));
+}
+
+TEST_F(Components, MayBeAskedByManyThreadsAtOnce) {
+    const auto library = LoadComponent();
+    std::vector<std::thread> threads;
+    for (int i = 0; i != 8; ++i) {
+        threads.emplace_back([&library] {
+            for (int k = 0; k != 200; ++k) {
+                EXPECT_EQ(Find<int(int)>(*library, "AddOne"_w)(k), k + 1);
+                Message message;
+                EXPECT_EQ(library->GetFunctionAddressOrNULL("Nothing"_w, &message), nullptr);
+                EXPECT_FALSE(message.IsEmpty());
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(Components, ExhaustedMemoryLeavesNothingBehind) {
+    const fs::path file = Copy("Component_64.so", "Component_64.so");
+    const test::Units name = ToName(mFolder / "Component");
+    const std::size_t live = test::LiveBlocks();
+    const std::size_t failures = test::ForEachFailingAllocation([&name] {
+        try {
+            ZBase::LoadSharedLibrary(name.c_str());
+        } catch (const std::bad_alloc&) {
+        }
+    });
+    EXPECT_GT(failures, 3u);
+    EXPECT_FALSE(IsInProcess(file));
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
+
+}  // namespace
