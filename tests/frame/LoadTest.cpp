@@ -42,6 +42,28 @@ TEST(Load, ComesBeforeMainOfALinkedProgramAndUnloadAfterIt) {
     EXPECT_EQ(child.output, std::string(kLoad) + "main \n" + kUnload);
 }
 
+TEST(Load, ConstructsItsObjectsInTheirPlacesAndReleasesThemInReverse) {
+    const ChildResult child = RunChild({ChildProgram("LoadOrderProbe")});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.output,
+              "setlocale LC_CTYPE\n"
+              "getenv ZENT_BUFFER_BLOCK_SIZE\n"
+              "getenv ZENT_BUFFER_DYNAMIC_GROW_LIMIT\n"
+              "sysconf page size\n"
+              "construct feature flags\n"
+              "construct call stack lock\n"
+              "construct tracer lock\n"
+              "construct debug help\n"
+              "setlocale LC_ALL\n"
+              "main \n"
+              "release process locale\n"
+              "release debug help\n"
+              "release tracer lock\n"
+              "release call stack lock\n"
+              "release feature flags\n"
+              "release container path\n");
+}
+
 struct SettingCase {
     const char* name;
     std::vector<std::string> environment;
