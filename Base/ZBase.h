@@ -50,6 +50,8 @@
 #include <Base/switches/AppGlobalEventReporter.h>
 #include <Base/switches/FeatureFlagMgr.h>
 #include <Base/text/BinaryText.h>
+#include <Base/text/FragmentedString.h>
+#include <Base/text/GovernedConversions.h>
 #include <Base/text/Guid.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/NumberText.h>

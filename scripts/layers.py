@@ -10,7 +10,8 @@ LAYERS = [
     ["Base/platform/os"],
     ["Base/frame", "Base/memory/Buffer.h"],  # the interface of an allocator stands on nothing
     ["Base/text", "Base/messages", "Base/frame/Exceptions.h"],  # an exception is a message
-    ["Base/memory", "Base/switches", "Base/ContractManagerAllocator.h", "Base/ContractManagerAllocator.cpp"],
+    ["Base/memory", "Base/switches", "Base/ContractManagerAllocator.h", "Base/ContractManagerAllocator.cpp",
+     "Base/text/GovernedConversions.h", "Base/text/GovernedConversions.cpp"],  # a conversion that pays
     ["Base/platform", "Base/diagnostics"],
     ["Base/crash"],
     ["Base/frame/Load.cpp", "Base/ZBase.h"],  # construct and name everything

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <Base/frame/Allocator.h>
+#include <Base/frame/Api.h>
+
+#include <cstdint>
+
+namespace ZBase {
+
+/// Wide text that is built by appending. It lies in a chain of fragments: what is stored never moves, and a
+/// fragment is opened only for what does not fit into the last one. A text belongs to one thread at a time.
+///
+/// The operations give 0 for success and 1 for a null argument. An append that finds no memory keeps what
+/// fitted and gives 0x8007000E; or 0x80041FF2 when a buffer refused, the id of the failure when a contract
+/// did, and 0x8000FFFF for any other failure.
+class ZBASE_API FragmentedString {
+public:
+    /// Appends `length` units.
+    virtual int Append(const unsigned short* text, unsigned int length) = 0;
+
+    /// Appends a unit; 1, and nothing appended, for 0.
+    virtual int AppendChar(unsigned short character) = 0;
+
+    /// Appends a terminated text.
+    virtual int AppendString(const unsigned short* text) = 0;
+
+    /// The length in units.
+    virtual int GetLength(unsigned int* length) = 0;
+
+    /// Copies the first `count` units, or all if there are fewer, without a terminator.
+    virtual int CopyTo(unsigned int count, unsigned short* destination) = 0;
+
+    /// The bytes of all fragments, their headers of 16 bytes included.
+    virtual int GetTotalBytes(unsigned int* bytes) = 0;
+
+    virtual int GetFragmentCount(unsigned int* count) = 0;
+
+    /// The capacity in units that was given at creation; 0 if none was.
+    virtual int GetInitialCapacity(unsigned int* capacity) = 0;
+
+    /// Destroys the text.
+    virtual void Delete() = 0;
+
+protected:
+    ~FragmentedString() = default;
+};
+
+/// A text that begins with `text`, which may be null, in the heap or in the buffer of `allocator`, which it
+/// must not outlive. With a capacity the first fragment has room for exactly so many units; when a fragment
+/// for the rest of `text` fails, the result holds what fitted. Null when an allocator gives null for the
+/// object; an allocator that gives null for a fragment throws 0x8007000E as a `long`. Throw what the
+/// allocation of the first fragment throws, and `std::bad_alloc` for one of 4 GiB or more.
+ZBASE_API FragmentedString* CreateFragmentedString(const unsigned short* text, std::uint64_t capacity,
+                                                   const Allocator<unsigned short>& allocator);
+ZBASE_API FragmentedString* CreateFragmentedString(const unsigned short* text,
+                                                   const Allocator<unsigned short>& allocator);
+
+}  // namespace ZBase

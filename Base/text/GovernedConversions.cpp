@@ -1,0 +1,38 @@
+#include <Base/text/GovernedConversions.h>
+
+#include <Base/memory/detail/MemoryFailures.h>
+#include <Base/text/detail/ResultText.h>
+#include <Base/text/detail/Utf8Encoder.h>
+
+#include <cstddef>
+
+namespace ZBase {
+
+namespace {
+
+// Small conversions are common and shall not pay for their governing.
+constexpr std::size_t kSmallestRequest = 0x10000;
+
+}  // namespace
+
+ReturnString WideCharToUTF8Governed(const unsigned short* source, bool replace,
+                                    SmartPtrI<MemoryContract>& contract) {
+    return WideCharToUTF8UsingLengthGoverned(source, 0, contract, replace);
+}
+
+ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, unsigned int length,
+                                               SmartPtrI<MemoryContract>& contract, bool replace) {
+    if (source == nullptr) return nullptr;
+    const std::size_t units = detail::CountUnits(source, length);
+    const std::size_t capacity = detail::Utf8Capacity(units);
+    const std::size_t request = 2 * (capacity + 1);  // meant: as if the result held units of two bytes
+    const bool governed = !contract.IsNull() && request >= kSmallestRequest;
+    const auto amount = static_cast<unsigned int>(request);
+    if (governed) CheckContractAnswer(contract->Request(amount));
+    ReturnString result(capacity, nullptr);
+    if (governed) contract->Settle(amount);
+    detail::EncodeUtf8(source, units, replace, detail::Writable(result));
+    return result;
+}
+
+}  // namespace ZBase
