@@ -18,6 +18,13 @@ using test::Implementation;
 using test::ModelPiece;
 using test::Refusal;
 
+// The sanitizers shadow each of the chunks, and those are large.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr unsigned int kPrograms = 40;
+#else
+constexpr unsigned int kPrograms = 400;
+#endif
+
 // Page memory that is never touched, so that programs may ask for gigabytes. Where each chunk starts is known
 // from here.
 std::vector<char*> gChunkStarts;
@@ -168,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(Both, BufferAndModel,
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(BufferAndModel, AgreeToTheByteOnRandomPrograms) {
-    for (unsigned int seed = 0; seed != 400 && !HasFailure(); ++seed) {
+    for (unsigned int seed = 0; seed != kPrograms && !HasFailure(); ++seed) {
         Buffer::sGrowDanamically = true;
         SCOPED_TRACE(seed);
         Program(GetParam(), seed).Run(300);

@@ -29,12 +29,14 @@ namespace ZBase {
 class Slot {
 public:
     // The chunk of a published slot; an empty one otherwise.
-    Chunk GetChunk() const { return mCurrent.load(std::memory_order_acquire) == nullptr ? Chunk{} : mChunk; }
+    Chunk GetChunk() const {
+        return mCurrent.load(std::memory_order_acquire) == nullptr ? Chunk{} : Chunk{mStart, mEnd};
+    }
 
     // Bytes taken so far.
     std::size_t Used() const {
         const char* const current = mCurrent.load(std::memory_order_acquire);
-        return current == nullptr ? 0 : static_cast<std::size_t>(current - mChunk.start);
+        return current == nullptr ? 0 : static_cast<std::size_t>(current - mStart);
     }
 
     // Whether a published slot has at most `size` bytes of room.
@@ -60,14 +62,17 @@ public:
 
     // Makes the chunk known to all threads, its first `used` bytes taken.
     void Publish(const Chunk& chunk, std::size_t used) {
-        mChunk = chunk;
+        mStart = chunk.start;
+        mEnd = chunk.end;
         mCurrent.store(chunk.start + used, std::memory_order_release);
     }
 
 private:
-    std::size_t Room(const char* current) const { return static_cast<std::size_t>(mChunk.end - current); }
+    std::size_t Room(const char* current) const { return static_cast<std::size_t>(mEnd - current); }
 
-    Chunk mChunk;                          // written once, before `mCurrent`
+    // Written once, before `mCurrent`; nobody looks at them earlier, so a new page need not clear them.
+    char* mStart;
+    char* mEnd;
     std::atomic<char*> mCurrent{nullptr};  // null: empty or not yet published
 };
 
