@@ -1,0 +1,94 @@
+// Two budgets over the buffers of a server: a ceiling for the whole process, and a contract for each request.
+// Three requests, each worked on by two threads: one stays within its contract, one uses it up, one would
+// be rich enough but meets the ceiling. The program says what each asked for, was granted and was refused.
+
+#include <Base/ZBase.h>
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ProcessCeiling.h"
+#include "RequestContract.h"
+
+namespace {
+
+struct DeleteBuffer {
+    void operator()(ZBase::Buffer* buffer) const { buffer->Delete(); }
+};
+
+// The work of one request: pieces of 1,000 bytes into one buffer, until all are there or a budget refuses.
+class ServerRequest {
+public:
+    ServerRequest(std::string name, std::size_t contractBytes, int pieces)
+        : mName(std::move(name)),
+          mContract(new RequestContract(contractBytes)),
+          mBuffer(ZBase::CreateBufferThreadSafe(0, 1, mContract.Get(), 0, false)),
+          mPieces(pieces) {}
+
+    void Run() {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i != 2; ++i) threads.emplace_back([this] { RunOnThread(); });
+    }
+
+    // Whether all pieces came.
+    bool Report() const {
+        std::printf("%-8s asked %7zu  granted %7zu  refused %7zu  settled %7zu  used %7zu  %s\n",
+                    mName.c_str(), mContract->Asked(), mContract->Granted(), mContract->Refused(),
+                    mContract->Settled(), mBuffer->GetUsedBytes(),
+                    mRefusal.empty() ? "done" : mRefusal.c_str());
+        return mRefusal.empty();
+    }
+
+private:
+    void RunOnThread() {
+        try {
+            for (int i = 0; i != mPieces / 2; ++i) *static_cast<char*>(mBuffer->Allocate(1000)) = 'x';
+        } catch (const ZBase::ContractManagerAllocException& refusal) {
+            SetRefusal("refused by its contract, code " + std::to_string(refusal.GetID()));
+        } catch (const ZBase::MemGoverningException& refusal) {
+            SetRefusal(refusal.GetTemplate());
+        }
+    }
+
+    void SetRefusal(const std::string& text) {
+        const std::lock_guard lock(mLock);
+        mRefusal = text;
+    }
+
+    const std::string mName;
+    ZBase::SmartPtrI<RequestContract> mContract;
+    std::unique_ptr<ZBase::Buffer, DeleteBuffer> mBuffer;
+    const int mPieces;
+    std::mutex mLock;
+    std::string mRefusal;
+};
+
+}  // namespace
+
+int main() {
+    ProcessCeiling ceiling(2'000'000);
+    bool modestDone = false;
+    bool greedyDone = false;
+    bool richDone = false;
+    {
+        ServerRequest modest("modest", 400'000, 100);
+        ServerRequest greedy("greedy", 100'000, 1'000);
+        ServerRequest rich("rich", 50'000'000, 10'000);
+        modest.Run();
+        greedy.Run();
+        rich.Run();
+        modestDone = modest.Report();
+        greedyDone = greedy.Report();
+        richDone = rich.Report();
+        std::printf("the process holds %zu bytes after %zu refusals\n", ceiling.Held(), ceiling.Refusals());
+    }
+    std::printf("and %zu when all requests have ended\n", ceiling.Held());
+    const bool asMeant =
+        modestDone && !greedyDone && !richDone && ceiling.Refusals() != 0 && ceiling.Held() == 0;
+    return asMeant ? 0 : 1;
+}
