@@ -9,7 +9,7 @@ set -eu
 build="g++ cmake ninja-build libcli11-dev libdw-dev libexpat1-dev libunwind-dev nlohmann-json3-dev pkg-config uuid-dev"
 test="$build libgtest-dev libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
-bench="$build libbenchmark-dev libabsl-dev"
+bench="$build libabsl-dev libbenchmark-dev libmimalloc-dev libprotobuf-dev"
 
 wanted=""
 for group in "$@"; do
