@@ -7,6 +7,8 @@
 #include <Base/diagnostics/CallStackLine.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/DebugHelpTypes.h>
+#include <Base/diagnostics/StructuredException.h>
+#include <Base/diagnostics/StructuredExceptionImp.h>
 #include <Base/frame/Allocator.h>
 #include <Base/frame/Api.h>
 #include <Base/frame/DeleteC.h>

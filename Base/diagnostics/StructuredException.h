@@ -1,0 +1,21 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/messages/Message.h>
+
+namespace ZBase {
+
+/// A fault of the processor, such as an access violation, that arrived as an exception. As a `Message` it is
+/// empty: what happened is in `StructuredExceptionImp`.
+class ZBASE_API StructuredException : public Message {
+public:
+    using Message::Message;
+};
+
+/// From now on the faults of the calling thread are thrown as `StructuredExceptionImp`, which is a
+/// `StructuredException`. Each also writes a line to the standard output. A stack overflow stays a crash. The
+/// code that faults must be compiled with `-fnon-call-exceptions` (GCC), as users of the library's CMake
+/// target and pkg-config file are. There is no way back.
+ZBASE_API void SetExceptionTranslator();
+
+}  // namespace ZBase
