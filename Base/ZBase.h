@@ -3,6 +3,9 @@
 // Every public header of the library.
 
 #include <Base/ContractManagerAllocator.h>
+#include <Base/crash/CrashConfig.h>
+#include <Base/crash/CrashHandler.h>
+#include <Base/crash/CrashReportSender.h>
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/CallStackLine.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>

@@ -3,6 +3,7 @@
 // the first when it is unloaded or the process exits. Nothing else in the library has a constructor that runs
 // at load, so this order is the whole order.
 
+#include <Base/crash/detail/CrashState.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/frame/Environment.h>
@@ -42,6 +43,11 @@ bool EnterUserLocale() {
     return true;
 }
 
+// Goes before the tables that the handler's reports are made of.
+struct CrashHandlerRelease {
+    ~CrashHandlerRelease() { ReleaseCrashHandler(); }
+};
+
 }  // namespace
 
 std::string gContainerPath;
@@ -52,6 +58,17 @@ AppGlobalEventCallback* gAppGlobalEventCallback = nullptr;
 CallStackImp::CallStackCriticalSection gCallStackLock;
 CallStackImp::CallStackCriticalSection gTracerLock;
 DbgHelpBuilder gDbgHelpBuilder;
+
+std::string gCrashConfigPath;
+CrashConfigTable gCrashConfig;
+CrashConfigTable gCrashKeys;
+bool gNativeDump = false;
+bool gKeepDumpFile = false;
+bool gCustomerDsi = false;
+std::atomic<bool> gInCreateDump = false;
+os::DumpHandler* gExceptionHandler = nullptr;
+static const CrashHandlerRelease sCrashHandlerRelease;
+
 std::string gProcessLocale;
 static const bool sUserLocaleEntered = EnterUserLocale();
 

@@ -87,7 +87,7 @@ ChildResult RunChild(const std::vector<std::string>& command, const std::vector<
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-            out.Content(), err.Content()};
+            WIFSIGNALED(status) && WCOREDUMP(status), out.Content(), err.Content()};
 }
 
 std::string ChildProgram(const std::string& name) {

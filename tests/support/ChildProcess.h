@@ -8,6 +8,7 @@ namespace test {
 struct ChildResult {
     int exitCode;  // -1 if a signal ended it
     int signal;    // 0 if it exited
+    bool leftCore;
     std::string output;
     std::string errors;
 };

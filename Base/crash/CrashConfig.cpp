@@ -1,0 +1,108 @@
+#include <Base/crash/CrashConfig.h>
+#include <Base/crash/detail/CrashState.h>
+#include <Base/frame/WideLiteral.h>
+#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/MultibyteText.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace ZBase {
+
+namespace {
+
+#if defined(_WIN32)
+constexpr char kFileInHome[] = "\\crash_report.ini";
+#else
+constexpr char kFileInHome[] = "/crash_report.ini";
+#endif
+constexpr char kFile[] = "crash_report.ini";
+
+// Text in the encoding of the locale, zeros in it included; false if it is none.
+bool Decode(const std::string& line, WideString& text) {
+    text.reserve(line.size());
+    for (std::size_t i = 0; i < line.size();) {
+        unsigned short units[2] = {};
+        int count = 1;
+        int octets = 1;
+        const auto octet = static_cast<unsigned char>(line[i]);
+        if (octet != 0) octets = os::NextMultibyteCharacter(&line[i], line.size() - i, units, count);
+        if (octets < 0) return false;
+        text.append(units, static_cast<std::size_t>(count));
+        i += static_cast<std::size_t>(octets);
+    }
+    return true;
+}
+
+// `present` is the path of an earlier installation: it stays if neither variable names another.
+std::string Locate(const std::string& present) {
+    if (const char* file = os::GetNarrowEnvironment("ZENT_CRASH_CONFIG_FILE")) {
+        return *file == 0 ? kFile : file;
+    }
+    std::string path = present;
+    if (const char* home = os::GetNarrowEnvironment("ZENT_HOME_PATH")) {
+        path = std::string(home) + kFileInHome;
+        std::error_code ignored;
+        if (!std::filesystem::exists(path, ignored)) path.clear();
+    }
+    return path.empty() ? kFile : path;
+}
+
+}  // namespace
+
+ECrashConfigLine CrashConfigReader::Read(const std::string& line, WideString& key, WideString& value) {
+    if (line.empty()) return ECrashConfigLine::eEmpty;
+    if (line[0] == '#') return ECrashConfigLine::eComment;
+    WideString text;
+    if (!Decode(line, text)) return ECrashConfigLine::eBadText;
+    if (text == "[Config]"_w) {
+        mSection = ECrashConfigLine::eSetting;
+        return ECrashConfigLine::eConfigHeader;
+    }
+    if (text == "[CrashKeys]"_w) {
+        mSection = ECrashConfigLine::eCrashKey;
+        return ECrashConfigLine::eCrashKeysHeader;
+    }
+    const std::size_t equals = text.find('=');
+    if (equals == WideString::npos) return ECrashConfigLine::eUnknown;
+    if (mSection != ECrashConfigLine::eNoSection) {
+        key = text.substr(0, equals);
+        value = text.substr(equals + 1);
+    }
+    return mSection;
+}
+
+ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings) {
+    const auto enable = settings.find("enable"_w);
+    if (enable != settings.end() && !IsCrashSettingTrue(enable->second)) return ECrashSettings::eDisabled;
+    if (!settings.contains("ServerURL"_w)) return ECrashSettings::eNoServerURL;
+    if (!settings.contains("ServerProdURL"_w)) return ECrashSettings::eNoServerProdURL;
+    return ECrashSettings::eComplete;
+}
+
+bool IsCrashSettingTrue(const WideString& value) {
+    return value == "true"_w || value == "TRUE"_w;
+}
+
+ReturnString FindCrashConfig() {
+    return ReturnString(Locate(gCrashConfigPath).c_str());
+}
+
+bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTable& crashKeys) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return false;
+    CrashConfigReader reader;
+    std::string line;
+    WideString key;
+    WideString value;
+    while (std::getline(file, line)) {
+        // A carriage return in front of the line feed belongs to the end of the line.
+        if (!file.eof() && line.ends_with('\r')) line.pop_back();
+        const ECrashConfigLine meaning = reader.Read(line, key, value);
+        if (meaning == ECrashConfigLine::eSetting) settings[key] = value;
+        if (meaning == ECrashConfigLine::eCrashKey) crashKeys[key] = value;
+    }
+    return true;
+}
+
+}  // namespace ZBase

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/ReturnString.h>
+#include <Base/frame/WideString.h>
+
+#include <map>
+#include <string>
+
+namespace ZBase {
+
+// The file "crash_report.ini", which switches and directs crash reporting. `InstallCrashHandler` reads it;
+// what is here serves those who want to know beforehand how it would be read.
+
+/// What a line of the file counts for.
+enum class ECrashConfigLine {
+    eComment,          // begins with "#"
+    eEmpty,            //
+    eConfigHeader,     // "[Config]": settings follow
+    eCrashKeysHeader,  // "[CrashKeys]": crash keys follow
+    eSetting,          // a key and a value
+    eCrashKey,         // a key and a value
+    eNoSection,        // a key and a value, but before any header
+    eUnknown,          // nothing of these
+    eBadText,          // not text in the encoding of the locale
+};
+
+/// Reads the file line by line. Only the first "=" separates, nothing is trimmed, and a header counts only as
+/// the whole line.
+class ZBASE_API CrashConfigReader {
+public:
+    /// Takes a line without its line feed. `key` and `value` are set for a setting and for a crash key.
+    ECrashConfigLine Read(const std::string& line, WideString& key, WideString& value);
+
+private:
+    ECrashConfigLine mSection = ECrashConfigLine::eNoSection;
+};
+
+using CrashConfigTable = std::map<WideString, WideString>;
+
+/// What the settings of the file come to.
+enum class ECrashSettings { eComplete, eDisabled, eNoServerURL, eNoServerProdURL };
+
+ZBASE_API ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings);
+
+/// True only for "true" and "TRUE".
+ZBASE_API bool IsCrashSettingTrue(const WideString& value);
+
+/// The path of the file that `InstallCrashHandler` would read now.
+ZBASE_API ReturnString FindCrashConfig();
+
+/// Reads a file into the two tables, a later value taking the place of an earlier one. False if it can't be
+/// opened.
+ZBASE_API bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTable& crashKeys);
+
+}  // namespace ZBase

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+namespace ZBase {
+
+/// Reads "crash_report.ini" and, if that switches it on, has every crash of the process dumped and reported
+/// from now on. Call once, early. False, with no handler and no message, if there is no file, if it says so
+/// or leaves a server out, or if the dump directory can't be made.
+///
+/// A crash ends the process by its signal, once the report was sent or 60 seconds are over. While it is sent,
+/// other threads go on. Dumps hold the memory of stacks, the command line and the environment.
+ZBASE_API bool InstallCrashHandler();
+
+/// Dumps and reports the process as hanging; it goes on afterwards. False if there is no handler, if another
+/// call runs, or if the dump could not be written.
+ZBASE_API bool CreateDump();
+
+/// Adds a crash key, which is sent with each report. Octets from 0x80 up become "?". False for a null, and
+/// for a key that is there already unless `overwrite`. The key "customer_dsi" with a number that is not 0
+/// directs reports to `ServerProdURL` from now on. Calls must not run at the same time.
+ZBASE_API bool SetCrashAttr(const char* key, const char* value, bool overwrite);
+
+/// Gives the calling thread, until it ends, the second stack on which its stack overflow can be reported. The
+/// thread that called `InstallCrashHandler` has one. False if there is no memory for it.
+ZBASE_API bool InstallCrashStack();
+
+}  // namespace ZBase

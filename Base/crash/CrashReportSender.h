@@ -1,0 +1,48 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+#include <Base/frame/WideString.h>
+
+#include <map>
+
+namespace ZBase {
+
+/// How the sending of a crash report ended.
+enum ReportResult {
+    RESULT_FAILED = 0,  // no answer, or one that leaves hope: try later
+    RESULT_REJECTED,    // the server refused the report for good (status 400 to 499)
+    RESULT_SUCCEEDED,   // the server has it (status 200)
+    RESULT_THROTTLED,   // not sent: the reports of this day are used up
+};
+
+/// Sends crash reports to a server as multipart form POSTs over HTTP or HTTPS. The proxy and the certificates
+/// come from the environment: `http_proxy`, `https_proxy`, `all_proxy`, `no_proxy`; `CURL_CA_BUNDLE` or
+/// `SSL_CERT_FILE`.
+class ZBASE_API CrashReportSender {
+public:
+    using Fields = std::map<WideString, WideString>;
+
+    /// The counts of reports are kept in the file, if its name is not empty.
+    explicit CrashReportSender(const WideString& checkpointFile);
+
+    /// The most reports in one day (UTC), counted through the file; -1, the default, means no limit.
+    void set_max_reports_per_day(int reports) { mMaxReportsPerDay = reports; }
+    int max_reports_per_day() const { return mMaxReportsPerDay; }
+
+    /// Posts `parameters` (name, value) and `files` (name, path) to `url`. A name is made of printable ASCII
+    /// characters without quotes. On success the body of the answer is put into `reportCode`, unless that is
+    /// null. Waits 10 seconds for a connection and 60 for all.
+    ReportResult SendCrashReport(const WideString& url, const Fields& parameters, const Fields& files,
+                                 WideString* reportCode);
+
+private:
+    void ReadCheckpoint();
+    void CountReport(int today);
+
+    WideString mCheckpointFile;
+    int mMaxReportsPerDay = -1;
+    int mLastSentDate = -1;  // YYYYMMDD
+    int mReportsSent = 0;    // on that day
+};
+
+}  // namespace ZBase

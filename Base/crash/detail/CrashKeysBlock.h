@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+namespace ZBase::detail {
+
+/// The crash keys as every dump holds them: this head, and behind it names and values, each terminated by a
+/// zero. A dump holds two; the one with the higher sequence counts.
+struct CrashKeysBlock {
+    char magic[16];
+    std::uint64_t sequence;
+    std::uint64_t size;     // octets behind the head
+    std::uint64_t hanging;  // 1 in a dump that was made on demand
+};
+
+inline constexpr char kCrashKeysMagic[17] = "ZBase crash keys";
+
+}  // namespace ZBase::detail

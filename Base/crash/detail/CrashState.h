@@ -1,0 +1,25 @@
+#pragma once
+
+#include <Base/crash/CrashConfig.h>
+#include <Base/platform/os/CrashDumps.h>
+
+#include <atomic>
+#include <string>
+
+namespace ZBase {
+
+// The crash state, from load to unload. Load.cpp defines it.
+
+extern std::string gCrashConfigPath;
+extern CrashConfigTable gCrashConfig;
+extern CrashConfigTable gCrashKeys;
+extern bool gNativeDump;
+extern bool gKeepDumpFile;
+extern bool gCustomerDsi;
+extern std::atomic<bool> gInCreateDump;
+extern os::DumpHandler* gExceptionHandler;  // owned
+
+/// What the unload begins with.
+void ReleaseCrashHandler();
+
+}  // namespace ZBase

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+namespace ZBase::os {
+
+/// A part of what is handed to the sender.
+struct ReportPiece {
+    const char* start;
+    std::size_t length;
+};
+
+/// Sets aside what `RunReportSender` needs: the path of "zbase-crash-sender", which stands beside the
+/// library, and a copy of the environment as far as it directs an upload.
+void PrepareReportSender();
+
+/// Starts the sender as a process of its own, hands it the pieces one behind the other, and waits at most
+/// `seconds` for the one character that it answers. Gives that, or 0.
+/// Runs on the crashed thread's alternate stack. No heap, no lock, and nothing of the C library that has one.
+char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds);
+
+}  // namespace ZBase::os

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace ZBase::os {
+
+using UploadFields = std::map<std::string, std::string>;
+
+/// Posts `parameters` and `files` (name of the form field, path) as a multipart form. Gives the status that
+/// the server answers, or 0 if there was none; `answer` is the body, which is kept for a status below 400.
+/// Waits 10 seconds for a connection and 60 for all.
+long PostForm(const std::string& url, const UploadFields& parameters, const UploadFields& files,
+              std::string& answer);
+
+}  // namespace ZBase::os

@@ -1,0 +1,143 @@
+#include "tests/crash/CrashBench.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<std::string> Split(const std::string& line, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(line);
+    for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+    return parts;
+}
+
+std::vector<fs::path> FilesIn(const fs::path& folder, const char* extension) {
+    std::vector<fs::path> files;
+    if (!fs::exists(folder)) return files;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.path().extension() == extension) files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+// Puts the symbols of a file where the reader looks for them, unless they are there.
+void StoreSymbols(const fs::path& root, const std::string& file) {
+    const std::string header = RunChild({ZBASE_BREAKPAD_TOOLS "/dump_syms", "-i", file}).output;
+    const std::vector<std::string> words = Split(header.substr(0, header.find('\n')), ' ');
+    const std::string& id = words.at(3);
+    const std::string& name = words.at(4);
+    const fs::path place = root / name / id / (name + ".sym");
+    if (fs::exists(place)) return;
+    fs::create_directories(place.parent_path());
+    const fs::path unfinished = place.string() + std::to_string(getpid());
+    std::ofstream(unfinished) << RunChild({ZBASE_BREAKPAD_TOOLS "/dump_syms", file}).output;
+    fs::rename(unfinished, place);
+}
+
+// Symbols of the program that crashes, and of what it is linked with.
+fs::path Symbols() {
+    static const fs::path folder = [] {
+        const fs::path root = fs::path(ZBASE_BUILD_DIR) / "crash-symbols";
+        const std::string program = ChildProgram("CrashProbe");
+        StoreSymbols(root, program);
+        std::istringstream libraries(RunChild({"/usr/bin/ldd", program}).output);
+        for (std::string word; libraries >> word;) {
+            if (word[0] == '/' && word.find("ld-linux") == std::string::npos) StoreSymbols(root, word);
+        }
+        return root;
+    }();
+    return folder;
+}
+
+}  // namespace
+
+bool ReadDump::Has(const std::string& function) const {
+    return std::any_of(stack.begin(), stack.end(),
+                       [&](const std::string& frame) { return frame.find(function) != std::string::npos; });
+}
+
+ReadDump ReadDumpFile(const fs::path& dump) {
+    const std::string text =
+        RunChild({ZBASE_BREAKPAD_TOOLS "/minidump_stackwalk", "-m", dump, Symbols()}).output;
+    ReadDump result{"", -1, {}};
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        const std::vector<std::string> parts = Split(line, '|');
+        if (parts.size() >= 4 && parts[0] == "Crash") {
+            result.reason = parts[1];
+            result.crashedThread = std::atoi(parts[3].c_str());
+        }
+        if (parts.size() >= 4 && parts[0] == std::to_string(result.crashedThread)) {
+            result.stack.push_back(parts[3]);
+        }
+    }
+    return result;
+}
+
+CrashBench::CrashBench() {
+    char name[] = "/tmp/zbase-crash-XXXXXX";
+    mFolder = mkdtemp(name);
+    mDumps = mFolder / "dumps";
+    mReceived = mFolder / "received";
+    fs::create_directory(mReceived);
+}
+
+CrashBench::~CrashBench() {
+    mpServer.reset();
+    fs::remove_all(mFolder);
+}
+
+void CrashBench::StartServer(const std::string& certificate) {
+    std::vector<std::string> command = {ZBASE_CRASH_RECEIVER, mReceived, "0"};
+    if (!certificate.empty()) command.insert(command.end(), {certificate, certificate + ".key"});
+    mpServer = std::make_unique<BackgroundChild>(command);
+    mServer = mpServer->ReadLine();
+}
+
+void CrashBench::Configure(const std::string& moreSettings, const std::string& crashKeys) {
+    WriteConfig("[Config]\nServerURL=" + mServer + "\nServerProdURL=" + mServer +
+                "\ndump_path=" + mDumps.string() + "\n" + moreSettings + "[CrashKeys]\n" + crashKeys);
+}
+
+void CrashBench::WriteConfig(const std::string& content) const {
+    std::ofstream(mFolder / "crash_report.ini", std::ios::binary) << content;
+}
+
+ChildResult CrashBench::Crash(const std::vector<std::string>& arguments,
+                              const std::vector<std::string>& environment) {
+    std::vector<std::string> command = {ChildProgram("CrashProbe")};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> variables = environment;  // the first of one name counts
+    variables.push_back("ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string());
+    variables.push_back("LC_ALL=C.UTF-8");
+    return RunChild(command, variables);
+}
+
+std::vector<fs::path> CrashBench::LeftDumps() const {
+    return FilesIn(mDumps, ".dmp");
+}
+
+std::vector<fs::path> CrashBench::ReceivedDumps() const {
+    return FilesIn(mReceived, ".dmp");
+}
+
+CrashKeys CrashBench::ReceivedKeys(int number) const {
+    CrashKeys keys;
+    std::ifstream file(mReceived / (std::to_string(number) + ".keys"));
+    for (std::string line; std::getline(file, line);) {
+        keys[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+    }
+    return keys;
+}
+
+}  // namespace test

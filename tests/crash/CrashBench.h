@@ -1,0 +1,57 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/BackgroundChild.h"
+#include "tests/support/ChildProcess.h"
+
+namespace test {
+
+using CrashKeys = std::map<std::string, std::string>;
+
+/// What Breakpad's own reader makes of a dump.
+struct ReadDump {
+    std::string reason;              // "SIGSEGV /SEGV_MAPERR"
+    int crashedThread;               // -1 if it can't be read
+    std::vector<std::string> stack;  // functions of the crashed thread, the innermost first
+    bool Has(const std::string& function) const;
+};
+
+ReadDump ReadDumpFile(const std::filesystem::path& dump);
+
+/// A directory with a configuration, a report server and a program that crashes.
+class CrashBench : public testing::Test {
+protected:
+    CrashBench();
+    ~CrashBench() override;
+
+    /// Starts the report server; `certificate` is a PEM file that has its key beside it, in "FILE.key".
+    void StartServer(const std::string& certificate = "");
+
+    /// Writes the configuration: both servers are `mServer`, dumps go to `mDumps`.
+    void Configure(const std::string& moreSettings = "", const std::string& crashKeys = "");
+    void WriteConfig(const std::string& content) const;
+
+    ChildResult Crash(const std::vector<std::string>& arguments,
+                      const std::vector<std::string>& environment = {});
+
+    std::vector<std::filesystem::path> LeftDumps() const;
+    std::vector<std::filesystem::path> ReceivedDumps() const;
+    CrashKeys ReceivedKeys(int number) const;
+
+    std::filesystem::path mFolder;
+    std::filesystem::path mDumps;
+    std::filesystem::path mReceived;
+    std::string mServer;  // its address
+
+private:
+    std::unique_ptr<BackgroundChild> mpServer;
+};
+
+}  // namespace test

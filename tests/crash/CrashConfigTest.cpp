@@ -1,0 +1,274 @@
+#include <Base/ZBase.h>
+
+#include <unistd.h>
+#include <clocale>
+#include <cstdlib>
+
+#include "tests/crash/CrashBench.h"
+
+// The configuration: how its lines are read, where the file is found, and what keeps a handler away.
+
+namespace {
+
+using namespace ZBase::Literals;
+using ZBase::CrashConfigTable;
+using ZBase::ECrashConfigLine;
+using ZBase::WideString;
+
+struct Tables {
+    CrashConfigTable settings;
+    CrashConfigTable crashKeys;
+};
+
+class CrashConfigFile : public test::CrashBench {
+protected:
+    Tables Read(const std::string& content) {
+        WriteConfig(content);
+        Tables tables;
+        EXPECT_TRUE(ZBase::ReadCrashConfig((mFolder / "crash_report.ini").c_str(), tables.settings,
+                                           tables.crashKeys));
+        return tables;
+    }
+};
+
+const CrashConfigTable kNone;
+
+TEST_F(CrashConfigFile, FillsTheTableOfItsSection) {
+    const Tables tables = Read("[Config]\na=1\n[CrashKeys]\nb=2\nc=3\n[Config]\nd=4\n");
+    EXPECT_EQ(tables.settings, (CrashConfigTable{{"a"_w, "1"_w}, {"d"_w, "4"_w}}));
+    EXPECT_EQ(tables.crashKeys, (CrashConfigTable{{"b"_w, "2"_w}, {"c"_w, "3"_w}}));
+}
+
+TEST_F(CrashConfigFile, LastLineNeedsNoLineFeed) {
+    EXPECT_EQ(Read("[Config]\na=1").settings, (CrashConfigTable{{"a"_w, "1"_w}}));
+}
+
+TEST_F(CrashConfigFile, SplitsAtTheFirstEqualsSignOnly) {
+    EXPECT_EQ(Read("[Config]\na=b=c=\n").settings, (CrashConfigTable{{"a"_w, "b=c="_w}}));
+}
+
+TEST_F(CrashConfigFile, TrimsNothing) {
+    EXPECT_EQ(Read("[Config]\n a = 1 \n").settings, (CrashConfigTable{{" a "_w, " 1 "_w}}));
+}
+
+TEST_F(CrashConfigFile, ValueAndKeyMayBeEmpty) {
+    EXPECT_EQ(Read("[Config]\na=\n=b\n").settings, (CrashConfigTable{{"a"_w, ""_w}, {""_w, "b"_w}}));
+}
+
+TEST_F(CrashConfigFile, RepeatedKeyKeepsItsLastValue) {
+    EXPECT_EQ(Read("[Config]\na=1\na=2\n").settings, (CrashConfigTable{{"a"_w, "2"_w}}));
+}
+
+TEST_F(CrashConfigFile, KeysDifferInCase) {
+    EXPECT_EQ(Read("[Config]\na=1\nA=2\n").settings.size(), 2u);
+}
+
+TEST_F(CrashConfigFile, OnlyTheFirstCharacterMakesAComment) {
+    EXPECT_EQ(Read("[Config]\n#a=1\n #b=2\n;c=3\nd=#4\n").settings,
+              (CrashConfigTable{{" #b"_w, "2"_w}, {";c"_w, "3"_w}, {"d"_w, "#4"_w}}));
+}
+
+TEST_F(CrashConfigFile, HeaderCountsOnlyAsTheWholeLineInItsCase) {
+    EXPECT_EQ(Read("[Config] \na=1\n[config]\na=1\n [Config]\na=1\n").settings, kNone);
+}
+
+TEST_F(CrashConfigFile, LinesOfAnUnknownSectionLandInTheOneBefore) {
+    EXPECT_EQ(Read("[Config]\n[Other]\na=1\n").settings, (CrashConfigTable{{"a"_w, "1"_w}}));
+}
+
+TEST_F(CrashConfigFile, BracketedLineWithEqualsSignIsAKey) {
+    EXPECT_EQ(Read("[Config]\n[a]=1\n").settings, (CrashConfigTable{{"[a]"_w, "1"_w}}));
+}
+
+TEST_F(CrashConfigFile, LinesBeforeTheFirstHeaderCountForNothing) {
+    EXPECT_EQ(Read("a=1\n\n[Config]\n").settings, kNone);
+}
+
+TEST_F(CrashConfigFile, MayEndItsLinesWithCarriageReturns) {
+    const Tables tables = Read("[Config]\r\na=1\r\n\r\n[CrashKeys]\r\nb=\r\r\nc=2\r");
+    EXPECT_EQ(tables.settings, (CrashConfigTable{{"a"_w, "1"_w}}));
+    EXPECT_EQ(tables.crashKeys, (CrashConfigTable{{"b"_w, "\r"_w}, {"c"_w, "2\r"_w}}));
+}
+
+TEST_F(CrashConfigFile, IsTextOfTheLocale) {
+    std::setlocale(LC_ALL, "C.UTF-8");
+    EXPECT_EQ(Read("[CrashKeys]\nk\u00E9y=\u20AC\U0001F600\n").crashKeys,
+              (CrashConfigTable{{"k\u00E9y"_w, "\u20AC\U0001F600"_w}}));
+}
+
+TEST_F(CrashConfigFile, LineThatIsNoTextIsSkippedAndTheRestIsRead) {
+    std::setlocale(LC_ALL, "C.UTF-8");
+    EXPECT_EQ(Read("[Config]\na=\xFF\nb=2\n").settings, (CrashConfigTable{{"b"_w, "2"_w}}));
+}
+
+TEST_F(CrashConfigFile, MayBeBinary) {
+    std::string content;
+    for (int i = 0; i != 100000; ++i) content.push_back(static_cast<char>(i * 7919 >> 3));
+    const Tables tables = Read(content + "\n[Config]\na=1\n");
+    EXPECT_TRUE(tables.settings.contains("a"_w));
+}
+
+TEST_F(CrashConfigFile, HoldsZeros) {
+    EXPECT_EQ(Read(std::string("[Config]\na\0=b\0c\n", 16)).settings,
+              (CrashConfigTable{{WideString("a\0"_w, 2), WideString("b\0c"_w, 3)}}));
+}
+
+TEST_F(CrashConfigFile, MayHaveTenMebibytes) {
+    std::string content = "[CrashKeys]\n";
+    while (content.size() < 10 << 20) content += "key=" + std::string(1000, 'x') + "\n";
+    const Tables tables = Read(content + "last=1");
+    EXPECT_EQ(tables.crashKeys.size(), 2u);
+    EXPECT_EQ(tables.crashKeys.at("key"_w).size(), 1000u);
+}
+
+TEST_F(CrashConfigFile, MayBeOneLineOfTenMebibytes) {
+    EXPECT_EQ(Read("[Config]\na=" + std::string(10 << 20, 'x')).settings.at("a"_w).size(),
+              std::size_t{10} << 20);
+}
+
+TEST_F(CrashConfigFile, ThatCantBeOpenedIsTold) {
+    Tables tables;
+    EXPECT_FALSE(ZBase::ReadCrashConfig((mFolder / "missing").c_str(), tables.settings, tables.crashKeys));
+}
+
+TEST_F(CrashConfigFile, ReadingAddsToWhatIsThere) {
+    WriteConfig("[Config]\na=1\n");
+    Tables tables{{{"a"_w, "0"_w}, {"b"_w, "0"_w}}, {}};
+    ZBase::ReadCrashConfig((mFolder / "crash_report.ini").c_str(), tables.settings, tables.crashKeys);
+    EXPECT_EQ(tables.settings, (CrashConfigTable{{"a"_w, "1"_w}, {"b"_w, "0"_w}}));
+}
+
+TEST(CrashConfigReader, TellsWhatEachLineCountsFor) {
+    ZBase::CrashConfigReader reader;
+    WideString key;
+    WideString value;
+    const std::pair<const char*, ECrashConfigLine> lines[] = {
+        {"", ECrashConfigLine::eEmpty},
+        {"# [Config]", ECrashConfigLine::eComment},
+        {"a=1", ECrashConfigLine::eNoSection},
+        {"[Other]", ECrashConfigLine::eUnknown},
+        {"[Config]", ECrashConfigLine::eConfigHeader},
+        {"a=1", ECrashConfigLine::eSetting},
+        {"a", ECrashConfigLine::eUnknown},
+        {"[CrashKeys]", ECrashConfigLine::eCrashKeysHeader},
+        {"a=1", ECrashConfigLine::eCrashKey},
+    };
+    for (const auto& [line, meaning] : lines) EXPECT_EQ(reader.Read(line, key, value), meaning) << line;
+    EXPECT_TRUE(key == "a"_w && value == "1"_w);
+}
+
+TEST(CrashSettings, AreTrueInTwoSpellingsOnly) {
+    for (const auto* yes : {"true"_w, "TRUE"_w}) EXPECT_TRUE(ZBase::IsCrashSettingTrue(yes));
+    for (const auto* no : {"True"_w, "tRUE"_w, "1"_w, "yes"_w, ""_w, "true "_w, " true"_w}) {
+        EXPECT_FALSE(ZBase::IsCrashSettingTrue(no));
+    }
+}
+
+TEST(CrashSettings, NeedBothServersAndMayNotBeDisabled) {
+    using enum ZBase::ECrashSettings;
+    const CrashConfigTable both = {{"ServerURL"_w, ""_w}, {"ServerProdURL"_w, ""_w}};
+    EXPECT_EQ(ZBase::JudgeCrashSettings(both), eComplete);
+    EXPECT_EQ(ZBase::JudgeCrashSettings({}), eNoServerURL);
+    EXPECT_EQ(ZBase::JudgeCrashSettings({{"ServerURL"_w, "x"_w}}), eNoServerProdURL);
+    EXPECT_EQ(ZBase::JudgeCrashSettings({{"ServerProdURL"_w, "x"_w}}), eNoServerURL);
+    EXPECT_EQ(ZBase::JudgeCrashSettings({{"enable"_w, "True"_w}}), eDisabled);
+    CrashConfigTable enabled = both;
+    enabled["enable"_w] = "TRUE"_w;
+    EXPECT_EQ(ZBase::JudgeCrashSettings(enabled), eComplete);
+}
+
+class CrashConfigSearch : public test::CrashBench {
+protected:
+    void SetUp() override {
+        unsetenv("ZENT_CRASH_CONFIG_FILE");
+        unsetenv("ZENT_HOME_PATH");
+    }
+    void TearDown() override { SetUp(); }
+    std::string Find() { return ZBase::FindCrashConfig().c_str(); }
+};
+
+TEST_F(CrashConfigSearch, TakesTheNamedFileUntested) {
+    setenv("ZENT_CRASH_CONFIG_FILE", "/no/such/file", 1);
+    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    WriteConfig("");
+    EXPECT_EQ(Find(), "/no/such/file");
+}
+
+TEST_F(CrashConfigSearch, TakesTheFileInTheHome) {
+    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    WriteConfig("");
+    EXPECT_EQ(Find(), mFolder.string() + "/crash_report.ini");
+}
+
+TEST_F(CrashConfigSearch, FallsBackToTheCurrentDirectory) {
+    EXPECT_EQ(Find(), "crash_report.ini");
+    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    EXPECT_EQ(Find(), "crash_report.ini");
+    setenv("ZENT_CRASH_CONFIG_FILE", "", 1);
+    EXPECT_EQ(Find(), "crash_report.ini");
+}
+
+// The handler itself, in other processes: CrashProbe ends with 96 when it is not installed.
+
+class CrashInstallation : public test::CrashBench {
+protected:
+    bool Installs(const std::string& config) {
+        WriteConfig(config);
+        return Crash({"none"}).exitCode == 0;
+    }
+    std::string Servers() const { return "[Config]\nServerURL=http://a/\nServerProdURL=http://b/\n"; }
+    std::string With(const std::string& settings) const {
+        return Servers() + "dump_path=" + mDumps.string() + "\n" + settings;
+    }
+};
+
+TEST_F(CrashInstallation, NeedsNoEnableButObeysIt) {
+    EXPECT_TRUE(Installs(With("")));
+    EXPECT_TRUE(Installs(With("enable=true\n")));
+    EXPECT_TRUE(Installs(With("enable=TRUE\n")));
+    EXPECT_FALSE(Installs(With("enable=True\n")));
+    EXPECT_FALSE(Installs(With("enable=\n")));
+    EXPECT_TRUE(Installs(With("enable =false\n")));
+}
+
+TEST_F(CrashInstallation, EmptyServerCountsAsPresent) {
+    EXPECT_TRUE(Installs("[Config]\nServerURL=\nServerProdURL=\ndump_path=" + mDumps.string()));
+}
+
+TEST_F(CrashInstallation, WithoutServersFails) {
+    EXPECT_FALSE(Installs(""));
+    EXPECT_FALSE(Installs("# nothing\n"));
+    EXPECT_FALSE(Installs("[Config]\nServerURL=http://a/\n"));
+    EXPECT_FALSE(Installs("[Config]\nServerProdURL=http://a/\n"));
+}
+
+TEST_F(CrashInstallation, WithoutFileFailsThoughThereAreOtherPlaces) {
+    WriteConfig(With(""));
+    EXPECT_EQ(Crash({"none"}, {"ZENT_CRASH_CONFIG_FILE=/no/such/file", "ZENT_HOME_PATH=" + mFolder.string()})
+                  .exitCode,
+              96);
+}
+
+TEST_F(CrashInstallation, DirectoryInPlaceOfTheFileFails) {
+    std::filesystem::create_directory(mFolder / "crash_report.ini");
+    EXPECT_EQ(Crash({"none"}).exitCode, 96);
+}
+
+TEST_F(CrashInstallation, UnreadableFileFails) {
+    WriteConfig(With(""));
+    std::filesystem::permissions(mFolder / "crash_report.ini", std::filesystem::perms::none);
+    EXPECT_EQ(Crash({"none"}).exitCode, geteuid() == 0 ? 0 : 96);  // nothing is closed to the superuser
+}
+
+TEST_F(CrashInstallation, MakesOnlyTheLastLevelOfTheDumpPath) {
+    EXPECT_FALSE(Installs(Servers() + "dump_path=" + (mFolder / "a/b").string()));
+    EXPECT_FALSE(std::filesystem::exists(mFolder / "a"));
+    EXPECT_TRUE(Installs(Servers() + "dump_path=" + (mFolder / "a").string()));
+    EXPECT_EQ(std::filesystem::status(mFolder / "a").permissions(), std::filesystem::perms::owner_all);
+}
+
+TEST_F(CrashInstallation, EmptyDumpPathFails) {
+    EXPECT_FALSE(Installs(Servers() + "dump_path=\n"));
+}
+
+}  // namespace

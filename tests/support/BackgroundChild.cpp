@@ -1,0 +1,43 @@
+#include "tests/support/BackgroundChild.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace test {
+
+BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    std::vector<char*> arguments;
+    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    const int failed = posix_spawn(&mChild, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    mOutput = ends[0];
+    if (failed != 0) throw std::runtime_error(command[0] + " does not start");
+}
+
+BackgroundChild::~BackgroundChild() {
+    kill(mChild, SIGKILL);
+    waitpid(mChild, nullptr, 0);
+    close(mOutput);
+}
+
+std::string BackgroundChild::ReadLine() {
+    std::string line;
+    char letter = 0;
+    while (read(mOutput, &letter, 1) == 1 && letter != '\n') line.push_back(letter);
+    return line;
+}
+
+}  // namespace test

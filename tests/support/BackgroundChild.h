@@ -1,0 +1,25 @@
+#pragma once
+
+#include <sys/types.h>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// A program that runs beside the test, and is ended with this object.
+class BackgroundChild {
+public:
+    explicit BackgroundChild(const std::vector<std::string>& command);
+    ~BackgroundChild();
+    BackgroundChild(const BackgroundChild&) = delete;
+    BackgroundChild& operator=(const BackgroundChild&) = delete;
+
+    /// The next line that it prints, without its end; waits for it. Empty when it prints no more.
+    std::string ReadLine();
+
+private:
+    pid_t mChild = 0;
+    int mOutput = -1;
+};
+
+}  // namespace test
