@@ -89,12 +89,21 @@ private:
 // Through its interface, as the buffers are.
 class Monotonic {
 public:
-    Monotonic() { benchmark::DoNotOptimize(mpResource); }
     void* Allocate(std::size_t size) { return mpResource->allocate(size, 8); }
 
 private:
     std::pmr::monotonic_buffer_resource mResource{kBlock};
-    std::pmr::memory_resource* mpResource = &mResource;
+    std::pmr::memory_resource* volatile mpResource =
+        &mResource;  // so that the compiler does not see through it
+};
+
+// Made on the heap, as the buffers are.
+class MonotonicOnHeap {
+public:
+    void* Allocate(std::size_t size) { return mpMonotonic->Allocate(size); }
+
+private:
+    std::unique_ptr<Monotonic> mpMonotonic = std::make_unique<Monotonic>();
 };
 
 class MonotonicUnderMutex {
@@ -274,6 +283,8 @@ BENCHMARK(Together<MonotonicUnderMutex>)->Name("together/monotonic_mutex")->Arg(
 BENCHMARK(Region<SingleThread>)->Name("region/single_thread")->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(Region<LockFree>)->Name("region/lock_free")->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(Region<Monotonic>)->Name("region/monotonic")->Arg(1)->Arg(10)->Arg(100);
+
+BENCHMARK(Region<MonotonicOnHeap>)->Name("region/monotonic_heap")->Arg(1)->Arg(10)->Arg(100);
 
 BENCHMARK(Held<SingleThread>)->Name("held/single_thread")->Iterations(1);
 BENCHMARK(Held<LockFree>)->Name("held/lock_free")->Iterations(1);

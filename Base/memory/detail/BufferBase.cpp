@@ -60,7 +60,8 @@ void BufferBase::DetachFromGovernors() {
 }
 
 std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
-    if (count > kLargestChunk / mBlockSize) throw BadAllocation();
+    const bool small = (count | mBlockSize) >> 31 == 0;  // saves the division
+    if (!small && count > kLargestChunk / mBlockSize) throw BadAllocation();
     return count * mBlockSize;
 }
 

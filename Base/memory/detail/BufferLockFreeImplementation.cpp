@@ -147,9 +147,7 @@ void BufferLockFreeImplementation::Lock() {
          node = node->next)
         if (!ProtectChunk(node->chunk)) ThrowBufferException("Unable to lock buffer (big allocation)"_w);
     mSlots.ForEach([this](const Slot& slot) {
-        const Chunk chunk = slot.GetChunk();
-        if (chunk.start != nullptr && !ProtectChunk(chunk))
-            ThrowBufferException("Unable to lock buffer (slot)"_w);
+        if (!ProtectChunk(slot.GetChunk())) ThrowBufferException("Unable to lock buffer (slot)"_w);
     });
 }
 

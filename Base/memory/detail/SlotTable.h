@@ -28,15 +28,12 @@ namespace ZBase {
 
 class Slot {
 public:
-    // The chunk of a published slot; an empty one otherwise.
-    Chunk GetChunk() const {
-        return mCurrent.load(std::memory_order_acquire) == nullptr ? Chunk{} : Chunk{mStart, mEnd};
-    }
+    bool IsPublished() const { return mCurrent.load(std::memory_order_acquire) != nullptr; }
 
-    // Bytes taken so far.
+    // Of a published slot: its chunk, and the bytes taken so far.
+    Chunk GetChunk() const { return {mStart, mEnd}; }
     std::size_t Used() const {
-        const char* const current = mCurrent.load(std::memory_order_acquire);
-        return current == nullptr ? 0 : static_cast<std::size_t>(current - mStart);
+        return static_cast<std::size_t>(mCurrent.load(std::memory_order_acquire) - mStart);
     }
 
     // Whether a published slot has at most `size` bytes of room.
@@ -110,12 +107,14 @@ public:
     // and the index stays spent.
     Slot& Claim();
 
-    // Calls `visit` with every slot, newest page first.
+    // Calls `visit` with every published slot, newest page first.
     template <class Visit>
     void ForEach(Visit visit) {
+        const std::uint32_t count = mSlotCount.load(std::memory_order_acquire);
         for (SlotPage* page = mNewestPage.load(std::memory_order_acquire); page != nullptr;
              page = page->previous)
-            for (Slot& slot : page->slots) visit(slot);
+            for (std::uint32_t i = page->firstIndex; i < std::min(count, page->endIndex); ++i)
+                if (page->At(i).IsPublished()) visit(page->At(i));
     }
 
 private:
