@@ -199,7 +199,7 @@ TEST(ZBaseCommand, HelpsOnTheStandardOutput) {
     const ChildResult child = ZBase({"--help"});
     EXPECT_EQ(child.exitCode, 0);
     EXPECT_EQ(child.errors, "");
-    for (const char* command : {"road", "error", "text"}) {
+    for (const char* command : {"road", "error", "text", "message"}) {
         EXPECT_NE(child.output.find(command), std::string::npos) << command;
     }
 }

@@ -270,14 +270,15 @@ TEST(Reader, LongTokensInSmallPiecesTakeLinearTime) {
     }
 }
 
-TEST(Reader, MillionAttributesAreRead) {
+TEST(Reader, ManyAttributesAreTold) {
+    constexpr int count = 50000;
     std::string document = "<a";
-    for (int number = 0; number < 1000000; ++number) document += " a" + std::to_string(number) + "=''";
-    int left = -1;
-    const auto reader = ZLiteXML::CreateReader();
-    reader->PushHandler(nullptr);
-    ReadAll(*reader, document + "/>");
-    EXPECT_EQ(left, -1);
+    std::string expected = "<a ";
+    for (int number = 0; number < count; ++number) {
+        document += " a" + std::to_string(number) + "=''";
+        expected += "@a" + std::to_string(number) + "= ";
+    }
+    EXPECT_TRUE(Events(document + "/>", 1000) == expected + ">a ");
 }
 
 TEST(Reader, OutOfMemoryLeavesNothingBehind) {

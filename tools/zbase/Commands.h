@@ -13,6 +13,16 @@ struct TextRequest {
     bool replace = false;
 };
 
+struct MessageRequest {
+    std::string file = "-";
+    unsigned short language = 0;
+    bool parameters = false;
+    bool texts = false;
+    bool xml = false;
+    bool json = false;
+};
+
 int RunRoad(const std::string& file);
 int RunError(const std::string& code);
 int RunText(const TextRequest& request);
+int RunMessage(const MessageRequest& request);

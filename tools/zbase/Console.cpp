@@ -51,20 +51,26 @@ std::string Styled(std::string_view text, const char* style) {
     return "\033[" + std::string(style) + "m" + std::string(text) + "\033[0m";
 }
 
-std::string ReadFile(const std::string& file) {
+void ReadPieces(const std::string& file,
+                const std::function<void(const char* bytes, std::size_t size)>& take) {
     const Descriptor input(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (input.Get() < 0) throw FileFailure(file, errno);
-    std::string content;
     char piece[65536];
     for (;;) {
         const ssize_t count = read(input.Get(), piece, sizeof piece);
-        if (count == 0) return content;
+        if (count == 0) return;
         if (count > 0) {
-            content.append(piece, static_cast<std::size_t>(count));
+            take(piece, static_cast<std::size_t>(count));
         } else if (errno != EINTR) {
             throw FileFailure(file, errno);
         }
     }
+}
+
+std::string ReadFile(const std::string& file) {
+    std::string content;
+    ReadPieces(file, [&](const char* bytes, std::size_t size) { content.append(bytes, size); });
+    return content;
 }
 
 std::string Narrow(const unsigned short* text) {

@@ -2,6 +2,7 @@
 
 #include <Base/ZBase.h>
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -22,6 +23,10 @@ void FinishOutput();
 
 /// `text` in an ANSI style such as "1" (bold) or "31" (red), if the standard output is a terminal.
 std::string Styled(std::string_view text, const char* style);
+
+/// Hands a file on piece by piece; "-" is the standard input. Throws `Failure`, and what `take` throws.
+void ReadPieces(const std::string& file,
+                const std::function<void(const char* bytes, std::size_t size)>& take);
 
 /// A file as it is; "-" is the standard input. Throws `Failure`.
 std::string ReadFile(const std::string& file);

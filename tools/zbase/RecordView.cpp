@@ -115,7 +115,35 @@ std::string Continued(std::string text, const std::string& indent) {
     return text;
 }
 
+// Calls `visit` with the payload of each record of a tag.
+template <class Visitor>
+void ForEachRecord(const Message& message, unsigned char tag, Visitor visit) {
+    for (auto* block = reinterpret_cast<const unsigned char*>(&message); block != nullptr;) {
+        const Block head = ReadBlock(block);
+        const std::size_t used = head.capacity - head.free;
+        for (std::size_t offset = kBlockHeader; offset < used;
+             offset += Read<std::uint32_t>(block + offset)) {
+            if (block[offset + 4] == tag) visit(reinterpret_cast<const char*>(block + offset + kRecordHead));
+        }
+        block = head.next;
+    }
+}
+
 }  // namespace
+
+std::vector<LocalizedText> LocalizedTexts(const Message& message) {
+    std::vector<LocalizedText> texts;
+    ForEachRecord(message, 6, [&](const char* payload) {
+        texts.push_back({Read<std::uint16_t>(reinterpret_cast<const unsigned char*>(payload)), payload + 2});
+    });
+    return texts;
+}
+
+std::vector<const char*> Parameters(const Message& message) {
+    std::vector<const char*> parameters;
+    ForEachRecord(message, 3, [&](const char* payload) { parameters.push_back(payload); });
+    return parameters;
+}
 
 void PrintTree(const Message& message) {
     ZBase::ConstMessageCursor cursor(message);

@@ -2,9 +2,20 @@
 
 #include <Base/ZBase.h>
 
+#include <vector>
+
 /// A message for people: one line for each message of its tree, indented by level.
 void PrintTree(const ZBase::Message& message);
 
 /// The bytes of a message, record by record: the offset in its block, the length, the kind and what is in it.
 /// Nested messages are indented.
 void PrintRecords(const ZBase::Message& message);
+
+struct LocalizedText {
+    unsigned short language;
+    const char* text;  // in the message
+};
+
+/// The texts of one message in all languages, and its parameters, as they are stored.
+std::vector<LocalizedText> LocalizedTexts(const ZBase::Message& message);
+std::vector<const char*> Parameters(const ZBase::Message& message);

@@ -2,6 +2,7 @@
 #include "Console.h"
 #include "GovernedReading.h"
 #include "RecordView.h"
+#include "RoadCrossing.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,7 +14,7 @@
 
 // The library at work on a real file. Each station lets something real fail, and follows the failure: thrown
 // as a record where it happens, caught and wrapped by each caller that knows more, shown at the end as a tree
-// and as bytes.
+// and as bytes. At the end one of them leaves the process.
 
 namespace {
 
@@ -69,8 +70,9 @@ void PrintCharges(const Budget& budget) {
           " bytes.\n");
 }
 
-// One station: what arrives of a load, or of its failure, at the edge of the program.
-void Arrive(const std::string& title, const std::string& file, std::size_t contract, bool showCharges) {
+// One station: what arrives of a load, or of its failure, at the edge of the program. Gives the failure, or
+// an empty message.
+Message Arrive(const std::string& title, const std::string& file, std::size_t contract, bool showCharges) {
     Print("\n" + Styled(title, "1") + "\n");
     Budget budget(contract);
     try {
@@ -82,7 +84,9 @@ void Arrive(const std::string& title, const std::string& file, std::size_t contr
         PrintTree(failure);
         Print(Styled("  the same record, byte by byte (offset, length, kind):", "2") + "\n");
         PrintRecords(failure);
+        return failure;
     }
+    return {};
 }
 
 // What a contract must hold so that it runs out on the way through a file: half of it.
@@ -127,10 +131,13 @@ int RunRoad(const std::string& file) {
     Arrive("1  " + file + " is read by several threads into one buffer", file, kPlenty, true);
     Arrive("2  The same, and the contract runs out", file, TooLittleFor(file), true);
     Arrive("3  A file that is not there", file + ".missing", kPlenty, false);
+    Message record;
     {
         const ForbiddenFile forbidden;
-        Arrive("4  A file without permission", forbidden.Name(), kPlenty, false);
+        record = Arrive("4  A file without permission", forbidden.Name(), kPlenty, false);
     }
     Arrive("5  Bytes that are no text: the zbase command itself", "/proc/self/exe", kPlenty, false);
+    Print("\n" + Styled("6  The record of station 4 crosses into a second process, as XML", "1") + "\n");
+    CrossProcesses(record);
     return 0;
 }

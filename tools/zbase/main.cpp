@@ -26,6 +26,16 @@ int Run(int argc, char** argv) {
         app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
     road->add_option("FILE", roadFile, "A text to read")->capture_default_str();
 
+    MessageRequest shown;
+    CLI::App* message = app.add_subcommand("message", "Show an XML document of a message as a tree");
+    message->add_option("FILE", shown.file, "The document; - is the standard input")->capture_default_str();
+    message->add_option("-l,--language", shown.language, "Windows language id of the texts, such as 0x409")
+        ->capture_default_str();
+    message->add_flag("-p,--parameters", shown.parameters, "Show the parameters of each message");
+    message->add_flag("-t,--texts", shown.texts, "Show the stored texts of all languages");
+    CLI::Option* xml = message->add_flag("--xml", shown.xml, "Write the message as XML");
+    message->add_flag("--json", shown.json, "Write one JSON object for each message")->excludes(xml);
+
     std::string code;
     CLI::App* error = app.add_subcommand("error", "Tell what a number means in each domain of errors");
     error->add_option("CODE", code, "Decimal, or hexadecimal behind 0x")->required();
@@ -53,6 +63,7 @@ int Run(int argc, char** argv) {
 
     int status = 0;
     if (*road) status = RunRoad(roadFile);
+    if (*message) status = RunMessage(shown);
     if (*error) status = RunError(code);
     if (*text) status = RunText(request);
     FinishOutput();

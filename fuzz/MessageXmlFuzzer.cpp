@@ -1,0 +1,50 @@
+// The input is read as a document, in pieces of a size that its first byte gives. What was taken is a
+// well-formed message that writes, and comes back from the writing as it was.
+
+#include <Base/messages/MessageXml.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "fuzz/Check.h"
+#include "tests/support/MessageBytes.h"
+#include "tests/support/MessageTrees.h"
+
+namespace {
+
+using ZBase::Message;
+
+// Small, so that the fuzzer meets them.
+constexpr ZLiteXML::ReaderBounds kBounds{.depth = 60, .size = 4000};
+
+bool Read(const char* bytes, std::size_t size, std::size_t piece, Message& message,
+          const ZLiteXML::ReaderBounds& bounds) {
+    try {
+        const auto reader = ZLiteXML::CreateReader(bounds);
+        reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+        for (std::size_t at = 0; at < size; at += piece) reader->Read(bytes + at, std::min(piece, size - at));
+        reader->Finish();
+    } catch (const Message&) {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) return 0;
+    Message message;
+    const bool taken = Read(reinterpret_cast<const char*>(data) + 1, size - 1, data[0] + 1u, message, kBounds);
+    fuzz::Check(test::FindFlaw(&message) == nullptr, "the message is not well-formed");
+    if (!taken) return 0;
+
+    std::string document;
+    ZBase::SerializeToXML(message, *ZLiteXML::CreateStringWriter(document));
+    Message back;
+    fuzz::Check(Read(document.data(), document.size(), document.size(), back, {}), "what was written is refused");
+    fuzz::Check(test::DescribeTree(back) == test::DescribeTree(message), "the message came back another one");
+    return 0;
+}

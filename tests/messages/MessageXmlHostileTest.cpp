@@ -1,0 +1,231 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+#include <fstream>
+#include <string>
+
+#include "tests/support/MessageBytes.h"
+#include "tests/support/MessageTrees.h"
+#include "tests/support/XmlDocuments.h"
+
+// Documents that somebody wrote to harm the reader: each ends in an error or in a message that is what the
+// document says, the message stays well-formed, and time and memory stay in proportion to the bytes. None of
+// these may take more than moments; a cost that grows with the square would take hours.
+
+namespace {
+
+using ZBase::Message;
+
+constexpr int kMany = 300000;
+
+std::string Repeated(const std::string& text, int count) {
+    std::string all;
+    all.reserve(text.size() * static_cast<std::size_t>(count));
+    for (int number = 0; number < count; ++number) all += text;
+    return all;
+}
+
+// Reads a document into a message that held something. True when it was taken, false when it was refused.
+bool Read(const std::string& document, Message& message, std::size_t piece = 65536) {
+    message.SetTemplate("old");
+    message.WrapBy(300, 1, "old");
+    bool taken = true;
+    try {
+        test::FromXML(document, message, piece);
+    } catch (const Message&) {
+        taken = false;
+    }
+    return taken;
+}
+
+bool Read(const std::string& document) {
+    Message message;
+    const bool taken = Read(document, message);
+    EXPECT_EQ(test::FindFlaw(&message), nullptr);
+    return taken;
+}
+
+TEST(MessageXmlHostile, BillionLaughsAreRefused) {
+    std::string document = "<!DOCTYPE m [<!ENTITY a0 'ha'>";
+    for (int number = 1; number < 30; ++number) {
+        const std::string before = "&a" + std::to_string(number - 1) + ";";
+        document += "<!ENTITY a" + std::to_string(number) + " '" + Repeated(before, 10) + "'>";
+    }
+    EXPECT_FALSE(Read(document + "]><m><template>&a29;</template></m>"));
+    EXPECT_FALSE(Read("<!DOCTYPE m [<!ENTITY % p '<!ENTITY a \"b\">'>%p;]><m><template>&a;</template></m>"));
+}
+
+TEST(MessageXmlHostile, ExternalEntitiesAreRefused) {
+    EXPECT_FALSE(
+        Read("<!DOCTYPE m [<!ENTITY a SYSTEM 'file:///etc/passwd'>]><m><template>&a;</template></m>"));
+    EXPECT_FALSE(Read("<!DOCTYPE m [<!ENTITY % a SYSTEM 'file:///etc/passwd'>%a;]><m/>"));
+    EXPECT_FALSE(Read("<!DOCTYPE m SYSTEM 'file:///etc/passwd'><m><template>&a;</template></m>"));
+}
+
+TEST(MessageXmlHostile, DefaultsOfAttributesAreRefused) {
+    std::string document = "<!DOCTYPE m [<!ATTLIST text ";
+    for (int number = 0; number < 10000; ++number) document += "a" + std::to_string(number) + " CDATA 'x' ";
+    EXPECT_FALSE(Read(document + ">]><m>" + Repeated("<text/>", 10000) + "</m>"));
+}
+
+TEST(MessageXmlHostile, MillionLevelsAreRefused) {
+    for (const char* name : {"a", "lower_level_message", "same_level_message", "text", "parameter"})
+        EXPECT_FALSE(Read("<m>" + Repeated("<" + std::string(name) + ">", 1000000))) << name;
+}
+
+TEST(MessageXmlHostile, MillionAttributesAreRead) {
+    std::string document = "<m><text";
+    for (int number = 0; number < 1000000; ++number) document += " a" + std::to_string(number) + "=\"\"";
+    EXPECT_TRUE(Read(document + ">t</text></m>"));
+}
+
+TEST(MessageXmlHostile, MillionsOfFieldsTakeLinearTime) {
+    const std::string parameters = Repeated("<parameter>p</parameter>", kMany);
+    const std::string ids = Repeated("<id>1</id><domain>Server</domain>", kMany);
+    const std::string templates = Repeated("<template>t</template>", kMany);
+    std::string texts;
+    for (int number = 0; number < kMany; ++number)
+        texts += "<text language_id=\"" + std::string(ZBase::ToHexUpperString(number & 0xFFFF).c_str()) +
+                 "\">t</text>";
+    const std::string fields = parameters + ids + templates + texts;
+    for (const bool nested : {false, true}) {
+        Message message;
+        ASSERT_TRUE(Read(nested ? "<m><lower_level_message>" + fields + "</lower_level_message></m>"
+                                : "<m>" + fields + "</m>",
+                         message));
+        const Message* at = nested ? message.GetLowerLevelMessageOrNULL() : &message;
+        EXPECT_NE(at->GetParameter(kMany - 1), nullptr);
+        EXPECT_EQ(at->GetParameter(kMany), nullptr);
+        EXPECT_STREQ(at->GetLocalizedText(0xFFFF), "t");
+    }
+}
+
+// Gaps in many blocks, none of which has room for what comes then.
+TEST(MessageXmlHostile, SearchForRoomTakesLinearTime) {
+    std::string document = "<m>" + Repeated("<parameter>" + std::string(44, 'p') + "</parameter>", kMany);
+    for (int number = 0; number < 0x10000; ++number)
+        document += "<text language_id=\"" + std::string(ZBase::ToHexUpperString(number).c_str()) + "\">" +
+                    std::string(41, 't') + "</text>";
+    EXPECT_TRUE(Read(document + "</m>"));
+}
+
+// Each level adds a field behind what is nested in it, and what is nested is large.
+TEST(MessageXmlHostile, LargeContentUnderManyLevelsIsNotCopiedForEach) {
+    for (const char* field : {"<id>1</id>", "<template>t</template><template>longer</template>", ""}) {
+        const std::string document = "<m>" + Repeated("<lower_level_message><template>t</template>", 9000) +
+                                     "<template>" + std::string(20 << 20, 'x') + "</template>" +
+                                     Repeated(field + std::string("</lower_level_message>"), 9000) + "</m>";
+        Message message;
+        EXPECT_TRUE(Read(document, message)) << field;
+    }
+}
+
+// A long text within many elements does not become as many texts.
+TEST(MessageXmlHostile, LongTextWithinManyElementsIsStoredOnce) {
+    const std::string text(10 << 20, 'x');
+    for (const std::string name : {"text", "parameter"}) {
+        const std::string document = "<m>" + Repeated("<a>", 4000) + "<" + name + ">" +
+                                     Repeated("<b>", 4000) + text + Repeated("x</b>", 4000) + "</" + name +
+                                     ">" + Repeated("</a>", 4000) + "</m>";
+        Message message;
+        EXPECT_TRUE(Read(document, message));
+        EXPECT_LT(test::CountBlocks(&message), 10u) << name;
+    }
+}
+
+TEST(MessageXmlHostile, TruncatedAtEveryByteIsRefused) {
+    Message source;
+    test::FillAtRandom(source, 5);
+    std::string document = test::ToXML(source);
+    document.resize(std::min<std::size_t>(document.size(), 6000));
+    for (std::size_t length = 0; length < document.size(); ++length) {
+        Message message;
+        EXPECT_FALSE(Read(document.substr(0, length), message, 1024)) << length;
+        ASSERT_EQ(test::FindFlaw(&message), nullptr) << length;
+    }
+}
+
+TEST(MessageXmlHostile, ChangedAtEveryByteIsAnErrorOrAMessage) {
+    Message source(300, 1, "t\xC3\xA9");
+    source << "p";
+    source.SetLocalizedText(1033, "text");
+    source.WrapBy(300, 2, "w").PrependBy(10, 3, "f");
+    const std::string document = test::ToXML(source);
+    for (std::size_t at = 0; at < document.size(); ++at) {
+        for (const char change : {'<', '>', '&', '/', '"', ' ', '\0', '\xFF', 'a'}) {
+            std::string changed = document;
+            changed[at] = change;
+            Read(changed);
+        }
+    }
+}
+
+std::string ToUtf16(const std::string& ascii, bool bigEndian, bool mark) {
+    std::string wide = mark ? (bigEndian ? "\xFE\xFF" : "\xFF\xFE") : "";
+    for (const char character : ascii) {
+        if (bigEndian) wide += '\0';
+        wide += character;
+        if (!bigEndian) wide += '\0';
+    }
+    return wide;
+}
+
+TEST(MessageXmlHostile, Utf16IsReadWithAndWithoutMark) {
+    for (const bool bigEndian : {false, true}) {
+        for (const bool mark : {false, true}) {
+            Message message;
+            EXPECT_TRUE(Read(ToUtf16("<?xml version=\"1.0\"?><m><id>7</id></m>", bigEndian, mark), message));
+            EXPECT_EQ(message.GetID(), 7);
+            EXPECT_FALSE(Read(ToUtf16("<?xml version=\"1.0\"?><m><id>7</id></m>", bigEndian, mark) + "x"));
+        }
+    }
+}
+
+TEST(MessageXmlHostile, WrongEncodingsAreRefused) {
+    EXPECT_FALSE(Read("<?xml version=\"1.0\" encoding=\"UTF-8\"?><m><template>\xE9</template></m>"));
+    EXPECT_FALSE(Read("<?xml version=\"1.0\" encoding=\"UTF-16\"?><m/>"));
+    EXPECT_FALSE(Read(ToUtf16("<?xml version=\"1.0\" encoding=\"UTF-8\"?><m/>", false, true)));
+    EXPECT_FALSE(Read("<?xml version=\"1.0\" encoding=\"EBCDIC-CP-US\"?><m/>"));
+    EXPECT_FALSE(Read("<m><template>\xF4\x90\x80\x80</template></m>"));
+}
+
+// The peak of this process's memory since `ForgetPeak`, in bytes.
+std::size_t Peak() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) * 1024;
+    }
+    return 0;
+}
+
+void ForgetPeak() {
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+TEST(MessageXmlHostile, MemoryStaysInProportionToTheDocument) {
+    const std::string pieces[] = {"<parameter/>",
+                                  "<parameter>12345678901234567890</parameter>",
+                                  "<lower_level_message/>",
+                                  "<text language_id='9'>x</text>",
+                                  "<x/>",
+                                  "<!-- x -->",
+                                  "text",
+                                  "&amp;"};
+    for (const std::string& piece : pieces) {
+        for (const bool nested : {false, true}) {
+            std::string document = nested ? "<m><lower_level_message>" : "<m>";
+            document += Repeated(piece, static_cast<int>((4u << 20) / piece.size()));
+            document += nested ? "</lower_level_message></m>" : "</m>";
+            ForgetPeak();
+            const std::size_t before = Peak();
+            Message message;
+            ASSERT_TRUE(Read(document, message));
+            EXPECT_LT(Peak() - before, 5 * document.size()) << piece << nested;
+        }
+    }
+}
+
+}  // namespace

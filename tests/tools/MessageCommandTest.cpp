@@ -1,0 +1,153 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/MessageTrees.h"
+#include "tests/support/XmlDocuments.h"
+
+namespace {
+
+using test::ChildResult;
+using ZBase::Message;
+
+ChildResult ShowMessage(std::vector<std::string> arguments, const std::string& input = {}) {
+    arguments.insert(arguments.begin(), {ZBASE_COMMAND, "message"});
+    return test::RunChild(arguments, {"LC_ALL=C.UTF-8"}, input);
+}
+
+constexpr char kDocument[] =
+    "<message><domain>Server</domain><id>110</id><template>Cannot load "
+    "%1.</template><parameter>names\n.txt</parameter>"
+    "<text language_id=\"407\">Geht nicht.</text>"
+    "<lower_level_message><domain>Windows Standard C Library</domain><id>2</id></lower_level_message>"
+    "<same_level_message><parameter>&#x9B;31m</parameter></same_level_message></message>";
+
+TEST(MessageCommand, ShowsOneMessageALine) {
+    const ChildResult child = ShowMessage({}, kDocument);
+    EXPECT_EQ(child.errors, "");
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_EQ(
+        child.output,
+        "Server 110  Cannot load names\\n.txt. (Server message 110)\n"
+        "  Windows Standard C Library 2  No such file or directory (Windows Standard C Library error 2)\n"
+        "Unknown 0  Unknown error.[\\x9B31m] (Unknown message 0)\n");
+}
+
+TEST(MessageCommand, ShowsParametersTextsAndALanguageOnRequest) {
+    EXPECT_EQ(
+        ShowMessage({"--parameters", "--texts", "--language", "0x407", "-"}, kDocument).output,
+        "Server 110  Geht nicht.\n    %1 names\\n.txt\n    0407 Geht nicht.\n"
+        "  Windows Standard C Library 2  No such file or directory (Windows Standard C Library error 2)\n"
+        "Unknown 0  Unknown error.[\\x9B31m] (Unknown message 0)\n    %1 \\x9B31m\n");
+    EXPECT_EQ(ShowMessage({"-l", "1031"}, kDocument).output.substr(0, 23), "Server 110  Geht nicht.");
+}
+
+TEST(MessageCommand, WritesJson) {
+    const ChildResult child = ShowMessage({"--json"}, kDocument);
+    EXPECT_EQ(
+        child.output,
+        "[\n"
+        "{\"number\":0,\"relation\":\"root\",\"parent\":null,\"level\":0,\"domain\":300,\"domain_name\":"
+        "\"Server\","
+        "\"id\":110,\"message\":\"Cannot load names\\n.txt. (Server message 110)\",\"template\":\"Cannot "
+        "load %1.\","
+        "\"parameters\":[\"names\\n.txt\"],\"texts\":{\"407\":\"Geht nicht.\"}},\n"
+        "{\"number\":1,\"relation\":\"lower_level\",\"parent\":0,\"level\":1,\"domain\":10,\"domain_name\":"
+        "\"Windows Standard C Library\",\"id\":2,\"message\":\"No such file or directory (Windows Standard C "
+        "Library error 2)\",\"template\":null,\"parameters\":[],\"texts\":{}},\n"
+        "{\"number\":2,\"relation\":\"same_level\",\"parent\":0,\"level\":0,\"domain\":0,\"domain_name\":"
+        "\"Unknown\","
+        "\"id\":0,\"message\":\"Unknown error.[\xC2\x9B"
+        "31m] (Unknown message 0)\",\"template\":null,"
+        "\"parameters\":[\"\xC2\x9B"
+        "31m\"],\"texts\":{}}\n]\n");
+}
+
+TEST(MessageCommand, ReadsAFile) {
+    char name[] = "/tmp/zbase-test-XXXXXX";
+    close(mkstemp(name));
+    std::ofstream(name) << "<m><id>7</id></m>";
+    EXPECT_EQ(ShowMessage({name}).output, "Unknown 7  Unknown error. (Unknown message 7)\n");
+    unlink(name);
+}
+
+void ExpectComplaint(const ChildResult& child, int exitCode, const std::string& what) {
+    EXPECT_EQ(child.exitCode, exitCode);
+    EXPECT_EQ(child.output, "");
+    EXPECT_EQ(child.errors, "zbase: " + what + "\n");
+}
+
+TEST(MessageCommand, ComplainsInOneLine) {
+    ExpectComplaint(ShowMessage({}, "<m>\n</n>"), 1, "-: Line 2, column 3: mismatched tag.");
+    ExpectComplaint(ShowMessage({}, "<!DOCTYPE m [<!ENTITY a 'b'>]><m/>"), 1,
+                    "-: Line 1, column 25: entity \"a\" declared.");
+    ExpectComplaint(ShowMessage({}, "<m><text language_id=\"en\"/></m>"), 1,
+                    "-: ZBase::HexToUnsignedInt: failed to parse 'en'.");
+    ExpectComplaint(ShowMessage({"/no/such/file"}), 1, "/no/such/file: No such file or directory");
+    EXPECT_EQ(ShowMessage({"--xml", "--json"}, "<m/>").exitCode, 2);
+    EXPECT_EQ(ShowMessage({"--language", "German"}, "<m/>").exitCode, 2);
+    EXPECT_EQ(ShowMessage({"--language", "65536"}, "<m/>").exitCode, 2);
+}
+
+TEST(MessageCommand, EndlessInputEndsAtTheBound) {
+    const ChildResult child = test::RunChild(
+        {"/bin/bash", "-c", "(echo '<m>'; yes '<parameter>p</parameter>') | " ZBASE_COMMAND " message"});
+    EXPECT_EQ(child.exitCode, 1);
+    EXPECT_NE(child.errors.find("more than 67108864 bytes"), std::string::npos) << child.errors;
+}
+
+TEST(MessageCommand, RandomTreesComeBackEqualFromASecondProcess) {
+    for (unsigned int seed = 1000; seed < 1040; ++seed) {
+        Message message;
+        test::FillAtRandom(message, seed);
+        const ChildResult child = ShowMessage({"--xml"}, test::ToXML(message));
+        ASSERT_EQ(child.errors, "") << seed;
+        Message back;
+        test::FromXML(child.output, back);
+        ASSERT_EQ(test::DescribeTree(back), test::DescribeTree(message)) << seed;
+    }
+}
+
+TEST(MessageCommand, IndependentReaderFindsTheSame) {
+    for (unsigned int seed = 2000; seed < 2020; ++seed) {
+        Message message;
+        test::FillAtRandom(message, seed);
+        const std::string document = test::ToXML(message);
+        const ChildResult lint =
+            test::RunChild({"/usr/bin/xmllint", "--nonet", "--huge", "--format", "-"}, {}, document);
+        ASSERT_EQ(lint.exitCode, 0) << lint.errors;
+        Message back;
+        test::FromXML(lint.output, back);
+        ASSERT_EQ(test::DescribeTree(back), test::DescribeTree(message)) << seed;
+    }
+}
+
+TEST(MessageCommand, DeepTreesAreShownInEveryForm) {
+    std::string document;
+    for (int level = 0; level < 10000; ++level)
+        document += level == 0 ? "<m>" : "<lower_level_message><id>1</id>";
+    for (int level = 9999; level >= 0; --level) document += level == 0 ? "</m>" : "</lower_level_message>";
+    EXPECT_EQ(std::count(document.begin(), document.end(), '/'), 19999);
+    for (const char* form : {"--texts", "--xml", "--json"}) {
+        const ChildResult child = ShowMessage({form}, document);
+        EXPECT_EQ(child.exitCode, 0) << child.errors;
+        EXPECT_LT(child.output.size(), 10u << 20);
+    }
+}
+
+TEST(RoadCommand, EndsWithTheRecordInASecondProcess) {
+    const ChildResult child = test::RunChild({ZBASE_COMMAND, "road", ZBASE_SOURCE_DIR "/CMakeLists.txt"});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_NE(child.output.find("<domain>Windows Standard C Library</domain>"), std::string::npos);
+    EXPECT_TRUE(child.output.ends_with("  It came back the same.\n")) << child.output;
+}
+
+}  // namespace

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <Base/ZBase.h>
+
+/// Sends a record to a second process as XML, takes back what that process makes of it, and shows both.
+/// Throws `Failure` when anything was lost.
+void CrossProcesses(const ZBase::Message& record);

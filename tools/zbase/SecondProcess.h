@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct SecondProcess {
+    int id;
+    std::string output;
+};
+
+/// Runs this program again in a process of its own, with these arguments, `input` on its standard input, and
+/// gives what it printed. Throws `Failure` when it can't be run or ends with anything but 0.
+SecondProcess RunSecondProcess(const std::vector<std::string>& arguments, const std::string& input);
