@@ -29,8 +29,8 @@ public:
 };
 
 struct ReaderBounds {
-    std::size_t depth = 10'000;                // elements around another; a list of n errors is n levels deep
-    std::uint64_t size = 64u * 1024u * 1024u;  // bytes of the document
+    std::size_t depth = 10'000;  // elements around another; a list of n errors is n levels deep
+    std::uint64_t size = std::uint64_t{64} << 20;  // bytes of the document
 };
 
 /// A reader of UTF-8, UTF-16, ISO-8859-1 and US-ASCII, as the document declares.

@@ -7,8 +7,8 @@
 #include <string>
 
 // A record of nested messages as XML: written, read back, and, on the same bytes, the parser alone with
-// handlers that do next to nothing. The argument is the number of messages; the time of an item is that of one
-// message, which shows whether it grows with their number.
+// handlers that do next to nothing. The argument is the number of messages; the time of an item is that of
+// one message, which shows whether it grows with their number.
 
 namespace {
 
@@ -21,7 +21,9 @@ enum EShape { Wrapped, Followed };
 
 void AddFields(Message& message, int number) {
     message << "/srv/objects/intelligent-cubes/00004711.dat" << number;
-    message.SetLocalizedText(1031, "Die Datei konnte nicht ge\xC3\xB6" "ffnet werden.");
+    message.SetLocalizedText(1031,
+                             "Die Datei konnte nicht ge\xC3\xB6"
+                             "ffnet werden.");
 }
 
 Message MakeRecord(EShape shape, int count) {
@@ -83,8 +85,8 @@ void ParserAlone(benchmark::State& state, EShape shape) {
             parser, [](void* count, const char*, int) { ++*static_cast<std::size_t*>(count); });
         for (std::size_t at = 0; at < document.size(); at += kPiece) {
             const std::size_t size = std::min(kPiece, document.size() - at);
-            if (XML_Parse(parser, document.data() + at, static_cast<int>(size), at + size == document.size()) !=
-                XML_STATUS_OK)
+            if (XML_Parse(parser, document.data() + at, static_cast<int>(size),
+                          at + size == document.size()) != XML_STATUS_OK)
                 throw std::runtime_error("not well-formed");
         }
         XML_ParserFree(parser);

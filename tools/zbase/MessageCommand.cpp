@@ -83,7 +83,7 @@ std::string TextOf(const Message& message, unsigned short language) {
 
 void PrintMessage(const Visit& visit, const MessageRequest& request) {
     const Message& message = visit.message;
-    const std::string indent(2u * std::min(visit.level, kDeepestIndentation), ' ');
+    const std::string indent(std::size_t{2} * std::min(visit.level, kDeepestIndentation), ' ');
     Print(indent + Styled(ZBase::ToString(message.GetDomain()), "36") + " " +
           Styled(std::to_string(message.GetID()), "1") + "  " +
           OneLine(TextOf(message, request.language).c_str()) + "\n");
