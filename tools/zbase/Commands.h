@@ -26,3 +26,9 @@ int RunRoad(const std::string& file);
 int RunError(const std::string& code);
 int RunText(const TextRequest& request);
 int RunMessage(const MessageRequest& request);
+
+// An empty text asks for a new identifier.
+int RunGuid(const std::string& text);
+int RunSid(const std::string& text);
+
+int RunHost();

@@ -41,6 +41,14 @@ void Print(std::string_view text) {
     }
 }
 
+void PrintRow(std::string name, std::string_view value) {
+    constexpr std::size_t width = 12;
+    name.resize(width, ' ');
+    Print(name);
+    Print(value);
+    Print("\n");
+}
+
 void FinishOutput() {
     if (std::fflush(stdout) != 0) throw FileFailure("standard output", errno);
 }

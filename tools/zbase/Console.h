@@ -18,6 +18,9 @@ Failure FileFailure(const std::string& file, int errorNumber);
 /// Writes to the standard output. Throws `Failure` when nobody takes it any more.
 void Print(std::string_view text);
 
+/// Prints a line of a name and a value, the values one under the other.
+void PrintRow(std::string name, std::string_view value);
+
 /// Throws `Failure` when something that was printed could not be written.
 void FinishOutput();
 

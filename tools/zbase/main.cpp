@@ -51,6 +51,17 @@ int Run(int argc, char** argv) {
     text->add_option("-o,--output", request.output, "Write there, not to the standard output");
     text->add_flag("--replace", request.replace, "Replace what can't be converted instead of stopping");
 
+    std::string guidText;
+    CLI::App* guid = app.add_subcommand("guid", "Make a new identifier, or show one in all its forms");
+    guid->add_option("TEXT", guidText, "An identifier in any text form");
+
+    std::string sidText;
+    CLI::App* sid =
+        app.add_subcommand("sid", "Make a new security identifier, or show one in both its forms");
+    sid->add_option("TEXT", sidText, "Its text, or its bytes in hexadecimal");
+
+    CLI::App* host = app.add_subcommand("host", "Tell what the library says of this host and process");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -66,6 +77,9 @@ int Run(int argc, char** argv) {
     if (*message) status = RunMessage(shown);
     if (*error) status = RunError(code);
     if (*text) status = RunText(request);
+    if (*guid) status = RunGuid(guidText);
+    if (*sid) status = RunSid(sidText);
+    if (*host) status = RunHost();
     FinishOutput();
     return status;
 }

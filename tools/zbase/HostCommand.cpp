@@ -1,0 +1,34 @@
+#include "Commands.h"
+#include "Console.h"
+
+namespace {
+
+std::string Login() {
+    try {
+        return Narrow(ZBase::GetCurrentLogin().c_str());
+    } catch (const ZBase::Message& failure) {
+        return "not told: " + Narrow(failure.GetMessage());
+    }
+}
+
+}  // namespace
+
+int RunHost() {
+    const unsigned int process = ZBase::GetCurrentProcessID();
+    std::size_t pageSize = 0;
+    ZBase::GetSymPageSize(&pageSize);
+    PrintRow("computer", Narrow(ZBase::GetComputerName().c_str()));
+    PrintRow("full name", Narrow(ZBase::GetComputerFullName().c_str()));
+    PrintRow("machine", "0x" + Hex(static_cast<unsigned int>(ZBase::GetUniqueMachineID()), 8));
+    PrintRow("processors", std::to_string(ZBase::GetNumberOfSystemProcessors()));
+    PrintRow("page size", ZBase::GetHumanReadableSize(pageSize));
+    PrintRow("login", Login());
+    PrintRow("locale", ZBase::GetProcessLocale());
+    PrintRow("process", std::to_string(process));
+    PrintRow("program", Narrow(ZBase::GetProcessName(process).c_str()));
+    PrintRow("command", Narrow(ZBase::GetCurrentProcessName().c_str()));
+    PrintRow("private", ZBase::GetHumanReadableSize(ZBase::GetPrivateBytes()));
+    const auto* inLibrary = reinterpret_cast<const void*>(&ZBase::GetPrivateBytes);
+    PrintRow("library", Narrow(ZBase::GetModuleFileNameByAddressWithinModule(inLibrary).c_str()));
+    return 0;
+}

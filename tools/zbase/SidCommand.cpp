@@ -1,0 +1,65 @@
+#include "Commands.h"
+#include "Console.h"
+
+#include <cctype>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using Octets = std::vector<unsigned char>;
+
+// A new identifier of the kind that computers and domains have: a fixed beginning and three random numbers.
+std::string NewSid() {
+    std::string text = "S-1-5-21";
+    for (int i = 0; i != 3; ++i) text += '-' + std::to_string(ZBase::GUID().Data1);
+    return text;
+}
+
+std::string TextOf(const Octets& sid) {
+    return Narrow(ZBase::SidBinaryToWString(sid.data(), sid.size()).c_str());
+}
+
+bool IsHexadecimal(const std::string& text) {
+    for (const char c : text) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return false;
+    }
+    return text.size() % 2 == 0;
+}
+
+Octets FromDigits(const std::string& digits) {
+    Octets sid;
+    for (std::size_t i = 0; i != digits.size(); i += 2) {
+        sid.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    if (sid.size() < 8 || sid.size() != 8u + 4u * sid[1]) {
+        throw Failure("\"" + digits + "\" is not as long as a record with its count of sub-authorities");
+    }
+    return sid;
+}
+
+// The library reads almost anything; here a text must also come back.
+Octets FromText(const std::string& text) {
+    unsigned char* octets = nullptr;
+    std::uint64_t size = 0;
+    ZBase::SidWStringToBinary(ZBase::UTF8ToWideChar(text.c_str(), true).c_str(), octets, size);
+    const std::unique_ptr<unsigned char[]> owner(octets);
+    const Octets sid(octets, octets + size);
+    const std::string back = TextOf(sid);
+    if (back != text) {
+        throw Failure("\"" + text + "\" is no security identifier; it is read as " +
+                      (back.empty() ? "one without sub-authorities" : back.substr(0, 60)));
+    }
+    return sid;
+}
+
+}  // namespace
+
+int RunSid(const std::string& text) {
+    const std::string wanted = text.empty() ? NewSid() : text;
+    const Octets sid = IsHexadecimal(wanted) ? FromDigits(wanted) : FromText(wanted);
+    PrintRow("text", TextOf(sid));
+    PrintRow("bytes", Narrow(ZBase::Binary2String(sid.data(), static_cast<int>(sid.size())).c_str()));
+    return 0;
+}
