@@ -1,0 +1,33 @@
+// A component of a server: a library with an optional initialiser, whose object lives until the library goes.
+
+#include <Base/ZBase.h>
+
+#include <cstdio>
+
+namespace {
+
+/// What the component keeps for as long as it is used.
+class Counter : public ZSynch::ReferenceCountedImpl<unsigned int> {
+public:
+    Counter() { std::puts("component: ready"); }
+    ~Counter() override { std::printf("component: %u greetings, done\n", mGreetings); }
+
+    void Add() { ++mGreetings; }
+
+private:
+    unsigned int mGreetings = 0;
+};
+
+Counter* gpCounter = nullptr;  // the host holds it
+
+}  // namespace
+
+extern "C" ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
+    if (gpCounter == nullptr) gpCounter = new Counter;
+    return gpCounter;
+}
+
+extern "C" ZBASE_API void Greet(const char* name, char* greeting, unsigned int capacity) {
+    gpCounter->Add();
+    std::snprintf(greeting, capacity, "Good morning, %s.", name);
+}
