@@ -24,7 +24,7 @@ void SetEnvironmentVariable(const unsigned short* name, const unsigned short* va
 
 std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue) {
     try {
-        const char* value = os::GetNarrowEnvironment(name);
+        const char* value = name == nullptr ? nullptr : os::GetNarrowEnvironment(name);
         return value == nullptr ? defaultValue : std::stoll(value);
     } catch (...) {
         return defaultValue;

@@ -19,8 +19,8 @@ ZBASE_API ReturnWString ReadEnvironmentVariable(const unsigned short* name);
 /// Sets a variable; an empty or null value removes it. A null name does nothing, a failure is not told.
 ZBASE_API void SetEnvironmentVariable(const unsigned short* name, const unsigned short* value);
 
-/// The decimal number that the value begins with, or `defaultValue` if the variable is not set, begins with
-/// no number or goes beyond 64 bits. Never throws.
+/// The decimal number that the value begins with, or `defaultValue` if `name` is null, or the variable is not
+/// set, begins with no number or goes beyond 64 bits. Never throws.
 ZBASE_API std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue);
 
 }  // namespace ZBase

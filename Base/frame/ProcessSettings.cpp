@@ -18,7 +18,7 @@ const char* GetProcessLocale() {
 
 bool GetSymPageSize(std::size_t* pageSize) {
     static const std::size_t size = os::PageSize();
-    *pageSize = size;
+    if (pageSize != nullptr) *pageSize = size;
     return true;
 }
 

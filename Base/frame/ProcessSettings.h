@@ -17,7 +17,7 @@ ZBASE_API void SetContainerPath(const char* path);
 /// the life of the library.
 ZBASE_API const char* GetProcessLocale();
 
-/// Stores the system's page size in bytes. Always true.
+/// Stores the system's page size in bytes, unless `pageSize` is null. Always true.
 ZBASE_API bool GetSymPageSize(std::size_t* pageSize);
 
 }  // namespace ZBase

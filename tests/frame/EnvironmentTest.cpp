@@ -88,6 +88,11 @@ TEST_F(EnvironmentFunctions, LongValuesPass) {
     EXPECT_EQ(WideString(ZBase::ReadEnvironmentVariable("ZBASE_TEST"_w).c_str()), value);
 }
 
+TEST(NumericEnvironmentVariableOfNoName, IsTheDefault) {
+    EXPECT_EQ(ZBase::GetNumericEnvironmentVariable(nullptr, -777), -777);
+    EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("", -777), -777);
+}
+
 struct NumericCase {
     const char* value;  // null: not set
     std::int64_t expected;

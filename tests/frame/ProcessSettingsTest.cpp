@@ -38,6 +38,10 @@ TEST(PageSize, IsTheSystemsOwn) {
     EXPECT_EQ(size, static_cast<std::size_t>(getpagesize()));
 }
 
+TEST(PageSize, IsToldToNobodyAsWell) {
+    EXPECT_TRUE(ZBase::GetSymPageSize(nullptr));
+}
+
 TEST(Identifiers, AreTheSystemsOwn) {
     EXPECT_EQ(ZBase::GetCurrentProcessID(), static_cast<unsigned int>(getpid()));
     EXPECT_EQ(ZBase::GetCurrentThreadID(), static_cast<unsigned long>(gettid()));
