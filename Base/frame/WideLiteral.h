@@ -38,6 +38,10 @@ struct WideLiteralUnits {
                     if ((next & 0xC0) != 0x80) throw "not UTF-8";
                     value = value << 6 | (next & 0x3F);
                 }
+                constexpr unsigned int smallest[] = {0, 0x80, 0x800, 0x10000};
+                if (value < smallest[more] || value > 0x10FFFF || (value & 0xFFFFF800) == 0xD800) {
+                    throw "not UTF-8";
+                }
                 if (value >= 0x10000) {
                     units[used++] = static_cast<unsigned short>(0xD800 | (value - 0x10000) >> 10);
                     units[used++] = static_cast<unsigned short>(0xDC00 | (value & 0x3FF));

@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/Allocations.h"
@@ -111,6 +112,25 @@ TEST(WideLiteral, KeepsZerosInsideItAndEndsWithOne) {
     EXPECT_EQ(text[1], 0);
     EXPECT_EQ(text[2], 'b');
     EXPECT_EQ(text[3], 0);
+}
+
+template <ZBase::detail::LiteralText Text>
+concept Compiles = requires { typename std::bool_constant<(ZBase::detail::WideLiteralUnits<Text>(), true)>; };
+
+TEST(WideLiteral, MalformedUtf8DoesNotCompile) {
+    EXPECT_TRUE(Compiles<"\xC2\x80|\xE0\xA0\x80|\xF0\x90\x80\x80">);      // the least of each length
+    EXPECT_TRUE(Compiles<"\xED\x9F\xBF|\xEE\x80\x80|\xF4\x8F\xBF\xBF">);  // beside what is refused
+    EXPECT_FALSE(Compiles<"\x80">);
+    EXPECT_FALSE(Compiles<"\xC3">);
+    EXPECT_FALSE(Compiles<"\xC3|">);
+    EXPECT_FALSE(Compiles<"\xC1\xBF">);
+    EXPECT_FALSE(Compiles<"\xE0\x9F\xBF">);
+    EXPECT_FALSE(Compiles<"\xF0\x8F\xBF\xBF">);
+    EXPECT_FALSE(Compiles<"\xED\xA0\x80">);
+    EXPECT_FALSE(Compiles<"\xED\xBF\xBF">);
+    EXPECT_FALSE(Compiles<"\xF4\x90\x80\x80">);
+    EXPECT_FALSE(Compiles<"\xF5\x80\x80\x80">);
+    EXPECT_FALSE(Compiles<"\xFF">);
 }
 
 TEST(PlacementNew, TakesAPieceAndDeleteGivesNothingBack) {
