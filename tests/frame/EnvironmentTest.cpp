@@ -48,8 +48,10 @@ TEST_F(EnvironmentFunctions, EmptyValueRemovesTheVariable) {
     EXPECT_EQ(std::getenv("ZBASE_TEST"), nullptr);
 }
 
-TEST_F(EnvironmentFunctions, NamesThatTheSystemRefusesAreIgnored) {
+TEST_F(EnvironmentFunctions, NameThatTheSystemRefusesLeavesOnlyItsCode) {
+    ZBase::IsSystemError(5);  // the last code is 122 then
     ZBase::SetEnvironmentVariable(""_w, "value"_w);
+    EXPECT_EQ(ZBase::GetLastError(), 87u);
     EXPECT_EQ(ZBase::GetEnvironmentVariableOrNULL(""_w).c_str(), nullptr);
 }
 

@@ -1,4 +1,5 @@
 #include <Base/platform/os/Environment.h>
+#include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/NativeText.h>
 
 #include <cstdlib>
@@ -18,7 +19,9 @@ bool PutEnvironment(const unsigned short* name, const unsigned short* value) {
     const std::size_t nameLength = text.find('=');
     const std::string variable = text.substr(0, nameLength);
     const char* content = text.c_str() + nameLength + 1;
-    return *content == 0 ? unsetenv(variable.c_str()) == 0 : setenv(variable.c_str(), content, 1) == 0;
+    const int result = *content == 0 ? unsetenv(variable.c_str()) : setenv(variable.c_str(), content, 1);
+    if (result != 0) SetLastCodeFromErrno();
+    return result == 0;
 }
 
 const char* GetNarrowEnvironment(const char* name) {
