@@ -64,6 +64,19 @@ TEST(Load, ConstructsItsObjectsInTheirPlacesAndReleasesThemInReverse) {
               "release container path\n");
 }
 
+std::string LocalesAfterLoad(const std::string& userLocale) {
+    return RunChild({ChildProgram("LocaleProbe")}, {"LC_ALL=" + userLocale}).output;
+}
+
+TEST(Load, MovesTheWholeProcessToTheLocaleOfTheUser) {
+    EXPECT_EQ(LocalesAfterLoad("C.UTF-8"), "[C.UTF-8] [C.UTF-8]\n");
+    EXPECT_EQ(LocalesAfterLoad("C"), "[C] [C]\n");
+}
+
+TEST(Load, GoesOnInALocaleThatTheSystemRefuses) {
+    EXPECT_EQ(LocalesAfterLoad("no_SUCH.locale"), "[] [C]\n");
+}
+
 struct SettingCase {
     const char* name;
     std::vector<std::string> environment;
