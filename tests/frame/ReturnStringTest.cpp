@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <type_traits>
@@ -127,6 +128,18 @@ TYPED_TEST(ResultString, TransferredFromFreesNothing) {
         EXPECT_EQ(test::LiveBlocks(), before + 1);
     }
     EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TYPED_TEST(ResultString, BlockIsAnEmptyTextWhenItIsFreed) {
+    const auto text = this->Terminated("abc");
+    TypeParam* string = new TypeParam(text.data());
+    const test::FreedBlock block(string->c_str(), 2 * sizeof(CharacterOf<TypeParam>));
+    delete string;
+    ASSERT_TRUE(block.IsFreed());
+    CharacterOf<TypeParam> units[2];
+    std::memcpy(units, block.Octets(), sizeof units);
+    EXPECT_EQ(units[0], 0);
+    EXPECT_EQ(units[1], 'b');
 }
 
 TYPED_TEST(ResultString, SwapWithNullHandsTheBlockOut) {

@@ -1,7 +1,9 @@
 #include "tests/support/Allocations.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
@@ -12,6 +14,14 @@ std::atomic<std::size_t> gLiveBlocks{0};
 thread_local std::size_t tCount = 0;
 thread_local std::size_t tFailAt = kNone;
 thread_local bool tFailed = false;
+
+struct Watch {
+    const void* block = nullptr;
+    std::size_t octets = 0;
+    bool freed = false;
+    unsigned char content[8] = {};
+};
+thread_local Watch tWatch;
 
 void* Allocate(std::size_t size) {
     if (tCount++ == tFailAt) {
@@ -25,6 +35,10 @@ void* Allocate(std::size_t size) {
 
 void Free(void* block) {
     if (block == nullptr) return;
+    if (block == tWatch.block && !tWatch.freed) {
+        std::memcpy(tWatch.content, block, tWatch.octets);
+        tWatch.freed = true;
+    }
     gLiveBlocks.fetch_sub(1, std::memory_order_relaxed);
     std::free(block);
 }
@@ -79,6 +93,22 @@ std::size_t LiveBlocks() {
 
 std::size_t AllocationCount() {
     return tCount;
+}
+
+FreedBlock::FreedBlock(const void* block, std::size_t octets) {
+    tWatch = {block, std::min(octets, sizeof tWatch.content), false, {}};
+}
+
+FreedBlock::~FreedBlock() {
+    tWatch = {};
+}
+
+bool FreedBlock::IsFreed() const {
+    return tWatch.freed;
+}
+
+const unsigned char* FreedBlock::Octets() const {
+    return tWatch.content;
 }
 
 FailingAllocation::FailingAllocation(std::size_t index) {

@@ -10,6 +10,19 @@ std::size_t LiveBlocks();
 /// Calls of `operator new` on this thread so far.
 std::size_t AllocationCount();
 
+/// Remembers how a block begins at the moment when it is freed on this thread.
+class FreedBlock {
+public:
+    /// Watches the first `octets` of a live block, at most 8.
+    FreedBlock(const void* block, std::size_t octets);
+    ~FreedBlock();
+    FreedBlock(const FreedBlock&) = delete;
+    FreedBlock& operator=(const FreedBlock&) = delete;
+
+    bool IsFreed() const;
+    const unsigned char* Octets() const;
+};
+
 /// While it lives, one allocation of this thread fails: number `index` from now on, counted from 0.
 class FailingAllocation {
 public:
