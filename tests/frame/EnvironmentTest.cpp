@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <limits>
+#include <new>
+
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -82,6 +85,27 @@ TEST_F(EnvironmentFunctions, BadOctetsAreReplacedOnTheWayOut) {
            1);
     EXPECT_EQ(WideString(ZBase::ReadEnvironmentVariable("ZBASE_TEST"_w).c_str()),
               WideString("a\uFFFDb\uFFFD\uFFFD\uFFFD\uFFFD"_w));
+}
+
+TEST_F(EnvironmentFunctions, WantOfMemoryIsThrownAndNothingLeaks) {
+    const WideString value(1000, 'x');
+    const std::size_t before = test::LiveBlocks();
+    const std::size_t failures = test::ForEachFailingAllocation([&value] {
+        try {
+            ZBase::SetEnvironmentVariable("ZBASE_TEST"_w, value.c_str());
+            EXPECT_EQ(ZBase::ReadEnvironmentVariable("ZBASE_TEST"_w).GetLength(), 1000u);
+        } catch (const std::bad_alloc&) {
+        }
+    });
+    EXPECT_GE(failures, 4u);
+    EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TEST_F(EnvironmentFunctions, NumberIsTheDefaultWhereEvenTheFailureFindsNoMemory) {
+    setenv("ZBASE_TEST", "abc", 1);
+    const std::size_t failures = test::ForEachFailingAllocation(
+        [] { EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("ZBASE_TEST", 5), 5); });
+    EXPECT_GE(failures, 1u);
 }
 
 TEST_F(EnvironmentFunctions, LongValuesPass) {
