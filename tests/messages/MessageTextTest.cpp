@@ -13,6 +13,7 @@
 
 #include "tests/messages/RecordingLocalizer.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/MessageBytes.h"
 #include "tests/support/WideText.h"
 
 namespace {
@@ -266,6 +267,27 @@ TEST(GetMessage, KeptTextGoesAlongWithACopy) {
 TEST(GetMessage, LongTextHasRoom) {
     Message message(300, 42, std::string(100000, 'x').c_str());
     EXPECT_EQ(test::Wide(message.GetMessage()).size(), 100000 + std::strlen(" (Server message 42)"));
+}
+
+// A nested message has no room: its text lies in a block that its parent knows nothing of.
+TEST(GetMessage, OfANestedMessageIsKeptInABlockThatCopiesShareAndNobodyFrees) {
+    const std::size_t before = test::LiveBlocks();
+    void* block = nullptr;
+    {
+        Message message(300, 1, "inner");
+        message.WrapBy(300, 2, "outer");
+        const Message* nested = message.GetLowerLevelMessageOrNULL();
+        ASSERT_NE(nested, nullptr);
+        const unsigned short* text = nested->GetMessage();
+        EXPECT_EQ(test::Wide(text), u"inner (Server message 1)");
+        EXPECT_EQ(nested->GetMessage(), text);
+        block = const_cast<unsigned char*>(test::BlockView(nested).next);
+        ASSERT_NE(block, nullptr);
+        const Message copy = message;
+        EXPECT_EQ(copy.GetLowerLevelMessageOrNULL()->GetMessage(), text);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before + 1);
+    ::operator delete(block);
 }
 
 TEST(GetMessage, WantOfMemoryLeavesTheMessageWellFormed) {
