@@ -8,7 +8,8 @@
 namespace ZBase {
 
 // The environment of the process. Names and values are wide text and pass the system as UTF-8, bad units
-// replaced. As the C library's own, these must not run beside a writer of the environment.
+// replaced. As the C library's own, these must not run beside a writer of the environment. Those that take
+// wide text throw `std::bad_alloc`.
 
 /// The value, or a null string if the variable is not set.
 ZBASE_API ReturnWString GetEnvironmentVariableOrNULL(const unsigned short* name);

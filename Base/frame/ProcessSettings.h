@@ -8,9 +8,10 @@
 namespace ZBase {
 
 /// A copy of the path that was set; empty, never null, when none was. Must not run beside `SetContainerPath`.
+/// Throws `std::bad_alloc`.
 ZBASE_API ReturnString GetContainerPath();
 
-/// `path` must not be null; an empty one empties the path.
+/// `path` must not be null; an empty one empties the path. Throws `std::bad_alloc`.
 ZBASE_API void SetContainerPath(const char* path);
 
 /// The locale that the process moved to when the library was loaded; empty if the system refused. Good for

@@ -12,11 +12,12 @@ namespace ZBase {
 /// Four upper-case hexadecimal digits.
 ZBASE_API ReturnWString WideChar2String(unsigned short unit);
 
-/// Two upper-case hexadecimal digits for each of `length` bytes; empty for a `length` of 0 or less.
+/// Two upper-case hexadecimal digits for each of `length` bytes; empty for a `length` of 0 or less and for
+/// null.
 ZBASE_API ReturnWString Binary2String(const void* data, int length);
 
 /// Bytes 0x20 to 0x7E as they are, each other byte as a backslash and three octal digits. A backslash is not
-/// doubled, so the form can't be read back without doubt. Empty for a `length` of 0 or less.
+/// doubled, so the form can't be read back without doubt. Empty for a `length` of 0 or less and for null.
 ZBASE_API ReturnWString Binary2OctString(const void* data, int length);
 
 /// Two upper-case hexadecimal digits.

@@ -64,6 +64,7 @@ ZBASE_API int CompareGUID(const _GUID& left, const _GUID& right);
 // the form of RFC 4122. The library's own form is "0011223366774455BBAA9988FFEEDDCC": the 16 bytes as four
 // little-endian numbers, so only the first eight digits agree. Digits are written in upper case and read in
 // either. A parser gives false for any other text and for null, and leaves `guid` zero then; it never throws.
+// The others throw `std::bad_alloc`.
 
 /// Reads the library form, or the Microsoft form without braces, told apart by the length.
 ZBASE_API bool String2Guid(_GUID& guid, const unsigned short* text);

@@ -43,7 +43,8 @@ ZBASE_API unsigned int HexToUnsignedInt(const char* text, bool lenient);
 /// white space included.
 ZBASE_API double LocaleNeutralStringToDouble(const unsigned short* text);
 
-/// A count of bytes with two decimals and its unit of 1024: "1.50KB".
+/// A count of bytes with two decimals and its unit of 1024, such as "1.50KB", in the global locale of the
+/// streams. Throws `std::bad_alloc`.
 ZBASE_API std::string GetHumanReadableSize(std::uint64_t bytes);
 
 }  // namespace ZBase

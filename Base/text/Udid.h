@@ -21,7 +21,7 @@ ZBASE_API extern const _UDID UDID_NULL;
 /// null, and leaves `UDID_NULL` then. Never throws.
 ZBASE_API bool String2Udid(_UDID& udid, const unsigned short* text);
 
-/// 40 upper-case hexadecimal digits.
+/// 40 upper-case hexadecimal digits. Throws `std::bad_alloc`.
 ZBASE_API ReturnWString Udid2String(const _UDID& udid);
 
 }  // namespace ZBase
