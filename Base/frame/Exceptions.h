@@ -11,7 +11,7 @@ namespace ZBase {
 /// The type that the library throws: `throw ExceptionImpl<X>` is caught as `ExceptionImpl<X>`, `X` or
 /// `Message`. It adds nothing to `X`.
 template <class T>
-class ExceptionImpl : public T {
+class ZBASE_API ExceptionImpl : public T {
 public:
     using T::T;
     ExceptionImpl() = default;

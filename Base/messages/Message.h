@@ -155,12 +155,12 @@ static_assert(alignof(Message) == 1);
 /// Makes the text of one message late, for one language.
 class ZBASE_API Message::Localizer {
 public:
-    virtual ~Localizer() = default;
-
     /// The UTF-8 text for `language`, or a null string. `textTemplate` is null if the message has none;
     /// `parameters` ends with a null pointer.
     virtual ReturnString LocalizeText(unsigned short language, unsigned short domain, int id,
                                       const char* textTemplate, const char* const* parameters) = 0;
+
+    virtual ~Localizer() = default;
 };
 
 /// A message in memory that the caller supplies and keeps: its heap blocks go with the holder, the memory
