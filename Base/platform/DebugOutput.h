@@ -1,0 +1,11 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+namespace ZBase {
+
+/// Tells a debugger, or whoever listens to the system's debug output, a text and then a line end.
+ZBASE_API void OutputDebugString(const unsigned short* text);
+ZBASE_API void OutputDebugString(const char* text);
+
+}  // namespace ZBase

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace ZBase::os {
+
+/// Hands a piece of text to the system's debug output; null is nothing. Narrow text is UTF-8.
+void WriteDebugText(const unsigned short* text);
+void WriteDebugText(const char* text);
+
+}  // namespace ZBase::os
