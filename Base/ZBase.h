@@ -6,10 +6,14 @@
 #include <Base/crash/CrashConfig.h>
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/CrashReportSender.h>
+#include <Base/diagnostics/AddrToLine.h>
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/CallStackLine.h>
+#include <Base/diagnostics/CallStackLogger.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/DebugHelpTypes.h>
+#include <Base/diagnostics/ModuleInfo.h>
+#include <Base/diagnostics/RefCountCallStackTracer.h>
 #include <Base/diagnostics/StructuredException.h>
 #include <Base/diagnostics/StructuredExceptionImp.h>
 #include <Base/frame/Allocator.h>
@@ -45,6 +49,7 @@
 #include <Base/messages/MessageXml.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
 #include <Base/messages/SystemErrors.h>
+#include <Base/platform/DebugOutput.h>
 #include <Base/platform/HostInformation.h>
 #include <Base/platform/NameResolution.h>
 #include <Base/platform/ProcessInformation.h>

@@ -92,7 +92,7 @@ const Symbol* SymbolEngine::FindSymbol(std::uint64_t address) {
     if (isNew) {
         GElf_Off offset = 0;
         GElf_Sym found{};
-        Dwfl_Module* const module = dwfl_addrmodule(mpDwfl, address);
+        Dwfl_Module* const module = ModuleAt(address);
         const char* const name = module == nullptr ? nullptr
                                                    : dwfl_module_addrinfo(module, address, &offset, &found,
                                                                           nullptr, nullptr, nullptr);
@@ -110,7 +110,7 @@ const Line* SymbolEngine::FindLine(std::uint64_t address) {
     const auto [entry, isNew] = mLines.try_emplace(address);
     Line& line = entry->second;
     if (isNew) {
-        Dwfl_Module* const module = dwfl_addrmodule(mpDwfl, address);
+        Dwfl_Module* const module = ModuleAt(address);
         Dwfl_Line* const found = module == nullptr ? nullptr : dwfl_module_getsrc(module, address);
         int number = 0;
         Dwarf_Addr start = 0;
@@ -130,9 +130,17 @@ Module SymbolEngine::Describe(Dwfl_Module* module) {
     return {start, end - start, file != nullptr ? file : name};
 }
 
+Dwfl_Module* SymbolEngine::ModuleAt(std::uint64_t address) const {
+    // An address behind the last module counts as part of it there.
+    Dwfl_Module* const module = mpDwfl == nullptr ? nullptr : dwfl_addrmodule(mpDwfl, address);
+    if (module == nullptr) return nullptr;
+    const Module found = Describe(module);
+    return address - found.base < found.size ? module : nullptr;
+}
+
 bool SymbolEngine::FindModule(std::uint64_t address, Module& module) {
     Refresh();
-    Dwfl_Module* const found = mpDwfl == nullptr ? nullptr : dwfl_addrmodule(mpDwfl, address);
+    Dwfl_Module* const found = ModuleAt(address);
     if (found != nullptr) module = Describe(found);
     return found != nullptr;
 }

@@ -53,6 +53,7 @@ public:
 
 private:
     static Module Describe(Dwfl_Module* module);
+    Dwfl_Module* ModuleAt(std::uint64_t address) const;
     bool Report();
     void Refresh();
 

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace ZBase {
+
+/// The modules of the process by where they begin. The look-ups take no lock and may not run beside each
+/// other.
+class ZBASE_API ModuleInfo {
+public:
+    ModuleInfo();
+    ~ModuleInfo();
+    ModuleInfo(const ModuleInfo&) = delete;
+    ModuleInfo& operator=(const ModuleInfo&) = delete;
+
+    /// Reads the modules of the process, at most 256, once; a failure is not tried again. Any thread may call
+    /// it.
+    void Initialize();
+
+    /// Writes a line for each module, in the order of their addresses: name, base, and its negated base cut
+    /// to 32 bits, since no ends are known. Initialises if need be. True.
+    bool FprintfModuleInfo(std::FILE* file);
+
+    /// The name and base of the last module that begins below `address`; that the address lies behind its end
+    /// is not seen. Leaves the results alone if there is none, before `Initialize`, and after
+    /// `FprintfModuleInfo`.
+    void FetchModuleNameAndBaseAddress(const std::uint64_t& address, std::string& name, std::uint64_t& base);
+
+private:
+    std::map<std::uint64_t, std::string> mNames;
+    std::map<std::uint64_t, std::uint64_t> mEnds;  // filled by `FprintfModuleInfo` alone, with zeros
+    bool mIsInitialized = false;
+    std::recursive_mutex mLock;
+};
+
+}  // namespace ZBase

@@ -1,0 +1,117 @@
+// The report is written twice, to a file and to the debugger, in words that differ here and there. That is
+// meant, as is that its stacks begin one line later than those of TraceCallStack.
+
+#include <Base/diagnostics/RefCountCallStackTracer.h>
+#include <Base/diagnostics/detail/CallStackImp.h>
+#include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
+#include <Base/diagnostics/detail/ReportText.h>
+#include <Base/frame/Threads.h>
+#include <Base/platform/DebugOutput.h>
+
+#include <algorithm>
+#include <fstream>
+#include <new>
+#include <string_view>
+
+namespace ZBase {
+
+namespace {
+
+using detail::PointerText;
+using detail::ReportText;
+
+constexpr unsigned int kFirstReportedLine = 6;
+constexpr unsigned int kFirstTracedLine = 5;
+constexpr std::size_t kDebuggerUnits = 512;
+
+void Append(WideString& text, std::string_view plain) {
+    for (const char letter : plain) text += static_cast<unsigned short>(letter);
+}
+
+/// A text for the debugger, which takes at most 511 units of it.
+void TellDebugger(std::string_view before, const unsigned short* wide, std::string_view behind) {
+    WideString text;
+    Append(text, before);
+    text += wide;
+    Append(text, behind);
+    text.resize(std::min(text.size(), kDebuggerUnits - 1));
+    OutputDebugString(text.c_str());
+}
+
+constexpr unsigned short kNothing[] = {0};
+
+void Report(std::ostream& file, CallStack* stack) {
+    for (unsigned int i = kFirstReportedLine; stack != nullptr && i < stack->GetLineCount(); ++i) {
+        const unsigned short* const text = stack->GetLine(i).GetText();
+        // A line goes out at once, so that the lines of two processes stay whole.
+        file << "\t\t" + ReportText(text) + "\n" << std::flush;
+        TellDebugger("\t\t", text, "\n");
+    }
+}
+
+}  // namespace
+
+RefCountCallStackTracerImp::RefCountCallStackTracerImp(const unsigned short* label, const char* path)
+    : mPath(path == nullptr ? "" : path), mLabel(label == nullptr ? kNothing : label) {
+    std::ofstream(mPath, std::ios::app).close();
+}
+
+RefCountCallStackTracerImp::~RefCountCallStackTracerImp() {
+    try {
+        ReportLeaks();
+    } catch (const std::bad_alloc&) {
+        // What was reported so far has to do.
+    }
+}
+
+void RefCountCallStackTracerImp::RecordRefCount(void* instance, long refCount) {
+    const CallStackGuard guard(gTracerLock);
+    const auto found = mInstances.try_emplace(reinterpret_cast<std::uint64_t>(instance)).first;
+    if (refCount == 0) {
+        mInstances.erase(found);
+        return;
+    }
+    OwnedCallStack stack(CreateCallStack(nullptr));
+    found->second.push_back({std::move(stack), static_cast<std::int32_t>(refCount)});
+}
+
+void RefCountCallStackTracerImp::ReportLeaks() {
+    std::ofstream file(mPath, std::ios::app);
+    if (!file) return;
+    const std::string process = "Proc<" + std::to_string(GetCurrentProcessID()) + ">: ";
+    const std::string label = ReportText(mLabel.c_str());
+    const std::string count = std::to_string(mInstances.size());
+    file << process + "******<" + label + ">: Number of leaked objects = " + count + "\n" << std::flush;
+    TellDebugger("******<", mLabel.c_str(), ">: Number of leaked objects = " + count + ":\n");
+    for (const auto& [address, changes] : mInstances) {
+        if (changes.empty() || changes.back().refCount == 0) continue;
+        file << process + "***<" + label + ">: InstanceLeak = 0x" + PointerText(address) + ":\n";
+        TellDebugger("***<", mLabel.c_str(), ">: Instance = " + PointerText(address) + ":\n");
+        for (const Change& change : changes) {
+            const std::string heading =
+                "\t*CallStack when RefCount = " + std::to_string(change.refCount) + ":\n";
+            file << heading;
+            TellDebugger(heading, kNothing, "");
+            Report(file, change.stack.get());
+        }
+    }
+}
+
+void RefCountCallStackTracerImp::Clear() {
+    mInstances.clear();
+}
+
+RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* label, const char* path) {
+    return new (std::nothrow) RefCountCallStackTracerImp(label, path);
+}
+
+void TraceCallStack(const char* path, const unsigned short* label) {
+    std::ofstream file(path == nullptr ? "" : path, std::ios::app);
+    if (!file) return;
+    file << "**<" + ReportText(label) + ">**:\n";
+    const OwnedCallStack stack(CreateCallStack(nullptr));
+    for (unsigned int i = kFirstTracedLine; stack != nullptr && i < stack->GetLineCount(); ++i)
+        file << "\t" + ReportText(stack->GetLine(i).GetText()) + "\n" << std::flush;
+}
+
+}  // namespace ZBase

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <Base/frame/Api.h>
+
+namespace ZBase {
+
+/// Hunts leaks of reference-counted objects: keeps the stack of every change of a count until the count is 0.
+/// What is left at its end is reported with all stacks that touched it. Destroyed by `Delete`.
+class ZBASE_API RefCountCallStackTracer {
+public:
+    RefCountCallStackTracer() = default;
+    RefCountCallStackTracer(const RefCountCallStackTracer&) = default;
+    RefCountCallStackTracer& operator=(const RefCountCallStackTracer&) = default;
+
+    /// Notes that the count of an object has become `refCount`; 0 drops the object's history. Any thread may
+    /// call it. Throws `std::bad_alloc`.
+    virtual void RecordRefCount(void* instance, long refCount) = 0;
+
+    /// Appends what is not yet 0 to the report file and tells the debugger; nothing if the file can't be
+    /// opened. The six innermost lines of each stack, the tracer's own and its caller's, are left out. Like
+    /// `Clear` and `Delete` it belongs to the time when nobody records any more.
+    virtual void ReportLeaks() = 0;
+
+    /// Forgets all objects.
+    virtual void Clear() = 0;
+
+    /// Reports and destroys the tracer.
+    virtual void Delete() = 0;
+
+protected:
+    virtual ~RefCountCallStackTracer() = default;
+};
+
+/// A tracer whose lines carry `label`, and which reports into the file at `path`; the file is there from now
+/// on. Null if it can't be allocated.
+ZBASE_API RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* label,
+                                                                 const char* path);
+
+/// Appends the present stack, without its five innermost lines, to a file under a label. Nothing if the file
+/// can't be opened.
+ZBASE_API void TraceCallStack(const char* path, const unsigned short* label);
+
+}  // namespace ZBase

@@ -1,0 +1,33 @@
+#include <Base/diagnostics/detail/ReportText.h>
+#include <Base/frame/WideString.h>
+#include <Base/text/UnicodeConversions.h>
+
+#include <cstdio>
+
+namespace ZBase::detail {
+
+std::string PointerText(std::uint64_t address) {
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(address));
+    return text;
+}
+
+std::string PointerText(const void* address) {
+    return PointerText(reinterpret_cast<std::uint64_t>(address));
+}
+
+std::string ReportText(const unsigned short* text) {
+    constexpr unsigned short kReplacement = 0xFFFD;
+    const auto isSurrogate = [](unsigned int unit, unsigned int first) { return unit - first < 0x400; };
+    WideString good;  // without surrogates that are no pair, which no conversion lets pass
+    for (; text != nullptr && *text != 0; ++text) {
+        if (isSurrogate(*text, 0xD800) && isSurrogate(text[1], 0xDC00)) {
+            good.append(text++, 2);
+        } else {
+            good += isSurrogate(*text, 0xD800) || isSurrogate(*text, 0xDC00) ? kReplacement : *text;
+        }
+    }
+    return WideCharToUTF8(good.c_str(), true).c_str();
+}
+
+}  // namespace ZBase::detail

@@ -1,0 +1,189 @@
+#include <Base/diagnostics/AddrToLine.h>
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFile.h"
+
+namespace {
+
+using ZBase::AddrToLine;
+using ZBase::gDbgHelpBuilder;
+using ZBase::ModuleInfo;
+
+struct Fetched {
+    std::string module = "m";
+    std::string symbol = "s";
+    std::string file = "f";
+    std::string line = "l";
+};
+
+Fetched Fetch(std::uint64_t address) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    AddrToLine resolver;
+    resolver.Initialize();
+    Fetched fetched;
+    resolver.Fetch(address, fetched.module, fetched.symbol, fetched.file, fetched.line);
+    return fetched;
+}
+
+std::string Hexadecimal(std::uint64_t value) {
+    std::ostringstream text;
+    text << "0x" << std::hex << value;
+    return text.str();
+}
+
+TEST(AddrToLine, AddressOutsideAnyModuleEmptiesTheModuleAlone) {
+    for (const std::uint64_t address : {std::uint64_t{0}, std::uint64_t{16}, ~std::uint64_t{0}}) {
+        const Fetched fetched = Fetch(address);
+        EXPECT_EQ(fetched.module, "");
+        EXPECT_EQ(fetched.symbol, "s");
+        EXPECT_EQ(fetched.file, "f");
+        EXPECT_EQ(fetched.line, "l");
+    }
+}
+
+// An independent reader of the same debug information looks the same addresses up in this process.
+TEST(AddrToLine, AgreesWithEuAddr2line) {
+    std::uint64_t stack[40] = {};
+    gDbgHelpBuilder.DoStackWalk(stack, 40, 0);
+    std::vector<std::string> command = {"/usr/bin/env", "eu-addr2line", "-C",
+                                        "-S",           "-p",           std::to_string(getpid())};
+    std::size_t count = 0;
+    for (; stack[count] != 0; ++count) command.push_back(Hexadecimal(stack[count]));
+    ASSERT_GT(count, 5U);
+    const test::ChildResult child = test::RunChild(command);
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+    std::istringstream output(child.output);
+    int withLines = 0;
+    for (std::size_t i = 0; i != count; ++i) {
+        std::string symbol, place;
+        ASSERT_TRUE(std::getline(output, symbol) && std::getline(output, place));
+        const Fetched fetched = Fetch(stack[i]);
+        const std::string own = fetched.symbol == "s" ? "??" : fetched.symbol;
+        // The symbol stands in front of its offset; behind it may stand its version or its section.
+        EXPECT_TRUE(symbol.starts_with(own)) << symbol << " against " << own;
+        if (fetched.file == "f") {
+            EXPECT_TRUE(place.starts_with("??:0")) << place;
+            continue;
+        }
+        ++withLines;
+        // A relative name stands behind the directory that it was compiled in.
+        EXPECT_NE((place + ":").find(fetched.file + ":" + fetched.line + ":"), std::string::npos) << place;
+    }
+    EXPECT_GT(withLines, 2);
+}
+
+TEST(AddrToLine, LineIsThatOfTheAddressItself) {
+    std::uint64_t stack[40] = {};
+    const int before = __LINE__;
+    gDbgHelpBuilder.DoStackWalk(stack, 40, 1);
+    const int line = std::stoi(Fetch(stack[0]).line);
+    EXPECT_GT(line, before);
+    EXPECT_LE(line, before + 2);
+}
+
+TEST(AddrToLine, StrippedModuleStillGivesItsExportedSymbols) {
+    // The C++ runtime comes without a symbol table.
+    const auto address = reinterpret_cast<std::uint64_t>(static_cast<void (*)()>(std::terminate));
+    const Fetched fetched = Fetch(address + 1);
+    EXPECT_EQ(fetched.symbol, "std::terminate()");
+    EXPECT_NE(fetched.module.find("libstdc++"), std::string::npos);
+}
+
+TEST(ModuleInfo, BeforeInitializeLeavesTheResultsAlone) {
+    ModuleInfo modules;
+    std::string name = "n";
+    std::uint64_t base = 7;
+    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Fetch), name, base);
+    EXPECT_EQ(name, "n");
+    EXPECT_EQ(base, 7U);
+}
+
+TEST(ModuleInfo, NamesTheModuleOfAnAddress) {
+    ModuleInfo modules;
+    modules.Initialize();
+    modules.Initialize();
+    std::string name;
+    std::uint64_t base = 0;
+    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Fetch), name, base);
+    EXPECT_EQ(name, "diagnostics_tests");
+    EXPECT_LT(base, reinterpret_cast<std::uint64_t>(&Fetch));
+    EXPECT_EQ(base % 4096, 0U);
+}
+
+TEST(ModuleInfo, AddressOfABaseSelectsTheModuleBelow) {
+    ModuleInfo modules;
+    modules.Initialize();
+    std::string name;
+    std::uint64_t last = 0;
+    modules.FetchModuleNameAndBaseAddress(~std::uint64_t{0}, name, last);
+    std::string below = name;
+    std::uint64_t base = 0;
+    modules.FetchModuleNameAndBaseAddress(last, below, base);
+    EXPECT_LT(base, last);
+    EXPECT_NE(below, name);
+}
+
+TEST(ModuleInfo, AddressBeyondTheLastModulesEndSelectsTheLastModule) {
+    ModuleInfo modules;
+    modules.Initialize();
+    std::string name;
+    std::uint64_t base = 0;
+    modules.FetchModuleNameAndBaseAddress(~std::uint64_t{0}, name, base);
+    EXPECT_NE(name, "");
+    std::string again;
+    std::uint64_t same = 0;
+    modules.FetchModuleNameAndBaseAddress(base + 1, again, same);
+    EXPECT_EQ(again, name);
+    EXPECT_EQ(same, base);
+}
+
+TEST(ModuleInfo, AddressAtOrBelowTheLowestModuleLeavesTheResultsAlone) {
+    ModuleInfo modules;
+    modules.Initialize();
+    std::string name = "n";
+    std::uint64_t base = 7;
+    modules.FetchModuleNameAndBaseAddress(0, name, base);
+    EXPECT_EQ(name, "n");
+    EXPECT_EQ(base, 7U);
+}
+
+TEST(ModuleInfo, ReportHasALineForEachModuleAndEndsTheLookUps) {
+    ModuleInfo modules;
+    const test::TemporaryFile report;
+    std::FILE* file = std::fopen(report.Path(), "w");
+    EXPECT_TRUE(modules.FprintfModuleInfo(file));
+    std::fclose(file);
+    std::istringstream text(report.Text());
+    int lines = 0;
+    std::uint64_t before = 0;
+    for (std::string line; std::getline(text, line); ++lines) {
+        char name[256];
+        char pointer[32];
+        long size = 0;
+        ASSERT_EQ(std::sscanf(line.c_str(), "%255s %31s %ld", name, pointer, &size), 3) << line;
+        EXPECT_EQ(std::string(pointer).size(), 16U);
+        const std::uint64_t base = std::stoull(pointer, nullptr, 16);
+        EXPECT_GT(base, before);
+        EXPECT_EQ(size, static_cast<std::int32_t>(static_cast<std::uint32_t>(0 - base))) << line;
+        before = base;
+    }
+    EXPECT_GT(lines, 4);
+    std::string name = "n";
+    std::uint64_t base = 7;
+    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Fetch), name, base);
+    EXPECT_EQ(name, "n");
+}
+
+TEST(ModuleInfo, ReportWithoutAFileIsTrue) {
+    EXPECT_TRUE(ModuleInfo().FprintfModuleInfo(nullptr));
+}
+
+}  // namespace

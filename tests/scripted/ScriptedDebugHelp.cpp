@@ -1,0 +1,80 @@
+#include "tests/scripted/ScriptedDebugHelp.h"
+
+#include <Base/diagnostics/DebugHelpTypes.h>
+#include <Base/platform/os/DebugHelp.h>
+
+#include <cstring>
+
+namespace test {
+
+DebugHelpScript gDebugHelp;
+
+}  // namespace test
+
+namespace {
+
+using test::gDebugHelp;
+
+std::int32_t Walk(std::uint32_t, void*, void*, ZBase::STACKFRAME64* frame, void*,
+                  ZBase::ReadProcessMemoryFunction, ZBase::SymFunctionTableAccess64Function,
+                  ZBase::SymGetModuleBase64Function, ZBase::TranslateAddressFunction) {
+    const std::uint64_t step = ++frame->Reserved[2];
+    if (step > gDebugHelp.steps) return 0;
+    frame->AddrPC.Offset = step == gDebugHelp.stepWithoutAddress ? 0 : 0x1000 + step;
+    frame->AddrFrame.Offset = 0x2000 + step;
+    return 1;
+}
+
+void Nothing() {}
+
+std::int32_t Start(void*, const char*, std::int32_t) {
+    return 1;
+}
+
+std::uint32_t gOptions = 0;
+
+std::uint32_t GetOptions() {
+    return gOptions;
+}
+
+std::uint32_t SetOptions(std::uint32_t options) {
+    return gOptions = options;
+}
+
+}  // namespace
+
+namespace ZBase::os {
+
+void* OpenDebugHelp() {
+    return gDebugHelp.isThere ? &gDebugHelp : nullptr;
+}
+
+void CloseDebugHelp(void*) {}
+
+EntryPoint FindDebugHelpEntry(void*, const char* name) {
+    if (std::strcmp(name, "StackWalk64") == 0) return reinterpret_cast<EntryPoint>(Walk);
+    if (std::strcmp(name, "SymInitialize") == 0) return reinterpret_cast<EntryPoint>(Start);
+    if (std::strcmp(name, "SymGetOptions") == 0) return reinterpret_cast<EntryPoint>(GetOptions);
+    if (std::strcmp(name, "SymSetOptions") == 0) return reinterpret_cast<EntryPoint>(SetOptions);
+    return Nothing;
+}
+
+void* CurrentProcess() {
+    return &gDebugHelp;
+}
+
+void* CurrentThread() {
+    return &gOptions;
+}
+
+static unsigned short Capture(std::uint32_t, std::uint32_t count, void** addresses, std::uint32_t*) {
+    for (std::uint32_t i = 0; i != count; ++i)
+        addresses[i] = reinterpret_cast<void*>(0x5000 + std::uintptr_t{i});
+    return static_cast<unsigned short>(count);
+}
+
+StackCapture FindStackCapture() {
+    return gDebugHelp.hasStackCapture ? Capture : nullptr;
+}
+
+}  // namespace ZBase::os
