@@ -12,7 +12,8 @@ LAYERS = [
     ["Base/text", "Base/messages", "Base/frame/Exceptions.h"],  # an exception is a message
     ["Base/memory", "Base/switches", "Base/ContractManagerAllocator.h", "Base/ContractManagerAllocator.cpp",
      "Base/text/GovernedConversions.h", "Base/text/GovernedConversions.cpp"],  # a conversion that pays
-    ["Base/platform", "Base/diagnostics"],
+    ["Base/platform", "Base/diagnostics",
+     "Base/memory/detail/DebugBuffer.h", "Base/memory/detail/DebugBuffer.cpp"],  # it tells stacks
     ["Base/crash"],
     ["Base/frame/Load.cpp", "Base/ZBase.h"],  # construct and name everything
 ]

@@ -10,6 +10,7 @@
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/detail/LibraryState.h>
 #include <Base/memory/Buffer.h>
+#include <Base/memory/detail/DebugBuffer.h>
 #include <Base/switches/FeatureFlagMgr.h>
 
 #include <clocale>
@@ -55,6 +56,7 @@ static const bool sSettingsRead = ReadSettings();
 std::set<MemGovernorProxy*> gMemGovernors;
 FeatureFlagMgr FeatureFlagMgr::mFeatureFlagMgrInst;
 AppGlobalEventCallback* gAppGlobalEventCallback = nullptr;
+DebugBufferList gDebugBufferList;
 CallStackImp::CallStackCriticalSection gCallStackLock;
 CallStackImp::CallStackCriticalSection gTracerLock;
 DbgHelpBuilder gDbgHelpBuilder;

@@ -32,6 +32,11 @@ ZBASE_API Buffer* CreateBuffer(int initialBlocks, int growthBlocks, std::size_t 
 ZBASE_API Buffer* CreateBufferSingleThread(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                            std::size_t blockSize, bool onBoundary);
 
+/// A buffer that hands every call on to an inner one, as `CreateBuffer` gives it; to the governors it counts
+/// as detached. Whether it asks for pages is ignored, and its inner buffer takes heap blocks: that is meant.
+ZBASE_API Buffer* CreateDebugBuffer(int initialBlocks, int growthBlocks, MemoryContract* contract,
+                                    std::size_t blockSize, bool onBoundary);
+
 /// A buffer for any number of threads at once.
 ZBASE_API Buffer* CreateBufferThreadSafe(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                          std::size_t blockSize, bool onBoundary);
