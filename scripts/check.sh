@@ -37,6 +37,7 @@ check_package() {
     cmake -S examples/consumer -B "$place/build" -DCMAKE_PREFIX_PATH="$place/installed" >/dev/null
     cmake --build "$place/build" >/dev/null
     "$place/build/consumer"
+    "$place/build/consumer_xml"
     PKG_CONFIG_PATH=$(dirname "$(find "$place/installed" -name zbase.pc)")
     export PKG_CONFIG_PATH
     g++ -std=c++20 examples/consumer/main.cpp -o "$place/by-pkg-config" $(pkg-config --cflags --libs zbase)
