@@ -45,7 +45,7 @@ Octets FromText(const std::string& text) {
     std::uint64_t size = 0;
     ZBase::SidWStringToBinary(ZBase::UTF8ToWideChar(text.c_str(), true).c_str(), octets, size);
     const std::unique_ptr<unsigned char[]> owner(octets);
-    const Octets sid(octets, octets + size);
+    Octets sid(octets, octets + size);
     const std::string back = TextOf(sid);
     if (back != text) {
         throw Failure("\"" + text + "\" is no security identifier; it is read as " +
