@@ -34,8 +34,8 @@ SymbolEngine& Engine() {
 template <class Operation>
 std::int32_t WithEngine(Operation operation) noexcept {
     try {
-        const std::unique_lock lock(sLock, kPatience);
-        return lock.owns_lock() && operation(Engine()) ? 1 : 0;
+        std::unique_lock lock(sLock, std::try_to_lock);
+        return (lock.owns_lock() || lock.try_lock_for(kPatience)) && operation(Engine()) ? 1 : 0;
     } catch (...) {
         return 0;
     }

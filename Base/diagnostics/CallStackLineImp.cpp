@@ -1,13 +1,15 @@
 #include <Base/diagnostics/detail/CallStackLineImp.h>
 
+#include <algorithm>
+
 namespace ZBase {
 
 namespace {
 
 WideString Widen(std::string_view text) {
-    WideString wide;
-    wide.reserve(text.size());
-    for (const char octet : text) wide += static_cast<unsigned short>(static_cast<signed char>(octet));
+    WideString wide(text.size(), 0);
+    std::transform(text.begin(), text.end(), wide.begin(),
+                   [](char octet) { return static_cast<unsigned short>(static_cast<signed char>(octet)); });
     return wide;
 }
 

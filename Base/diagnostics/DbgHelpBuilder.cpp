@@ -14,6 +14,7 @@ namespace {
 constexpr unsigned long kCapturedFrames = 40;
 constexpr unsigned long kTopFrames = 128;
 constexpr unsigned int kDroppedFrames = 5;
+constexpr std::size_t kUsualFrames = 32;
 constexpr unsigned int kPathUnits = 260;
 
 // Deferred loading, lines, the nearest symbol, modules of 32 bits.
@@ -134,6 +135,7 @@ void DbgHelpBuilder::BuildCallStack(std::vector<CallStackLineImp>& lines, os::Th
         unsigned int dropped = 0;
         while (dropped != kDroppedFrames && step()) ++dropped;
         if (dropped == kDroppedFrames) {
+            found.reserve(kUsualFrames);
             while (step()) found.push_back(ResolveFrame(frame));
         }
     }

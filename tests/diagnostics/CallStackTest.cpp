@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Stacks.h"
 
 using test::Lines;
@@ -236,6 +238,40 @@ TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
     EXPECT_GT(failures, 10U);
     EXPECT_EQ(test::LiveBlocks(), live);
     std::thread([] { Stack(CapturedHere()).reset(); }).join();
+}
+
+/// The name of a function without its arguments and what it gives.
+std::string BareName(std::string name) {
+    name.erase(std::min(name.find('('), name.size()));
+    while (name.ends_with(' ')) name.pop_back();
+    return name.substr(name.rfind(' ') + 1);
+}
+
+// An independent debugger looks at the same stack of the same process.
+TEST(CallStack, AgreesWithGdb) {
+    const test::ChildResult child =
+        test::RunChild({"/usr/bin/env", "gdb", "-batch", "-nx", "-ex", "set debuginfod enabled off", "-ex",
+                        "run", "-ex", "bt", test::ChildProgram("DebuggedProbe")});
+    std::istringstream output(child.output);
+    std::vector<std::string> own;
+    std::vector<std::string> gdbs;
+    for (std::string line; std::getline(output, line);) {
+        if (const StackLine parsed = test::Parse(line); parsed.isWhole)
+            own.push_back(BareName(parsed.symbol));
+        const std::size_t in = line.find(" in ");
+        if (line.starts_with("#") && in != std::string::npos)
+            gdbs.push_back(BareName(line.substr(in + 4)));
+        else if (line.starts_with("#"))
+            gdbs.push_back(BareName(line.substr(line.find_first_not_of("#0123456789 "))));
+    }
+    // The debugger's begins with the raising of the signal, and ends with main.
+    const auto start = std::find_if(gdbs.begin(), gdbs.end(),
+                                    [](const std::string& name) { return name.starts_with("deep::"); });
+    gdbs.erase(gdbs.begin(), start);
+    ASSERT_EQ(gdbs.size(), 7U) << child.output << child.errors;
+    ASSERT_GE(own.size(), gdbs.size()) << child.output;
+    own.resize(gdbs.size());
+    EXPECT_EQ(own, gdbs) << child.output;
 }
 
 // They allocate, throw and end while they are looked at; whoever deadlocks runs into the test's bound.
