@@ -257,6 +257,25 @@ void CreateDumpsOnManyThreads() {
     pause();
 }
 
+// Two threads catch their faults, and the third, without a translator, crashes.
+[[gnu::noipa]] void CatchThenCrash() {
+    int caught = 0;
+    for (void (*fault)() : {+[] { *static_cast<volatile int*>(gNull) = 1; }, +[] { gSink = 1 / gZero; }}) {
+        std::thread([&] {
+            ZBase::SetExceptionTranslator();
+            for (int i = 0; i != 100; ++i) {
+                try {
+                    fault();
+                } catch (const ZBase::StructuredException&) {
+                    ++caught;
+                }
+            }
+        }).join();
+    }
+    std::fprintf(stderr, "caught %d\n", caught);
+    CrashOnThread(WriteToNull, false);
+}
+
 int Run(const std::string& kind) {
     const std::map<std::string, void (*)()> kinds = {
         {"null", WriteToNull},
@@ -282,6 +301,13 @@ int Run(const std::string& kind) {
         {"signal", BeSignalled},
         {"dump", [] { std::printf("%d\n", ZBase::CreateDump()); }},
         {"dumps", CreateDumpsOnManyThreads},
+        {"translator-first", CatchThenCrash},
+        {"translator-last", CatchThenCrash},
+        {"translated-overflow",
+         [] {
+             ZBase::SetExceptionTranslator();
+             gSink = Overflow(0);
+         }},
         {"none", [] {}},
     };
     const auto found = kinds.find(kind);
@@ -301,6 +327,9 @@ int main(int argc, char** argv) {
     }
     if (std::strcmp(argv[1], "unhandled") == 0) WriteToNull();
     signal(SIGCHLD, std::getenv("PROBE_IGNORE_CHILDREN") != nullptr ? SIG_IGN : SIG_DFL);
+    if (std::strcmp(argv[1], "translator-first") == 0) {
+        std::thread([] { ZBase::SetExceptionTranslator(); }).join();
+    }
     for (int i = 2; i + 1 < argc; i += 2) ZBase::SetCrashAttr(argv[i], argv[i + 1], true);
     if (!ZBase::InstallCrashHandler()) return 96;
     return Run(argv[1]);

@@ -107,6 +107,26 @@ TEST_F(CrashReports, ForkedChildAndParentAreReportedBoth) {
     EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[1]).Has("DivideByZero"));
 }
 
+TEST_F(CrashReports, TranslatorComesBeforeTheHandlerInEitherOrder) {
+    StartServer();
+    Configure();
+    for (const char* kind : {"translator-first", "translator-last"}) {
+        const ChildResult child = Crash({kind});
+        EXPECT_EQ(child.errors, "caught 200\n");
+        EXPECT_EQ(child.signal, SIGSEGV);
+    }
+    ASSERT_EQ(ReceivedDumps().size(), 2u);
+    for (const fs::path& dump : ReceivedDumps()) EXPECT_TRUE(ReadDumpFile(dump).Has("WriteToNull"));
+}
+
+TEST_F(CrashReports, StackOverflowIsACrashInSpiteOfATranslator) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Crash({"translated-overflow"}).signal, SIGSEGV);
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[0]).Has("Overflow"));
+}
+
 TEST_F(CrashReports, HostThatIgnoresItsChildrenIsReported) {
     StartServer();
     Configure();

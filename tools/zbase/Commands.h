@@ -32,3 +32,8 @@ int RunGuid(const std::string& text);
 int RunSid(const std::string& text);
 
 int RunHost();
+
+int RunCrashCheck(const std::string& file);  // empty: the file that the library would find
+int RunCrashTest();
+int RunCrashShow(const std::string& dump);
+int RunCrashSend(const std::string& directory);  // empty: that of the configuration

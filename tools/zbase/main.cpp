@@ -62,6 +62,20 @@ int Run(int argc, char** argv) {
 
     CLI::App* host = app.add_subcommand("host", "Tell what the library says of this host and process");
 
+    CLI::App* crash = app.add_subcommand("crash", "Check, try and use crash reporting");
+    crash->require_subcommand(1);
+    std::string config;
+    CLI::App* check = crash->add_subcommand("check", "Tell what each line of the configuration means");
+    check->add_option("FILE", config, "A configuration, in place of the one that would be used");
+    CLI::App* test = crash->add_subcommand("test", "Dump a process and send the report");
+    std::string dump;
+    CLI::App* show = crash->add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
+    show->add_option("DUMP", dump, "The dump")->required();
+    std::string dumps;
+    CLI::App* send =
+        crash->add_subcommand("send", "Send the dumps that were left behind; delete what arrived");
+    send->add_option("DIRECTORY", dumps, "Their directory, in place of that of the configuration");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -80,6 +94,10 @@ int Run(int argc, char** argv) {
     if (*guid) status = RunGuid(guidText);
     if (*sid) status = RunSid(sidText);
     if (*host) status = RunHost();
+    if (*check) status = RunCrashCheck(config);
+    if (*test) status = RunCrashTest();
+    if (*show) status = RunCrashShow(dump);
+    if (*send) status = RunCrashSend(dumps);
     FinishOutput();
     return status;
 }

@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/BackgroundChild.h"
+#include "tests/support/ChildProcess.h"
+
+// zbase crash, as an operator uses it.
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ChildResult;
+
+class CrashCommand : public testing::Test {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/zbase-crash-XXXXXX";
+        mFolder = mkdtemp(name);
+        fs::create_directory(mFolder / "received");
+    }
+    void TearDown() override { fs::remove_all(mFolder); }
+
+    void Configure(const std::string& server, const std::string& more = "") const {
+        std::ofstream(mFolder / "crash_report.ini")
+            << "[Config]\nServerURL=" << server << "\nServerProdURL=" << server
+            << "\ndump_path=" << (mFolder / "dumps").string() << "\n"
+            << more << "[CrashKeys]\nproduct=probe\n";
+    }
+
+    ChildResult Crash(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {ZBASE_COMMAND, "crash"});
+        return test::RunChild(arguments, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string(),
+                                          "LC_ALL=C.UTF-8"});
+    }
+
+    ChildResult Probe(const std::string& kind) const {
+        return test::RunChild({test::ChildProgram("CrashProbe"), kind, "run", "7"},
+                              {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
+    }
+
+    std::string OnlyDump() const {
+        std::string dump;
+        for (const auto& entry : fs::directory_iterator(mFolder / "dumps")) dump = entry.path();
+        return dump;
+    }
+
+    static bool Has(const std::string& text, const std::string& part) {
+        return text.find(part) != std::string::npos;
+    }
+
+    fs::path mFolder;
+};
+
+TEST_F(CrashCommand, CheckTellsWhatEachLineMeans) {
+    Configure("http://127.0.0.1:1/", "enable=True\nunknown=1\n");
+    const ChildResult child = Crash({"check"});
+    EXPECT_EQ(child.exitCode, 1);
+    EXPECT_TRUE(Has(child.output, "named by ZENT_CRASH_CONFIG_FILE"));
+    EXPECT_TRUE(Has(child.output, "crash reporting is off (only \"true\" and \"TRUE\" count as true)"));
+    EXPECT_TRUE(Has(child.output, "counts for nothing: no setting has this name"));
+    EXPECT_TRUE(Has(child.output, "No crash handler: enable is not true."));
+}
+
+TEST_F(CrashCommand, CheckOfAGoodConfigurationSucceeds) {
+    Configure("http://127.0.0.1:1/");
+    const ChildResult child = Crash({"check"});
+    EXPECT_EQ(child.exitCode, 0) << child.output;
+    EXPECT_TRUE(Has(child.output, "would be installed"));
+    EXPECT_FALSE(fs::exists(mFolder / "dumps"));
+}
+
+TEST_F(CrashCommand, CheckNamesWhatStopsTheInstallation) {
+    std::ofstream(mFolder / "crash_report.ini") << "[Config]\nServerURL=x\n";
+    EXPECT_TRUE(Has(Crash({"check"}).output, "ServerProdURL is missing"));
+    std::ofstream(mFolder / "crash_report.ini") << "";
+    EXPECT_TRUE(Has(Crash({"check"}).output, "ServerURL is missing"));
+    std::ofstream(mFolder / "crash_report.ini")
+        << "[Config]\nServerURL=\nServerProdURL=\ndump_path=/no/such/place\n";
+    EXPECT_TRUE(Has(Crash({"check"}).output, "there is no directory /no/such"));
+}
+
+TEST_F(CrashCommand, MissingConfigurationIsAComplaint) {
+    for (const char* command : {"check", "test", "send"}) {
+        const ChildResult child = Crash({command});
+        EXPECT_EQ(child.exitCode, 1);
+        EXPECT_TRUE(Has(child.errors, "No such file or directory")) << child.errors;
+    }
+}
+
+TEST_F(CrashCommand, ShowTellsReasonStackAndKeys) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.output.rfind("SIGSEGV /SEGV_MAPERR at 0x0, thread 0\n", 0), 0u) << child.output;
+    EXPECT_TRUE(Has(child.output, "WriteToNull"));
+    EXPECT_TRUE(Has(child.output, "Crash keys\n  product=probe\n  run=7\nModules\n"));
+    EXPECT_TRUE(Has(child.output, test::ChildProgram("CrashProbe")));
+}
+
+TEST_F(CrashCommand, ShowOfWhatIsNoDumpFails) {
+    std::ofstream(mFolder / "x.dmp") << "nothing";
+    EXPECT_EQ(Crash({"show", mFolder / "x.dmp"}).exitCode, 1);
+    EXPECT_EQ(Crash({"show", mFolder / "missing"}).exitCode, 1);
+}
+
+TEST_F(CrashCommand, TestTellsThatTheReportDoesNotArrive) {
+    Configure("http://127.0.0.1:1/");
+    const ChildResult child = Crash({"test"});
+    EXPECT_EQ(child.exitCode, 1);
+    EXPECT_TRUE(Has(child.output, "did not arrive at http://127.0.0.1:1/"));
+}
+
+TEST_F(CrashCommand, SendSendsWhatWasLeftBehindWithItsKeysAndDeletesIt) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    Probe("dump");
+    const ChildResult failed = Crash({"send"});
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_TRUE(Has(failed.output, "not sent, stays"));
+
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    const ChildResult sent = Crash({"send"});
+    EXPECT_EQ(sent.exitCode, 0) << sent.output;
+    EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+    std::string keys;
+    for (const char* name : {"1.keys", "2.keys"}) {
+        std::ifstream file(mFolder / "received" / name);
+        for (std::string line; std::getline(file, line);) keys += line + ";";
+    }
+    const std::string plain = "product=probe;run=7;";
+    EXPECT_TRUE(keys == plain + "product=probe;reason=hanging;run=7;" ||
+                keys == "product=probe;reason=hanging;run=7;" + plain)
+        << keys;
+    EXPECT_EQ(Crash({"test"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "3.dmp"));
+}
+
+}  // namespace

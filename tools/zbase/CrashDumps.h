@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+// Dumps as the commands see them: files of the dump directory.
+
+using CrashKeys = std::map<std::string, std::string>;
+
+/// The dumps in a directory, in the order of their names; none if there is no directory.
+std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& directory);
+
+/// Finds the crash keys that a dump holds, "reason" included; false if it holds none.
+bool KeysOfDump(const std::filesystem::path& dump, CrashKeys& keys);
+
+/// What a program prints. Throws `Failure` if it can't be run, or fails and prints nothing; its error stream
+/// is dropped.
+std::string OutputOf(const std::vector<std::string>& command);

@@ -1,0 +1,140 @@
+#include "Commands.h"
+#include "Console.h"
+#include "CrashDumps.h"
+
+#include <unistd.h>
+#include <cstdlib>
+#include <set>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// One of Breakpad's tools: from the search path, or where the library was built.
+std::string Tool(const char* name) {
+    std::istringstream places(std::getenv("PATH") == nullptr ? "" : std::getenv("PATH"));
+    for (std::string place; std::getline(places, place, ':');) {
+        const fs::path tool = fs::path(place) / name;
+        if (access(tool.c_str(), X_OK) == 0) return tool;
+    }
+    const fs::path built = fs::path(ZBASE_BREAKPAD_TOOLS) / name;
+    if (access(built.c_str(), X_OK) == 0) return built;
+    throw Failure(std::string(name) + " is not installed: it comes with Breakpad");
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+    return parts;
+}
+
+/// A directory of symbol files, gone at the end.
+class SymbolStore {
+public:
+    SymbolStore() {
+        std::string name = fs::temp_directory_path() / "zbase-symbols-XXXXXX";
+        if (mkdtemp(name.data()) == nullptr) throw FileFailure(name, errno);
+        mPlace = name;
+    }
+    ~SymbolStore() {
+        std::error_code ignored;
+        fs::remove_all(mPlace, ignored);
+    }
+    SymbolStore(const SymbolStore&) = delete;
+    SymbolStore& operator=(const SymbolStore&) = delete;
+
+    const fs::path& Place() const { return mPlace; }
+
+    // A module without symbols is shown without them.
+    void Add(const std::string& module) const {
+        try {
+            const std::string symbols = OutputOf({Tool("dump_syms"), module});
+            const std::vector<std::string> header = Split(symbols.substr(0, symbols.find('\n')), ' ');
+            if (header.size() < 5) return;
+            const fs::path place = mPlace / header[4] / header[3];
+            fs::create_directories(place);
+            std::FILE* file = std::fopen((place / (header[4] + ".sym")).c_str(), "wb");
+            if (file == nullptr) return;
+            std::fwrite(symbols.data(), 1, symbols.size(), file);
+            std::fclose(file);
+        } catch (const Failure&) {
+        }
+    }
+
+private:
+    fs::path mPlace;
+};
+
+/// What Breakpad's reader tells, a line of fields each.
+struct Walk {
+    std::string reason;
+    std::string address;
+    std::string thread;
+    std::vector<std::vector<std::string>> frames;  // of the crashed thread
+    std::vector<std::vector<std::string>> modules;
+};
+
+Walk WalkDump(const std::string& dump, const fs::path& symbols) {
+    Walk walk;
+    for (const std::string& line : Split(OutputOf({Tool("minidump_stackwalk"), "-m", dump, symbols}), '\n')) {
+        std::vector<std::string> fields = Split(line, '|');
+        fields.resize(std::max<std::size_t>(fields.size(), 7));
+        if (fields[0] == "Crash") {
+            walk.reason = fields[1];
+            walk.address = fields[2];
+            walk.thread = fields[3];
+        } else if (fields[0] == "Module") {
+            walk.modules.push_back(fields);
+        } else if (!walk.thread.empty() && fields[0] == walk.thread) {
+            walk.frames.push_back(fields);
+        }
+    }
+    return walk;
+}
+
+// The files of the modules, by name.
+std::map<std::string, std::string> FilesOfModules(const std::string& dump) {
+    std::map<std::string, std::string> files;
+    for (const std::string& line : Split(OutputOf({Tool("minidump_dump"), dump}), '\n')) {
+        const std::vector<std::string> parts = Split(line, '"');
+        if (line.find("(code_file)") == std::string::npos || parts.size() < 2) continue;
+        files.emplace(fs::path(parts[1]).filename(), parts[1]);
+    }
+    return files;
+}
+
+void PrintFrame(const std::vector<std::string>& frame) {
+    std::string where = frame[3].empty() ? frame[6] : frame[3];
+    if (!frame[4].empty()) where += "  " + frame[4] + ":" + frame[5];
+    Print("  " + frame[1] + "\t" + (frame[2].empty() ? "?" : frame[2]) + "\t" + where + "\n");
+}
+
+}  // namespace
+
+int RunCrashShow(const std::string& dump) {
+    CrashKeys keys;
+    const bool hasKeys = KeysOfDump(dump, keys);
+    Walk walk = WalkDump(dump, "/dev/null");
+    const std::map<std::string, std::string> files = FilesOfModules(dump);
+    std::set<std::string> shown;
+    const SymbolStore store;
+    for (const auto& frame : walk.frames) {
+        const auto file = files.find(frame[2]);
+        if (file != files.end() && shown.insert(frame[2]).second) store.Add(file->second);
+    }
+    walk = WalkDump(dump, store.Place());
+
+    Print(Styled(walk.reason.empty() ? "no crash" : walk.reason, "1") + " at " + walk.address + ", thread " +
+          walk.thread + "\n");
+    for (const auto& frame : walk.frames) PrintFrame(frame);
+    Print(hasKeys ? "Crash keys\n" : "No crash keys\n");
+    for (const auto& [name, value] : keys) Print("  " + name + "=" + value + "\n");
+    Print("Modules\n");
+    for (const auto& module : walk.modules) {
+        const auto file = files.find(module[1]);
+        Print("  " + module[5] + "  " + (file == files.end() ? module[1] : file->second) + "\n");
+    }
+    return 0;
+}
