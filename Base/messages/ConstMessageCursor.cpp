@@ -30,7 +30,13 @@ struct ConstMessageCursor::State {
     }
 
     State(const State& other) : levels(other.levels) { InitializeBlock(missing, sizeof(missing)); }
-    State& operator=(const State&) = default;
+    ~State() { FreeBlockChain(missing); }
+
+    // What `GetMessage` keeps in `missing` has one owner.
+    State& operator=(const State& other) {
+        levels = other.levels;
+        return *this;
+    }
 
     bool GoTo(const Record* link, bool create, bool Level::*visited, unsigned short CursorOffset::*steps) {
         if (link == nullptr && !create) return false;

@@ -379,3 +379,21 @@ TEST(MessageMemory, WideTextWithoutMemoryForTheTwinLeavesTheMessageAlone) {
     EXPECT_TRUE(thrown);
     EXPECT_EQ(test::Hex(&message, 100), bytes);
 }
+
+TEST(MessageMemory, TextKeptOnAMissingMessageGoesWithItsCursor) {
+    const Message message(1, 1, "alone");
+    const std::size_t live = test::LiveBlocks();
+    {
+        ConstMessageCursor cursor(message);
+        ASSERT_TRUE(cursor.GoToLowerLevelMessage(true));
+        ASSERT_NE(cursor.GetCurrentMessage().GetMessage(), nullptr);
+        ConstMessageCursor copy(cursor);
+        ASSERT_TRUE(copy.GoToLowerLevelMessage(true));
+        ASSERT_NE(copy.GetCurrentMessage().GetMessage(), nullptr);
+        ConstMessageCursor assigned(message);
+        assigned = cursor;
+        EXPECT_EQ(&assigned.GetCurrentMessage(), &cursor.GetCurrentMessage());
+        copy = cursor;
+    }
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
