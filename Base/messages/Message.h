@@ -79,6 +79,10 @@ public:
     /// Appends "true" or "false".
     Message& operator<<(bool value);
 
+    /// Any other pointer would be taken for a `bool`, a `wchar_t` text among them.
+    template <class T>
+    Message& operator<<(const T* pointer) = delete;
+
     /// Appends the low 32 bits of a number, in the number format of the message. Throws `std::bad_alloc`
     /// before the message is touched.
     Message& operator<<(int value);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -241,6 +242,33 @@ TEST(MessageParameters, ShortOneAfterALongOneFollowsItToTheHeap) {
     message << Long(60).c_str() << Long(50).c_str() << "s";
     EXPECT_EQ(Layout(&message), "100-18: 66#3 | 100-21: 56#3 7#3");
     EXPECT_STREQ(message.GetParameter(2), "s");
+}
+
+template <class T>
+concept IsParameter = requires(Message& message, T operand) { message << operand; };
+
+TEST(MessageParameters, OrdinaryOperandsFindTheirForm) {
+    Message message;
+    char text[] = "array";
+    char* const pointer = text;
+    const std::string string = "string";
+    const unsigned short wide[] = {'w', 0};
+    enum { kSeven = 7 };
+    message << text << pointer << string.c_str() << string.size() << std::uint64_t{8} << std::int64_t{-9};
+    message << short{-1} << static_cast<unsigned char>(200) << 'A' << L'B' << kSeven << wide;
+    const char* const expected[] = {"array", "array", "string", "6",  "8", "-9",
+                                    "-1",    "200",   "65",     "66", "7", "w"};
+    for (unsigned int i = 0; i != 12; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
+}
+
+TEST(MessageParameters, PointerThatIsNoTextIsNotTakenForABool) {
+    EXPECT_TRUE(IsParameter<const char*> && IsParameter<const unsigned short*> && IsParameter<bool>);
+    EXPECT_FALSE(IsParameter<const wchar_t*>);
+    EXPECT_FALSE(IsParameter<const char16_t*>);
+    EXPECT_FALSE(IsParameter<const char8_t*>);
+    EXPECT_FALSE(IsParameter<unsigned char*>);
+    EXPECT_FALSE(IsParameter<void*>);
+    EXPECT_FALSE(IsParameter<Message*>);
 }
 
 TEST(MessageParameters, ThousandsKeepTheirOrder) {
