@@ -24,6 +24,7 @@ public:
     void Release() override { --references; }
 
     unsigned int Request(unsigned int bytes) override {
+        if (inRequest) inRequest();
         Note("Request", bytes);
         return code;
     }
@@ -46,6 +47,7 @@ public:
     unsigned int chunkCode = 0;
     bool throwInSettle = false;
     bool throwInSettleChunk = false;
+    std::function<void()> inRequest;
     std::function<void()> inRequestChunk;
     std::shared_ptr<BudgetCalls> calls = std::make_shared<BudgetCalls>();
 

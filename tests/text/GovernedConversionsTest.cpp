@@ -67,7 +67,16 @@ TEST_F(GovernedConversion, NullTextIsANullStringAndAsksNobody) {
     EXPECT_TRUE(contract.calls->empty());
 }
 
-TEST_F(GovernedConversion, RefusalCarriesItsCodeAndNothingIsAllocated) {
+TEST_F(GovernedConversion, NothingIsAllocatedBeforeTheContractIsAsked) {
+    const auto text = Letters(8192);
+    std::size_t allocations = 0;
+    contract.inRequest = [&] { allocations = test::AllocationCount() - allocations; };
+    allocations = test::AllocationCount();
+    WideCharToUTF8Governed(text.data(), false, holder);
+    EXPECT_EQ(allocations, 0u);
+}
+
+TEST_F(GovernedConversion, RefusalCarriesItsCode) {
     contract.code = 8;
     const auto text = Letters(8192);
     const std::size_t live = test::LiveBlocks();
