@@ -30,10 +30,11 @@ extern "C" void* __libc_realloc(void* block, std::size_t size);
 
 static std::atomic<bool> gHeapIsForbidden = false;
 
-static void CheckHeap() {
+[[maybe_unused]] static void CheckHeap() {
     if (gHeapIsForbidden) _exit(99);
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 extern "C" void* malloc(std::size_t size) {
     CheckHeap();
     return __libc_malloc(size);
@@ -51,6 +52,7 @@ extern "C" void* realloc(void* block, std::size_t size) {
     CheckHeap();
     return __libc_realloc(block, size);
 }
+#endif
 
 // Not local to this file: the compiler must not know all that is derived from it.
 class Pure {
