@@ -37,14 +37,16 @@ bool Read(const char* bytes, std::size_t size, std::size_t piece, Message& messa
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     Message message;
-    const bool taken = Read(reinterpret_cast<const char*>(data) + 1, size - 1, data[0] + 1u, message, kBounds);
+    const bool taken =
+        Read(reinterpret_cast<const char*>(data) + 1, size - 1, data[0] + 1u, message, kBounds);
     fuzz::Check(test::FindFlaw(&message) == nullptr, "the message is not well-formed");
     if (!taken) return 0;
 
     std::string document;
     ZBase::SerializeToXML(message, *ZLiteXML::CreateStringWriter(document));
     Message back;
-    fuzz::Check(Read(document.data(), document.size(), document.size(), back, {}), "what was written is refused");
+    fuzz::Check(Read(document.data(), document.size(), document.size(), back, {}),
+                "what was written is refused");
     fuzz::Check(test::DescribeTree(back) == test::DescribeTree(message), "the message came back another one");
     return 0;
 }
