@@ -1,5 +1,5 @@
 #!/bin/sh
-# bench.sh [REPETITIONS]: measures the region allocators and the stacks beside their peers and prints the ratios.
+# bench.sh [BENCHMARK...]: measures load, memory, xml or stacks, each beside its peers in one run; without a name, all.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh bench
@@ -9,12 +9,26 @@ result=$(mktemp)
 trap 'rm -f "$log" "$result"' EXIT
 echo "Building the benchmarks ..."
 if ! { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZBASE_BUILD_BENCHMARKS=ON -DZBASE_BUILD_TESTS=OFF \
-           -DZBASE_BUILD_TOOLS=OFF -DZBASE_BUILD_EXAMPLES=OFF && cmake --build "$build" --target BufferBenchmark StackBenchmark; } >"$log" 2>&1; then
+           -DZBASE_BUILD_TOOLS=OFF -DZBASE_BUILD_EXAMPLES=OFF && cmake --build "$build"; } >"$log" 2>&1; then
     cat "$log" >&2
     exit 1
 fi
-"$build/benchmarks/memory/BufferBenchmark" --benchmark_repetitions="${1:-15}" --benchmark_min_time=0.05 \
-    --benchmark_enable_random_interleaving=true --benchmark_out="$result" --benchmark_out_format=json >"$log" 2>&1 ||
-    { cat "$log" >&2; exit 1; }
-python3 benchmarks/memory/table.py "$result"
-"$build/benchmarks/stacks/StackBenchmark"
+
+bench_load() { "$build/benchmarks/load/load_cost"; }
+
+bench_memory() {
+    "$build/benchmarks/memory/BufferBenchmark" --benchmark_repetitions=15 --benchmark_min_time=0.05 \
+        --benchmark_enable_random_interleaving=true --benchmark_out="$result" --benchmark_out_format=json >"$log" 2>&1 ||
+        { cat "$log" >&2; exit 1; }
+    python3 benchmarks/memory/table.py "$result"
+}
+
+bench_xml() { "$build/benchmarks/xml/xml_benchmark"; }
+
+bench_stacks() { "$build/benchmarks/stacks/StackBenchmark"; }
+
+[ $# -gt 0 ] || set -- load memory xml stacks
+for name in "$@"; do
+    echo "== $name"
+    "bench_$name"
+done
