@@ -3,5 +3,5 @@
 set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
-scripts/build.sh zbase
-exec build/release/tools/zbase/zbase road "${1:-README.md}"
+ZBASE_PRESET=demo scripts/build.sh zbase
+exec build/demo/tools/zbase/zbase road "${1:-README.md}"
