@@ -10,6 +10,13 @@
 #include <memory>
 #include <new>
 
+// Compilers differ in what keeps a function whole, also when the program is optimised at link time.
+#if defined(__GNUC__) && !defined(__clang__)
+#define ZBASE_OWN_FRAME [[gnu::noipa]]
+#else
+#define ZBASE_OWN_FRAME [[gnu::noinline]]
+#endif
+
 namespace ZBase {
 
 namespace {
@@ -53,7 +60,7 @@ std::recursive_mutex& CallStackImp::CallStackCriticalSection::Mutex() {
     return *std::launder(reinterpret_cast<std::recursive_mutex*>(mStorage));
 }
 
-[[gnu::noinline]] CallStackImp::CallStackImp(void* thread) {
+ZBASE_OWN_FRAME CallStackImp::CallStackImp(void* thread) {
     const CallStackGuard guard(gCallStackLock);
     if (thread != nullptr)
         CaptureThreadByHandle(thread);
@@ -66,7 +73,7 @@ CallStackImp::CallStackImp(unsigned long threadId) {
     CaptureThreadById(threadId);
 }
 
-[[gnu::noinline]] void CallStackImp::CaptureCurrentThread() {
+ZBASE_OWN_FRAME void CallStackImp::CaptureCurrentThread() {
     // Its address is given away, so the call below has to come back here.
     struct Capture {
         std::vector<CallStackLineImp>& lines;
@@ -105,7 +112,7 @@ const unsigned short* CallStackImp::ToString() {
     return mText.c_str();
 }
 
-[[gnu::noinline]] CallStack* CreateCallStack(void* thread) {
+ZBASE_OWN_FRAME CallStack* CreateCallStack(void* thread) {
     return new (std::nothrow) CallStackImp(thread);
 }
 
