@@ -30,6 +30,34 @@ std::string Demangle(const char* name) {
     return text == nullptr ? name : text.get();
 }
 
+struct FoundLine {
+    const char* file = nullptr;
+    int number = 0;
+    Dwarf_Addr address = 0;
+};
+
+bool FindIndexed(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
+    Dwfl_Line* const line = dwfl_module_getsrc(module, address);
+    if (line == nullptr) return false;
+    found.file = dwfl_lineinfo(line, &found.address, &found.number, nullptr, nullptr, nullptr);
+    return found.file != nullptr;
+}
+
+// Some compilers write no index from addresses to compilation units, so each unit is asked.
+bool FindInUnits(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
+    Dwarf_Addr bias = 0;
+    for (Dwarf_Die* unit = nullptr; (unit = dwfl_module_nextcu(module, unit, &bias)) != nullptr;) {
+        if (dwarf_haspc(unit, address - bias) != 1) continue;
+        Dwarf_Line* const line = dwarf_getsrc_die(unit, address - bias);
+        if (line == nullptr) return false;
+        found.file = dwarf_linesrc(line, nullptr, nullptr);
+        if (dwarf_lineno(line, &found.number) != 0 || dwarf_lineaddr(line, &found.address) != 0) return false;
+        found.address += bias;
+        return found.file != nullptr;
+    }
+    return false;
+}
+
 }  // namespace
 
 SymbolEngine::~SymbolEngine() {
@@ -111,12 +139,10 @@ const Line* SymbolEngine::FindLine(std::uint64_t address) {
     Line& line = entry->second;
     if (isNew) {
         Dwfl_Module* const module = ModuleAt(address);
-        Dwfl_Line* const found = module == nullptr ? nullptr : dwfl_module_getsrc(module, address);
-        int number = 0;
-        Dwarf_Addr start = 0;
-        const char* const file =
-            found == nullptr ? nullptr : dwfl_lineinfo(found, &start, &number, nullptr, nullptr, nullptr);
-        if (file != nullptr) line = {&*mFiles.insert(file).first, static_cast<std::uint32_t>(number), start};
+        FoundLine found;
+        if (module != nullptr && (FindIndexed(module, address, found) || FindInUnits(module, address, found)))
+            line = {&*mFiles.insert(found.file).first, static_cast<std::uint32_t>(found.number),
+                    found.address};
     }
     return line.file == nullptr ? nullptr : &line;
 }
