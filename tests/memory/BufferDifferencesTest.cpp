@@ -111,6 +111,32 @@ TEST(BufferDifferences, CleanupsRunOldestFirstOrNewestFirst) {
     EXPECT_EQ(CleanupOrder(Implementation::kLockFree), (std::vector<int>{3, 2, 1}));
 }
 
+Buffer* gEnding;
+
+void AppendAndRegister(void* order) {
+    Append(order);
+    for (int i = 0; i != 100; ++i) gEnding->AddCleanup(Append, &gThird);
+}
+
+TEST(BufferDifferences, CleanupsThatACleanupRegistersRunInTheSameOrder) {
+    const std::vector<int> hundred(100, 3);
+    for (const Implementation implementation : {Implementation::kSingleThread, Implementation::kLockFree}) {
+        const bool lockFree = implementation == Implementation::kLockFree;
+        std::vector<int> expected = lockFree ? std::vector<int>{2} : std::vector<int>{1, 2};
+        expected.insert(expected.end(), hundred.begin(), hundred.end());
+        if (lockFree) expected.push_back(1);
+        expected.insert(expected.end(), hundred.begin(), hundred.end());
+
+        gOrder.clear();
+        BufferPtr buffer = MakeBuffer(implementation);
+        gEnding = buffer.get();
+        buffer->AddCleanup(AppendAndRegister, &gFirst);
+        buffer->AddCleanup(AppendAndRegister, &gSecond);
+        buffer.reset();
+        EXPECT_EQ(gOrder, expected);
+    }
+}
+
 TEST(BufferDifferences, CleanupIsTakenByALockedBufferOnlyIfItIsSingleThread) {
     gOrder.clear();
     BufferPtr single = MakeBuffer(Implementation::kSingleThread, {.initialBlocks = 1});

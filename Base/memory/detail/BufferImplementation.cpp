@@ -76,7 +76,11 @@ BufferImplementation::BufferImplementation(int initialBlocks, int growthBlocks, 
 
 BufferImplementation::~BufferImplementation() noexcept(false) {
     try {
-        for (const Cleanup& cleanup : mCleanups) cleanup.function(cleanup.argument);
+        // By index and copy: a clean-up may register another one, which moves the row.
+        for (std::size_t i = 0; i != mCleanups.size(); ++i) {
+            const Cleanup cleanup = mCleanups[i];
+            cleanup.function(cleanup.argument);
+        }
     } catch (...) {
         ReleaseChunks();
         throw;

@@ -40,8 +40,11 @@ BufferLockFreeImplementation::BufferLockFreeImplementation(int initialBlocks, in
 
 BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
     try {
-        for (const CleanupNode* node = mCleanups; node != nullptr; node = node->next)
+        // From the head each time: a clean-up may register another one, which is the newest then.
+        while (const CleanupNode* const node = mCleanups) {
+            mCleanups = node->next;
             node->function(node->argument);
+        }
     } catch (...) {
         ReleaseChunks();
         throw;
