@@ -166,7 +166,7 @@ void FragmentedStringImpl::Link(void* memory, std::uint64_t size) {
 }
 
 int FragmentedStringImpl::CopyTo(unsigned int count, unsigned short* destination) {
-    if (destination == nullptr) return 1;
+    if (destination == nullptr && count != 0) return 1;
     for (Fragment* fragment = mpFirst; fragment != nullptr && count != 0; fragment = fragment->next) {
         const unsigned int used = fragment == mpCurrent ? mUsedBytes : fragment->size;
         const auto units = std::min(count, static_cast<unsigned int>((used - kHeader) / kUnit));

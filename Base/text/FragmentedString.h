@@ -27,7 +27,8 @@ public:
     /// The length in units.
     virtual int GetLength(unsigned int* length) = 0;
 
-    /// Copies the first `count` units, or all if there are fewer, without a terminator.
+    /// Copies the first `count` units, or all if there are fewer, without a terminator. A count of 0 needs no
+    /// destination.
     virtual int CopyTo(unsigned int count, unsigned short* destination) = 0;
 
     /// The bytes of all fragments, their headers of 16 bytes included.

@@ -193,6 +193,7 @@ TEST(FragmentedString, NullAndEmptyArguments) {
     EXPECT_EQ(string->AppendString(""_w), 0);
     EXPECT_EQ(string->GetLength(nullptr), 1);
     EXPECT_EQ(string->CopyTo(1, nullptr), 1);
+    EXPECT_EQ(string->CopyTo(0, nullptr), 0);
     EXPECT_EQ(Text(*string), u"a");
 }
 
