@@ -197,6 +197,31 @@ TEST_P(Budgets, GovernorWithoutAReleaseThrowsOutOfDeleteAndNothingLeaks) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
+TEST_P(Budgets, RefusalComesOutOfTheFactoryAlsoFromAGovernorWithoutARelease) {
+    const std::size_t live = test::LiveBlocks();
+    {
+        test::RecordingContract contract;
+        MemGovernorProxy proxy;
+        RegisterMemGovernor(&proxy);
+        EXPECT_THROW(Make({.initialBlocks = 1, .contract = &contract}), std::bad_function_call);
+        proxy.mRequest = [](std::size_t) { return false; };
+        proxy.mRefusalText = [](std::size_t) { return test::ToWide("no"); };
+        EXPECT_THROW(Make({.initialBlocks = 1, .contract = &contract}), MemGoverningException);
+        UnregisterMemGovernor(&proxy);
+        EXPECT_EQ(contract.references, 0);
+    }
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
+
+TEST_P(Budgets, ThrowingCleanupComesOutOfDeleteAlsoBesideAGovernorWithoutARelease) {
+    BufferPtr buffer = Make();
+    buffer->AddCleanup([](void*) { throw 5; }, nullptr);
+    MemGovernorProxy proxy;
+    RegisterMemGovernor(&proxy);
+    EXPECT_THROW(buffer.release()->Delete(), int);
+    UnregisterMemGovernor(&proxy);
+}
+
 TEST_P(Budgets, NullAndUnknownGovernorsChangeNothing) {
     RegisterMemGovernor(nullptr);
     MemGovernorProxy unknown;

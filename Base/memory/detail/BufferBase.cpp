@@ -8,6 +8,7 @@
 #include <Base/memory/detail/Poison.h>
 #include <Base/platform/os/Pages.h>
 
+#include <exception>
 #include <limits>
 #include <new>
 
@@ -44,7 +45,13 @@ BufferBase::BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* c
     : mBlockSize(RoundBlockSize(blockSize)), mOnBoundary(onBoundary), mContract(contract) {}
 
 BufferBase::~BufferBase() noexcept(false) {
-    if (!mDetached) CreditMemGovernors(mTotalAllocated);
+    if (mDetached) return;
+    try {
+        CreditMemGovernors(mTotalAllocated);
+    } catch (...) {
+        // The failure that is under way, a refused first chunk for one, is the one to be told.
+        if (std::uncaught_exceptions() == 0) throw;
+    }
 }
 
 void BufferBase::Delete() {
