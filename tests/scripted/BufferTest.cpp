@@ -153,6 +153,16 @@ TEST_P(BufferOverScript, ChunkThatStaysReadOnlyIsNotGivenToTheHeap) {
     operator delete(starts[1]);
 }
 
+TEST_P(BufferOverScript, PagesThatStayReadOnlyGoBackAllTheSame) {
+    std::vector<const void*> starts;
+    BufferPtr buffer = MakeThree(starts);
+    buffer->Lock();
+    gPages.failingUnprotection = 1;
+    buffer.reset();
+    EXPECT_EQ(Addresses(gPages.Calls("release")), starts);
+    EXPECT_EQ(gPages.held, 0);
+}
+
 TEST_P(BufferOverScript, ChunksOfABufferThatWasNeverLockedAreNotProtectedAnew) {
     Make({.initialBlocks = 1, .onBoundary = true})->Allocate(8);
     EXPECT_TRUE(gPages.Calls("unprotect").empty());

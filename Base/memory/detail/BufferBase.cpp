@@ -120,8 +120,9 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     if (chunk.start == nullptr) return;
     Unpoison(chunk.start, chunk.Size());
     if (mOnBoundary) sOnBoundaryAllocTotal -= chunk.Size();
-    // The heap writes into what it gets back. What can't be made writable is better lost.
-    if (mProtected && !os::UnprotectPages(chunk.start, chunk.Size())) return;
+    // The heap writes into what it gets back, so there a chunk that can't be made writable is better lost.
+    const bool writable = !mProtected || os::UnprotectPages(chunk.start, chunk.Size());
+    if (!writable && !mOnBoundary) return;
     GiveMemoryBack(chunk.start);
 }
 
