@@ -140,4 +140,12 @@ TEST_F(CrashCommand, SendSendsWhatWasLeftBehindWithItsKeysAndDeletesIt) {
     EXPECT_TRUE(fs::exists(mFolder / "received" / "3.dmp"));
 }
 
+TEST_F(CrashCommand, TestsWithAReceiverOfItsOwn) {
+    const ChildResult child = Crash({"test", "--local"});
+    EXPECT_EQ(child.exitCode, 0) << child.errors << child.output;
+    EXPECT_TRUE(Has(child.output, "A dump was written, and its report arrived at http://127.0.0.1:"));
+    EXPECT_TRUE(Has(child.output, "product=zbase"));
+    EXPECT_TRUE(Has(child.output, "zbase_crash_test=1"));
+}
+
 }  // namespace

@@ -34,6 +34,6 @@ int RunSid(const std::string& text);
 int RunHost();
 
 int RunCrashCheck(const std::string& file);  // empty: the file that the library would find
-int RunCrashTest();
+int RunCrashTest(bool isLocal);              // with a report server of its own
 int RunCrashShow(const std::string& dump);
 int RunCrashSend(const std::string& directory);  // empty: that of the configuration

@@ -68,6 +68,8 @@ int Run(int argc, char** argv) {
     CLI::App* check = crash->add_subcommand("check", "Tell what each line of the configuration means");
     check->add_option("FILE", config, "A configuration, in place of the one that would be used");
     CLI::App* test = crash->add_subcommand("test", "Dump a process and send the report");
+    bool isLocal = false;
+    test->add_flag("--local", isLocal, "Send it to a report server of its own, and show what arrived");
     std::string dump;
     CLI::App* show = crash->add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
     show->add_option("DUMP", dump, "The dump")->required();
@@ -95,7 +97,7 @@ int Run(int argc, char** argv) {
     if (*sid) status = RunSid(sidText);
     if (*host) status = RunHost();
     if (*check) status = RunCrashCheck(config);
-    if (*test) status = RunCrashTest();
+    if (*test) status = RunCrashTest(isLocal);
     if (*show) status = RunCrashShow(dump);
     if (*send) status = RunCrashSend(dumps);
     FinishOutput();
