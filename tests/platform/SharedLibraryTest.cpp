@@ -29,7 +29,8 @@ using ZBase::WideString;
 
 const fs::path kComponents = ZBASE_COMPONENTS_DIR;
 
-std::vector<std::string> gLog;
+// Never destroyed: a library that stays is unloaded after everything else.
+std::vector<std::string>& gLog = *new std::vector<std::string>;
 
 bool IsInProcess(const fs::path& file) {
     void* module = dlopen(file.c_str(), RTLD_LAZY | RTLD_NOLOAD);
