@@ -133,10 +133,12 @@ void StartAnotherThread() {
     StartAnotherThread();
     char* block = static_cast<char*>(std::malloc(5000));
     char* behind = static_cast<char*>(std::malloc(5000));
+    char* freed = block;
+    asm volatile("" : "+r"(freed));  // nobody sees that it is the same
     std::free(block);
     const std::uintptr_t nowhere = 16;
-    std::memcpy(block + sizeof(void*), &nowhere, sizeof nowhere);
-    asm volatile("" : : "r"(block) : "memory");
+    std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);
+    asm volatile("" : : "r"(freed) : "memory");
     gSink = *static_cast<volatile char*>(std::malloc(3000));
     std::free(behind);
 }
