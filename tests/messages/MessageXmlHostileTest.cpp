@@ -206,6 +206,9 @@ void ForgetPeak() {
 }
 
 TEST(MessageXmlHostile, MemoryStaysInProportionToTheDocument) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer holds back what is freed";
+#endif
     const std::string pieces[] = {"<parameter/>",
                                   "<parameter>12345678901234567890</parameter>",
                                   "<lower_level_message/>",
