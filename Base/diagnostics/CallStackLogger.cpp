@@ -95,7 +95,7 @@ void CallStackLogger::AppendCallStack(unsigned int lockCategory, unsigned long s
     const SpinGuard guard(mLock);
     gDbgHelpBuilder.DoStackWalk(record->addresses, kAddresses, std::min(skip, kEverything) + 1);
     mRecords.push_back(record.get());
-    record.release();
+    static_cast<void>(record.release());  // never freed, which is meant
 }
 
 void CallStackLogger::AppendCallStack(unsigned long skip) {
@@ -103,7 +103,7 @@ void CallStackLogger::AppendCallStack(unsigned long skip) {
     const SpinGuard guard(mLock);
     gDbgHelpBuilder.DoStackWalk(record->addresses, kAddresses, std::min(skip, kEverything) + 1);
     mRecords.push_back(record.get());
-    record.release();
+    static_cast<void>(record.release());  // never freed, which is meant
 }
 
 void CallStackLogger::RemoveDuplicates() {
