@@ -207,7 +207,9 @@ public:
         if (!Execute(mDescription.common)) return false;
         const FrameRules initial = mRules;
         mpInitial = &initial;
-        return Execute(mDescription.program);
+        const bool isUnderstood = Execute(mDescription.program);
+        mpInitial = nullptr;
+        return isUnderstood;
     }
 
 private:
