@@ -153,6 +153,14 @@ TEST(MessageXmlReading, ElementWithinATextBeginsItAnew) {
               Expected(expected));
 }
 
+TEST(MessageXmlReading, TextBetweenTwoElementsOfATextBelongsToNeither) {
+    Message expected;
+    expected.SetLocalizedText(5, "x");
+    expected.SetLocalizedText(6, "y");
+    EXPECT_EQ(Read("<m><text><b language_id=\"5\">x</b>w<c language_id=\"6\">y</c></text></m>"),
+              Expected(expected));
+}
+
 TEST(MessageXmlReading, LaterFieldsReplaceEarlierOnes) {
     Message expected(300, 2, "a longer template");
     expected.SetLocalizedText(9, "b");

@@ -45,8 +45,16 @@ class SerializerFromXML::TextElementParser final : public ZLiteXML::UTF8EventHan
 public:
     TextElementParser(TreeBuilder& tree, std::string& characters) : mTree(tree), mCharacters(characters) {}
 
+    // Only within a text; what stands behind an element in it is no part of what that one ended.
     void StartElement(const char*) override {
+        if (mHasEnded) mCharacters.resize(mEndedSize);
         Store();
+        Begin();
+    }
+
+    // For the text itself: whatever was left of an earlier one is forgotten.
+    void Begin() {
+        mHasEnded = false;
         mCharacters.clear();
         mLanguage = 0;
     }
@@ -58,7 +66,10 @@ public:
 
     void Characters(const char* text) override { mCharacters += text; }
 
-    void EndElement(const char*) override { mHasEnded = true; }
+    void EndElement(const char*) override {
+        mHasEnded = true;
+        mEndedSize = mCharacters.size();
+    }
 
     // Stores the text that has ended. An element within a text ends as the text itself does; its end alone
     // stores nothing, or many of them around one long text would store it many times.
@@ -71,6 +82,7 @@ private:
     std::string& mCharacters;
     unsigned short mLanguage = 0;
     bool mHasEnded = false;
+    std::size_t mEndedSize = 0;  // of the characters when the last element ended
 };
 
 // One for each message element; told of its content. The serializer outlives the reading.
@@ -96,7 +108,7 @@ void SerializerFromXML::MessageElementParser::StartElement(const char* name) {
     mSerializer.mCharacters.clear();
     if (mElement == EElement::Text) {
         mSerializer.mpReader->PushHandler(mSerializer.mpTextParser.Get());
-        mSerializer.mpTextParser->StartElement(name);
+        mSerializer.mpTextParser->Begin();
     } else if (mElement == EElement::LowerLevel) {
         mSerializer.mTree.Begin(detail::TAG_LOWER_LEVEL);
         mSerializer.PushMessageParser();
