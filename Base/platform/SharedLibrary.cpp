@@ -84,7 +84,10 @@ void SharedLibraryImpl::ZENTInitialize() {
         const auto getInitialiser =
             reinterpret_cast<ReferenceCounted* (*)()>(GetFunctionAddress("GetZENTDLLInitializer"_w));
         ReferenceCounted* initialiser = getInitialiser();
-        if (initialiser != mInitialiser.Get()) mInitialiser = initialiser;
+        if (initialiser != mInitialiser.Get()) {
+            mInitialiser.Reset();  // first, and where what it throws is caught
+            mInitialiser = initialiser;
+        }
     } catch (const Message&) {
         // The initialiser is optional.
     }

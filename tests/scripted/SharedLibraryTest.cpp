@@ -1,3 +1,4 @@
+#include <Base/frame/ReferenceCounted.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
@@ -191,6 +192,71 @@ TEST_F(SharedLibraryOverScript, ExhaustedMemoryLeaksNeitherModuleNorBlock) {
     });
     EXPECT_EQ(gModules.loadedModules, 0);
     EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+/// An initialiser that tells what is done to it, and fails to be released if it is told to.
+class TellingInitialiser : public virtual ZBase::ReferenceCounted {
+public:
+    explicit TellingInitialiser(const char* name) : mName(name) {}
+    void AddRef() override { sTold += mName + "+ "; }
+    void Release() override {
+        sTold += mName + "- ";
+        if (mFails) throw Message(300, 1, "not released");
+    }
+    void FailToBeReleased(bool fails) { mFails = fails; }
+
+    static std::string sTold;
+    static TellingInitialiser* sGiven;
+
+private:
+    std::string mName;
+    bool mFails = false;
+};
+
+std::string TellingInitialiser::sTold;
+TellingInitialiser* TellingInitialiser::sGiven = nullptr;
+
+class InitialiserOverScript : public SharedLibraryOverScript {
+protected:
+    InitialiserOverScript() {
+        TellingInitialiser::sTold.clear();
+        GiveFrom([]() -> ZBase::ReferenceCounted* { return TellingInitialiser::sGiven; });
+        TellingInitialiser::sGiven = &mFirst;
+    }
+
+    static void GiveFrom(ZBase::ReferenceCounted* (*function)()) {
+        gModules.functions["GetZENTDLLInitializer"] = reinterpret_cast<void*>(function);
+    }
+
+    TellingInitialiser mFirst{"first"};
+    TellingInitialiser mSecond{"second"};
+};
+
+TEST_F(InitialiserOverScript, OldOneIsReleasedBeforeTheNewOneIsTaken) {
+    const auto library = Load();
+    library->ZENTInitialize();
+    TellingInitialiser::sGiven = &mSecond;
+    library->ZENTInitialize();
+    EXPECT_EQ(TellingInitialiser::sTold, "first+ first- second+ ");
+}
+
+TEST_F(InitialiserOverScript, FailureOfTheOldOneToBeReleasedIsDropped) {
+    const auto library = Load();
+    library->ZENTInitialize();
+    mFirst.FailToBeReleased(true);
+    TellingInitialiser::sGiven = &mSecond;
+    EXPECT_NO_THROW(library->ZENTInitialize());
+    EXPECT_EQ(TellingInitialiser::sTold, "first+ first- ");
+}
+
+TEST_F(InitialiserOverScript, HeldOneSurvivesAMissingExportAndAFailure) {
+    const auto library = Load();
+    library->ZENTInitialize();
+    GiveFrom([]() -> ZBase::ReferenceCounted* { throw Message(300, 1, "no initialiser"); });
+    library->ZENTInitialize();
+    gModules.functions.erase("GetZENTDLLInitializer");
+    library->ZENTInitialize();
+    EXPECT_EQ(TellingInitialiser::sTold, "first+ ");
 }
 
 }  // namespace
