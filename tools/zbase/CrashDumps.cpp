@@ -56,6 +56,7 @@ std::string OutputOf(const std::vector<std::string>& command) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw FileFailure(command[0], errno);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;

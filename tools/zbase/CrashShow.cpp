@@ -13,7 +13,8 @@ namespace fs = std::filesystem;
 
 // One of Breakpad's tools: from the search path, or where the library was built.
 std::string Tool(const char* name) {
-    std::istringstream places(std::getenv("PATH") == nullptr ? "" : std::getenv("PATH"));
+    const char* path = std::getenv("PATH");
+    std::istringstream places(path == nullptr ? "" : path);
     for (std::string place; std::getline(places, place, ':');) {
         const fs::path tool = fs::path(place) / name;
         if (access(tool.c_str(), X_OK) == 0) return tool;

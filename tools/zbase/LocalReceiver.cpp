@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path ReceiverProgram() {
-    const fs::path program = fs::read_symlink("/proc/self/exe").parent_path() / "crash-receiver";
+    fs::path program = fs::read_symlink("/proc/self/exe").parent_path() / "crash-receiver";
     if (access(program.c_str(), X_OK) != 0) throw FileFailure(program, errno);
     return program;
 }
