@@ -108,10 +108,10 @@ RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* lab
 void TraceCallStack(const char* path, const unsigned short* label) {
     std::ofstream file(path == nullptr ? "" : path, std::ios::app);
     if (!file) return;
-    file << "**<" + ReportText(label) + ">**:\n";
+    file << std::string("**<").append(ReportText(label)).append(">**:\n");
     const OwnedCallStack stack(CreateCallStack(nullptr));
     for (unsigned int i = kFirstTracedLine; stack != nullptr && i < stack->GetLineCount(); ++i)
-        file << "\t" + ReportText(stack->GetLine(i).GetText()) + "\n" << std::flush;
+        file << std::string("\t").append(ReportText(stack->GetLine(i).GetText())).append("\n") << std::flush;
 }
 
 }  // namespace ZBase
