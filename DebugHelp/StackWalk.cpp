@@ -21,6 +21,7 @@ namespace {
 using ZBase::os::ThreadContext;
 
 constexpr std::uint64_t kPage = 4096;
+constexpr std::uint64_t kNoPage = 1;  // where no page begins
 
 // What `Reserved` of a frame record holds: how far its walk is, and which cursor is its own.
 enum WalkState : std::uint64_t { Fresh, Going, Ended };
@@ -54,7 +55,7 @@ bool IsInModule(Walk& walk, std::uint64_t address) {
 bool ReadPage(Page& page, std::uint64_t address) {
     const iovec to{page.words, kPage};
     const iovec from{reinterpret_cast<void*>(address), kPage};
-    page.address = 0;
+    page.address = kNoPage;
     if (process_vm_readv(getpid(), &to, 1, &from, 1, 0) != static_cast<ssize_t>(kPage)) return false;
     page.address = address;
     return true;
@@ -63,14 +64,15 @@ bool ReadPage(Page& page, std::uint64_t address) {
 int AccessMemory(unw_addr_space_t, unw_word_t address, unw_word_t* value, int write, void* argument) {
     auto& walk = *static_cast<Walk*>(argument);
     if (write != 0) return -UNW_EINVAL;
-    if (IsInModule(walk, address)) {
-        std::memcpy(value, reinterpret_cast<const void*>(address), sizeof *value);
-        return 0;
-    }
-    if (address % 8 != 0) return -UNW_EINVAL;
     Page& page = walk.pages[address / kPage % 2];
     const std::uint64_t start = address & ~(kPage - 1);
-    if (page.address != start && !ReadPage(page, start)) return -UNW_EINVAL;
+    if (page.address != start || address % 8 != 0) {
+        if (IsInModule(walk, address)) {
+            std::memcpy(value, reinterpret_cast<const void*>(address), sizeof *value);
+            return 0;
+        }
+        if (address % 8 != 0 || !ReadPage(page, start)) return -UNW_EINVAL;
+    }
     *value = page.words[address % kPage / 8];
     return 0;
 }
@@ -159,7 +161,7 @@ bool Begin(Walk& walk, const ThreadContext& context) {
     walk.number = ++sWalks;
     std::memcpy(&walk.start, &context, offsetof(ThreadContext, floatingPoint));
     walk.moduleStart = walk.moduleEnd = 0;
-    walk.pages[0].address = walk.pages[1].address = 0;
+    walk.pages[0].address = walk.pages[1].address = kNoPage;
     return AddressSpace() != nullptr && unw_init_remote(&walk.cursor, AddressSpace(), &walk) == 0;
 }
 

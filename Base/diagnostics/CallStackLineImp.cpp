@@ -1,6 +1,7 @@
 #include <Base/diagnostics/detail/CallStackLineImp.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace ZBase {
 
@@ -32,14 +33,13 @@ void AppendAddress(WideString& text, std::uint64_t address) {
 }  // namespace
 
 CallStackLineImp::CallStackLineImp(std::uint32_t section, std::uint32_t offset, std::uint64_t address,
-                                   std::uint64_t frameAddress, const WideString& module,
-                                   std::string_view symbol, std::uint64_t displacement, std::string_view file,
-                                   std::uint32_t line)
+                                   std::uint64_t frameAddress, WideString module, std::string_view symbol,
+                                   std::uint64_t displacement, std::string_view file, std::uint32_t line)
     : mSection(section),
       mOffset(offset),
       mAddress(address),
       mFrameAddress(frameAddress),
-      mModule(module),
+      mModule(std::move(module)),
       mSymbol(Widen(symbol)),
       mDisplacement(displacement),
       mFile(Widen(file)),

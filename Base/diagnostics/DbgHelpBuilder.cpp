@@ -37,32 +37,59 @@ STACKFRAME64 Seed(const os::ThreadContext& context) {
     return frame;
 }
 
-/// False if the address is in no module or, in its module, in no section.
-bool ResolveLogicalAddress(std::uint64_t address, LogicalAddress& logical) {
-    const void* start = nullptr;
-    unsigned short path[kPathUnits];
-    if (!os::FindAllocationBase(reinterpret_cast<const void*>(address), start) || start == nullptr)
-        return false;
-    if (os::GetModulePathAt(start, path, kPathUnits) == 0) return false;
-    const auto base = reinterpret_cast<std::uint64_t>(start);
-    const auto relative = static_cast<std::uint32_t>(address - base);
-    os::ModuleSection section{};
-    for (unsigned int index = 0; os::GetModuleSection(base, index, section); ++index) {
-        const std::uint64_t size = std::max(section.virtualSize, section.sizeOfRawData);
-        // Meant: the end is inclusive.
-        if (relative < section.virtualAddress || relative > section.virtualAddress + size) continue;
-        logical = {index + 1, relative - section.virtualAddress, path};
-        return true;
-    }
-    return false;
-}
-
 CallStackLineImp LoadFailure() {
     constexpr char text[] = "dbghelp.dll load failed";
     return {0, 0, 0, 0, WideString(std::begin(text), std::end(text) - 1), kNotAvailable, 0, kNotAvailable, 0};
 }
 
 }  // namespace
+
+/// The modules that a walk has come through. Each is described once, and nothing outlives the walk: where a
+/// module is now there may be another by the next one.
+class DbgHelpBuilder::WalkedModules {
+public:
+    /// False if the address is in no module or, in its module, in no section.
+    bool Resolve(std::uint64_t address, LogicalAddress& logical) {
+        const void* start = nullptr;
+        if (!os::FindAllocationBase(reinterpret_cast<const void*>(address), start) || start == nullptr)
+            return false;
+        const Module* const module = Find(start);
+        if (module == nullptr) return false;
+        const auto relative = static_cast<std::uint32_t>(address - reinterpret_cast<std::uint64_t>(start));
+        for (std::uint32_t index = 0; index != module->sections.size(); ++index) {
+            const os::ModuleSection& section = module->sections[index];
+            const std::uint64_t size = std::max(section.virtualSize, section.sizeOfRawData);
+            // Meant: the end is inclusive.
+            if (relative < section.virtualAddress || relative > section.virtualAddress + size) continue;
+            logical = {index + 1, relative - section.virtualAddress, module->path};
+            return true;
+        }
+        return false;
+    }
+
+private:
+    struct Module {
+        const void* start;
+        WideString path;
+        std::vector<os::ModuleSection> sections;
+    };
+
+    const Module* Find(const void* start) {
+        const auto isThere = [start](const Module& module) { return module.start == start; };
+        const auto known = std::find_if(mModules.begin(), mModules.end(), isThere);
+        if (known != mModules.end()) return &*known;
+        unsigned short path[kPathUnits];
+        if (os::GetModulePathAt(start, path, kPathUnits) == 0) return nullptr;
+        Module module{start, path, {}};
+        os::ModuleSection section{};
+        while (os::GetModuleSection(reinterpret_cast<std::uint64_t>(start),
+                                    static_cast<unsigned int>(module.sections.size()), section))
+            module.sections.push_back(section);
+        return &mModules.emplace_back(std::move(module));
+    }
+
+    std::vector<Module> mModules;
+};
 
 DbgHelpFunctions::~DbgHelpFunctions() {
     if (mpLibrary != nullptr) os::CloseDebugHelp(mpLibrary);
@@ -136,13 +163,14 @@ void DbgHelpBuilder::BuildCallStack(std::vector<CallStackLineImp>& lines, os::Th
         while (dropped != kDroppedFrames && step()) ++dropped;
         if (dropped == kDroppedFrames) {
             found.reserve(kUsualFrames);
-            while (step()) found.push_back(ResolveFrame(frame));
+            WalkedModules modules;
+            while (step()) found.push_back(ResolveFrame(frame, modules));
         }
     }
     lines = std::move(found);
 }
 
-CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame) const {
+CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedModules& modules) const {
     LogicalAddress logical;
     SymbolRecord record{};
     record.symbol.SizeOfStruct = sizeof record;
@@ -151,7 +179,7 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame) const {
     const char* symbol = kNotAvailable;
     const char* file = kNotAvailable;
     std::uint32_t lineNumber = 0;
-    if (ResolveLogicalAddress(frame.AddrPC.Offset, logical) &&
+    if (modules.Resolve(frame.AddrPC.Offset, logical) &&
         mFunctions.mpSymGetSymFromAddr64(mpProcess, frame.AddrPC.Offset, &displacement, &record.symbol) !=
             0) {
         symbol = record.symbol.Name;
@@ -168,9 +196,15 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame) const {
     } else {
         displacement = 0;
     }
-    return {logical.section,        logical.offset, frame.AddrPC.Offset,
-            frame.AddrFrame.Offset, logical.module, symbol,
-            displacement,           file,           lineNumber};
+    return {logical.section,
+            logical.offset,
+            frame.AddrPC.Offset,
+            frame.AddrFrame.Offset,
+            std::move(logical.module),
+            symbol,
+            displacement,
+            file,
+            lineNumber};
 }
 
 [[gnu::noinline]] void DbgHelpBuilder::DoStackWalk(std::uint64_t* out, unsigned long count,

@@ -92,13 +92,14 @@ public:
     SymGetModuleInfo64Function GetSymGetModuleInfo64();
 
 private:
+    class WalkedModules;
     using StackCapture = unsigned short (*)(std::uint32_t, std::uint32_t, void**, std::uint32_t*);
 
     bool LoadDbgHelpFunctions();
     bool Bind();
     bool CanWalk() const;
     bool Step(STACKFRAME64& frame, os::ThreadContext& context) const;
-    CallStackLineImp ResolveFrame(const STACKFRAME64& frame) const;
+    CallStackLineImp ResolveFrame(const STACKFRAME64& frame, WalkedModules& modules) const;
 
     DbgHelpFunctions mFunctions;
     void* mpProcess;

@@ -21,7 +21,7 @@ public:
     /// The two narrow texts become wide octet by octet with their sign: an octet of 0x80 or above gets the
     /// high octet 0xFF. That is meant.
     CallStackLineImp(std::uint32_t section, std::uint32_t offset, std::uint64_t address,
-                     std::uint64_t frameAddress, const WideString& module, std::string_view symbol,
+                     std::uint64_t frameAddress, WideString module, std::string_view symbol,
                      std::uint64_t displacement, std::string_view file, std::uint32_t line);
 
     const unsigned short* GetText() override;
