@@ -222,13 +222,13 @@ TEST(StackWalk, NeitherAllocatesNorLocks) {
 
 using CallBackFunction = int (*)(int (*)(void*), void*);
 
-// Where a module was unloaded, another with other frames may lie.
-TEST(StackWalk, ForgetsAModuleThatWasUnloaded) {
+/// Walks through two modules that are loaded to one place in turn.
+void ExpectModulesAreForgotten(const char* first, const char* second) {
     void* places[2] = {};
     int samePlace = 0;
     for (int round = 0; round != 6; ++round) {
-        const std::string name = round % 2 == 0 ? "/libSmallFrames.so" : "/libLargeFrames.so";
-        void* module = dlopen((ZBASE_MODULES_DIR + name).c_str(), RTLD_NOW);
+        const std::string name = round % 2 == 0 ? first : second;
+        void* module = dlopen((std::string(ZBASE_MODULES_DIR) + "/lib" + name + ".so").c_str(), RTLD_NOW);
         ASSERT_NE(module, nullptr);
         void* function = dlsym(module, "CallBack");
         places[round % 2] = function;
@@ -239,6 +239,18 @@ TEST(StackWalk, ForgetsAModuleThatWasUnloaded) {
         dlclose(module);
     }
     EXPECT_GT(samePlace, 0) << "the modules never lay at one place, so nothing was shown";
+}
+
+TEST(StackWalk, ForgetsAModuleThatWasUnloaded) {
+    ExpectModulesAreForgotten("SmallFrames", "LargeFrames");
+}
+
+TEST(StackWalk, ForgetsAModuleWhoseTablesAreAlmostThoseOfTheNext) {
+    ExpectModulesAreForgotten("LargeFrames", "LargeFramesToo");
+}
+
+TEST(StackWalk, ForgetsAModuleWithoutABuildId) {
+    ExpectModulesAreForgotten("FramesWithoutId", "FramesWithoutIdToo");
 }
 
 TEST(StackWalk, ManyThreadsWalkAtOnce) {

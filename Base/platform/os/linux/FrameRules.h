@@ -55,7 +55,7 @@ struct UnwindModule {
     std::uint64_t start;
     std::uint64_t end;
     const std::uint8_t* searchTable;
-    std::uint64_t identity;  // differs between modules that are loaded to one place in turn
+    std::uint64_t identity;  // differs between modules that are loaded to one place in turn; 0 if unknown
 };
 
 /// The module that holds `address`; false if none does.

@@ -11,7 +11,8 @@
 // The table takes no lock. An entry is two words, the rule and a tag in which the address, the identity of
 // its module and a hash of the rule are mixed by exclusive or. A reader that sees the two halves of different
 // entries finds a tag that does not fit, and reads the unwind tables instead. The identity changes when a
-// module is unloaded and another takes its place, so what is remembered of the old one is never used.
+// module is unloaded and another takes its place, so what is remembered of the old one is never used. Of a
+// module without one nothing is remembered.
 
 #include <atomic>
 
@@ -117,7 +118,7 @@ std::uint64_t Pack(const FrameRules& rules) {
 [[gnu::noinline]] std::uint64_t Derive(const UnwindModule& module, std::uint64_t address) {
     FrameRules rules;
     const std::uint64_t rule = FindFrameRules(module, address - 1, rules) ? Pack(rules) : std::uint64_t{End};
-    Remember(address, module.identity, rule);
+    if (module.identity != 0) Remember(address, module.identity, rule);
     return rule;
 }
 
@@ -150,7 +151,7 @@ ZBASE_READS_STACKS inline std::uint64_t Load(std::uint64_t address) {
         if (address - 1 - module.start >= module.end - module.start) {
             if (!FindUnwindModule(address - 1, module)) break;
         }
-        std::uint64_t rule = Recall(address, module.identity);
+        std::uint64_t rule = module.identity == 0 ? std::uint64_t{None} : Recall(address, module.identity);
         if (rule == None) rule = Derive(module, address);
         const std::uint64_t kind = rule & 7;
         if (kind == End) break;

@@ -5,8 +5,8 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <algorithm>
 #include <cstring>
-#include <initializer_list>
 
 #include <Base/platform/os/linux/FrameRules.h>
 
@@ -368,23 +368,52 @@ std::uint64_t Mix(std::uint64_t hash, std::uint64_t value) {
     return hash ^ (hash >> 32);
 }
 
-// A module that is unloaded may leave its place to another. Where the functions of the two begin differs, and
-// so the ends and the middle of the search table tell them apart.
-std::uint64_t Identity(const dl_find_object& object) {
-    std::uint64_t hash = Mix(reinterpret_cast<std::uint64_t>(object.dlfo_map_start),
-                             reinterpret_cast<std::uint64_t>(object.dlfo_map_end));
-    hash = Mix(hash, reinterpret_cast<std::uint64_t>(object.dlfo_eh_frame));
-    TableHeader header;
-    const auto* table = static_cast<const std::uint8_t*>(object.dlfo_eh_frame);
-    std::memcpy(&header, table, sizeof header);
-    if (header.form != kTableForm || header.count == 0) return hash;
-    const auto* entries = table + sizeof header;
-    for (const std::uint32_t index : {0U, header.count / 2, header.count - 1}) {
-        std::uint64_t entry;
-        std::memcpy(&entry, entries + std::size_t{index} * sizeof(TableEntry), sizeof entry);
-        hash = Mix(hash, entry);
+/// A hash of the build id among a segment's notes, begun from `seed`; 0 if there is none.
+std::uint64_t HashBuildId(const std::uint8_t* note, const std::uint8_t* end, std::uint64_t alignment,
+                          std::uint64_t seed) {
+    const auto aligned = [alignment](std::uint64_t size) {
+        return (size + alignment - 1) & ~(alignment - 1);
+    };
+    ElfW(Nhdr) header;
+    while (static_cast<std::uint64_t>(end - note) > sizeof header) {
+        std::memcpy(&header, note, sizeof header);
+        const std::uint64_t idAt = aligned(sizeof header + header.n_namesz);
+        const std::uint64_t size = idAt + aligned(header.n_descsz);
+        if (size > static_cast<std::uint64_t>(end - note)) break;
+        if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == 4 &&
+            std::memcmp(note + sizeof header, "GNU", 4) == 0) {
+            for (std::uint64_t done = 0; done < header.n_descsz; done += sizeof(std::uint64_t)) {
+                std::uint64_t piece = 0;
+                std::memcpy(&piece, note + idAt + done, std::min(header.n_descsz - done, sizeof piece));
+                seed = Mix(seed, piece);
+            }
+            return seed;
+        }
+        note += size;
     }
-    return Mix(hash, header.count);
+    return 0;
+}
+
+// A module that is unloaded may leave its place to another, even to one whose tables look the same from
+// outside. Their build ids differ. The program itself stays, so it needs none.
+std::uint64_t Identity(const dl_find_object& object) {
+    const auto* const start = static_cast<const std::uint8_t*>(object.dlfo_map_start);
+    const std::uint64_t place = Mix(reinterpret_cast<std::uint64_t>(start), 1);
+    if (*object.dlfo_link_map->l_name == 0) return place;
+    ElfW(Ehdr) header;
+    std::memcpy(&header, start, sizeof header);
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return 0;
+    const auto* const segments = reinterpret_cast<const ElfW(Phdr)*>(start + header.e_phoff);
+    for (unsigned int i = 0; i != header.e_phnum; ++i) {
+        const ElfW(Phdr)& segment = segments[i];
+        if (segment.p_type != PT_NOTE) continue;
+        const auto* const notes =
+            reinterpret_cast<const std::uint8_t*>(object.dlfo_link_map->l_addr + segment.p_vaddr);
+        const std::uint64_t identity =
+            HashBuildId(notes, notes + segment.p_memsz, segment.p_align == 8 ? 8 : 4, place);
+        if (identity != 0) return identity;
+    }
+    return 0;
 }
 
 }  // namespace

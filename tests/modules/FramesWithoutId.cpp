@@ -1,0 +1,2 @@
+// LargeFrames without a build id.
+#include "tests/modules/LargeFrames.cpp"

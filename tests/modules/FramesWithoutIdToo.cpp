@@ -1,0 +1,2 @@
+// LargeFramesToo without a build id.
+#include "tests/modules/LargeFramesToo.cpp"
