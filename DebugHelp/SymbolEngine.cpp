@@ -64,14 +64,17 @@ SymbolEngine::~SymbolEngine() {
     End();
 }
 
-bool SymbolEngine::Report() {
-    dwfl_report_begin(mpDwfl);
-    const bool isRead = dwfl_linux_proc_report(mpDwfl, getpid()) == 0;
-    return dwfl_report_end(mpDwfl, nullptr, nullptr) == 0 && isRead;
+bool SymbolEngine::Begin() {
+    mIsBegun = mIsBegun || Open();
+    return mIsBegun;
 }
 
-bool SymbolEngine::Begin() {
-    if (mpDwfl != nullptr) return true;
+void SymbolEngine::End() {
+    Close();
+    mIsBegun = false;
+}
+
+bool SymbolEngine::Open() {
     LoadCounts counts{};
     dl_iterate_phdr(ReadCounts, &counts);
     mpSearchPath = searchPath.empty() ? nullptr : searchPath.data();
@@ -81,7 +84,7 @@ bool SymbolEngine::Begin() {
     mpDwfl = dwfl_begin(&mCallbacks);
     if (mpDwfl == nullptr) return false;
     if (!Report()) {
-        End();
+        Close();
         return false;
     }
     mLoads = counts.loads;
@@ -89,62 +92,77 @@ bool SymbolEngine::Begin() {
     return true;
 }
 
-void SymbolEngine::End() {
+void SymbolEngine::Close() {
     mSymbols.clear();
     mLines.clear();
     if (mpDwfl != nullptr) dwfl_end(mpDwfl);
     mpDwfl = nullptr;
 }
 
-// Where a module was unloaded another may lie now, so nothing is kept; one that was only loaded adds.
+bool SymbolEngine::Report() {
+    dwfl_report_begin(mpDwfl);
+    const bool isRead = dwfl_linux_proc_report(mpDwfl, getpid()) == 0;
+    return dwfl_report_end(mpDwfl, nullptr, nullptr) == 0 && isRead;
+}
+
+// Where a module was unloaded another may lie now, so nothing is kept; one that was only loaded adds. Modules
+// that could not be read, for want of a file handle maybe, are read at the next call.
 void SymbolEngine::Refresh() {
-    if (mpDwfl == nullptr) return;
+    if (!mIsBegun) return;
+    if (mpDwfl == nullptr) {
+        Open();
+        return;
+    }
     LoadCounts counts{};
     dl_iterate_phdr(ReadCounts, &counts);
     if (counts.unloads != mUnloads || mSymbols.size() + mLines.size() > kMostRemembered) {
-        End();
-        Begin();
+        Close();
+        Open();
     } else if (counts.loads != mLoads) {
         std::erase_if(mSymbols, [](const auto& entry) { return entry.second.start == 0; });
         std::erase_if(mLines, [](const auto& entry) { return entry.second.file == nullptr; });
-        if (!Report()) End();
-        mLoads = counts.loads;
+        if (Report())
+            mLoads = counts.loads;
+        else
+            Close();
     }
 }
 
 const Symbol* SymbolEngine::FindSymbol(std::uint64_t address) {
     Refresh();
     if (mpDwfl == nullptr) return nullptr;
-    const auto [entry, isNew] = mSymbols.try_emplace(address);
-    Symbol& symbol = entry->second;
-    if (isNew) {
-        GElf_Off offset = 0;
-        GElf_Sym found{};
-        Dwfl_Module* const module = ModuleAt(address);
-        const char* const name = module == nullptr ? nullptr
-                                                   : dwfl_module_addrinfo(module, address, &offset, &found,
-                                                                          nullptr, nullptr, nullptr);
-        // Behind an "@" stands the version of the symbol, which is no part of the name.
-        if (name != nullptr)
-            symbol = {Demangle(std::string(name).substr(0, std::strcspn(name, "@")).c_str()),
-                      address - offset, found.st_size};
-    }
-    return symbol.start == 0 ? nullptr : &symbol;
+    auto found = mSymbols.find(address);
+    if (found == mSymbols.end()) found = mSymbols.emplace(address, LookUpSymbol(address)).first;
+    return found->second.start == 0 ? nullptr : &found->second;
 }
 
 const Line* SymbolEngine::FindLine(std::uint64_t address) {
     Refresh();
     if (mpDwfl == nullptr) return nullptr;
-    const auto [entry, isNew] = mLines.try_emplace(address);
-    Line& line = entry->second;
-    if (isNew) {
-        Dwfl_Module* const module = ModuleAt(address);
-        FoundLine found;
-        if (module != nullptr && (FindIndexed(module, address, found) || FindInUnits(module, address, found)))
-            line = {&*mFiles.insert(found.file).first, static_cast<std::uint32_t>(found.number),
-                    found.address};
-    }
-    return line.file == nullptr ? nullptr : &line;
+    auto found = mLines.find(address);
+    if (found == mLines.end()) found = mLines.emplace(address, LookUpLine(address)).first;
+    return found->second.file == nullptr ? nullptr : &found->second;
+}
+
+Symbol SymbolEngine::LookUpSymbol(std::uint64_t address) const {
+    Dwfl_Module* const module = ModuleAt(address);
+    if (module == nullptr) return {};
+    GElf_Off offset = 0;
+    GElf_Sym symbol{};
+    const char* const name =
+        dwfl_module_addrinfo(module, address, &offset, &symbol, nullptr, nullptr, nullptr);
+    if (name == nullptr) return {};
+    // Behind an "@" stands the version of the symbol, which is no part of the name.
+    const std::string bare(name, std::strcspn(name, "@"));
+    return {Demangle(bare.c_str()), address - offset, symbol.st_size};
+}
+
+Line SymbolEngine::LookUpLine(std::uint64_t address) {
+    Dwfl_Module* const module = ModuleAt(address);
+    FoundLine found;
+    if (module == nullptr || !(FindIndexed(module, address, found) || FindInUnits(module, address, found)))
+        return {};
+    return {&*mFiles.insert(found.file).first, static_cast<std::uint32_t>(found.number), found.address};
 }
 
 Module SymbolEngine::Describe(Dwfl_Module* module) {

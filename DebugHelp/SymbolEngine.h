@@ -11,15 +11,15 @@
 namespace DebugHelp {
 
 struct Symbol {
-    std::string name;     // demangled; empty if there is none
-    std::uint64_t start;  // 0 if there is none
-    std::uint64_t size;
+    std::string name;         // demangled; empty if there is none
+    std::uint64_t start = 0;  // 0 if there is none
+    std::uint64_t size = 0;
 };
 
 struct Line {
-    const std::string* file;  // stays for good; null if there is no line
-    std::uint32_t number;
-    std::uint64_t address;  // where the line's code begins
+    const std::string* file = nullptr;  // stays for good; null if there is no line
+    std::uint32_t number = 0;
+    std::uint64_t address = 0;  // where the line's code begins
 };
 
 struct Module {
@@ -38,7 +38,7 @@ public:
     /// Begins with the modules of the process; true if it is begun, or was.
     bool Begin();
     void End();
-    bool IsBegun() const { return mpDwfl != nullptr; }
+    bool IsBegun() const { return mIsBegun; }
 
     /// Null if the address lies in no symbol.
     const Symbol* FindSymbol(std::uint64_t address);
@@ -54,12 +54,17 @@ public:
 private:
     static Module Describe(Dwfl_Module* module);
     Dwfl_Module* ModuleAt(std::uint64_t address) const;
+    Symbol LookUpSymbol(std::uint64_t address) const;
+    Line LookUpLine(std::uint64_t address);
+    bool Open();
+    void Close();
     bool Report();
     void Refresh();
 
     Dwfl_Callbacks mCallbacks{};
     char* mpSearchPath = nullptr;
-    Dwfl* mpDwfl = nullptr;
+    Dwfl* mpDwfl = nullptr;  // null while the modules can't be read, too
+    bool mIsBegun = false;
     unsigned long long mLoads = 0;  // of the process, when its modules were read
     unsigned long long mUnloads = 0;
     std::unordered_map<std::uint64_t, Symbol> mSymbols;
