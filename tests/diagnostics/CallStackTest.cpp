@@ -45,6 +45,12 @@ constexpr int kLineOfCapturedHere = __LINE__ + 1;
     StayHere();
 }
 
+int CaptureFor(void* stack) {
+    *static_cast<ZBase::CallStack**>(stack) = CapturedHere();
+    StayHere();
+    return 0;
+}
+
 struct Waiter {
     std::atomic<bool> isThere{false};
     std::atomic<bool> mayGo{false};
@@ -137,12 +143,7 @@ TEST(CallStack, GoesThroughAModuleThatIsOpenedAtRunTime) {
     ASSERT_NE(module, nullptr);
     ZBase::CallStack* captured = nullptr;
     const auto callBack = reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallBack"));
-    callBack(
-        [](void* argument) {
-            *static_cast<ZBase::CallStack**>(argument) = CapturedHere();
-            return 0;
-        },
-        &captured);
+    callBack(CaptureFor, &captured);
     const Stack stack(captured);
     dlclose(module);
     const std::vector<StackLine> lines = Lines(*stack);
@@ -150,6 +151,34 @@ TEST(CallStack, GoesThroughAModuleThatIsOpenedAtRunTime) {
     EXPECT_EQ(lines[2].module, path);
     EXPECT_TRUE(lines[2].file.ends_with("SmallFrames.cpp"));
     EXPECT_EQ(lines.back().symbol, "_start");
+}
+
+// Where a module was unloaded there may be another, whose code looks the same.
+TEST(CallStack, NamesTheModuleThatTookThePlaceOfAnother) {
+    void* places[2] = {};
+    int samePlace = 0;
+    for (int round = 0; round != 6; ++round) {
+        const bool isTwin = round % 2 != 0;
+        const std::string path =
+            std::string(ZBASE_MODULES_DIR) + (isTwin ? "/libNestedTwin.so" : "/libNested.so");
+        void* module = dlopen(path.c_str(), RTLD_NOW);
+        ASSERT_NE(module, nullptr);
+        void* function = dlsym(module, "CallNested");
+        places[isTwin] = function;
+        samePlace += places[0] == places[1];
+        ZBase::CallStack* captured = nullptr;
+        reinterpret_cast<int (*)(int (*)(void*), void*)>(function)(CaptureFor, &captured);
+        dlclose(module);
+        const Stack stack(captured);
+        const std::vector<StackLine> lines = Lines(*stack);
+        EXPECT_EQ(lines[2].symbol,
+                  isTwin ? "Veiled(int (*)(void*), void*)" : "Hidden(int (*)(void*), void*)");
+        EXPECT_EQ(lines[2].module, path);
+        EXPECT_EQ(lines[3].symbol, "CallNested");
+        EXPECT_EQ(lines[3].module, path);
+        EXPECT_EQ(lines.back().symbol, "_start");
+    }
+    EXPECT_GT(samePlace, 0) << "the modules never lay at one place, so nothing was shown";
 }
 
 TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {

@@ -1,0 +1,153 @@
+#include <Base/diagnostics/AddrToLine.h>
+#include <Base/diagnostics/DbgHelpBuilder.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/Stacks.h"
+
+// A module whose debug information lies elsewhere, or nowhere.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::StackLine;
+using ZBase::gDbgHelpBuilder;
+
+constexpr char kHiddenName[] = "Hidden(int (*)(void*), void*)";
+
+std::string RunTool(std::vector<std::string> command) {
+    command.insert(command.begin(), "/usr/bin/env");
+    const test::ChildResult child = test::RunChild(command);
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    return child.output;
+}
+
+/// What is told of one address in each of the module's two functions.
+struct Told {
+    StackLine hidden;
+    StackLine exported;
+    std::string module;
+    std::string symbol = "-";
+    std::string file = "-";
+    std::string line = "-";
+};
+
+Told Ask(const fs::path& path) {
+    Told told;
+    void* module = dlopen(path.c_str(), RTLD_NOW);
+    EXPECT_NE(module, nullptr) << dlerror();
+    if (module == nullptr) return told;
+    const auto capture = [](void* argument) {
+        auto& to = *static_cast<Told*>(argument);
+        const test::Stack stack(ZBase::CreateCallStack(nullptr));
+        to.hidden = test::Parse(test::Narrow(stack->GetLine(1).GetText()));
+        to.exported = test::Parse(test::Narrow(stack->GetLine(2).GetText()));
+        ZBase::AddrToLine().Fetch(std::stoull(to.hidden.address, nullptr, 16), to.module, to.symbol, to.file,
+                                  to.line);
+        test::StayHere();
+        return 0;
+    };
+    reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallNested"))(capture, &told);
+    dlclose(module);
+    return told;
+}
+
+class DebugFiles : public test::ScratchFolder {
+protected:
+    DebugFiles() : mWhole(mFolder / "Whole.so"), mStripped(mFolder / "Stripped.so") {
+        fs::copy_file(std::string(ZBASE_MODULES_DIR) + "/libNested.so", mWhole);
+        RunTool({"objcopy", "--strip-all", mWhole, mStripped});
+    }
+    ~DebugFiles() override { SetSearchPath(nullptr); }
+
+    void KeepDebugInformation(const fs::path& file) {
+        fs::create_directories(file.parent_path());
+        RunTool({"objcopy", "--only-keep-debug", mWhole, file});
+    }
+
+    static void SetSearchPath(const char* path) {
+        ZBase::InitializeDBGHelpBuilder();
+        ASSERT_NE(gDbgHelpBuilder.GetSymSetSearchPath()(nullptr, path), 0);
+    }
+
+    void ExpectAllIsTold() {
+        const Told expected = Ask(mWhole);
+        const Told told = Ask(mStripped);
+        EXPECT_EQ(expected.hidden.symbol, kHiddenName);
+        EXPECT_TRUE(expected.hidden.file.ends_with("tests/modules/Nested.cpp")) << expected.hidden.file;
+        for (const auto part : {&StackLine::symbol, &StackLine::file, &StackLine::line}) {
+            EXPECT_EQ(told.hidden.*part, expected.hidden.*part);
+            EXPECT_EQ(told.exported.*part, expected.exported.*part);
+        }
+        EXPECT_EQ(told.hidden.module, mStripped);
+        EXPECT_EQ(told.module, mStripped);
+        EXPECT_EQ(told.symbol, kHiddenName);
+        EXPECT_EQ(told.file, expected.file);
+        EXPECT_EQ(told.line, expected.line);
+    }
+
+    fs::path mWhole;
+    fs::path mStripped;
+};
+
+TEST_F(DebugFiles, StrippedModuleStillGivesItsExportedSymbols) {
+    const Told told = Ask(mStripped);
+    EXPECT_EQ(told.exported.symbol, "CallNested");
+    EXPECT_EQ(told.exported.file, "(NA)");
+    EXPECT_EQ(told.exported.line, "0");
+    EXPECT_NE(told.exported.displacement, "0");
+    EXPECT_EQ(told.hidden.symbol, "(NA)");
+    EXPECT_EQ(told.hidden.module, mStripped);
+    EXPECT_EQ(told.symbol, "-");
+    EXPECT_EQ(told.module, mStripped);
+}
+
+TEST_F(DebugFiles, FoundByTheirLinkBesideTheModule) {
+    KeepDebugInformation(mFolder / "Stripped.debug");
+    RunTool({"objcopy", "--add-gnu-debuglink=" + (mFolder / "Stripped.debug").string(), mStripped});
+    ExpectAllIsTold();
+}
+
+TEST_F(DebugFiles, FoundByTheirLinkInTheFolderForThem) {
+    const fs::path file = mFolder / ".debug" / "Stripped.debug";
+    KeepDebugInformation(file);
+    RunTool({"objcopy", "--add-gnu-debuglink=" + file.string(), mStripped});
+    ExpectAllIsTold();
+}
+
+TEST_F(DebugFiles, FoundByTheBuildIdInTheSearchPath) {
+    const std::string notes = RunTool({"readelf", "-n", mStripped});
+    const std::string mark = "Build ID: ";
+    const std::size_t start = notes.find(mark);
+    ASSERT_NE(start, std::string::npos) << notes;
+    const std::string id = notes.substr(start + mark.size(), notes.find('\n', start) - start - mark.size());
+    KeepDebugInformation(mFolder / ".build-id" / id.substr(0, 2) / (id.substr(2) + ".debug"));
+    SetSearchPath(mFolder.c_str());
+    ExpectAllIsTold();
+}
+
+TEST_F(DebugFiles, OfAnotherModuleAreNotBelieved) {
+    KeepDebugInformation(mFolder / "Stripped.debug");
+    RunTool({"objcopy", "--add-gnu-debuglink=" + (mFolder / "Stripped.debug").string(), mStripped});
+    RunTool({"objcopy", "--only-keep-debug", std::string(ZBASE_MODULES_DIR) + "/libNestedTwin.so",
+             mFolder / "Stripped.debug"});
+    EXPECT_EQ(Ask(mStripped).hidden.symbol, "(NA)");
+}
+
+TEST_F(DebugFiles, InlinedFunctionIsNamedByTheOneAroundIt) {
+    const Told told = Ask(mWhole);
+    EXPECT_EQ(told.hidden.symbol, kHiddenName);
+    EXPECT_EQ(told.exported.symbol, "CallNested");
+    EXPECT_EQ(told.symbol, kHiddenName);
+    // The line of the address itself is that of the inlined call, which stands further up in the file.
+    EXPECT_LT(std::stoi(told.line), std::stoi(told.hidden.line));
+}
+
+}  // namespace

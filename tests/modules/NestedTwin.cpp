@@ -1,0 +1,2 @@
+#define ZBASE_TEST_HIDDEN Veiled
+#include "tests/modules/Nested.cpp"
