@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -75,6 +76,23 @@ TEST(CallStack, LineZeroIsTheCallerOfTheFactory) {
     EXPECT_EQ(lines[0].symbol, "CapturedHere()");
     EXPECT_EQ(lines[1].symbol,
               "(anonymous namespace)::CallStack_LineZeroIsTheCallerOfTheFactory_Test::TestBody()");
+}
+
+// In programs that hold the library, built by each compiler with and without optimisation, also at link time.
+TEST(CallStack, LineZeroIsTheCallerOfTheFactoryHoweverItIsCompiled) {
+    int programs = 0;
+    for (const auto& file : std::filesystem::directory_iterator(ZBASE_BUILD_DIR "/tests/capture/programs")) {
+        if (file.path().extension() == ".so") continue;
+        ++programs;
+        const test::ChildResult child = test::RunChild({file.path()});
+        std::istringstream output(child.output);
+        for (const char* expected : {"Capturer()", "CallerOfCapturer()", "main"}) {
+            std::string line;
+            std::getline(output, line);
+            EXPECT_EQ(test::Parse(line).symbol, expected) << file.path() << child.output << child.errors;
+        }
+    }
+    EXPECT_GE(programs, 5);
 }
 
 TEST(CallStack, EachLineHasTheForm) {
