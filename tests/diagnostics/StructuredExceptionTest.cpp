@@ -4,20 +4,28 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <atomic>
 #include <cstdio>
+#include <cstring>
+#include <new>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/Faults.h"
 
 // Real faults of the processor that are caught, in this process.
 
 namespace {
 
 using namespace ZBase::Literals;
+using test::DivideByZero;
+using test::FaultKind;
+using test::WriteToNull;
 using ZBase::StructuredException;
 using ZBase::StructuredExceptionImp;
 using ZBase::WideString;
@@ -27,126 +35,18 @@ static_assert(!std::is_polymorphic_v<StructuredException>);
 static_assert(sizeof(StructuredException) == sizeof(ZBase::Message));
 static_assert(std::has_virtual_destructor_v<StructuredExceptionImp>);
 
-char* volatile gNull = nullptr;
-volatile int gZero = 0;
-volatile int gSink = 0;
-
-[[gnu::noipa]] void WriteToNull() {
-    *static_cast<volatile char*>(gNull) = 1;
-    asm volatile("");
-}
-
-[[gnu::noipa]] void ReadOutsideOfTheAddressSpace() {
-    gSink = *reinterpret_cast<volatile char*>(0x8000'0000'0000'0000u);
-    asm volatile("");
-}
-
-[[gnu::noipa]] void WriteToCode() {
-    *reinterpret_cast<volatile char*>(&WriteToNull) = 1;
-    asm volatile("");
-}
-
-[[gnu::noipa]] void ReadBehindTheEndOfAFile() {
-    const int file = open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    void* pages = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, file, 0);
-    close(file);
-    gSink = *static_cast<volatile char*>(pages);
-    asm volatile("");
-}
-
-[[gnu::noipa]] void ReadMisaligned() {
-    alignas(16) static char place[32];
-    // The flag that makes the processor check alignment.
-    asm volatile("pushf\n\torl $0x40000, (%%rsp)\n\tpopf\n\tmovl 1(%0), %%eax"
-                 :
-                 : "r"(place)
-                 : "eax", "cc", "memory");
-}
-
-[[gnu::noipa]] void DivideByZero() {
-    gSink = 1 / gZero;
-    asm volatile("");
-}
-
-[[gnu::noipa]] void RunIllegalInstruction() {
-    asm volatile("ud2");
-}
-
-[[gnu::noipa]] void RunPrivilegedInstruction() {
-    asm volatile("hlt");
-}
-
-[[gnu::noipa]] void HitBreakpoint() {
-    asm volatile("int3");
-}
-
-[[gnu::noipa]] void SingleStep() {
-    asm volatile("pushf\n\torl $0x100, (%%rsp)\n\tpopf\n\tnop" : : : "cc", "memory");
-}
-
-// Runs `operation` with one of the vector unit's exceptions unmasked.
-void WithVectorException(unsigned int flag, void (*operation)()) {
-    const unsigned int before = __builtin_ia32_stmxcsr();
-    __builtin_ia32_ldmxcsr((before & ~0x3Fu) & ~(flag << 7));
-    try {
-        operation();
-    } catch (...) {
-        __builtin_ia32_ldmxcsr(before);
-        throw;
-    }
-    __builtin_ia32_ldmxcsr(before);
-}
-
-volatile double gDouble = 0;
-double gTiny = 1e-310;  // denormal
-
-[[gnu::noipa]] void FloatDenormal() {
-    WithVectorException(0x02, [] {
-        asm volatile("movsd %0, %%xmm0\n\taddsd %%xmm0, %%xmm0" : : "m"(gTiny) : "xmm0");
-    });
-}
-[[gnu::noipa]] void FloatDivideByZero() {
-    WithVectorException(0x04, [] { gDouble = 1.0 / gDouble; });
-}
-[[gnu::noipa]] void FloatInexact() {
-    WithVectorException(0x20, [] {
-        volatile double three = 3;
-        gDouble = 1.0 / three;
-    });
-}
-[[gnu::noipa]] void FloatInvalid() {
-    WithVectorException(0x01, [] { gDouble = gDouble / gDouble; });
-}
-[[gnu::noipa]] void FloatOverflow() {
-    WithVectorException(0x08, [] {
-        volatile double huge = 1e308;
-        gDouble = huge * huge;
-    });
-}
-[[gnu::noipa]] void FloatUnderflow() {
-    WithVectorException(0x10, [] {
-        volatile double small = 1e-300;
-        gDouble = small * small;
-    });
-}
-
-// The ninth value does not fit into the stack of the x87.
-[[gnu::noipa]] void FloatStackOverflow() {
-    const unsigned short control = 0x037E;  // invalid operations are not masked
-    asm volatile(
-        "fninit\n\tfldcw %0\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfwait"
-        :
-        : "m"(control));
-}
-
-struct FaultCase {
-    const char* name;
-    void (*fault)();
-    unsigned int code;
-};
-
 std::string Narrow(const WideString& text) {
     return ZBase::WideCharToUTF8(text.c_str(), false).c_str();
+}
+
+template <class Fault>
+unsigned int CodeOf(Fault fault) {
+    try {
+        fault();
+    } catch (const StructuredExceptionImp& exception) {
+        return exception.GetCode();
+    }
+    return 0;
 }
 
 /// Runs on a thread of its own, since there is no way back from a translator.
@@ -155,47 +55,136 @@ void OnThread(Body body) {
     std::thread([&] {
         ZBase::SetExceptionTranslator();
         body();
-        asm volatile("fninit");
+        asm volatile("fninit");  // a fault leaves values behind
     }).join();
 }
 
-class Fault : public testing::TestWithParam<FaultCase> {};
+class Fault : public testing::TestWithParam<FaultKind> {};
 
 TEST_P(Fault, IsCaughtWithItsCode) {
     OnThread([] {
-        for (int i = 0; i != 3; ++i) {
-            unsigned int code = 0;
-            try {
-                GetParam().fault();
-                ADD_FAILURE() << "no fault";
-            } catch (const StructuredExceptionImp& exception) {
-                code = exception.GetCode();
-            }
-            EXPECT_EQ(code, GetParam().code);
-        }
+        for (int i = 0; i != 3; ++i) EXPECT_EQ(CodeOf(GetParam().fault), GetParam().code);
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Fault,
-    testing::Values(FaultCase{"WriteToNull", WriteToNull, 0xC0000005},
-                    FaultCase{"OutsideOfTheAddressSpace", ReadOutsideOfTheAddressSpace, 0xC0000005},
-                    FaultCase{"WriteToCode", WriteToCode, 0xC0000005},
-                    FaultCase{"BehindTheEndOfAFile", ReadBehindTheEndOfAFile, 0xC0000006},
-                    FaultCase{"Misaligned", ReadMisaligned, 0x80000002},
-                    FaultCase{"IntegerDivideByZero", DivideByZero, 0xC0000094},
-                    FaultCase{"IllegalInstruction", RunIllegalInstruction, 0xC000001D},
-                    FaultCase{"PrivilegedInstruction", RunPrivilegedInstruction, 0xC0000005},
-                    FaultCase{"Breakpoint", HitBreakpoint, 0x80000003},
-                    FaultCase{"SingleStep", SingleStep, 0x80000004},
-                    FaultCase{"FloatDenormal", FloatDenormal, 0xC000008D},
-                    FaultCase{"FloatDivideByZero", FloatDivideByZero, 0xC000008E},
-                    FaultCase{"FloatInexact", FloatInexact, 0xC000008F},
-                    FaultCase{"FloatInvalid", FloatInvalid, 0xC0000090},
-                    FaultCase{"FloatOverflow", FloatOverflow, 0xC0000091},
-                    FaultCase{"FloatStackOverflow", FloatStackOverflow, 0xC0000092},
-                    FaultCase{"FloatUnderflow", FloatUnderflow, 0xC0000093}),
-    [](const auto& row) { return std::string(row.param.name); });
+TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
+    const auto faultAfterOthersTranslators = [] {
+        const rlimit noCore{};
+        setrlimit(RLIMIT_CORE, &noCore);
+        OnThread([] { CodeOf(GetParam().fault); });
+        GetParam().fault();
+    };
+    EXPECT_EXIT(faultAfterOthersTranslators(), testing::KilledBySignal(GetParam().signal), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Fault, testing::ValuesIn(test::kFaults),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// A division is told by its instruction: each form of a divisor is an instruction of its own.
+
+template <class Divide>
+void ExpectCodesOfDivision(Divide divide) {
+    OnThread([&] {
+        EXPECT_EQ(CodeOf([&] { divide(0); }), 0xC0000094);
+        EXPECT_EQ(CodeOf([&] { divide(-1); }), 0xC0000095);
+    });
+}
+
+thread_local int tDivisor;
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
+    ExpectCodesOfDivision([](int divisor) {
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "c"(divisor) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        register int value asm("r12") = divisor;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "r"(value) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        register long value asm("r15") = divisor;
+        asm volatile("movl $1, %%eax\n\tshlq $63, %%rax\n\tcqto\n\tidivq %0"
+                     :
+                     : "r"(value)
+                     : "rax", "rdx", "cc");
+    });
+}
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
+    ExpectCodesOfDivision([](int divisor) {  // %bh, with all of the register but it set
+        const int value = (divisor & 0xFF) << 8 | 0x7F0000FF;
+        asm volatile("movw $0x8000, %%ax\n\tidivb %%bh" : : "b"(value) : "eax", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // %dil, which has the number of %bh
+        const int value = (divisor & 0xFF) | 0x7F00FF00;
+        asm volatile("movw $0x8000, %%ax\n\tidivb %%dil" : : "D"(value) : "eax", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        const int value = (divisor & 0xFFFF) | 0x7F000000;
+        asm volatile("movw $0x8000, %%ax\n\tcwtd\n\tidivw %%cx" : : "c"(value) : "eax", "edx", "cc");
+    });
+}
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
+    ExpectCodesOfDivision([](int divisor) {
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl (%0)"
+                     :
+                     : "c"(&divisor)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // a base, a scaled index and a displacement of one octet
+        int row[] = {7, 7, 7, divisor, 7};
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl -4(%0, %1, 4)"
+                     :
+                     : "r"(row), "r"(4L)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // extended registers, and a displacement of four octets
+        int row[] = {7, 7, 7, divisor, 7};
+        register unsigned long base asm("r13") = reinterpret_cast<unsigned long>(row) - 0x12345;
+        register long index asm("r12") = 6;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 0x12345(%0, %1, 2)"
+                     :
+                     : "r"(base), "r"(index)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // no base
+        int row[] = {7, divisor, 7};
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 4(, %0, 1)"
+                     :
+                     : "r"(row)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // relative to the instruction
+        static volatile int sDivisor;
+        sDivisor = divisor;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "m"(sDivisor) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // relative to the thread
+        tDivisor = divisor;
+        long offset = reinterpret_cast<char*>(&tDivisor) - static_cast<char*>(__builtin_thread_pointer());
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %%fs:(%0)"
+                     :
+                     : "r"(offset)
+                     : "eax", "edx", "cc", "memory");
+    });
+}
+
+TEST(PrivilegedFault, IsToldByItsInstruction) {
+    OnThread([] {
+        EXPECT_EQ(CodeOf([] { asm volatile("cli"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("inb $0x80, %%al" : : : "eax"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("outb %%al, %%dx" : : "d"(0x80)); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("rdmsr" : : "c"(0) : "eax", "edx"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("movq %%cr0, %%rax" : : : "rax"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("movq %%db0, %%r8" : : : "r8"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("wbinvd"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("swapgs"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lldt %%ax" : : "a"(0)); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lidt (%%rsp)" : : : "memory"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("invlpg (%%rsp)" : : : "memory"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lock; incl (%0)" : : "r"(1ul << 63) : "memory"); }), 0xC0000005);
+    });
+}
 
 TEST(StructuredException, TellsItsCodeInItsText) {
     OnThread([] {
@@ -214,16 +203,20 @@ TEST(StructuredException, CodeHasNoPadding) {
               "Structured exception thrown (0x0). Stack: ");
 }
 
-TEST(StructuredException, EachWritesOneLine) {
+TEST(StructuredException, EachWritesOneLineAndEqualCodesHaveEqualTexts) {
     testing::internal::CaptureStdout();
-    OnThread([] {
+    std::vector<std::string> texts;
+    OnThread([&] {
         for (int i = 0; i != 2; ++i) {
             try {
                 WriteToNull();
-            } catch (const StructuredException&) {
+            } catch (const StructuredExceptionImp& exception) {
+                texts.push_back(Narrow(exception.GetText()));
             }
         }
     });
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_EQ(texts[0], texts[1]);
     const std::string line =
         "Error in StructuredExceptionImp::FillOutStackAddresses, CPU type unsupportted!\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), line + line);
@@ -240,6 +233,61 @@ TEST(StructuredException, IsAnEmptyMessage) {
             EXPECT_TRUE(WideString(message.GetMessage()) == empty.GetMessage());
         }
     });
+}
+
+TEST(StructuredException, IsCaughtAsEachOfItsThreeTypes) {
+    OnThread([] {
+        const auto caughtAs = [](auto type) {
+            try {
+                WriteToNull();
+            } catch (const decltype(type)&) {
+                return true;
+            }
+            return false;
+        };
+        EXPECT_TRUE(caughtAs(StructuredExceptionImp(0, nullptr)));
+        EXPECT_TRUE(caughtAs(StructuredException()));
+        EXPECT_TRUE(caughtAs(ZBase::Message()));
+    });
+}
+
+TEST(StructuredException, ArrivesAsBadAllocWhenThereIsNoMemoryForIt) {
+    OnThread([] {
+        int failed = 0;
+        const std::size_t failures = test::ForEachFailingAllocation([&] {
+            try {
+                WriteToNull();
+            } catch (const std::bad_alloc&) {
+                ++failed;
+            } catch (const StructuredException&) {
+            }
+        });
+        EXPECT_GE(failures, 1u);
+        EXPECT_EQ(static_cast<std::size_t>(failed), failures);
+    });
+}
+
+TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
+    OnThread([] {
+        ZBase::SetExceptionTranslator();
+        ZBase::SetExceptionTranslator();
+        EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005);
+    });
+}
+
+// The host's own handler is asked for the faults of threads without a translator.
+void ExitByHandler(int) {
+    _exit(42);
+}
+
+TEST(StructuredException, OfAnotherThreadGoesToTheHandlerThatWasThereBefore) {
+    const auto faultBesideATranslator = [] {
+        signal(SIGSEGV, ExitByHandler);
+        OnThread([] { EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005); });
+        WriteToNull();
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // so that no translator was set in that process before
+    EXPECT_EXIT(faultBesideATranslator(), testing::ExitedWithCode(42), "");
 }
 
 TEST(StructuredException, RunsTheDestructorsOnItsWay) {

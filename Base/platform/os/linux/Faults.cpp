@@ -8,6 +8,7 @@
 
 #include <Base/platform/os/Faults.h>
 #include <Base/platform/os/linux/FaultSignals.h>
+#include <Base/platform/os/linux/FaultingInstruction.h>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -67,15 +68,15 @@ unsigned int FloatingPointCode(int reason, const ucontext_t& context) {
     const unsigned int vectorFlags = state == nullptr ? 0 : state->mxcsr & ~(state->mxcsr >> 7);
     const unsigned int stackFlags = state == nullptr ? 0 : state->swd & ~(state->cwd & kAllFlags);
     switch (reason) {
-        case FPE_INTDIV:
-            return kIntegerDivideByZero;
+        case FPE_INTDIV:  // the kernel tells both by one number
+            return IsDivisionOverflow(context) ? kIntegerOverflow : kIntegerDivideByZero;
         case FPE_INTOVF:
             return kIntegerOverflow;
         case FPE_FLTDIV:
             return kFloatDivideByZero;
         case FPE_FLTOVF:
             return kFloatOverflow;
-        case FPE_FLTUND:  // the kernel tells both by one number
+        case FPE_FLTUND:  // and both of these
             return ((vectorFlags | stackFlags) & kDenormalFlag) != 0 ? kFloatDenormal : kFloatUnderflow;
         case FPE_FLTRES:
             return kFloatInexact;
@@ -98,8 +99,9 @@ unsigned int CodeOf(int signal, const siginfo_t& information, const ucontext_t& 
                                                                 : kIllegalInstruction;
         case SIGTRAP:
             return reason == TRAP_TRACE || reason == TRAP_HWBKPT ? kSingleStep : kBreakpoint;
-        default:
-            return kAccessViolation;
+        default:  // the kernel tells an address beyond all memory and a privileged instruction alike
+            return reason == SI_KERNEL && IsPrivilegedInstruction(context) ? kPrivilegedInstruction
+                                                                           : kAccessViolation;
     }
 }
 
@@ -133,11 +135,11 @@ void PassOn(int signal, siginfo_t* information, void* context) {
     }
     const bool isSent = information->si_code <= 0;
     if (isSent && before.sa_handler == SIG_IGN) return;
-    // The default: a fault happens again, a signal that was sent is sent again.
+    // The default: a fault happens again; a signal that was sent, and a trap, is sent again.
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
-    if (isSent) syscall(SYS_tgkill, getpid(), gettid(), signal);
+    if (isSent || signal == SIGTRAP) syscall(SYS_tgkill, getpid(), gettid(), signal);
 }
 
 void HandleFault(int signal, siginfo_t* information, void* context) {
@@ -182,12 +184,13 @@ void FindStack() {
 }  // namespace
 
 bool TranslateFault(int signal, siginfo_t* information, void* context) {
-    if (tFaults.translator == nullptr) return false;
     // With the check of alignment on, the library's own code would fault next.
     __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~kAlignmentCheckFlag);
+    if (tFaults.translator == nullptr) return false;
     const bool isFault = information->si_code > 0;  // the others were sent by someone
     if (signal == SIGABRT || !isFault || IsStackOverflow(signal, *information, context)) return false;
     const unsigned int code = CodeOf(signal, *information, *static_cast<const ucontext_t*>(context));
+    if (!ReturnFromCallToNowhere(*static_cast<ucontext_t*>(context))) return false;
     // A breakpoint is reported behind its instruction, which may be the last one that a handler covers.
     if (code == kBreakpoint) --Register(context, REG_RIP);
     RestoreThread(*static_cast<const ucontext_t*>(context));

@@ -1,0 +1,183 @@
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <climits>
+
+// Real faults of the processor, one function each, and the code that each must be translated to. An array
+// bound (0xC000008C) is missing: the 64-bit processor has no instruction that checks one.
+
+namespace test {
+
+inline char* volatile gNull = nullptr;
+inline volatile int gZero = 0;
+inline volatile int gMinusOne = -1;
+inline volatile int gLeast = INT_MIN;
+inline volatile int gSink = 0;
+inline volatile double gDouble = 0;
+inline double gDenormal = 1e-310;
+
+[[gnu::noipa]] inline void WriteToNull() {
+    *static_cast<volatile char*>(gNull) = 1;
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void ReadFromNull() {
+    gSink = *static_cast<volatile char*>(gNull);
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void CallNull() {
+    reinterpret_cast<void (*)()>(gNull)();
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void CallData() {
+    static char data[16];
+    char* volatile place = data;
+    reinterpret_cast<void (*)()>(place)();
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void ReadOutsideOfTheAddressSpace() {
+    gSink = *reinterpret_cast<volatile char*>(0x8000'0000'0000'0000u);
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void WriteToCode() {
+    *reinterpret_cast<volatile char*>(&WriteToNull) = 1;
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void ReadBehindTheEndOfAFile() {
+    static void* const pages = [] {
+        const int file = open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+        void* mapped = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, file, 0);
+        close(file);
+        return mapped;
+    }();
+    gSink = *static_cast<volatile char*>(pages);
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void ReadMisaligned() {
+    alignas(16) static char place[32];
+    // The flag that makes the processor check alignment.
+    asm volatile("pushf\n\torl $0x40000, (%%rsp)\n\tpopf\n\tmovl 1(%0), %%eax"
+                 :
+                 : "r"(place)
+                 : "eax", "cc", "memory");
+}
+
+[[gnu::noipa]] inline void DivideByZero() {
+    gSink = 1 / gZero;
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void DivideTheLeastByMinusOne() {
+    gSink = gLeast / gMinusOne;
+    asm volatile("");
+}
+
+[[gnu::noipa]] inline void RunIllegalInstruction() {
+    asm volatile("ud2");
+}
+
+[[gnu::noipa]] inline void RunPrivilegedInstruction() {
+    asm volatile("hlt");
+}
+
+[[gnu::noipa]] inline void HitBreakpoint() {
+    asm volatile("int3");
+}
+
+[[gnu::noipa]] inline void SingleStep() {
+    asm volatile("pushf\n\torl $0x100, (%%rsp)\n\tpopf\n\tnop" : : : "cc", "memory");
+}
+
+// Runs `operation` with one of the vector unit's exceptions unmasked.
+inline void WithVectorException(unsigned int flag, void (*operation)()) {
+    const unsigned int before = __builtin_ia32_stmxcsr();
+    __builtin_ia32_ldmxcsr((before & ~0x3Fu) & ~(flag << 7));
+    try {
+        operation();
+    } catch (...) {
+        __builtin_ia32_ldmxcsr(before);
+        throw;
+    }
+    __builtin_ia32_ldmxcsr(before);
+}
+
+[[gnu::noipa]] inline void FloatDenormal() {
+    WithVectorException(0x02, [] {
+        asm volatile("movsd %0, %%xmm0\n\taddsd %%xmm0, %%xmm0" : : "m"(gDenormal) : "xmm0");
+    });
+}
+[[gnu::noipa]] inline void FloatDivideByZero() {
+    WithVectorException(0x04, [] { gDouble = 1.0 / gDouble; });
+}
+[[gnu::noipa]] inline void FloatInexact() {
+    WithVectorException(0x20, [] {
+        volatile double three = 3;
+        gDouble = 1.0 / three;
+    });
+}
+[[gnu::noipa]] inline void FloatInvalid() {
+    WithVectorException(0x01, [] { gDouble = gDouble / gDouble; });
+}
+[[gnu::noipa]] inline void FloatOverflow() {
+    WithVectorException(0x08, [] {
+        volatile double huge = 1e308;
+        gDouble = huge * huge;
+    });
+}
+[[gnu::noipa]] inline void FloatUnderflow() {
+    WithVectorException(0x10, [] {
+        volatile double small = 1e-300;
+        gDouble = small * small;
+    });
+}
+
+// The ninth value does not fit into the stack of the x87.
+[[gnu::noipa]] inline void FloatStackOverflow() {
+    const unsigned short control = 0x037E;  // invalid operations are not masked
+    asm volatile(
+        "fninit\n\tfldcw %0\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfld1\n\tfwait"
+        :
+        : "m"(control));
+}
+
+struct FaultKind {
+    const char* name;
+    void (*fault)();
+    unsigned int code;  // what it is translated to
+    int signal;         // what it is without a translator
+};
+
+inline constexpr FaultKind kFaults[] = {
+    {"WriteToNull", WriteToNull, 0xC0000005, SIGSEGV},
+    {"ReadFromNull", ReadFromNull, 0xC0000005, SIGSEGV},
+    {"CallNull", CallNull, 0xC0000005, SIGSEGV},
+    {"CallData", CallData, 0xC0000005, SIGSEGV},
+    {"OutsideOfTheAddressSpace", ReadOutsideOfTheAddressSpace, 0xC0000005, SIGSEGV},
+    {"WriteToCode", WriteToCode, 0xC0000005, SIGSEGV},
+    {"BehindTheEndOfAFile", ReadBehindTheEndOfAFile, 0xC0000006, SIGBUS},
+    {"Misaligned", ReadMisaligned, 0x80000002, SIGBUS},
+    {"IntegerDivideByZero", DivideByZero, 0xC0000094, SIGFPE},
+    {"IntegerOverflow", DivideTheLeastByMinusOne, 0xC0000095, SIGFPE},
+    {"IllegalInstruction", RunIllegalInstruction, 0xC000001D, SIGILL},
+    {"PrivilegedInstruction", RunPrivilegedInstruction, 0xC0000096, SIGSEGV},
+    {"Breakpoint", HitBreakpoint, 0x80000003, SIGTRAP},
+    {"SingleStep", SingleStep, 0x80000004, SIGTRAP},
+    {"FloatDenormal", FloatDenormal, 0xC000008D, SIGFPE},
+    {"FloatDivideByZero", FloatDivideByZero, 0xC000008E, SIGFPE},
+    {"FloatInexact", FloatInexact, 0xC000008F, SIGFPE},
+    {"FloatInvalid", FloatInvalid, 0xC0000090, SIGFPE},
+    {"FloatOverflow", FloatOverflow, 0xC0000091, SIGFPE},
+    {"FloatStackOverflow", FloatStackOverflow, 0xC0000092, SIGFPE},
+    {"FloatUnderflow", FloatUnderflow, 0xC0000093, SIGFPE},
+};
+
+}  // namespace test
