@@ -40,7 +40,7 @@ using google_breakpad::MinidumpDescriptor;
 constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
 constexpr std::size_t kCrashStackSize = 65536;
 constexpr std::size_t kSmallestCrashStack = 16384;  // what Breakpad takes as it is
-constexpr std::size_t kReservedMemory = 16 << 20;
+constexpr std::size_t kReservedMemory = 32 << 20;   // a dump copies each stack, up to 16 MiB
 constexpr int kReservedDescriptors = 8;
 
 std::atomic<bool> sCrashTaken = false;
@@ -161,6 +161,12 @@ public:
         return true;
     }
 
+    // Runs on the crashed thread. No heap, no lock.
+    void CloseFile() {
+        if (mFile >= 0) close(mFile);
+        mFile = -1;
+    }
+
 private:
     // Breakpad asks whether it shall dump a crash. Runs on the crashed thread. No heap; Breakpad's lock is
     // held.
@@ -174,9 +180,7 @@ private:
     // The dump is written. Runs on the crashed thread, or on the one that wants a dump. No heap.
     static bool End(const MinidumpDescriptor&, void* dumper, bool succeeded) {
         auto* const self = static_cast<Dumper*>(dumper);
-        struct stat file {};
-        if (!succeeded && fstat(self->mFile, &file) == 0 && file.st_size == 0) unlink(self->mPath);
-        close(self->mFile);
+        self->CloseFile();
         const bool endsHere = self->mCallback(self->mPath, succeeded);
         // No core of a process whose crash has been dealt with, not even into a pipe.
         if (self->mForCrashes && endsHere) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
@@ -251,6 +255,7 @@ bool WriteDump(DumpHandler* handler) {
     if (!handler->mDemands.OpenFile()) return false;
     const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
     const bool written = handler->mDemands.Handler().WriteMinidump();
+    handler->mDemands.CloseFile();  // is open still if nothing was begun
     if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
     return written;
 }
