@@ -48,6 +48,8 @@ WideString WidenAscii(const char* text) {
 bool InstallCrashHandler() {
     gCrashConfigPath = FindCrashConfig().c_str();
     if (!ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys)) return false;
+    // A handler of an earlier installation goes on with what was read, even if this installation fails.
+    detail::PrepareCrashReport();
     if (JudgeCrashSettings(gCrashConfig) != ECrashSettings::eComplete) return false;
     if (IsSet("native_dump"_w)) gNativeDump = true;
     if (IsSet("keep_dump_file"_w)) gKeepDumpFile = true;
@@ -58,7 +60,7 @@ bool InstallCrashHandler() {
     os::DumpHandler* const handler = os::CreateDumpHandler(directory.c_str(), CrashDumpCallback);
     if (handler == nullptr) return false;
     gExceptionHandler = handler;  // an earlier one stays behind it
-    detail::PrepareCrashReport();
+    detail::PutCrashKeysIntoDumps();
     return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -21,38 +22,7 @@
 #include <thread>
 #include <vector>
 
-// The heap of this program ends it as soon as the crash has begun.
-
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" void __libc_free(void* block);
-extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
-extern "C" void* __libc_realloc(void* block, std::size_t size);
-
-static std::atomic<bool> gHeapIsForbidden = false;
-
-[[maybe_unused]] static void CheckHeap() {
-    if (gHeapIsForbidden) _exit(99);
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-extern "C" void* malloc(std::size_t size) {
-    CheckHeap();
-    return __libc_malloc(size);
-}
-extern "C" void free(void* block) {
-    if (block == nullptr) return;
-    CheckHeap();
-    __libc_free(block);
-}
-extern "C" void* calloc(std::size_t count, std::size_t size) {
-    CheckHeap();
-    return __libc_calloc(count, size);
-}
-extern "C" void* realloc(void* block, std::size_t size) {
-    CheckHeap();
-    return __libc_realloc(block, size);
-}
-#endif
+#include "ForbiddenHeap.h"
 
 // Not local to this file: the compiler must not know all that is derived from it.
 class Pure {
@@ -79,6 +49,7 @@ volatile int gSink = 0;
 }
 
 [[gnu::noipa]] void DivideByZero() {
+    gHeapIsForbidden = true;
     gSink = 1 / gZero;
     asm volatile("");
 }
@@ -98,20 +69,32 @@ volatile int gSink = 0;
 }
 
 [[gnu::noipa]] int Overflow(int depth) {
-    volatile char frame[512];
+    volatile char frame[2048];
     frame[0] = static_cast<char>(depth);
     const int result = depth < 0 ? 0 : Overflow(depth + 1) + frame[0];
     asm volatile("");
     return result;
 }
 
+[[gnu::noipa]] void ExhaustStack() {
+    gHeapIsForbidden = true;
+    gSink = Overflow(0);
+}
+
 [[gnu::noipa]] void JumpNowhere() {
+    gHeapIsForbidden = true;
     reinterpret_cast<void (*)()>(gNull)();
     asm volatile("");
 }
 
 [[gnu::noipa]] void RunIllegalInstruction() {
+    gHeapIsForbidden = true;
     asm volatile("ud2");
+}
+
+[[gnu::noipa]] void HitBreakpoint() {
+    gHeapIsForbidden = true;
+    asm volatile("int3");
 }
 
 class CrashesAtExit {
@@ -198,17 +181,23 @@ void UseHeap() {
     WriteToNull();
 }
 
+[[gnu::noipa]] void RunThread(void (*crash)(), bool ownStack) {
+    if (ownStack) ZBase::InstallCrashStack();
+    crash();
+    asm volatile("");
+}
+
 [[gnu::noipa]] void CrashOnThread(void (*crash)(), bool ownStack) {
-    std::thread([=] {
-        if (ownStack) ZBase::InstallCrashStack();
-        crash();
-    }).join();
+    std::thread(RunThread, crash, ownStack).join();
 }
 
 // Both are reported.
 [[gnu::noipa]] void CrashInChildThenInParent() {
     const pid_t child = fork();
-    if (child == 0) WriteToNull();
+    if (child == 0) {
+        ZBase::SetCrashAttr("who", "child", true);
+        WriteToNull();
+    }
     int status = 0;
     waitpid(child, &status, 0);
     std::printf("child ended by signal %d\n", WIFSIGNALED(status) ? WTERMSIG(status) : 0);
@@ -256,28 +245,90 @@ void CreateDumpsOnManyThreads() {
     std::printf("%d\n%d\n", written.load(), ZBase::CreateDump());
 }
 
+// The first call hangs with its server until the others have been refused.
+void CreateDumpsAtOnce() {
+    static std::atomic<int> sRefused = 0;
+    std::atomic<int> written = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i != 10; ++i) {
+        threads.emplace_back([&] {
+            if (ZBase::CreateDump()) {
+                ++written;
+            } else if (++sRefused == 9) {
+                std::puts("nine are refused");
+                std::fflush(stdout);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    std::printf("%d is written\n", written.load());
+}
+
+// The crash comes from outside.
+[[gnu::noipa]] void WaitBesideADump() {
+    std::thread([] { ZBase::CreateDump(); }).detach();
+    for (;;) pause();
+}
+
+// No file may be written for a while.
+[[gnu::noipa]] void FailToDump() {
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+    const bool written = ZBase::CreateDump();
+    setrlimit(RLIMIT_FSIZE, &usual);
+    std::printf("%d %d\n", written, ZBase::CreateDump());
+    std::fflush(stdout);
+    setrlimit(RLIMIT_FSIZE, &none);
+    WriteToNull();
+}
+
+void SetKeysLate() {
+    const bool results[] = {ZBase::SetCrashAttr("kept", "1", false), ZBase::SetCrashAttr("kept", "2", false),
+                            ZBase::SetCrashAttr("replaced", "1", false),
+                            ZBase::SetCrashAttr("replaced", "2", true),
+                            ZBase::SetCrashAttr("of file", "late", false)};
+    for (const bool result : results) std::printf("%d", result);
+    std::fflush(stdout);
+    WriteToNull();
+}
+
+// Prints how much of an alternate stack of the library's size a child's crash takes.
+void MeasureCrashStack(void (*crash)()) {
+    constexpr std::size_t kSize = 65536;
+    constexpr char kUntouched = '\x5A';
+    char* const place =
+        static_cast<char*>(mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    std::memset(place, kUntouched, kSize);
+    const pid_t child = fork();
+    if (child == 0) {
+        stack_t stack{};
+        stack.ss_sp = place;
+        stack.ss_size = kSize;
+        if (sigaltstack(&stack, nullptr) != 0) _exit(94);
+        crash();
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::size_t untouched = 0;
+    while (untouched != kSize && place[untouched] == kUntouched) ++untouched;
+    std::printf("%zu\n", kSize - untouched);
+}
+
+void CatchFault() {
+    ZBase::SetExceptionTranslator();
+    try {
+        *static_cast<volatile int*>(gNull) = 1;
+        asm volatile("");
+    } catch (const ZBase::StructuredException&) {
+    }
+    _exit(0);
+}
+
 [[gnu::noipa]] void BeSignalled() {
     kill(getpid(), SIGSEGV);
     pause();
-}
-
-// Two threads catch their faults, and the third, without a translator, crashes.
-[[gnu::noipa]] void CatchThenCrash() {
-    int caught = 0;
-    for (void (*fault)() : {+[] { *static_cast<volatile int*>(gNull) = 1; }, +[] { gSink = 1 / gZero; }}) {
-        std::thread([&] {
-            ZBase::SetExceptionTranslator();
-            for (int i = 0; i != 100; ++i) {
-                try {
-                    fault();
-                } catch (const ZBase::StructuredException&) {
-                    ++caught;
-                }
-            }
-        }).join();
-    }
-    std::fprintf(stderr, "caught %d\n", caught);
-    CrashOnThread(WriteToNull, false);
 }
 
 int Run(const std::string& kind) {
@@ -287,11 +338,12 @@ int Run(const std::string& kind) {
         {"abort", Abort},
         {"throw", ThrowUncaught},
         {"pure", CallPureVirtual},
-        {"overflow", [] { gSink = Overflow(0); }},
-        {"thread-overflow", [] { CrashOnThread([] { gSink = Overflow(0); }, true); }},
-        {"bare-thread-overflow", [] { CrashOnThread([] { gSink = Overflow(0); }, false); }},
+        {"overflow", ExhaustStack},
+        {"thread-overflow", [] { CrashOnThread(ExhaustStack, true); }},
+        {"bare-thread-overflow", [] { CrashOnThread(ExhaustStack, false); }},
         {"jump", JumpNowhere},
         {"illegal", RunIllegalInstruction},
+        {"breakpoint", HitBreakpoint},
         {"thread", [] { CrashOnThread(WriteToNull, false); }},
         {"threads", CrashOnManyThreads},
         {"fork", CrashInChildThenInParent},
@@ -305,13 +357,24 @@ int Run(const std::string& kind) {
         {"signal", BeSignalled},
         {"dump", [] { std::printf("%d\n", ZBase::CreateDump()); }},
         {"dumps", CreateDumpsOnManyThreads},
-        {"translator-first", CatchThenCrash},
-        {"translator-last", CatchThenCrash},
+        {"dumps-at-once", CreateDumpsAtOnce},
+        {"dump-beside", WaitBesideADump},
+        {"failed-dump", FailToDump},
+        {"late-keys", SetKeysLate},
+        {"moved",
+         [] {
+             if (chdir("/") == 0) WriteToNull();
+         }},
         {"translated-overflow",
          [] {
              ZBase::SetExceptionTranslator();
-             gSink = Overflow(0);
+             ExhaustStack();
          }},
+        {"stack-of-null", [] { MeasureCrashStack(WriteToNull); }},
+        {"stack-of-overflow", [] { MeasureCrashStack(ExhaustStack); }},
+        {"stack-of-malloc", [] { MeasureCrashStack(CrashInMalloc); }},
+        {"stack-of-abort", [] { MeasureCrashStack(Abort); }},
+        {"stack-of-fault", [] { MeasureCrashStack(CatchFault); }},
         {"none", [] {}},
     };
     const auto found = kinds.find(kind);
@@ -320,21 +383,45 @@ int Run(const std::string& kind) {
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    if (const char* folder = std::getenv("PROBE_CORE_FOLDER")) {
+// What the test asks of the process as a whole.
+void ArrangeProcess() {
+    // The reader of dumps shows no more than 1024 frames.
+    const rlimit stack{1 << 20, 1 << 20};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stack.rlim_cur);
+    if (setrlimit(RLIMIT_STACK, &stack) != 0 || pthread_setattr_default_np(&attributes) != 0) _exit(94);
+    if (std::getenv("PROBE_CORES") != nullptr) {
         rlimit limit{};
         getrlimit(RLIMIT_CORE, &limit);
         limit.rlim_cur = limit.rlim_max;
-        if (setrlimit(RLIMIT_CORE, &limit) != 0 || chdir(folder) != 0) return 95;
+        if (setrlimit(RLIMIT_CORE, &limit) != 0) _exit(94);
     }
-    if (std::strcmp(argv[1], "unhandled") == 0) WriteToNull();
+    const char* folder = std::getenv("PROBE_FOLDER");
+    if (folder != nullptr && chdir(folder) != 0) _exit(94);
+    if (const char* user = std::getenv("PROBE_USER")) {
+        if (setuid(static_cast<uid_t>(std::atoi(user))) != 0) _exit(94);
+    }
     signal(SIGCHLD, std::getenv("PROBE_IGNORE_CHILDREN") != nullptr ? SIG_IGN : SIG_DFL);
-    if (std::strcmp(argv[1], "translator-first") == 0) {
-        std::thread([] { ZBase::SetExceptionTranslator(); }).join();
-    }
+    if (std::getenv("PROBE_HOST_HANDLER") != nullptr) signal(SIGSEGV, [](int) { _exit(93); });
+}
+
+// A second installation in the same process.
+void InstallAgain() {
+    const char* config = std::getenv("PROBE_SECOND_CONFIG");
+    if (config == nullptr) return;
+    setenv("ZENT_CRASH_CONFIG_FILE", config, 1);
+    std::printf("%d\n", ZBase::InstallCrashHandler());
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ArrangeProcess();
+    if (std::strcmp(argv[1], "unhandled") == 0) WriteToNull();
     for (int i = 2; i + 1 < argc; i += 2) ZBase::SetCrashAttr(argv[i], argv[i + 1], true);
     if (!ZBase::InstallCrashHandler()) return 96;
+    InstallAgain();
     return Run(argv[1]);
 }

@@ -110,18 +110,29 @@ void CrashBench::Configure(const std::string& moreSettings, const std::string& c
 }
 
 void CrashBench::WriteConfig(const std::string& content) const {
-    std::ofstream(mFolder / "crash_report.ini", std::ios::binary) << content;
+    std::ofstream(Config(), std::ios::binary) << content;
 }
 
 ChildResult CrashBench::Crash(const std::vector<std::string>& arguments,
-                              const std::vector<std::string>& environment) {
-    std::vector<std::string> command = {ChildProgram("CrashProbe")};
+                              const std::vector<std::string>& environment, const std::string& program) const {
+    std::vector<std::string> command = {ChildProgram(program)};
     command.insert(command.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environment;  // the first of one name counts
-    variables.push_back("ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string());
-    variables.push_back("LC_ALL=C.UTF-8");
-    variables.push_back("ASAN_OPTIONS=detect_leaks=0");
+    for (const std::string& variable : Environment()) variables.push_back(variable);
     return RunChild(command, variables);
+}
+
+std::unique_ptr<BackgroundChild> CrashBench::CrashInBackground(
+    const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = {"/usr/bin/env"};
+    for (const std::string& variable : Environment()) command.push_back(variable);
+    command.push_back(ChildProgram("CrashProbe"));
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return std::make_unique<BackgroundChild>(command);
+}
+
+std::vector<std::string> CrashBench::Environment() const {
+    return {"ZENT_CRASH_CONFIG_FILE=" + Config(), "LC_ALL=C.UTF-8", "ASAN_OPTIONS=detect_leaks=0"};
 }
 
 std::vector<fs::path> CrashBench::LeftDumps() const {

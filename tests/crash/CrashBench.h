@@ -37,9 +37,13 @@ protected:
     /// Writes the configuration: both servers are `mServer`, dumps go to `mDumps`.
     void Configure(const std::string& moreSettings = "", const std::string& crashKeys = "");
     void WriteConfig(const std::string& content) const;
+    std::string Config() const { return mFolder / "crash_report.ini"; }
 
+    /// Runs CrashProbe, or another program of tests/children.
     ChildResult Crash(const std::vector<std::string>& arguments,
-                      const std::vector<std::string>& environment = {});
+                      const std::vector<std::string>& environment = {},
+                      const std::string& program = "CrashProbe") const;
+    std::unique_ptr<BackgroundChild> CrashInBackground(const std::vector<std::string>& arguments) const;
 
     std::vector<std::filesystem::path> LeftDumps() const;
     std::vector<std::filesystem::path> ReceivedDumps() const;
@@ -51,6 +55,8 @@ protected:
     std::string mServer;  // its address
 
 private:
+    std::vector<std::string> Environment() const;
+
     std::unique_ptr<BackgroundChild> mpServer;
 };
 

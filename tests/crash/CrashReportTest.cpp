@@ -54,6 +54,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(CrashCase{"null", SIGSEGV, "SIGSEGV /SEGV_MAPERR", "WriteToNull", true},
                     CrashCase{"divide", SIGFPE, "SIGFPE / FPE_INTDIV", "DivideByZero", true},
                     CrashCase{"illegal", SIGILL, "SIGILL", "RunIllegalInstruction", true},
+                    CrashCase{"breakpoint", SIGTRAP, "SIGTRAP", "HitBreakpoint", true},
                     CrashCase{"jump", SIGSEGV, "SIGSEGV", "JumpNowhere", false},
                     CrashCase{"abort", SIGABRT, "SIGABRT", "Abort", false},
                     CrashCase{"throw", SIGABRT, "SIGABRT", "ThrowUncaught", false},
@@ -73,12 +74,19 @@ INSTANTIATE_TEST_SUITE_P(
 
 using CrashReports = test::CrashBench;
 
-TEST_F(CrashReports, StackOverflowShowsTheStack) {
+TEST_F(CrashReports, StackOverflowShowsTheWholeStack) {
     StartServer();
     Configure();
     for (const char* kind : {"overflow", "thread-overflow"}) Crash({kind});
     ASSERT_EQ(ReceivedDumps().size(), 2u);
-    for (const fs::path& dump : ReceivedDumps()) EXPECT_GT(ReadDumpFile(dump).stack.size(), 40u);
+    const ReadDump ofProcess = ReadDumpFile(ReceivedDumps()[0]);
+    const ReadDump ofThread = ReadDumpFile(ReceivedDumps()[1]);
+    for (const ReadDump& dump : {ofProcess, ofThread}) {
+        EXPECT_GT(dump.stack.size(), 400u);  // a megabyte in frames of two kibibytes and a little
+        EXPECT_TRUE(dump.Has("ExhaustStack"));
+    }
+    EXPECT_TRUE(ofProcess.Has("main"));
+    EXPECT_TRUE(ofThread.Has("RunThread"));
 }
 
 TEST_F(CrashReports, SecondThreadIsTheCrashedOne) {
@@ -98,25 +106,15 @@ TEST_F(CrashReports, ThreadWithoutItsOwnCrashStackEndsByItsOverflowUnreported) {
 
 TEST_F(CrashReports, ForkedChildAndParentAreReportedBoth) {
     StartServer();
-    Configure();
-    const ChildResult child = Crash({"fork"});
+    Configure("", "product=probe\n");
+    const ChildResult child = Crash({"fork", "run", "7"});
     EXPECT_EQ(child.output, "child ended by signal 11\n");
     EXPECT_EQ(child.signal, SIGFPE);
     ASSERT_EQ(ReceivedDumps().size(), 2u);
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"product", "probe"}, {"run", "7"}, {"who", "child"}}));
+    EXPECT_EQ(ReceivedKeys(2), (CrashKeys{{"product", "probe"}, {"run", "7"}}));
     EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[0]).Has("WriteToNull"));
     EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[1]).Has("DivideByZero"));
-}
-
-TEST_F(CrashReports, TranslatorComesBeforeTheHandlerInEitherOrder) {
-    StartServer();
-    Configure();
-    for (const char* kind : {"translator-first", "translator-last"}) {
-        const ChildResult child = Crash({kind});
-        EXPECT_EQ(child.errors, "caught 200\n");
-        EXPECT_EQ(child.signal, SIGSEGV);
-    }
-    ASSERT_EQ(ReceivedDumps().size(), 2u);
-    for (const fs::path& dump : ReceivedDumps()) EXPECT_TRUE(ReadDumpFile(dump).Has("WriteToNull"));
 }
 
 TEST_F(CrashReports, StackOverflowIsACrashInSpiteOfATranslator) {
@@ -126,6 +124,25 @@ TEST_F(CrashReports, StackOverflowIsACrashInSpiteOfATranslator) {
     ASSERT_EQ(ReceivedDumps().size(), 1u);
     EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[0]).Has("Overflow"));
 }
+
+class CrashStackUse : public test::CrashBench, public testing::WithParamInterface<const char*> {};
+
+TEST_P(CrashStackUse, IsLessThanHalfOfTheStack) {
+    StartServer();
+    Configure();
+    const ChildResult child = Crash({GetParam()});
+    const int used =
+        std::atoi(child.output.substr(child.output.rfind('\n', child.output.size() - 2) + 1).c_str());
+    RecordProperty("octets", used);
+    EXPECT_EQ(ReceivedDumps().size(), GetParam() == std::string("stack-of-fault") ? 0u : 1u);
+    EXPECT_GT(used, 1000) << child.output;
+    EXPECT_LT(used, 65536 / 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, CrashStackUse,
+                         testing::Values("stack-of-null", "stack-of-overflow", "stack-of-malloc",
+                                         "stack-of-abort", "stack-of-fault"),
+                         [](const auto& row) { return std::string(row.param).substr(9); });
 
 TEST_F(CrashReports, HostThatIgnoresItsChildrenIsReported) {
     StartServer();
@@ -187,6 +204,38 @@ TEST_F(CrashReports, OnlyTheOwnerReadsDumps) {
     EXPECT_EQ(fs::status(LeftDumps()[0]).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
+TEST_F(CrashReports, DumpThatFailsIsLeftAndNotSent) {
+    StartServer();
+    Configure();
+    const ChildResult child = Crash({"failed-dump"});
+    EXPECT_EQ(child.output, "0 1\n");
+    EXPECT_EQ(child.signal, SIGSEGV);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+    ASSERT_EQ(LeftDumps().size(), 2u);
+    for (const fs::path& dump : LeftDumps()) EXPECT_EQ(fs::file_size(dump), 0u);
+}
+
+TEST_F(CrashReports, CrashThatIsNotDumpedGoesOnToTheHost) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Crash({"failed-dump"}, {"PROBE_HOST_HANDLER=1"}).exitCode, 93);
+}
+
+TEST_F(CrashReports, DumpsGoToTheUsualDirectoryOfWhereTheHandlerWasInstalled) {
+    StartServer();
+    WriteConfig("[Config]\nServerURL=" + mServer + "\nServerProdURL=\nkeep_dump_file=true\n");
+    EXPECT_EQ(Crash({"moved"}, {"PROBE_FOLDER=" + mFolder.string()}).signal, SIGSEGV);
+    EXPECT_EQ(std::distance(fs::directory_iterator(mFolder / "crash_dumps"), fs::directory_iterator()), 1);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(CrashReports, KeysOfTheInstalledHandlerMayBeSetLate) {
+    StartServer();
+    Configure("", "of file=1\n");
+    EXPECT_EQ(Crash({"late-keys"}).output, "10110");
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"of file", "1"}, {"kept", "1"}, {"replaced", "2"}}));
+}
+
 TEST_F(CrashReports, CustomerDsiChoosesTheOtherServer) {
     StartServer();
     const auto configure = [this](const std::string& keys) {
@@ -200,8 +249,9 @@ TEST_F(CrashReports, CustomerDsiChoosesTheOtherServer) {
     for (const char* value : {"0", "abc", ""}) Crash({"null", "customer_dsi", value});
     EXPECT_EQ(ReceivedDumps().size(), 4u);
     Crash({"null", "customer_dsi", "1"});
+    Crash({"null", "customer_dsi", "-1", "customer_dsi", "0"});  // there is no way back
     EXPECT_EQ(ReceivedDumps().size(), 4u);
-    EXPECT_EQ(LeftDumps().size(), 1u);
+    EXPECT_EQ(LeftDumps().size(), 2u);
 }
 
 TEST_F(CrashReports, FileWinsOverAKeyThatWasSetBefore) {
@@ -227,9 +277,26 @@ TEST_F(CrashReports, AMegabyteOfKeysArrives) {
     EXPECT_EQ(ReceivedKeys(1).size(), 1000u);
 }
 
+TEST_F(CrashReports, NativeDumpIsReportedAndTheCrashGoesOnToTheHost) {
+    StartServer();
+    Configure("native_dump=true\n", "product=probe\n");
+    EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
+    EXPECT_EQ(Crash({"null"}, {"PROBE_HOST_HANDLER=1"}).exitCode, 93);
+    EXPECT_EQ(ReceivedDumps().size(), 2u);
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"product", "probe"}}));
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
+TEST_F(CrashReports, CrashDoesNotReachTheHostUnlessTheFileSaysSo) {
+    StartServer();
+    Configure("native_dump=false\n");
+    EXPECT_EQ(Crash({"null"}, {"PROBE_HOST_HANDLER=1"}).signal, SIGSEGV);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
 TEST_F(CrashReports, CoreOfTheSystemFollowsOnlyWhenTheFileSaysSo) {
     StartServer();
-    const std::vector<std::string> cores = {"PROBE_CORE_FOLDER=" + mFolder.string()};
+    const std::vector<std::string> cores = {"PROBE_CORES=1", "PROBE_FOLDER=" + mFolder.string()};
     Configure("native_dump=true\n");
     const ChildResult native = Crash({"null"}, cores);
     EXPECT_EQ(native.signal, SIGSEGV);
@@ -247,6 +314,81 @@ TEST_F(CrashReports, DumpPathThatIsNoDirectoryLeavesTheCrashToTheSystem) {
     EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
     EXPECT_EQ(Crash({"dump"}).output, "0\n");
     EXPECT_TRUE(ReceivedDumps().empty());
+}
+
+// The installation may be repeated: what is read is added to what was read before.
+
+class SecondInstallation : public test::CrashBench {
+protected:
+    void SetUp() override { StartServer(); }
+
+    // Installs by the configuration and then by another, and crashes.
+    ChildResult CrashAfter(const std::string& second, const std::string& kind = "null",
+                           const std::vector<std::string>& environment = {}) const {
+        std::ofstream(mFolder / "second.ini") << second;
+        std::vector<std::string> variables = {"PROBE_SECOND_CONFIG=" + (mFolder / "second.ini").string()};
+        variables.insert(variables.end(), environment.begin(), environment.end());
+        return Crash({kind}, variables);
+    }
+    std::string Servers() const { return "[Config]\nServerURL=" + mServer + "\nServerProdURL=\n"; }
+};
+
+TEST_F(SecondInstallation, ReplacesWhatItNamesAndKeepsTheRest) {
+    WriteConfig("[Config]\nServerURL=http://127.0.0.1:1/\nServerProdURL=\ndump_path=" + mDumps.string() +
+                "\n[CrashKeys]\na=1\nb=1\n");
+    const ChildResult child = CrashAfter("[Config]\nServerURL=" + mServer + "\n[CrashKeys]\nb=2\nc=2\n");
+    EXPECT_EQ(child.output, "1\n");
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"a", "1"}, {"b", "2"}, {"c", "2"}}));
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
+TEST_F(SecondInstallation, MovesTheDumps) {
+    Configure("keep_dump_file=true\n");
+    EXPECT_EQ(CrashAfter("[Config]\ndump_path=" + (mFolder / "others").string()).output, "1\n");
+    EXPECT_TRUE(LeftDumps().empty());
+    EXPECT_EQ(std::distance(fs::directory_iterator(mFolder / "others"), fs::directory_iterator()), 1);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(SecondInstallation, DumpsOnDemandOnce) {
+    Configure("keep_dump_file=true\n");
+    EXPECT_EQ(CrashAfter(Servers(), "dump").output, "1\n1\n");
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"reason", "hanging"}}));
+}
+
+TEST_F(SecondInstallation, KeepsTheFlagsOfTheFirst) {
+    Configure("native_dump=true\nkeep_dump_file=true\n");
+    const ChildResult child =
+        CrashAfter(Servers() + "native_dump=false\nkeep_dump_file=false\n", "null", {"PROBE_HOST_HANDLER=1"});
+    EXPECT_EQ(child.output, "1\n");
+    EXPECT_EQ(child.exitCode, 93);
+    EXPECT_EQ(LeftDumps().size(), 1u);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(SecondInstallation, ThatFindsNoFileLeavesTheFirstAsItIs) {
+    Configure("", "a=1\n");
+    const ChildResult child = Crash({"null"}, {"PROBE_SECOND_CONFIG=/no/such/file"});
+    EXPECT_EQ(child.output, "0\n");
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"a", "1"}}));
+}
+
+TEST_F(SecondInstallation, ThatFailsBehindTheFileChangesWhatTheFirstSends) {
+    for (const char* obstacle : {"enable=false\n", "dump_path=/no/such/directory\n"}) {
+        WriteConfig("[Config]\nServerURL=http://127.0.0.1:1/\nServerProdURL=\ndump_path=" + mDumps.string() +
+                    "\n[CrashKeys]\na=1\nb=1\n");
+        const ChildResult child = CrashAfter("[CrashKeys]\nb=2\n" + Servers() + obstacle);
+        EXPECT_EQ(child.output, "0\n");
+        EXPECT_EQ(child.signal, SIGSEGV);
+    }
+    ASSERT_EQ(ReceivedDumps().size(), 2u);
+    for (const int report : {1, 2}) EXPECT_EQ(ReceivedKeys(report), (CrashKeys{{"a", "1"}, {"b", "2"}}));
+    EXPECT_TRUE(LeftDumps().empty());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
 #include <csignal>
 #include <stdexcept>
 
@@ -28,8 +29,10 @@ BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
 }
 
 BackgroundChild::~BackgroundChild() {
-    kill(mChild, SIGKILL);
-    waitpid(mChild, nullptr, 0);
+    if (mChild != 0) {
+        kill(mChild, SIGKILL);
+        waitpid(mChild, nullptr, 0);
+    }
     close(mOutput);
 }
 
@@ -38,6 +41,18 @@ std::string BackgroundChild::ReadLine() {
     char letter = 0;
     while (read(mOutput, &letter, 1) == 1 && letter != '\n') line.push_back(letter);
     return line;
+}
+
+void BackgroundChild::Signal(int signal) const {
+    kill(mChild, signal);
+}
+
+int BackgroundChild::Wait() {
+    int status = 0;
+    while (waitpid(mChild, &status, 0) < 0 && errno == EINTR) {
+    }
+    mChild = 0;
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
 }  // namespace test

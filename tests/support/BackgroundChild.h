@@ -17,6 +17,11 @@ public:
     /// The next line that it prints, without its end; waits for it. Empty when it prints no more.
     std::string ReadLine();
 
+    void Signal(int signal) const;
+
+    /// Waits for its end; gives the signal that ended it, or 0.
+    int Wait();
+
 private:
     pid_t mChild = 0;
     int mOutput = -1;

@@ -9,8 +9,9 @@ namespace ZBase::detail {
 struct CrashKeysBlock {
     char magic[16];
     std::uint64_t sequence;
-    std::uint64_t size;     // octets behind the head
-    std::uint64_t hanging;  // 1 in a dump that was made on demand
+    std::uint64_t size;        // octets behind the head
+    std::uint64_t hanging;     // 1 in a dump that was made on demand
+    std::uint64_t production;  // 1 if the report goes to the server of `ServerProdURL`
 };
 
 inline constexpr char kCrashKeysMagic[17] = "ZBase crash keys";

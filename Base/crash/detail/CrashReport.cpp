@@ -48,19 +48,24 @@ std::string Fields(const CrashConfigTable& keys) {
     return fields;
 }
 
+bool IsFirst(const CrashKeysBlock* keys) {
+    return keys == reinterpret_cast<const CrashKeysBlock*>(sKeys[0].text);
+}
+
 void PrepareKeys() {
     const CrashKeysBlock* const present = spKeys;
-    Pages& pages = sKeys[present == reinterpret_cast<CrashKeysBlock*>(sKeys[0].text) ? 1 : 0];
+    Pages& pages = sKeys[IsFirst(present) ? 1 : 0];
     const std::string fields = Fields(gCrashKeys);
     if (!Grow(pages, sizeof(CrashKeysBlock) + fields.size())) return;
     auto* const block = reinterpret_cast<CrashKeysBlock*>(pages.text);
     std::memset(block, 0, sizeof *block);
     std::memcpy(block + 1, fields.data(), fields.size());
     block->size = fields.size();
+    block->production = gCustomerDsi ? 1 : 0;
     block->sequence = present == nullptr ? 1 : present->sequence + 1;
     std::memcpy(block->magic, kCrashKeysMagic, sizeof block->magic);
     spKeys = block;
-    os::AddDumpMemory(gExceptionHandler, pages.text, pages.capacity);
+    PutCrashKeysIntoDumps();
 }
 
 void PrepareUrl(Pages& pages, const unsigned short* key) {
@@ -75,6 +80,13 @@ void PrepareCrashReport() {
     PrepareKeys();
     PrepareUrl(sServerUrl, "ServerURL"_w);
     PrepareUrl(sServerProdUrl, "ServerProdURL"_w);
+}
+
+void PutCrashKeysIntoDumps() {
+    const CrashKeysBlock* const keys = spKeys;
+    if (keys == nullptr) return;
+    const Pages& pages = sKeys[IsFirst(keys) ? 0 : 1];
+    os::AddDumpMemory(gExceptionHandler, pages.text, pages.capacity);
 }
 
 void MarkHanging(bool hanging) {

@@ -8,6 +8,9 @@ namespace ZBase::detail {
 /// their own, away from the heap. When there is no memory, what was prepared before stays.
 void PrepareCrashReport();
 
+/// Has the dumps of the present handler hold the crash keys that were prepared.
+void PutCrashKeysIntoDumps();
+
 /// Marks the dumps that are written as those of a hanging process, or no longer.
 void MarkHanging(bool hanging);
 
