@@ -1,3 +1,4 @@
+#include <Base/platform/os/Utf8.h>
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/ResultText.h>
@@ -131,7 +132,7 @@ ReturnString UTF16ToUTF8(const unsigned short* source) {
     if (source == nullptr) return nullptr;
     ReturnString result(detail::Utf8Capacity(detail::CountUnits(source, 0)), nullptr);
     char* out = detail::Writable(result);
-    while (*source != 0) out = detail::PutUtf8(out, NextUtf16Value(source));
+    while (*source != 0) out = os::PutUtf8(out, NextUtf16Value(source));
     *out = 0;
     return result;
 }

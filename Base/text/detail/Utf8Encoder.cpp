@@ -1,3 +1,4 @@
+#include <Base/platform/os/Utf8.h>
 #include <Base/text/detail/ResultText.h>
 #include <Base/text/detail/UnicodeValues.h>
 #include <Base/text/detail/Utf8Encoder.h>
@@ -54,7 +55,7 @@ void EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, c
             if (!IsSurrogate(partner)) ThrowInvalidWideChar(value);
             value = ((value & 0x3FF) << 10) + 0x10000 + (partner & 0x3FF);
         }
-        destination = PutUtf8(destination, value);
+        destination = os::PutUtf8(destination, value);
     }
     *destination = 0;
 }

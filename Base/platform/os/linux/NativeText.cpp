@@ -1,3 +1,4 @@
+#include <Base/platform/os/Utf8.h>
 #include <Base/platform/os/linux/NativeText.h>
 
 namespace ZBase::os {
@@ -5,25 +6,6 @@ namespace ZBase::os {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
-
-void AppendUtf8(std::string& out, char32_t value) {
-    const auto put = [&out](char32_t octet) { out.push_back(static_cast<char>(octet)); };
-    if (value < 0x80) {
-        put(value);
-    } else if (value < 0x800) {
-        put(0xC0 | value >> 6);
-        put(0x80 | (value & 0x3F));
-    } else if (value < 0x10000) {
-        put(0xE0 | value >> 12);
-        put(0x80 | (value >> 6 & 0x3F));
-        put(0x80 | (value & 0x3F));
-    } else {
-        put(0xF0 | value >> 18);
-        put(0x80 | (value >> 12 & 0x3F));
-        put(0x80 | (value >> 6 & 0x3F));
-        put(0x80 | (value & 0x3F));
-    }
-}
 
 bool IsHigh(char32_t unit) {
     return (unit & 0xFC00) == 0xD800;
@@ -66,7 +48,8 @@ std::string ToNative(const unsigned short* text) {
         } else if (IsHigh(value) || IsLow(value)) {
             value = kReplacement;
         }
-        AppendUtf8(out, value);
+        char octets[4];
+        out.append(octets, os::PutUtf8(octets, value));
     }
     return out;
 }
