@@ -10,34 +10,24 @@
 #include <vector>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/StandInBuffer.h"
 
 namespace {
 
 using namespace ZBase::Literals;
 
 /// A buffer with its pieces in the open.
-class RecordingBuffer final : public ZBase::Buffer {
+class RecordingBuffer final : public test::StandInBuffer {
 public:
     ~RecordingBuffer() override {
         for (void* piece : pieces) std::free(piece);
     }
-    void Delete() override {}
-    bool EnsureAvailable(std::size_t) override { return true; }
     void* Allocate(std::size_t size) override {
         if (refuse) throw std::bad_alloc();
         pieces.push_back(std::malloc(size));
         sizes.push_back(size);
         return pieces.back();
     }
-    std::size_t GetTotalKB() override { return 0; }
-    std::size_t GetUsedKB() override { return 0; }
-    std::size_t GetTotalBytes() override { return 0; }
-    std::size_t GetUsedBytes() override { return 0; }
-    void Lock() override {}
-    void SetLimit(std::int64_t) override {}
-    void AddCleanup(void (*)(void*), void*) override {}
-    void DetachFromGovernors() override {}
-    bool IsDetachedFromGovernors() override { return false; }
 
     std::vector<void*> pieces;
     std::vector<std::size_t> sizes;

@@ -12,6 +12,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Budgets.h"
 #include "tests/support/Buffers.h"
+#include "tests/support/StandInBuffer.h"
 
 namespace {
 
@@ -71,11 +72,8 @@ int AppendUnits(FragmentedString& string, std::size_t count) {
 }
 
 // A buffer whose pieces come from a function.
-class FunctionBuffer final : public Buffer {
+class FunctionBuffer final : public test::StandInBuffer {
 public:
-    ~FunctionBuffer() override = default;
-    void Delete() override {}
-    bool EnsureAvailable(std::size_t) override { return true; }
     void* Allocate(std::size_t size) override {
         if (calls++ < good) {
             blocks.emplace_back(new char[size]);
@@ -83,15 +81,6 @@ public:
         }
         return fail();
     }
-    std::size_t GetTotalKB() override { return 0; }
-    std::size_t GetUsedKB() override { return 0; }
-    std::size_t GetTotalBytes() override { return 0; }
-    std::size_t GetUsedBytes() override { return 0; }
-    void Lock() override {}
-    void SetLimit(std::int64_t) override {}
-    void AddCleanup(void (*)(void*), void*) override {}
-    void DetachFromGovernors() override {}
-    bool IsDetachedFromGovernors() override { return false; }
 
     int calls = 0;
     int good = 0;  // so many calls succeed
