@@ -53,7 +53,7 @@ public:
 static_assert(sizeof(GUID) == sizeof(_GUID));
 
 /// Makes a new random identifier. Throws a `Message` with the system code as id when the system can't make
-/// one that is unique everywhere.
+/// one that is unique everywhere: 1824 where it has no random numbers to give.
 ZBASE_API void CreateGUID(_GUID& guid);
 
 /// Negative, 0 or positive: the order of `Data1`, `Data2` and `Data3` as numbers, then of the bytes of

@@ -223,6 +223,23 @@ TEST(Guid, AssignsAsAPlainRecord) {
 
 TEST(NewGuid, IsRandomAndOfTheVariantOfRfc4122) {
     for (int i = 0; i != 1000; ++i) {
+TEST(NewGuid, IsAnotherEachTimeAndNotTheNullOne) {
+    const GUID first;
+    const GUID second;
+    EXPECT_FALSE(first == second);
+    EXPECT_FALSE(IsZero(first));
+    EXPECT_FALSE(IsZero(second));
+}
+
+TEST(NewGuid, FailsWhereTheSystemHasNoRandomNumbers) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("NoEntropyProbe")});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    const std::string failure =
+        "1824 ZBase::CreateGUID: ::UuidCreate failed.\n"
+        "System Error 0x00000720 (1824): --- The unique identifier is valid on this computer only.\n";
+    EXPECT_EQ(child.output, failure + failure + "made after an interruption\n");
+}
+
         const std::string text = Narrow(ZBase::Guid2MSUniString(GUID()));
         EXPECT_EQ(text[14], '4') << text;
         EXPECT_NE(std::string("89AB").find(text[19]), std::string::npos) << text;

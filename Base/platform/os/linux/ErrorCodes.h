@@ -66,6 +66,7 @@ enum Win32Code : unsigned int {
     kNoSystemResources = 1450,
     kTimeout = 1460,
     kUnrecognizedMedium = 1785,
+    kIdentifierIsLocal = 1824,
     kCannotResolveFileName = 1921,
     kSocketInterrupted = 10004,
     kSocketInvalidArgument = 10022,
