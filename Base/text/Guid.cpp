@@ -82,6 +82,8 @@ GUID::GUID() {
     CreateGUID(*this);
 }
 
+GUID::GUID(const _GUID& other) : _GUID(other) {}
+
 GUID::GUID(const unsigned short* text) {
     const bool read = *text == '{' ? MSString2Guid(*this, text) : String2Guid(*this, text);
     if (!read) detail::ThrowFailure("ZBase::GUID: cannot parse string."_w);
@@ -89,6 +91,10 @@ GUID::GUID(const unsigned short* text) {
 
 bool GUID::operator==(const _GUID& other) const {
     return std::memcmp(static_cast<const _GUID*>(this), &other, sizeof other) == 0;
+}
+
+bool GUID::operator!=(const _GUID& other) const {
+    return !(*this == other);
 }
 
 bool GUID::operator<(const _GUID& other) const {

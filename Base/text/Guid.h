@@ -27,7 +27,7 @@ public:
     /// A new identifier, not the null one. Throws as `CreateGUID` does.
     GUID();
 
-    GUID(const _GUID& other) : _GUID(other) {}
+    GUID(const _GUID& other);
 
     /// The identifier of a text: the form in braces if it begins with "{", otherwise one that `String2Guid`
     /// reads. `text` must not be null. Throws a `Message` with id -1 for any other text.
@@ -38,9 +38,7 @@ public:
     GUID& operator=(GUID&&) = default;
 
     bool operator==(const _GUID& other) const;
-    bool operator!=(const _GUID& other) const { return !(*this == other); }
-    bool operator==(const GUID& other) const { return *this == static_cast<const _GUID&>(other); }
-    bool operator!=(const GUID& other) const { return !(*this == other); }
+    bool operator!=(const _GUID& other) const;
 
     /// The order of `CompareGUID`.
     bool operator<(const _GUID& other) const;
@@ -51,6 +49,20 @@ public:
 };
 
 static_assert(sizeof(GUID) == sizeof(_GUID));
+
+// With these the record may stand on either side, and of two identifiers neither order is the better one.
+inline bool operator==(const _GUID& left, const GUID& right) {
+    return right.operator==(left);
+}
+inline bool operator!=(const _GUID& left, const GUID& right) {
+    return right.operator!=(left);
+}
+inline bool operator==(const GUID& left, const GUID& right) {
+    return left.operator==(right);
+}
+inline bool operator!=(const GUID& left, const GUID& right) {
+    return left.operator!=(right);
+}
 
 /// Makes a new random identifier. Throws a `Message` with the system code as id when the system can't make
 /// one that is unique everywhere: 1824 where it has no random numbers to give.

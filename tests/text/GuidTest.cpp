@@ -202,6 +202,8 @@ TEST(Guid, ComparesFieldByField) {
             EXPECT_EQ(GUID(left) != right, &left != &right);
             EXPECT_EQ(GUID(left) == GUID(right), &left == &right);
             EXPECT_EQ(GUID(left) != GUID(right), &left != &right);
+            EXPECT_EQ(left == GUID(right), &left == &right);
+            EXPECT_EQ(left != GUID(right), &left != &right);
         }
     }
     EXPECT_EQ(ZBase::CompareGUID(ascending[10], ascending[11]), -1);
@@ -221,8 +223,6 @@ TEST(Guid, AssignsAsAPlainRecord) {
     EXPECT_TRUE(other == kExample);
 }
 
-TEST(NewGuid, IsRandomAndOfTheVariantOfRfc4122) {
-    for (int i = 0; i != 1000; ++i) {
 TEST(NewGuid, IsAnotherEachTimeAndNotTheNullOne) {
     const GUID first;
     const GUID second;
@@ -240,6 +240,8 @@ TEST(NewGuid, FailsWhereTheSystemHasNoRandomNumbers) {
     EXPECT_EQ(child.output, failure + failure + "made after an interruption\n");
 }
 
+TEST(NewGuid, IsRandomAndOfTheVariantOfRfc4122) {
+    for (int i = 0; i != 1000; ++i) {
         const std::string text = Narrow(ZBase::Guid2MSUniString(GUID()));
         EXPECT_EQ(text[14], '4') << text;
         EXPECT_NE(std::string("89AB").find(text[19]), std::string::npos) << text;
@@ -257,21 +259,45 @@ TEST(NewGuid, IsUniqueAmongAMillion) {
     EXPECT_EQ(seen.size(), 1000000u);
 }
 
+// What an independent reader says of texts, a line each.
+std::string ReadIndependently(const std::string& columns, const std::vector<std::string>& texts) {
+    std::vector<std::string> command = {"/usr/bin/uuidparse", "--noheadings", "--output", columns};
+    command.insert(command.end(), texts.begin(), texts.end());
+    std::string output;  // columns are padded
+    for (const char c : test::RunChild(command).output) {
+        if (c == '\n' && output.ends_with(' ')) output.pop_back();
+        if (c != ' ' || !output.ends_with(' ')) output += c;
+    }
+    return output;
+}
+
 TEST(NewGuid, IsReadByAnIndependentReader) {
-    std::vector<std::string> command = {"/usr/bin/uuidparse", "--noheadings", "--output",
-                                        "UUID,VARIANT,TYPE"};
+    std::vector<std::string> texts;
     std::string expected;
     for (int i = 0; i != 500; ++i) {
-        const std::string text = Narrow(ZBase::Guid2MSUniString(GUID()));
-        command.push_back(text);
-        expected += text + " DCE random\n";
+        texts.push_back(Narrow(ZBase::Guid2MSUniString(GUID())));
+        expected += texts.back() + " DCE random\n";
     }
-    const test::ChildResult child = test::RunChild(command);
-    std::string output;  // columns are padded
-    for (const char c : child.output) {
-        if (c != ' ' || output.back() != ' ') output += c;
+    EXPECT_EQ(ReadIndependently("UUID,VARIANT,TYPE", texts), expected);
+}
+
+// Its variant is in the upper bits of `Data4[0]`, wherever the text has them.
+TEST(Guid, AnyRecordIsReadByAnIndependentReader) {
+    std::mt19937_64 random(2);
+    std::vector<std::string> texts = {Narrow(ZBase::Guid2MSUniString(kExample))};
+    std::string expected = std::string(kPlain) + " DCE\n";
+    for (int i = 0; i != 1000; ++i) {
+        _GUID guid;
+        const std::uint64_t words[] = {random(), random()};
+        std::memcpy(&guid, words, sizeof guid);
+        texts.push_back(Narrow(ZBase::Guid2MSUniString(guid)));
+        const unsigned int bits = guid.Data4[0] >> 5;
+        expected += texts.back() + (bits < 4    ? " NCS\n"
+                                    : bits < 6  ? " DCE\n"
+                                    : bits == 6 ? " Microsoft\n"
+                                                : " other\n");
     }
-    EXPECT_EQ(output, expected);
+    EXPECT_EQ(ReadIndependently("UUID,VARIANT", texts), expected);
 }
 
 }  // namespace
