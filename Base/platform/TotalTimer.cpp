@@ -29,6 +29,10 @@ std::uint64_t TotalTimer::GetAverageInSeconds() const {
     return GetAverageInMicroseconds() / 1000000;
 }
 
+std::uint64_t TotalTimer::GetIncrementCount() const {
+    return mIncrements;
+}
+
 TotalTimer::Timer::Timer(TotalTimer& target) : mpTarget(&target), mStart(detail::Now()) {}
 
 TotalTimer::Timer::~Timer() noexcept(false) {

@@ -28,7 +28,7 @@ public:
     std::uint64_t GetAverageInSeconds() const;
 
     /// The number of measurements.
-    std::uint64_t GetIncrementCount() const { return mIncrements; }
+    std::uint64_t GetIncrementCount() const;
 
 private:
     void Add(std::uint64_t ticks) {
@@ -42,11 +42,13 @@ private:
 
 // The scoped timers measure from their construction to `Stop` or, failing that, to their end, and add one
 // measurement to each of their totals. Constructor, `Stop` and destructor throw a `Message` with the system
-// code as id when the system refuses to count. A copy of a running timer measures for itself.
+// code as id when the system refuses to count. A timer whose `Stop` has thrown runs on, and its end counts
+// again: unless the system has come to count by then, that is a second exception while the first one is on
+// its way, and the process is terminated. A copy of a running timer measures for itself.
 
 class ZBASE_API TotalTimer::Timer {
 public:
-    explicit Timer(TotalTimer& target);
+    Timer(TotalTimer& target);
     Timer(const Timer&) = default;
     Timer& operator=(const Timer&) = default;
     ~Timer() noexcept(false);

@@ -24,6 +24,12 @@ TEST(TimerClasses, AreCopiedFieldByField) {
     static_assert(!std::is_nothrow_destructible_v<TotalTimer::Timer>);
 }
 
+TEST(TimerClasses, TotalStandsForATimerOverIt) {
+    TotalTimer total;
+    { const TotalTimer::Timer timer = total; }
+    EXPECT_EQ(total.GetIncrementCount(), 1u);
+}
+
 TEST(TimerOfTheSystem, NeverGoesBack) {
     const Timer timer;
     std::uint64_t last = 0;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -243,6 +244,47 @@ TEST_F(TimersOverScript, EndOfARunningTimerThrowsWhenTheCounterFails) {
     test::gClock.counterFails = false;
     test::ExpectFailure(three, 50, kCounterFailure);
     EXPECT_EQ(total.GetIncrementCount(), 0u);
+}
+
+// The life of a timer whose `Stop` fails after 5 ticks and that ends well 2 ticks later.
+template <class ScopedTimer, class... Totals>
+void FailToStopAndEnd(Totals&... totals) {
+    ScopedTimer timer(totals...);
+    test::gClock.ticks += 5;
+    test::gClock.counterFails = true;
+    test::ExpectFailure([&] { timer.Stop(); }, 50, kCounterFailure);
+    test::gClock.counterFails = false;
+    test::gClock.ticks += 2;
+}
+
+TEST_F(TimersOverScript, TimerWhoseStopFailsRunsOn) {
+    test::SetSystemError(50, "Not here.");
+    TotalTimer totals[3];
+    FailToStopAndEnd<TotalTimer::Timer>(totals[0]);
+    FailToStopAndEnd<TotalTimer::Timer2>(totals[0], totals[1]);
+    FailToStopAndEnd<TotalTimer::Timer3>(totals[0], totals[1], totals[2]);
+    for (unsigned int i = 0; i != 3; ++i) {
+        EXPECT_EQ(totals[i].GetIncrementCount(), 3u - i);
+        EXPECT_EQ(totals[i].GetTotalInMilliseconds(), 7u * (3 - i));
+    }
+}
+
+using TimersOverScriptDeathTest = TimersOverScript;
+
+// The exception of `Stop` is on its way when the end of the timer throws another.
+TEST_F(TimersOverScriptDeathTest, StopThatFailsInTheTimersOwnScopeTerminatesTheProcess) {
+    const auto body = [] {
+        test::SetSystemError(50, "Not here.");
+        TotalTimer total;
+        try {
+            TotalTimer::Timer timer(total);
+            test::gClock.counterFails = true;
+            timer.Stop();
+        } catch (const ZBase::Message&) {
+            std::_Exit(0);
+        }
+    };
+    EXPECT_EXIT(body(), testing::KilledBySignal(SIGABRT), "terminate called");
 }
 
 // The frequency is kept for the life of the process, so these run in processes of their own.
