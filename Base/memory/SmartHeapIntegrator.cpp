@@ -31,6 +31,9 @@ bool SmartHeapIntegrator::mHookEnabled = false;
 void (*SmartHeapIntegrator::mpMemHookProcess)() = nullptr;
 void (*SmartHeapIntegrator::mpMemPatchProcess)() = nullptr;
 
+SmartHeapIntegrator& SmartHeapIntegrator::operator=(const SmartHeapIntegrator&) = default;
+SmartHeapIntegrator& SmartHeapIntegrator::operator=(SmartHeapIntegrator&&) = default;
+
 void SmartHeapIntegrator::Init() {}
 
 void SmartHeapIntegrator::MemPatchProcess() {}

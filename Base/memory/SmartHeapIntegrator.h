@@ -24,6 +24,11 @@ public:
         std::uint32_t threadCount;
     };
 
+    SmartHeapIntegrator() = default;
+    SmartHeapIntegrator(const SmartHeapIntegrator&) = default;
+    SmartHeapIntegrator& operator=(const SmartHeapIntegrator&);
+    SmartHeapIntegrator& operator=(SmartHeapIntegrator&&);
+
     /// Do nothing.
     static void Init();
     static void MemPatchProcess();

@@ -24,6 +24,11 @@ AppGlobalEventCallback* AppGlobalEventReporterImpl::GetCallback() {
     return gAppGlobalEventCallback;
 }
 
+AppGlobalEventReporter::AppGlobalEventReporter() = default;
+AppGlobalEventReporter::AppGlobalEventReporter(const AppGlobalEventReporter&) = default;
+AppGlobalEventReporter& AppGlobalEventReporter::operator=(const AppGlobalEventReporter&) = default;
+AppGlobalEventReporter::~AppGlobalEventReporter() = default;
+
 void AppGlobalEventReporter::RegisterCallback(AppGlobalEventCallback* callback) {
     AppGlobalEventReporterImpl::RegisterCallback(callback);
 }

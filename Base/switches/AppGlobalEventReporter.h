@@ -22,8 +22,8 @@ protected:
 /// before the first report that is to arrive.
 class ZBASE_API AppGlobalEventReporter {
 public:
-    AppGlobalEventReporter(const AppGlobalEventReporter&) {}
-    AppGlobalEventReporter& operator=(const AppGlobalEventReporter&) { return *this; }
+    AppGlobalEventReporter(const AppGlobalEventReporter&);
+    AppGlobalEventReporter& operator=(const AppGlobalEventReporter&);
 
     /// Registers the callback for the life of the process; null does nothing. `callback` must outlive every
     /// `Report`. Throws `AppGlobalEventReporterException` when there is one already, which then stays.
@@ -37,8 +37,8 @@ public:
     static AppGlobalEventCallback* GetCallback();
 
 private:
-    AppGlobalEventReporter() = default;
-    virtual ~AppGlobalEventReporter() = default;
+    AppGlobalEventReporter();
+    virtual ~AppGlobalEventReporter();
 };
 
 }  // namespace ZBase

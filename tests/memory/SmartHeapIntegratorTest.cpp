@@ -72,6 +72,14 @@ TEST(SmartHeap, HookingIsSetForGood) {
     EXPECT_TRUE(SmartHeapIntegrator::GetHookingEnabled());
 }
 
+TEST(SmartHeap, ObjectsOfItHoldNothingAndAreAssigned) {
+    static_assert(std::is_empty_v<SmartHeapIntegrator>);
+    SmartHeapIntegrator first;
+    SmartHeapIntegrator second;
+    EXPECT_EQ(&(second = first), &second);
+    EXPECT_EQ(&(second = SmartHeapIntegrator()), &second);
+}
+
 TEST(SmartHeap, RecordHasSevenWideFieldsAndANarrowOne) {
     static_assert(std::is_trivial_v<SmartHeapIntegrator::MemInfo>);
     static_assert(sizeof(SmartHeapIntegrator::MemInfo) == 64);
