@@ -23,8 +23,10 @@ ZBASE_API ReturnWString MachineName2IPAddress(const WideString& name);
 ZBASE_API int MachineName2IPv4Address(const WideString& name, WideString& address);
 
 /// Appends `url`, of the form "scheme://host:port...", to `result` with the IPv4 address of the host in its
-/// place, and a 0 unit behind the end, which is meant. Gives 0. Where there is no port or no address,
-/// `result` becomes a copy of `url` and the result is -1 or what `MachineName2IPv4Address` gave.
+/// place, and a 0 unit behind the end, which is meant. Gives 0. Nothing of a URL is known but its colons: the
+/// host begins three units behind the first one and ends at the second. Where there is no second one, or it
+/// stands before the host begins, as in "a::80", `result` becomes a copy of `url` and the result is -1; where
+/// the host has no address, it is what `MachineName2IPv4Address` gave.
 ZBASE_API int ConvertServerNameURL2IpAddrURL(const WideString& url, WideString& result);
 
 /// Whether `text` is an IPv4 address of four decimal numbers; one of IPv6 is none. False for null.

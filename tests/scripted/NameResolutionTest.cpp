@@ -99,10 +99,10 @@ TEST_P(ResolverFailure, GivesTheInputOrTheUnchangedCode) {
 }
 
 // Bad flags, unknown name, try again, no recovery, no data, family, socket type, service, memory, overflow,
-// and what the system itself reports.
+// in progress, cancelled, interrupted, and what the system itself reports.
 INSTANTIATE_TEST_SUITE_P(Codes, ResolverFailure,
                          testing::Values(10022u, 11001u, 11002u, 11003u, 11004u, 10047u, 10044u, 10109u, 8u,
-                                         122u, 5u, 4u));
+                                         122u, 10036u, 10103u, 10004u, 5u, 4u, 31u));
 
 TEST_F(NamesOverScript, NameThatTheLocaleCannotHoldThrowsOrGivesMinusOne) {
     std::setlocale(LC_CTYPE, "C");

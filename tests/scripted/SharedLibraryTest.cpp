@@ -128,9 +128,18 @@ TEST_F(SharedLibraryOverScript, MissingFunctionOrNullGoesInFrontOfTheCallersMess
 }
 
 TEST_F(SharedLibraryOverScript, MissingFunctionWithoutAMessageBuildsNone) {
+    gModules.functions["Fun"] = &gModules;
     const auto library = Load();
-    EXPECT_EQ(library->GetFunctionAddressOrNULL("Run"_w, nullptr), nullptr);
+    const auto allocationsFor = [&library](const unsigned short* name, Message* message) {
+        const std::size_t before = test::AllocationCount();
+        library->GetFunctionAddressOrNULL(name, message);
+        return test::AllocationCount() - before;
+    };
+    const std::size_t ofAFoundOne = allocationsFor("Fun"_w, nullptr);
+    EXPECT_EQ(allocationsFor("Run"_w, nullptr), ofAFoundOne);
     EXPECT_EQ(gModules.askedFunction, "Run");
+    Message message;
+    EXPECT_GT(allocationsFor("Run"_w, &message), ofAFoundOne);
 }
 
 TEST_F(SharedLibraryOverScript, FoundFunctionLeavesTheMessageAlone) {
