@@ -1,8 +1,10 @@
 #include <Base/ZBase.h>
+#include <ZLiteXML/XMLException.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Allocations.h"
@@ -322,6 +324,105 @@ TEST(MessageXmlReading, StreamThatStopsEarlyKeepsWhatHadBeenClosed) {
                                                              : Expected(whole))
             << length;
     }
+}
+
+// Each field is there from the end of its element on, and nothing of it before.
+TEST(MessageXmlReading, StreamThatStopsWithinAnElementKeepsTheFieldsBeforeIt) {
+    Message expected;
+    std::string before = "<m>";
+    const auto stopWithin = [&](const std::string& element) {
+        for (const std::string nested : {"", "<lower_level_message>"}) {
+            for (std::size_t length = 0; length < element.size(); ++length) {
+                Message message;
+                {
+                    const auto reader = ZLiteXML::CreateReader();
+                    reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+                    const std::string document = before + nested + element.substr(0, length);
+                    reader->Read(document.data(), document.size());
+                }
+                EXPECT_EQ(test::FindFlaw(&message), nullptr);
+                EXPECT_EQ(DescribeTree(message), Expected(expected)) << element.substr(0, length);
+            }
+        }
+        before += element;
+    };
+    stopWithin("<domain>Server</domain>");
+    expected.SetDomainAndID(300, 0);
+    stopWithin("<id>12345</id>");
+    expected.SetDomainAndID(300, 12345);
+    stopWithin("<unknown language_id='4'>x</unknown>");
+    stopWithin("<template>t %1</template>");
+    expected.SetTemplate("t %1");
+    stopWithin("<parameter>one</parameter>");
+    expected << "one";
+    stopWithin("<text language_id='409'>text</text>");
+    expected.SetLocalizedText(0x409, "text");
+    stopWithin("<parameter>two</parameter>");
+    expected << "two";
+    stopWithin("<same_level_message></same_level_message>");
+}
+
+// What an element within a text ended is a text of its own, although the outer one never ends.
+TEST(MessageXmlReading, StreamThatStopsWithinATextKeepsTheOneThatEndedInIt) {
+    const std::vector<std::pair<std::string, std::string>> steps = {{"<text language_id='409'>abc", ""},
+                                                                    {"<b language_id='5'>de", ""},
+                                                                    {"f</b>", "def"},
+                                                                    {"gh<!-- -->", "def"},
+                                                                    {"<c language_id='5'>x", "def"},
+                                                                    {"</c>", "x"},
+                                                                    {"y", "x"},
+                                                                    {"</text>", "xy"}};
+    std::string document = "<m>";
+    for (const auto& [step, text] : steps) {
+        document += step;
+        Message message;
+        {
+            const auto reader = ZLiteXML::CreateReader();
+            reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+            reader->Read(document.data(), document.size());
+        }
+        Message expected;
+        if (!text.empty()) expected.SetLocalizedText(5, text.c_str());
+        EXPECT_EQ(DescribeTree(message), Expected(expected)) << document;
+    }
+}
+
+// Ends within one text add what it has grown, at each place that its record moves to.
+TEST(MessageXmlReading, EachEndWithinATextAddsWhatItHasGrown) {
+    for (const std::string nested : {"", "<lower_level_message><id>1</id>"}) {
+        std::string document = "<m>" + nested + "<text>";
+        for (int level = 0; level < 300; ++level) document += "<b>";
+        std::string text;
+        const auto reader = ZLiteXML::CreateReader();
+        Message message;
+        reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+        reader->Read(document.data(), document.size());
+        for (int level = 0; level < 300; ++level) {
+            const std::string more(static_cast<std::size_t>(level % 7), static_cast<char>('a' + level % 26));
+            text += more;
+            const std::string end = more + "</b>";
+            reader->Read(end.data(), end.size());
+            if (!nested.empty()) continue;
+            ASSERT_STREQ(message.GetLocalizedText(0), text.c_str()) << level;
+        }
+        const std::string end = std::string("end</text>") + (nested.empty() ? "" : "</lower_level_message>");
+        reader->Read(end.data(), end.size());
+        const Message* at = nested.empty() ? &message : message.GetLowerLevelMessageOrNULL();
+        ASSERT_NE(at, nullptr);
+        EXPECT_STREQ(at->GetLocalizedText(0), (text + "end").c_str());
+        EXPECT_EQ(test::FindFlaw(&message), nullptr);
+    }
+}
+
+// The reader holds back what comes behind a long comment in small pieces; its end tells it.
+TEST(MessageXmlReading, StreamThatStopsBehindALongCommentKeepsAllOnceItIsFinished) {
+    const std::string document = "<m><!--" + std::string(5000, 'x') + "--><id>7</id>";
+    Message message;
+    const auto reader = ZLiteXML::CreateReader();
+    reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+    for (const char octet : document) reader->Read(&octet, 1);
+    EXPECT_THROW(reader->Finish(), ZLiteXML::XMLException);
+    EXPECT_EQ(message.GetID(), 7);
 }
 
 TEST(MessageXmlReading, HandlerMayReadASecondDocument) {

@@ -39,23 +39,16 @@ EElement ToElement(const char* name) {
 
 }  // namespace
 
-// Told of a text element, and of what is in it. One does for all: only one text is open at a time.
+// Told of a text element, and of what is in it. One does for all: only one text is open at a time. An element
+// within a text begins the text anew, and ends as the text itself does.
 class SerializerFromXML::TextElementParser final : public ZLiteXML::UTF8EventHandler,
                                                    public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     TextElementParser(TreeBuilder& tree, std::string& characters) : mTree(tree), mCharacters(characters) {}
 
-    // Only within a text; what stands behind an element in it is no part of what that one ended.
     void StartElement(const char*) override {
-        if (mHasEnded) mCharacters.resize(mEndedSize);
-        Store();
-        Begin();
-    }
-
-    // For the text itself: whatever was left of an earlier one is forgotten.
-    void Begin() {
-        mHasEnded = false;
         mCharacters.clear();
+        mStored = 0;
         mLanguage = 0;
     }
 
@@ -66,23 +59,20 @@ public:
 
     void Characters(const char* text) override { mCharacters += text; }
 
+    // Of an element within the text: what has grown since the last one ended is added to what was stored
+    // then, or many ends within one long text would store all of it many times.
     void EndElement(const char*) override {
-        mHasEnded = true;
-        mEndedSize = mCharacters.size();
+        mStored = mTree.GrowLocalizedText(mLanguage, mCharacters, mStored) ? mCharacters.size() : 0;
     }
 
-    // Stores the text that has ended. An element within a text ends as the text itself does; its end alone
-    // stores nothing, or many of them around one long text would store it many times.
-    void Store() {
-        if (std::exchange(mHasEnded, false)) mTree.SetLocalizedText(mLanguage, mCharacters);
-    }
+    // Of the text itself.
+    void End() { mTree.SetLocalizedText(mLanguage, mCharacters); }
 
 private:
     TreeBuilder& mTree;
     std::string& mCharacters;
+    std::size_t mStored = 0;  // characters that the tree has
     unsigned short mLanguage = 0;
-    bool mHasEnded = false;
-    std::size_t mEndedSize = 0;  // of the characters when the last element ended
 };
 
 // One for each message element; told of its content. The serializer outlives the reading.
@@ -108,7 +98,7 @@ void SerializerFromXML::MessageElementParser::StartElement(const char* name) {
     mSerializer.mCharacters.clear();
     if (mElement == EElement::Text) {
         mSerializer.mpReader->PushHandler(mSerializer.mpTextParser.Get());
-        mSerializer.mpTextParser->Begin();
+        mSerializer.mpTextParser->StartElement(name);
     } else if (mElement == EElement::LowerLevel) {
         mSerializer.mTree.Begin(detail::TAG_LOWER_LEVEL);
         mSerializer.PushMessageParser();
@@ -129,7 +119,7 @@ void SerializerFromXML::MessageElementParser::Characters(const char* text) {
 
 // What ends is the child that is open, whatever name is told. No child is open any more then: the end of an
 // unknown element around it does nothing.
-void SerializerFromXML::MessageElementParser::EndElement(const char* name) {
+void SerializerFromXML::MessageElementParser::EndElement(const char*) {
     TreeBuilder& tree = mSerializer.mTree;
     const std::string& characters = mSerializer.mCharacters;
     switch (std::exchange(mElement, EElement::None)) {
@@ -148,8 +138,7 @@ void SerializerFromXML::MessageElementParser::EndElement(const char* name) {
             tree.AddParameter(characters);
             break;
         case EElement::Text:
-            mSerializer.mpTextParser->EndElement(name);
-            mSerializer.mpTextParser->Store();
+            mSerializer.mpTextParser->End();
             break;
         case EElement::LowerLevel:
         case EElement::SameLevel:

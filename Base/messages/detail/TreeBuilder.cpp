@@ -1,5 +1,6 @@
 #include <Base/messages/detail/TreeBuilder.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace ZBase::detail {
@@ -130,10 +131,14 @@ TreeBuilder::Place TreeBuilder::Add(std::size_t payloadSize, ETag tag) {
     return place;
 }
 
+bool TreeBuilder::HasRoom(Place place, std::size_t payloadSize, ETag tag) {
+    return place != kNowhere && At(place).tag == tag && At(place).PayloadSize() >= payloadSize;
+}
+
 // Sees to it that the record at `place` can hold a payload. False when that is impossible; what was there is
 // gone then.
 bool TreeBuilder::MakeRoom(Place& place, std::size_t payloadSize, ETag tag) {
-    if (place != kNowhere && At(place).tag == tag && At(place).PayloadSize() >= payloadSize) return true;
+    if (HasRoom(place, payloadSize, tag)) return true;
     const Place added = Add(payloadSize, tag);
     if (place != kNowhere) {
         At(place).tag = TAG_DELETED;
@@ -186,10 +191,21 @@ TreeBuilder::Place& TreeBuilder::TextOf(unsigned short language) {
 }
 
 void TreeBuilder::SetLocalizedText(unsigned short language, const std::string& text) {
+    GrowLocalizedText(language, text, 0);
+}
+
+bool TreeBuilder::GrowLocalizedText(unsigned short language, const std::string& text, std::size_t stored) {
     Place& place = TextOf(language);
-    if (!MakeRoom(place, LocalizedTextPayloadSize(text.size()), TAG_LOCALIZED_TEXT)) return;
+    std::size_t size = LocalizedTextPayloadSize(text.size());
+    if (!HasRoom(place, size, TAG_LOCALIZED_TEXT)) {
+        if (stored != 0) size = std::max(size, std::min(2 * size, kMaxPayloadSize));
+        stored = 0;
+        if (!MakeRoom(place, size, TAG_LOCALIZED_TEXT)) return false;
+    }
     At(place).As<LocalizedText>().language = language;
-    std::memcpy(At(place).Payload() + sizeof(LocalizedText), text.c_str(), text.size() + 1);
+    std::memcpy(At(place).Payload() + sizeof(LocalizedText) + stored, text.c_str() + stored,
+                text.size() + 1 - stored);
+    return true;
 }
 
 }  // namespace ZBase::detail

@@ -44,6 +44,11 @@ public:
     void AddParameter(const std::string& text);
     void SetLocalizedText(unsigned short language, const std::string& text);
 
+    /// The same for a text that begins with the `stored` characters that the last call for this message
+    /// stored in this language, and that may grow further: such calls together cost what the text has grown.
+    /// False when it is lost.
+    bool GrowLocalizedText(unsigned short language, const std::string& text, std::size_t stored);
+
 private:
     // Where a record is: below the root an offset in the run, where the first 21 bytes are heads; in the root
     // an address.
@@ -68,6 +73,7 @@ private:
     Record& At(Place place);
     Place& TextOf(unsigned short language);
     Place Add(std::size_t payloadSize, ETag tag);
+    bool HasRoom(Place place, std::size_t payloadSize, ETag tag);
     bool MakeRoom(Place& place, std::size_t payloadSize, ETag tag);
     void WriteSizes(std::size_t start, std::size_t end);
     void MoveRunToRoot();
