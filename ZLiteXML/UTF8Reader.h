@@ -17,12 +17,14 @@ public:
     /// handler that was told of its start. Null: nobody is told.
     virtual void PushHandler(UTF8EventHandler* handler) = 0;
 
-    /// Takes the next piece, cut anywhere, and tells what is complete. Throws `XMLException` when the
-    /// document is not well-formed, passes a bound, or declares entities or defaults of attributes; whatever
-    /// a handler throws; and `std::bad_alloc`. After that every further call throws.
+    /// Takes the next piece, cut anywhere, and tells what is complete; what stands behind a long token that
+    /// came in small pieces may wait until as much again has come, or for `Finish`. Throws `XMLException`
+    /// when the document is not well-formed, passes a bound, or declares entities or defaults of attributes;
+    /// whatever a handler throws; and `std::bad_alloc`. After that every further call throws.
     virtual void Read(const char* bytes, std::size_t size) = 0;
 
-    /// Ends the document; throws as `Read` does, also for a document that is not complete.
+    /// Ends the document; throws as `Read` does, also for a document that is not complete, of which it first
+    /// tells what is.
     virtual void Finish() = 0;
 
     virtual ~UTF8Reader() = default;

@@ -61,13 +61,16 @@ TEST(MessageXmlRoundTrip, IdsAreExact) {
 }
 
 TEST(MessageXmlRoundTrip, EveryLanguageIsExact) {
-    Message message;
-    ZBase::MessageCursor cursor(message);
-    for (unsigned int language = 0; language <= 0xFFFF; language += 257)
-        message.SetLocalizedText(static_cast<unsigned short>(language), std::to_string(language).c_str());
-    Message back;
-    FromXML(ToXML(message), back);
-    EXPECT_EQ(DescribeTree(back), DescribeTree(message));
+    for (unsigned int upper = 0; upper <= 0xFF; ++upper) {
+        Message message;
+        for (unsigned int lower = 0; lower <= 0xFF; ++lower) {
+            const unsigned int language = upper << 8 | lower;
+            message.SetLocalizedText(static_cast<unsigned short>(language), std::to_string(language).c_str());
+        }
+        Message back;
+        FromXML(ToXML(message), back);
+        ASSERT_EQ(DescribeTree(back), DescribeTree(message)) << upper;
+    }
 }
 
 TEST(MessageXmlRoundTrip, NumberFormatIsTheDefaultAgain) {

@@ -1,10 +1,15 @@
 #include <Base/ZBase.h>
+#include <ZLiteXML/XMLException.h>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/XmlDocuments.h"
 
 namespace {
@@ -123,6 +128,38 @@ TEST(MessageXmlWriting, CharacterThatXmlCannotHoldLeavesNothingBehind) {
         }
         EXPECT_EQ(document, "as it was");
     }
+}
+
+class MessageXmlFile : public test::ScratchFolder {
+protected:
+    static std::string ReadAll(const std::filesystem::path& file) {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    std::size_t Files() const {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(mFolder), {}));
+    }
+};
+
+// Most of the document is on its way when the last message turns out not to fit into one.
+TEST_F(MessageXmlFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
+    Message message;
+    message << "\x01";
+    for (int number = 0; number < 3000; ++number)
+        message.WrapBy(300, number, "a template that is in the way");
+    const std::string old = Write("old.xml", "old");
+    for (const std::string& file : {old, (mFolder / "new.xml").string()}) {
+        const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
+        EXPECT_THROW(ZBase::SerializeToXML(message, *writer), ZLiteXML::XMLException);
+        EXPECT_EQ(Files(), 1u);
+        EXPECT_EQ(ReadAll(old), "old");
+    }
+}
+
+TEST_F(MessageXmlFile, HoldsTheWholeMessage) {
+    const std::string file = mFolder / "new.xml";
+    ZBase::SerializeToXML(Message(300, 1, "t"), *ZLiteXML::CreateFileWriter(file.c_str()));
+    EXPECT_EQ(ReadAll(file), test::ToXML(Message(300, 1, "t")));
 }
 
 class FailingWriter final : public ZLiteXML::UTF8Writer, public ZSynch::ReferenceCountedImpl<unsigned int> {

@@ -2,15 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/MessageTrees.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/XmlDocuments.h"
 
 namespace {
@@ -71,12 +69,41 @@ TEST(MessageCommand, WritesJson) {
         "31m\"],\"texts\":{}}\n]\n");
 }
 
-TEST(MessageCommand, ReadsAFile) {
-    char name[] = "/tmp/zbase-test-XXXXXX";
-    close(mkstemp(name));
-    std::ofstream(name) << "<m><id>7</id></m>";
-    EXPECT_EQ(ShowMessage({name}).output, "Unknown 7  Unknown error. (Unknown message 7)\n");
-    unlink(name);
+class MessageFile : public test::ScratchFolder {};
+
+TEST_F(MessageFile, IsShownInEveryForm) {
+    const std::string file = Write("a record.xml", "<m><id>7</id></m>");
+    EXPECT_EQ(ShowMessage({file}).output, "Unknown 7  Unknown error. (Unknown message 7)\n");
+    const ChildResult xml = ShowMessage({"--xml", file});
+    EXPECT_EQ(xml.errors, "");
+    Message message;
+    test::FromXML(xml.output, message);
+    EXPECT_EQ(test::DescribeTree(message), test::DescribeTree(Message(0, 7, nullptr)));
+    EXPECT_EQ(ShowMessage({file, "--xml"}).output, xml.output);
+    EXPECT_EQ(ShowMessage({"--json", file}).output, ShowMessage({"--json"}, "<m><id>7</id></m>").output);
+}
+
+// On a terminal, which ends its lines in two characters.
+TEST_F(MessageFile, IsColouredOnATerminalOnly) {
+    const std::string file = Write("record.xml", kDocument);
+    const auto onTerminal = [&](const std::string& options) {
+        return test::RunChild({"/usr/bin/script", "--quiet", "--return", "--command",
+                               ZBASE_COMMAND " message " + options + " " + file, "/dev/null"},
+                              {"LC_ALL=C.UTF-8"})
+            .output;
+    };
+    EXPECT_EQ(
+        onTerminal("--parameters --texts"),
+        "\033[36mServer\033[0m \033[1m110\033[0m  Cannot load names\\n.txt. (Server message 110)\r\n"
+        "    \033[33m%1\033[0m names\\n.txt\r\n"
+        "    \033[32m0407\033[0m Geht nicht.\r\n"
+        "  \033[36mWindows Standard C Library\033[0m \033[1m2\033[0m  No such file or directory (Windows "
+        "Standard C Library error 2)\r\n"
+        "\033[36mUnknown\033[0m \033[1m0\033[0m  Unknown error.[\\x9B31m] (Unknown message 0)\r\n"
+        "    \033[33m%1\033[0m \\x9B31m\r\n");
+    EXPECT_EQ(ShowMessage({"--parameters", "--texts", file}).output.find('\033'), std::string::npos);
+    for (const std::string form : {"--xml", "--json"})
+        EXPECT_EQ(onTerminal(form).find('\033'), std::string::npos) << form;
 }
 
 void ExpectComplaint(const ChildResult& child, int exitCode, const std::string& what) {
