@@ -32,7 +32,7 @@ void (*SmartHeapIntegrator::mpMemHookProcess)() = nullptr;
 void (*SmartHeapIntegrator::mpMemPatchProcess)() = nullptr;
 
 SmartHeapIntegrator& SmartHeapIntegrator::operator=(const SmartHeapIntegrator&) = default;
-SmartHeapIntegrator& SmartHeapIntegrator::operator=(SmartHeapIntegrator&&) = default;
+SmartHeapIntegrator& SmartHeapIntegrator::operator=(SmartHeapIntegrator&&) noexcept = default;
 
 void SmartHeapIntegrator::Init() {}
 

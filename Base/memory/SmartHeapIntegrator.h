@@ -27,7 +27,7 @@ public:
     SmartHeapIntegrator() = default;
     SmartHeapIntegrator(const SmartHeapIntegrator&) = default;
     SmartHeapIntegrator& operator=(const SmartHeapIntegrator&);
-    SmartHeapIntegrator& operator=(SmartHeapIntegrator&&);
+    SmartHeapIntegrator& operator=(SmartHeapIntegrator&&) noexcept;
 
     /// Do nothing.
     static void Init();
