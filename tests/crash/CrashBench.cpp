@@ -117,8 +117,14 @@ ChildResult CrashBench::Crash(const std::vector<std::string>& arguments,
                               const std::vector<std::string>& environment, const std::string& program) const {
     std::vector<std::string> command = {ChildProgram(program)};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    std::vector<std::string> variables = environment;  // the first of one name counts
-    for (const std::string& variable : Environment()) variables.push_back(variable);
+    std::vector<std::string> variables = environment;
+    for (const std::string& variable : Environment()) {
+        const std::string name = variable.substr(0, variable.find('='));
+        const bool isGiven =
+            std::any_of(environment.begin(), environment.end(),
+                        [&](const std::string& given) { return given.substr(0, given.find('=')) == name; });
+        if (!isGiven) variables.push_back(variable);
+    }
     return RunChild(command, variables);
 }
 

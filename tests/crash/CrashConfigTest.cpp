@@ -236,17 +236,32 @@ TEST_F(CrashInstallation, EmptyServerCountsAsPresent) {
 }
 
 TEST_F(CrashInstallation, WithoutServersFails) {
-    EXPECT_FALSE(Installs(""));
-    EXPECT_FALSE(Installs("# nothing\n"));
+    for (const char* content : {"", "# nothing\n# but comments\n"}) {
+        EXPECT_FALSE(Installs(content));
+        CrashConfigTable settings;
+        CrashConfigTable crashKeys;
+        EXPECT_TRUE(ZBase::ReadCrashConfig(Config().c_str(), settings, crashKeys));
+    }
     EXPECT_FALSE(Installs("[Config]\nServerURL=http://a/\n"));
     EXPECT_FALSE(Installs("[Config]\nServerProdURL=http://a/\n"));
 }
 
 TEST_F(CrashInstallation, WithoutFileFailsThoughThereAreOtherPlaces) {
     WriteConfig(With(""));
-    EXPECT_EQ(Crash({"none"}, {"ZENT_CRASH_CONFIG_FILE=/no/such/file", "ZENT_HOME_PATH=" + mFolder.string()})
+    const std::string folder = mFolder.string();
+    EXPECT_EQ(Crash({"none"}, {"ZENT_CRASH_CONFIG_FILE=/no/such/file", "ZENT_HOME_PATH=" + folder,
+                               "PROBE_FOLDER=" + folder})
                   .exitCode,
               96);
+}
+
+TEST_F(CrashInstallation, TakesTheFileOfTheCurrentDirectoryWhenTheHomeHasNone) {
+    WriteConfig(With(""));
+    const std::vector<std::string> places = {"ZENT_CRASH_CONFIG_FILE", "ZENT_HOME_PATH=/tmp/no-home"};
+    EXPECT_EQ(Crash({"none"}, places).exitCode, 96);
+    std::vector<std::string> within = places;
+    within.push_back("PROBE_FOLDER=" + mFolder.string());
+    EXPECT_EQ(Crash({"none"}, within).exitCode, 0);
 }
 
 TEST_F(CrashInstallation, DirectoryInPlaceOfTheFileFails) {
@@ -255,9 +270,15 @@ TEST_F(CrashInstallation, DirectoryInPlaceOfTheFileFails) {
 }
 
 TEST_F(CrashInstallation, UnreadableFileFails) {
+    using std::filesystem::perms;
     WriteConfig(With(""));
-    std::filesystem::permissions(mFolder / "crash_report.ini", std::filesystem::perms::none);
-    EXPECT_EQ(Crash({"none"}).exitCode, geteuid() == 0 ? 0 : 96);  // nothing is closed to the superuser
+    std::filesystem::permissions(mFolder, perms::all);
+    // Nothing is closed to the superuser.
+    const std::string user = std::to_string(geteuid() == 0 ? 65534 : geteuid());
+    std::filesystem::permissions(Config(), perms::owner_read | perms::group_read | perms::others_read);
+    EXPECT_EQ(Crash({"none"}, {"PROBE_USER=" + user}).exitCode, 0);
+    std::filesystem::permissions(Config(), perms::none);
+    EXPECT_EQ(Crash({"none"}, {"PROBE_USER=" + user}).exitCode, 96);
 }
 
 TEST_F(CrashInstallation, MakesOnlyTheLastLevelOfTheDumpPath) {

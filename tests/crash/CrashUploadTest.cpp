@@ -43,6 +43,14 @@ public:
     std::string Address() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/"; }
     int Requests() const { return mRequests; }
 
+    /// Waits until so many requests have come.
+    void WaitForRequests(int count) const {
+        while (mRequests < count) usleep(1000);
+    }
+
+    /// Lets those go that hang.
+    void Release() { mReleased = true; }
+
     /// Takes the places of those who wait to be accepted.
     void FillQueue() {
         for (int i = 0; i != 8; ++i) {
@@ -69,7 +77,7 @@ private:
             const int client = accept4(mSocket, nullptr, nullptr, SOCK_CLOEXEC);
             ++mRequests;
             if (mManner == Manner::eHang) {
-                while (!mStopped) usleep(20000);
+                while (!mStopped && !mReleased) usleep(20000);
             } else {
                 std::string request;
                 char piece[65536];
@@ -94,6 +102,7 @@ private:
     int mSocket = -1;
     int mPort = 0;
     std::atomic<bool> mStopped = false;
+    std::atomic<bool> mReleased = false;
     std::atomic<int> mRequests = 0;
     std::thread mThread;
 };
@@ -165,38 +174,86 @@ TEST_F(CrashUpload, ReportThatFailsLeavesADumpOnDemandSuccessful) {
     EXPECT_EQ(LeftDumps().size(), 1u);
 }
 
+class DumpThatHangs : public test::CrashBench {
+protected:
+    DumpThatHangs() {
+        mServer = mHanging.Address();
+        Configure();
+    }
+    FixedServer mHanging{Manner::eHang};
+};
+
+TEST_F(DumpThatHangs, RefusesAllOthersMeanwhile) {
+    const auto child = CrashInBackground({"dumps-at-once"});
+    EXPECT_EQ(child->ReadLine(), "nine are refused");
+    mHanging.WaitForRequests(1);
+    mHanging.Release();
+    EXPECT_EQ(child->ReadLine(), "1 is written");
+    EXPECT_EQ(child->Wait(), 0);
+    EXPECT_EQ(LeftDumps().size(), 1u);
+    EXPECT_EQ(mHanging.Requests(), 1);
+}
+
+TEST_F(DumpThatHangs, LetsACrashBeDumpedMeanwhile) {
+    const auto child = CrashInBackground({"dump-beside"});
+    mHanging.WaitForRequests(1);
+    child->Signal(SIGSEGV);
+    while (LeftDumps().size() != 2) usleep(1000);
+    mHanging.Release();
+    EXPECT_EQ(child->Wait(), SIGSEGV);
+    EXPECT_EQ(mHanging.Requests(), 2);
+    int crashes = 0;
+    for (const auto& dump : LeftDumps()) crashes += test::ReadDumpFile(dump).Has("WaitBesideADump");
+    EXPECT_EQ(crashes, 1);
+}
+
 // The one test that takes its time: the bounds are 10 seconds for a connection and 60 for all.
 TEST_F(CrashUpload, ServerThatHangsForEverIsNotWaitedForLongerThanTheBounds) {
     using std::chrono::steady_clock;
     const FixedServer hanging(Manner::eHang);
     FixedServer full(Manner::eNeverAccept);
     full.FillQueue();
-    const auto secondsUntilTheEnd = [this](const std::string& server) {
-        mServer = server;
-        const std::string file = mFolder / (server.substr(server.rfind(':') + 1, 4) + ".ini");
+    std::filesystem::create_directory(mDumps);
+    const auto run = [this](const std::string& kind, const std::string& server, const std::string& name,
+                            ChildResult& result) {
+        const std::string file = mFolder / name;
         std::ofstream(file) << "[Config]\nServerURL=" << server
                             << "\nServerProdURL=\ndump_path=" << mDumps.string();
         const steady_clock::time_point start = steady_clock::now();
-        EXPECT_EQ(Crash({"null"}, {"ZENT_CRASH_CONFIG_FILE=" + file}).signal, SIGSEGV);
+        result = Crash({kind}, {"ZENT_CRASH_CONFIG_FILE=" + file});
         return std::chrono::duration<double>(steady_clock::now() - start).count();
     };
-    double connecting = 0;
-    std::filesystem::create_directory(mDumps);
-    std::thread beside([&] { connecting = secondsUntilTheEnd(full.Address()); });
-    usleep(200000);
-    const double whole = secondsUntilTheEnd(hanging.Address());
-    beside.join();
-    EXPECT_NEAR(connecting, 10, 3);
-    EXPECT_NEAR(whole, 60, 3);
-    EXPECT_EQ(LeftDumps().size(), 2u);
+    struct Wait {
+        const char* kind;
+        const FixedServer& server;
+        double bound;
+        ChildResult result;
+        double seconds;
+    } waits[] = {{"null", full, 10, {}, 0}, {"null", hanging, 60, {}, 0}, {"dump", hanging, 60, {}, 0}};
+    std::vector<std::thread> threads;
+    for (Wait& wait : waits) {
+        threads.emplace_back([&] {
+            const std::string name = std::to_string(&wait - waits) + ".ini";
+            wait.seconds = run(wait.kind, wait.server.Address(), name, wait.result);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (const Wait& wait : waits) {
+        EXPECT_GE(wait.seconds, wait.bound - 1);
+        EXPECT_LT(wait.seconds, wait.bound + 30);  // the system may be busy
+    }
+    EXPECT_EQ(waits[0].result.signal, SIGSEGV);
+    EXPECT_EQ(waits[1].result.signal, SIGSEGV);
+    EXPECT_EQ(waits[2].result.output, "1\n");
+    EXPECT_EQ(LeftDumps().size(), 3u);
 }
 
 class CrashUploadOverTls : public test::CrashBench {
 protected:
-    void SetUp() override {
+    void Serve(const std::string& host) {
         const ChildResult made =
             test::RunChild({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-                            "-subj", "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                            "-subj", "/CN=localhost", "-addext", "subjectAltName=IP:" + host, "-keyout",
                             Certificate() + ".key", "-out", Certificate()});
         ASSERT_EQ(made.exitCode, 0) << made.errors;
         StartServer(Certificate());
@@ -207,14 +264,23 @@ protected:
 };
 
 TEST_F(CrashUploadOverTls, TrustedCertificateIsAccepted) {
+    Serve("127.0.0.1");
     EXPECT_EQ(Crash({"null"}, {"SSL_CERT_FILE=" + Certificate(), "CURL_CA_BUNDLE"}).signal, SIGSEGV);
     EXPECT_EQ(Crash({"null"}, {"CURL_CA_BUNDLE=" + Certificate(), "SSL_CERT_FILE"}).signal, SIGSEGV);
     EXPECT_EQ(ReceivedDumps().size(), 2u);
     EXPECT_TRUE(LeftDumps().empty());
 }
 
-TEST_F(CrashUploadOverTls, AnyOtherIsRefused) {
+TEST_F(CrashUploadOverTls, CertificateThatIsNotTrustedIsRefused) {
+    Serve("127.0.0.1");
     EXPECT_EQ(Crash({"null"}, {"SSL_CERT_FILE", "CURL_CA_BUNDLE"}).signal, SIGSEGV);
+    EXPECT_TRUE(ReceivedDumps().empty());
+    EXPECT_EQ(LeftDumps().size(), 1u);
+}
+
+TEST_F(CrashUploadOverTls, CertificateOfAnotherHostIsRefused) {
+    Serve("127.0.0.2");
+    EXPECT_EQ(Crash({"null"}, {"SSL_CERT_FILE=" + Certificate(), "CURL_CA_BUNDLE"}).signal, SIGSEGV);
     EXPECT_TRUE(ReceivedDumps().empty());
     EXPECT_EQ(LeftDumps().size(), 1u);
 }
