@@ -361,6 +361,12 @@ int Run(const std::string& kind) {
         {"dump-beside", WaitBesideADump},
         {"failed-dump", FailToDump},
         {"late-keys", SetKeysLate},
+        {"late-customer",
+         [] {
+             ZBase::SetCrashAttr("customer_dsi", "1", true);
+             ZBase::SetCrashAttr("customer_dsi", "0", true);
+             WriteToNull();
+         }},
         {"moved",
          [] {
              if (chdir("/") == 0) WriteToNull();

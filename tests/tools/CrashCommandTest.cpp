@@ -36,9 +36,10 @@ protected:
                                           "LC_ALL=C.UTF-8"});
     }
 
-    ChildResult Probe(const std::string& kind) const {
-        return test::RunChild({test::ChildProgram("CrashProbe"), kind, "run", "7"},
-                              {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
+    ChildResult Probe(const std::string& kind, const std::vector<std::string>& keys = {}) const {
+        std::vector<std::string> command = {test::ChildProgram("CrashProbe"), kind, "run", "7"};
+        command.insert(command.end(), keys.begin(), keys.end());
+        return test::RunChild(command, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
     }
 
     std::string OnlyDump() const {
@@ -138,6 +139,72 @@ TEST_F(CrashCommand, SendSendsWhatWasLeftBehindWithItsKeysAndDeletesIt) {
         << keys;
     EXPECT_EQ(Crash({"test"}).exitCode, 0);
     EXPECT_TRUE(fs::exists(mFolder / "received" / "3.dmp"));
+}
+
+TEST_F(CrashCommand, SendChoosesTheServerThatTheProcessWouldHaveChosen) {
+    const auto configure = [this](const std::string& server, const std::string& production) {
+        std::ofstream(mFolder / "crash_report.ini")
+            << "[Config]\nServerURL=" << server << "\nServerProdURL=" << production
+            << "\ndump_path=" << (mFolder / "dumps").string() << "\n[CrashKeys]\ncustomer_dsi=5\n";
+    };
+    const std::string nobody = "http://127.0.0.1:1/";
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    const std::string address = server.ReadLine();
+    const auto reports = [this] {
+        const auto folder = fs::directory_iterator(mFolder / "received");
+        return std::distance(begin(folder), end(folder)) / 2;  // dumps and their keys
+    };
+    configure(nobody, nobody);
+    Probe("null");  // the file's key chooses nothing
+    configure(nobody, address);
+    EXPECT_EQ(Crash({"send"}).exitCode, 1);
+    configure(address, nobody);
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_EQ(reports(), 1);
+
+    configure(nobody, nobody);
+    Probe("late-customer");  // the call does, and a later one does not undo it
+    configure(address, nobody);
+    EXPECT_EQ(Crash({"send"}).exitCode, 1);
+    configure(nobody, address);
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_EQ(reports(), 2);
+    std::ifstream keys(mFolder / "received" / "2.keys");
+    std::string line;
+    EXPECT_TRUE(std::getline(keys, line) && line == "customer_dsi=0") << line;
+}
+
+TEST_F(CrashCommand, SendKeepsWhatItSentIfTheFileSaysSo) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine(), "keep_dump_file=true\n");
+    const ChildResult sent = Crash({"send"});
+    EXPECT_EQ(sent.exitCode, 0);
+    EXPECT_TRUE(Has(sent.output, ": sent, report 1, stays by keep_dump_file\n")) << sent.output;
+    EXPECT_NE(OnlyDump(), "");
+}
+
+TEST_F(CrashCommand, SendLeavesWhatIsNoWholeDump) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string dump = OnlyDump();
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    fs::copy_file(dump, mFolder / "dumps" / "partial.dmp");
+    fs::resize_file(mFolder / "dumps" / "partial.dmp", fs::file_size(dump) / 2);
+    fs::copy_file(dump, mFolder / "dumps" / "short.dmp");
+    fs::resize_file(mFolder / "dumps" / "short.dmp", 40);
+    std::ofstream(mFolder / "dumps" / "empty.dmp");
+    const ChildResult sent = Crash({"send"});
+    EXPECT_EQ(sent.exitCode, 1);
+    for (const char* name : {"partial", "short", "empty"}) {
+        EXPECT_TRUE(Has(sent.output, std::string(name) + ".dmp: no whole dump, stays\n")) << sent.output;
+        EXPECT_TRUE(fs::exists(mFolder / "dumps" / (std::string(name) + ".dmp")));
+    }
+    EXPECT_FALSE(fs::exists(dump));
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
 }
 
 TEST_F(CrashCommand, TestsWithAReceiverOfItsOwn) {

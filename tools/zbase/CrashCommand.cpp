@@ -161,32 +161,40 @@ WideString Wide(const std::string& text) {
     return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
 }
 
-// The server for a dump: the other one once a call, and not the file, has set the key.
-std::string ServerFor(const Config& config, const CrashKeys& keys) {
-    const auto dsi = keys.find("customer_dsi");
-    const bool isCustomer = dsi != keys.end() && std::atoi(dsi->second.c_str()) != 0 &&
-                            !config.crashKeys.contains("customer_dsi"_w);
-    return Setting(config, isCustomer ? "ServerProdURL"_w : "ServerURL"_w, "");
+bool KeepsDumps(const Config& config) {
+    return ZBase::IsCrashSettingTrue(Wide(Setting(config, "keep_dump_file"_w, "")));
 }
 
+// Sends a dump as the process that left it would have done, now that its server answers.
 bool SendDump(const Config& config, const fs::path& dump) {
-    CrashKeys keys;
-    if (!KeysOfDump(dump, keys)) {
-        for (const auto& [name, value] : config.crashKeys) keys[Narrow(name.c_str())] = Narrow(value.c_str());
+    DumpedReport report = ReportOfDump(dump);
+    if (!report.isDump) {
+        Print(dump.string() + ": no whole dump, stays\n");
+        return false;
+    }
+    if (!report.hasKeys) {
+        for (const auto& [name, value] : config.crashKeys)
+            report.keys[Narrow(name.c_str())] = Narrow(value.c_str());
     }
     ZBase::CrashReportSender::Fields parameters;
-    for (const auto& [name, value] : keys) parameters[Wide(name)] = Wide(value);
+    for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
+    const std::string server =
+        Setting(config, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w, "");
     WideString code;
     const ZBase::ReportResult result =
         ZBase::CrashReportSender(WideString())
-            .SendCrashReport(Wide(ServerFor(config, keys)), parameters,
-                             {{"upload_file_minidump"_w, Wide(dump.string())}}, &code);
+            .SendCrashReport(Wide(server), parameters, {{"upload_file_minidump"_w, Wide(dump.string())}},
+                             &code);
     static constexpr std::array kResults = {"not sent, stays", "rejected, stays", "sent", "not sent, stays"};
     Print(dump.string() + ": " + kResults[result]);
     if (result == ZBase::RESULT_SUCCEEDED) {
         Print(", report " + Narrow(code.c_str()));
         std::error_code failed;
-        if (!fs::remove(dump, failed)) Print(", but can't be deleted");
+        if (KeepsDumps(config)) {
+            Print(", stays by keep_dump_file");
+        } else if (!fs::remove(dump, failed)) {
+            Print(", but can't be deleted");
+        }
     }
     Print("\n");
     return result == ZBase::RESULT_SUCCEEDED;
@@ -202,7 +210,7 @@ int TestConfiguration() {
     if (!DumpInChild()) throw Failure("no dump could be written to " + directory.string());
     for (const fs::path& dump : DumpsIn(directory)) {
         if (std::find(before.begin(), before.end(), dump) != before.end()) continue;
-        const bool isKept = ZBase::IsCrashSettingTrue(Wide(Setting(config, "keep_dump_file"_w, "")));
+        const bool isKept = KeepsDumps(config);
         Print("The dump was written: " + dump.string() +
               (isKept ? "; look at the server, keep_dump_file keeps it either way.\n"
                       : "\nThe report did not arrive at " + Setting(config, "ServerURL"_w, "") + ".\n"));

@@ -9,26 +9,55 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <set>
 
 extern char** environ;
 
 namespace fs = std::filesystem;
+using ZBase::detail::CrashKeysBlock;
 
-std::vector<fs::path> DumpsIn(const fs::path& directory) {
-    std::vector<fs::path> dumps;
-    std::error_code none;
-    for (const auto& entry : fs::directory_iterator(directory, none)) {
-        if (entry.path().extension() == ".dmp") dumps.push_back(entry.path());
+namespace {
+
+// The head of a minidump, and what its directory says of each stream.
+struct DumpHead {
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::uint32_t streams;
+    std::uint32_t directory;  // where it stands
+    std::uint32_t others[4];
+};
+struct DumpStream {
+    std::uint32_t type;
+    std::uint32_t size;
+    std::uint32_t place;
+};
+constexpr std::uint32_t kDumpMagic = 0x504D444D;
+constexpr std::uint32_t kNeededStreams[] = {3, 4, 5};  // threads, modules, memory
+constexpr std::uint32_t kMostStreams = 256;
+
+// A dump that failed may be an empty file, or one without its later streams.
+bool IsWholeDump(const std::string& content) {
+    DumpHead head{};
+    if (content.size() < sizeof head) return false;
+    std::memcpy(&head, content.data(), sizeof head);
+    if (head.magic != kDumpMagic || head.streams > kMostStreams) return false;
+    std::set<std::uint32_t> types;
+    for (std::uint32_t i = 0; i != head.streams; ++i) {
+        DumpStream stream{};
+        const std::size_t at = head.directory + i * sizeof stream;
+        if (at > content.size() || content.size() - at < sizeof stream) return false;
+        std::memcpy(&stream, &content[at], sizeof stream);
+        if (stream.place > content.size() || content.size() - stream.place < stream.size) return false;
+        types.insert(stream.type);
     }
-    std::sort(dumps.begin(), dumps.end());
-    return dumps;
+    return std::all_of(std::begin(kNeededStreams), std::end(kNeededStreams),
+                       [&](std::uint32_t type) { return types.contains(type); });
 }
 
-bool KeysOfDump(const fs::path& dump, CrashKeys& keys) {
-    using ZBase::detail::CrashKeysBlock;
-    const std::string content = ReadFile(dump);
-    CrashKeysBlock newest{};
+// Names and values of the block that counts, and its head; its sequence stays 0 if there is none.
+std::string NewestFields(const std::string& content, CrashKeysBlock& newest) {
     std::string fields;
     for (std::size_t at = 0; (at = content.find(ZBase::detail::kCrashKeysMagic, at)) != std::string::npos;
          ++at) {
@@ -40,16 +69,38 @@ bool KeysOfDump(const fs::path& dump, CrashKeys& keys) {
         newest = block;
         fields = content.substr(at + sizeof block, block.size);
     }
-    if (newest.sequence == 0) return false;
-    if (newest.hanging == 1) keys["reason"] = "hanging";
+    return fields;
+}
+
+}  // namespace
+
+std::vector<fs::path> DumpsIn(const fs::path& directory) {
+    std::vector<fs::path> dumps;
+    std::error_code none;
+    for (const auto& entry : fs::directory_iterator(directory, none)) {
+        if (entry.path().extension() == ".dmp") dumps.push_back(entry.path());
+    }
+    std::sort(dumps.begin(), dumps.end());
+    return dumps;
+}
+
+DumpedReport ReportOfDump(const fs::path& dump) {
+    const std::string content = ReadFile(dump);
+    DumpedReport report;
+    report.isDump = IsWholeDump(content);
+    CrashKeysBlock newest{};
+    const std::string fields = NewestFields(content, newest);
+    report.hasKeys = newest.sequence != 0;
+    report.isForProduction = newest.production == 1;
+    if (newest.hanging == 1) report.keys["reason"] = "hanging";
     for (std::size_t at = 0; at < fields.size();) {
         const std::string name = &fields[at];
         at = std::min(fields.size(), at + name.size() + 1);
         const std::string value = fields.c_str() + at;
         at += value.size() + 1;
-        keys[name] = value;
+        report.keys[name] = value;
     }
-    return true;
+    return report;
 }
 
 std::string OutputOf(const std::vector<std::string>& command) {

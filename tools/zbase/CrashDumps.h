@@ -12,8 +12,15 @@ using CrashKeys = std::map<std::string, std::string>;
 /// The dumps in a directory, in the order of their names; none if there is no directory.
 std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& directory);
 
-/// Finds the crash keys that a dump holds, "reason" included; false if it holds none.
-bool KeysOfDump(const std::filesystem::path& dump, CrashKeys& keys);
+/// What a dump tells of its report.
+struct DumpedReport {
+    bool isDump = false;   // the file is a whole dump
+    bool hasKeys = false;  // and one of a process with crash keys
+    CrashKeys keys;        // "reason" included
+    bool isForProduction = false;
+};
+
+DumpedReport ReportOfDump(const std::filesystem::path& dump);
 
 /// What a program prints. Throws `Failure` if it can't be run, or fails and prints nothing; its error stream
 /// is dropped.

@@ -115,8 +115,7 @@ void PrintFrame(const std::vector<std::string>& frame) {
 }  // namespace
 
 int RunCrashShow(const std::string& dump) {
-    CrashKeys keys;
-    const bool hasKeys = KeysOfDump(dump, keys);
+    const DumpedReport report = ReportOfDump(dump);
     Walk walk = WalkDump(dump, "/dev/null");
     const std::map<std::string, std::string> files = FilesOfModules(dump);
     std::set<std::string> shown;
@@ -130,8 +129,8 @@ int RunCrashShow(const std::string& dump) {
     Print(Styled(walk.reason.empty() ? "no crash" : walk.reason, "1") + " at " + walk.address + ", thread " +
           walk.thread + "\n");
     for (const auto& frame : walk.frames) PrintFrame(frame);
-    Print(hasKeys ? "Crash keys\n" : "No crash keys\n");
-    for (const auto& [name, value] : keys) Print("  " + name + "=" + value + "\n");
+    Print(report.hasKeys ? "Crash keys\n" : "No crash keys\n");
+    for (const auto& [name, value] : report.keys) Print("  " + name + "=" + value + "\n");
     Print("Modules\n");
     for (const auto& module : walk.modules) {
         const auto file = files.find(module[1]);

@@ -75,7 +75,7 @@ int Run(int argc, char** argv) {
     show->add_option("DUMP", dump, "The dump")->required();
     std::string dumps;
     CLI::App* send =
-        crash->add_subcommand("send", "Send the dumps that were left behind; delete what arrived");
+        crash->add_subcommand("send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
     send->add_option("DIRECTORY", dumps, "Their directory, in place of that of the configuration");
 
     try {
