@@ -89,6 +89,7 @@ ReturnString FindCrashConfig() {
 }
 
 bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTable& crashKeys) {
+    if (path == nullptr) return false;
     std::ifstream file(path, std::ios::binary);
     if (!file) return false;
     CrashConfigReader reader;

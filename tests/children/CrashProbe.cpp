@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <thread>
@@ -227,13 +228,16 @@ void UseHeap() {
     for (std::thread& thread : threads) thread.join();
 }
 
-// A thread that ends the process while the crash of another is being reported.
+// A thread that ends the process while the crash of another is being reported. The dump is in the directory
+// beside the configuration then.
 [[gnu::noipa]] void CrashWhileExiting() {
+    const std::filesystem::path config = std::getenv("ZENT_CRASH_CONFIG_FILE");
+    const std::filesystem::path dumps = config.parent_path() / "dumps";
     std::thread([] { WriteToNull(); }).detach();
     while (!gHeapIsForbidden) {
     }
-    usleep(20000);
     gHeapIsForbidden = false;
+    while (std::filesystem::is_empty(dumps)) usleep(1000);
     std::exit(0);
 }
 

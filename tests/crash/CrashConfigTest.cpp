@@ -129,6 +129,7 @@ TEST_F(CrashConfigFile, MayBeOneLineOfTenMebibytes) {
 TEST_F(CrashConfigFile, ThatCantBeOpenedIsTold) {
     Tables tables;
     EXPECT_FALSE(ZBase::ReadCrashConfig((mFolder / "missing").c_str(), tables.settings, tables.crashKeys));
+    EXPECT_FALSE(ZBase::ReadCrashConfig(nullptr, tables.settings, tables.crashKeys));
 }
 
 TEST_F(CrashConfigFile, ReadingAddsToWhatIsThere) {

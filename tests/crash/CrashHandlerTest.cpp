@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
 // What the calls of the crash handler answer in a process without one.
 
 namespace {
@@ -33,6 +38,20 @@ TEST(SetCrashAttr, KeysThatDifferBeyondAsciiOnlyAreOne) {
 TEST(InstallCrashStack, MayBeCalledAgain) {
     EXPECT_TRUE(ZBase::InstallCrashStack());
     EXPECT_TRUE(ZBase::InstallCrashStack());
+}
+
+TEST(InstallCrashStack, GoesWithItsThread) {
+    const auto mappings = [] {
+        std::ifstream file("/proc/self/maps");
+        return std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n');
+    };
+    const auto runThreads = [] {
+        for (int i = 0; i != 100; ++i) std::thread([] { EXPECT_TRUE(ZBase::InstallCrashStack()); }).join();
+    };
+    runThreads();
+    const auto before = mappings();
+    runThreads();
+    EXPECT_LT(mappings(), before + 50);
 }
 
 }  // namespace

@@ -167,6 +167,24 @@ TEST_F(CrashUpload, DumpGoesWhenTheServerAnswersSuccess) {
     EXPECT_EQ(server.Requests(), 1);
 }
 
+TEST_F(CrashUpload, GoesThroughTheProxyOfTheEnvironment) {
+    const FixedServer proxy(Manner::eAnswer, Answer("200 OK"));
+    mServer = "http://reports.invalid/";
+    Configure();
+    EXPECT_EQ(Crash({"null"}, {"http_proxy=" + proxy.Address(), "no_proxy", "NO_PROXY"}).signal, SIGSEGV);
+    EXPECT_EQ(proxy.Requests(), 1);
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
+TEST_F(CrashUpload, DumpStaysWhenTheSenderDoesNotStandBesideTheLibrary) {
+    StartServer();
+    Configure();
+    std::filesystem::copy_file(ZBASE_LIBRARY, mFolder / "libZBase.so.1");
+    EXPECT_EQ(Crash({"null"}, {"LD_LIBRARY_PATH=" + mFolder.string()}).signal, SIGSEGV);
+    EXPECT_EQ(LeftDumps().size(), 1u);
+    EXPECT_TRUE(ReceivedDumps().empty());
+}
+
 TEST_F(CrashUpload, ReportThatFailsLeavesADumpOnDemandSuccessful) {
     mServer = "http://127.0.0.1:1/";
     Configure();
