@@ -177,6 +177,23 @@ void MoveContext(Walk& walk, ThreadContext& context) {
         *RegisterPlace(context, number) = Value(walk, number);
 }
 
+// Whether the code at an address returns from a signal: movq $SYS_rt_sigreturn, %rax; syscall.
+bool ReturnsFromSignal(Walk& walk, std::uint64_t address) {
+    constexpr unsigned char kCode[] = {0x48, 0xC7, 0xC0, 0x0F, 0x00, 0x00, 0x00, 0x0F, 0x05};
+    unw_word_t words[2];
+    for (unsigned int i = 0; i != 2; ++i) {
+        if (AccessMemory(nullptr, address + 8 * i, &words[i], 0, &walk) != 0) return false;
+    }
+    return std::memcmp(words, kCode, sizeof kCode) == 0;
+}
+
+// A caller's frame lies further up, or else the stack is damaged and might be walked for ever. Only from a
+// signal the way may lead down, to another stack.
+bool StepUp(Walk& walk, const ThreadContext& context) {
+    return unw_step(&walk.cursor) > 0 && Value(walk, UNW_X86_64_RIP) != 0 &&
+           (Value(walk, UNW_X86_64_RSP) > context.rsp || ReturnsFromSignal(walk, context.rip));
+}
+
 }  // namespace
 
 ZBASE_DEBUGHELP_ENTRY std::int32_t StackWalk64(std::uint32_t machine, void*, void*,
@@ -194,7 +211,7 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t StackWalk64(std::uint32_t machine, void*, voi
     frame->Reserved[1] = walk.number;
     frame->AddrPC = {context.rip, 0, ZBase::AddrModeFlat};
     frame->AddrStack = {context.rsp, 0, ZBase::AddrModeFlat};
-    if (unw_step(&walk.cursor) > 0 && Value(walk, UNW_X86_64_RIP) != 0) {
+    if (StepUp(walk, context)) {
         MoveContext(walk, context);
         frame->AddrReturn = {context.rip, 0, ZBase::AddrModeFlat};
         // Where the function keeps, or would keep, its caller's frame pointer.

@@ -7,6 +7,7 @@
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/platform/os/ThreadContext.h>
 
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -46,6 +47,12 @@ CallStackImp::CallStackCriticalSection::CallStackCriticalSection() {
 
 CallStackImp::CallStackCriticalSection::~CallStackCriticalSection() {
     std::destroy_at(&Mutex());
+}
+
+CallStackImp::CallStackCriticalSection& CallStackImp::CallStackCriticalSection::operator=(
+    const CallStackCriticalSection& other) {
+    std::memmove(mStorage, other.mStorage, sizeof mStorage);
+    return *this;
 }
 
 void CallStackImp::CallStackCriticalSection::Lock() {
@@ -98,6 +105,12 @@ void CallStackImp::CaptureThreadById(unsigned long threadId) {
         }
     } const handle{os::OpenThread(os::kThreadGetContext, threadId)};
     BuildSuspended(mLines, handle.thread);
+}
+
+void CallStackImp::Delete() {
+    // A null object is let be, and the compiler must not know that there is none.
+    CallStackImp* volatile object = this;
+    delete object;
 }
 
 const unsigned short* CallStackImp::ToString() {

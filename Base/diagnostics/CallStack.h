@@ -13,7 +13,7 @@ public:
 
     virtual unsigned int GetLineCount() = 0;
 
-    /// Destroys the stack; with a null object it does nothing.
+    /// Destroys the stack. As a virtual function it can't be reached through a null pointer.
     virtual void Delete() = 0;
 
     /// The texts of all frames, a line feed between them; good until the next call.

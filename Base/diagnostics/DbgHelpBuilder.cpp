@@ -6,6 +6,7 @@
 #include <Base/platform/os/ThreadContext.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace ZBase {
 
@@ -24,7 +25,7 @@ constexpr char kNotAvailable[] = "(NA)";
 
 template <class Function>
 bool Resolve(void* library, const char* name, Function& entry) {
-    entry = reinterpret_cast<Function>(os::FindDebugHelpEntry(library, name));
+    entry = library == nullptr ? nullptr : reinterpret_cast<Function>(os::FindDebugHelpEntry(library, name));
     return entry != nullptr;
 }
 
@@ -104,10 +105,9 @@ bool DbgHelpBuilder::LoadSymbols() {
 
 bool DbgHelpBuilder::LoadDbgHelpFunctions() {
     DbgHelpFunctions& f = mFunctions;
-    if (f.mpLibrary != nullptr) os::CloseDebugHelp(f.mpLibrary);
-    f.mpLibrary = os::OpenDebugHelp();
-    // Meant: a library that is not there is bound, with all entries null.
-    if (f.mpLibrary == nullptr) return true;
+    // What an earlier try had is closed behind it, so that entries which were given out stay.
+    void* const earlier = std::exchange(f.mpLibrary, os::OpenDebugHelp());
+    if (earlier != nullptr) os::CloseDebugHelp(earlier);
     bool isWhole = Resolve(f.mpLibrary, "SymFunctionTableAccess64", f.mpSymFunctionTableAccess64);
     isWhole &= Resolve(f.mpLibrary, "SymGetModuleBase64", f.mpSymGetModuleBase64);
     isWhole &= Resolve(f.mpLibrary, "SymGetSymFromAddr64", f.mpSymGetSymFromAddr64);
@@ -122,7 +122,8 @@ bool DbgHelpBuilder::LoadDbgHelpFunctions() {
     isWhole &= Resolve(f.mpLibrary, "SymEnumerateModules64", f.mpSymEnumerateModules64);
     isWhole &= Resolve(f.mpLibrary, "SymLoadModule64", f.mpSymLoadModule64);
     isWhole &= Resolve(f.mpLibrary, "SymGetModuleInfo64", f.mpSymGetModuleInfo64);
-    return isWhole;
+    // Meant: a library that is not there is bound, with all entries null.
+    return isWhole || f.mpLibrary == nullptr;
 }
 
 /// Binds and starts the symbol engine, once. False if a later call is to try again, or if the engine fails.

@@ -2,6 +2,7 @@
 
 #include <Base/frame/Api.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -35,7 +36,7 @@ public:
 private:
     std::map<std::uint64_t, std::string> mNames;
     std::map<std::uint64_t, std::uint64_t> mEnds;  // filled by `FprintfModuleInfo` alone, with zeros
-    bool mIsInitialized = false;
+    std::atomic<bool> mIsInitialized{false};
     std::recursive_mutex mLock;
 };
 

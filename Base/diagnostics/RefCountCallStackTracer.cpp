@@ -51,6 +51,11 @@ void Report(std::ostream& file, CallStack* stack) {
 
 }  // namespace
 
+RefCountCallStackTracer::RefCountCallStackTracer() = default;
+RefCountCallStackTracer::RefCountCallStackTracer(const RefCountCallStackTracer&) = default;
+RefCountCallStackTracer& RefCountCallStackTracer::operator=(const RefCountCallStackTracer&) = default;
+RefCountCallStackTracer::~RefCountCallStackTracer() = default;
+
 RefCountCallStackTracerImp::RefCountCallStackTracerImp(const unsigned short* label, const char* path)
     : mPath(path == nullptr ? "" : path), mLabel(label == nullptr ? kNothing : label) {
     std::ofstream(mPath, std::ios::app).close();
@@ -99,6 +104,12 @@ void RefCountCallStackTracerImp::ReportLeaks() {
 
 void RefCountCallStackTracerImp::Clear() {
     mInstances.clear();
+}
+
+void RefCountCallStackTracerImp::Delete() {
+    // A null object is let be, and the compiler must not know that there is none.
+    RefCountCallStackTracerImp* volatile object = this;
+    delete object;
 }
 
 RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* label, const char* path) {

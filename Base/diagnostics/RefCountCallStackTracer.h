@@ -8,9 +8,9 @@ namespace ZBase {
 /// What is left at its end is reported with all stacks that touched it. Destroyed by `Delete`.
 class ZBASE_API RefCountCallStackTracer {
 public:
-    RefCountCallStackTracer() = default;
-    RefCountCallStackTracer(const RefCountCallStackTracer&) = default;
-    RefCountCallStackTracer& operator=(const RefCountCallStackTracer&) = default;
+    RefCountCallStackTracer();
+    RefCountCallStackTracer(const RefCountCallStackTracer&);
+    RefCountCallStackTracer& operator=(const RefCountCallStackTracer&);
 
     /// Notes that the count of an object has become `refCount`; 0 drops the object's history. Any thread may
     /// call it. Throws `std::bad_alloc`.
@@ -28,7 +28,7 @@ public:
     virtual void Delete() = 0;
 
 protected:
-    virtual ~RefCountCallStackTracer() = default;
+    virtual ~RefCountCallStackTracer();
 };
 
 /// A tracer whose lines carry `label`, and which reports into the file at `path`; the file is there from now

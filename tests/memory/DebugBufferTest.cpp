@@ -50,6 +50,21 @@ TEST(DebugBuffer, IsDetachedFromTheStart) {
     EXPECT_TRUE(buffer->IsDetachedFromGovernors());
 }
 
+TEST(DebugBuffer, DetachingLeavesTheInnerBufferAttached) {
+    const test::RecordingGovernor governor;
+    {
+        const BufferPtr buffer(CreateDebugBuffer(1, 1, nullptr, 4096, false));
+        buffer->DetachFromGovernors();
+        governor.calls->clear();
+        buffer->Allocate(100'000);
+        ASSERT_FALSE(governor.calls->empty());
+        EXPECT_EQ(governor.calls->front().first, "governor asks");
+        governor.calls->clear();
+    }
+    ASSERT_FALSE(governor.calls->empty());
+    EXPECT_EQ(governor.calls->front().first, "governor releases");
+}
+
 TEST(DebugBuffer, DeleteDestroysTheInnerBufferAtOnceAndWritesNoFile) {
     std::remove("DebugBuf.log");
     const std::size_t live = test::LiveBlocks();

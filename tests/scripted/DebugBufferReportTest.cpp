@@ -1,4 +1,5 @@
 #include <Base/diagnostics/CallStack.h>
+#include <Base/memory/CreateBuffer.h>
 #include <Base/memory/detail/DebugBuffer.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -69,6 +70,12 @@ std::string Line(const char* digits) {
 TEST_F(DebugBufferReport, IsNotWrittenWhileTheBufferLives) {
     WatchedBuffer buffer;
     buffer.Allocate(8);
+    EXPECT_EQ(Report(), "");
+}
+
+TEST_F(DebugBufferReport, OrdinaryDeleteLeavesTheListEmptyAndWritesNothing) {
+    CreateDebugBuffer(1, 1, nullptr, 0, true)->Delete();
+    EXPECT_TRUE(gDebugBufferList.IsEmpty());
     EXPECT_EQ(Report(), "");
 }
 

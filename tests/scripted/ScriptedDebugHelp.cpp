@@ -28,7 +28,21 @@ std::int32_t Walk(std::uint32_t, void*, void*, ZBase::STACKFRAME64* frame, void*
 void Nothing() {}
 
 std::int32_t Start(void*, const char*, std::int32_t) {
+    ++gDebugHelp.started;
+    return gDebugHelp.starts;
+}
+
+std::int32_t GetSymbol(void*, std::uint64_t address, std::uint64_t* displacement,
+                       ZBase::IMAGEHLP_SYMBOL64* symbol) {
+    if (gDebugHelp.symbol == nullptr) return 0;
+    symbol->Address = 0x1000;
+    *displacement = address - 0x1000;
+    std::strcpy(symbol->Name, gDebugHelp.symbol);
     return 1;
+}
+
+std::int32_t GetLine(void*, std::uint64_t, std::uint32_t*, ZBase::IMAGEHLP_LINE64*) {
+    return 0;
 }
 
 std::uint32_t gOptions = 0;
@@ -46,12 +60,19 @@ std::uint32_t SetOptions(std::uint32_t options) {
 namespace ZBase::os {
 
 void* OpenDebugHelp() {
-    return gDebugHelp.isThere ? &gDebugHelp : nullptr;
+    if (!gDebugHelp.isThere) return nullptr;
+    ++gDebugHelp.opened;
+    return &gDebugHelp;
 }
 
-void CloseDebugHelp(void*) {}
+void CloseDebugHelp(void*) {
+    --gDebugHelp.opened;
+}
 
 EntryPoint FindDebugHelpEntry(void*, const char* name) {
+    if (gDebugHelp.missingEntry != nullptr && std::strcmp(name, gDebugHelp.missingEntry) == 0) return nullptr;
+    if (std::strcmp(name, "SymGetSymFromAddr64") == 0) return reinterpret_cast<EntryPoint>(GetSymbol);
+    if (std::strcmp(name, "SymGetLineFromAddr64") == 0) return reinterpret_cast<EntryPoint>(GetLine);
     if (std::strcmp(name, "StackWalk64") == 0) return reinterpret_cast<EntryPoint>(Walk);
     if (std::strcmp(name, "SymInitialize") == 0) return reinterpret_cast<EntryPoint>(Start);
     if (std::strcmp(name, "SymGetOptions") == 0) return reinterpret_cast<EntryPoint>(GetOptions);

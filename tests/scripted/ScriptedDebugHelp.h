@@ -5,12 +5,18 @@
 namespace test {
 
 /// Debug help as a test wants it. A walk gives `steps` frames at 0x1001, 0x1002 and so on, which lie in no
-/// module.
+/// module unless `gModules` tells of one.
 struct DebugHelpScript {
     bool isThere = true;
+    bool starts = true;
+    const char* missingEntry = nullptr;
+    const char* symbol = nullptr;  // of every address, with its start at 0x1000
     bool hasStackCapture = true;
     unsigned int steps = 13;
     unsigned int stepWithoutAddress = 0;
+
+    int opened = 0;  // and not yet closed
+    int started = 0;
 };
 extern DebugHelpScript gDebugHelp;
 

@@ -1,12 +1,18 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/CallStackLineImp.h>
+#include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tests/scripted/ScriptedDebugHelp.h"
+#include "tests/scripted/ScriptedModuleList.h"
+#include "tests/scripted/ScriptedModules.h"
+#include "tests/support/Stacks.h"
 
 // The walk where the system has no capture of its own.
 
@@ -98,6 +104,127 @@ TEST(BuildCallStack, WithoutTheLibraryAppendsOneLineAtFirstAndNoneLater) {
     builder.BuildCallStack(lines, context);
     EXPECT_EQ(lines.size(), 0U);
     gDebugHelp = {};
+}
+
+TEST(BuildCallStack, WhenTheEngineDoesNotStartAppendsOneLineAtFirstAndWalksLater) {
+    gDebugHelp = {};
+    gDebugHelp.steps = 7;
+    DbgHelpBuilder builder;
+    std::vector<CallStackLineImp> lines;
+    os::ThreadContext context{};
+    builder.BuildCallStack(lines, context);
+    ASSERT_EQ(lines.size(), 2U);
+    gDebugHelp.starts = false;
+    DbgHelpBuilder other;
+    other.BuildCallStack(lines, context);
+    ASSERT_EQ(lines.size(), 3U);  // behind what was there
+    EXPECT_EQ(test::Narrow(lines[2].GetText()),
+              "0x0000000000000000 0x0000000000000000 Mod:[dbghelp.dll load "
+              "failed]\tSym:[(NA)]+0x0\tFile:[(NA)](0)");
+    other.BuildCallStack(lines, context);
+    EXPECT_EQ(lines.size(), 2U);
+    EXPECT_EQ(gDebugHelp.started, 2);
+    gDebugHelp = {};
+}
+
+TEST(BuildCallStack, WithAnEntryMissingTriesAgainAndIsWholeWhenTheLibraryIs) {
+    gDebugHelp = {};
+    gDebugHelp.steps = 7;
+    gDebugHelp.missingEntry = "SymLoadModule64";
+    {
+        DbgHelpBuilder builder;
+        std::vector<CallStackLineImp> lines;
+        os::ThreadContext context{};
+        for (int round = 0; round != 3; ++round) builder.BuildCallStack(lines, context);
+        EXPECT_EQ(lines.size(), 3U);
+        EXPECT_EQ(gDebugHelp.opened, 1);
+        EXPECT_EQ(gDebugHelp.started, 0);
+        gDebugHelp.missingEntry = nullptr;
+        builder.BuildCallStack(lines, context);
+        EXPECT_EQ(lines.size(), 2U);
+        EXPECT_EQ(gDebugHelp.opened, 1);
+        EXPECT_EQ(gDebugHelp.started, 1);
+    }
+    EXPECT_EQ(gDebugHelp.opened, 0);
+    gDebugHelp = {};
+}
+
+TEST(BuildCallStack, KeepsNoEntryOfALibraryThatIsGoneAtTheNextTry) {
+    gDebugHelp = {};
+    gDebugHelp.missingEntry = "SymLoadModule64";
+    DbgHelpBuilder builder;
+    EXPECT_FALSE(builder.LoadSymbols());
+    EXPECT_NE(builder.GetStackWalk(), nullptr);
+    gDebugHelp.isThere = false;
+    EXPECT_FALSE(builder.LoadSymbols());
+    EXPECT_EQ(builder.GetStackWalk(), nullptr);
+    EXPECT_EQ(builder.GetSymInitialize(), nullptr);
+    EXPECT_EQ(builder.GetSymGetModuleInfo64(), nullptr);
+    EXPECT_EQ(gDebugHelp.opened, 0);
+    EXPECT_EQ(gDebugHelp.started, 0);
+    gDebugHelp = {};
+}
+
+/// What is told of the one frame, at 0x1006, of a module that begins at 0x1000.
+std::string LineInModule(std::uint32_t sectionStart, std::uint32_t virtualSize, std::uint32_t rawSize) {
+    gDebugHelp = {};
+    gDebugHelp.steps = 6;
+    gDebugHelp.symbol = "f";
+    test::gModules = {};
+    test::gModules.allocationBase = reinterpret_cast<const void*>(0x1000);
+    test::gModuleList = {};
+    test::gModuleList.sections = {{0x5000, 0x1000, 0x1000}, {sectionStart, virtualSize, rawSize}};
+    DbgHelpBuilder builder;
+    std::vector<CallStackLineImp> lines;
+    os::ThreadContext context{};
+    builder.BuildCallStack(lines, context);
+    const std::string text = lines.empty() ? "" : test::Narrow(lines[0].GetText());
+    gDebugHelp = {};
+    test::gModules = {};
+    test::gModuleList = {};
+    return text;
+}
+
+const std::string kInSection =
+    "0x0000000000001006 0x0000000000002006 Mod:[/lib/module.so]\tSym:[f]+0x6\tFile:[(NA)](0)";
+const std::string kInNone = "0x0000000000001006 0x0000000000002006 Mod:[]\tSym:[(NA)]+0x0\tFile:[(NA)](0)";
+
+TEST(LogicalAddress, SectionEndsBehindTheGreaterOfItsSizes) {
+    EXPECT_EQ(LineInModule(0, 6, 0), kInSection);  // the end is inclusive
+    EXPECT_EQ(LineInModule(0, 0, 6), kInSection);
+    EXPECT_EQ(LineInModule(0, 5, 5), kInNone);
+    EXPECT_EQ(LineInModule(6, 0, 0), kInSection);
+    EXPECT_EQ(LineInModule(7, 100, 100), kInNone);
+    EXPECT_EQ(LineInModule(6, 0xFFFFFFFF, 0), kInSection);
+}
+
+TEST(LogicalAddress, ModuleWithoutAPathOrBaseIsNone) {
+    gDebugHelp = {};
+    gDebugHelp.steps = 6;
+    gDebugHelp.symbol = "f";
+    for (int what = 0; what != 3; ++what) {
+        test::gModules = {};
+        test::gModules.allocationBase = what == 0 ? nullptr : reinterpret_cast<const void*>(0x1000);
+        test::gModules.addressIsPossible = what != 1;
+        if (what == 2) test::gModules.modulePath = nullptr;
+        DbgHelpBuilder builder;
+        std::vector<CallStackLineImp> lines;
+        os::ThreadContext context{};
+        builder.BuildCallStack(lines, context);
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_EQ(test::Narrow(lines[0].GetText()), kInNone) << what;
+    }
+    gDebugHelp = {};
+    test::gModules = {};
+}
+
+TEST(NullObjects, AreLetBeByDelete) {
+#ifndef __SANITIZE_ADDRESS__
+    CallStackImp* volatile stack = nullptr;
+    stack->Delete();
+    RefCountCallStackTracerImp* volatile tracer = nullptr;
+    tracer->Delete();
+#endif
 }
 
 }  // namespace

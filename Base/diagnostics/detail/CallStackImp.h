@@ -17,7 +17,7 @@ public:
     public:
         CallStackCriticalSection();
         ~CallStackCriticalSection();
-        CallStackCriticalSection& operator=(const CallStackCriticalSection& other) = default;
+        CallStackCriticalSection& operator=(const CallStackCriticalSection& other);
         void Lock();
         void Unlock();
 
@@ -32,7 +32,7 @@ public:
 
     CallStackLine& GetLine(unsigned int index) override { return mLines[index]; }
     unsigned int GetLineCount() override { return static_cast<unsigned int>(mLines.size()); }
-    void Delete() override { delete this; }
+    void Delete() override;
     const unsigned short* ToString() override;
 
 private:

@@ -24,7 +24,7 @@ public:
     void RecordRefCount(void* instance, long refCount) override;
     void ReportLeaks() override;
     void Clear() override;
-    void Delete() override { delete this; }
+    void Delete() override;
 
 private:
     struct Change {

@@ -5,6 +5,7 @@
 
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/ModulePath.h>
 
 namespace ZBase::os {
 
@@ -16,13 +17,12 @@ constexpr char kLibrary[] = "libzbase_debughelp.so";
 
 void* OpenDebugHelp() {
     // From the place of this library and from nowhere else: what is loaded into a server is never looked for.
-    Dl_info self{};
+    dl_find_object self;
     void* library = nullptr;
-    if (dladdr(reinterpret_cast<const void*>(&OpenDebugHelp), &self) != 0 && self.dli_fname != nullptr) {
-        std::string path = self.dli_fname;
+    if (_dl_find_object(reinterpret_cast<void*>(&OpenDebugHelp), &self) == 0) {
+        std::string path = ModulePath(*self.dlfo_link_map);
         path.erase(path.rfind('/') + 1);
-        if (path.empty()) path = "./";
-        library = dlopen((path + kLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (path.starts_with('/')) library = dlopen((path + kLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
     }
     if (library == nullptr) SetLastCode(kModuleNotFound);
     return library;

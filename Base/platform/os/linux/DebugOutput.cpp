@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -33,6 +34,7 @@ void WriteDebugText(const char* text) {
     if (!IsDebuggerAttached()) return;
     for (std::size_t left = std::strlen(text); left != 0;) {
         const ssize_t written = write(STDERR_FILENO, text, left);
+        if (written < 0 && errno == EINTR) continue;
         if (written <= 0) break;
         text += written;
         left -= static_cast<std::size_t>(written);

@@ -2,6 +2,7 @@
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/MappedRegions.h>
+#include <Base/platform/os/linux/ModulePath.h>
 #include <Base/platform/os/linux/NativeText.h>
 #include <Base/platform/os/linux/TextBuffer.h>
 
@@ -10,9 +11,7 @@
 #include <locale.h>
 #include <unistd.h>
 #include <algorithm>
-#include <climits>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -95,24 +94,6 @@ bool FindModuleAround(const void* address, dl_find_object& module) {
     return _dl_find_object(const_cast<void*>(address), &module) == 0;
 }
 
-const char* ProgramPath() {
-    static char path[PATH_MAX];
-    static std::once_flag once;
-    std::call_once(once, [] {
-        const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-        path[std::max<ssize_t>(length, 0)] = 0;
-    });
-    return path;
-}
-
-// The path behind a loader's name for a module in which `address` lies.
-std::string AbsolutePath(const char* name, std::uintptr_t address) {
-    if (*name == 0) return ProgramPath();
-    MappedRegion region;
-    if (*name != '/' && FindMappedRegion(address, region) && region.path.starts_with('/')) return region.path;
-    return name;
-}
-
 }  // namespace
 
 const unsigned short* ComponentEnding() {
@@ -178,8 +159,7 @@ bool FindAllocationBase(const void* address, const void*& base) {
 }
 
 unsigned int GetModulePath(Module module, unsigned short* path, unsigned int capacity) {
-    const auto* map = static_cast<const link_map*>(module);
-    return PutTextCut(AbsolutePath(map->l_name, reinterpret_cast<std::uintptr_t>(map->l_ld)), path, capacity);
+    return PutTextCut(ModulePath(*static_cast<const link_map*>(module)), path, capacity);
 }
 
 unsigned int GetModulePathAt(const void* base, unsigned short* path, unsigned int capacity) {
