@@ -3,7 +3,9 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <gtest/gtest.h>
+#include <sys/auxv.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -213,6 +215,28 @@ TEST(StackWalk, InASignalHandlerOnItsOwnStackGoesOnBehindTheSignal) {
     sigaltstack(&alternate, &before);
     ExpectWalkThroughSignal(SA_ONSTACK);
     sigaltstack(&before, nullptr);
+}
+
+// Many a program has signal stacks of 8 KiB, of which the system's own record of the signal takes its part.
+TEST(StackWalk, InASignalHandlerNeedsLessThanFourKibibytesOfStack) {
+    constexpr unsigned char kUntouched = 0xA5;
+    std::vector<unsigned char> room(1 << 16, kUntouched);
+    static std::uint64_t found[40];
+    stack_t own{room.data(), 0, room.size()};
+    stack_t before{};
+    sigaltstack(&own, &before);
+    struct sigaction action {};
+    struct sigaction earlier {};
+    action.sa_handler = [](int) { gDbgHelpBuilder.DoStackWalk(found, 40, 0); };
+    action.sa_flags = SA_ONSTACK;
+    sigaction(SIGUSR1, &action, &earlier);
+    raise(SIGUSR1);
+    sigaction(SIGUSR1, &earlier, nullptr);
+    sigaltstack(&before, nullptr);
+    EXPECT_GT(CountFound(found), 5U);
+    const auto deepest =
+        std::find_if(room.begin(), room.end(), [](unsigned char octet) { return octet != kUntouched; });
+    EXPECT_LT(static_cast<std::uint64_t>(room.end() - deepest), getauxval(AT_MINSIGSTKSZ) + 4096);
 }
 
 TEST(StackWalk, NeitherAllocatesNorLocks) {

@@ -1,5 +1,5 @@
 // A register state can't be read from within compiled code without disturbing it, so these few lines are in
-// the machine's own language.
+// the machine's own language. They write as far as the general registers go.
 
 #include <Base/platform/os/ThreadContext.h>
 
@@ -7,6 +7,10 @@
 asm(R"(
     .text
     .p2align 4
+    .hidden _ZN5ZBase2os16CaptureRegistersEPNS0_16GeneralRegistersE
+    .globl _ZN5ZBase2os16CaptureRegistersEPNS0_16GeneralRegistersE
+    .type _ZN5ZBase2os16CaptureRegistersEPNS0_16GeneralRegistersE, @function
+    .set _ZN5ZBase2os16CaptureRegistersEPNS0_16GeneralRegistersE, _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE
     .hidden _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE
     .globl _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE
     .type _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE, @function

@@ -1,10 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace ZBase::os {
-
-struct ThreadContext;
 
 // Unwind tables (.eh_frame with its search table) of the loaded modules, read where they are mapped. Nothing
 // here allocates, locks or calls the system, so all of it is good inside a signal handler.
@@ -28,27 +27,37 @@ enum class RuleKind : std::uint8_t {
     Stored,     // at the CFA plus `value`
     Offset,     // the CFA plus `value`
     Register,   // in register `value`
-    StoredAt,   // at the address that `expression` gives
-    Computed,   // what `expression` gives
-};
-
-struct RegisterRule {
-    RuleKind kind;
-    std::int64_t value;
-    Expression expression;
+    StoredAt,   // at the address that the expression at `value` gives
+    Computed,   // what the expression at `value` gives
 };
 
 /// How the registers of a function's caller follow from its own, at one place in it. The CFA is the value of
-/// the stack pointer before the call.
+/// the stack pointer before the call. It is small, since several of them lie on a stack that may be a
+/// signal's.
 struct FrameRules {
     bool cfaIsExpression;
-    std::uint64_t cfaRegister;
-    std::int64_t cfaOffset;
-    Expression cfaExpression;
-    RegisterRule registers[kRegisters];
     bool isSignalFrame;
+    RuleKind kinds[kRegisters];
+    std::int64_t values[kRegisters];
+    std::uint64_t cfaRegister;
+    std::int64_t cfaOffset;  // or where its expression is
     std::uint64_t functionStart;
 };
+
+/// The expression at a place of the tables, where its length stands first.
+Expression ExpressionAt(std::int64_t place);
+
+/// The general registers, laid out as in a `ThreadContext`, of which they are the beginning.
+struct alignas(16) GeneralRegisters {
+    unsigned char head[0x78];
+    std::uint64_t rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi;
+    std::uint64_t r8, r9, r10, r11, r12, r13, r14, r15;
+    std::uint64_t rip;
+};
+static_assert(sizeof(GeneralRegisters) == 0x100 && offsetof(GeneralRegisters, rip) == 0xF8);
+
+/// `CaptureContext`, into less room.
+void CaptureRegisters(GeneralRegisters* registers);
 
 /// A module as the tables need it.
 struct UnwindModule {
@@ -67,7 +76,12 @@ bool FindFrameRules(const UnwindModule& module, std::uint64_t address, FrameRule
 /// Walks by whole rules, with all registers, one frame at a time.
 class FrameWalker {
 public:
-    FrameWalker(const ThreadContext& context, LoadWord load);
+    /// From the general registers of a `ThreadContext`, or from those alone.
+    template <class State>
+    FrameWalker(const State& from, LoadWord load)
+        : mRegisters{from.rax, from.rdx, from.rcx, from.rbx, from.rsi, from.rdi, from.rbp, from.rsp, from.r8,
+                     from.r9,  from.r10, from.r11, from.r12, from.r13, from.r14, from.r15, from.rip},
+          mLoad(load) {}
 
     std::uint64_t Address() const { return mRegisters[kReturnAddress]; }
 
@@ -79,8 +93,7 @@ public:
 
 private:
     bool Find(FrameRules& rules);
-    bool Caller(const FrameRules& rules, const RegisterRule& rule, unsigned int number, std::uint64_t cfa,
-                std::uint64_t& value) const;
+    bool Caller(const FrameRules& rules, unsigned int number, std::uint64_t cfa, std::uint64_t& value) const;
 
     std::uint64_t mRegisters[kRegisters];
     LoadWord mLoad;

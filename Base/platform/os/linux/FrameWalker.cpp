@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <cstring>
 
-#include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/FrameRules.h>
 
 namespace ZBase::os {
@@ -258,12 +257,6 @@ bool LoadForeignWord(std::uint64_t address, std::uint64_t& value) {
     return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
 }
 
-FrameWalker::FrameWalker(const ThreadContext& context, LoadWord load)
-    : mRegisters{context.rax, context.rdx, context.rcx, context.rbx, context.rsi, context.rdi,
-                 context.rbp, context.rsp, context.r8,  context.r9,  context.r10, context.r11,
-                 context.r12, context.r13, context.r14, context.r15, context.rip},
-      mLoad(load) {}
-
 bool FrameWalker::Find(FrameRules& rules) {
     const std::uint64_t address = Address() - (mIsReturnAddress ? 1 : 0);
     if (address < mModule.start || address >= mModule.end) {
@@ -280,10 +273,10 @@ std::uint64_t FrameWalker::FunctionStart() {
     return Find(rules) ? rules.functionStart : 0;
 }
 
-bool FrameWalker::Caller(const FrameRules& rules, const RegisterRule& rule, unsigned int number,
-                         std::uint64_t cfa, std::uint64_t& value) const {
-    Machine machine(mRegisters, mLoad);
-    switch (rule.kind) {
+bool FrameWalker::Caller(const FrameRules& rules, unsigned int number, std::uint64_t cfa,
+                         std::uint64_t& value) const {
+    const std::int64_t rule = rules.values[number];
+    switch (rules.kinds[number]) {
         case RuleKind::Same:
             value = number == kRsp && !rules.isSignalFrame ? cfa : mRegisters[number];
             return number != kReturnAddress;
@@ -291,19 +284,20 @@ bool FrameWalker::Caller(const FrameRules& rules, const RegisterRule& rule, unsi
             value = 0;
             return number != kReturnAddress;
         case RuleKind::Stored:
-            return mLoad(cfa + static_cast<std::uint64_t>(rule.value), value);
+            return mLoad(cfa + static_cast<std::uint64_t>(rule), value);
         case RuleKind::Offset:
-            value = cfa + static_cast<std::uint64_t>(rule.value);
+            value = cfa + static_cast<std::uint64_t>(rule);
             return true;
         case RuleKind::Register:
-            value = rule.value < kRegisters ? mRegisters[rule.value] : 0;
+            value = rule < kRegisters ? mRegisters[rule] : 0;
             return true;
         default:
             break;
     }
+    Machine machine(mRegisters, mLoad);
     machine.Push(cfa);
-    if (!machine.Evaluate(rule.expression, value)) return false;
-    return rule.kind == RuleKind::Computed || mLoad(value, value);
+    if (!machine.Evaluate(ExpressionAt(rule), value)) return false;
+    return rules.kinds[number] == RuleKind::Computed || mLoad(value, value);
 }
 
 bool FrameWalker::Step() {
@@ -311,7 +305,7 @@ bool FrameWalker::Step() {
     if (!Find(rules)) return false;
     std::uint64_t cfa = 0;
     if (rules.cfaIsExpression) {
-        if (!Machine(mRegisters, mLoad).Evaluate(rules.cfaExpression, cfa)) return false;
+        if (!Machine(mRegisters, mLoad).Evaluate(ExpressionAt(rules.cfaOffset), cfa)) return false;
     } else {
         if (rules.cfaRegister >= kRegisters) return false;
         cfa = mRegisters[rules.cfaRegister] + static_cast<std::uint64_t>(rules.cfaOffset);
@@ -320,7 +314,7 @@ bool FrameWalker::Step() {
     if (!rules.isSignalFrame && cfa <= mRegisters[kRsp]) return false;
     std::uint64_t callers[kRegisters];
     for (unsigned int number = 0; number != kRegisters; ++number) {
-        if (!Caller(rules, rules.registers[number], number, cfa, callers[number])) return false;
+        if (!Caller(rules, number, cfa, callers[number])) return false;
     }
     if (callers[kReturnAddress] == 0) return false;
     std::memcpy(mRegisters, callers, sizeof mRegisters);

@@ -17,7 +17,6 @@
 #include <atomic>
 
 #include <Base/platform/os/DebugHelp.h>
-#include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/FrameRules.h>
 
 namespace ZBase::os {
@@ -78,22 +77,21 @@ constexpr std::uint8_t kDeref = 0x06;
 /// The rules of a function that realigns its stack, as compilers write them: the CFA is the word at the frame
 /// pointer plus an offset of one octet, the frame pointer the word at itself.
 bool IsRealigned(const FrameRules& rules, std::int64_t& offset) {
-    const Expression& cfa = rules.cfaExpression;
-    const RegisterRule& framePointer = rules.registers[kRbp];
-    const Expression& stored = framePointer.expression;
-    if (framePointer.kind != RuleKind::StoredAt || stored.end - stored.start != 2) return false;
-    if (stored.start[0] != kBregRbp || stored.start[1] != 0 || cfa.end - cfa.start != 3) return false;
+    if (rules.kinds[kRbp] != RuleKind::StoredAt) return false;
+    const Expression cfa = ExpressionAt(rules.cfaOffset);
+    const Expression stored = ExpressionAt(rules.values[kRbp]);
+    if (stored.end - stored.start != 2 || cfa.end - cfa.start != 3) return false;
+    if (stored.start[0] != kBregRbp || stored.start[1] != 0) return false;
     if (cfa.start[0] != kBregRbp || cfa.start[1] >= 0x80 || cfa.start[2] != kDeref) return false;
     offset = cfa.start[1] - ((cfa.start[1] & 0x40) << 1);  // seven bits with a sign
     return true;
 }
 
 std::uint64_t Pack(const FrameRules& rules) {
-    const RegisterRule& returnAddress = rules.registers[kReturnAddress];
-    const RegisterRule& framePointer = rules.registers[kRbp];
-    if (returnAddress.kind == RuleKind::Undefined) return End;
-    if (returnAddress.kind != RuleKind::Stored || returnAddress.value != -8) return Whole;
-    if (rules.isSignalFrame || rules.registers[kRsp].kind != RuleKind::Same) return Whole;
+    const RuleKind returnAddress = rules.kinds[kReturnAddress];
+    if (returnAddress == RuleKind::Undefined) return End;
+    if (returnAddress != RuleKind::Stored || rules.values[kReturnAddress] != -8) return Whole;
+    if (rules.isSignalFrame || rules.kinds[kRsp] != RuleKind::Same) return Whole;
     std::uint64_t kind = None;
     std::uint64_t distance = 0;
     std::int64_t offset = rules.cfaOffset;
@@ -104,10 +102,11 @@ std::uint64_t Pack(const FrameRules& rules) {
         if (rules.cfaRegister != kRbp && rules.cfaRegister != kRsp) return Whole;
         if (offset != static_cast<std::int32_t>(offset)) return Whole;
         kind = rules.cfaRegister == kRbp ? FromRbp : FromRsp;
-        if (framePointer.kind == RuleKind::Stored) {
-            distance = static_cast<std::uint64_t>(-framePointer.value) / 8;
-            if (framePointer.value % 8 != 0 || distance == 0 || distance >= kDistanceLimit) return Whole;
-        } else if (framePointer.kind != RuleKind::Same) {
+        if (rules.kinds[kRbp] == RuleKind::Stored) {
+            const std::int64_t framePointer = rules.values[kRbp];
+            distance = static_cast<std::uint64_t>(-framePointer) / 8;
+            if (framePointer % 8 != 0 || distance == 0 || distance >= kDistanceLimit) return Whole;
+        } else if (rules.kinds[kRbp] != RuleKind::Same) {
             return Whole;
         }
     }
@@ -122,9 +121,9 @@ std::uint64_t Pack(const FrameRules& rules) {
     return rule;
 }
 
-[[gnu::noinline]] std::uint32_t WalkWhole(const ThreadContext& context, std::uint32_t skip,
+[[gnu::noinline]] std::uint32_t WalkWhole(const GeneralRegisters& registers, std::uint32_t skip,
                                           std::uint32_t count, void** addresses) {
-    FrameWalker walker(context, LoadOwnWord);
+    FrameWalker walker(registers, LoadOwnWord);
     std::uint32_t stored = 0;
     for (std::uint32_t i = 0; stored != count && walker.Step(); ++i) {
         if (i >= skip) addresses[stored++] = reinterpret_cast<void*>(walker.Address());
@@ -140,11 +139,11 @@ ZBASE_READS_STACKS inline std::uint64_t Load(std::uint64_t address) {
                                                                  void** addresses, std::uint32_t* hash) {
     if (hash != nullptr) *hash = 0;
     if (count > 0xFFFF) count = 0xFFFF;
-    ThreadContext context;
-    CaptureContext(&context);
-    std::uint64_t address = context.rip;
-    std::uint64_t stackPointer = context.rsp;
-    std::uint64_t framePointer = context.rbp;
+    GeneralRegisters registers;
+    CaptureRegisters(&registers);
+    std::uint64_t address = registers.rip;
+    std::uint64_t stackPointer = registers.rsp;
+    std::uint64_t framePointer = registers.rbp;
     UnwindModule module{};
     std::uint32_t stored = 0;
     for (std::uint32_t i = 0; stored != count; ++i) {
@@ -155,7 +154,7 @@ ZBASE_READS_STACKS inline std::uint64_t Load(std::uint64_t address) {
         if (rule == None) rule = Derive(module, address);
         const std::uint64_t kind = rule & 7;
         if (kind == End) break;
-        if (kind == Whole) return static_cast<unsigned short>(WalkWhole(context, skip, count, addresses));
+        if (kind == Whole) return static_cast<unsigned short>(WalkWhole(registers, skip, count, addresses));
         const auto offset = static_cast<std::uint64_t>(static_cast<std::int64_t>(rule) >> kOffsetShift);
         std::uint64_t cfa = (kind == FromRsp ? stackPointer : framePointer) + offset;
         if (kind == Realigned && cfa > stackPointer - 8 && cfa % 8 == 0) cfa = Load(cfa);

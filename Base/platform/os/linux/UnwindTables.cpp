@@ -301,10 +301,10 @@ private:
                 Set(number, RuleKind::Register, static_cast<std::int64_t>(reader.Unsigned()));
                 return true;
             case 0x10:
-                SetExpression(number, RuleKind::StoredAt, reader.Block());
+                Set(number, RuleKind::StoredAt, Place(reader));
                 return true;
             case 0x16:
-                SetExpression(number, RuleKind::Computed, reader.Block());
+                Set(number, RuleKind::Computed, Place(reader));
                 return true;
             default:
                 return false;
@@ -313,7 +313,7 @@ private:
 
     void DefineCfa(std::uint8_t operation, Reader& reader) {
         mRules.cfaIsExpression = operation == 0x0F;
-        if (operation == 0x0F) mRules.cfaExpression = reader.Block();
+        if (operation == 0x0F) mRules.cfaOffset = Place(reader);
         if (operation == 0x0C || operation == 0x12 || operation == 0x0D)
             mRules.cfaRegister = reader.Unsigned();
         if (operation == 0x0C || operation == 0x0E)
@@ -330,16 +330,22 @@ private:
 
     // Vector registers and the like have rules too, which nobody needs.
     void Set(std::uint64_t number, RuleKind kind, std::int64_t value) {
-        if (number < kRegisters) mRules.registers[number] = {kind, value, {}};
-    }
-
-    void SetExpression(std::uint64_t number, RuleKind kind, Expression expression) {
-        if (number < kRegisters) mRules.registers[number] = {kind, 0, expression};
+        if (number >= kRegisters) return;
+        mRules.kinds[number] = kind;
+        mRules.values[number] = value;
     }
 
     void Restore(std::uint64_t number) {
         if (number >= kRegisters) return;
-        mRules.registers[number] = mpInitial == nullptr ? RegisterRule{} : mpInitial->registers[number];
+        Set(number, mpInitial == nullptr ? RuleKind::Same : mpInitial->kinds[number],
+            mpInitial == nullptr ? 0 : mpInitial->values[number]);
+    }
+
+    /// Where an expression is that the reader then stands behind.
+    static std::int64_t Place(Reader& reader) {
+        const auto place = reinterpret_cast<std::int64_t>(reader.Position());
+        reader.Block();
+        return place;
     }
 
     bool Remember() {
@@ -417,6 +423,10 @@ std::uint64_t Identity(const dl_find_object& object) {
 }
 
 }  // namespace
+
+Expression ExpressionAt(std::int64_t place) {
+    return Reader(reinterpret_cast<const std::uint8_t*>(place), nullptr).Block();
+}
 
 bool FindUnwindModule(std::uint64_t address, UnwindModule& module) {
     dl_find_object object;
