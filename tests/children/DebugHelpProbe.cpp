@@ -4,6 +4,7 @@
 #include <Base/ZBase.h>
 
 #include <dlfcn.h>
+#include <unistd.h>
 #include <cstdio>
 #include <cstring>
 namespace {
@@ -41,6 +42,7 @@ void PrintWalks() {
 int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const char* what = argv[i];
+        if (std::strcmp(what, "chdir") == 0 && chdir(argv[++i]) != 0) return 1;
         if (std::strcmp(what, "stack") == 0) Print(ZBase::CreateCallStack(nullptr));
         if (std::strcmp(what, "bound") == 0) PrintBound();
         if (std::strcmp(what, "walks") == 0) PrintWalks();

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
@@ -147,7 +149,26 @@ TEST(ModuleInfo, AddressBeyondTheLastModulesEndSelectsTheLastModule) {
     EXPECT_EQ(same, base);
 }
 
-TEST(ModuleInfo, AddressAtOrBelowTheLowestModuleLeavesTheResultsAlone) {
+TEST(ModuleInfo, ThreadsInitializeAtOnceAndEachFindsTheModules) {
+    for (int round = 0; round != 50; ++round) {
+        ModuleInfo modules;
+        std::atomic<int> found{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i != 4; ++i) {
+            threads.emplace_back([&] {
+                modules.Initialize();
+                std::string name;
+                std::uint64_t base = 0;
+                modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Fetch), name, base);
+                found += name == "diagnostics_tests";
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        EXPECT_EQ(found, 4);
+    }
+}
+
+TEST(ModuleInfo, AddressBelowTheLowestModuleLeavesTheResultsAlone) {
     ModuleInfo modules;
     modules.Initialize();
     std::string name = "n";

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <sstream>
@@ -285,6 +287,39 @@ TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
     EXPECT_GT(failures, 10U);
     EXPECT_EQ(test::LiveBlocks(), live);
     std::thread([] { Stack(CapturedHere()).reset(); }).join();
+}
+
+TEST(CallStack, OfADamagedStackEnds) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("DamagedStackProbe")});
+    EXPECT_EQ(child.exitCode, 0) << "signal " << child.signal;
+    const int lines = std::atoi(child.output.c_str());
+    EXPECT_GE(lines, 2);
+    EXPECT_LE(lines, 6);
+}
+
+// From the signal's own stack the way leads down.
+TEST(CallStack, InASignalHandlerGoesOnBehindTheSignal) {
+    static ZBase::CallStack* captured;
+    std::vector<char> room(1 << 18);
+    stack_t own{room.data(), 0, room.size()};
+    stack_t before{};
+    sigaltstack(&own, &before);
+    for (const int flags : {0, SA_ONSTACK}) {
+        struct sigaction action {};
+        struct sigaction earlier {};
+        action.sa_handler = [](int) { captured = CapturedHere(); };
+        action.sa_flags = flags;
+        sigaction(SIGUSR1, &action, &earlier);
+        Recurse(3, [] { raise(SIGUSR1); });
+        sigaction(SIGUSR1, &earlier, nullptr);
+        const Stack stack(captured);
+        const std::vector<std::string> symbols = Symbols(*stack);
+        EXPECT_EQ(symbols[0], "CapturedHere()");
+        EXPECT_EQ(std::count(symbols.begin(), symbols.end(), "Recurse(int, std::function<void ()> const&)"),
+                  4);
+        EXPECT_EQ(symbols.back(), "_start");
+    }
+    sigaltstack(&before, nullptr);
 }
 
 /// The name of a function without its arguments and what it gives.

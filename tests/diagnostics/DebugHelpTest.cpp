@@ -60,6 +60,16 @@ TEST_F(DebugHelp, AbsentStillWalksByTheSystem) {
     EXPECT_EQ(Run({"walks", "enumerate", "walks"}), "walk 1\nenumerate 0\nwalk 1\n");
 }
 
+TEST_F(DebugHelp, StandsBesideTheLibraryWhateverDirectoryIsCurrent) {
+    Put("ScriptedDebugHelp");
+    // The loader finds the library by a name that is relative to a directory which is then left.
+    const ChildResult child =
+        RunChild({"/bin/sh", "-c", "cd " + mPlace.string() + " && exec \"$0\" chdir / stack",
+                  ChildProgram("DebugHelpProbe")},
+                 {"LD_LIBRARY_PATH=.", "ZBASE_TEST_STEPS=6"});
+    EXPECT_TRUE(child.output.starts_with("1 lines\n")) << child.output << child.errors;
+}
+
 TEST_F(DebugHelp, WithAnEntryMissingGivesTheOneLineEachTime) {
     Put("ScriptedDebugHelpWithoutAnEntry");
     EXPECT_EQ(Run({"stack", "enumerate", "stack", "binding", "bound"}),

@@ -1,0 +1,36 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+
+namespace {
+
+const std::string kLog =
+    "15 [plain 100%s %n]\n"
+    "15 [wide \xC3\xA9]\n";
+
+// What is only the end of a line has no entry of its own.
+TEST(DebugOutput, GoesToTheSystemsLogAtDebugLevelAndNowhereElse) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("DebugOutputProbe")});
+    EXPECT_EQ(child.output, kLog);
+    EXPECT_EQ(child.errors, "");
+}
+
+TEST(DebugOutput, GoesToTheErrorStreamTooWhenADebuggerIsThere) {
+    const test::ChildResult child =
+        test::RunChild({"/usr/bin/env", "gdb", "-batch", "-nx", "-ex", "set debuginfod enabled off", "-ex",
+                        "run", test::ChildProgram("DebugOutputProbe")});
+    EXPECT_NE(child.output.find(kLog), std::string::npos) << child.output;
+    // Each text and its line end: two that are null and one that is empty have the latter alone.
+    const std::string told =
+        "plain 100%s %n\r\n"
+        "\r\n"
+        "\r\n"
+        "\r\n"
+        "\r\n\n\r\n"
+        "wide \xC3\xA9\r\n";
+    EXPECT_NE(child.errors.find(told), std::string::npos) << testing::PrintToString(child.errors);
+}
+
+}  // namespace
