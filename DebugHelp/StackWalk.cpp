@@ -1,12 +1,13 @@
-// The walk of a stack on libunwind, from a register state. Words of modules are read where they are; those of
-// stacks through the system, a page at a time, since the stack of a running thread may be gone the next
-// moment. A walk keeps its cursor between the calls; the frame record names it, and where it is no longer
-// that of the walk it is begun anew from the registers, which move along.
+// The walk of a stack on libunwind, from a register state. Memory is read through the system, a page at a
+// time: the stack of a running thread may be gone the next moment, and a damaged one leads anywhere. A walk
+// keeps its cursor between the calls; the frame record names it, and where it is no longer that of the walk
+// it is begun anew from the registers, which move along.
 
 #include <dlfcn.h>
 #include <link.h>
 #include <sys/uio.h>
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -22,58 +23,52 @@ using ZBase::os::ThreadContext;
 
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kNoPage = 1;  // where no page begins
+constexpr std::size_t kPages = 4;
 
 // What `Reserved` of a frame record holds: how far its walk is, and which cursor is its own.
 enum WalkState : std::uint64_t { Fresh, Going, Ended };
 
 struct Page {
     std::uint64_t address;
-    std::uint64_t words[kPage / 8];
+    unsigned char octets[kPage];
 };
 
 struct Walk {
     std::uint64_t number;  // of the walk; 0 for none
     ThreadContext start;   // its general registers alone
     unw_cursor_t cursor;
-    std::uint64_t moduleStart;
-    std::uint64_t moduleEnd;
-    Page pages[2];
+    Page pages[kPages];
 };
 
 thread_local Walk tWalk;
 std::atomic<std::uint64_t> sWalks{0};
 
-bool IsInModule(Walk& walk, std::uint64_t address) {
-    if (address >= walk.moduleStart && address < walk.moduleEnd) return true;
-    dl_find_object module;
-    if (_dl_find_object(reinterpret_cast<void*>(address), &module) != 0) return false;
-    walk.moduleStart = reinterpret_cast<std::uint64_t>(module.dlfo_map_start);
-    walk.moduleEnd = reinterpret_cast<std::uint64_t>(module.dlfo_map_end);
-    return true;
-}
-
-bool ReadPage(Page& page, std::uint64_t address) {
-    const iovec to{page.words, kPage};
-    const iovec from{reinterpret_cast<void*>(address), kPage};
+// The page that holds an address; null if it can't be read.
+const Page* PageAt(Walk& walk, std::uint64_t address) {
+    Page& page = walk.pages[address / kPage % kPages];
+    const std::uint64_t start = address & ~(kPage - 1);
+    if (page.address == start) return &page;
+    const iovec to{page.octets, kPage};
+    const iovec from{reinterpret_cast<void*>(start), kPage};
     page.address = kNoPage;
-    if (process_vm_readv(getpid(), &to, 1, &from, 1, 0) != static_cast<ssize_t>(kPage)) return false;
-    page.address = address;
-    return true;
+    if (process_vm_readv(getpid(), &to, 1, &from, 1, 0) != static_cast<ssize_t>(kPage)) return nullptr;
+    page.address = start;
+    return &page;
 }
 
 int AccessMemory(unw_addr_space_t, unw_word_t address, unw_word_t* value, int write, void* argument) {
     auto& walk = *static_cast<Walk*>(argument);
     if (write != 0) return -UNW_EINVAL;
-    Page& page = walk.pages[address / kPage % 2];
-    const std::uint64_t start = address & ~(kPage - 1);
-    if (page.address != start || address % 8 != 0) {
-        if (IsInModule(walk, address)) {
-            std::memcpy(value, reinterpret_cast<const void*>(address), sizeof *value);
-            return 0;
-        }
-        if (address % 8 != 0 || !ReadPage(page, start)) return -UNW_EINVAL;
+    auto* to = reinterpret_cast<unsigned char*>(value);
+    for (std::size_t left = sizeof *value; left != 0;) {  // a word may lie on two pages
+        const Page* const page = PageAt(walk, address);
+        if (page == nullptr) return -UNW_EINVAL;
+        const std::size_t count = std::min<std::size_t>(left, kPage - address % kPage);
+        std::memcpy(to, page->octets + address % kPage, count);
+        to += count;
+        address += count;
+        left -= count;
     }
-    *value = page.words[address % kPage / 8];
     return 0;
 }
 
@@ -139,10 +134,7 @@ unw_addr_space_t MakeAddressSpace() {
     return space;
 }
 
-unw_addr_space_t AddressSpace() {
-    static const unw_addr_space_t space = MakeAddressSpace();
-    return space;
-}
+const unw_addr_space_t sSpace = MakeAddressSpace();
 
 // How often modules were unloaded, after which what is remembered of their code is void.
 int CountUnloads(dl_phdr_info* information, std::size_t, void* argument) {
@@ -154,15 +146,14 @@ void ForgetUnloadedModules() {
     static std::atomic<unsigned long long> seen{0};
     unsigned long long unloads = 0;
     dl_iterate_phdr(CountUnloads, &unloads);
-    if (seen.exchange(unloads) != unloads) unw_flush_cache(AddressSpace(), 0, 0);
+    if (seen.exchange(unloads) != unloads) unw_flush_cache(sSpace, 0, 0);
 }
 
 bool Begin(Walk& walk, const ThreadContext& context) {
     walk.number = ++sWalks;
     std::memcpy(&walk.start, &context, offsetof(ThreadContext, floatingPoint));
-    walk.moduleStart = walk.moduleEnd = 0;
-    walk.pages[0].address = walk.pages[1].address = kNoPage;
-    return AddressSpace() != nullptr && unw_init_remote(&walk.cursor, AddressSpace(), &walk) == 0;
+    for (Page& page : walk.pages) page.address = kNoPage;
+    return sSpace != nullptr && unw_init_remote(&walk.cursor, sSpace, &walk) == 0;
 }
 
 std::uint64_t Value(Walk& walk, unw_regnum_t number) {

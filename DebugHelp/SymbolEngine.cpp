@@ -2,14 +2,20 @@
 
 #include <cxxabi.h>
 #include <link.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include <Base/platform/os/linux/MappedRegions.h>
+
 namespace DebugHelp {
 
 namespace {
+
+using ZBase::os::MappedRegion;
+using ZBase::os::VisitMappedRegions;
 
 constexpr std::size_t kMostRemembered = 1 << 16;
 
@@ -28,6 +34,31 @@ std::string Demangle(const char* name) {
     const std::unique_ptr<char, decltype(&std::free)> text(
         abi::__cxa_demangle(name, nullptr, nullptr, &status), std::free);
     return text == nullptr ? name : text.get();
+}
+
+// A module is the run of mappings of one file. The kernel's own module is called as elfutils knows it.
+bool ReportModules(Dwfl* dwfl) {
+    const std::uint64_t kernels = getauxval(AT_SYSINFO_EHDR);
+    MappedRegion module{};
+    bool isGood = true;
+    const auto report = [&] {
+        if (!module.path.empty())
+            isGood &= dwfl_report_module(dwfl, module.path.c_str(), module.start, module.end) != nullptr;
+    };
+    VisitMappedRegions([&](const MappedRegion& region) {
+        const bool isKernels = kernels != 0 && region.start == kernels;
+        if (!isKernels && !region.path.starts_with('/')) return false;
+        if (!isKernels && region.path == module.path) {
+            module.end = region.end;
+            return false;
+        }
+        report();
+        module = region;
+        if (isKernels) module.path = "[vdso: " + std::to_string(getpid()) + "]";
+        return false;
+    });
+    report();
+    return isGood && !module.path.empty();
 }
 
 struct FoundLine {
@@ -101,8 +132,8 @@ void SymbolEngine::Close() {
 
 bool SymbolEngine::Report() {
     dwfl_report_begin(mpDwfl);
-    const bool isRead = dwfl_linux_proc_report(mpDwfl, getpid()) == 0;
-    return dwfl_report_end(mpDwfl, nullptr, nullptr) == 0 && isRead;
+    const bool isReported = ReportModules(mpDwfl);
+    return dwfl_report_end(mpDwfl, nullptr, nullptr) == 0 && isReported;
 }
 
 // Where a module was unloaded another may lie now, so nothing is kept; one that was only loaded adds. Modules

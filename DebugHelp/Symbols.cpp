@@ -25,17 +25,14 @@ constexpr std::chrono::seconds kPatience(1);
 std::timed_mutex sLock;
 std::atomic<std::uint32_t> sOptions{0};
 
-SymbolEngine& Engine() {
-    static SymbolEngine engine;
-    return engine;
-}
+SymbolEngine sEngine;
 
 /// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out.
 template <class Operation>
 std::int32_t WithEngine(Operation operation) noexcept {
     try {
         std::unique_lock lock(sLock, std::try_to_lock);
-        return (lock.owns_lock() || lock.try_lock_for(kPatience)) && operation(Engine()) ? 1 : 0;
+        return (lock.owns_lock() || lock.try_lock_for(kPatience)) && operation(sEngine) ? 1 : 0;
     } catch (...) {
         return 0;
     }

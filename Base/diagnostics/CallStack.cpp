@@ -51,7 +51,7 @@ CallStackImp::CallStackCriticalSection::~CallStackCriticalSection() {
 
 CallStackImp::CallStackCriticalSection& CallStackImp::CallStackCriticalSection::operator=(
     const CallStackCriticalSection& other) {
-    std::memmove(mStorage, other.mStorage, sizeof mStorage);
+    if (this != &other) std::memcpy(mStorage, other.mStorage, sizeof mStorage);
     return *this;
 }
 

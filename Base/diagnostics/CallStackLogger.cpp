@@ -138,7 +138,8 @@ void CallStackLogger::FprintfCallStack(const char* path) {
         std::fprintf(file.get(), "%s\n\n", "<end>");
         total += record->count;
     }
-    std::cout << "Total Call Stacks Captured: " << total << std::endl;
+    // As text, which no setting of the stream changes.
+    std::cout << "Total Call Stacks Captured: " << std::to_string(total) << std::endl;
 }
 
 std::list<CallStackRec*>::const_iterator CallStackLogger::begin() const {

@@ -210,6 +210,7 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
 
 [[gnu::noinline]] void DbgHelpBuilder::DoStackWalk(std::uint64_t* out, unsigned long count,
                                                    unsigned long skip) {
+    if (out == nullptr) return;
     if (mpStackCapture != nullptr) {
         if (skip >= kCapturedFrames) return;
         void* addresses[kCapturedFrames] = {};
@@ -238,7 +239,7 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
     count = std::min(count, kTopFrames);
     os::ThreadContext context{};
     os::CaptureContext(&context);
-    if (!CanWalk()) return;
+    if (out == nullptr || !CanWalk()) return;
     STACKFRAME64 frame = Seed(context);
     for (unsigned long step = 0; step < count; ++step) {
         // Meant: a stack that ends before the count gives nothing.

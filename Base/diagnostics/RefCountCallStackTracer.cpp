@@ -71,13 +71,17 @@ RefCountCallStackTracerImp::~RefCountCallStackTracerImp() {
 
 void RefCountCallStackTracerImp::RecordRefCount(void* instance, long refCount) {
     const CallStackGuard guard(gTracerLock);
-    const auto found = mInstances.try_emplace(reinterpret_cast<std::uint64_t>(instance)).first;
+    const auto address = reinterpret_cast<std::uint64_t>(instance);
     if (refCount == 0) {
-        mInstances.erase(found);
+        mInstances.erase(address);
         return;
     }
+    // All that can fail comes before the object is known.
     OwnedCallStack stack(CreateCallStack(nullptr));
-    found->second.push_back({std::move(stack), static_cast<std::int32_t>(refCount)});
+    std::list<Change> change;
+    change.push_back({std::move(stack), static_cast<std::int32_t>(refCount)});
+    std::list<Change>& changes = mInstances[address];
+    changes.splice(changes.end(), change);
 }
 
 void RefCountCallStackTracerImp::ReportLeaks() {

@@ -48,6 +48,11 @@ int main(int argc, char** argv) {
         if (std::strcmp(what, "walks") == 0) PrintWalks();
         if (std::strcmp(what, "enumerate") == 0)
             std::printf("enumerate %d\n", gDbgHelpBuilder.EnumerateModulesAndLoadSymbols());
+        if (std::strcmp(what, "initialize") == 0) ZBase::InitializeDBGHelpBuilder();
+        if (std::strcmp(what, "open") == 0) {
+            const bool isOpen = dlopen(argv[++i], RTLD_NOW | RTLD_NOLOAD) != nullptr;
+            std::printf("open %d\n", isOpen);
+        }
         if (std::strcmp(what, "load") == 0) std::printf("load %d\n", gDbgHelpBuilder.LoadSymbols());
         if (std::strcmp(what, "binding") == 0)
             std::printf("binding %d%d%d\n", gDbgHelpBuilder.GetSymSetOptions() != nullptr,

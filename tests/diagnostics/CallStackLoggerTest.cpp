@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <iostream>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Stacks.h"
 #include "tests/support/TemporaryFile.h"
 
@@ -24,11 +26,11 @@ using ZBase::CallStackRec;
     StayHere();
 }
 
-[[gnu::noinline]] void AppendDeep(CallStackLogger& logger, int depth) {
+[[gnu::noinline]] void AppendDeep(CallStackLogger& logger, int depth, unsigned long skip = 0) {
     if (depth != 0)
-        AppendDeep(logger, depth - 1);
+        AppendDeep(logger, depth - 1, skip);
     else
-        AppendOnce(logger, 0, 0);
+        AppendOnce(logger, 0, skip);
     StayHere();
 }
 
@@ -104,6 +106,72 @@ TEST(CallStackLogger, SkipOf39OrMoreGivesARecordWithoutAddresses) {
     for (const unsigned long skip : {39UL, 40UL, ~0UL}) AppendOnce(logger, 3, skip);
     const std::string record = "<start>\nLock Category = 3\nCount = 1\n<end>\n\n";
     EXPECT_EQ(ReportOf(logger), record + record + record);
+}
+
+TEST(CallStackLogger, SkipOf38GivesOneAddress) {
+    CallStackLogger logger;
+    AppendDeep(logger, 100, 38);
+    EXPECT_NE(Records(logger)[0].addresses[0], 0U);
+    EXPECT_EQ(Records(logger)[0].addresses[1], 0U);
+}
+
+TEST(CallStackLogger, CountIsUnsigned) {
+    CallStackLogger logger;
+    AppendMade(logger, 0, {});
+    (*logger.begin())->count = 0x80000001;
+    std::string output;
+    EXPECT_EQ(ReportOf(logger, &output), "<start>\nLock Category = 0\nCount = 2147483649\n<end>\n\n");
+    EXPECT_EQ(output, "Total Call Stacks Captured: 2147483649\n");
+}
+
+TEST(CallStackLogger, TotalIsDecimalWhateverTheStreamIsSetTo) {
+    CallStackLogger logger;
+    AppendMade(logger, 0, {});
+    (*logger.begin())->count = 10'000;
+    std::string output;
+    std::cout << std::hex << std::showbase;
+    ReportOf(logger, &output);
+    std::cout << std::dec << std::noshowbase;
+    EXPECT_EQ(output, "Total Call Stacks Captured: 10000\n");
+}
+
+TEST(CallStackLogger, RecordsStayWhenTheyAreFoldedAndWhenTheLoggerIsGone) {
+    const CallStackRec* first = nullptr;
+    const CallStackRec* second = nullptr;
+    {
+        CallStackLogger logger;
+        AppendMade(logger, 4, {1, 2});
+        AppendMade(logger, 4, {1, 2});
+        first = *logger.begin();
+        second = *std::next(logger.begin());
+        logger.RemoveDuplicates();
+    }
+    EXPECT_EQ(first->count, 2U);
+    EXPECT_EQ(second->count, 1U);
+    EXPECT_EQ(second->addresses[1], 2U);
+}
+
+TEST(CallStackLogger, WithoutMemoryKeepsWhatIsThereAndNoLock) {
+    CallStackLogger logger;
+    AppendMade(logger, 0, {1});
+    AppendMade(logger, 0, {1});
+    AppendMade(logger, 0, {2});
+    std::size_t thrown = 0;
+    const auto attempt = [&thrown](auto operation) {
+        return test::ForEachFailingAllocation([&] {
+            try {
+                operation();
+            } catch (const std::bad_alloc&) {
+                ++thrown;
+            }
+        });
+    };
+    EXPECT_EQ(attempt([&] { logger.AppendCallStack(0, 39); }), 2U);  // the record and the list's node
+    EXPECT_EQ(attempt([&] { logger.AppendCallStack(39); }), 2U);
+    EXPECT_EQ(Records(logger).size(), 5U);
+    EXPECT_GT(attempt([&] { logger.RemoveDuplicates(); }), 0U);
+    EXPECT_GT(thrown, 4U);
+    EXPECT_EQ(Records(logger).size(), 3U);
 }
 
 TEST(CallStackLogger, ReportHasFiveColumnsForEachAddress) {

@@ -252,6 +252,28 @@ TEST(CallStack, ByAnIdThatNamesNoThreadHasNoLines) {
     }
 }
 
+TEST(CallStack, ByTheOwnIdHasNoLines) {
+    const Stack stack(ZBase::CreateCallStackByThreadId(ZBase::GetCurrentThreadID()));
+    EXPECT_EQ(stack->GetLineCount(), 0U);
+}
+
+TEST(CallStack, WithoutMemoryLetsAThreadThatWasStoppedGoOn) {
+    Waiter waiter;
+    std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
+    while (!waiter.isThere) std::this_thread::yield();
+    const auto handle = reinterpret_cast<void*>(thread.native_handle());
+    const std::size_t failures = test::ForEachFailingAllocation([&] {
+        try {
+            Stack(ZBase::CreateCallStack(handle)).reset();
+        } catch (const std::bad_alloc&) {
+        }
+    });
+    EXPECT_GT(failures, 10U);
+    EXPECT_GT(Stack(ZBase::CreateCallStack(handle))->GetLineCount(), 5U);
+    waiter.mayGo = true;
+    thread.join();  // which it could not be if it still stood
+}
+
 TEST(CallStack, OfAThreadThatHasJustEndedHasNoLines) {
     std::atomic<unsigned long> id{0};
     std::thread thread([&] { id = ZBase::GetCurrentThreadID(); });
@@ -320,6 +342,29 @@ TEST(CallStack, InASignalHandlerGoesOnBehindTheSignal) {
         EXPECT_EQ(symbols.back(), "_start");
     }
     sigaltstack(&before, nullptr);
+}
+
+std::string RunThreadProbe(const char* what) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("ThreadProbe"), ZBASE_LIBRARY, what});
+    EXPECT_EQ(child.exitCode, 0) << "signal " << child.signal << child.errors;
+    return child.output;
+}
+
+TEST(CallStack, OfAThreadThatBlocksAllSignalsHasNoLinesAndDoesItNoHarm) {
+    EXPECT_EQ(RunThreadProbe("close"),
+              "0 lines of a thread that blocks all signals\nthe thread is unharmed\n");
+}
+
+TEST(CallStack, IsCapturedWhileAThreadHoldsTheLocksOfAllStreams) {
+    EXPECT_EQ(RunThreadProbe("streams"), "1\n");
+}
+
+TEST(CallStack, TakesAnotherSignalWhenItsOwnIsTaken) {
+    EXPECT_EQ(RunThreadProbe("taken"), "some, kept 1\n");
+}
+
+TEST(CallStack, HasItsSymbolsAgainWhenFilesCanBeOpenedAgain) {
+    EXPECT_EQ(RunThreadProbe("files"), "101\n");
 }
 
 /// The name of a function without its arguments and what it gives.

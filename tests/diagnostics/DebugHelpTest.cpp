@@ -90,6 +90,13 @@ TEST_F(DebugHelp, IsNotBoundByMostAccessorsAndBoundByThree) {
               std::string(kNoEntry) + "binding 111\n" + kAllEntries + "starts 1 options 0x1\n");
 }
 
+TEST_F(DebugHelp, IsOpenedAtFirstUseAndByItsInitializer) {
+    Put("ScriptedDebugHelp");
+    EXPECT_EQ(Run({"open", Module(), "bound", "open", Module(), "initialize", "open", Module(), "counts",
+                   Module()}),
+              std::string("open 0\n") + kNoEntry + "open 0\nopen 1\nstarts 1 options 0x2035\n");
+}
+
 TEST_F(DebugHelp, KeepsTheOptionsThatAreSet) {
     Put("ScriptedDebugHelp");
     EXPECT_EQ(Run({"load", "load", "counts", Module()}), "load 1\nload 1\nstarts 1 options 0x2035\n");

@@ -113,6 +113,12 @@ TEST(StackWalk, SkippingFortyOrMoreWritesNothing) {
     EXPECT_EQ(found[0], 7U);
 }
 
+TEST(StackWalk, IntoNothingIsNone) {
+    gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
+    gDbgHelpBuilder.DoStackWalk(nullptr, 5, 0);
+    gDbgHelpBuilder.DoStackWalkTopN(nullptr, 5, 0);
+}
+
 TEST(StackWalk, Skipping39LeavesOne) {
     Deeper(
         60,

@@ -9,6 +9,7 @@
 
 #include "tests/scripted/ScriptedDebugHelp.h"
 #include "tests/scripted/ScriptedDebugOutput.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/TemporaryFile.h"
 
 // Leak reports to the letter, with stacks that are known: 13 steps, of which 5 are dropped, leave 8 lines,
@@ -114,6 +115,52 @@ TEST_F(LeakReport, ObjectsComeInTheOrderOfTheirAddresses) {
         expected +=
             Process() + "***<Nodes>: InstanceLeak = 0x" + address + ":\n\t*CallStack when RefCount = -7:\n";
     EXPECT_EQ(mFile.Text(), expected);
+}
+
+TEST_F(LeakReport, CountIsKeptIn32BitsAndOneThatThenIsZeroHasNoLines) {
+    gDebugHelp.steps = 0;
+    RefCountCallStackTracer* tracer = Tracer();
+    tracer->RecordRefCount(Object(0x10), 1L << 32);
+    tracer->RecordRefCount(Object(0x20), (1L << 32) + 5);
+    tracer->Delete();
+    EXPECT_EQ(mFile.Text(), Process() + "******<Nodes>: Number of leaked objects = 2\n" + Process() +
+                                "***<Nodes>: InstanceLeak = 0x0000000000000020:\n" +
+                                "\t*CallStack when RefCount = 5:\n");
+}
+
+TEST_F(LeakReport, WithoutMemoryAChangeIsLostWhole) {
+    RefCountCallStackTracer* tracer = Tracer();
+    tracer->RecordRefCount(Object(0x10), 1);
+    std::uintptr_t address = 0x100;
+    std::size_t lost = 0;
+    const std::size_t failures = test::ForEachFailingAllocation([&] {
+        try {
+            tracer->RecordRefCount(Object(address++), 1);
+        } catch (const std::bad_alloc&) {
+            ++lost;
+        }
+    });
+    EXPECT_GT(failures, 3U);
+    // The stack's own object may be the one: then there is a change without a stack.
+    EXPECT_EQ(lost, failures - 1);
+    tracer->ReportLeaks();
+    EXPECT_NE(mFile.Text().find("Number of leaked objects = 3\n"), std::string::npos) << mFile.Text();
+    tracer->Clear();
+    tracer->Delete();
+}
+
+TEST_F(LeakReport, TracerThatCannotBeAllocatedIsNull) {
+    std::size_t nulls = 0;
+    test::ForEachFailingAllocation([&] {
+        try {
+            RefCountCallStackTracer* tracer = Tracer();
+            nulls += tracer == nullptr;
+            if (tracer != nullptr) tracer->Clear();
+            if (tracer != nullptr) tracer->Delete();
+        } catch (const std::bad_alloc&) {
+        }
+    });
+    EXPECT_EQ(nulls, 1U);
 }
 
 TEST_F(LeakReport, StackOfSixLinesPrintsItsHeadingAlone) {

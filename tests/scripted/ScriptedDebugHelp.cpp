@@ -15,10 +15,18 @@ namespace {
 
 using test::gDebugHelp;
 
-std::int32_t Walk(std::uint32_t, void*, void*, ZBase::STACKFRAME64* frame, void*,
+std::int32_t Walk(std::uint32_t, void* process, void* thread, ZBase::STACKFRAME64* frame, void*,
                   ZBase::ReadProcessMemoryFunction, ZBase::SymFunctionTableAccess64Function,
                   ZBase::SymGetModuleBase64Function, ZBase::TranslateAddressFunction) {
     const std::uint64_t step = ++frame->Reserved[2];
+    if (step == 1) {
+        const ZBase::ADDRESS64& code = frame->AddrPC;
+        const ZBase::ADDRESS64& stack = frame->AddrStack;
+        const ZBase::ADDRESS64& base = frame->AddrFrame;
+        gDebugHelp.seed = {code.Offset, code.Mode, stack.Offset, stack.Mode, base.Offset, base.Mode};
+        gDebugHelp.process = process;
+        gDebugHelp.thread = thread;
+    }
     if (step > gDebugHelp.steps) return 0;
     frame->AddrPC.Offset = step == gDebugHelp.stepWithoutAddress ? 0 : 0x1000 + step;
     frame->AddrFrame.Offset = 0x2000 + step;

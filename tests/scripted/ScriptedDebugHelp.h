@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace test {
 
@@ -17,6 +18,10 @@ struct DebugHelpScript {
 
     int opened = 0;  // and not yet closed
     int started = 0;
+    std::vector<std::uint64_t>
+        seed;  // of the last walk: addresses of code, stack and frame, with their modes
+    const void* process = nullptr;
+    const void* thread = nullptr;
 };
 extern DebugHelpScript gDebugHelp;
 

@@ -2,6 +2,7 @@
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/CallStackLineImp.h>
 #include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
+#include <Base/platform/os/DebugHelp.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <gtest/gtest.h>
 
@@ -90,6 +91,22 @@ TEST(BuildCallStack, BindsAndReplacesTheLines) {
         builder.BuildCallStack(lines, context);
         EXPECT_EQ(lines.size(), 2U);
     }
+    gDebugHelp = {};
+}
+
+TEST(BuildCallStack, BeginsWithTheContextsRipRspAndRdi) {
+    gDebugHelp = {};
+    DbgHelpBuilder builder;
+    std::vector<CallStackLineImp> lines;
+    os::ThreadContext context{};
+    context.rip = 1;
+    context.rsp = 2;
+    context.rbp = 3;
+    context.rdi = 4;
+    builder.BuildCallStack(lines, context);
+    EXPECT_EQ(gDebugHelp.seed, (std::vector<std::uint64_t>{1, 3, 2, 3, 4, 3}));  // flat addresses are 3
+    EXPECT_EQ(gDebugHelp.process, os::CurrentProcess());
+    EXPECT_EQ(gDebugHelp.thread, os::CurrentThread());
     gDebugHelp = {};
 }
 

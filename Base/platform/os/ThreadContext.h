@@ -52,7 +52,8 @@ bool SuspendThread(void* thread);
 
 bool ResumeThread(void* thread);
 
-/// The register state of a thread, which may be running; false if it has ended or does not answer.
+/// The register state of a thread, which may be running; false if it has ended, does not answer or is the
+/// calling one.
 bool GetThreadContext(void* thread, ThreadContext& context);
 
 }  // namespace ZBase::os

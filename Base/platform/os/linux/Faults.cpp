@@ -9,8 +9,8 @@
 #include <Base/platform/os/Faults.h>
 #include <Base/platform/os/linux/FaultSignals.h>
 #include <Base/platform/os/linux/FaultingInstruction.h>
+#include <Base/platform/os/linux/StayLoaded.h>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <ucontext.h>
@@ -146,16 +146,8 @@ void HandleFault(int signal, siginfo_t* information, void* context) {
     if (!TranslateFault(signal, information, context)) PassOn(signal, information, context);
 }
 
-// The handlers stay when the library is unloaded, so it never is.
-void StayLoaded() {
-    Dl_info library{};
-    if (dladdr(reinterpret_cast<const void*>(&HandleFault), &library) != 0) {
-        dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
-    }
-}
-
 void InstallHandlers() {
-    StayLoaded();
+    StayLoaded();  // the handlers stay
     struct sigaction action {};
     action.sa_sigaction = HandleFault;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;

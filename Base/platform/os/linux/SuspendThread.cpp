@@ -23,6 +23,7 @@
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/FrameRules.h>
+#include <Base/platform/os/linux/StayLoaded.h>
 
 namespace ZBase::os {
 
@@ -105,9 +106,16 @@ void Answer(int, siginfo_t* information, void* context) {
     errno = error;
 }
 
-// A real-time signal that nobody has taken, from the last one down.
+bool IsInstalled(int number) {
+    struct sigaction present {};
+    return number != 0 && sigaction(number, nullptr, &present) == 0 && present.sa_sigaction == Answer;
+}
+
+// A real-time signal that nobody has taken, from the last one down. Looked at each time: somebody may take it
+// later.
 bool InstallAnswer() {
-    if (sSignal.load() != 0) return true;
+    if (IsInstalled(sSignal.load())) return true;
+    StayLoaded();  // the handler stays
     for (int number = SIGRTMAX - 1; number > SIGRTMIN; --number) {
         struct sigaction present {};
         if (sigaction(number, nullptr, &present) != 0 || present.sa_handler != SIG_DFL) continue;
@@ -249,8 +257,8 @@ bool MayHoldLocks(const ThreadContext& context, const LockingCode& code) {
     return false;
 }
 
-// The other locks of the C library are short: none is held across a call of the system for long. A thread
-// that stands in the library's code elsewhere than at such a call has a while to come out.
+// The other locks of the C library are short, but for those of its streams, which no capture uses. A thread
+// that stands in the library's code elsewhere than at a call of the system has a while to come out.
 bool IsBusyInSystemLibrary(const ThreadContext& context, const LockingCode& code) {
     constexpr unsigned char kSyscall[2] = {0x0F, 0x05};
     return code.system.Holds(context.rip) &&
@@ -321,7 +329,8 @@ bool GetThreadContext(void* thread, ThreadContext& context) {
         context = sRequest.context;
         return true;
     }
-    if (!IsId(thread)) return false;
+    // The state of this call would be of frames that are gone when it is used.
+    if (!IsId(thread) || id == gettid()) return false;
     const std::scoped_lock turn(sTurn);
     if (!Ask(id, false)) {
         SetLastCode(kInvalidParameter);
