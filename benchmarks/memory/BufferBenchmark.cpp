@@ -151,6 +151,21 @@ private:
     alignas(64) std::atomic<char*> mNext{WarmMemory()};
 };
 
+// What no lock-free region can beat: a block of the heap, and a compare-and-swap for each piece.
+class CasBumpOnHeap {
+public:
+    void* Allocate(std::size_t size) {
+        char* piece = mNext.load(std::memory_order_relaxed);
+        while (!mNext.compare_exchange_weak(piece, piece + Rounded(size), std::memory_order_relaxed)) {
+        }
+        return piece;
+    }
+
+private:
+    std::unique_ptr<char[]> mpBlock{new char[2 * kBlock]};
+    std::atomic<char*> mNext{mpBlock.get()};
+};
+
 // Allocators without regions free their pieces one by one.
 class FreeingOneByOne {
 public:
@@ -282,8 +297,8 @@ BENCHMARK(Together<MonotonicUnderMutex>)->Name("together/monotonic_mutex")->Arg(
 
 BENCHMARK(Region<SingleThread>)->Name("region/single_thread")->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(Region<LockFree>)->Name("region/lock_free")->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(Region<CasBumpOnHeap>)->Name("region/cas_bump_heap")->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(Region<Monotonic>)->Name("region/monotonic")->Arg(1)->Arg(10)->Arg(100);
-
 BENCHMARK(Region<MonotonicOnHeap>)->Name("region/monotonic_heap")->Arg(1)->Arg(10)->Arg(100);
 
 BENCHMARK(Held<SingleThread>)->Name("held/single_thread")->Iterations(1);

@@ -20,7 +20,8 @@ for threads in (2, 4):
                                                                                 ("monotonic_mutex", 1))]
 for pieces in (1, 10, 100):
     ROWS += [(f"a region of {pieces}", f"region/{who}/{pieces}", f"region/{peer}/{pieces}", goal)
-             for who in ("single_thread", "lock_free") for peer, goal in (("monotonic", 1), ("monotonic_heap", None))]
+             for who in ("single_thread", "lock_free") for peer, goal in (("monotonic", 1), ("monotonic_heap", None),
+                                                                      ("cas_bump_heap", None))]
 ROWS += [("1,000,000 pieces, fresh memory", f"fresh/{who}", "fresh/monotonic", 1.1)
          for who in ("single_thread", "lock_free")]
 

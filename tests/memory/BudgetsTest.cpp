@@ -161,6 +161,15 @@ TEST_P(Budgets, GovernorsRefusalIsNotWrapped) {
     EXPECT_TRUE(plain);
 }
 
+TEST_P(Budgets, RefusalTextThatIsNoUnicodeTakesTheGovernorsPlaceAsAFailure) {
+    test::RecordingGovernor governor;
+    governor.refuses = true;
+    governor.proxy.mRefusalText = [](std::size_t) { return WideString(1, 0xD800); };
+    BufferPtr buffer = Make();
+    EXPECT_EQ(test::TextOfFailure<ExceptionImpl<StringConversionException>>([&] { buffer->Allocate(8); }),
+              "ZBase::WideCharToUnicodeValue: Invalid UNICODE value U+D800.");
+}
+
 TEST_P(Budgets, ContractThatSaidYesIsNotToldWhenTheGovernorSaysNo) {
     test::RecordingContract contract;
     test::RecordingGovernor governor("governor", contract.calls);
@@ -244,6 +253,34 @@ TEST_P(Budgets, LateGovernorIsCreditedWithAllThatTheBufferHeld) {
     buffer->Allocate(4096);
     buffer.reset();
     EXPECT_EQ(*governor.calls, (BudgetCalls{{"governor asks", 4096}, {"governor releases", 8192}}));
+}
+
+TEST_P(Budgets, GovernorThatWasUnregisteredIsNotCreditedWithWhatItGranted) {
+    test::RecordingGovernor governor;
+    BufferPtr buffer = Make({.initialBlocks = 1});
+    UnregisterMemGovernor(&governor.proxy);
+    buffer->Allocate(4096);
+    buffer->Allocate(4096);
+    buffer.reset();
+    EXPECT_EQ(*governor.calls, (BudgetCalls{{"governor asks", 4096}}));
+}
+
+TEST_P(Budgets, BudgetsAreAskedBeforeTheMemoryOfTheFirstChunkIsTaken) {
+    std::size_t whenAsked = 0;
+    test::RecordingGovernor governor;
+    governor.proxy.mRequest = [&whenAsked](std::size_t) {
+        whenAsked = test::AllocationCount();
+        return true;
+    };
+    BufferPtr governed = Make({.initialBlocks = 1});
+    EXPECT_EQ(test::AllocationCount() - whenAsked, 1u);
+
+    UnregisterMemGovernor(&governor.proxy);
+    test::RecordingContract contract;
+    contract.calls->reserve(8);
+    contract.inRequestChunk = [&whenAsked] { whenAsked = test::AllocationCount(); };
+    BufferPtr contracted = Make({.initialBlocks = 1, .contract = &contract});
+    EXPECT_EQ(test::AllocationCount() - whenAsked, 1u);
 }
 
 TEST_P(Budgets, EmptyBufferCreditsNothing) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -51,6 +52,12 @@ TEST_P(AnyBuffer, BlockSizeOfZeroMeansTheDefaultAtTheTimeOfTheCall) {
     Buffer::sDefaultBlockSize = 0;
     EXPECT_EQ(Make({.initialBlocks = 1, .blockSize = 0})->GetTotalBytes(), 256u);
     Buffer::sDefaultBlockSize = before;
+}
+
+TEST_P(AnyBuffer, DefaultBlockSizeIsThatOfTheEnvironmentAtLoad) {
+    ::setenv("ZENT_BUFFER_BLOCK_SIZE", "8192", 1);
+    EXPECT_EQ(Make({.initialBlocks = 1, .blockSize = 0})->GetTotalBytes(), 4096u);
+    ::unsetenv("ZENT_BUFFER_BLOCK_SIZE");
 }
 
 TEST_P(AnyBuffer, WithoutInitialBlocksThereIsNoMemoryUntilTheFirstPiece) {
@@ -247,6 +254,32 @@ TEST_P(AnyBuffer, LockedThenDestroyedOnTheHeapLeavesTheHeapHealthy) {
         // Whoever gets the memory next can write to it.
         std::vector<std::vector<char>> others;
         for (int i = 0; i != 60; ++i) others.emplace_back(5000, static_cast<char>(i));
+    }
+}
+
+TEST_P(AnyBuffer, SmallRegionThatNobodyPaysForIsOneHeapBlock) {
+    const std::size_t live = test::LiveBlocks();
+    for (const std::size_t blockSize : {std::size_t{256}, std::size_t{4096}}) {
+        const std::size_t before = test::AllocationCount();
+        BufferPtr buffer =
+            Make({.initialBlocks = static_cast<int>(4096 / blockSize), .blockSize = blockSize});
+        std::memset(buffer->Allocate(4096), 1, 4096);
+        EXPECT_EQ(test::AllocationCount() - before, 1u);
+        EXPECT_EQ(buffer->GetTotalBytes(), 4096u);
+        EXPECT_EQ(buffer->GetUsedBytes(), 4096u);
+    }
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
+
+// A lock takes whole pages, and the object that owns a small chunk is in the chunk's neighbourhood.
+TEST_P(AnyBuffer, SmallChunkIsNeverAWholePage) {
+    std::vector<BufferPtr> buffers;
+    for (int i = 0; i != 3000; ++i) {
+        BufferPtr& buffer = buffers.emplace_back(Make({.initialBlocks = 1, .blockSize = 4096}));
+        EXPECT_NE(reinterpret_cast<std::uintptr_t>(buffer->Allocate(4096)) % 4096, 0u);
+        buffer->Lock();
+        buffer->SetLimit(1);
+        EXPECT_EQ(buffer->GetTotalBytes(), 4096u);
     }
 }
 

@@ -17,6 +17,7 @@ namespace ZBase {
 namespace {
 
 constexpr std::size_t kSmallestBlock = 256;
+constexpr std::size_t kChunkAlignment = 16;  // as the heap's
 constexpr std::size_t kLargestSize = std::numeric_limits<std::size_t>::max();
 
 std::atomic<std::uint64_t> sOnBoundaryAllocTotal{0};
@@ -36,6 +37,39 @@ std::size_t RoundBlockSize(std::size_t size) {
 }
 
 }  // namespace
+
+BufferBase::Room BufferBase::RoomForFirstChunk(int initialBlocks, MemoryContract* contract,
+                                               std::size_t blockSize, bool onBoundary) {
+    if (initialBlocks < 1 || contract != nullptr || onBoundary || !gMemGovernors.empty()) return {0};
+    const std::size_t block = RoundBlockSize(blockSize);
+    const auto count = static_cast<std::size_t>(initialBlocks);
+    // Of what is at most a page each, the product does not wrap.
+    const bool small = block <= sPageSize && count <= sPageSize && block * count <= sPageSize;
+    return {small ? block * count : 0};
+}
+
+void* BufferBase::operator new(std::size_t objectSize, Room room) {
+    return ::operator new(objectSize + (room.size == 0 ? 0 : room.size + kChunkAlignment));
+}
+
+void BufferBase::operator delete(void* memory, Room) noexcept {
+    ::operator delete(memory);
+}
+
+void BufferBase::operator delete(void* memory) noexcept {
+    ::operator delete(memory);
+}
+
+Chunk BufferBase::AdoptRoom(void* objectEnd, Room room) {
+    auto* const end = static_cast<char*>(objectEnd);
+    // A chunk of a whole page that began on one would be that page.
+    const bool onPage = (reinterpret_cast<std::uintptr_t>(end) & (sPageSize - 1)) == 0;
+    mAdopted.start = onPage ? end + kChunkAlignment : end;
+    mAdopted.end = mAdopted.start + room.size;
+    Poison(mAdopted.start, room.size);
+    mTotalAllocated.store(room.size, std::memory_order_relaxed);
+    return mAdopted;
+}
 
 std::size_t Buffer::GetOnBoundaryAllocTotal() {
     return sOnBoundaryAllocTotal;
@@ -123,7 +157,8 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     // The heap writes into what it gets back, so there a chunk that can't be made writable is better lost.
     const bool writable = !mProtected || os::UnprotectPages(chunk.start, chunk.Size());
     if (!writable && !mOnBoundary) return;
-    GiveMemoryBack(chunk.start);
+    // What lies behind the object goes with it.
+    if (chunk.start != mAdopted.start) GiveMemoryBack(chunk.start);
 }
 
 bool BufferBase::ProtectChunk(const Chunk& chunk) {

@@ -30,6 +30,21 @@ public:
     void DetachFromGovernors() override;
     bool IsDetachedFromGovernors() override { return mDetached; }
 
+    // Bytes behind an object, in its heap block, for its first chunk.
+    struct Room {
+        std::size_t size;
+    };
+
+    // The room with which a factory makes its object: 0 where one block can't serve both. Who is to be asked
+    // for a chunk must be asked before its memory is taken; and a locked chunk must not lock its object, so
+    // no whole page may lie within it.
+    static Room RoomForFirstChunk(int initialBlocks, MemoryContract* contract, std::size_t blockSize,
+                                  bool onBoundary);
+
+    static void* operator new(std::size_t objectSize, Room room);
+    static void operator delete(void* memory, Room room) noexcept;
+    static void operator delete(void* memory) noexcept;
+
 protected:
     BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* contract);
     BufferBase(const BufferBase&) = delete;
@@ -49,6 +64,12 @@ protected:
     std::size_t BlocksOfBytes(std::size_t size) const {
         return size / mBlockSize + (size % mBlockSize == 0 ? 0 : 1);
     }
+
+    // The chunk of `room` bytes in the block of the object, which ends at `objectEnd`.
+    Chunk AdoptRoom(void* objectEnd, Room room);
+
+    // That chunk; empty if there is none.
+    const Chunk& AdoptedChunk() const { return mAdopted; }
 
     // New memory of `size` bytes, on an on-boundary buffer rounded up to pages. Throws what `Allocate`
     // throws.
@@ -78,6 +99,7 @@ private:
     std::atomic<std::size_t> mTotalAllocated{0};  // of all chunks ever acquired
     std::atomic<std::size_t> mLimit{0};           // 0: none
     const bool mOnBoundary;
+    Chunk mAdopted;
     SmartPtrI<MemoryContract> mContract;
     std::atomic<bool> mLocked{false};
     std::atomic<bool> mDetached{false};   // the governors have been credited

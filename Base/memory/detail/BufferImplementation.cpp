@@ -39,39 +39,53 @@ void Say(const char* line) {
 
 Buffer* CreateBufferSingleThread(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                  std::size_t blockSize, bool onBoundary) {
-    return new BufferImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary);
+    const auto room = BufferBase::RoomForFirstChunk(initialBlocks, contract, blockSize, onBoundary);
+    return new (room)
+        BufferImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary, room);
 }
 
-// The one atomic exchange of an allocation. Meant: the thread that is inside is not asked for its name, so a
-// thread that comes back from within counts too, and of two calls that were tolerated the first to leave
-// clears the way for the others.
-class BufferImplementation::Entry {
+// The detector: one atomic exchange of an allocation. Meant: the thread that is inside is not asked for its
+// name, so a thread that comes back from within counts too, and of two calls that were tolerated the first to
+// leave clears the way for the others.
+inline bool BufferImplementation::TryEnter(unsigned long thread) {
+    unsigned int nobody = 0;
+    return mActiveThread.compare_exchange_strong(nobody, static_cast<unsigned int>(thread),
+                                                 std::memory_order_acquire);
+}
+
+inline void BufferImplementation::Enter() {
+    if (!TryEnter(os::RememberedThreadId())) ReportOverlap();
+}
+
+inline void BufferImplementation::Leave() {
+    mActiveThread.store(0, std::memory_order_release);
+}
+
+class BufferImplementation::Leaving {
 public:
-    explicit Entry(BufferImplementation& buffer) : mBuffer(buffer) {
-        unsigned int nobody = 0;
-        const auto thread = static_cast<unsigned int>(os::RememberedThreadId());
-        if (!mBuffer.mActiveThread.compare_exchange_strong(nobody, thread, std::memory_order_acquire))
-            ReportOverlap();
-    }
-    ~Entry() { mBuffer.mActiveThread.store(0, std::memory_order_release); }
-    Entry(const Entry&) = delete;
-    Entry& operator=(const Entry&) = delete;
+    explicit Leaving(BufferImplementation& buffer) : mBuffer(buffer) {}
+    ~Leaving() { mBuffer.Leave(); }
+    Leaving(const Leaving&) = delete;
+    Leaving& operator=(const Leaving&) = delete;
 
 private:
     BufferImplementation& mBuffer;
 };
 
 BufferImplementation::BufferImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract,
-                                           std::size_t blockSize, bool onBoundary)
+                                           std::size_t blockSize, bool onBoundary, Room room)
     : BufferBase(blockSize, onBoundary, contract),
       mChunks(ContractManagerAllocator<Chunk>(contract)),
       mGrowthBlocks(static_cast<std::size_t>(std::max(growthBlocks, 1))) {
     if (initialBlocks < 1) return;
+    if (room.size != 0) {
+        Fill(AdoptRoom(this + 1, room));
+        return;
+    }
     const std::size_t size = BytesOfBlocks(static_cast<std::size_t>(initialBlocks));
     Chunk& chunk = mChunks.emplace_back();
     chunk = AcquireChunk(size);
-    mCurrentPos = chunk.start;
-    mCurrentEnd = chunk.end;
+    Fill(chunk);
 }
 
 BufferImplementation::~BufferImplementation() noexcept(false) {
@@ -88,29 +102,70 @@ BufferImplementation::~BufferImplementation() noexcept(false) {
     ReleaseChunks();
 }
 
-void BufferImplementation::ReleaseChunks() {
-    for (const Chunk& chunk : mChunks) ReleaseChunk(chunk);
+template <class Visit>
+void BufferImplementation::ForEachChunk(Visit visit) const {
+    if (AdoptedChunk().start != nullptr) visit(AdoptedChunk());
+    for (const Chunk& chunk : mChunks) visit(chunk);
 }
 
-void* BufferImplementation::Allocate(std::size_t size) {
-    const Entry entry(*this);
-    if (IsLocked()) ThrowLocked();
-    const std::size_t pieceSize = PieceSize(size);
-    // A size of 0 is one that has no rounded size; here it is larger than any room.
-    if (pieceSize - 1 >= static_cast<std::size_t>(mCurrentEnd - mCurrentPos)) MakeRoom(pieceSize);
+void BufferImplementation::ReleaseChunks() {
+    ForEachChunk([this](const Chunk& chunk) { ReleaseChunk(chunk); });
+}
+
+void BufferImplementation::Fill(const Chunk& chunk) {
+    mUsedBefore += UsedOfCurrent();
+    mCurrentStart = chunk.start;
+    mCurrentPos = chunk.start;
+    mCurrentEnd = chunk.end;
+}
+
+inline void* BufferImplementation::Take(std::size_t pieceSize) {
     char* const piece = mCurrentPos;
     mCurrentPos += pieceSize;
-    mUsedBytes += pieceSize;
     Unpoison(piece, pieceSize);
     return piece;
 }
 
+// The ordinary way calls nothing and so needs no stack.
+void* BufferImplementation::Allocate(std::size_t size) {
+    const unsigned long thread = os::AlreadyRememberedThreadId();
+    if (thread == 0) [[unlikely]]
+        return AllocateFirst(size);
+    if (!TryEnter(thread)) [[unlikely]]
+        return AllocateOverlapping(size);
+    const std::size_t pieceSize = PieceSize(size);
+    if (IsLocked() || !Fits(pieceSize)) [[unlikely]]
+        return AllocateInside(size);
+    void* const piece = Take(pieceSize);
+    Leave();
+    return piece;
+}
+
+void* BufferImplementation::AllocateFirst(std::size_t size) {
+    Enter();
+    return AllocateInside(size);
+}
+
+void* BufferImplementation::AllocateOverlapping(std::size_t size) {
+    ReportOverlap();
+    return AllocateInside(size);
+}
+
+void* BufferImplementation::AllocateInside(std::size_t size) {
+    const Leaving leaving(*this);
+    if (IsLocked()) ThrowLocked();
+    const std::size_t pieceSize = PieceSize(size);
+    if (!Fits(pieceSize)) MakeRoom(pieceSize);
+    return Take(pieceSize);
+}
+
 bool BufferImplementation::EnsureAvailable(std::size_t size) {
     try {
-        const Entry entry(*this);
+        Enter();
+        const Leaving leaving(*this);
         if (IsLocked()) return false;
         const std::size_t pieceSize = PieceSize(size);
-        if (pieceSize - 1 >= static_cast<std::size_t>(mCurrentEnd - mCurrentPos)) MakeRoom(pieceSize);
+        if (!Fits(pieceSize)) MakeRoom(pieceSize);
         return true;
     } catch (const std::bad_alloc&) {
     } catch (const ExceptionImpl<BufferException>&) {
@@ -129,15 +184,15 @@ void BufferImplementation::MakeRoom(std::size_t size) {
     mChunks.emplace_back();
     const Chunk chunk = AcquireChunk(chunkSize);
     mChunks[index] = chunk;
-    mCurrentPos = chunk.start;
-    mCurrentEnd = chunk.end;
+    Fill(chunk);
     mGrowthBlocks = NextGrowth(mGrowthBlocks, chunkSize);
 }
 
 void BufferImplementation::Lock() {
     // Meant: empty entries are passed on as well.
-    for (const Chunk& chunk : mChunks)
+    ForEachChunk([this](const Chunk& chunk) {
         if (!ProtectChunk(chunk)) ThrowBufferException("Unable to lock buffer"_w);
+    });
     SetLocked();
 }
 
@@ -146,8 +201,9 @@ void BufferImplementation::AddCleanup(void (*function)(void*), void* argument) {
 }
 
 void BufferImplementation::DeCommitChunk() {
-    for (const Chunk& chunk : mChunks)
+    ForEachChunk([](const Chunk& chunk) {
         if (!ZNTDeCommit(chunk.start, chunk.Size())) ThrowBufferException("DeCommitChunk error"_w);
+    });
 }
 
 }  // namespace ZBase

@@ -25,17 +25,20 @@ void Push(std::atomic<Node*>& head, Node* node) {
 
 Buffer* CreateBufferThreadSafe(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                std::size_t blockSize, bool onBoundary) {
-    return new BufferLockFreeImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary);
+    const auto room = BufferBase::RoomForFirstChunk(initialBlocks, contract, blockSize, onBoundary);
+    return new (room)
+        BufferLockFreeImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary, room);
 }
 
 BufferLockFreeImplementation::BufferLockFreeImplementation(int initialBlocks, int growthBlocks,
                                                            MemoryContract* contract, std::size_t blockSize,
-                                                           bool onBoundary)
+                                                           bool onBoundary, Room room)
     : BufferBase(blockSize, onBoundary, contract),
       mGrowthBlocks(static_cast<std::size_t>(std::max(growthBlocks, 1))) {
     if (initialBlocks < 1) return;
-    const Chunk chunk = AcquireChunk(BytesOfBlocks(static_cast<std::size_t>(initialBlocks)));
-    mSlots.Claim().Publish(chunk, 0);  // the first slot needs no page
+    mSlots.PublishFirst(room.size != 0
+                            ? AdoptRoom(this + 1, room)
+                            : AcquireChunk(BytesOfBlocks(static_cast<std::size_t>(initialBlocks))));
 }
 
 BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
@@ -62,18 +65,28 @@ void BufferLockFreeImplementation::ReleaseChunks() {
     mSlots.ForEach([this](const Slot& slot) { ReleaseChunk(slot.GetChunk()); });
 }
 
-[[gnu::always_inline]] inline char* BufferLockFreeImplementation::AllocatePiece(std::size_t size) {
-    char* const piece = mSlots.Take(size);
-    return piece != nullptr ? piece : AllocateInNewChunk(size);
-}
-
+// The ordinary way calls nothing and so needs no stack.
 void* BufferLockFreeImplementation::Allocate(std::size_t size) {
-    if (IsLocked()) ThrowLocked();
     const std::size_t pieceSize = PieceSize(size);
-    if (pieceSize == 0) throw BadAllocation();
-    char* const piece = pieceSize >= sGrowLimitBytes ? AllocateBig(pieceSize) : AllocatePiece(pieceSize);
+    // A piece of 0 bytes, which no size can be rounded to, is larger than any limit.
+    if (IsLocked() || pieceSize - 1 >= sGrowLimitBytes - 1) [[unlikely]]
+        return AllocateBig(pieceSize);
+    char* const piece = mSlots.TakeOfActive(pieceSize);
+    if (piece == nullptr) [[unlikely]]
+        return AllocateBehind(pieceSize);
     Unpoison(piece, pieceSize);
     return piece;
+}
+
+void* BufferLockFreeImplementation::AllocateBehind(std::size_t size) {
+    char* const piece = AllocatePiece(size);
+    Unpoison(piece, size);
+    return piece;
+}
+
+char* BufferLockFreeImplementation::AllocatePiece(std::size_t size) {
+    char* const piece = mSlots.Take(size);
+    return piece != nullptr ? piece : AllocateInNewChunk(size);
 }
 
 char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
@@ -88,14 +101,16 @@ char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
     return chunk.start;
 }
 
-char* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
-    if (size > kLargestChunk) throw BadAllocation();
+void* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
+    if (IsLocked()) ThrowLocked();
+    if (size == 0 || size > kLargestChunk) throw BadAllocation();
     // The node stays spent when its chunk does not come. It never is a big allocation itself.
     char* const memory = AllocatePiece(sizeof(BigAllocation));
     Unpoison(memory, sizeof(BigAllocation));
     auto* const node = new (static_cast<void*>(memory)) BigAllocation;
     node->chunk = AcquireChunk(size);
     Push(mBigAllocations, node);
+    Unpoison(node->chunk.start, size);
     return node->chunk.start;
 }
 

@@ -11,10 +11,10 @@ namespace ZBase {
 // The buffer for any number of threads at once. It takes no lock and nobody waits: bytes are claimed by
 // compare-and-swap, and a thread that finds no room brings a chunk. Every operation but the destructor may
 // run on any thread at any time; a thread that is past the test for `Lock` goes on.
-class BufferLockFreeImplementation final : public BufferBase {
+class alignas(16) BufferLockFreeImplementation final : public BufferBase {
 public:
     BufferLockFreeImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract,
-                                 std::size_t blockSize, bool onBoundary);
+                                 std::size_t blockSize, bool onBoundary, Room room);
 
     bool EnsureAvailable(std::size_t size) override;
     void* Allocate(std::size_t size) override;
@@ -40,9 +40,12 @@ private:
 
     ~BufferLockFreeImplementation() noexcept(false) override;
 
+    // Off the path of the ordinary allocation, so that it stays short; sizes are of pieces.
+    [[gnu::noinline]] void* AllocateBig(std::size_t size);
+    [[gnu::noinline]] void* AllocateBehind(std::size_t size);
+
     char* AllocatePiece(std::size_t size);
     char* AllocateInNewChunk(std::size_t size);
-    char* AllocateBig(std::size_t size);
     void MakeRoom(std::size_t size);
     std::size_t ChunkSize(std::size_t growthBlocks, std::size_t size) const;
     std::size_t NewChunkSize(std::size_t size);

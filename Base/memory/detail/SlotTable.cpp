@@ -35,6 +35,13 @@ auto SlotTable::Search(std::uint32_t from, std::uint32_t to, Visit visit) const 
     return found;
 }
 
+char* SlotTable::Take(std::size_t size) {
+    const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
+    if (Slot* const slot = Find(active))
+        if (char* const piece = slot->Take(size)) return piece;
+    return TakeBehind(active, size);
+}
+
 char* SlotTable::TakeBehind(std::uint32_t active, std::size_t size) {
     const std::uint32_t count = mSlotCount.load(std::memory_order_acquire);
     if (active >= count) return nullptr;

@@ -51,7 +51,9 @@ public:
     char* Take(std::size_t size) {
         char* current = mCurrent.load(std::memory_order_acquire);
         if (current == nullptr) return nullptr;
-        while (Room(current) >= size)
+        // Read once: the line is being fought for.
+        const char* const end = mEnd;
+        while (static_cast<std::size_t>(end - current) >= size)
             if (mCurrent.compare_exchange_weak(current, current + size, std::memory_order_relaxed))
                 return current;
         return nullptr;
@@ -92,13 +94,24 @@ public:
     SlotTable& operator=(const SlotTable&) = delete;
     ~SlotTable();
 
-    // A piece of the open slots, or null if none of them has room. `size` is not 0.
-    char* Take(std::size_t size) {
-        const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
-        if (Slot* const slot = Find(active))
-            if (char* const piece = slot->Take(size)) return piece;
-        return TakeBehind(active, size);
+    // The first slot, of a table that no other thread knows yet.
+    void PublishFirst(const Chunk& chunk) {
+        mFirstPage.slots[0].Publish(chunk, 0);
+        mSlotCount.store(1, std::memory_order_relaxed);
     }
+
+    // A piece of the active slot, or null. `size` is not 0. Looks into the first and the newest page only,
+    // where that slot nearly always lies.
+    char* TakeOfActive(std::size_t size) {
+        const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
+        if (active < SlotPage::kSlots) [[likely]]
+            return mFirstPage.slots[active].Take(size);
+        SlotPage* const newest = mNewestPage.load(std::memory_order_acquire);
+        return newest->Has(active) ? newest->At(active).Take(size) : nullptr;
+    }
+
+    // A piece of the open slots, or null if none of them has room. `size` is not 0.
+    char* Take(std::size_t size);
 
     // Whether an open slot has room. Takes nothing and leaves no slot behind.
     bool HasRoom(std::size_t size) const;

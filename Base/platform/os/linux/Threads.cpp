@@ -8,11 +8,7 @@
 
 namespace ZBase::os {
 
-namespace {
-
-[[gnu::tls_model("initial-exec")]] thread_local unsigned long tThreadId = 0;
-
-}  // namespace
+thread_local constinit unsigned long detail::tThreadId = 0;
 
 unsigned int CurrentProcessId() {
     return static_cast<unsigned int>(getpid());
@@ -23,13 +19,12 @@ unsigned long CurrentThreadId() {
 }
 
 unsigned long RememberedThreadId() {
-    if (tThreadId == 0) {
-        // The thread that comes out of a fork is another one than went in.
-        static const int forkHandled = pthread_atfork(nullptr, nullptr, [] { tThreadId = 0; });
-        if (forkHandled != 0) return CurrentThreadId();
-        tThreadId = CurrentThreadId();
-    }
-    return tThreadId;
+    if (detail::tThreadId != 0) return detail::tThreadId;
+    // The thread that comes out of a fork is another one than went in.
+    static const int forkHandled = pthread_atfork(nullptr, nullptr, [] { detail::tThreadId = 0; });
+    const unsigned long thread = CurrentThreadId();
+    if (forkHandled == 0) detail::tThreadId = thread;
+    return thread;
 }
 
 void YieldThread() {
