@@ -56,6 +56,15 @@ check_sanitizers() {
     ctest --preset sanitize -j "$(nproc)"
 }
 
+# What threads may share, under ThreadSanitizer, whose own memory would count as the process's.
+check_threads() {
+    ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests
+    local program
+    for program in memory platform switches; do
+        (cd build/thread/tests && "./${program}_tests" --gtest_brief=1 --gtest_filter='-PrivateBytes.*')
+    done
+}
+
 check_fuzzers() {
     ZBASE_PRESET=fuzz scripts/build.sh fuzzers
     local fuzzer
@@ -68,7 +77,7 @@ check_fuzzers() {
 scripts/setup.sh check
 [ -d build/release ] || scripts/build.sh
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers fuzzers)
+[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers)
 for step in "${steps[@]}"; do
     echo "== $step"
     "check_$step"

@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <new>
 #include <thread>
@@ -156,6 +158,25 @@ TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
         EXPECT_EQ(failures, 2u);  // the name and its entry
         EXPECT_FALSE(IsFeatureEnabled("a name that is too long for the string itself"_w));
         EXPECT_FALSE(IsFeatureEnabled("FolioEA"_w));
+    });
+}
+
+// Nobody gives the lock back after an insertion that failed, so another thread waits for ever.
+TEST(FeatureFlagsDeathTest, FailedInsertionKeepsOtherThreadsOut) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        {
+            test::FailingAllocation failing(1);  // the entry; the name came before the lock
+            EXPECT_THROW(SetFeatureEnabled("a name that is too long for the string itself"_w, false),
+                         std::bad_alloc);
+        }
+        std::atomic<bool> passed = false;
+        std::thread([&passed] {
+            IsFeatureEnabled("FolioEA"_w);
+            passed = true;
+        }).detach();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_FALSE(passed);
     });
 }
 
