@@ -288,6 +288,16 @@ void CreateDumpsAtOnce() {
     WriteToNull();
 }
 
+// Prints the lowest free descriptor before and after some dumps.
+void CountDescriptors() {
+    for (int i = 0; i != 2; ++i) {
+        const int descriptor = open("/dev/null", O_RDONLY);
+        std::printf("%d ", descriptor);
+        close(descriptor);
+        for (int k = 0; k != 3; ++k) ZBase::CreateDump();
+    }
+}
+
 void SetKeysLate() {
     const bool results[] = {ZBase::SetCrashAttr("kept", "1", false), ZBase::SetCrashAttr("kept", "2", false),
                             ZBase::SetCrashAttr("replaced", "1", false),
@@ -364,6 +374,7 @@ int Run(const std::string& kind) {
         {"dumps-at-once", CreateDumpsAtOnce},
         {"dump-beside", WaitBesideADump},
         {"failed-dump", FailToDump},
+        {"descriptors", CountDescriptors},
         {"late-keys", SetKeysLate},
         {"late-customer",
          [] {

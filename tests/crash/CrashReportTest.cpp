@@ -215,6 +215,17 @@ TEST_F(CrashReports, DumpThatFailsIsLeftAndNotSent) {
     for (const fs::path& dump : LeftDumps()) EXPECT_EQ(fs::file_size(dump), 0u);
 }
 
+TEST_F(CrashReports, DumpsOnDemandLeaveNoDescriptorOpen) {
+    StartServer();
+    Configure();
+    const ChildResult child = Crash({"descriptors"});
+    int before = 0;
+    int after = -1;
+    EXPECT_EQ(std::sscanf(child.output.c_str(), "%d %d", &before, &after), 2);
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(ReceivedDumps().size(), 6u);
+}
+
 TEST_F(CrashReports, CrashThatIsNotDumpedGoesOnToTheHost) {
     StartServer();
     Configure();

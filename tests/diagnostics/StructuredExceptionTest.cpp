@@ -275,6 +275,30 @@ TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
     });
 }
 
+// Nothing that the handler covers stands behind the call.
+[[gnu::noipa]] bool CatchesItsLastInstruction() {
+    void (*volatile nowhere)() = nullptr;
+    try {
+        nowhere();
+        __builtin_unreachable();
+    } catch (const StructuredException&) {
+        return true;
+    }
+}
+
+TEST(CallToNowhere, IsCaughtWhereItWasMade) {
+    OnThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
+}
+
+TEST(CallToNowhere, ThatNoCodeMadeIsACrash) {
+    const auto jump = [] {
+        const rlimit noCore{};
+        setrlimit(RLIMIT_CORE, &noCore);
+        OnThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
+    };
+    EXPECT_EXIT(jump(), testing::KilledBySignal(SIGSEGV), "");
+}
+
 // The host's own handler is asked for the faults of threads without a translator.
 void ExitByHandler(int) {
     _exit(42);
