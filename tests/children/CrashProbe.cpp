@@ -375,6 +375,13 @@ int Run(const std::string& kind) {
         {"dump-beside", WaitBesideADump},
         {"failed-dump", FailToDump},
         {"descriptors", CountDescriptors},
+        {"no-processes",
+         [] {
+             const rlimit none{0, 0};
+             if (setrlimit(RLIMIT_NPROC, &none) == 0) CountDescriptors();
+             std::fflush(stdout);
+             WriteToNull();
+         }},
         {"late-keys", SetKeysLate},
         {"late-customer",
          [] {

@@ -84,6 +84,10 @@ ReadDump ReadDumpFile(const fs::path& dump) {
     return result;
 }
 
+std::string OrdinaryUser() {
+    return std::to_string(geteuid() == 0 ? 65534 : geteuid());
+}
+
 CrashBench::CrashBench() {
     char name[] = "/tmp/zbase-crash-XXXXXX";
     mFolder = mkdtemp(name);

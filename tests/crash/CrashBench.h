@@ -25,6 +25,9 @@ struct ReadDump {
 
 ReadDump ReadDumpFile(const std::filesystem::path& dump);
 
+/// The number of a user to whom something may be closed, as nothing is to the superuser.
+std::string OrdinaryUser();
+
 /// A directory with a configuration, a report server and a program that crashes.
 class CrashBench : public testing::Test {
 protected:

@@ -274,8 +274,7 @@ TEST_F(CrashInstallation, UnreadableFileFails) {
     using std::filesystem::perms;
     WriteConfig(With(""));
     std::filesystem::permissions(mFolder, perms::all);
-    // Nothing is closed to the superuser.
-    const std::string user = std::to_string(geteuid() == 0 ? 65534 : geteuid());
+    const std::string user = test::OrdinaryUser();
     std::filesystem::permissions(Config(), perms::owner_read | perms::group_read | perms::others_read);
     EXPECT_EQ(Crash({"none"}, {"PROBE_USER=" + user}).exitCode, 0);
     std::filesystem::permissions(Config(), perms::none);

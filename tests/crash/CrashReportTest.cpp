@@ -226,6 +226,20 @@ TEST_F(CrashReports, DumpsOnDemandLeaveNoDescriptorOpen) {
     EXPECT_EQ(ReceivedDumps().size(), 6u);
 }
 
+TEST_F(CrashReports, DumpsThatNoProcessCanWriteLeaveNoDescriptorOpenEither) {
+    StartServer();
+    Configure();
+    fs::permissions(mFolder, fs::perms::all);
+    const ChildResult child = Crash({"no-processes"}, {"PROBE_USER=" + test::OrdinaryUser()});
+    int before = 0;
+    int after = -1;
+    EXPECT_EQ(std::sscanf(child.output.c_str(), "%d %d", &before, &after), 2);
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(child.signal, SIGSEGV);
+    EXPECT_EQ(LeftDumps().size(), 7u);
+    EXPECT_TRUE(ReceivedDumps().empty());
+}
+
 TEST_F(CrashReports, CrashThatIsNotDumpedGoesOnToTheHost) {
     StartServer();
     Configure();

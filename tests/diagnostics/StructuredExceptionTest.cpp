@@ -290,28 +290,34 @@ TEST(CallToNowhere, IsCaughtWhereItWasMade) {
     OnThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
 }
 
-TEST(CallToNowhere, ThatNoCodeMadeIsACrash) {
-    const auto jump = [] {
-        const rlimit noCore{};
-        setrlimit(RLIMIT_CORE, &noCore);
-        OnThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
-    };
-    EXPECT_EXIT(jump(), testing::KilledBySignal(SIGSEGV), "");
-}
+// The host's own handler is asked for what is not translated. These tests run in processes in which no
+// translator was set before.
 
-// The host's own handler is asked for the faults of threads without a translator.
 void ExitByHandler(int) {
     _exit(42);
 }
 
-TEST(StructuredException, OfAnotherThreadGoesToTheHandlerThatWasThereBefore) {
-    const auto faultBesideATranslator = [] {
+template <class Body>
+void ExpectToReachTheHandlerOfTheHost(Body body) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [&] {
         signal(SIGSEGV, ExitByHandler);
+        body();
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(42), "");
+}
+
+TEST(StructuredException, OfAnotherThreadGoesToTheHandlerThatWasThereBefore) {
+    ExpectToReachTheHandlerOfTheHost([] {
         OnThread([] { EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005); });
         WriteToNull();
-    };
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // so that no translator was set in that process before
-    EXPECT_EXIT(faultBesideATranslator(), testing::ExitedWithCode(42), "");
+    });
+}
+
+TEST(CallToNowhere, ThatNoCodeMadeIsNotTranslated) {
+    ExpectToReachTheHandlerOfTheHost([] {
+        OnThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
+    });
 }
 
 TEST(StructuredException, RunsTheDestructorsOnItsWay) {
