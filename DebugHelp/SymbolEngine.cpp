@@ -4,6 +4,7 @@
 #include <link.h>
 #include <sys/auxv.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -61,6 +62,34 @@ bool ReportModules(Dwfl* dwfl) {
     return isGood && !module.path.empty();
 }
 
+// Where elfutils looks for the debug file that a module names: for each place, in the module's directory
+// below it.
+bool IsDebugFileHere(const std::string& places, const std::string& module, const char* link) {
+    const std::string directory = module.substr(0, module.rfind('/') + 1);
+    for (std::size_t start = 0; start <= places.size();) {
+        const std::size_t end = std::min(places.find(':', start), places.size());
+        std::string place = places.substr(start, end - start);
+        start = end + 1;
+        if (place.starts_with('+') || place.starts_with('-')) place.erase(0, 1);
+        const std::string file = place.starts_with('/') ? place + directory : directory + place + "/";
+        if (access((file + link).c_str(), R_OK) == 0 || access((place + "/" + link).c_str(), R_OK) == 0)
+            return true;
+    }
+    return false;
+}
+
+std::string sPlaces;
+
+// The network is left alone: of a file that is not here elfutils would ask the servers that the environment
+// names, for minutes maybe, and while a thread is stopped.
+int FindDebugInformation(Dwfl_Module* module, void** data, const char* name, Dwarf_Addr base,
+                         const char* file, const char* link, GElf_Word checksum, char** found) {
+    const int byBuildId = dwfl_build_id_find_debuginfo(module, data, name, base, file, link, checksum, found);
+    if (byBuildId >= 0 || file == nullptr || link == nullptr || !IsDebugFileHere(sPlaces, file, link))
+        return byBuildId;
+    return dwfl_standard_find_debuginfo(module, data, name, base, file, link, checksum, found);
+}
+
 struct FoundLine {
     const char* file = nullptr;
     int number = 0;
@@ -109,8 +138,9 @@ bool SymbolEngine::Open() {
     LoadCounts counts{};
     dl_iterate_phdr(ReadCounts, &counts);
     mpSearchPath = searchPath.empty() ? nullptr : searchPath.data();
+    sPlaces = searchPath.empty() ? ":.debug:/usr/lib/debug" : searchPath;
     mCallbacks.find_elf = dwfl_linux_proc_find_elf;
-    mCallbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+    mCallbacks.find_debuginfo = FindDebugInformation;
     mCallbacks.debuginfo_path = &mpSearchPath;
     mpDwfl = dwfl_begin(&mCallbacks);
     if (mpDwfl == nullptr) return false;

@@ -2,7 +2,11 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -131,6 +135,28 @@ TEST_F(DebugFiles, FoundByTheBuildIdInTheSearchPath) {
     KeepDebugInformation(mFolder / ".build-id" / id.substr(0, 2) / (id.substr(2) + ".debug"));
     SetSearchPath(mFolder.c_str());
     ExpectAllIsTold();
+}
+
+// A network of servers for debug files may be named in the environment; nobody calls there.
+TEST_F(DebugFiles, AreNotLookedForInTheNetwork) {
+    const int server = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(bind(server, general, size), 0);
+    ASSERT_EQ(listen(server, 100), 0);
+    ASSERT_EQ(getsockname(server, general, &size), 0);
+    const std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    setenv("DEBUGINFOD_URLS", url.c_str(), 1);
+    setenv("DEBUGINFOD_TIMEOUT", "1", 1);
+    setenv("DEBUGINFOD_CACHE_PATH", mFolder.c_str(), 1);
+    EXPECT_EQ(Ask(mStripped).hidden.symbol, "(NA)");
+    for (const char* name : {"DEBUGINFOD_URLS", "DEBUGINFOD_TIMEOUT", "DEBUGINFOD_CACHE_PATH"})
+        unsetenv(name);
+    EXPECT_EQ(accept(server, nullptr, nullptr), -1);
+    close(server);
 }
 
 TEST_F(DebugFiles, OfAnotherModuleAreNotBelieved) {
