@@ -250,6 +250,11 @@ TEST(StackWalk, NeitherAllocatesNorLocks) {
     EXPECT_EQ(child.output, "normal 0 0\nsignal 0 0\nthreads agree\n") << child.errors;
 }
 
+TEST(StackWalk, CallsTheSystemNotEvenAtFirst) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("StackWalkProbe"), "sealed"});
+    EXPECT_EQ(child.output, "sealed\n") << "signal " << child.signal;
+}
+
 using CallBackFunction = int (*)(int (*)(void*), void*);
 
 /// Walks through two modules that are loaded to one place in turn.
