@@ -43,22 +43,22 @@ struct Told {
     std::string line = "-";
 };
 
+int Note(void* argument) {
+    auto& told = *static_cast<Told*>(argument);
+    const test::Stack stack(ZBase::CreateCallStack(nullptr));
+    told.hidden = test::Parse(test::Narrow(stack->GetLine(1).GetText()));
+    told.exported = test::Parse(test::Narrow(stack->GetLine(2).GetText()));
+    const std::uint64_t address = std::stoull(told.hidden.address, nullptr, 16);
+    ZBase::AddrToLine().Fetch(address, told.module, told.symbol, told.file, told.line);
+    return 0;
+}
+
 Told Ask(const fs::path& path) {
     Told told;
     void* module = dlopen(path.c_str(), RTLD_NOW);
     EXPECT_NE(module, nullptr) << dlerror();
     if (module == nullptr) return told;
-    const auto capture = [](void* argument) {
-        auto& to = *static_cast<Told*>(argument);
-        const test::Stack stack(ZBase::CreateCallStack(nullptr));
-        to.hidden = test::Parse(test::Narrow(stack->GetLine(1).GetText()));
-        to.exported = test::Parse(test::Narrow(stack->GetLine(2).GetText()));
-        ZBase::AddrToLine().Fetch(std::stoull(to.hidden.address, nullptr, 16), to.module, to.symbol, to.file,
-                                  to.line);
-        test::StayHere();
-        return 0;
-    };
-    reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallNested"))(capture, &told);
+    reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallNested"))(Note, &told);
     dlclose(module);
     return told;
 }
