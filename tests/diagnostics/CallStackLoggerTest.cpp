@@ -36,7 +36,7 @@ using ZBase::CallStackRec;
 
 #ifdef __SANITIZE_ADDRESS__
 // The records are never freed, which is meant.
-extern "C" const char* __lsan_default_suppressions() {
+extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
     return "leak:AppendCallStack";
 }
 #endif
