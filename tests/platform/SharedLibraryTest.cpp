@@ -6,15 +6,18 @@
 #include <link.h>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "tests/components/ComponentLog.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ScratchFolder.h"
+#include "tests/support/VirtualOrder.h"
 #include "tests/support/WideText.h"
 
 // Real libraries, loaded, used and let go.
@@ -169,6 +172,31 @@ TEST_F(Components, ImageThatIsCutOffIsRefused) {
     const fs::path file = Copy("Component_64.so", "cut.so");
     fs::resize_file(file, 200);
     EXPECT_EQ(LoadFailure(file), 193);
+}
+
+// The loader itself says of some of these that they are not there.
+TEST_F(Components, ImageForAnotherMachineIsRefused) {
+    const struct {
+        const char* name;
+        std::streamoff offset;  // into the head of the image
+        char value;
+    } rows[] = {{"class.so", 4, 1},
+                {"encoding.so", 5, 2},
+                {"version.so", 6, 7},
+                {"object.so", 16, 1},
+                {"machine.so", 18, 3}};
+    for (const auto& row : rows) {
+        const fs::path file = Copy("Component_64.so", row.name);
+        std::fstream(file, std::ios::binary | std::ios::in | std::ios::out)
+            .seekp(row.offset)
+            .write(&row.value, 1);
+        EXPECT_EQ(LoadFailure(file), 193) << row.name;
+    }
+    fs::copy_file("/proc/self/exe", mFolder / "program.so");
+    EXPECT_EQ(LoadFailure(mFolder / "program.so"), 193);
+    Copy("Plain_64.so", "Plain_64.so");
+    fs::rename(mFolder / "machine.so", mFolder / "Component_64.so");
+    EXPECT_EQ(LoadFailure(mFolder / "Plain"), 126);  // what it needs is there for another machine only
 }
 
 TEST_F(Components, LibraryThatLacksAnotherIsNotLoaded) {
@@ -326,6 +354,16 @@ TEST_F(Components, MayBeAskedByManyThreadsAtOnce) {
         });
     }
     for (std::thread& thread : threads) thread.join();
+}
+
+TEST(SharedLibraryInterface, OperationsComeInTheirOrder) {
+    using ZBase::SharedLibrary;
+    static_assert(std::has_virtual_destructor_v<SharedLibrary>);
+    EXPECT_EQ(test::PlaceInTable(&SharedLibrary::GetFunctionAddress), 2u);
+    EXPECT_EQ(test::PlaceInTable(&SharedLibrary::GetFunctionAddressOrNULL), 3u);
+    EXPECT_EQ(test::PlaceInTable(&SharedLibrary::GetFilePath), 4u);
+    EXPECT_EQ(test::PlaceInTable(&SharedLibrary::Dismiss), 5u);
+    EXPECT_EQ(test::PlaceInTable(&SharedLibrary::ZENTInitialize), 6u);
 }
 
 TEST_F(Components, ExhaustedMemoryLeavesNothingBehind) {

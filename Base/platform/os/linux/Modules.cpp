@@ -72,15 +72,21 @@ std::string LoaderComplaint() {
     return text;
 }
 
+// The loader says of an image for another machine that it is not there.
+bool IsThereAllTheSame(const std::string& file, std::string_view complaint) {
+    return file.find('/') != std::string::npos && complaint.starts_with(file + ": ") &&
+           access(file.c_str(), F_OK) == 0;
+}
+
 // The loader reports in words only.
-Win32Code LoadFailure(std::string_view complaint) {
+Win32Code LoadFailure(const std::string& file, std::string_view complaint) {
     const auto says = [complaint](std::string_view words) {
         return complaint.find(words) != std::string_view::npos;
     };
     if (says("cannot open shared object file")) {
         if (says("Permission denied")) return kAccessDenied;
         if (says("Too many open files")) return kTooManyOpenFiles;
-        return kModuleNotFound;
+        return IsThereAllTheSame(file, complaint) ? kBadImage : kModuleNotFound;
     }
     if (says("undefined symbol") || says("symbol lookup error") || says("not found (required by")) {
         return kProcedureNotFound;
@@ -102,8 +108,9 @@ const unsigned short* ComponentEnding() {
 }
 
 Module LoadModule(const unsigned short* fileName) {
-    void* module = dlopen(ToNative(fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr) SetLastCode(LoadFailure(LoaderComplaint()));
+    const std::string file = ToNative(fileName);
+    void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) SetLastCode(LoadFailure(file, LoaderComplaint()));
     return module;
 }
 

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace test {
+
+/// The place of a virtual operation in the table of its class, from 0 on. By such places modules that another
+/// compiler built call it. A destructor takes two.
+template <class Operation>
+std::size_t PlaceInTable(Operation operation) {
+    std::uintptr_t words[2];
+    static_assert(sizeof words == sizeof operation);
+    std::memcpy(words, &operation, sizeof words);
+    return words[0] / sizeof(void*);
+}
+
+}  // namespace test
