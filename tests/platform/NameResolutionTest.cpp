@@ -82,6 +82,12 @@ TEST_P(NamesOfAHost, NameGivesItsFirstAddressOfAnyFamily) {
     EXPECT_EQ(Ask("name2ip", "b\u00F6x"), "10.0.0.5");
 }
 
+TEST_P(NamesOfAHost, AddressOfALinkSaysWhichLink) {
+    if (GetParam() == EHost::StandIn) GTEST_SKIP() << "the stand-in has no links";
+    EXPECT_EQ(Ask("name2ip", "fe80::1%1"), "fe80::1%lo");
+    EXPECT_EQ(Ask("ip2name", "fe80::1%1"), "fe80::1%lo");
+}
+
 TEST_P(NamesOfAHost, WhatDoesNotResolveComesBack) {
     EXPECT_EQ(Ask("name2ip", "missing"), "missing");
     EXPECT_EQ(Ask("ip2name", "missing"), "missing");

@@ -350,6 +350,18 @@ TEST_F(ModuleNames, MayHaveAnyLetters) {
     dlclose(module);
 }
 
+TEST_F(ModuleNames, AreCutTo259Units) {
+    fs::path folder = mFolder;
+    for (int i = 0; i != 5; ++i) folder /= std::string(60, 'x');
+    fs::create_directories(folder);
+    const fs::path file = folder / "Component.so";
+    fs::copy_file(ZBASE_COMPONENTS_DIR "/Component_64.so", file);
+    void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(module, nullptr) << dlerror();
+    EXPECT_EQ(NameAt(dlsym(module, "AddOne")), file.string().substr(0, 259));
+    dlclose(module);
+}
+
 TEST_F(ModuleNames, AddressOutsideOfUserSpaceFails) {
     for (const std::uintptr_t address :
          {UINTPTR_MAX, std::uintptr_t{1} << 63, std::uintptr_t{0xFFFFFFFFFF600000}}) {

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/VirtualOrder.h"
 
 namespace {
 
@@ -28,6 +29,10 @@ TEST(EventChannel, KeepsItsFirstCallback) {
               "read back: null\n"
               "a got 9\n"
               "passed through: 10\n");
+}
+
+TEST(EventChannel, CallbackIsCalledByItsFirstOperation) {
+    EXPECT_EQ(test::PlaceInTable(&ZBase::AppGlobalEventCallback::OnEvent), 0u);
 }
 
 TEST(EventChannel, ReporterIsNeitherMadeNorDestroyedOutside) {

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/VirtualOrder.h"
 
 namespace {
 
@@ -61,6 +62,15 @@ std::string Refusal(const std::string& document, const ZLiteXML::ReaderBounds& b
         return ZBase::FormatMessage(failure, 0).c_str();
     }
     return "nothing";
+}
+
+TEST(XmlInterfaces, OperationsComeInTheirOrder) {
+    EXPECT_EQ(test::PlaceInTable(&UTF8Reader::PushHandler), 0u);
+    const std::size_t first = test::PlaceInTable(&UTF8EventHandler::StartElement);
+    EXPECT_EQ(test::PlaceInTable(&UTF8EventHandler::Attribute), first + 1);
+    EXPECT_EQ(test::PlaceInTable(&UTF8EventHandler::Characters), first + 2);
+    EXPECT_EQ(test::PlaceInTable(&UTF8EventHandler::Comment), first + 3);
+    EXPECT_EQ(test::PlaceInTable(&UTF8EventHandler::EndElement), first + 4);
 }
 
 TEST(Reader, TellsElementsAttributesTextsAndComments) {
