@@ -435,6 +435,27 @@ TEST(MessageXmlReading, HandlerMayReadASecondDocument) {
     EXPECT_TRUE(message.IsEmpty());
 }
 
+TEST(MessageXmlReading, ParameterThatFindsNoMemoryIsEmptyAndKeepsItsNumber) {
+    const std::string text(200, 'p');
+    const std::string document = "<m><parameter>" + text + "</parameter><parameter>second</parameter></m>";
+    int lost = 0;
+    test::ForEachFailingAllocation([&] {
+        Message message;
+        try {
+            FromXML(document, message);
+        } catch (const std::bad_alloc&) {
+            return;
+        }
+        const bool firstIsLost = *message.GetParameter(0) == 0;
+        const bool secondIsLost = *message.GetParameter(1) == 0;
+        lost += firstIsLost + secondIsLost;
+        EXPECT_STREQ(message.GetParameter(0), firstIsLost ? "" : text.c_str());
+        EXPECT_STREQ(message.GetParameter(1), secondIsLost ? "" : "second");
+        EXPECT_EQ(message.GetParameter(2), nullptr);
+    });
+    EXPECT_EQ(lost, 2);
+}
+
 TEST(MessageXmlReading, OutOfMemoryLeavesTheMessageWellFormedAndNothingBehind) {
     Message source(300, 1,
                    "a template that needs a block of its own in the chain, as it is a long one, really");

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -254,6 +256,42 @@ TEST_F(FileWriter, GivenUpDocumentLeavesTheOldOne) {
     {
         const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
         writer->StartElement("unended");
+    }
+    EXPECT_EQ(ReadAll(file), "old");
+    EXPECT_EQ(Files(), 1u);
+}
+
+/// While it lives, no file of this process grows beyond `size` bytes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t size) : mHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &mBefore);
+        const rlimit limit{size, mBefore.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &mBefore);
+        std::signal(SIGXFSZ, mHandler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit mBefore{};
+    void (*mHandler)(int);
+};
+
+TEST_F(FileWriter, DocumentThatTheDiskCannotHoldLeavesTheOldOneAndNothingElse) {
+    const fs::path file = mFolder / "old.xml";
+    std::ofstream(file) << "old";
+    const std::string text(200000, 'x');
+    {
+        const FileSizeLimit limit(1000);
+        const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
+        writer->StartElement("a");
+        writer->Characters(text.c_str());
+        EXPECT_THROW(writer->EndElement("a"), ZLiteXML::XMLException);
+        EXPECT_THROW(writer->StartElement("a"), ZLiteXML::XMLException);
     }
     EXPECT_EQ(ReadAll(file), "old");
     EXPECT_EQ(Files(), 1u);
