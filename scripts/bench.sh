@@ -23,7 +23,12 @@ bench_memory() {
     python3 benchmarks/memory/table.py "$result"
 }
 
-bench_xml() { "$build/benchmarks/xml/xml_benchmark"; }
+bench_xml() {
+    "$build/benchmarks/xml/xml_benchmark" --benchmark_repetitions=15 --benchmark_min_time=0.05 \
+        --benchmark_enable_random_interleaving=true --benchmark_out="$result" --benchmark_out_format=json >"$log" 2>&1 ||
+        { cat "$log" >&2; exit 1; }
+    python3 benchmarks/xml/table.py "$result"
+}
 
 bench_stacks() { "$build/benchmarks/stacks/StackBenchmark"; }
 
