@@ -4,11 +4,10 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <atomic>
+#include <cfenv>
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <string>
 #include <thread>
@@ -23,8 +22,9 @@
 namespace {
 
 using namespace ZBase::Literals;
+using test::CodeOf;
 using test::DivideByZero;
-using test::FaultKind;
+using test::OnTranslatedThread;
 using test::WriteToNull;
 using ZBase::StructuredException;
 using ZBase::StructuredExceptionImp;
@@ -39,155 +39,8 @@ std::string Narrow(const WideString& text) {
     return ZBase::WideCharToUTF8(text.c_str(), false).c_str();
 }
 
-template <class Fault>
-unsigned int CodeOf(Fault fault) {
-    try {
-        fault();
-    } catch (const StructuredExceptionImp& exception) {
-        return exception.GetCode();
-    }
-    return 0;
-}
-
-/// Runs on a thread of its own, since there is no way back from a translator.
-template <class Body>
-void OnThread(Body body) {
-    std::thread([&] {
-        ZBase::SetExceptionTranslator();
-        body();
-        asm volatile("fninit");  // a fault leaves values behind
-    }).join();
-}
-
-class Fault : public testing::TestWithParam<FaultKind> {};
-
-TEST_P(Fault, IsCaughtWithItsCode) {
-    OnThread([] {
-        for (int i = 0; i != 3; ++i) EXPECT_EQ(CodeOf(GetParam().fault), GetParam().code);
-    });
-}
-
-TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
-    const auto faultAfterOthersTranslators = [] {
-        const rlimit noCore{};
-        setrlimit(RLIMIT_CORE, &noCore);
-        OnThread([] { CodeOf(GetParam().fault); });
-        GetParam().fault();
-    };
-    EXPECT_EXIT(faultAfterOthersTranslators(), testing::KilledBySignal(GetParam().signal), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, Fault, testing::ValuesIn(test::kFaults),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-// A division is told by its instruction: each form of a divisor is an instruction of its own.
-
-template <class Divide>
-void ExpectCodesOfDivision(Divide divide) {
-    OnThread([&] {
-        EXPECT_EQ(CodeOf([&] { divide(0); }), 0xC0000094);
-        EXPECT_EQ(CodeOf([&] { divide(-1); }), 0xC0000095);
-    });
-}
-
-thread_local int tDivisor;
-
-TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
-    ExpectCodesOfDivision([](int divisor) {
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "c"(divisor) : "eax", "edx", "cc");
-    });
-    ExpectCodesOfDivision([](int divisor) {
-        register int value asm("r12") = divisor;
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "r"(value) : "eax", "edx", "cc");
-    });
-    ExpectCodesOfDivision([](int divisor) {
-        register long value asm("r15") = divisor;
-        asm volatile("movl $1, %%eax\n\tshlq $63, %%rax\n\tcqto\n\tidivq %0"
-                     :
-                     : "r"(value)
-                     : "rax", "rdx", "cc");
-    });
-}
-
-TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
-    ExpectCodesOfDivision([](int divisor) {  // %bh, with all of the register but it set
-        const int value = (divisor & 0xFF) << 8 | 0x7F0000FF;
-        asm volatile("movw $0x8000, %%ax\n\tidivb %%bh" : : "b"(value) : "eax", "cc");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // %dil, which has the number of %bh
-        const int value = (divisor & 0xFF) | 0x7F00FF00;
-        asm volatile("movw $0x8000, %%ax\n\tidivb %%dil" : : "D"(value) : "eax", "cc");
-    });
-    ExpectCodesOfDivision([](int divisor) {
-        const int value = (divisor & 0xFFFF) | 0x7F000000;
-        asm volatile("movw $0x8000, %%ax\n\tcwtd\n\tidivw %%cx" : : "c"(value) : "eax", "edx", "cc");
-    });
-}
-
-TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
-    ExpectCodesOfDivision([](int divisor) {
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl (%0)"
-                     :
-                     : "c"(&divisor)
-                     : "eax", "edx", "cc", "memory");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // a base, a scaled index and a displacement of one octet
-        int row[] = {7, 7, 7, divisor, 7};
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl -4(%0, %1, 4)"
-                     :
-                     : "r"(row), "r"(4L)
-                     : "eax", "edx", "cc", "memory");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // extended registers, and a displacement of four octets
-        int row[] = {7, 7, 7, divisor, 7};
-        register unsigned long base asm("r13") = reinterpret_cast<unsigned long>(row) - 0x12345;
-        register long index asm("r12") = 6;
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 0x12345(%0, %1, 2)"
-                     :
-                     : "r"(base), "r"(index)
-                     : "eax", "edx", "cc", "memory");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // no base
-        int row[] = {7, divisor, 7};
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 4(, %0, 1)"
-                     :
-                     : "r"(row)
-                     : "eax", "edx", "cc", "memory");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // relative to the instruction
-        static volatile int sDivisor;
-        sDivisor = divisor;
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "m"(sDivisor) : "eax", "edx", "cc");
-    });
-    ExpectCodesOfDivision([](int divisor) {  // relative to the thread
-        tDivisor = divisor;
-        long offset = reinterpret_cast<char*>(&tDivisor) - static_cast<char*>(__builtin_thread_pointer());
-        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %%fs:(%0)"
-                     :
-                     : "r"(offset)
-                     : "eax", "edx", "cc", "memory");
-    });
-}
-
-TEST(PrivilegedFault, IsToldByItsInstruction) {
-    OnThread([] {
-        EXPECT_EQ(CodeOf([] { asm volatile("cli"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("inb $0x80, %%al" : : : "eax"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("outb %%al, %%dx" : : "d"(0x80)); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("rdmsr" : : "c"(0) : "eax", "edx"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("movq %%cr0, %%rax" : : : "rax"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("movq %%db0, %%r8" : : : "r8"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("wbinvd"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("swapgs"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("lldt %%ax" : : "a"(0)); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("lidt (%%rsp)" : : : "memory"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("invlpg (%%rsp)" : : : "memory"); }), 0xC0000096);
-        EXPECT_EQ(CodeOf([] { asm volatile("lock; incl (%0)" : : "r"(1ul << 63) : "memory"); }), 0xC0000005);
-    });
-}
-
 TEST(StructuredException, TellsItsCodeInItsText) {
-    OnThread([] {
+    OnTranslatedThread([] {
         try {
             WriteToNull();
         } catch (const StructuredExceptionImp& exception) {
@@ -206,7 +59,7 @@ TEST(StructuredException, CodeHasNoPadding) {
 TEST(StructuredException, EachWritesOneLineAndEqualCodesHaveEqualTexts) {
     testing::internal::CaptureStdout();
     std::vector<std::string> texts;
-    OnThread([&] {
+    OnTranslatedThread([&] {
         for (int i = 0; i != 2; ++i) {
             try {
                 WriteToNull();
@@ -223,7 +76,7 @@ TEST(StructuredException, EachWritesOneLineAndEqualCodesHaveEqualTexts) {
 }
 
 TEST(StructuredException, IsAnEmptyMessage) {
-    OnThread([] {
+    OnTranslatedThread([] {
         const ZBase::Message empty;
         try {
             WriteToNull();
@@ -236,7 +89,7 @@ TEST(StructuredException, IsAnEmptyMessage) {
 }
 
 TEST(StructuredException, IsCaughtAsEachOfItsThreeTypes) {
-    OnThread([] {
+    OnTranslatedThread([] {
         const auto caughtAs = [](auto type) {
             try {
                 WriteToNull();
@@ -252,7 +105,7 @@ TEST(StructuredException, IsCaughtAsEachOfItsThreeTypes) {
 }
 
 TEST(StructuredException, ArrivesAsBadAllocWhenThereIsNoMemoryForIt) {
-    OnThread([] {
+    OnTranslatedThread([] {
         int failed = 0;
         const std::size_t failures = test::ForEachFailingAllocation([&] {
             try {
@@ -268,7 +121,7 @@ TEST(StructuredException, ArrivesAsBadAllocWhenThereIsNoMemoryForIt) {
 }
 
 TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
-    OnThread([] {
+    OnTranslatedThread([] {
         ZBase::SetExceptionTranslator();
         ZBase::SetExceptionTranslator();
         EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005);
@@ -287,7 +140,7 @@ TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
 }
 
 TEST(CallToNowhere, IsCaughtWhereItWasMade) {
-    OnThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
+    OnTranslatedThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
 }
 
 // The host's own handler is asked for what is not translated. These tests run in processes in which no
@@ -309,19 +162,23 @@ void ExpectToReachTheHandlerOfTheHost(Body body) {
 
 TEST(StructuredException, OfAnotherThreadGoesToTheHandlerThatWasThereBefore) {
     ExpectToReachTheHandlerOfTheHost([] {
-        OnThread([] { EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005); });
+        OnTranslatedThread([] { EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005); });
         WriteToNull();
     });
 }
 
+TEST(StructuredException, IsNoSignalThatWasSent) {
+    ExpectToReachTheHandlerOfTheHost([] { OnTranslatedThread([] { raise(SIGSEGV); }); });
+}
+
 TEST(CallToNowhere, ThatNoCodeMadeIsNotTranslated) {
     ExpectToReachTheHandlerOfTheHost([] {
-        OnThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
+        OnTranslatedThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
     });
 }
 
 TEST(StructuredException, RunsTheDestructorsOnItsWay) {
-    OnThread([] {
+    OnTranslatedThread([] {
         int destroyed = 0;
         struct Counter {
             int& count;
@@ -338,7 +195,7 @@ TEST(StructuredException, RunsTheDestructorsOnItsWay) {
 }
 
 TEST(StructuredException, LeavesTheSignalMaskAsItWas) {
-    OnThread([] {
+    OnTranslatedThread([] {
         sigset_t before;
         sigset_t after;
         pthread_sigmask(SIG_SETMASK, nullptr, &before);
@@ -350,6 +207,38 @@ TEST(StructuredException, LeavesTheSignalMaskAsItWas) {
         for (int signal = 1; signal < NSIG; ++signal) {
             EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
         }
+    });
+}
+
+TEST(StructuredException, LeavesTheRoundingOfBothUnitsAsItWas) {
+    OnTranslatedThread([] {
+        std::fesetround(FE_UPWARD);
+        for (void (*fault)() : {WriteToNull, test::FloatInexact}) EXPECT_NE(CodeOf(fault), 0u);
+        EXPECT_EQ(std::fegetround(), FE_UPWARD);  // of the x87
+        EXPECT_EQ(__builtin_ia32_stmxcsr() & 0x6000u, 0x4000u);
+    });
+}
+
+TEST(StructuredException, MayComeOutOfTheHandlerOfAnother) {
+    OnTranslatedThread([] {
+        unsigned int inner = 0;
+        try {
+            WriteToNull();
+        } catch (const StructuredExceptionImp& outer) {
+            inner = CodeOf(DivideByZero);
+            EXPECT_EQ(outer.GetCode(), 0xC0000005);
+        }
+        EXPECT_EQ(inner, 0xC0000094);
+    });
+}
+
+TEST(StructuredException, LeavesTheCrashStackOfItsThreadFree) {
+    OnTranslatedThread([] {
+        EXPECT_TRUE(ZBase::InstallCrashStack());
+        for (int i = 0; i != 1000; ++i) EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005);
+        stack_t stack{};
+        sigaltstack(nullptr, &stack);
+        EXPECT_EQ(stack.ss_flags, 0);
     });
 }
 
@@ -369,7 +258,7 @@ TEST(StructuredException, HundredThousandFaultsLeakNothing) {
     long before = 0;
     long after = 0;
     int caught = 0;
-    OnThread([&] {
+    OnTranslatedThread([&] {
         for (int i = 0; i != 100000; ++i) {
             if (i == 1000) before = resident();
             try {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <Base/ZBase.h>
+
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <climits>
+#include <thread>
 
 // Real faults of the processor, one function each, and the code that each must be translated to. An array
 // bound (0xC000008C) is missing: the 64-bit processor has no instruction that checks one.
@@ -179,5 +182,26 @@ inline constexpr FaultKind kFaults[] = {
     {"FloatStackOverflow", FloatStackOverflow, 0xC0000092, SIGFPE},
     {"FloatUnderflow", FloatUnderflow, 0xC0000093, SIGFPE},
 };
+
+/// The code of a fault that is caught; 0 if there was none.
+template <class Fault>
+unsigned int CodeOf(Fault fault) {
+    try {
+        fault();
+    } catch (const ZBase::StructuredExceptionImp& exception) {
+        return exception.GetCode();
+    }
+    return 0;
+}
+
+/// Runs on a thread of its own with a translator, since there is no way back from one.
+template <class Body>
+void OnTranslatedThread(Body body) {
+    std::thread([&] {
+        ZBase::SetExceptionTranslator();
+        body();
+        asm volatile("fninit");  // a fault leaves values behind
+    }).join();
+}
 
 }  // namespace test

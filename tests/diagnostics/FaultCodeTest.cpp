@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include "tests/support/Faults.h"
+
+// The code of each kind of fault, caught in this process.
+
+namespace {
+
+using test::CodeOf;
+using test::FaultKind;
+using test::OnTranslatedThread;
+
+class Fault : public testing::TestWithParam<FaultKind> {};
+
+TEST_P(Fault, IsCaughtWithItsCode) {
+    OnTranslatedThread([] {
+        for (int i = 0; i != 3; ++i) EXPECT_EQ(CodeOf(GetParam().fault), GetParam().code);
+    });
+}
+
+TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
+    const auto faultAfterOthersTranslators = [] {
+        const rlimit noCore{};
+        setrlimit(RLIMIT_CORE, &noCore);
+        OnTranslatedThread([] { CodeOf(GetParam().fault); });
+        GetParam().fault();
+    };
+    EXPECT_EXIT(faultAfterOthersTranslators(), testing::KilledBySignal(GetParam().signal), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Fault, testing::ValuesIn(test::kFaults),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// A division is told by its instruction: each form of a divisor is an instruction of its own.
+
+template <class Divide>
+void ExpectCodesOfDivision(Divide divide) {
+    OnTranslatedThread([&] {
+        EXPECT_EQ(CodeOf([&] { divide(0); }), 0xC0000094);
+        EXPECT_EQ(CodeOf([&] { divide(-1); }), 0xC0000095);
+    });
+}
+
+thread_local int tDivisor;
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
+    ExpectCodesOfDivision([](int divisor) {
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "c"(divisor) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        register int value asm("r12") = divisor;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "r"(value) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        register long value asm("r15") = divisor;
+        asm volatile("movl $1, %%eax\n\tshlq $63, %%rax\n\tcqto\n\tidivq %0"
+                     :
+                     : "r"(value)
+                     : "rax", "rdx", "cc");
+    });
+}
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
+    ExpectCodesOfDivision([](int divisor) {  // %bh, with all of the register but it set
+        const int value = (divisor & 0xFF) << 8 | 0x7F0000FF;
+        asm volatile("movw $0x8000, %%ax\n\tidivb %%bh" : : "b"(value) : "eax", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // %dil, which has the number of %bh
+        const int value = (divisor & 0xFF) | 0x7F00FF00;
+        asm volatile("movw $0x8000, %%ax\n\tidivb %%dil" : : "D"(value) : "eax", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {
+        const int value = (divisor & 0xFFFF) | 0x7F000000;
+        asm volatile("movw $0x8000, %%ax\n\tcwtd\n\tidivw %%cx" : : "c"(value) : "eax", "edx", "cc");
+    });
+}
+
+TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
+    ExpectCodesOfDivision([](int divisor) {
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl (%0)"
+                     :
+                     : "c"(&divisor)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // a base, a scaled index and a displacement of one octet
+        int row[] = {7, 7, 7, divisor, 7};
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl -4(%0, %1, 4)"
+                     :
+                     : "r"(row), "r"(4L)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // extended registers, and a displacement of four octets
+        int row[] = {7, 7, 7, divisor, 7};
+        register unsigned long base asm("r13") = reinterpret_cast<unsigned long>(row) - 0x12345;
+        register long index asm("r12") = 6;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 0x12345(%0, %1, 2)"
+                     :
+                     : "r"(base), "r"(index)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // no base
+        int row[] = {7, divisor, 7};
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 4(, %0, 1)"
+                     :
+                     : "r"(row)
+                     : "eax", "edx", "cc", "memory");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // relative to the instruction
+        static volatile int sDivisor;
+        sDivisor = divisor;
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "m"(sDivisor) : "eax", "edx", "cc");
+    });
+    ExpectCodesOfDivision([](int divisor) {  // relative to the thread
+        tDivisor = divisor;
+        long offset = reinterpret_cast<char*>(&tDivisor) - static_cast<char*>(__builtin_thread_pointer());
+        asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %%fs:(%0)"
+                     :
+                     : "r"(offset)
+                     : "eax", "edx", "cc", "memory");
+    });
+}
+
+TEST(PrivilegedFault, IsToldByItsInstruction) {
+    OnTranslatedThread([] {
+        EXPECT_EQ(CodeOf([] { asm volatile("cli"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("inb $0x80, %%al" : : : "eax"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("outb %%al, %%dx" : : "d"(0x80)); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("rdmsr" : : "c"(0) : "eax", "edx"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("movq %%cr0, %%rax" : : : "rax"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("movq %%db0, %%r8" : : : "r8"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("wbinvd"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("swapgs"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lldt %%ax" : : "a"(0)); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lidt (%%rsp)" : : : "memory"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("invlpg (%%rsp)" : : : "memory"); }), 0xC0000096);
+        EXPECT_EQ(CodeOf([] { asm volatile("lock; incl (%0)" : : "r"(1ul << 63) : "memory"); }), 0xC0000005);
+    });
+}
+
+}  // namespace
