@@ -5,8 +5,9 @@
 namespace ZBase {
 
 /// Reads "crash_report.ini" and, if that switches it on, has every crash of the process dumped and reported
-/// from now on. Call once, early. False, with no handler and no message, if there is no file, if it says so
-/// or leaves a server out, or if the dump directory can't be made.
+/// from now on. False, with no new handler and no message, if there is no file, if it says so or leaves a
+/// server out, or if the dump directory can't be made. Call once, early. Another call adds what it reads to
+/// what was read before; `native_dump` and `keep_dump_file` stay true once they are.
 ///
 /// A crash ends the process by its signal, once the report was sent or 60 seconds are over. While it is sent,
 /// other threads go on. Dumps hold the memory of stacks, the command line and the environment.
