@@ -82,6 +82,35 @@ volatile int gSink = 0;
     gSink = Overflow(0);
 }
 
+// Touches each page, so that a guard page is hit, from a stack pointer that lies beyond it.
+[[gnu::noipa]] int OverflowByLargeFrames(int depth) {
+    volatile char frame[16384];
+    for (std::size_t at = sizeof frame; at >= 4096; at -= 4096) frame[at - 1] = static_cast<char>(depth);
+    const int result = depth < 0 ? 0 : OverflowByLargeFrames(depth + 1) + frame[4095];
+    asm volatile("");
+    return result;
+}
+
+// Has something readable lie right below the guard page of the thread's stack.
+void MapBelowStack() {
+    constexpr std::size_t kSize = 65536;
+    pthread_attr_t attributes;
+    void* bottom = nullptr;
+    std::size_t size = 0;
+    std::size_t guard = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstack(&attributes, &bottom, &size);
+    pthread_attr_getguardsize(&attributes, &guard);
+    pthread_attr_destroy(&attributes);
+    mmap(static_cast<char*>(bottom) - guard - kSize, kSize, PROT_READ | PROT_WRITE,
+         MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+}
+
+[[gnu::noipa]] void ExhaustStackByLargeFrames() {
+    gHeapIsForbidden = true;
+    gSink = OverflowByLargeFrames(0);
+}
+
 [[gnu::noipa]] void JumpNowhere() {
     gHeapIsForbidden = true;
     reinterpret_cast<void (*)()>(gNull)();
@@ -353,6 +382,16 @@ int Run(const std::string& kind) {
         {"throw", ThrowUncaught},
         {"pure", CallPureVirtual},
         {"overflow", ExhaustStack},
+        {"large-overflow", ExhaustStackByLargeFrames},
+        {"large-thread-overflow",
+         [] {
+             CrashOnThread(
+                 [] {
+                     MapBelowStack();
+                     ExhaustStackByLargeFrames();
+                 },
+                 true);
+         }},
         {"thread-overflow", [] { CrashOnThread(ExhaustStack, true); }},
         {"bare-thread-overflow", [] { CrashOnThread(ExhaustStack, false); }},
         {"jump", JumpNowhere},

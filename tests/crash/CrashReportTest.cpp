@@ -89,6 +89,18 @@ TEST_F(CrashReports, StackOverflowShowsTheWholeStack) {
     EXPECT_TRUE(ofThread.Has("RunThread"));
 }
 
+TEST_F(CrashReports, StackOverflowByFramesLargerThanTheGuardShowsTheWholeStack) {
+    StartServer();
+    Configure();
+    for (const char* kind : {"large-overflow", "large-thread-overflow"}) Crash({kind});
+    ASSERT_EQ(ReceivedDumps().size(), 2u);
+    for (const fs::path& path : ReceivedDumps()) {
+        const ReadDump dump = ReadDumpFile(path);
+        EXPECT_GT(dump.stack.size(), 50u);  // a megabyte in frames of 16 kibibytes and a little
+        EXPECT_TRUE(dump.Has("ExhaustStackByLargeFrames"));
+    }
+}
+
 TEST_F(CrashReports, SecondThreadIsTheCrashedOne) {
     StartServer();
     Configure();
