@@ -74,8 +74,8 @@ int Run(int argc, char** argv) {
     CLI::App* show = crash->add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
     show->add_option("DUMP", dump, "The dump")->required();
     std::string dumps;
-    CLI::App* send =
-        crash->add_subcommand("send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
+    CLI::App* send = crash->add_subcommand(
+        "send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
     send->add_option("DIRECTORY", dumps, "Their directory, in place of that of the configuration");
 
     try {
