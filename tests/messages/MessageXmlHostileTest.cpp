@@ -105,7 +105,7 @@ TEST(MessageXmlHostile, MillionLevelsAreRefusedWithinLittleMemory) {
 }
 
 TEST(MessageXmlHostile, MillionLevelsAreReadWithinMemoryInProportionWhereTheyAreAllowed) {
-    for (const std::string name : {"a", "lower_level_message", "same_level_message", "text", "parameter"}) {
+    for (const std::string name : {"a", "lower_level_message", "text"}) {
         const std::string document =
             "<m>" + Repeated("<" + name + ">", 1000000) + Repeated("</" + name + ">", 1000000) + "</m>";
         const std::size_t before = PeakFromNowOn();
