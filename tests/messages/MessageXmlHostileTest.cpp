@@ -27,6 +27,13 @@ std::string Repeated(const std::string& text, int count) {
     return all;
 }
 
+std::string StartTag(const std::string& name) {
+    return std::string("<").append(name).append(">");
+}
+std::string EndTag(const std::string& name) {
+    return std::string("</").append(name).append(">");
+}
+
 // Reads a document into a message that held something. True when it was taken, false when it was refused.
 bool Read(const std::string& document, Message& message, std::size_t piece = 65536) {
     message.SetTemplate("old");
@@ -91,13 +98,14 @@ TEST(MessageXmlHostile, ExternalEntitiesAreRefused) {
 
 TEST(MessageXmlHostile, DefaultsOfAttributesAreRefused) {
     std::string document = "<!DOCTYPE m [<!ATTLIST text ";
-    for (int number = 0; number < 10000; ++number) document += "a" + std::to_string(number) + " CDATA 'x' ";
+    for (int number = 0; number < 10000; ++number)
+        document.append("a").append(std::to_string(number)).append(" CDATA 'x' ");
     EXPECT_FALSE(Read(document + ">]><m>" + Repeated("<text/>", 10000) + "</m>"));
 }
 
 TEST(MessageXmlHostile, MillionLevelsAreRefusedWithinLittleMemory) {
     for (const char* name : {"a", "lower_level_message", "same_level_message", "text", "parameter"}) {
-        const std::string document = "<m>" + Repeated("<" + std::string(name) + ">", 1000000);
+        const std::string document = "<m>" + Repeated(StartTag(name), 1000000);
         const std::size_t before = PeakFromNowOn();
         EXPECT_FALSE(Read(document)) << name;
         EXPECT_LT(PeakAbove(before), kMostForLevels) << name;
@@ -107,7 +115,7 @@ TEST(MessageXmlHostile, MillionLevelsAreRefusedWithinLittleMemory) {
 TEST(MessageXmlHostile, MillionLevelsAreReadWithinMemoryInProportionWhereTheyAreAllowed) {
     for (const std::string name : {"a", "lower_level_message", "text"}) {
         const std::string document =
-            "<m>" + Repeated("<" + name + ">", 1000000) + Repeated("</" + name + ">", 1000000) + "</m>";
+            "<m>" + Repeated(StartTag(name), 1000000) + Repeated(EndTag(name), 1000000) + "</m>";
         const std::size_t before = PeakFromNowOn();
         Message message;
         test::FromXML(document, message, 65536, {.depth = 1000000});
@@ -169,9 +177,9 @@ TEST(MessageXmlHostile, LargeContentUnderManyLevelsIsNotCopiedForEach) {
 TEST(MessageXmlHostile, LongTextWithinManyElementsIsNotStoredForEach) {
     const std::string text(10 << 20, 'x');
     for (const std::string name : {"text", "parameter"}) {
-        const std::string document = "<m>" + Repeated("<a>", 4000) + "<" + name + ">" +
-                                     Repeated("<b>", 4000) + text + Repeated("x</b>", 4000) + "</" + name +
-                                     ">" + Repeated("</a>", 4000) + "</m>";
+        const std::string document = "<m>" + Repeated("<a>", 4000) + StartTag(name) + Repeated("<b>", 4000) +
+                                     text + Repeated("x</b>", 4000) + EndTag(name) + Repeated("</a>", 4000) +
+                                     "</m>";
         Message message;
         EXPECT_TRUE(Read(document, message));
         EXPECT_LT(test::CountBlocks(&message), 10u) << name;

@@ -194,7 +194,7 @@ TEST(CommandLine, OfAProgramWithASpaceInItsNameIsQuoted) {
         test::RunChild({folder / "probe", "command", "x"},
                        {"LD_LIBRARY_PATH=" + fs::path(ZBASE_LIBRARY).parent_path().string()})
             .output;
-    EXPECT_EQ(output, "\"" + (folder / "probe").string() + "\" command x");
+    EXPECT_EQ(output, std::string("\"").append(folder / "probe").append("\" command x"));
     fs::remove_all(folder);
 }
 
