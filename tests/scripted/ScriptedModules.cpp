@@ -13,6 +13,7 @@ unsigned int PutPath(unsigned short* path, unsigned int capacity) {
     for (; text != nullptr && text[length] != 0 && length + 1 < capacity; ++length) {
         path[length] = static_cast<unsigned char>(text[length]);
     }
+    if (length != 0) path[length] = 0;
     return length;
 }
 
