@@ -95,6 +95,7 @@ TEST(CallStack, LineZeroIsTheCallerOfTheFactoryHoweverItIsCompiled) {
             std::string line;
             std::getline(output, line);
             EXPECT_EQ(test::Parse(line).symbol, expected) << file.path() << child.output << child.errors;
+            EXPECT_TRUE(test::Parse(line).file.ends_with("tests/capture/Caller.cpp")) << file.path() << line;
         }
     }
     EXPECT_GE(programs, 5);
@@ -202,6 +203,28 @@ TEST(CallStack, NamesTheModuleThatTookThePlaceOfAnother) {
         EXPECT_EQ(lines.back().symbol, "_start");
     }
     EXPECT_GT(samePlace, 0) << "the modules never lay at one place, so nothing was shown";
+}
+
+// Where its rules were remembered, another module with frames of another size.
+TEST(CallStack, GoesThroughAModuleThatTookThePlaceOfAnother) {
+    void* places[2] = {};
+    int samePlace = 0;
+    for (int round = 0; round != 6; ++round) {
+        const std::string name = round % 2 == 0 ? "/libLargeFrames.so" : "/libLargeFramesToo.so";
+        void* module = dlopen((ZBASE_MODULES_DIR + name).c_str(), RTLD_NOW);
+        ASSERT_NE(module, nullptr);
+        void* function = dlsym(module, "CallBack");
+        places[round % 2] = function;
+        samePlace += places[0] == places[1];
+        ZBase::CallStack* captured = nullptr;
+        reinterpret_cast<int (*)(int (*)(void*), void*)>(function)(CaptureFor, &captured);
+        dlclose(module);
+        const Stack stack(captured);
+        const std::vector<std::string> symbols = Symbols(*stack);
+        EXPECT_EQ(symbols[2], "CallBack");
+        EXPECT_EQ(symbols.back(), "_start");
+    }
+    EXPECT_TRUE(samePlace > 0 || test::kIsSanitized) << "the modules never lay at one place";
 }
 
 TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {

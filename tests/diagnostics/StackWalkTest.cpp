@@ -4,6 +4,7 @@
 #include <execinfo.h>
 #include <gtest/gtest.h>
 #include <sys/auxv.h>
+#include <ucontext.h>
 
 #include <algorithm>
 #include <csignal>
@@ -58,6 +59,18 @@ struct Walk {
     return result + room[0];
 }
 
+// What stands before its first instruction has no unwind rules.
+asm(R"(
+    .text
+    .skip 16, 0x90
+FaultsAtOnce:
+    .cfi_startproc
+    ud2
+    ret
+    .cfi_endproc
+)");
+extern "C" void FaultsAtOnce();
+
 namespace {
 
 constexpr int kSanitizersFrames = test::kIsSanitized ? 1 : 0;
@@ -91,6 +104,21 @@ TEST(StackWalk, GoesThroughARealignedStack) {
     for (int round = 0; round != 2; ++round) {
         Walk walk;
         Realigned(WalkBoth, &walk);
+        ExpectAgreement(walk);
+    }
+}
+
+int ThroughRealigned(void* argument) {
+    const int result = Realigned(WalkBoth, argument);
+    StayHere();
+    return result;
+}
+
+// The frame outside is found by the frame pointer that the realigned one has kept.
+TEST(StackWalk, GoesThroughARealignedStackInsideAFrameOfVariableSize) {
+    for (int round = 0; round != 2; ++round) {
+        Walk walk;
+        OfVariableSize(100, ThroughRealigned, &walk);
         ExpectAgreement(walk);
     }
 }
@@ -214,6 +242,30 @@ void ExpectWalkThroughSignal(int flags) {
             isThere |= place.dli_sname != nullptr && std::strcmp(place.dli_sname, "_Z6DeeperiPFiPvES_") == 0;
     }
     EXPECT_TRUE(isThere || walk.expectedCount > 12);
+}
+
+TEST(StackWalk, InASignalHandlerGoesOnBehindAFunctionsFirstInstruction) {
+    Walk walk;
+    gSignalWalk = &walk;
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_flags = SA_SIGINFO;
+    action.sa_sigaction = [](int, siginfo_t*, void* context) {
+        WalkBoth(gSignalWalk);
+        static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RIP] += 2;  // goes on behind it
+    };
+    sigaction(SIGILL, &action, &before);
+    Deeper(
+        5,
+        [](void*) {
+            FaultsAtOnce();
+            StayHere();
+            return 0;
+        },
+        nullptr);
+    sigaction(SIGILL, &before, nullptr);
+    ExpectAgreement(walk);
+    EXPECT_GT(walk.expectedCount, 9);
 }
 
 TEST(StackWalk, InASignalHandlerGoesOnBehindTheSignal) {
