@@ -5,12 +5,15 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -144,15 +147,55 @@ void CaptureWithoutFiles() {
     if (module != nullptr) dlclose(module);
 }
 
+template <class Operation>
+[[gnu::noinline]] void Repeat(int depth, std::atomic<bool>& stop, const Operation& operation) {
+    if (depth != 0) Repeat(depth - 1, stop, operation);
+    while (!stop) operation();
+}
+
+// Whoever is stopped with a lock that the capture needs is never seen again.
+template <class Operation>
+void CaptureInTheMiddleOf(const Operation& operation, unsigned int rounds) {
+    std::atomic<bool> stop{false};
+    std::thread thread([&] { Repeat(9, stop, operation); });
+    unsigned int lines = 0;
+    for (unsigned int round = 0; round != rounds; ++round) lines += CountLines(Handle(thread));
+    stop = true;
+    thread.join();
+    std::printf("%d\n", lines > rounds);
+}
+
+void CaptureInTheHeap() {
+    mallopt(M_ARENA_MAX, 1);  // all threads have one heap with one lock
+    CaptureInTheMiddleOf(
+        [] {
+            void* volatile blocks[8];
+            for (auto& block : blocks) block = std::malloc(5000);
+            for (auto& block : blocks) std::free(block);
+        },
+        100);
+}
+
+void CaptureInTheLoader() {
+    CaptureInTheMiddleOf(
+        [] {
+            if (void* module = dlopen("libresolv.so.2", RTLD_NOW); module != nullptr) dlclose(module);
+            dl_iterate_phdr([](dl_phdr_info*, std::size_t, void*) { return 0; }, nullptr);
+        },
+        20);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
-    alarm(20);
+    alarm(60);
     Open(argv[1]);
     const std::string what = argv[2];
     if (what == "close") CloseWhileASignalIsOnItsWay();
     if (what == "streams") CaptureWhileStreamsAreLocked();
     if (what == "taken") CaptureAfterTheSignalWasTaken();
+    if (what == "heap") CaptureInTheHeap();
+    if (what == "loader") CaptureInTheLoader();
     if (what == "files") CaptureWithoutFiles();
 }

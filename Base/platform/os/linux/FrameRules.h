@@ -84,12 +84,16 @@ public:
           mLoad(load) {}
 
     std::uint64_t Address() const { return mRegisters[kReturnAddress]; }
+    std::uint64_t StackPointer() const { return mRegisters[kRsp]; }
 
     /// Where the function of this frame begins; 0 if it has no rules.
     std::uint64_t FunctionStart();
 
-    /// Goes to the caller; false at the end of the stack.
+    /// Goes to the caller; false at the end of the stack and where there are no rules.
     bool Step();
+
+    /// Whether the rules of this frame say that it has no caller.
+    bool IsAtEnd();
 
 private:
     bool Find(FrameRules& rules);

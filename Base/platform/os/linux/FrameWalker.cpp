@@ -273,6 +273,11 @@ std::uint64_t FrameWalker::FunctionStart() {
     return Find(rules) ? rules.functionStart : 0;
 }
 
+bool FrameWalker::IsAtEnd() {
+    FrameRules rules;
+    return Find(rules) && rules.kinds[kReturnAddress] == RuleKind::Undefined;
+}
+
 bool FrameWalker::Caller(const FrameRules& rules, unsigned int number, std::uint64_t cfa,
                          std::uint64_t& value) const {
     const std::int64_t rule = rules.values[number];

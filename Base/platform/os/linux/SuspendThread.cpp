@@ -33,6 +33,7 @@ constexpr long kAnswerNanoseconds = 1'000'000'000;
 constexpr std::uint64_t kBusyNanoseconds = 50'000'000;
 constexpr long kPollNanoseconds = 2'000'000;
 constexpr unsigned int kFramesToSearch = 64;
+constexpr unsigned int kWordsToSearch = 64;
 
 enum State : std::uint32_t { Free, Asked, Storing, Stored, Released };
 
@@ -246,13 +247,28 @@ const LockingCode& Locking() {
     return code;
 }
 
+bool IsLocking(const LockingCode& code, std::uint64_t address) {
+    return code.allocator.Holds(address) || code.loader.Holds(address);
+}
+
+// Where code without unwind tables, such as what a module begins with, hides its caller, that may be any word
+// of the stack.
+bool MayBeCalledByLockingCode(std::uint64_t stackPointer, const LockingCode& code) {
+    for (unsigned int i = 0; i != kWordsToSearch; ++i) {
+        std::uint64_t word = 0;
+        if (!LoadForeignWord(stackPointer + 8 * i, word)) return false;
+        if (IsLocking(code, word)) return true;
+    }
+    return false;
+}
+
 bool MayHoldLocks(const ThreadContext& context, const LockingCode& code) {
     FrameWalker walker(context, LoadForeignWord);
     for (unsigned int i = 0; i != kFramesToSearch; ++i) {
         const std::uint64_t address = walker.Address();
-        if (code.allocator.Holds(address) || code.loader.Holds(address)) return true;
+        if (IsLocking(code, address)) return true;
         if (code.system.Holds(address) && walker.FunctionStart() == code.iterate) return true;
-        if (!walker.Step()) break;
+        if (!walker.Step()) return !walker.IsAtEnd() && MayBeCalledByLockingCode(walker.StackPointer(), code);
     }
     return false;
 }
