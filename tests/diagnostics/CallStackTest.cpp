@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
@@ -340,6 +341,40 @@ TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
     std::thread([] { Stack(CapturedHere()).reset(); }).join();
 }
 
+// A signal's stack may lie above that of its thread, so that the way out of it leads down.
+TEST(CallStack, GoesDownFromASignalsStackToThatOfTheThread) {
+    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
+    static ZBase::CallStack* captured;
+    static char* room;
+    constexpr std::size_t kHalf = 1 << 20;
+    room = static_cast<char*>(
+        mmap(nullptr, 2 * kHalf, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(room, MAP_FAILED);
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) { captured = CapturedHere(); };
+    action.sa_flags = SA_ONSTACK;
+    sigaction(SIGUSR1, &action, &before);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, room, kHalf);
+    pthread_t thread;
+    const auto run = [](void*) -> void* {
+        const stack_t own{room + kHalf, 0, kHalf};
+        sigaltstack(&own, nullptr);
+        Recurse(3, [] { raise(SIGUSR1); });
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, nullptr), 0);
+    pthread_join(thread, nullptr);
+    sigaction(SIGUSR1, &before, nullptr);
+    munmap(room, 2 * kHalf);
+    const Stack stack(captured);
+    const std::vector<std::string> symbols = Symbols(*stack);
+    EXPECT_EQ(symbols[0], "CapturedHere()");
+    EXPECT_EQ(std::count(symbols.begin(), symbols.end(), "Recurse(int, std::function<void ()> const&)"), 4);
+}
+
 TEST(CallStack, OfADamagedStackEnds) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("DamagedStackProbe")});
     EXPECT_EQ(child.exitCode, 0) << "signal " << child.signal;
@@ -388,6 +423,16 @@ TEST(CallStack, OfAThreadThatBlocksAllSignalsHasNoLinesAndDoesItNoHarm) {
 TEST(CallStack, IsCapturedWhileAThreadHoldsTheLocksOfAllStreams) {
     if (test::kIsSanitized) GTEST_SKIP() << "the call passes through the sanitizer's heap";
     EXPECT_EQ(RunThreadProbe("streams"), "1\n");
+}
+
+TEST(CallStack, IsCapturedWhileAThreadIsInTheHeap) {
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has a heap of its own";
+    EXPECT_EQ(RunThreadProbe("heap"), "1\n");
+}
+
+TEST(CallStack, IsCapturedWhileAThreadIsInTheLoader) {
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer stands before the loader";
+    EXPECT_EQ(RunThreadProbe("loader"), "1\n");
 }
 
 TEST(CallStack, TakesAnotherSignalWhenItsOwnIsTaken) {

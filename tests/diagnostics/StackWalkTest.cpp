@@ -59,6 +59,17 @@ struct Walk {
     return result + room[0];
 }
 
+// Both, so that not even the frame pointer is at a constant distance from the frame.
+[[gnu::noinline]] int RealignedOfVariableSize(std::size_t size, int (*innermost)(void*), void* argument) {
+    alignas(64) volatile char aligned[128];
+    auto* room = static_cast<volatile char*>(alloca(size));
+    aligned[0] = 1;
+    room[0] = 1;
+    const int result = innermost(argument);
+    StayHere();
+    return result + room[0] + aligned[0];
+}
+
 // What stands before its first instruction has no unwind rules.
 asm(R"(
     .text
@@ -109,13 +120,13 @@ TEST(StackWalk, GoesThroughARealignedStack) {
 }
 
 int ThroughRealigned(void* argument) {
-    const int result = Realigned(WalkBoth, argument);
+    const int result = RealignedOfVariableSize(100, WalkBoth, argument);
     StayHere();
     return result;
 }
 
-// The frame outside is found by the frame pointer that the realigned one has kept.
-TEST(StackWalk, GoesThroughARealignedStackInsideAFrameOfVariableSize) {
+// The frame outside is found by the frame pointer that the one inside has kept.
+TEST(StackWalk, GoesThroughARealignedFrameInsideOneThatNeedsItsFramePointer) {
     for (int round = 0; round != 2; ++round) {
         Walk walk;
         OfVariableSize(100, ThroughRealigned, &walk);
