@@ -254,7 +254,7 @@ bool IsLocking(const LockingCode& code, std::uint64_t address) {
 // Where code without unwind tables, such as what a module begins with, hides its caller, that may be any word
 // of the stack.
 bool MayBeCalledByLockingCode(std::uint64_t stackPointer, const LockingCode& code) {
-    for (unsigned int i = 0; i != kWordsToSearch; ++i) {
+    for (std::uint64_t i = 0; i != kWordsToSearch; ++i) {
         std::uint64_t word = 0;
         if (!LoadForeignWord(stackPointer + 8 * i, word)) return false;
         if (IsLocking(code, word)) return true;
