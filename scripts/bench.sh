@@ -16,11 +16,15 @@ fi
 
 bench_load() { "$build/benchmarks/load/load_cost"; }
 
+# Small regions have a process of their own: what larger ones leave on the heap would decide how fast they are.
 bench_memory() {
-    "$build/benchmarks/memory/BufferBenchmark" --benchmark_repetitions=15 --benchmark_min_time=0.05 \
-        --benchmark_enable_random_interleaving=true --benchmark_out="$result" --benchmark_out_format=json >"$log" 2>&1 ||
-        { cat "$log" >&2; exit 1; }
-    python3 benchmarks/memory/table.py "$result"
+    for rows in -region region; do
+        "$build/benchmarks/memory/BufferBenchmark" --benchmark_filter="$rows" --benchmark_repetitions=15 \
+            --benchmark_min_time=0.05 --benchmark_enable_random_interleaving=true --benchmark_out="$result$rows" \
+            --benchmark_out_format=json >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+    done
+    python3 benchmarks/memory/table.py "$result-region" "${result}region"
+    rm -f "$result-region" "${result}region"
 }
 
 bench_xml() {

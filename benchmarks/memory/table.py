@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""table.py FILE: the ratios of a run of BufferBenchmark, each beside its goal.
+"""table.py FILE...: the ratios of runs of BufferBenchmark, each beside its goal.
 
 On one thread a time is the least of the repetitions, so that what else the machine did meanwhile counts as little as it
 can. Threads that meet are slow and threads that happen not to are fast, so for several it is the median."""
@@ -27,8 +27,10 @@ ROWS += [("1,000,000 pieces, fresh memory", f"fresh/{who}", "fresh/monotonic", 1
 
 
 def main() -> int:
-    with open(sys.argv[1], encoding="utf-8") as file:
-        runs = [run for run in json.load(file)["benchmarks"] if run["run_type"] == "iteration"]
+    runs = []
+    for name in sys.argv[1:]:
+        with open(name, encoding="utf-8") as file:
+            runs += [run for run in json.load(file)["benchmarks"] if run["run_type"] == "iteration"]
     spent, held = {}, {}
     for run in runs:
         name = run["run_name"]

@@ -145,7 +145,7 @@ bool BufferLockFreeImplementation::EnsureAvailable(std::size_t size) {
 void BufferLockFreeImplementation::MakeRoom(std::size_t size) {
     ChunkSize(mGrowthBlocks, size);  // throws before anything is spent
     // Meant: here the index comes before the chunk, and a chunk that does not come leaves its slot empty.
-    Slot& slot = mSlots.Claim();
+    const Slot slot = mSlots.Claim();
     slot.Publish(AcquireChunk(NewChunkSize(size)), 0);
 }
 

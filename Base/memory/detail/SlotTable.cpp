@@ -25,7 +25,7 @@ SlotTable::~SlotTable() {
 
 template <class Visit>
 auto SlotTable::Search(std::uint32_t from, std::uint32_t to, Visit visit) const {
-    decltype(visit(std::declval<Slot&>())) found{};
+    decltype(visit(std::declval<Slot>())) found{};
     while (from < to && !found) {
         SlotPage* const page = FindPage(from);
         if (page == nullptr) break;  // nothing is published there yet, nor behind it
@@ -37,8 +37,8 @@ auto SlotTable::Search(std::uint32_t from, std::uint32_t to, Visit visit) const 
 
 char* SlotTable::Take(std::size_t size) {
     const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
-    if (Slot* const slot = Find(active))
-        if (char* const piece = slot->Take(size)) return piece;
+    if (SlotPage* const page = FindPage(active))
+        if (char* const piece = page->At(active).Take(size)) return piece;
     return TakeBehind(active, size);
 }
 
@@ -50,13 +50,13 @@ char* SlotTable::TakeBehind(std::uint32_t active, std::size_t size) {
         std::uint32_t found = active;
         if (!mActiveSlot.compare_exchange_strong(found, next)) next = found;
     }
-    return Search(next, count, [size](Slot& slot) { return slot.Take(size); });
+    return Search(next, count, [size](const Slot& slot) { return slot.Take(size); });
 }
 
 bool SlotTable::IsWorthLeaving(std::uint32_t active, std::uint32_t open) {
     if (open > kMostOpen) return true;
-    const Slot* const slot = Find(active);
-    return slot != nullptr && slot->HasAtMost(kLeaveBehind[open]);
+    SlotPage* const page = FindPage(active);
+    return page != nullptr && page->At(active).HasAtMost(kLeaveBehind[open]);
 }
 
 bool SlotTable::HasRoom(std::size_t size) const {
@@ -64,7 +64,7 @@ bool SlotTable::HasRoom(std::size_t size) const {
                   [size](const Slot& slot) { return slot.HasRoom(size); });
 }
 
-Slot& SlotTable::Claim() {
+Slot SlotTable::Claim() {
     const std::uint32_t index = mSlotCount.fetch_add(1, std::memory_order_acq_rel);
     SlotPage* page = FindPage(index);
     if (page == nullptr) page = MakePagesTo(index);

@@ -26,66 +26,80 @@
 
 namespace ZBase {
 
-class Slot {
-public:
-    bool IsPublished() const { return mCurrent.load(std::memory_order_acquire) != nullptr; }
-
-    // Of a published slot: its chunk, and the bytes taken so far.
-    Chunk GetChunk() const { return {mStart, mEnd}; }
-    std::size_t Used() const {
-        return static_cast<std::size_t>(mCurrent.load(std::memory_order_acquire) - mStart);
-    }
-
-    // Whether a published slot has at most `size` bytes of room.
-    bool HasAtMost(std::size_t size) const {
-        const char* const current = mCurrent.load(std::memory_order_acquire);
-        return current != nullptr && Room(current) <= size;
-    }
-
-    bool HasRoom(std::size_t size) const {
-        const char* const current = mCurrent.load(std::memory_order_acquire);
-        return current != nullptr && Room(current) >= size;
-    }
-
-    // A piece of the chunk, or null if it has no room.
-    char* Take(std::size_t size) {
-        char* current = mCurrent.load(std::memory_order_acquire);
-        if (current == nullptr) return nullptr;
-        // Read once: the line is being fought for.
-        const char* const end = mEnd;
-        while (static_cast<std::size_t>(end - current) >= size)
-            if (mCurrent.compare_exchange_weak(current, current + size, std::memory_order_relaxed))
-                return current;
-        return nullptr;
-    }
-
-    // Makes the chunk known to all threads, its first `used` bytes taken.
-    void Publish(const Chunk& chunk, std::size_t used) {
-        mStart = chunk.start;
-        mEnd = chunk.end;
-        mCurrent.store(chunk.start + used, std::memory_order_release);
-    }
-
-private:
-    std::size_t Room(const char* current) const { return static_cast<std::size_t>(mEnd - current); }
-
-    // Written once, before `mCurrent`; nobody looks at them earlier, so a new page need not clear them.
-    char* mStart;
-    char* mEnd;
-    std::atomic<char*> mCurrent{nullptr};  // null: empty or not yet published
-};
+class Slot;
 
 struct SlotPage {
     static constexpr std::uint32_t kSlots = 16;
 
-    Slot slots[kSlots];
+    // Next free byte of each chunk; null: the slot is empty or not yet published.
+    std::atomic<char*> current[kSlots]{};
+
+    // Bounds, which stand apart so that who reads them does not wait for those who fight for the bytes.
+    // Written once, before `current`; nobody looks at them earlier, so a new page need not clear them.
+    char* starts[kSlots];
+    char* ends[kSlots];
+
     SlotPage* previous = nullptr;  // the page before this one; null on the first
     std::uint32_t firstIndex = 0;
     std::uint32_t endIndex = kSlots;
 
     bool Has(std::uint32_t index) const { return firstIndex <= index && index < endIndex; }
-    Slot& At(std::uint32_t index) { return slots[index - firstIndex]; }
+    Slot At(std::uint32_t index);
 };
+
+// The slot at a place of its page.
+class Slot {
+public:
+    Slot(SlotPage& page, std::uint32_t place) : mPage(page), mPlace(place) {}
+
+    bool IsPublished() const { return Current() != nullptr; }
+
+    // Of a published slot: its chunk, and the bytes taken so far.
+    Chunk GetChunk() const { return {mPage.starts[mPlace], mPage.ends[mPlace]}; }
+    std::size_t Used() const { return static_cast<std::size_t>(Current() - mPage.starts[mPlace]); }
+
+    // Whether a published slot has at most `size` bytes of room.
+    bool HasAtMost(std::size_t size) const {
+        const char* const current = Current();
+        return current != nullptr && Room(current) <= size;
+    }
+
+    bool HasRoom(std::size_t size) const {
+        const char* const current = Current();
+        return current != nullptr && Room(current) >= size;
+    }
+
+    // A piece of the chunk, or null if it has no room.
+    char* Take(std::size_t size) const {
+        char* current = Current();
+        if (current == nullptr) return nullptr;
+        while (Room(current) >= size)
+            if (mPage.current[mPlace].compare_exchange_weak(current, current + size,
+                                                            std::memory_order_relaxed))
+                return current;
+        return nullptr;
+    }
+
+    // Makes the chunk known to all threads, its first `used` bytes taken.
+    void Publish(const Chunk& chunk, std::size_t used) const {
+        mPage.starts[mPlace] = chunk.start;
+        mPage.ends[mPlace] = chunk.end;
+        mPage.current[mPlace].store(chunk.start + used, std::memory_order_release);
+    }
+
+private:
+    char* Current() const { return mPage.current[mPlace].load(std::memory_order_acquire); }
+    std::size_t Room(const char* current) const {
+        return static_cast<std::size_t>(mPage.ends[mPlace] - current);
+    }
+
+    SlotPage& mPage;
+    std::uint32_t mPlace;
+};
+
+inline Slot SlotPage::At(std::uint32_t index) {
+    return {*this, index - firstIndex};
+}
 
 class SlotTable {
 public:
@@ -96,7 +110,7 @@ public:
 
     // The first slot, of a table that no other thread knows yet.
     void PublishFirst(const Chunk& chunk) {
-        mFirstPage.slots[0].Publish(chunk, 0);
+        Slot(mFirstPage, 0).Publish(chunk, 0);
         mSlotCount.store(1, std::memory_order_relaxed);
     }
 
@@ -105,7 +119,7 @@ public:
     char* TakeOfActive(std::size_t size) {
         const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
         if (active < SlotPage::kSlots) [[likely]]
-            return mFirstPage.slots[active].Take(size);
+            return Slot(mFirstPage, active).Take(size);
         SlotPage* const newest = mNewestPage.load(std::memory_order_acquire);
         return newest->Has(active) ? newest->At(active).Take(size) : nullptr;
     }
@@ -118,7 +132,7 @@ public:
 
     // A new slot for the caller to publish. When there is no memory for a page it throws `std::bad_alloc`,
     // and the index stays spent.
-    Slot& Claim();
+    Slot Claim();
 
     // Calls `visit` with every published slot, newest page first.
     template <class Visit>
@@ -139,12 +153,6 @@ private:
         return page;
     }
 
-    Slot* Find(std::uint32_t index) {
-        if (index < SlotPage::kSlots) return &mFirstPage.slots[index];
-        SlotPage* const page = FindPage(index);
-        return page == nullptr ? nullptr : &page->At(index);
-    }
-
     SlotPage* MakePagesTo(std::uint32_t index);
     char* TakeBehind(std::uint32_t active, std::size_t size);
     bool IsWorthLeaving(std::uint32_t active, std::uint32_t open);
@@ -156,8 +164,9 @@ private:
     std::atomic<std::uint32_t> mActiveSlot{0};  // the lowest index that is still worth trying
     std::atomic<std::uint32_t> mSlotCount{0};   // indices claimed so far
     std::atomic<SlotPage*> mNewestPage{&mFirstPage};
-    // The slots are written all the time, what stands before them hardly ever: no cache line has both.
-    [[maybe_unused]] char mPadding[64 - 16];
+    // The slots are written all the time, what stands before them hardly ever: no two cache lines that the
+    // processor fetches together have both.
+    [[maybe_unused]] char mPadding[128 - 16];
     SlotPage mFirstPage;
 };
 
