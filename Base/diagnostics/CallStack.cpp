@@ -6,6 +6,7 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/Threads.h>
 
 #include <cstring>
 #include <memory>
@@ -75,9 +76,14 @@ ZBASE_OWN_FRAME CallStackImp::CallStackImp(void* thread) {
         CaptureCurrentThread();
 }
 
-CallStackImp::CallStackImp(unsigned long threadId) {
+// The state that could be read of the own thread would be that of the reading call, whose frames are gone
+// then.
+ZBASE_OWN_FRAME CallStackImp::CallStackImp(unsigned long threadId) {
     const CallStackGuard guard(gCallStackLock);
-    CaptureThreadById(threadId);
+    if (threadId != os::CurrentThreadId())
+        CaptureThreadById(threadId);
+    else
+        CaptureCurrentThread();
 }
 
 ZBASE_OWN_FRAME void CallStackImp::CaptureCurrentThread() {
@@ -129,7 +135,7 @@ ZBASE_OWN_FRAME CallStack* CreateCallStack(void* thread) {
     return new (std::nothrow) CallStackImp(thread);
 }
 
-CallStack* CreateCallStackByThreadId(unsigned long threadId) {
+ZBASE_OWN_FRAME CallStack* CreateCallStackByThreadId(unsigned long threadId) {
     return new (std::nothrow) CallStackImp(threadId);
 }
 

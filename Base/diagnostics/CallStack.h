@@ -29,8 +29,8 @@ public:
 /// `std::bad_alloc` when memory runs out during the walk. One capture runs at a time in the process.
 ZBASE_API CallStack* CreateCallStack(void* thread);
 
-/// The same by the system's id of another thread, which keeps running: the stack is as good as can be had. Of
-/// the calling thread it has no lines.
+/// The same by the system's id of a thread. Another thread keeps running, so its stack is as good as can be
+/// had; of the calling thread line 0 is the caller.
 ZBASE_API CallStack* CreateCallStackByThreadId(unsigned long threadId);
 
 }  // namespace ZBase

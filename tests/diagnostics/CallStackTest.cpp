@@ -281,9 +281,14 @@ TEST(CallStack, ByAnIdThatNamesNoThreadHasNoLines) {
     }
 }
 
-TEST(CallStack, ByTheOwnIdHasNoLines) {
-    const Stack stack(ZBase::CreateCallStackByThreadId(ZBase::GetCurrentThreadID()));
-    EXPECT_EQ(stack->GetLineCount(), 0U);
+TEST(CallStack, ByTheOwnIdBeginsAtTheCaller) {
+    const Stack own(ZBase::CreateCallStackByThreadId(ZBase::GetCurrentThreadID()));
+    const Stack same(ZBase::CreateCallStack(nullptr));
+    ASSERT_EQ(own->GetLineCount(), same->GetLineCount());
+    const std::vector<StackLine> lines = Lines(*own);
+    EXPECT_NE(lines[0].symbol.find("ByTheOwnIdBeginsAtTheCaller"), std::string::npos) << lines[0].symbol;
+    for (unsigned int i = 1; i != lines.size(); ++i)
+        EXPECT_EQ(test::Narrow(own->GetLine(i).GetText()), test::Narrow(same->GetLine(i).GetText()));
 }
 
 TEST(CallStack, WithoutMemoryLetsAThreadThatWasStoppedGoOn) {
