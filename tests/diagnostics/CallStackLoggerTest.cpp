@@ -34,13 +34,6 @@ using ZBase::CallStackRec;
     StayHere();
 }
 
-#ifdef __SANITIZE_ADDRESS__
-// The records are never freed, which is meant.
-extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
-    return "leak:AppendCallStack";
-}
-#endif
-
 namespace {
 
 /// Appends for each value from one and the same place, so that the stacks are equal.

@@ -1,8 +1,8 @@
-// AddressSanitizer without its search for leaks, which faults in a process that has opened debug help. The
-// tests count live blocks themselves.
+// AddressSanitizer without its search for leaks, which faults in a process that has opened debug help, and
+// would find the records that a logger never frees. The tests count live blocks themselves.
 
 #if defined(__SANITIZE_ADDRESS__)
-extern "C" const char* __asan_default_options() {
-    return "detect_leaks=0";
+extern "C" [[gnu::visibility("default")]] int __lsan_is_turned_off() {
+    return 1;
 }
 #endif
