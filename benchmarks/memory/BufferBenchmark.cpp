@@ -140,6 +140,7 @@ private:
 
 class CasBump {
 public:
+    explicit CasBump(char* memory = WarmMemory()) : mNext(memory) {}
     void* Allocate(std::size_t size) {
         char* piece = mNext.load(std::memory_order_relaxed);
         while (!mNext.compare_exchange_weak(piece, piece + Rounded(size), std::memory_order_relaxed)) {
@@ -148,22 +149,17 @@ public:
     }
 
 private:
-    alignas(64) std::atomic<char*> mNext{WarmMemory()};
+    alignas(64) std::atomic<char*> mNext;
 };
 
 // What no lock-free region can beat: a block of the heap, and a compare-and-swap for each piece.
 class CasBumpOnHeap {
 public:
-    void* Allocate(std::size_t size) {
-        char* piece = mNext.load(std::memory_order_relaxed);
-        while (!mNext.compare_exchange_weak(piece, piece + Rounded(size), std::memory_order_relaxed)) {
-        }
-        return piece;
-    }
+    void* Allocate(std::size_t size) { return mBump.Allocate(size); }
 
 private:
     std::unique_ptr<char[]> mpBlock{new char[2 * kBlock]};
-    std::atomic<char*> mNext{mpBlock.get()};
+    CasBump mBump{mpBlock.get()};
 };
 
 // Allocators without regions free their pieces one by one.

@@ -68,7 +68,8 @@ void BufferLockFreeImplementation::ReleaseChunks() {
 // The ordinary way calls nothing and so needs no stack.
 void* BufferLockFreeImplementation::Allocate(std::size_t size) {
     const std::size_t pieceSize = PieceSize(size);
-    // A piece of 0 bytes, which no size can be rounded to, is larger than any limit.
+    // A piece of 0 bytes, which no size can be rounded to, is larger than any limit. Like any piece of a
+    // locked buffer it is refused there.
     if (IsLocked() || pieceSize - 1 >= sGrowLimitBytes - 1) [[unlikely]]
         return AllocateBig(pieceSize);
     char* const piece = mSlots.TakeOfActive(pieceSize);
