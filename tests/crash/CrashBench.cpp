@@ -1,5 +1,6 @@
 #include "tests/crash/CrashBench.h"
 
+#include <TestPlaces.h>
 #include <unistd.h>
 
 #include <algorithm>

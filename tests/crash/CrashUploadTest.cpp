@@ -1,3 +1,4 @@
+#include <TestPlaces.h>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>

@@ -1,5 +1,6 @@
 #include <Base/diagnostics/CallStack.h>
 #include <Base/frame/Threads.h>
+#include <TestPlaces.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>

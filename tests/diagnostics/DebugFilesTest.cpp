@@ -1,5 +1,6 @@
 #include <Base/diagnostics/AddrToLine.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <TestPlaces.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>

@@ -1,6 +1,7 @@
 #include <Base/diagnostics/AddrToLine.h>
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <TestPlaces.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <TestPlaces.h>
 #include <alloca.h>
 #include <dlfcn.h>
 #include <execinfo.h>

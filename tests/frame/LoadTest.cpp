@@ -1,3 +1,4 @@
+#include <TestPlaces.h>
 #include <gtest/gtest.h>
 
 #include <string>

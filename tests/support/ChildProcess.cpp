@@ -1,5 +1,6 @@
 #include "tests/support/ChildProcess.h"
 
+#include <TestPlaces.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
