@@ -50,14 +50,15 @@ SharedLibraryImpl::~SharedLibraryImpl() {
 void* SharedLibraryImpl::GetFunctionAddress(const unsigned short* name) {
     Message failure;
     void* address = static_cast<SharedLibrary*>(this)->GetFunctionAddressOrNULL(name, &failure);
-    if (address == nullptr) throw failure;
+    if (address == nullptr && !failure.IsEmpty()) throw failure;
     return address;
 }
 
 void* SharedLibraryImpl::GetFunctionAddressOrNULL(const unsigned short* name, Message* message) {
     const ReturnString narrow = WideCharToASCII(name == nullptr ? ""_w : name, false);
     void* address = os::FindFunction(mModule, narrow.c_str());
-    if (address == nullptr && message != nullptr) {
+    const bool isFound = address != nullptr || os::GetLastCode() == 0;  // what is exported may be a 0
+    if (!isFound && message != nullptr) {
         Message failure = SystemFailure("Failed to look up function '%1' in library '%2'.");
         failure << narrow.c_str() << mNarrowFileName.c_str();
         message->PrependBy(failure);
@@ -83,6 +84,7 @@ void SharedLibraryImpl::ZENTInitialize() {
     try {
         const auto getInitialiser =
             reinterpret_cast<ReferenceCounted* (*)()>(GetFunctionAddress("GetZENTDLLInitializer"_w));
+        if (getInitialiser == nullptr) return;
         ReferenceCounted* initialiser = getInitialiser();
         if (initialiser != mInitialiser.Get()) {
             mInitialiser.Reset();  // first, and where what it throws is caught

@@ -16,8 +16,9 @@ public:
     /// Gives the object of the initialiser back and, unless it was dismissed, unloads the library.
     virtual ~SharedLibrary() = default;
 
-    /// The address of a function. Throws a `Message` when the library does not export it, and
-    /// `StringConversionException` for a name beyond ASCII.
+    /// The address of a function, or of anything else that the library itself exports: data, data of the
+    /// calling thread, a number, which is null only where that number is 0. Throws a `Message` when the
+    /// library does not export it, and `StringConversionException` for a name beyond ASCII.
     virtual void* GetFunctionAddress(const unsigned short* name) = 0;
 
     /// The same, with null in place of the `Message`, which is put in front of `*message` unless that is
@@ -36,7 +37,11 @@ public:
     virtual void ZENTInitialize() = 0;
 };
 
-/// Load a library by its file name. A name without any "." in it, path included, is completed by the ending
+/// Load a library by its file name. One that is damaged or cut off, or that needs such a one, is refused with
+/// the system code 193, as far as its headers and tables tell. The file must not be written to while it is
+/// loaded: its code is read from there when it is first run. Put a new version in its place by renaming.
+///
+/// A name without any "." in it, path included, is completed by the ending
 /// of the platform, "_64.dll" or "_64.so". The two do the same. Throw a `Message` when it can't be loaded,
 /// and `StringConversionException` for a name that is no proper UTF-16.
 ZBASE_API ReturnPtr<SharedLibrary, DeleteC<SharedLibrary>> LoadSharedLibrary(const unsigned short* name);

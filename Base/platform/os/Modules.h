@@ -20,8 +20,8 @@ void FreeModule(Module module);
 /// already; null otherwise. What was found stays in the process for good.
 Module FindLoadedModule(const char* name);
 
-/// The address of what `module` itself exports under `name`; null with the last code 127 if nothing. What it
-/// needs from other modules does not count.
+/// The address of what `module` itself exports under `name`; null with the last code 127 if nothing, and null
+/// with the last code 0 if what it exports is the number 0. What it needs from other modules does not count.
 void* FindFunction(Module module, const char* name);
 
 /// Puts where the allocation or module that `address` lies in begins into `base`, null if there is nothing at

@@ -1,7 +1,9 @@
 #include <Base/platform/os/Modules.h>
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/ImageSearch.h>
 #include <Base/platform/os/linux/MappedRegions.h>
+#include <Base/platform/os/linux/ModuleExports.h>
 #include <Base/platform/os/linux/ModulePath.h>
 #include <Base/platform/os/linux/NativeText.h>
 #include <Base/platform/os/linux/TextBuffer.h>
@@ -64,7 +66,7 @@ bool FindModule(Predicate matches, LoadedModule& found) {
 // The loader's own words for its last failure, in English whatever the locale is. They are put together only
 // here, so the locale need not change while the module's code runs.
 std::string LoaderComplaint() {
-    static const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);  // always there, and not made anew
     const locale_t users = uselocale(english);
     const char* complaint = dlerror();
     std::string text = complaint == nullptr ? "" : complaint;
@@ -109,6 +111,10 @@ const unsigned short* ComponentEnding() {
 
 Module LoadModule(const unsigned short* fileName) {
     const std::string file = ToNative(fileName);
+    if (!IsSafeToLoad(file)) {
+        SetLastCode(kBadImage);
+        return nullptr;
+    }
     void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) SetLastCode(LoadFailure(file, LoaderComplaint()));
     return module;
@@ -132,15 +138,15 @@ Module FindLoadedModule(const char* name) {
 }
 
 void* FindFunction(Module module, const char* name) {
-    // The search goes on in the modules that this one needs; what they export is not its own.
-    void* address = dlsym(module, name);
-    Dl_info info{};
-    void* owner = nullptr;
-    if (address != nullptr && dladdr1(address, &info, &owner, RTLD_DL_LINKMAP) != 0 && owner == module) {
-        return address;
+    // The loader's search goes on in the modules that this one needs; what they export is not its own.
+    if (!Exports(*static_cast<const link_map*>(module), name)) {
+        SetLastCode(kProcedureNotFound);
+        return nullptr;
     }
-    SetLastCode(kProcedureNotFound);
-    return nullptr;
+    dlerror();
+    void* const address = dlsym(module, name);
+    if (address == nullptr) SetLastCode(dlerror() == nullptr ? kSuccess : kProcedureNotFound);
+    return address;
 }
 
 bool FindAllocationBase(const void* address, const void*& base) {

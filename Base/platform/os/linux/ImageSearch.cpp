@@ -1,0 +1,157 @@
+#include <Base/platform/os/linux/ImageSearch.h>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <Base/platform/os/linux/ImageFile.h>
+
+namespace ZBase::os {
+
+namespace {
+
+// Whose wish a folder is.
+enum class EWish { Image, User, System };
+
+struct Folder {
+    std::string path;
+    EWish wish;
+};
+using Folders = std::vector<Folder>;
+
+/// Where the loader looks on behalf of this library, in its order.
+Folders OwnFolders() {
+    Dl_info info{};
+    void* self = nullptr;
+    Dl_serinfo head{};
+    if (dladdr1(reinterpret_cast<const void*>(&OwnFolders), &info, &self, RTLD_DL_LINKMAP) == 0 ||
+        dlinfo(self, RTLD_DI_SERINFOSIZE, &head) != 0)
+        return {};
+    // An array of unknown length stands at the end of the record, and the names behind that.
+    std::vector<std::max_align_t> storage(head.dls_size / sizeof(std::max_align_t) + 1);
+    auto* const list = reinterpret_cast<Dl_serinfo*>(storage.data());
+    *list = head;
+    if (dlinfo(self, RTLD_DI_SERINFO, list) != 0) return {};
+    Folders folders;
+    constexpr unsigned int kOfTheUser = 0x02;   // LA_SER_LIBPATH
+    constexpr unsigned int kOfTheImage = 0x04;  // LA_SER_RUNPATH
+    for (unsigned int i = 0; i != list->dls_cnt; ++i) {
+        const unsigned int flags = list->dls_serpath[i].dls_flags;
+        const EWish wish = (flags & kOfTheImage) != 0  ? EWish::Image
+                           : (flags & kOfTheUser) != 0 ? EWish::User
+                                                       : EWish::System;
+        folders.push_back({list->dls_serpath[i].dls_name, wish});
+    }
+    return folders;
+}
+
+/// A path of folders with ":" between them, in the name of an image that lies in `origin`.
+Folders Split(std::string_view path, const std::string& origin) {
+    Folders folders;
+    while (!path.empty()) {
+        std::string folder(path.substr(0, path.find(':')));
+        path.remove_prefix(std::min(folder.size() + 1, path.size()));
+        for (const std::string_view mark : {"$ORIGIN", "${ORIGIN}"}) {
+            if (const std::size_t at = folder.find(mark); at != std::string::npos)
+                folder.replace(at, mark.size(), origin);
+        }
+        folders.push_back({std::move(folder), EWish::Image});
+    }
+    return folders;
+}
+
+Folders FoldersFor(const ImageNeeds& needs, const std::string& file, const Folders& own) {
+    const std::size_t slash = file.rfind('/');
+    Folders asked = Split(needs.path, slash == std::string::npos ? "." : file.substr(0, slash));
+    const auto add = [&own, &asked](EWish wish) {
+        std::copy_if(own.begin(), own.end(), std::back_inserter(asked),
+                     [wish](const Folder& folder) { return folder.wish == wish; });
+    };
+    if (needs.pathIsLate) {
+        // What the modules that load this one wish for does not count then.
+        Folders wished;
+        wished.swap(asked);
+        add(EWish::User);
+        asked.insert(asked.end(), wished.begin(), wished.end());
+    } else {
+        add(EWish::Image);
+        add(EWish::User);
+    }
+    add(EWish::System);
+    return asked;
+}
+
+bool IsInProcess(const std::string& name) {
+    const auto isIt = [](dl_phdr_info* info, std::size_t, void* argument) {
+        const std::string_view loaded(info->dlpi_name);
+        const std::string_view wanted(*static_cast<const std::string*>(argument));
+        return static_cast<int>(loaded == wanted || loaded.substr(loaded.rfind('/') + 1) == wanted);
+    };
+    return dl_iterate_phdr(isIt, const_cast<std::string*>(&name)) != 0;
+}
+
+/// One image to look at, and where what it needs is looked for.
+struct Visit {
+    std::string name;
+    std::shared_ptr<const Folders> folders;
+};
+
+class Walk {
+public:
+    bool IsSafe(const std::string& name) {
+        mVisits.push_back({name, std::make_shared<const Folders>(mOwn)});
+        while (!mVisits.empty()) {
+            const Visit visit = std::move(mVisits.back());
+            mVisits.pop_back();
+            if (!Take(visit)) return false;
+        }
+        return true;
+    }
+
+private:
+    // Goes on with what the image needs. False if it is damaged.
+    bool Take(const Visit& visit) {
+        ImageNeeds needs;
+        std::string file = visit.name;
+        EImage image = EImage::kUnseen;
+        if (file.find('/') != std::string::npos) {
+            image = ReadImage(file, needs);
+        } else if (!IsInProcess(file)) {
+            image = Search(visit, file, needs);
+        }
+        if (image == EImage::kSound && mSeen.insert(file).second) {
+            const auto folders = std::make_shared<const Folders>(FoldersFor(needs, file, mOwn));
+            for (std::string& name : needs.names) mVisits.push_back({std::move(name), folders});
+        }
+        return image != EImage::kDamaged;
+    }
+
+    // The loader takes the first file of the name that is for this machine.
+    static EImage Search(const Visit& visit, std::string& file, ImageNeeds& needs) {
+        for (const Folder& folder : *visit.folders) {
+            file = (folder.path.empty() ? "." : folder.path) + "/" + visit.name;
+            const EImage image = ReadImage(file, needs);
+            if (image == EImage::kDamaged || image == EImage::kSound) return image;
+        }
+        return EImage::kUnseen;
+    }
+
+    const Folders mOwn = OwnFolders();
+    std::vector<Visit> mVisits;
+    std::set<std::string> mSeen;
+};
+
+}  // namespace
+
+bool IsSafeToLoad(const std::string& name) {
+    return Walk().IsSafe(name);
+}
+
+}  // namespace ZBase::os

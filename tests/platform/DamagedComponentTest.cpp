@@ -1,0 +1,190 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <elf.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support/ScratchFolder.h"
+#include "tests/support/WideText.h"
+
+// Images that are not whole. The loader maps a file and believes it, so each of these could end the process.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kComponents = ZBASE_COMPONENTS_DIR;
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// 0 if the library could be loaded, otherwise the system code.
+int LoadCode(const std::string& path) {
+    try {
+        ZBase::LoadSharedLibrary(test::Units(ZBase::UTF8ToWideChar(path.c_str(), false).c_str()).c_str());
+        return 0;
+    } catch (const ZBase::Message& failure) {
+        const ZBase::Message* inner = failure.GetLowerLevelMessageOrNULL();
+        return inner == nullptr ? -1 : inner->GetID();
+    }
+}
+
+class DamagedComponent : public test::ScratchFolder {
+protected:
+    struct Case {
+        std::string what;
+        std::string content;
+    };
+
+    // The codes that the cases give, in a child. Fails with the case in which the child dies.
+    std::set<int> Codes(const std::vector<Case>& cases) const {
+        struct Shared {
+            std::size_t at;
+            int codes[1 << 16];
+        };
+        void* const memory =
+            mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        auto* const shared = static_cast<Shared*>(memory);
+        if (memory == MAP_FAILED || cases.size() > std::size(shared->codes)) {
+            ADD_FAILURE() << cases.size() << " cases";
+            return {};
+        }
+        const pid_t child = fork();
+        if (child == 0) {
+            for (shared->at = 0; shared->at != cases.size(); ++shared->at) {
+                // Each has a name of its own: a file that is changed in place changes the one that is loaded.
+                const std::string file = Write(std::to_string(shared->at) + ".so", cases[shared->at].content);
+                shared->codes[shared->at] = LoadCode(file);
+                fs::remove(file);
+            }
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (status != 0) {
+            ADD_FAILURE() << cases[shared->at].what << " ends the process with status " << status;
+        }
+        std::set<int> codes(shared->codes, shared->codes + cases.size());
+        munmap(memory, sizeof(Shared));
+        return codes;
+    }
+
+    const std::string mWhole = ReadFile(kComponents / "Component_64.so");
+};
+
+TEST_F(DamagedComponent, CutAtEvery256thOctetIsNoValidImage) {
+    std::vector<Case> cases;
+    for (std::size_t size = 0; size < mWhole.size(); size += 256)
+        cases.push_back({"cut at " + std::to_string(size), mWhole.substr(0, size)});
+    ASSERT_GT(cases.size(), 50u);
+    EXPECT_EQ(Codes(cases), std::set<int>{193});
+}
+
+TEST_F(DamagedComponent, CutByOneOctetIsNoValidImage) {
+    EXPECT_EQ(Codes({{"one less", mWhole.substr(0, mWhole.size() - 1)}}), std::set<int>{193});
+    EXPECT_EQ(Codes({{"whole", mWhole}, {"one more", mWhole + "x"}}), std::set<int>{0});
+}
+
+TEST_F(DamagedComponent, CutInEveryFieldOfItsHeadersIsNoValidImage) {
+    Elf64_Ehdr header{};
+    std::memcpy(&header, mWhole.data(), sizeof header);
+    const std::size_t end = header.e_phoff + std::size_t{header.e_phnum} * header.e_phentsize;
+    ASSERT_LT(end, 4096u);
+    std::vector<Case> cases;
+    for (std::size_t size = 0; size <= end; size += 2)
+        cases.push_back({"cut at " + std::to_string(size), mWhole.substr(0, size)});
+    EXPECT_EQ(Codes(cases), std::set<int>{193});
+}
+
+// A field that tells nothing to the loader may hold anything.
+TEST_F(DamagedComponent, WrongOctetInItsHeadersDoesNotEndTheProcess) {
+    Elf64_Ehdr header{};
+    std::memcpy(&header, mWhole.data(), sizeof header);
+    const std::size_t end = header.e_phoff + std::size_t{header.e_phnum} * header.e_phentsize;
+    std::vector<Case> cases;
+    for (std::size_t at = 0; at != end; ++at) {
+        for (const int change : {0x01, 0x10, 0x80, 0xFF}) {
+            Case each{"octet " + std::to_string(at) + " changed by " + std::to_string(change), mWhole};
+            each.content[at] = static_cast<char>(each.content[at] ^ change);
+            cases.push_back(std::move(each));
+        }
+    }
+    for (const int code : Codes(cases)) EXPECT_TRUE(code == 0 || code == 193) << code;
+}
+
+TEST_F(DamagedComponent, ZeroesInPlaceOfAPageAreNotRun) {
+    std::vector<Case> cases;
+    cases.push_back({"first page", mWhole});
+    cases.back().content.replace(0, 4096, 4096, 0);
+    cases.push_back({"all", std::string(mWhole.size(), 0)});
+    EXPECT_EQ(Codes(cases), std::set<int>{193});
+}
+
+TEST_F(DamagedComponent, WhatIsNoFileIsNoValidImageAndIsNotWaitedFor) {
+    const fs::path pipe = mFolder / "pipe.so";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(LoadCode(pipe), 193);
+    fs::create_directory(mFolder / "folder.so");
+    EXPECT_EQ(LoadCode(mFolder / "folder.so"), 193);
+    fs::create_symlink("/dev/zero", mFolder / "device.so");
+    EXPECT_EQ(LoadCode(mFolder / "device.so"), 193);
+    fs::create_symlink("loop.so", mFolder / "loop.so");
+    EXPECT_EQ(LoadCode(mFolder / "loop.so"), 126);
+}
+
+// As a copy arrives over a slow line.
+TEST_F(DamagedComponent, GrownWholeItIsLoaded) {
+    const std::string file = Write("grows.so", mWhole.substr(0, mWhole.size() / 2));
+    EXPECT_EQ(LoadCode(file), 193);
+    std::ofstream(file, std::ios::binary | std::ios::app) << mWhole.substr(mWhole.size() / 2);
+    EXPECT_EQ(LoadCode(file), 0);
+}
+
+TEST_F(DamagedComponent, ThatAnotherNeedsMakesThatNoValidImage) {
+    fs::copy_file(kComponents / "Plain_64.so", mFolder / "Plain_64.so");
+    Write("Component_64.so", mWhole.substr(0, mWhole.size() / 2));
+    const pid_t child = fork();
+    if (child == 0) _exit(LoadCode(mFolder / "Plain") == 193 ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(DamagedComponent, InTheLoadersPlacesIsNoValidImage) {
+    const fs::path placed = kComponents / "CutShort_64.so";
+    std::ofstream(placed, std::ios::binary) << mWhole.substr(0, mWhole.size() / 2);
+    const pid_t child = fork();
+    if (child == 0) _exit(LoadCode("CutShort") == 193 ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    fs::remove(placed);
+    EXPECT_EQ(status, 0);
+}
+
+// Everything on this machine that the loader takes is sound.
+TEST_F(DamagedComponent, LibrariesOfTheSystemAreSound) {
+    std::size_t count = 0;
+    for (const char* name : {"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1", "libuuid.so.1",
+                             "libexpat.so.1", "libcurl.so.4", "libssl.so.3", "libcrypto.so.3", "libz.so.1"}) {
+        const int code = LoadCode(name);
+        EXPECT_TRUE(code == 0 || code == 126) << name << ' ' << code;
+        if (code == 0) ++count;
+    }
+    EXPECT_GE(count, 5u);
+}
+
+}  // namespace
