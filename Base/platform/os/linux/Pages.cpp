@@ -1,15 +1,13 @@
 #include <Base/platform/os/Pages.h>
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/PageRegistry.h>
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <limits>
-#include <map>
-#include <mutex>
-#include <new>
 
 namespace ZBase::os {
 
@@ -34,50 +32,8 @@ struct Range {
     std::size_t Size() const { return end - start; }
 };
 
-// What `AllocatePages` has given and not yet got back, by start address.
-class Allocations {
-public:
-    static Allocations& Get() {
-        // Never destroyed: memory is given back until the very end of the process.
-        static Allocations& allocations = *new Allocations;
-        return allocations;
-    }
-
-    bool Add(void* address, std::size_t size) {
-        const std::lock_guard lock(mMutex);
-        try {
-            const auto start = reinterpret_cast<std::uintptr_t>(address);
-            mEnds.emplace(start, start + size);
-            return true;
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-    }
-
-    // Takes the allocation that starts at `address` out; false if there is none.
-    bool Remove(void* address, Range& allocation) {
-        const std::lock_guard lock(mMutex);
-        const auto found = mEnds.find(reinterpret_cast<std::uintptr_t>(address));
-        if (found == mEnds.end()) return false;
-        allocation = {found->first, found->second};
-        mEnds.erase(found);
-        return true;
-    }
-
-    // The allocation that `address` lies in; false if there is none.
-    bool Find(std::uintptr_t address, Range& allocation) {
-        const std::lock_guard lock(mMutex);
-        auto found = mEnds.upper_bound(address);
-        if (found == mEnds.begin()) return false;
-        --found;
-        allocation = {found->first, found->second};
-        return address < allocation.end;
-    }
-
-private:
-    std::mutex mMutex;
-    std::map<std::uintptr_t, std::uintptr_t> mEnds;
-};
+// What `AllocatePages` has given and not yet got back.
+constinit PageRegistry sAllocations;
 
 std::uintptr_t RoundDown(std::uintptr_t address) {
     return address & ~(PageSize() - 1);
@@ -93,7 +49,7 @@ bool PagesToProtect(void* address, std::size_t size, Range& pages) {
     constexpr std::uintptr_t last = std::numeric_limits<std::uintptr_t>::max();
     if (size > last - PageSize() || start > last - PageSize() - size) return false;
     Range allocation{};
-    if (Allocations::Get().Find(start, allocation)) {
+    if (sAllocations.Find(start, allocation.start, allocation.end)) {
         pages = {RoundDown(start), RoundUp(start + size)};
         return pages.end <= allocation.end;
     }
@@ -111,8 +67,7 @@ bool SetProtection(void* address, std::size_t size, int protection) {
 }  // namespace
 
 std::size_t PageSize() {
-    static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    return size;
+    return static_cast<std::size_t>(getpagesize());
 }
 
 void* AllocatePages(std::size_t size) {
@@ -123,16 +78,23 @@ void* AllocatePages(std::size_t size) {
     const std::size_t whole = RoundUp(size);
     void* address = mmap(nullptr, whole, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (!Check(address != MAP_FAILED)) return nullptr;
-    if (Allocations::Get().Add(address, whole)) return address;
+    const auto start = reinterpret_cast<std::uintptr_t>(address);
+    if (sAllocations.Add(start, start + whole)) return address;
     munmap(address, whole);
     Fail(kNotEnoughMemory);
     return nullptr;
 }
 
 bool ReleasePages(void* address) {
-    Range allocation{};
-    if (!Allocations::Get().Remove(address, allocation)) return Fail(kInvalidAddress);
-    return Check(munmap(allocation.Address(), allocation.Size()) == 0);
+    // Taken out first: once the system has the addresses, another thread may be given them.
+    PageRegistry::Entry* const entry = sAllocations.Take(reinterpret_cast<std::uintptr_t>(address));
+    if (entry == nullptr) return Fail(kInvalidAddress);
+    if (Check(munmap(address, entry->end - entry->start) == 0)) {
+        sAllocations.Drop(entry);
+        return true;
+    }
+    sAllocations.Restore(entry);
+    return false;
 }
 
 bool ProtectPages(void* address, std::size_t size) {
@@ -146,7 +108,7 @@ bool UnprotectPages(void* address, std::size_t size) {
 bool DecommitPages(void* address, std::size_t size) {
     const auto start = reinterpret_cast<std::uintptr_t>(address);
     Range allocation{};
-    if (!Allocations::Get().Find(start, allocation) || size > allocation.end - start)
+    if (!sAllocations.Find(start, allocation.start, allocation.end) || size > allocation.end - start)
         return Fail(kInvalidAddress);
     // The whole allocation is meant by its start and a size of 0.
     if (size == 0 && start != allocation.start) return Fail(kInvalidParameter);

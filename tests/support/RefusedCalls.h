@@ -1,0 +1,47 @@
+#pragma once
+
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cstddef>
+#include <initializer_list>
+#include <vector>
+
+namespace test {
+
+/// The kernel answers these calls of this process with an error from now on, as a sandbox does. False if it
+/// can't be asked to.
+inline bool RefuseCalls(std::initializer_list<unsigned int> calls, unsigned int error) {
+    std::vector<sock_filter> program;
+    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
+    for (const unsigned int call : calls) {
+        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+        program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (error & SECCOMP_RET_DATA)));
+    }
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
+}
+
+/// What `body()` gives, at most 250, in a child; -1 if it does not come to its end within a minute.
+template <class Body>
+int InChild(Body body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(body());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// What a body in a child gives where the system does not let it try.
+inline constexpr int kNotAllowed = 250;
+
+}  // namespace test
