@@ -4,6 +4,7 @@
 #include <Base/platform/os/Modules.h>
 #include <Base/platform/os/Processes.h>
 
+#include <atomic>
 #include <cstdio>
 
 namespace ZBase {
@@ -12,6 +13,11 @@ namespace {
 
 constexpr unsigned int kImagePathCapacity = 1024;
 constexpr unsigned int kModulePathCapacity = 260;
+
+enum class ECounters : unsigned char { Unknown, Ready, Missing };
+
+// No guarded static: a process that is forked while another thread finds them would wait for that thread.
+std::atomic<ECounters> sCounters{ECounters::Unknown};
 
 bool FindMemoryCounters() {
     switch (os::OpenMemoryCounters()) {
@@ -25,6 +31,16 @@ bool FindMemoryCounters() {
             return false;
     }
     return false;
+}
+
+// Two first calls at once may both look, and find the same.
+bool HasMemoryCounters() {
+    ECounters counters = sCounters;
+    if (counters == ECounters::Unknown) {
+        counters = FindMemoryCounters() ? ECounters::Ready : ECounters::Missing;
+        sCounters = counters;
+    }
+    return counters == ECounters::Ready;
 }
 
 }  // namespace
@@ -54,9 +70,8 @@ bool IsProcessAlive(std::uint64_t processId) {
 }
 
 unsigned long GetPrivateBytes() {
-    static const bool ready = FindMemoryCounters();
     std::uint64_t bytes = 0;
-    if (!ready || !os::GetCommittedBytes(bytes)) {
+    if (!HasMemoryCounters() || !os::GetCommittedBytes(bytes)) {
         std::fputs("GetProcessMemoryInfo failed\n", stdout);
         return 0;
     }

@@ -2,8 +2,10 @@
 
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/WideLiteral.h>
+#include <Base/platform/os/Forks.h>
 #include <Base/text/UnicodeConversions.h>
 
+#include <new>
 #include <utility>
 
 namespace ZBase {
@@ -35,6 +37,11 @@ constexpr const unsigned short* kKnownNames[21] = {
     "DS/GroupRecipients"_w,
 };
 
+// Held while the map changes, inside the lock of the table, and given back in any case. A fork waits for it,
+// so no child finds a map that is half changed. It does not wait for the lock itself, which a thread may have
+// kept.
+constinit std::mutex sChange;
+
 [[noreturn]] void ThrowNotInitialized() {
     ExceptionImpl<Message> failure;
     failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
@@ -48,7 +55,14 @@ constexpr const unsigned short* kKnownNames[21] = {
 
 }  // namespace
 
-FeatureFlagMgr::FeatureFlagMgr() = default;
+// In a child the lock may belong to a thread that is not there.
+FeatureFlagMgr::FeatureFlagMgr() {
+    os::CallAtFork([] { sChange.lock(); }, [] { sChange.unlock(); },
+                   [] {
+                       sChange.unlock();
+                       ::new (static_cast<void*>(&mFeatureFlagMgrInst.mLock)) std::recursive_mutex;
+                   });
+}
 FeatureFlagMgr::~FeatureFlagMgr() = default;
 
 bool FeatureFlagMgr::IsFeatureEnabled(const unsigned short* name) {
@@ -66,14 +80,20 @@ void FeatureFlagMgr::SetFeatureEnabled(const unsigned short* name, bool enabled)
     if (name == nullptr) return;
     WideString key(name);
     mLock.lock();
-    mFlags.insert_or_assign(std::move(key), enabled);
+    {
+        const std::lock_guard change(sChange);
+        mFlags.insert_or_assign(std::move(key), enabled);
+    }
     mLock.unlock();
 }
 
 void FeatureFlagMgr::NotifyInitialized() {
     for (const unsigned short* name : kKnownNames) {
         mLock.lock();
-        mFlags.try_emplace(WideString(name), false);  // a value that was set before wins
+        {
+            const std::lock_guard change(sChange);
+            mFlags.try_emplace(WideString(name), false);  // a value that was set before wins
+        }
         mLock.unlock();
     }
     mIsInitialized = true;

@@ -3,12 +3,19 @@
 #include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
 namespace ZBase::os {
 
 thread_local constinit unsigned long detail::tThreadId = 0;
+
+namespace {
+
+constinit std::atomic<bool> sForkHandled{false};
+
+}  // namespace
 
 unsigned int CurrentProcessId() {
     return static_cast<unsigned int>(getpid());
@@ -21,9 +28,11 @@ unsigned long CurrentThreadId() {
 unsigned long RememberedThreadId() {
     if (detail::tThreadId != 0) return detail::tThreadId;
     // The thread that comes out of a fork is another one than went in.
-    static const int forkHandled = pthread_atfork(nullptr, nullptr, [] { detail::tThreadId = 0; });
+    // No guarded static: a child would wait for a thread that was in it. Two handlers do the same as one.
+    if (!sForkHandled && pthread_atfork(nullptr, nullptr, [] { detail::tThreadId = 0; }) == 0)
+        sForkHandled = true;
     const unsigned long thread = CurrentThreadId();
-    if (forkHandled == 0) detail::tThreadId = thread;
+    if (sForkHandled) detail::tThreadId = thread;
     return thread;
 }
 

@@ -1,0 +1,11 @@
+#include <Base/platform/os/Forks.h>
+
+#include <pthread.h>
+
+namespace ZBase::os {
+
+bool CallAtFork(void (*before)(), void (*inParent)(), void (*inChild)()) {
+    return pthread_atfork(before, inParent, inChild) == 0;
+}
+
+}  // namespace ZBase::os
