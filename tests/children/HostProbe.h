@@ -28,6 +28,14 @@ inline std::string Answer(const std::string& question, const ZBase::WideString& 
     if (question == "full") return Utf8(ZBase::GetComputerFullName().c_str());
     if (question == "machine") return ZBase::ToHexUpperString(ZBase::GetUniqueMachineID()).c_str();
     if (question == "command") return Utf8(ZBase::GetCurrentProcessName().c_str());
+    if (question == "removed") {  // its own file, while it runs
+        const std::string own = Utf8(
+            ZBase::GetModuleFileNameByAddressWithinModule(reinterpret_cast<const void*>(&Answer)).c_str());
+        std::remove(own.c_str());
+        return Utf8(ZBase::GetProcessName(ZBase::GetCurrentProcessID()).c_str()) + ' ' +
+               Utf8(ZBase::GetModuleFileNameByAddressWithinModule(reinterpret_cast<const void*>(&Answer))
+                        .c_str());
+    }
     return "no such question";
 }
 

@@ -1,10 +1,13 @@
 #include <Base/platform/os/Processes.h>
 #include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/Threads.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/NativeText.h>
+#include <Base/platform/os/linux/ProcessState.h>
+#include <Base/platform/os/linux/ProgramStart.h>
 #include <Base/platform/os/linux/TextBuffer.h>
+#include <Base/platform/os/linux/WholeFile.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,28 +23,32 @@ namespace ZBase::os {
 
 namespace {
 
-// A process to be queried is only its id, which costs nothing to keep; one to be waited for is a descriptor.
-// Both are at least 1 as a pointer.
-Process FromNumber(unsigned int number) {
-    return reinterpret_cast<Process>(static_cast<std::uintptr_t>(number) + 1);
+// A process to be queried is only its id, which costs nothing to keep. One to be waited for is a descriptor,
+// or its id where the system gives none. Never null as a pointer.
+enum class EHandle : std::uintptr_t { Descriptor = 1, Id = 2 };
+
+Process FromNumber(int number, EHandle kind) {
+    return reinterpret_cast<Process>(std::uintptr_t{static_cast<unsigned int>(number)} << 2 |
+                                     static_cast<std::uintptr_t>(kind));
 }
 
 int ToNumber(Process process) {
-    return static_cast<int>(reinterpret_cast<std::uintptr_t>(process) - 1);
+    return static_cast<int>(reinterpret_cast<std::uintptr_t>(process) >> 2);
 }
 
-bool ReadWholeFile(const char* path, std::string& content) {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    ssize_t count = -1;
-    if (file >= 0) {
-        char piece[4096];
-        while ((count = read(file, piece, sizeof piece)) > 0 || (count < 0 && errno == EINTR)) {
-            if (count > 0) content.append(piece, static_cast<std::size_t>(count));
-        }
+bool IsDescriptor(Process process) {
+    return (reinterpret_cast<std::uintptr_t>(process) & 3) ==
+           static_cast<std::uintptr_t>(EHandle::Descriptor);
+}
+
+// Nobody tells when it ends, so it is looked at again and again.
+EWaitResult WaitById(int id, unsigned int milliseconds) {
+    constexpr unsigned int kPause = 10;
+    for (; IsRunning(id); milliseconds -= kPause) {
+        if (milliseconds < kPause) return EWaitResult::Timeout;
+        SleepMilliseconds(kPause);
     }
-    if (count < 0) SetLastCodeFromErrno();
-    if (file >= 0) close(file);
-    return count == 0;
+    return EWaitResult::Ended;
 }
 
 bool NeedsQuotes(std::string_view argument) {
@@ -84,17 +91,18 @@ std::uint64_t KibOf(const std::string& status, const char* label) {
 }  // namespace
 
 Process OpenProcess(unsigned int id, EProcessAccess access) {
-    if (access == EProcessAccess::Query) return FromNumber(id);
+    const int number = static_cast<int>(id);
+    if (access == EProcessAccess::Query) return FromNumber(number, EHandle::Id);
     const long descriptor = syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0u);
-    if (descriptor < 0) {
-        SetLastCodeFromErrno();
-        return nullptr;
-    }
-    return FromNumber(static_cast<unsigned int>(descriptor));
+    if (descriptor >= 0) return FromNumber(static_cast<int>(descriptor), EHandle::Descriptor);
+    SetLastCodeFromErrno();
+    // There may be no descriptor left, or a sandbox that gives none.
+    const bool isNoProcess = errno == ESRCH || errno == EINVAL;
+    return isNoProcess || !IsRunning(number) ? nullptr : FromNumber(number, EHandle::Id);
 }
 
-void CloseProcess(Process process, EProcessAccess access) {
-    if (access == EProcessAccess::Wait) close(ToNumber(process));
+void CloseProcess(Process process, EProcessAccess) {
+    if (IsDescriptor(process)) close(ToNumber(process));
 }
 
 EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
@@ -102,6 +110,7 @@ EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
         SetLastCode(kInvalidHandle);
         return EWaitResult::Failed;
     }
+    if (!IsDescriptor(process)) return WaitById(ToNumber(process), milliseconds);
     pollfd ended{ToNumber(process), POLLIN, 0};
     const int timeout = static_cast<int>(std::min<unsigned int>(milliseconds, INT_MAX));
     int count = 0;
@@ -114,14 +123,17 @@ EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
 }
 
 bool GetProcessImagePath(Process process, unsigned short* path, unsigned int capacity) {
-    const std::string link = "/proc/" + std::to_string(static_cast<unsigned int>(ToNumber(process))) + "/exe";
+    const int id = ToNumber(process);
+    const std::string link = "/proc/" + std::to_string(static_cast<unsigned int>(id)) + "/exe";
     char target[PATH_MAX];
     const ssize_t length = readlink(link.c_str(), target, sizeof target);
-    if (length < 0) {
-        SetLastCodeFromErrno();
-        return false;
+    if (length >= 0) {
+        const std::string program(target, static_cast<std::size_t>(length));
+        return PutText(WithoutDeletionMark(program, link.c_str()), path, capacity);
     }
-    return PutText(std::string(target, static_cast<std::size_t>(length)), path, capacity);
+    SetLastCodeFromErrno();
+    const std::string own = id == getpid() ? ProgramPath() : std::string();
+    return !own.empty() && PutText(own, path, capacity);
 }
 
 unsigned short PathSeparator() {
@@ -129,17 +141,12 @@ unsigned short PathSeparator() {
 }
 
 std::basic_string<unsigned short> CommandLine() {
-    std::string arguments;
     std::string line;
-    if (ReadWholeFile("/proc/self/cmdline", arguments)) {
-        for (std::size_t start = 0; start < arguments.size();) {
-            const std::string_view argument = arguments.c_str() + start;
-            if (start == 0) {
-                AppendProgram(line, argument);
-            } else {
-                AppendArgument(line, argument);
-            }
-            start += argument.size() + 1;
+    for (const std::string& argument : ProgramArguments()) {
+        if (line.empty()) {
+            AppendProgram(line, argument);
+        } else {
+            AppendArgument(line, argument);
         }
     }
     return FromNative(line.c_str());

@@ -1,0 +1,40 @@
+// BlindProbe QUESTION [ARGUMENT ...]: asks the library in a process that can't open files or read links, so
+// has no list of processes. Ends with 250 where the system does not let it refuse calls to itself.
+
+#include <Base/ZBase.h>
+
+#include <getopt.h>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "tests/support/RefusedCalls.h"
+
+namespace {
+
+void Print(const ZBase::ReturnWString& text) {
+    std::fputs(ZBase::WideCharToUTF8(text.c_str(), true).c_str(), stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) return 2;
+    const std::string question = argv[1];
+    if (question == "sorted") {
+        while (getopt(argc, argv, "ab") != -1) {
+        }
+    }
+    if (!test::RefuseCalls({SYS_openat, SYS_open, SYS_readlink, SYS_readlinkat}, ENOENT)) return 250;
+    if (question == "name") {
+        Print(ZBase::GetProcessName(ZBase::GetCurrentProcessID()));
+    } else if (question == "module") {
+        Print(ZBase::GetModuleFileNameByAddressWithinModule(reinterpret_cast<const void*>(&main)));
+    } else if (question == "bytes") {
+        const unsigned long bytes = ZBase::GetPrivateBytes();
+        std::printf("%lu", bytes);
+    } else {
+        Print(ZBase::GetCurrentProcessName());
+    }
+    return 0;
+}

@@ -1,0 +1,71 @@
+#include <Base/ZBase.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+
+// A process whose system does not show it the list of processes.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kNotAllowed = 250;
+
+// What the library answers in a process that has no files and links to read any more.
+test::ChildResult AskBlind(const std::vector<std::string>& question) {
+    std::vector<std::string> command = {test::ChildProgram("BlindProbe")};
+    command.insert(command.end(), question.begin(), question.end());
+    return test::RunChild(command);
+}
+
+TEST(NoProcessList, ArgumentsAreKnown) {
+    const test::ChildResult result =
+        AskBlind({"command", "", "a b", "say \"x\"", "back\\", "\u00E9\U0001F600", "last"});
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result.output, test::ChildProgram("BlindProbe") +
+                                 " command \"\" \"a b\" \"say \\\"x\\\"\" back\\ \u00E9\U0001F600 last");
+}
+
+TEST(NoProcessList, ArgumentsAreInTheirOrderAlsoAfterTheProgramSortedThem) {
+    const test::ChildResult result = AskBlind({"sorted", "one", "-a", "two", "-b"});
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result.output, test::ChildProgram("BlindProbe") + " sorted one -a two -b");
+}
+
+TEST(NoProcessList, ManyArgumentsAreKnown) {
+    const std::string large(100000, 'x');
+    std::vector<std::string> question = {"command"};
+    std::string expected = test::ChildProgram("BlindProbe") + " command";
+    for (int i = 0; i != 15; ++i) {
+        question.push_back(large + std::to_string(i));
+        expected += " " + question.back();
+    }
+    const test::ChildResult result = AskBlind(question);
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_TRUE(result.output == expected) << result.output.size() << " of " << expected.size();
+}
+
+TEST(NoProcessList, NameOfTheProgramIsKnown) {
+    const test::ChildResult result = AskBlind({"name"});
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result.output, "BlindProbe");
+}
+
+TEST(NoProcessList, PathOfTheProgramsModuleIsKnown) {
+    const test::ChildResult result = AskBlind({"module"});
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result.output, test::ChildProgram("BlindProbe"));
+}
+
+TEST(NoProcessList, BytesOfMemoryAreSaidToBeUnknown) {
+    const test::ChildResult result = AskBlind({"bytes"});
+    if (result.exitCode == kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result.output, "GetProcessMemoryInfo failed\n0");
+}
+
+}  // namespace
