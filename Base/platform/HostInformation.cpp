@@ -3,11 +3,14 @@
 #include <Base/messages/detail/SystemFailure.h>
 #include <Base/platform/HostInformation.h>
 #include <Base/platform/os/Host.h>
+#include <Base/platform/os/Interfaces.h>
 #include <Base/platform/os/Network.h>
 #include <Base/platform/os/SystemErrors.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace ZBase {
@@ -36,6 +39,46 @@ std::unique_ptr<unsigned char[]> ReadTokenUser(os::Token token) {
         detail::ThrowSystemFailure("::GetTokenInformation failed"_w);
     }
     return user;
+}
+
+constexpr unsigned int kResolverIsSilent = 11002;
+
+/// Of this host itself or of none, so the same on every machine.
+bool IsLoopback(const os::NetworkAddress& address) {
+    const unsigned char* octets = address.octets;
+    if (address.length == 16) {
+        constexpr unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};  // IPv4 within IPv6
+        const bool isMapped = std::equal(octets, octets + 12, mapped);
+        if (!isMapped)
+            return std::all_of(octets, octets + 15, [](unsigned char c) { return c == 0; }) && octets[15] < 2;
+        octets += 12;
+    }
+    return octets[0] == 127 || (octets[0] | octets[1] | octets[2] | octets[3]) == 0;
+}
+
+const os::NetworkAddress* FindTelling(const std::vector<os::NetworkAddress>& addresses) {
+    const auto found = std::find_if_not(addresses.begin(), addresses.end(), IsLoopback);
+    return found == addresses.end() ? nullptr : &*found;
+}
+
+/// The address that tells this host apart: one that its name resolves to, of IPv4 if there is one. Many hosts
+/// give their own name an address of the loopback; then it is one of their interfaces, and only of a host
+/// that has no other is it that of the loopback. Null if the name does not resolve.
+const os::NetworkAddress* FindOwnAddress(const char* name, std::vector<os::NetworkAddress>& addresses) {
+    const unsigned int code = os::ResolveName(name, os::EAddressFamily::IPv4, addresses);
+    if (const auto* telling = FindTelling(addresses); code == 0 && telling != nullptr) return telling;
+    // A resolver that does not answer is not waited for twice.
+    if (code == kResolverIsSilent) return nullptr;
+    std::vector<os::NetworkAddress> all;
+    const bool resolved = code == 0 || os::ResolveName(name, os::EAddressFamily::Any, all) == 0;
+    if (!resolved) return nullptr;
+    if (code != 0) addresses = std::move(all);
+    if (addresses.empty()) return nullptr;
+    if (const auto* telling = FindTelling(addresses); telling != nullptr) return telling;
+    std::vector<os::NetworkAddress> own = os::OwnAddresses();
+    if (FindTelling(own) != nullptr) addresses = std::move(own);
+    const auto* telling = FindTelling(addresses);
+    return telling != nullptr ? telling : &addresses.front();
 }
 
 }  // namespace
@@ -83,12 +126,11 @@ int GetUniqueMachineID() {
     char name[kNetworkNameCapacity]{};
     std::vector<os::NetworkAddress> addresses;
     if (os::StartNetwork() != 0 || !os::GetNetworkHostName(name, kNetworkNameCapacity - 1)) return 0;
-    const bool resolved = os::ResolveName(name, os::EAddressFamily::IPv4, addresses) == 0 ||
-                          os::ResolveName(name, os::EAddressFamily::Any, addresses) == 0;
-    if (!resolved || addresses.empty()) return 0;
+    const os::NetworkAddress* const address = FindOwnAddress(name, addresses);
+    if (address == nullptr) return 0;
     std::uint32_t id = 0;
-    for (unsigned int i = 0; i != addresses[0].length; i += 4) {
-        const unsigned char* octets = addresses[0].octets + i;
+    for (unsigned int i = 0; i != address->length; i += 4) {
+        const unsigned char* octets = address->octets + i;
         id ^= static_cast<std::uint32_t>(octets[0]) << 24 | static_cast<std::uint32_t>(octets[1]) << 16 |
               static_cast<std::uint32_t>(octets[2]) << 8 | octets[3];
     }

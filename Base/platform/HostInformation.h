@@ -19,8 +19,9 @@ ZBASE_API ReturnWString GetCurrentLogin();
 ZBASE_API unsigned short GetNumberOfSystemProcessors();
 
 /// A number that tells this machine from others of its network: the IPv4 address that its own host name
-/// resolves to, the most significant octet first, or the four words of an IPv6 address together. 0 when the
-/// name does not resolve. Asks the resolver.
+/// resolves to, the most significant octet first, or the four words of an IPv6 address together. Where the
+/// name resolves to the loopback only, the address is that of an interface, if the host has one that is up. 0
+/// when the name does not resolve, or the resolver does not answer. Asks the resolver.
 ZBASE_API int GetUniqueMachineID();
 
 }  // namespace ZBase

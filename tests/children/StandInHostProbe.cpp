@@ -1,7 +1,10 @@
 // StandInHostProbe QUESTION [ARGUMENT]: asks the library over a resolver that knows the file ZBASE_TEST_HOSTS
-// and nothing else, on a host that is called "box". For machines where a test may not have a host of its own.
+// and nothing else, on a host that is called ZBASE_TEST_NODE and has an interface with the address
+// ZBASE_TEST_INTERFACE, if that is one. For machines where a test may not have a host of its own.
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <netdb.h>
 #include <sys/utsname.h>
 #include <cstdlib>
@@ -13,6 +16,11 @@
 #include "tests/children/HostProbe.h"
 
 namespace {
+
+const char* NodeName() {
+    const char* const name = std::getenv("ZBASE_TEST_NODE");
+    return name == nullptr ? "box" : name;
+}
 
 struct Host {
     int family;
@@ -111,15 +119,31 @@ int getnameinfo(const sockaddr* address, socklen_t, char* text, socklen_t capaci
 }
 
 int gethostname(char* name, std::size_t) noexcept {
-    std::strcpy(name, "box");
+    std::strcpy(name, NodeName());
     return 0;
 }
 
 int uname(utsname* system) noexcept {
     *system = {};
-    std::strcpy(system->nodename, "box");
+    std::strcpy(system->nodename, NodeName());
     return 0;
 }
+
+int getifaddrs(ifaddrs** result) noexcept {
+    static char name[] = "stand-in";
+    static sockaddr_in address{};
+    static ifaddrs interface {};
+    const char* const text = std::getenv("ZBASE_TEST_INTERFACE");
+    const bool any = text != nullptr && inet_pton(AF_INET, text, &address.sin_addr) == 1;
+    address.sin_family = AF_INET;
+    interface.ifa_name = name;
+    interface.ifa_flags = IFF_UP;
+    interface.ifa_addr = reinterpret_cast<sockaddr*>(&address);
+    *result = any ? &interface : nullptr;
+    return 0;
+}
+
+void freeifaddrs(ifaddrs*) noexcept {}
 }
 
 int main(int argc, char** argv) {

@@ -38,20 +38,24 @@ protected:
 
     std::string Ask(const std::string& question, const std::string& argument = "",
                     const std::string& locale = "C.UTF-8") const {
-        const std::vector<std::string> environment = {"LC_ALL=" + locale,
-                                                      "ZBASE_TEST_HOSTS=" + (mFolder / "hosts").string()};
+        const std::vector<std::string> environment = {
+            "LC_ALL=" + locale, "ZBASE_TEST_HOSTS=" + (mFolder / "hosts").string(),
+            "ZBASE_TEST_NODE=" + mNode, "ZBASE_TEST_INTERFACE=" + mInterface};
         if (GetParam() == EHost::StandIn) {
             return RunChild({test::ChildProgram("StandInHostProbe"), question, argument}, environment).output;
         }
-        const std::string enter =
-            "cd " + mFolder.string() +
-            " && mount --bind hosts /etc/hosts && touch /etc/nsswitch.conf && "
-            "mount --bind nsswitch.conf /etc/nsswitch.conf && hostname box && exec \"$@\"";
+        const std::string enter = "cd " + mFolder.string() +
+                                  " && mount --bind hosts /etc/hosts && touch /etc/nsswitch.conf && "
+                                  "mount --bind nsswitch.conf /etc/nsswitch.conf && hostname " +
+                                  mNode + " && exec \"$@\"";
         return RunChild({"/usr/bin/unshare", "--mount", "--net", "--uts", "/bin/sh", "-c", enter, "sh",
                          test::ChildProgram("HostProbe"), question, argument},
                         environment)
             .output;
     }
+
+    std::string mNode = "box";
+    std::string mInterface;  // the address of the one that the stand-in has beside the loopback
 };
 
 INSTANTIATE_TEST_SUITE_P(Hosts, NamesOfAHost, testing::Values(EHost::OfItsOwn, EHost::StandIn),
@@ -132,6 +136,42 @@ TEST_P(NamesOfAHost, HostWithoutADomainHasNoDot) {
     Write("hosts", "127.0.0.1 localhost\n");  // nobody knows it
     EXPECT_EQ(Ask("full"), "box");
     EXPECT_EQ(Ask("machine"), "0");
+}
+
+TEST_P(NamesOfAHost, DomainIsThatOfTheNodesOwnName) {
+    mNode = "web1.corp.example.com";
+    Write("hosts", "127.0.0.1 localhost.localdomain localhost\n");
+    EXPECT_EQ(Ask("full"), "web1.corp.example.com");
+    Write("hosts", "127.0.0.1 localhost.localdomain localhost web1.corp.example.com\n");
+    EXPECT_EQ(Ask("full"), "web1.corp.example.com");
+    Write("hosts", "10.0.0.1 other.example.org web1.corp.example.com\n");
+    EXPECT_EQ(Ask("full"), "web1.corp.example.com");
+    EXPECT_EQ(Ask("computer"), "web1");
+}
+
+TEST_P(NamesOfAHost, NameOfTheLoopbackTellsNoDomain) {
+    Write("hosts", "127.0.0.1 localhost.localdomain localhost box\n");
+    EXPECT_EQ(Ask("full"), "box");
+}
+
+TEST_P(NamesOfAHost, NameMayHave64Octets) {
+    mNode = std::string(60, 'n') + ".abc";
+    EXPECT_EQ(Ask("full"), mNode);
+    EXPECT_EQ(Ask("computer"), std::string(60, 'n'));
+    mNode = std::string(64, 'n');
+    EXPECT_EQ(Ask("computer"), mNode);
+}
+
+TEST_P(NamesOfAHost, MachineIsKnownByAnAddressThatOthersDoNotHave) {
+    Write("hosts", "127.0.0.1 localhost box\n127.0.1.1 box\n10.0.0.9 box\n");
+    EXPECT_EQ(Ask("machine"), "A000009");
+    Write("hosts", "127.0.0.1 localhost\n127.0.1.1 box\n");
+    EXPECT_EQ(Ask("machine"), "7F000101");  // there is no other
+    if (GetParam() != EHost::StandIn) return;
+    mInterface = "10.1.2.3";
+    EXPECT_EQ(Ask("machine"), "A010203");
+    Write("hosts", "::1 box\n");
+    EXPECT_EQ(Ask("machine"), "A010203");
 }
 
 TEST(IPv4Address, IsFourDecimalNumbers) {

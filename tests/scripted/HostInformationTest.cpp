@@ -6,6 +6,7 @@
 
 #include "tests/scripted/ScriptedFailure.h"
 #include "tests/scripted/ScriptedHost.h"
+#include "tests/scripted/ScriptedInterfaces.h"
 #include "tests/scripted/ScriptedNetwork.h"
 #include "tests/support/Allocations.h"
 
@@ -19,6 +20,7 @@ protected:
     HostOverScript() {
         gHost = {};
         test::gNetwork = {};
+        test::gOwnAddresses.clear();
         test::SetSystemError(0, "Text.");
     }
 };
@@ -177,6 +179,45 @@ TEST_F(HostOverScript, MachineIdIsZeroWhenTheNameDoesNotResolve) {
     test::gNetwork.hostName = "box";
     test::gNetwork.startCode = 10091;
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0);
+}
+
+TEST_F(HostOverScript, ResolverThatDoesNotAnswerIsAskedOnce) {
+    test::gNetwork.ipv4Code = 11002;
+    test::gNetwork.any = {{{10, 0, 0, 1}, 4, 0}};
+    EXPECT_EQ(ZBase::GetUniqueMachineID(), 0);
+    EXPECT_EQ(test::gNetwork.asked, 1);
+}
+
+TEST_F(HostOverScript, MachineIdPassesOverTheLoopback) {
+    test::gNetwork.ipv4 = {{{127, 0, 1, 1}, 4, 0}, {{127, 0, 0, 1}, 4, 0}, {{10, 0, 0, 7}, 4, 0}};
+    test::gOwnAddresses = {{{10, 9, 9, 9}, 4, 0}};
+    EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x0A000007);
+    EXPECT_EQ(test::gNetwork.asked, 1);
+}
+
+TEST_F(HostOverScript, MachineIdOfANameOnTheLoopbackIsThatOfAnInterface) {
+    const ZBase::os::NetworkAddress six{{0x20, 1, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, 16, 0};
+    const ZBase::os::NetworkAddress mapped{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 127, 0, 0, 1}, 16, 0};
+    const ZBase::os::NetworkAddress sixOfLoopback{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 16, 0};
+    const ZBase::os::NetworkAddress none{{0, 0, 0, 0}, 4, 0};
+    const ZBase::os::NetworkAddress four{{127, 0, 1, 1}, 4, 0};
+    test::gOwnAddresses = {none, four, six};
+    for (const ZBase::os::NetworkAddress& own : {four, none}) {
+        test::gNetwork.ipv4 = {own};
+        EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x20010DB8 ^ 7);
+    }
+    test::gNetwork.ipv4Code = 11004;
+    for (const ZBase::os::NetworkAddress& own : {mapped, sixOfLoopback}) {
+        test::gNetwork.any = {own};
+        EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x20010DB8 ^ 7);
+    }
+}
+
+TEST_F(HostOverScript, MachineIdOfAHostOnTheLoopbackOnlyIsThat) {
+    test::gNetwork.ipv4 = {{{127, 0, 1, 1}, 4, 0}};
+    EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x7F000101);
+    test::gOwnAddresses = {{{127, 0, 0, 1}, 4, 0}};
+    EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x7F000101);
 }
 
 }  // namespace

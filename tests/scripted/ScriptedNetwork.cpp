@@ -11,6 +11,7 @@ unsigned int StartNetwork() {
 unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<NetworkAddress>& addresses) {
     const bool any = family == EAddressFamily::Any;
     test::gNetwork.askedName = name;
+    ++test::gNetwork.asked;
     addresses = any ? test::gNetwork.any : test::gNetwork.ipv4;
     return any ? test::gNetwork.anyCode : test::gNetwork.ipv4Code;
 }

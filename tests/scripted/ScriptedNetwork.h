@@ -19,6 +19,7 @@ struct Network {
     int parsed = 0;  // of `ParseIPv4Address`
 
     std::string askedName;
+    int asked = 0;  // times that a name was resolved
     bool askedForNumber = false;
     unsigned int textCapacity = 0;
     std::size_t described = 0;

@@ -81,8 +81,13 @@ bool GetDnsHostName(unsigned short* name, unsigned int capacity) {
 bool GetDnsDomain(unsigned short* domain, unsigned int capacity) {
     std::string node;
     if (!NodeName(node)) return false;
-    std::string text = DomainPart(CanonicalName(node));
-    if (text.empty()) text = DomainPart(node);
+    // What the node's own name says needs no resolver, which may be wrong about it, and may be slow.
+    std::string text = DomainPart(node);
+    if (text.empty()) {
+        const std::string canonical = CanonicalName(node);
+        // The name that every host has for itself says nothing of this one.
+        if (HostPart(canonical) != "localhost") text = DomainPart(canonical);
+    }
     return PutText(text, domain, capacity);
 }
 

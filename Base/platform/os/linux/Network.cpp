@@ -1,12 +1,14 @@
 #include <Base/platform/os/Network.h>
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/SocketAddress.h>
 
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -14,41 +16,8 @@ namespace ZBase::os {
 
 namespace {
 
-bool FromSocketAddress(const addrinfo& entry, NetworkAddress& address) {
-    address = {};
-    if (entry.ai_family == AF_INET) {
-        sockaddr_in internet{};
-        std::memcpy(&internet, entry.ai_addr, sizeof internet);
-        address.length = sizeof internet.sin_addr;
-        std::memcpy(address.octets, &internet.sin_addr, address.length);
-        return true;
-    }
-    if (entry.ai_family == AF_INET6) {
-        sockaddr_in6 internet{};
-        std::memcpy(&internet, entry.ai_addr, sizeof internet);
-        address.length = sizeof internet.sin6_addr;
-        address.scope = internet.sin6_scope_id;
-        std::memcpy(address.octets, &internet.sin6_addr, address.length);
-        return true;
-    }
-    return false;
-}
-
-socklen_t ToSocketAddress(const NetworkAddress& address, sockaddr_storage& storage) {
-    storage = {};
-    if (address.length == sizeof(in_addr)) {
-        sockaddr_in internet{};
-        internet.sin_family = AF_INET;
-        std::memcpy(&internet.sin_addr, address.octets, address.length);
-        std::memcpy(&storage, &internet, sizeof internet);
-        return sizeof internet;
-    }
-    sockaddr_in6 internet{};
-    internet.sin6_family = AF_INET6;
-    internet.sin6_scope_id = address.scope;
-    std::memcpy(&internet.sin6_addr, address.octets, sizeof address.octets);
-    std::memcpy(&storage, &internet, sizeof internet);
-    return sizeof internet;
+bool IsSame(const NetworkAddress& a, const NetworkAddress& b) {
+    return a.length == b.length && a.scope == b.scope && std::memcmp(a.octets, b.octets, a.length) == 0;
 }
 
 }  // namespace
@@ -70,7 +39,11 @@ unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<Ne
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(list, freeaddrinfo);
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
         NetworkAddress address;
-        if (FromSocketAddress(*entry, address)) addresses.push_back(address);
+        if (!FromSocketAddress(*entry->ai_addr, address)) continue;
+        // Each address comes once for each kind of socket.
+        const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
+                                         [&](const NetworkAddress& each) { return IsSame(each, address); });
+        if (!isKnown) addresses.push_back(address);
     }
     return 0;
 }

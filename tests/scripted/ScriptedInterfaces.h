@@ -1,0 +1,12 @@
+#pragma once
+
+#include <Base/platform/os/Interfaces.h>
+
+#include <vector>
+
+namespace test {
+
+/// The addresses of the interfaces under the logic.
+inline std::vector<ZBase::os::NetworkAddress> gOwnAddresses;
+
+}  // namespace test
