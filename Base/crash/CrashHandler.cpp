@@ -5,7 +5,9 @@
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
 #include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/Threads.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,12 +15,31 @@ namespace ZBase {
 
 namespace {
 
+constexpr unsigned int kDumpSeconds = 10;
+
+// Milliseconds for which an unload waits for a `CreateDump`; more than its dump and its upload may take.
+constexpr unsigned long kLongestCreateDump = 150'000;
+
 // Runs on the crashed thread's alternate stack, or on the thread that called `CreateDump`. No heap, no lock.
-bool CrashDumpCallback(const char* dump, bool succeeded) {
-    if (!succeeded) return false;
+bool CrashDumpCallback(const os::TriedDump& dump) {
+    if (!dump.succeeded) return false;
     const ReportResult result = detail::SendPreparedReport(dump);
-    if (result == RESULT_SUCCEEDED && !gKeepDumpFile) os::DeleteDump(dump);
-    return gInCreateDump || !gNativeDump;
+    if (result == RESULT_SUCCEEDED && !gKeepDumpFile) os::DeleteDump(dump.path);
+    return dump.onDemand || !gNativeDump;
+}
+
+// The calling thread as one that runs `CreateDump`. The child of a fork is another process.
+std::uint64_t ThisCall() {
+    return std::uint64_t{os::CurrentProcessId()} << 32 | os::CurrentThreadId();
+}
+
+bool IsOfThisProcess(std::uint64_t call) {
+    return call != 0 && call >> 32 == os::CurrentProcessId();
+}
+
+bool BeginCreateDump() {
+    std::uint64_t running = gInCreateDump;
+    return !IsOfThisProcess(running) && gInCreateDump.compare_exchange_strong(running, ThisCall());
 }
 
 bool IsSet(const unsigned short* key) {
@@ -57,19 +78,19 @@ bool InstallCrashHandler() {
     if (!HaveDumpDirectory(directory)) return false;
 
     os::PrepareReportSender();
-    os::DumpHandler* const handler = os::CreateDumpHandler(directory.c_str(), CrashDumpCallback);
+    os::DumpHandler* const handler =
+        os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, kDumpSeconds);
     if (handler == nullptr) return false;
     gExceptionHandler = handler;  // an earlier one stays behind it
-    detail::PutCrashKeysIntoDumps();
     return true;
 }
 
 bool CreateDump() {
-    if (gExceptionHandler == nullptr || gInCreateDump.exchange(true)) return false;
-    detail::MarkHanging(true);
-    const bool written = os::WriteDump(gExceptionHandler);
-    detail::MarkHanging(false);
-    gInCreateDump = false;
+    if (gExceptionHandler == nullptr || os::SharesMemory() || !BeginCreateDump()) return false;
+    // Whoever unloads clears the handler first and then looks whether a call runs.
+    os::DumpHandler* const handler = gExceptionHandler;
+    const bool written = handler != nullptr && os::WriteDump(handler);
+    gInCreateDump = 0;
     return written;
 }
 
@@ -88,8 +109,12 @@ bool InstallCrashStack() {
 }
 
 void ReleaseCrashHandler() {
-    os::DestroyDumpHandlers(gExceptionHandler);
-    gExceptionHandler = nullptr;
+    os::DumpHandler* const handler = gExceptionHandler.exchange(nullptr);
+    const auto isRunning = [] { return IsOfThisProcess(gInCreateDump) && gInCreateDump != ThisCall(); };
+    for (unsigned long waited = 0; isRunning() && waited < kLongestCreateDump; ++waited) {
+        os::SleepMilliseconds(1);
+    }
+    if (!IsOfThisProcess(gInCreateDump)) os::DestroyDumpHandlers(handler);
 }
 
 }  // namespace ZBase

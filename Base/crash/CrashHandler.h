@@ -9,12 +9,14 @@ namespace ZBase {
 /// server out, or if the dump directory can't be made. Call once, early. Another call adds what it reads to
 /// what was read before; `native_dump` and `keep_dump_file` stay true once they are.
 ///
-/// A crash ends the process by its signal, once the report was sent or 60 seconds are over. While it is sent,
-/// other threads go on. Dumps hold the memory of stacks, the command line and the environment.
+/// A crash ends the process by its signal, once the report was sent; that takes at most 10 seconds for the
+/// dump and 60 for the upload. While it is sent, other threads go on, but for those that crash too and for
+/// calls of `exit` and `quick_exit`, which wait for that end. A child of fork or vfork has its own crash.
+/// Dumps hold the memory of stacks, the command line and the environment.
 ZBASE_API bool InstallCrashHandler();
 
 /// Dumps and reports the process as hanging; it goes on afterwards. False if there is no handler, if another
-/// call runs, or if the dump could not be written.
+/// call runs, beside a crash, in a child of vfork, or if the dump could not be written. `exit` waits for it.
 ZBASE_API bool CreateDump();
 
 /// Adds a crash key, which is sent with each report. Octets from 0x80 up become "?". False for a null, and

@@ -67,8 +67,8 @@ CrashConfigTable gCrashKeys;
 bool gNativeDump = false;
 bool gKeepDumpFile = false;
 bool gCustomerDsi = false;
-std::atomic<bool> gInCreateDump = false;
-os::DumpHandler* gExceptionHandler = nullptr;
+std::atomic<std::uint64_t> gInCreateDump = 0;
+std::atomic<os::DumpHandler*> gExceptionHandler = nullptr;
 static const CrashHandlerRelease sCrashHandlerRelease;
 
 std::string gProcessLocale;

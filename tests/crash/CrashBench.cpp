@@ -133,11 +133,11 @@ ChildResult CrashBench::Crash(const std::vector<std::string>& arguments,
     return RunChild(command, variables);
 }
 
-std::unique_ptr<BackgroundChild> CrashBench::CrashInBackground(
-    const std::vector<std::string>& arguments) const {
+std::unique_ptr<BackgroundChild> CrashBench::CrashInBackground(const std::vector<std::string>& arguments,
+                                                               const std::string& program) const {
     std::vector<std::string> command = {"/usr/bin/env"};
     for (const std::string& variable : Environment()) command.push_back(variable);
-    command.push_back(ChildProgram("CrashProbe"));
+    command.push_back(ChildProgram(program));
     command.insert(command.end(), arguments.begin(), arguments.end());
     return std::make_unique<BackgroundChild>(command);
 }

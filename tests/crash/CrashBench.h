@@ -46,7 +46,8 @@ protected:
     ChildResult Crash(const std::vector<std::string>& arguments,
                       const std::vector<std::string>& environment = {},
                       const std::string& program = "CrashProbe") const;
-    std::unique_ptr<BackgroundChild> CrashInBackground(const std::vector<std::string>& arguments) const;
+    std::unique_ptr<BackgroundChild> CrashInBackground(const std::vector<std::string>& arguments,
+                                                       const std::string& program = "CrashProbe") const;
 
     std::vector<std::filesystem::path> LeftDumps() const;
     std::vector<std::filesystem::path> ReceivedDumps() const;

@@ -31,10 +31,7 @@ bool Grow(Pages& pages, std::size_t size) {
     if (pages.capacity >= size) return true;
     auto* const text = static_cast<char*>(os::AllocatePages(2 * size));
     if (text == nullptr) return false;
-    if (pages.text != nullptr) {
-        os::DropDumpMemory(gExceptionHandler, pages.text);
-        os::ReleasePages(pages.text);
-    }
+    if (pages.text != nullptr) os::ReleasePages(pages.text);
     pages = {text, 2 * size};
     return true;
 }
@@ -65,7 +62,6 @@ void PrepareKeys() {
     block->sequence = present == nullptr ? 1 : present->sequence + 1;
     std::memcpy(block->magic, kCrashKeysMagic, sizeof block->magic);
     spKeys = block;
-    PutCrashKeysIntoDumps();
 }
 
 void PrepareUrl(Pages& pages, const unsigned short* key) {
@@ -82,26 +78,22 @@ void PrepareCrashReport() {
     PrepareUrl(sServerProdUrl, "ServerProdURL"_w);
 }
 
-void PutCrashKeysIntoDumps() {
-    const CrashKeysBlock* const keys = spKeys;
-    if (keys == nullptr) return;
-    const Pages& pages = sKeys[IsFirst(keys) ? 0 : 1];
-    os::AddDumpMemory(gExceptionHandler, pages.text, pages.capacity);
-}
-
-void MarkHanging(bool hanging) {
+os::DumpMemory BeginReport(bool onDemand) {
+    static const CrashKeysBlock sNone{};
     CrashKeysBlock* const keys = spKeys;
-    if (keys != nullptr) keys->hanging = hanging ? 1 : 0;
+    if (keys == nullptr) return {&sNone, sizeof sNone};
+    keys->hanging = onDemand ? 1 : 0;
+    return {keys, sizeof *keys + keys->size};
 }
 
-ReportResult SendPreparedReport(const char* dump) {
+ReportResult SendPreparedReport(const os::TriedDump& dump) {
     const char* const url = gCustomerDsi ? sServerProdUrl.text : sServerUrl.text;
     const CrashKeysBlock* const keys = spKeys;
     if (url == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
         {url, std::strlen(url) + 1},
-        {dump, std::strlen(dump) + 1},
-        {kHanging, gInCreateDump ? sizeof kHanging : 0},  // a crash key of that name comes later and wins
+        {dump.path, std::strlen(dump.path) + 1},
+        {kHanging, dump.onDemand ? sizeof kHanging : 0},  // a crash key of that name comes later and wins
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
     const char answer = os::RunReportSender(pieces, std::size(pieces), kUploadSeconds);

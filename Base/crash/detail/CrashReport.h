@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/crash/CrashReportSender.h>
+#include <Base/platform/os/CrashDumps.h>
 
 namespace ZBase::detail {
 
@@ -8,14 +9,13 @@ namespace ZBase::detail {
 /// their own, away from the heap. When there is no memory, what was prepared before stays.
 void PrepareCrashReport();
 
-/// Has the dumps of the present handler hold the crash keys that were prepared.
-void PutCrashKeysIntoDumps();
+// Both run on the crashed thread's alternate stack. No heap, no lock.
 
-/// Marks the dumps that are written as those of a hanging process, or no longer.
-void MarkHanging(bool hanging);
+/// Gives the crash keys that were prepared, for a dump to hold; it is marked as one of a hanging process if
+/// it is on demand.
+os::DumpMemory BeginReport(bool onDemand);
 
 /// Sends a dump with the crash keys, by the sender's process.
-/// Runs on the crashed thread's alternate stack. No heap, no lock.
-ReportResult SendPreparedReport(const char* dump);
+ReportResult SendPreparedReport(const os::TriedDump& dump);
 
 }  // namespace ZBase::detail

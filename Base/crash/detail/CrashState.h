@@ -4,6 +4,7 @@
 #include <Base/platform/os/CrashDumps.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace ZBase {
@@ -16,8 +17,8 @@ extern CrashConfigTable gCrashKeys;
 extern bool gNativeDump;
 extern bool gKeepDumpFile;
 extern bool gCustomerDsi;
-extern std::atomic<bool> gInCreateDump;
-extern os::DumpHandler* gExceptionHandler;  // owned
+extern std::atomic<std::uint64_t> gInCreateDump;         // process and thread of the call, or 0
+extern std::atomic<os::DumpHandler*> gExceptionHandler;  // owned
 
 /// What the unload begins with.
 void ReleaseCrashHandler();

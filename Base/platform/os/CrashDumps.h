@@ -7,29 +7,49 @@ namespace ZBase::os {
 // Dumps of this process: when it crashes, and on demand. All of them go to one directory, each named by a
 // GUID and ".dmp" and readable by the owner only.
 
-/// Called after a dump with the path of its file, and whether it was written. After a crash it answers
-/// whether the process ends here (true), or whether the system's own handling follows (false). Runs on the
-/// crashed thread, on its alternate stack where it has one. No heap, no lock.
-using DumpCallback = bool (*)(const char* path, bool succeeded);
+/// Memory that a dump holds beside the stacks.
+struct DumpMemory {
+    const void* start;
+    std::size_t size;  // octets, not 0
+};
+
+/// A dump that was tried.
+struct TriedDump {
+    const char* path;  // of its file
+    bool succeeded;
+    bool onDemand;
+};
+
+/// What is done with dumps. Both run on the crashed thread, on its alternate stack where it has one, or on
+/// the thread that wants a dump. No heap, no lock.
+struct DumpUser {
+    /// Called before a dump; gives what it shall hold.
+    DumpMemory (*begin)(bool onDemand);
+
+    /// Called after a dump. After a crash it answers whether the process ends here (true), or whether the
+    /// system's own handling follows (false).
+    bool (*end)(const TriedDump& dump);
+};
 
 class DumpHandler;
 
 /// From now on a crash of the process is dumped; the calling thread gets its crash stack. A relative
-/// directory is meant from the present one on. Null if there is no memory. The newest of several handlers
-/// takes a crash, and no crash is taken twice.
-DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpCallback callback);
+/// directory is meant from the present one on. Writing a dump takes at most `seconds`. Null if there is no
+/// memory. The newest of several handlers takes a crash, and no crash is taken twice: a thread that crashes
+/// beside another waits for the end of the process.
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, unsigned int seconds);
 
 /// Ends the handling of crashes: `newest` goes, and those that were made before it. A crash that is being
-/// reported comes to its end first.
+/// reported comes to its end first, and the process with it.
 void DestroyDumpHandlers(DumpHandler* newest);
 
-/// Dumps this process, which goes on. Gives what the callback answers, false if there was no dump. One call
-/// at a time.
+/// Dumps this process, which goes on. Gives what `DumpUser::end` answers; false if there was no dump, and
+/// beside a crash. One call at a time.
 bool WriteDump(DumpHandler* handler);
 
-/// Has each dump hold `size` octets of memory from `start` on, until they are dropped.
-void AddDumpMemory(DumpHandler* handler, void* start, std::size_t size);
-void DropDumpMemory(DumpHandler* handler, void* start);
+/// Whether this process runs in the memory of another one, as a child of vfork does: its crash is dumped, but
+/// it can't have a dump on demand. False without a handler.
+bool SharesMemory();
 
 /// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported. False if
 /// there is no memory for it.

@@ -3,90 +3,41 @@
 //
 //  - an alternate stack for the thread, with a guard page;
 //  - address space and descriptors, which are let go first of all, since the process may have none left;
-//  - the directory's name. The name of a file is made in the crash, without the heap: a name that was made
-//    earlier would be taken by an earlier dump, or by the child of a fork.
+//  - the names of directories, and what a report is made of.
 //
-// Breakpad then clones a process that looks at this one and writes the dump. There are two of its handlers: a
-// crash may come while another thread writes a dump on demand, and must find nothing of that half done.
+// The signal handlers are our own. Breakpad's would restore those of the host when a second thread crashes,
+// which ends the process before the first one's report is out, and take a lock that a child of a fork finds
+// held. The process ends in the handler, by the signal of its crash: on return the fault might not happen
+// again, or another thread's signal come first.
 
 #include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/linux/CrashStack.h>
+#include <Base/platform/os/linux/CrashTurns.h>
+#include <Base/platform/os/linux/DumpWriter.h>
 #include <Base/platform/os/linux/FaultSignals.h>
 #include <Base/platform/os/linux/NativeText.h>
 
-#include <client/linux/handler/exception_handler.h>
+#include <client/linux/minidump_writer/dump_limit.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
-#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/random.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <atomic>
-#include <climits>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <new>
-#include <string>
 
 namespace ZBase::os {
 
 namespace {
 
-using google_breakpad::ExceptionHandler;
-using google_breakpad::MinidumpDescriptor;
-
-constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
-constexpr std::size_t kCrashStackSize = 65536;
-constexpr std::size_t kSmallestCrashStack = 16384;  // what Breakpad takes as it is
-constexpr std::size_t kReservedMemory = 32 << 20;   // a dump copies each stack, up to 16 MiB
+constexpr std::size_t kReservedMemory = 32 << 20;  // a dump copies each stack, up to 16 MiB
 constexpr int kReservedDescriptors = 8;
-
-std::atomic<bool> sCrashTaken = false;
-
-/// The alternate signal stack of one thread.
-class CrashStack {
-public:
-    ~CrashStack() { Remove(); }
-
-    bool Install() {
-        stack_t present{};
-        if (sigaltstack(nullptr, &present) != 0) return false;
-        if ((present.ss_flags & SS_DISABLE) == 0 && present.ss_size >= kSmallestCrashStack) return true;
-        const auto guard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        const std::size_t size = guard + kCrashStackSize + getauxval(AT_MINSIGSTKSZ) / guard * guard;
-        void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (pages == MAP_FAILED) return false;
-        stack_t mine{};
-        mine.ss_sp = static_cast<char*>(pages) + guard;
-        mine.ss_size = size - guard;
-        if (mprotect(pages, guard, PROT_NONE) != 0 || sigaltstack(&mine, nullptr) != 0) {
-            munmap(pages, size);
-            return false;
-        }
-        mStack = mine;
-        mpPages = pages;
-        return true;
-    }
-
-private:
-    // From another thread than the one that has it, it can't be taken away.
-    void Remove() {
-        stack_t present{};
-        if (mpPages == nullptr || sigaltstack(nullptr, &present) != 0 || present.ss_sp != mStack.ss_sp)
-            return;
-        stack_t none{};
-        none.ss_flags = SS_DISABLE;
-        if (sigaltstack(&none, nullptr) != 0) return;
-        const auto guard =
-            static_cast<std::size_t>(static_cast<char*>(mStack.ss_sp) - static_cast<char*>(mpPages));
-        munmap(mpPages, guard + mStack.ss_size);
-    }
-
-    stack_t mStack{};
-    void* mpPages = nullptr;  // owned
-};
+constexpr int kSignals[] = {SIGSEGV, SIGABRT, SIGFPE, SIGILL, SIGBUS, SIGTRAP};
 
 /// Address space and descriptors for a process that has none left.
 class Reserve {
@@ -101,11 +52,13 @@ public:
         if (mDescriptors[0] >= 0 && fstat(mDescriptors[0], &file) == 0) mDevice = file.st_rdev;
     }
 
-    // Runs on the crashed thread. No heap, no lock.
-    void LetGo() {
+    // Runs on the crashed thread. No heap, no lock. The memory of a guest is that of another process.
+    void LetGo(bool isGuest) {
         if (mpMemory == nullptr) return;
-        munmap(mpMemory, kReservedMemory);
-        mpMemory = nullptr;
+        if (!isGuest) {
+            munmap(mpMemory, kReservedMemory);
+            mpMemory = nullptr;
+        }
         for (const int descriptor : mDescriptors) {
             struct stat file {};  // a server that closes all it has may use the number for something else
             if (descriptor >= 0 && fstat(descriptor, &file) == 0 && file.st_rdev == mDevice)
@@ -120,158 +73,163 @@ private:
 };
 
 Reserve sReserve;
-
-// "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
-bool MakeName(char* name) {
-    unsigned char random[16];
-    if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) return false;
-    random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
-    random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
-    *name++ = '/';
-    for (std::size_t i = 0; i != sizeof random; ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) *name++ = '-';
-        *name++ = "0123456789abcdef"[random[i] >> 4];
-        *name++ = "0123456789abcdef"[random[i] & 0x0F];
-    }
-    std::memcpy(name, ".dmp", sizeof ".dmp");
-    return true;
-}
-
-/// One of Breakpad's handlers, and the file that it writes to.
-class Dumper {
-public:
-    Dumper(const std::string& directory, DumpCallback callback, bool forCrashes)
-        : mCallback(callback),
-          mForCrashes(forCrashes),
-          mDirectoryLength(directory.size()),
-          mHandler(MinidumpDescriptor(STDIN_FILENO), Begin, End, this, forCrashes, -1) {
-        std::memcpy(mPath, directory.c_str(), directory.size());
-    }
-
-    ExceptionHandler& Handler() { return mHandler; }
-
-    // Runs on the crashed thread. No heap, no lock.
-    bool OpenFile() {
-        if (!MakeName(mPath + mDirectoryLength)) return false;
-        mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-        if (mFile < 0) return false;
-        MinidumpDescriptor descriptor(mFile);
-        descriptor.set_sanitize_stacks(false);
-        mHandler.set_minidump_descriptor(descriptor);
-        return true;
-    }
-
-    // Runs on the crashed thread. No heap, no lock.
-    void CloseFile() {
-        if (mFile >= 0) close(mFile);
-        mFile = -1;
-    }
-
-private:
-    // Breakpad asks whether it shall dump a crash. Runs on the crashed thread. No heap; Breakpad's lock is
-    // held.
-    static bool Begin(void* dumper) {
-        auto* const self = static_cast<Dumper*>(dumper);
-        if (!self->mForCrashes || sCrashTaken.exchange(true)) return false;
-        sReserve.LetGo();
-        return self->OpenFile();
-    }
-
-    // The dump is written. Runs on the crashed thread, or on the one that wants a dump. No heap.
-    static bool End(const MinidumpDescriptor&, void* dumper, bool succeeded) {
-        auto* const self = static_cast<Dumper*>(dumper);
-        self->CloseFile();
-        const bool endsHere = self->mCallback(self->mPath, succeeded);
-        // No core of a process whose crash has been dealt with, not even into a pipe.
-        if (self->mForCrashes && endsHere) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
-        return endsHere;
-    }
-
-    DumpCallback mCallback;
-    bool mForCrashes;
-    std::size_t mDirectoryLength;
-    int mFile = -1;
-    char mPath[PATH_MAX];
-    ExceptionHandler mHandler;
-};
-
-// The absolute form of a directory; empty if it is too long or if there is none.
-std::string Absolute(const std::string& directory) {
-    std::string absolute = directory;
-    if (absolute.empty() || absolute[0] != '/') {
-        char* present = getcwd(nullptr, 0);
-        if (present == nullptr) return "";
-        absolute = std::string(present) + "/" + directory;
-        std::free(present);
-    }
-    return absolute.size() + kNameLength < PATH_MAX ? absolute : "";
-}
+std::atomic<DumpHandler*> spNewest = nullptr;
+struct sigaction sBefore[NSIG];
+bool sIsInstalled = false;
 
 }  // namespace
 
 class DumpHandler {
 public:
-    DumpHandler(const std::string& directory, DumpCallback callback)
-        : mCrashes(directory, callback, true), mDemands(directory, callback, false) {}
+    DumpHandler(const std::string& directory, DumpUser user)
+        : mCrashes(directory, user, false),
+          mGuestCrashes(directory, user, false),
+          mDemands(directory, user, true) {}
 
     CrashStack mCrashStack;
-    Dumper mCrashes;
-    Dumper mDemands;
+    DumpWriter mCrashes;
+    DumpWriter mGuestCrashes;
+    DumpWriter mDemands;
     DumpHandler* mpOlder = nullptr;  // owned
 };
 
-static DumpHandler* spNewest = nullptr;
+namespace {
 
-DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpCallback callback) {
-    const std::string absolute = Absolute(ToNative(directory));
-    if (absolute.empty()) return nullptr;
-    auto* handler = new (std::nothrow) DumpHandler(absolute, callback);
+void HandleCrash(int signal, siginfo_t* information, void* context);
+
+struct sigaction CrashAction() {
+    struct sigaction action {};
+    action.sa_sigaction = HandleCrash;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigfillset(&action.sa_mask);
+    return action;
+}
+
+void InstallHandlers() {
+    if (sIsInstalled) return;
+    const struct sigaction action = CrashAction();
+    for (const int signal : kSignals) {
+        sigaction(signal, nullptr, &sBefore[signal]);
+        sigaction(signal, &action, nullptr);
+    }
+    sIsInstalled = true;
+}
+
+// May run on the crashed thread, and in a guest, whose handlers are its own.
+void RestoreHandlers() {
+    for (const int signal : kSignals) sigaction(signal, &sBefore[signal], nullptr);
+    if (!IsGuest()) sIsInstalled = false;
+}
+
+// Some host saves and restores handlers by `signal`, and then the other arguments are missing. The signal
+// comes again when its handler returns.
+bool HasLostItsFlags(int signal) {
+    struct sigaction present {};
+    if (sigaction(signal, nullptr, &present) != 0 || present.sa_sigaction != HandleCrash) return false;
+    if ((present.sa_flags & SA_SIGINFO) != 0) return false;
+    const struct sigaction action = CrashAction();
+    sigaction(signal, &action, nullptr);
+    return true;
+}
+
+void SendAgain(int signal, siginfo_t* information) {
+    if (syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, information) != 0)
+        syscall(SYS_tgkill, getpid(), gettid(), signal);
+}
+
+// No core of a process whose crash has been dealt with, not even into a pipe.
+void ForbidCore() {
+    if (!IsGuest()) {
+        prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+        return;
+    }
+    const rlimit tooSmall{1,
+                          1};  // that a process may not be looked at holds for its memory, which is another's
+    setrlimit(RLIMIT_CORE, &tooSmall);
+}
+
+// Returns only in a process that no signal ends, the first one of a system or of a container.
+void EndBySignal(int signal, siginfo_t* information) {
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    sigaction(signal, &standard, nullptr);
+    SendAgain(signal, information);
+    sigset_t mine;
+    sigemptyset(&mine);
+    sigaddset(&mine, signal);
+    pthread_sigmask(SIG_UNBLOCK, &mine, nullptr);
+    const bool happensAgain = information->si_code > 0 && signal != SIGTRAP;
+    if (!happensAgain && signal != SIGABRT) _exit(128 + signal);  // as a shell would tell it
+}
+
+// To whoever was there before, or to the system.
+void PassOn(int signal, siginfo_t* information) {
+    RestoreHandlers();
+    // A fault happens again on return. What was sent does not, nor a trap, which is behind its instruction.
+    if (information->si_code <= 0 || signal == SIGABRT || signal == SIGTRAP) SendAgain(signal, information);
+}
+
+// Runs on the crashed thread, on its alternate stack where it has one, with all signals blocked. No heap, no
+// lock.
+void HandleCrash(int signal, siginfo_t* information, void* context) {
+    if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
+    DumpHandler* const handler = spNewest;
+    if (handler == nullptr || !TakeCrash()) {
+        WaitForCrash();
+        return PassOn(signal, information);
+    }
+    const bool isGuest = IsGuest();
+    sReserve.LetGo(isGuest);
+    DumpWriter& writer = isGuest ? handler->mGuestCrashes : handler->mCrashes;
+    const bool endsHere = writer.WriteCrash(signal, information, context);
+    if (endsHere) ForbidCore();
+    if (isGuest || !endsHere) LeaveCrash();
+    if (!endsHere) return PassOn(signal, information);
+    EndBySignal(signal, information);
+}
+
+// An end by another thread must not come before that of the crash.
+void AwaitCrashAtQuickExit() {
+    WaitForCrash();
+}
+
+}  // namespace
+
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, unsigned int seconds) {
+    static const bool sAwaits = std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
+    const std::string absolute = AbsoluteDumpDirectory(ToNative(directory));
+    if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
+    auto* handler = new (std::nothrow) DumpHandler(absolute, user);
     if (handler == nullptr) return nullptr;
+    google_breakpad::DumpLimit::Set(1000LL * seconds);
     handler->mCrashStack.Install();
     sReserve.Take();
-    google_breakpad::SetFirstChanceExceptionHandler(TranslateFault);
     handler->mpOlder = spNewest;
     spNewest = handler;
+    InstallHandlers();
     return handler;
 }
 
 void DestroyDumpHandlers(DumpHandler* newest) {
-    google_breakpad::SetFirstChanceExceptionHandler(nullptr);
+    if (newest == nullptr) return;
+    if (!TakeCrash()) WaitForCrash();
+    if (sIsInstalled) RestoreHandlers();
+    LeaveCrash();
+    spNewest = nullptr;
     while (newest != nullptr) {
         DumpHandler* const older = newest->mpOlder;
-        delete newest;  // waits for a crash that is being reported
+        delete newest;
         newest = older;
     }
-    spNewest = nullptr;
-    sReserve.LetGo();
-    // The process is about to end by the signal of its crash: this exit must not come first.
-    for (int i = 0; i != 200 && sCrashTaken; ++i) {
-        const timespec tenMilliseconds{0, 10'000'000};
-        nanosleep(&tenMilliseconds, nullptr);
-    }
+    sReserve.LetGo(false);
 }
 
 bool WriteDump(DumpHandler* handler) {
-    if (!handler->mDemands.OpenFile()) return false;
-    const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
-    const bool written = handler->mDemands.Handler().WriteMinidump();
-    handler->mDemands.CloseFile();  // is open still if nothing was begun
-    if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
-    return written;
+    return handler->mDemands.WriteNow();
 }
 
-void AddDumpMemory(DumpHandler* handler, void* start, std::size_t size) {
-    for (; handler != nullptr; handler = handler->mpOlder) {
-        handler->mCrashes.Handler().RegisterAppMemory(start, size);
-        handler->mDemands.Handler().RegisterAppMemory(start, size);
-    }
-}
-
-void DropDumpMemory(DumpHandler* handler, void* start) {
-    for (; handler != nullptr; handler = handler->mpOlder) {
-        handler->mCrashes.Handler().UnregisterAppMemory(start);
-        handler->mDemands.Handler().UnregisterAppMemory(start);
-    }
+bool SharesMemory() {
+    return spNewest != nullptr && IsGuest();
 }
 
 bool InstallCrashStack() {

@@ -1,0 +1,121 @@
+// The name of a file is made in the crash, without the heap: a name that was made earlier would be taken by
+// an earlier dump, or by the child of a fork.
+
+#include <Base/platform/os/linux/CrashTurns.h>
+#include <Base/platform/os/linux/DumpWriter.h>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cstdlib>
+#include <cstring>
+
+namespace ZBase::os {
+
+namespace {
+
+using google_breakpad::ExceptionHandler;
+using google_breakpad::MinidumpDescriptor;
+
+constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
+constexpr char kNothing[8] = {};  // what a dump holds for a user that has nothing
+
+// "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
+bool MakeName(char* name) {
+    unsigned char random[16];
+    if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) return false;
+    random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
+    random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
+    *name++ = '/';
+    for (std::size_t i = 0; i != sizeof random; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) *name++ = '-';
+        *name++ = "0123456789abcdef"[random[i] >> 4];
+        *name++ = "0123456789abcdef"[random[i] & 0x0F];
+    }
+    std::memcpy(name, ".dmp", sizeof ".dmp");
+    return true;
+}
+
+/// Keeps the handlers of other signals from the calling thread, and from the process that it clones.
+class SignalsHeldBack {
+public:
+    SignalsHeldBack() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+    }
+    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+
+private:
+    sigset_t mBefore{};
+};
+
+}  // namespace
+
+DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDemand)
+    : mUser(user),
+      mOnDemand(onDemand),
+      mDirectoryLength(directory.size()),
+      mHandler(MinidumpDescriptor(STDIN_FILENO), nullptr, nullptr, nullptr, false, -1) {
+    std::memcpy(mPath, directory.c_str(), directory.size() + 1);
+    mHandler.RegisterAppMemory(const_cast<char*>(kNothing), sizeof kNothing);
+}
+
+bool DumpWriter::WriteCrash(int signal, siginfo_t* information, void* context) {
+    const bool isMine = TakeDump();
+    const bool written = Begin() && mHandler.HandleSignal(signal, information, context);
+    if (isMine) LeaveDump();
+    return End(written);
+}
+
+bool DumpWriter::WriteNow() {
+    bool written = false;
+    {
+        const SignalsHeldBack heldBack;
+        if (!TakeDump()) return false;
+        const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
+        // Who crashes from here on waits; who has crashed before has the threads for himself.
+        if (!IsCrashing()) written = Begin() && mHandler.WriteMinidump();
+        if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+        LeaveDump();
+    }
+    return End(written);
+}
+
+// Runs on the crashed thread. No heap, no lock.
+bool DumpWriter::Begin() {
+    const DumpMemory memory = mUser.begin(mOnDemand);
+    mHandler.ReplaceAppMemory(const_cast<void*>(memory.start), memory.size);
+    if (!MakeName(mPath + mDirectoryLength)) return false;
+    mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (mFile < 0) return false;
+    MinidumpDescriptor descriptor(mFile);
+    descriptor.set_sanitize_stacks(false);
+    mHandler.set_minidump_descriptor(descriptor);
+    return true;
+}
+
+// Runs on the crashed thread. No heap, no lock.
+bool DumpWriter::End(bool written) {
+    if (mFile >= 0) close(mFile);
+    mFile = -1;
+    return mUser.end({mPath, written, mOnDemand});
+}
+
+std::string AbsoluteDumpDirectory(const std::string& directory) {
+    std::string absolute = directory;
+    if (absolute.empty() || absolute[0] != '/') {
+        char* present = getcwd(nullptr, 0);
+        if (present == nullptr) return "";
+        absolute = std::string(present) + "/" + directory;
+        std::free(present);
+    }
+    return absolute.size() + kNameLength < PATH_MAX ? absolute : "";
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Base/platform/os/CrashDumps.h>
+
+#include <client/linux/handler/exception_handler.h>
+#include <signal.h>
+#include <climits>
+#include <cstddef>
+#include <string>
+
+namespace ZBase::os {
+
+/// Writes dumps of this process with one of Breakpad's handlers. Breakpad clones a process that looks at this
+/// one; the threads are stopped meanwhile.
+class DumpWriter {
+public:
+    /// `directory` is absolute and leaves room for a name.
+    DumpWriter(const std::string& directory, DumpUser user, bool onDemand);
+
+    /// Dumps the crash that a signal handler was called for. Gives what the user answers.
+    /// Runs on the crashed thread. No heap, no lock.
+    bool WriteCrash(int signal, siginfo_t* information, void* context);
+
+    /// Dumps the process where the caller stands. Gives what the user answers, false if there is no dump.
+    bool WriteNow();
+
+private:
+    bool Begin();
+    bool End(bool written);
+
+    DumpUser mUser;
+    bool mOnDemand;
+    std::size_t mDirectoryLength;
+    int mFile = -1;
+    char mPath[PATH_MAX];
+    google_breakpad::ExceptionHandler mHandler;
+};
+
+/// The absolute form of a directory; empty if it is too long or if there is none.
+std::string AbsoluteDumpDirectory(const std::string& directory);
+
+}  // namespace ZBase::os

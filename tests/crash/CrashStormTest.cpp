@@ -1,0 +1,203 @@
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "tests/crash/CrashBench.h"
+#include "tests/crash/FixedServer.h"
+
+// Two things that go wrong at the same time: a process never hangs, and its end is that of its dump.
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ChildResult;
+using test::CrashKeys;
+using test::FixedServer;
+using test::Manner;
+
+/// What a dump says of itself, read without any other program.
+struct DumpFacts {
+    unsigned int signal = 0;
+    bool hasCrashedThread = false;
+    std::size_t threads = 0;
+    bool hanging = false;
+};
+
+DumpFacts FactsOf(const fs::path& dump) {
+    std::ifstream file(dump, std::ios::binary);
+    const std::string content((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const auto word = [&](std::size_t at) {
+        std::uint32_t value = 0;
+        if (at + sizeof value <= content.size()) std::memcpy(&value, &content[at], sizeof value);
+        return value;
+    };
+    DumpFacts facts;
+    std::uint32_t crashed = 0;
+    std::set<std::uint32_t> threads;
+    for (std::size_t i = 0; i != word(8); ++i) {
+        const std::size_t entry = word(12) + 12 * i;
+        const std::size_t at = word(entry + 8);
+        if (word(entry) == 6) {  // the exception
+            crashed = word(at);
+            facts.signal = word(at + 8);
+        }
+        if (word(entry) != 3) continue;  // the threads
+        for (std::size_t k = 0; k != word(at); ++k) threads.insert(word(at + 4 + 48 * k));
+    }
+    facts.threads = threads.size();
+    facts.hasCrashedThread = threads.contains(crashed);
+    const std::size_t keys = content.find("ZBase crash keys");
+    facts.hanging = keys != std::string::npos && word(keys + 32) != 0;
+    return facts;
+}
+
+class CrashStorm : public test::CrashBench {
+protected:
+    ChildResult Storm(const std::vector<std::string>& arguments) const {
+        return Crash(arguments, {}, "CrashStormProbe");
+    }
+    std::unique_ptr<test::BackgroundChild> StormInBackground(const std::string& kind) const {
+        return CrashInBackground({kind}, "CrashStormProbe");
+    }
+
+    // Each try is one dump that arrives once, and an end by the signal that the dump tells.
+    void ExpectOneOfEach(const std::vector<std::string>& arguments, int tries) {
+        for (int i = 0; i != tries; ++i) {
+            const ChildResult child = Storm(arguments);
+            ASSERT_EQ(ReceivedDumps().size(), 1u) << "try " << i << ", ended by " << child.signal;
+            const DumpFacts facts = FactsOf(ReceivedDumps()[0]);
+            EXPECT_EQ(static_cast<unsigned int>(child.signal), facts.signal) << "try " << i;
+            EXPECT_TRUE(facts.hasCrashedThread);
+            EXPECT_TRUE(LeftDumps().empty());
+            ForgetReceived();
+        }
+    }
+    void ForgetReceived() const {
+        for (const auto& entry : fs::directory_iterator(mReceived)) fs::remove(entry.path());
+    }
+};
+
+TEST_F(CrashStorm, SignalsThatArriveWhileThreadsAreStoppedFreezeNothing) {
+    StartServer();
+    Configure();
+    const ChildResult child = Storm({"signal-storm", "4"});
+    EXPECT_EQ(child.signal, 0);
+    EXPECT_EQ(child.output, "1111");
+    for (const fs::path& dump : ReceivedDumps()) EXPECT_GE(FactsOf(dump).threads, 6u);
+}
+
+TEST_F(CrashStorm, OfTwoThreadsIsOneDumpAndItsEnd) {
+    StartServer();
+    Configure();
+    ExpectOneOfEach({"threads", "2"}, 15);
+}
+
+TEST_F(CrashStorm, OfEightThreadsIsOneDumpAndItsEnd) {
+    StartServer();
+    Configure();
+    ExpectOneOfEach({"threads", "8"}, 15);
+}
+
+TEST_F(CrashStorm, BesideADumpOnDemandHasItsOwnWholeDump) {
+    StartServer();
+    Configure();
+    for (const char* microseconds : {"0", "1000", "3000", "6000", "10000", "15000"}) {
+        const ChildResult child = Storm({"beside-dump", microseconds});
+        EXPECT_EQ(child.signal, SIGSEGV);
+        int crashes = 0;
+        for (const fs::path& dump : ReceivedDumps()) {
+            const DumpFacts facts = FactsOf(dump);
+            EXPECT_TRUE(facts.hasCrashedThread);
+            EXPECT_EQ(facts.hanging, facts.signal != SIGSEGV);
+            crashes += facts.signal == SIGSEGV;
+        }
+        EXPECT_EQ(crashes, 1) << microseconds;
+        ForgetReceived();
+        for (const fs::path& dump : LeftDumps()) fs::remove(dump);  // of a dump whose report was under way
+    }
+}
+
+TEST_F(CrashStorm, ChildThatIsForkedWhileItsParentsCrashIsSentIsReported) {
+    FixedServer hanging(Manner::eHang);
+    mServer = hanging.Address();
+    Configure();
+    const auto child = StormInBackground("fork-beside-crash");
+    hanging.WaitForRequests(1);
+    child->Signal(SIGUSR1);
+    while (LeftDumps().size() != 2) usleep(1000);
+    hanging.Release();
+    EXPECT_EQ(child->Wait(), SIGFPE);
+    std::multiset<unsigned int> signals;
+    for (const fs::path& dump : LeftDumps()) signals.insert(FactsOf(dump).signal);
+    EXPECT_EQ(signals, (std::multiset<unsigned int>{SIGFPE, SIGSEGV}));
+}
+
+TEST_F(CrashStorm, ChildrenThatAreForkedDuringADumpCrashAndDumpForThemselves) {
+    FixedServer hanging(Manner::eHang);
+    mServer = hanging.Address();
+    Configure();
+    const auto child = StormInBackground("fork-beside-dump");
+    hanging.WaitForRequests(1);
+    child->Signal(SIGUSR1);
+    while (LeftDumps().size() != 3) usleep(1000);
+    hanging.Release();
+    EXPECT_EQ(child->ReadLine(), "child crashed");
+    EXPECT_EQ(child->ReadLine(), "child dumped");
+    EXPECT_EQ(child->Wait(), 0);
+    ASSERT_EQ(LeftDumps().size(), 3u);
+    for (const fs::path& dump : LeftDumps())
+        EXPECT_EQ(FactsOf(dump).hanging, FactsOf(dump).signal != SIGSEGV);
+}
+
+TEST_F(CrashStorm, ChildOfVforkIsReportedAndLeavesItsParentAsItWas) {
+    StartServer();
+    Configure();
+    const ChildResult child = Storm({"vfork"});
+    EXPECT_EQ(child.output, "11 1 1\n");
+    EXPECT_EQ(child.signal, SIGFPE);
+    std::multiset<unsigned int> signals;
+    for (const fs::path& dump : ReceivedDumps()) signals.insert(FactsOf(dump).signal);
+    EXPECT_EQ(signals.size(), 3u);
+    EXPECT_EQ(signals.count(SIGSEGV) + signals.count(SIGFPE), 2u);
+}
+
+TEST_F(CrashStorm, ThreadThatWaitsForItsVforkIsNotWaitedFor) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"dump-beside-vfork"}).output, "1\n");
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(CrashStorm, DumpLeavesNoChildToASubreaper) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"subreaper"}).output, "11 -1 0\n");
+}
+
+TEST_F(CrashStorm, QuickExitElsewhereDoesNotComeFirst) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"quick-exit"}).signal, SIGSEGV);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(CrashStorm, ExitWaitsForADumpThatIsSent) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"exit-beside-dump"}).signal, 0);
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
+TEST_F(CrashStorm, StackOfTheInstallingThreadIsGuarded) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"crash-stack"}).output, "1 1\n");
+}
+
+}  // namespace
