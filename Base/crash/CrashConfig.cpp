@@ -4,6 +4,7 @@
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/MultibyteText.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -18,20 +19,22 @@ constexpr char kFileInHome[] = "/crash_report.ini";
 #endif
 constexpr char kFile[] = "crash_report.ini";
 
-// Text in the encoding of the locale, zeros in it included; false if it is none.
+// Text in the encoding of the locale, zeros in it included; false if it is none. Between zeros it is decoded
+// as a whole: in some encodings a character depends on the next.
 bool Decode(const std::string& line, WideString& text) {
-    text.reserve(line.size());
-    for (std::size_t i = 0; i < line.size();) {
-        unsigned short units[2] = {};
-        int count = 1;
-        int octets = 1;
-        const auto octet = static_cast<unsigned char>(line[i]);
-        if (octet != 0) octets = os::NextMultibyteCharacter(&line[i], line.size() - i, units, count);
-        if (octets < 0) return false;
-        text.append(units, static_cast<std::size_t>(count));
-        i += static_cast<std::size_t>(octets);
+    for (std::size_t start = 0;;) {
+        const char* part = line.c_str() + start;
+        const std::size_t length = std::strlen(part);
+        const std::size_t units = os::MultibyteToWide(nullptr, 0, part, length);
+        if (units == os::kBadText) return false;
+        const std::size_t before = text.size();
+        text.resize(before + units);
+        os::MultibyteToWide(text.data() + before, units, part, length);
+        start += length;
+        if (start == line.size()) return true;
+        text += static_cast<unsigned short>(0);
+        ++start;
     }
-    return true;
 }
 
 // `present` is the path of an earlier installation: it stays if neither variable names another.

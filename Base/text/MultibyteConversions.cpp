@@ -5,7 +5,6 @@
 #include <Base/text/detail/ResultText.h>
 #include <Base/text/detail/Utf8Encoder.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -20,35 +19,20 @@ constexpr char kReplacement = '?';
         (text + detail::HexDigits(value, width) + " at offset " + std::to_string(offset) + '.').c_str());
 }
 
-// One character at a time; an octet that begins no character becomes a "?".
-void ReplaceBadOctets(const char* source, std::size_t length, unsigned short* out) {
-    for (std::size_t i = 0; i != length;) {
-        int units = 0;
-        const int octets = os::NextMultibyteCharacter(source + i, length - i, out, units);
-        if (octets < 0) {
-            *out++ = kReplacement;
-            ++i;
-        } else {
-            out += units;
-            i += static_cast<std::size_t>(octets);
+// The result of `convert(out, capacity)`, which gives the length of the whole text. Few encodings need more
+// than the first capacity.
+template <class Result, class Convert>
+Result ConvertAll(std::size_t capacity, Convert convert) {
+    for (;;) {
+        Result result(capacity, nullptr);
+        auto* out = detail::Writable(result);
+        const std::size_t length = convert(out, capacity);
+        if (length <= capacity) {
+            out[length] = 0;
+            return result;
         }
+        capacity = length;
     }
-    *out = 0;
-}
-
-// One character at a time; one that the locale can't hold becomes a "?" for each of its units.
-void ReplaceBadUnits(const unsigned short* source, char* out) {
-    while (*source != 0) {
-        int units = 0;
-        const int octets = os::NextWideCharacter(source, out, units);
-        source += units;
-        if (octets < 0) {
-            out = std::fill_n(out, units, kReplacement);
-        } else {
-            out += octets;
-        }
-    }
-    *out = 0;
 }
 
 }  // namespace
@@ -81,26 +65,24 @@ ReturnString WideCharToASCII(const unsigned short* source, bool replace) {
 ReturnWString MultiByteToWideChar(const char* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t length = std::strlen(source);
-    ReturnWString result(length + 1, nullptr);
-    unsigned short* out = detail::Writable(result);
-    if (os::MultibyteToWide(out, source, length + 1) == os::kBadText) {
+    return ConvertAll<ReturnWString>(length + 1, [=](unsigned short* out, std::size_t capacity) {
+        const std::size_t units = os::MultibyteToWide(out, capacity, source, length);
+        if (units != os::kBadText) return units;
         if (!replace) detail::ThrowConversionFailure("::mbstowcs() failed.");
-        ReplaceBadOctets(source, length, out);
-    }
-    return result;
+        return os::MultibyteToWideReplacing(out, capacity, source, length, kReplacement);
+    });
 }
 
 ReturnString WideCharToMultiByte(const unsigned short* source, bool replace) {
     if (source == nullptr) return nullptr;
-    const std::size_t capacity =
-        detail::CheckedProduct(detail::CountUnits(source, 0), os::LongestMultibyteCharacter());
-    ReturnString result(capacity, nullptr);
-    char* out = detail::Writable(result);
-    if (os::WideToMultibyte(out, source, capacity + 1) == os::kBadText) {
+    const std::size_t length = detail::CountUnits(source, 0);
+    const std::size_t capacity = detail::CheckedProduct(length, os::LongestMultibyteCharacter());
+    return ConvertAll<ReturnString>(capacity, [=](char* out, std::size_t room) {
+        const std::size_t octets = os::WideToMultibyte(out, room, source, length);
+        if (octets != os::kBadText) return octets;
         if (!replace) detail::ThrowConversionFailure("::wcstombs() failed.");
-        ReplaceBadUnits(source, out);
-    }
-    return result;
+        return os::WideToMultibyteReplacing(out, room, source, length, kReplacement);
+    });
 }
 
 }  // namespace ZBase

@@ -11,6 +11,10 @@ namespace ZBase {
 //
 // With `replace` false a character that can't be converted throws `StringConversionException`; with `replace`
 // true it becomes "?". Throw `std::bad_alloc` when there is no memory for the result.
+//
+// The two multibyte conversions may run on any threads at once. The C library lets no thread change the
+// locale meanwhile, and itself ends the process at a text of a locale whose encoding shifts (ISO-2022-JP and
+// its kin; no character map of the system is of that kind).
 
 /// An octet from 0x80 up is bad.
 ZBASE_API ReturnWString ASCIIToWideChar(const char* source, bool replace);
@@ -18,7 +22,8 @@ ZBASE_API ReturnWString ASCIIToWideChar(const char* source, bool replace);
 /// A unit from 0x80 up is bad; the two surrogates of one character are two bad units.
 ZBASE_API ReturnString WideCharToASCII(const unsigned short* source, bool replace);
 
-/// A character above U+FFFF becomes a surrogate pair.
+/// A character above U+FFFF becomes a surrogate pair. A character that the end of the text cuts off is bad.
+/// With `replace` each octet that begins no character gives one "?".
 ZBASE_API ReturnWString MultiByteToWideChar(const char* source, bool replace);
 
 /// A proper surrogate pair is one character; any other surrogate is bad. A character that the locale can't

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "tests/crash/CrashBench.h"
+#include "tests/support/Locales.h"
 
 // The configuration: how its lines are read, where the file is found, and what keeps a handler away.
 
@@ -94,6 +95,11 @@ TEST_F(CrashConfigFile, IsTextOfTheLocale) {
     std::setlocale(LC_ALL, "C.UTF-8");
     EXPECT_EQ(Read("[CrashKeys]\nk\u00E9y=\u20AC\U0001F600\n").crashKeys,
               (CrashConfigTable{{"k\u00E9y"_w, "\u20AC\U0001F600"_w}}));
+}
+
+TEST_F(CrashConfigFile, IsTextOfALocaleWhoseLettersWaitForTheirTones) {
+    const test::ScopedLocale locale("TCVN5712-1", 2);
+    EXPECT_EQ(Read("[CrashKeys]\nka=\xB5z\n").crashKeys, (CrashConfigTable{{"ka"_w, "\u00E0z"_w}}));
 }
 
 TEST_F(CrashConfigFile, LineThatIsNoTextIsSkippedAndTheRestIsRead) {

@@ -4,6 +4,8 @@
 
 #include <clocale>
 #include <filesystem>
+#include <fstream>
+#include <iomanip>
 #include <stdexcept>
 
 #include "tests/support/ChildProcess.h"
@@ -30,20 +32,48 @@ private:
     std::filesystem::path mPath;
 };
 
-void Compile(const std::string& name, const std::filesystem::path& directory) {
-    if (std::filesystem::exists(directory / name)) return;
-    const std::size_t dot = name.find('.');
+const std::filesystem::path& Directory() {
+    static const ScratchDirectory directory;
+    return directory.Path();
+}
+
+// Where there is no such locale yet, compiles it from `source` and `charmap`.
+void Compile(const std::string& name, const std::string& source, const std::string& charmap) {
+    if (std::filesystem::exists(Directory() / name)) return;
     // It also complains about what is right: whether it worked shows in whether the locale can be set.
-    RunChild({"/usr/bin/localedef", "-c", "-i", name.substr(0, dot), "-f", name.substr(dot + 1),
-              directory / name});
+    RunChild({"/usr/bin/localedef", "-c", "-i", source, "-f", charmap, Directory() / name});
+}
+
+std::filesystem::path WriteCharmap(const std::string& encoding, int longest) {
+    const std::filesystem::path path = Directory() / ("charmap-" + encoding);
+    std::ofstream file(path);
+    file << "<code_set_name> " << encoding << "\n<comment_char> %\n<escape_char> /\n<mb_cur_max> " << longest
+         << "\nCHARMAP\n"
+         << std::hex << std::setfill('0');
+    for (int octet = 0; octet != 0x80; ++octet) {
+        file << "<U" << std::setw(4) << octet << "> /x" << std::setw(2) << octet << '\n';
+    }
+    file << "END CHARMAP\n";
+    return path;
 }
 
 }  // namespace
 
 ScopedLocale::ScopedLocale(const std::string& name) : mPrevious(std::setlocale(LC_ALL, nullptr)) {
-    static const ScratchDirectory directory;
-    Compile(name, directory.Path());
-    setenv("LOCPATH", directory.Path().c_str(), 1);
+    const std::size_t dot = name.find('.');
+    Compile(name, name.substr(0, dot), name.substr(dot + 1));
+    Set(name);
+}
+
+ScopedLocale::ScopedLocale(const std::string& encoding, int longest)
+    : mPrevious(std::setlocale(LC_ALL, nullptr)) {
+    const std::string name = "POSIX." + encoding;
+    Compile(name, "POSIX", WriteCharmap(encoding, longest));
+    Set(name);
+}
+
+void ScopedLocale::Set(const std::string& name) {
+    setenv("LOCPATH", Directory().c_str(), 1);
     const char* set = std::setlocale(LC_ALL, name.c_str());
     unsetenv("LOCPATH");
     if (set == nullptr) throw std::runtime_error("no locale " + name + "; is package \"locales\" installed?");

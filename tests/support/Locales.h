@@ -9,11 +9,18 @@ namespace test {
 class ScopedLocale {
 public:
     explicit ScopedLocale(const std::string& name);
+
+    /// Only the encoding, which the locale says to have characters of up to `longest` octets. It is compiled
+    /// from a character map of ASCII alone, which takes no time: the C library converts by the name.
+    ScopedLocale(const std::string& encoding, int longest);
+
     ~ScopedLocale();
     ScopedLocale(const ScopedLocale&) = delete;
     ScopedLocale& operator=(const ScopedLocale&) = delete;
 
 private:
+    void Set(const std::string& name);
+
     std::string mPrevious;
 };
 

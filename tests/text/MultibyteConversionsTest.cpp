@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/Failures.h"
+#include "tests/support/GuardedArray.h"
 #include "tests/support/Locales.h"
 #include "tests/support/WideText.h"
 
@@ -203,6 +204,59 @@ TEST(MultibyteVietnamese, CharacterThatWaitsForItsToneSurvivesBesideABadOne) {
     ExpectBothWays("abc", ToUnits("abc"));
     ExpectBadUnits({'a', 0xD800, 'b'}, "a?b");
     EXPECT_EQ(ToWide("a"), ToUnits("a"));
+}
+
+TEST(MultibyteVietnamese, LettersBesideABadOctetSurvive) {
+    const test::ScopedLocale locale("TCVN5712-1", 2);
+    // 0xB5 is a with a grave, and so are the letter and the tone behind it.
+    EXPECT_EQ(ToWide("ab\xB5"), (Units{'a', 'b', 0xE0}));
+    EXPECT_EQ(ToWide("a\xB0"), (Units{0xE0}));
+    EXPECT_EQ(ToWide("ab", true), ToUnits("ab"));
+}
+
+// A text whose terminator lies at the end of a page.
+template <class Text>
+void ExpectNoText(const Text& octets, const Units& replaced) {
+    const test::GuardedArray<char> text(octets + '\0');
+    EXPECT_EQ(test::ConversionFailure([&] { ZBase::MultiByteToWideChar(text.Get(), false); }),
+              "::mbstowcs() failed.");
+    EXPECT_EQ(test::Text(ZBase::MultiByteToWideChar(text.Get(), true)), replaced);
+}
+
+// Here the decoder takes the terminator for the third octet of four, and would go on behind it.
+TEST(MultibyteCutOff, CharacterOfFourOctetsIsNotReadBehindTheTerminator) {
+    const test::ScopedLocale locale("GB18030", 4);
+    ExpectNoText(std::string("\xA9\x30"), {'?', '0'});
+    ExpectNoText(std::string("\x81\x30\x81"), {'?', '0', '?'});
+    ExpectNoText(std::string(4095, 'a') + "\x81", ToUnits(std::string(4095, 'a') + '?'));
+}
+
+TEST(MultibyteCutOff, CharacterOfAFurtherPlaneIsNotReadBehindTheTerminator) {
+    const test::ScopedLocale locale("EUC-TW", 4);
+    ExpectNoText(std::string("abc\x8E\xA2"), ToUnits("abc??"));
+    ExpectNoText(std::string("abc\x8E"), ToUnits("abc?"));
+}
+
+// Letter, point and point: three octets, where the locale says that a character has one.
+TEST(MultibyteMoreThanTheLongest, UnitOfThreeOctetsIsWrittenWhole) {
+    const test::ScopedLocale locale("CP1255", 1);
+    EXPECT_EQ(ToMultibyte({0xFB2C}), "\xF9\xCC\xD1");
+    EXPECT_EQ(ToMultibyte(Units(1000, 0xFB2C)), Repeated("\xF9\xCC\xD1", 1000));
+    ExpectBadUnits({0xFB2C, 0x4E00, 0xFB2C}, "\xF9\xCC\xD1?\xF9\xCC\xD1");
+}
+
+// The syllable of four characters, 0B B8 BC D0 C0 without their common high octet.
+TEST(MultibyteMoreThanTheLongest, OctetOfFourUnitsIsReadWhole) {
+    const test::ScopedLocale locale("TSCII", 1);
+    const Units syllable{0x0BB8, 0x0BCD, 0x0BB0, 0x0BC0};
+    EXPECT_EQ(ToWide("\x82"), syllable);
+    EXPECT_EQ(ToWide("\x82\x82"), syllable + syllable);
+    EXPECT_EQ(ToWide("\x82\xFF\x82", true), syllable + static_cast<unsigned short>('?') + syllable);
+}
+
+TEST(MultibyteHongKong, WaitingCharacterMeetsItsAccentBesideABadOne) {
+    const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
+    ExpectBadUnits({0xCA, 0x304, 0xD800, 0xCA, 0x304}, "\x88\x62?\x88\x62");
 }
 
 TEST(Multibyte, ThreadsConvertAtTheSameTime) {

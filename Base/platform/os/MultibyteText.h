@@ -7,26 +7,31 @@ namespace ZBase::os {
 // Text in the multibyte encoding of the current character locale. A character above U+FFFF is a pair of
 // units; a lone surrogate is bad text. Every call begins in the encoding's initial state and leaves none
 // behind. Only these functions know how wide the system's own wide character is.
+//
+// A source is `length` octets or units, none of them 0, and a terminator; nothing behind that is read. The
+// result is the length of the whole converted text, without a terminator, of which at most `capacity` is
+// written: there are encodings in which one octet makes several units, or a unit takes more octets than
+// `LongestMultibyteCharacter`.
 
 inline constexpr std::size_t kBadText = static_cast<std::size_t>(-1);
 
-/// The longest character of the locale in octets.
+/// The longest character of the locale in octets, as the locale itself has it.
 std::size_t LongestMultibyteCharacter();
 
-/// Converts the whole of a terminated text into at most `capacity` units, the terminator included if there is
-/// room. Gives the units before the terminator, or `kBadText` when a character is invalid.
-std::size_t MultibyteToWide(unsigned short* destination, const char* source, std::size_t capacity);
+/// `kBadText` when a character is invalid, or cut off by the end of the text.
+std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, const char* source,
+                            std::size_t length);
 
-/// Converts the character at `source`, which has `limit` octets, into one or two units, at most one for each
-/// octet. Gives the octets it takes, at least 1, or -1 when they are no character.
-int NextMultibyteCharacter(const char* source, std::size_t limit, unsigned short* units, int& unitCount);
+/// The same with `replacement` for each octet that begins no character.
+std::size_t MultibyteToWideReplacing(unsigned short* destination, std::size_t capacity, const char* source,
+                                     std::size_t length, unsigned short replacement);
 
-/// Converts the whole of a terminated text into at most `capacity` octets, the terminator included if there
-/// is room. Gives the octets before the terminator, or `kBadText` when a character can't be held.
-std::size_t WideToMultibyte(char* destination, const unsigned short* source, std::size_t capacity);
+/// `kBadText` when the locale can't hold a character.
+std::size_t WideToMultibyte(char* destination, std::size_t capacity, const unsigned short* source,
+                            std::size_t length);
 
-/// Converts the character at `source`, a unit or a proper pair, into at most `LongestMultibyteCharacter`
-/// octets. Gives the octets written, or -1; `unitCount` is the units it takes in both cases.
-int NextWideCharacter(const unsigned short* source, char* octets, int& unitCount);
+/// The same with `replacement` for each unit of a character that the locale can't hold.
+std::size_t WideToMultibyteReplacing(char* destination, std::size_t capacity, const unsigned short* source,
+                                     std::size_t length, char replacement);
 
 }  // namespace ZBase::os

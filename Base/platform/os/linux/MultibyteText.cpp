@@ -1,10 +1,15 @@
+// The C library's restartable calls carry a state from one call to the next. It holds the octets of a
+// character that has begun, and in some encodings a character that waits for what follows: a letter for its
+// accent (TCVN5712-1), or the second of two characters that one code makes (BIG5-HKSCS, TSCII). The
+// terminator, or what returns to the initial state, brings out what waits.
+
 #include <Base/platform/os/MultibyteText.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
+#include <iterator>
 
 namespace ZBase::os {
 
@@ -17,19 +22,152 @@ bool IsSurrogate(wchar_t value) {
     return value >= 0xD800 && value <= 0xDFFF;
 }
 
-// Writes a character as one or two units. Gives their number, or 0 when it has none or there is no room.
-std::size_t PutUnits(wchar_t value, unsigned short* units, std::size_t room) {
-    if (value < 0 || value > 0x10FFFF || IsSurrogate(value)) return 0;
-    const std::size_t count = value > 0xFFFF ? 2 : 1;
-    if (count > room) return 0;
-    if (count == 1) {
-        units[0] = static_cast<unsigned short>(value);
-    } else {
-        units[0] = static_cast<unsigned short>(0xD800 | (value - 0x10000) >> 10);
-        units[1] = static_cast<unsigned short>(0xDC00 | (value & 0x3FF));
-    }
-    return count;
+bool IsCharacter(wchar_t value) {
+    return value >= 0 && value <= 0x10FFFF && !IsSurrogate(value);
 }
+
+/// Counts all that is put into it, and writes what there is room for.
+template <class Unit>
+class Output {
+public:
+    Output(Unit* destination, std::size_t capacity) : mpDestination(destination), mCapacity(capacity) {}
+
+    void Put(Unit unit) {
+        if (mCount < mCapacity) mpDestination[mCount] = unit;
+        ++mCount;
+    }
+    std::size_t Count() const { return mCount; }
+
+private:
+    Unit* mpDestination;  // held, not owned
+    std::size_t mCapacity;
+    std::size_t mCount = 0;
+};
+
+// False when one of the characters is none.
+bool PutCharacters(const wchar_t* characters, std::size_t count, Output<unsigned short>& out) {
+    for (const wchar_t* value = characters; value != characters + count; ++value) {
+        if (!IsCharacter(*value)) return false;
+        if (*value <= 0xFFFF) {
+            out.Put(static_cast<unsigned short>(*value));
+        } else {
+            out.Put(static_cast<unsigned short>(0xD800 | (*value - 0x10000) >> 10));
+            out.Put(static_cast<unsigned short>(0xDC00 | (*value & 0x3FF)));
+        }
+    }
+    return true;
+}
+
+/// Octets of a piece of characters. When a character waits and none has been written, the C library looks at
+/// the octet before the result, and takes a 0 for the end of the text: there is one that is not 0.
+class EncodedPiece {
+public:
+    bool Take(const wchar_t* source, std::size_t count, std::mbstate_t& state) {
+        mText[0] = 1;
+        mCount = wcsnrtombs(mText + 1, &source, count, sizeof mText - 1, &state);
+        return mCount != kBadText;
+    }
+
+    /// What waits, and what returns to the initial state.
+    bool Finish(std::mbstate_t& state) {
+        mCount = std::wcrtomb(mText + 1, 0, &state);
+        if (mCount == kBadText) return false;
+        --mCount;  // the terminator
+        return true;
+    }
+
+    void PutTo(Output<char>& out) const {
+        for (std::size_t i = 1; i <= mCount; ++i) out.Put(mText[i]);
+    }
+
+private:
+    char mText[1 + kChunk * MB_LEN_MAX];
+    std::size_t mCount = 0;
+};
+
+/// Characters that come out together.
+struct Characters {
+    void PutTo(Output<unsigned short>& out) const { PutCharacters(values, count, out); }
+
+    wchar_t values[MB_LEN_MAX];
+    std::size_t count = 0;
+};
+
+// Takes one octet and adds the characters that it brings out; the terminator only if it ends the text. False
+// when it is not good in this state.
+bool TakeOctet(const char* octet, std::mbstate_t& state, Characters& characters) {
+    for (;;) {
+        wchar_t value = kNoCharacter;
+        const std::size_t taken = std::mbrtowc(&value, octet, 1, &state);
+        if (taken == kBadText) return false;
+        if (value == 0) return true;
+        // The octet is taken, whether or not a character came out before it.
+        const bool isTaken = taken != 0;
+        if (value != kNoCharacter) {
+            if (!IsCharacter(value) || characters.count == std::size(characters.values)) return false;
+            characters.values[characters.count++] = value;
+        } else if (!isTaken) {
+            return false;
+        }
+        if (isTaken) return *octet != 0;
+    }
+}
+
+/// Reads a text octet by octet, and knows of each octet whether a character ends with it.
+class ReplacingDecoder {
+public:
+    ReplacingDecoder(const char* source, std::size_t length, Output<unsigned short>& out,
+                     unsigned short replacement)
+        : mpSource(source), mLength(length), mOut(out), mReplacement(replacement) {}
+
+    void Run() {
+        while (mStart != mLength) {
+            if (!TakeCharacter()) {
+                Finish();
+                mOut.Put(mReplacement);
+                ++mStart;
+            }
+        }
+        Finish();
+    }
+
+private:
+    // The shortest run of octets from `mStart` that leaves none of them over.
+    bool TakeCharacter() {
+        Characters characters;
+        std::mbstate_t state = mState;
+        for (std::size_t end = mStart; end != mLength && end - mStart != MB_LEN_MAX;) {
+            if (!TakeOctet(mpSource + end++, state, characters)) return false;
+            if (CanEnd(state)) {
+                characters.PutTo(mOut);
+                mStart = end;
+                mState = state;
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // Whether a text may end in this state. Gives in `mWaiting` what has waited.
+    bool CanEnd(std::mbstate_t state) {
+        mWaiting.count = 0;
+        return TakeOctet("", state, mWaiting);
+    }
+
+    // Returns to the initial state.
+    void Finish() {
+        if (CanEnd(mState)) mWaiting.PutTo(mOut);
+        mState = {};
+    }
+
+    const char* mpSource;  // held, not owned
+    std::size_t mLength;
+    Output<unsigned short>& mOut;
+    unsigned short mReplacement;
+    std::size_t mStart = 0;   // of the next character
+    std::mbstate_t mState{};  // in front of it
+    Characters mWaiting;
+};
 
 // The character at `source`, which is moved behind it; `kNoCharacter` for a surrogate without a partner.
 wchar_t TakeCharacter(const unsigned short*& source) {
@@ -39,109 +177,82 @@ wchar_t TakeCharacter(const unsigned short*& source) {
     return 0x10000 + ((value & 0x3FF) << 10) + (*source++ & 0x3FF);
 }
 
-// Some encodings have characters that are two wide ones, or that wait to see what follows. There the
-// shortest run of octets that makes a text is the character.
-int ShortestText(const char* source, std::size_t limit, wchar_t* text, std::size_t& length) {
-    char octets[MB_LEN_MAX + 1];
-    for (std::size_t count = 1; count <= limit; ++count) {
-        std::memcpy(octets, source, count);
-        octets[count] = 0;
-        const char* position = octets;
-        std::mbstate_t state{};
-        length = std::mbsrtowcs(text, &position, 2, &state);
-        if (length != kBadText && length != 0) return static_cast<int>(count);
-    }
-    return -1;
-}
-
 }  // namespace
 
 std::size_t LongestMultibyteCharacter() {
     return MB_CUR_MAX;
 }
 
-std::size_t MultibyteToWide(unsigned short* destination, const char* source, std::size_t capacity) {
+std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, const char* source,
+                            std::size_t length) {
+    Output<unsigned short> out(destination, capacity);
+    const char* const end = source + length + 1;
     std::mbstate_t state{};
-    std::size_t units = 0;
     while (source != nullptr) {
+        // The terminator has been taken for a part of a character.
+        if (source == end) return kBadText;
+        // The C library looks for the end of the piece each time, so it is short; but it has to make a
+        // character.
         wchar_t chunk[kChunk];
-        const std::size_t count = std::mbsrtowcs(chunk, &source, kChunk, &state);
-        if (count == kBadText) return kBadText;
-        for (std::size_t i = 0; i != count; ++i) {
-            if (units == capacity) return units;
-            const std::size_t put = PutUnits(chunk[i], destination + units, capacity - units);
-            if (put == 0) return kBadText;
-            units += put;
+        const std::size_t size = std::min(kChunk, static_cast<std::size_t>(end - source));
+        const std::size_t count = mbsnrtowcs(chunk, &source, size, kChunk, &state);
+        if (count == kBadText || !PutCharacters(chunk, count, out)) return kBadText;
+    }
+    return out.Count();
+}
+
+std::size_t MultibyteToWideReplacing(unsigned short* destination, std::size_t capacity, const char* source,
+                                     std::size_t length, unsigned short replacement) {
+    Output<unsigned short> out(destination, capacity);
+    ReplacingDecoder(source, length, out, replacement).Run();
+    return out.Count();
+}
+
+std::size_t WideToMultibyte(char* destination, std::size_t capacity, const unsigned short* source,
+                            std::size_t length) {
+    Output<char> out(destination, capacity);
+    const unsigned short* const end = source + length;
+    std::mbstate_t state{};
+    EncodedPiece piece;
+    while (source != end) {
+        wchar_t chunk[kChunk];
+        std::size_t count = 0;
+        for (; count != kChunk && source != end; ++count) {
+            chunk[count] = TakeCharacter(source);
+            if (chunk[count] == kNoCharacter) return kBadText;
         }
+        if (!piece.Take(chunk, count, state)) return kBadText;
+        piece.PutTo(out);
     }
-    if (units != capacity) destination[units] = 0;
-    return units;
+    if (!piece.Finish(state)) return kBadText;
+    piece.PutTo(out);
+    return out.Count();
 }
 
-int NextMultibyteCharacter(const char* source, std::size_t limit, unsigned short* units, int& unitCount) {
-    limit = std::min<std::size_t>(limit, MB_CUR_MAX);
-    wchar_t text[2];
-    std::size_t length = 1;
+std::size_t WideToMultibyteReplacing(char* destination, std::size_t capacity, const unsigned short* source,
+                                     std::size_t length, char replacement) {
+    Output<char> out(destination, capacity);
+    const unsigned short* const end = source + length;
     std::mbstate_t state{};
-    const std::size_t taken = std::mbrtowc(text, source, limit, &state);
-    int octets = taken > limit ? -1 : static_cast<int>(taken);
-    if (octets > 0 && std::mbsinit(&state) == 0) octets = ShortestText(source, limit, text, length);
-    if (octets <= 0) return -1;
-
-    unitCount = 0;
-    for (std::size_t i = 0; i != length; ++i) {
-        const std::size_t put =
-            PutUnits(text[i], units + unitCount, static_cast<std::size_t>(octets - unitCount));
-        if (put == 0) return -1;
-        unitCount += static_cast<int>(put);
-    }
-    return octets;
-}
-
-std::size_t WideToMultibyte(char* destination, const unsigned short* source, std::size_t capacity) {
-    std::mbstate_t state{};
-    std::size_t octets = 0;
-    const auto append = [&](const char* text, std::size_t count) {
-        std::memcpy(destination + octets, text, std::min(count, capacity - octets));
-        octets += std::min(count, capacity - octets);
+    EncodedPiece piece;
+    const auto finish = [&] {
+        if (piece.Finish(state)) piece.PutTo(out);
+        state = {};
     };
-    while (*source != 0) {
-        wchar_t chunk[kChunk];
-        std::size_t length = 0;
-        for (; length != kChunk && *source != 0; ++length) {
-            chunk[length] = TakeCharacter(source);
-            if (chunk[length] == kNoCharacter) return kBadText;
+    while (source != end) {
+        const unsigned short* const start = source;
+        const wchar_t value = TakeCharacter(source);
+        std::mbstate_t next = state;
+        if (value != kNoCharacter && piece.Take(&value, 1, next)) {
+            piece.PutTo(out);
+            state = next;
+        } else {
+            finish();
+            for (const unsigned short* unit = start; unit != source; ++unit) out.Put(replacement);
         }
-        // When a character waits for the next one and nothing is written, the C library looks at the octet
-        // before the result, and takes a 0 for the end of the text: it gets one that is not 0.
-        char text[1 + kChunk * MB_LEN_MAX] = {1};
-        const wchar_t* position = chunk;
-        const std::size_t count = wcsnrtombs(text + 1, &position, length, sizeof text - 1, &state);
-        if (count == kBadText) return kBadText;
-        append(text + 1, count);
     }
-    char end[2 * MB_LEN_MAX];  // what returns to the initial state, and the terminator
-    const std::size_t count = std::wcrtomb(end, 0, &state);
-    append(end, count - 1);
-    const std::size_t length = octets;
-    append("", 1);
-    return length;
-}
-
-int NextWideCharacter(const unsigned short* source, char* octets, int& unitCount) {
-    const unsigned short* end = source;
-    const wchar_t value = TakeCharacter(end);
-    unitCount = static_cast<int>(end - source);
-    if (value == kNoCharacter) return -1;
-
-    char text[2 * MB_LEN_MAX];
-    std::mbstate_t state{};
-    std::size_t length = std::wcrtomb(text, value, &state);
-    if (length == kBadText) return -1;
-    if (std::mbsinit(&state) == 0) length += std::wcrtomb(text + length, 0, &state) - 1;
-    if (length == 0 || length > MB_CUR_MAX) return -1;
-    std::memcpy(octets, text, length);
-    return static_cast<int>(length);
+    finish();
+    return out.Count();
 }
 
 }  // namespace ZBase::os
