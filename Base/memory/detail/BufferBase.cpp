@@ -11,6 +11,7 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace ZBase {
 
@@ -67,7 +68,7 @@ Chunk BufferBase::AdoptRoom(void* objectEnd, Room room) {
     mAdopted.start = onPage ? end + kChunkAlignment : end;
     mAdopted.end = mAdopted.start + room.size;
     Poison(mAdopted.start, room.size);
-    mTotalAllocated.store(room.size, std::memory_order_relaxed);
+    mTotalGoverned.store(room.size, std::memory_order_relaxed);
     return mAdopted;
 }
 
@@ -76,12 +77,12 @@ std::size_t Buffer::GetOnBoundaryAllocTotal() {
 }
 
 BufferBase::BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* contract)
-    : mBlockSize(RoundBlockSize(blockSize)), mOnBoundary(onBoundary), mContract(contract) {}
+    : mBlockSize(RoundBlockSize(blockSize)), mContract(contract), mOnBoundary(onBoundary) {}
 
 BufferBase::~BufferBase() noexcept(false) {
-    if (mDetached) return;
+    if (mGovernors.IsClosed()) return;
     try {
-        CreditMemGovernors(mTotalAllocated);
+        CreditGovernors();
     } catch (...) {
         // The failure that is under way, a refused first chunk for one, is the one to be told.
         if (std::uncaught_exceptions() == 0) throw;
@@ -97,7 +98,11 @@ void BufferBase::SetLimit(std::int64_t limit) {
 }
 
 void BufferBase::DetachFromGovernors() {
-    if (!mDetached.exchange(true)) CreditMemGovernors(mTotalAllocated);
+    if (mGovernors.Close()) CreditGovernors();
+}
+
+void BufferBase::CreditGovernors() {
+    CreditMemGovernors(mTotalGoverned);
 }
 
 std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
@@ -111,6 +116,56 @@ std::size_t BufferBase::NextGrowth(std::size_t growthBlocks, std::size_t chunkSi
     return growthBlocks + growthBlocks / 2 + growthBlocks % 2;
 }
 
+// The governors' part in the acquisition of a chunk. A chunk that comes while the buffer is detached is
+// either asked for and credited or neither; nobody waits for that, and the credit comes once, from the last
+// who was asking, be it that his chunk came or not.
+class BufferBase::GovernorsAsked {
+public:
+    explicit GovernorsAsked(BufferBase& buffer) : mBuffer(buffer), mIsInside(buffer.mGovernors.Enter()) {}
+    ~GovernorsAsked() noexcept(false) {
+        if (!mIsInside || !mBuffer.mGovernors.Leave()) return;
+        try {
+            mBuffer.CreditGovernors();
+        } catch (...) {
+            // The chunk's own failure is the one to be told.
+            if (std::uncaught_exceptions() == mUncaught) throw;
+        }
+    }
+    GovernorsAsked(const GovernorsAsked&) = delete;
+    GovernorsAsked& operator=(const GovernorsAsked&) = delete;
+
+    void Ask(std::size_t size) const {
+        if (mIsInside) AskMemGovernors(size);
+    }
+    void AddToTotal(std::size_t size) const {
+        (mIsInside ? mBuffer.mTotalGoverned : mBuffer.mTotalDetached)
+            .fetch_add(size, std::memory_order_relaxed);
+    }
+
+private:
+    BufferBase& mBuffer;
+    const bool mIsInside;
+    const int mUncaught = std::uncaught_exceptions();
+};
+
+// Memory of a chunk that is still to come.
+class BufferBase::FreshMemory {
+public:
+    explicit FreshMemory(BufferBase& buffer) : mBuffer(buffer) {}
+    ~FreshMemory() {
+        if (mStart != nullptr) mBuffer.GiveMemoryBack(mStart);
+    }
+    FreshMemory(const FreshMemory&) = delete;
+    FreshMemory& operator=(const FreshMemory&) = delete;
+
+    void Take(std::size_t size) { mStart = mBuffer.TakeMemory(size); }
+    char* Release() { return std::exchange(mStart, nullptr); }
+
+private:
+    BufferBase& mBuffer;
+    char* mStart = nullptr;
+};
+
 // The cheap tests of our own come first, then the contract, then the governors, then the system. Who has said
 // yes is not told when somebody behind says no.
 Chunk BufferBase::AcquireChunk(std::size_t size) {
@@ -118,20 +173,19 @@ Chunk BufferBase::AcquireChunk(std::size_t size) {
     if (mOnBoundary) size = RoundUp(size, sPageSize);
     const std::size_t limit = mLimit;
     // Meant: without the new chunk, so that a limit may be passed by one.
-    if (limit != 0 && limit < mTotalAllocated)
+    if (limit != 0 && limit < TotalAllocated())
         ThrowBufferException("The buffer memory usage is over the predefined limit."_w);
     if (mContract) CheckContractAnswer(mContract->RequestChunk(size, true));
-    if (!mDetached) AskMemGovernors(size);
-
-    char* const start = TakeMemory(size);
-    try {
+    FreshMemory memory(*this);
+    {
+        const GovernorsAsked asked(*this);
+        asked.Ask(size);
+        memory.Take(size);
         if (mContract) mContract->SettleChunk(size);
-    } catch (...) {
-        GiveMemoryBack(start);
-        throw;
+        asked.AddToTotal(size);
     }
+    char* const start = memory.Release();
     Poison(start, size);
-    mTotalAllocated.fetch_add(size, std::memory_order_relaxed);
     return {start, start + size};
 }
 
@@ -155,7 +209,7 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     Unpoison(chunk.start, chunk.Size());
     if (mOnBoundary) sOnBoundaryAllocTotal -= chunk.Size();
     // The heap writes into what it gets back, so there a chunk that can't be made writable is better lost.
-    const bool writable = !mProtected || os::UnprotectPages(chunk.start, chunk.Size());
+    const bool writable = !mProtected || UnprotectChunk(chunk);
     if (!writable && !mOnBoundary) return;
     // What lies behind the object goes with it.
     if (chunk.start != mAdopted.start) GiveMemoryBack(chunk.start);
@@ -164,6 +218,10 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
 bool BufferBase::ProtectChunk(const Chunk& chunk) {
     mProtected = true;
     return ZNTVirtualProtect(chunk.start, chunk.Size(), false) == 0;
+}
+
+bool BufferBase::UnprotectChunk(const Chunk& chunk) {
+    return chunk.start == nullptr || os::UnprotectPages(chunk.start, chunk.Size());
 }
 
 void BufferBase::ThrowLocked() {

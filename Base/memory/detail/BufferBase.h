@@ -3,6 +3,7 @@
 #include <Base/frame/SmartPtrI.h>
 #include <Base/memory/Buffer.h>
 #include <Base/memory/MemoryContract.h>
+#include <Base/memory/detail/Gate.h>
 
 #include <atomic>
 #include <cstddef>
@@ -25,10 +26,10 @@ class BufferBase : public Buffer {
 public:
     void Delete() override;
     std::size_t GetTotalKB() override { return GetTotalBytes() >> 10; }
-    std::size_t GetTotalBytes() override { return mTotalAllocated.load(std::memory_order_relaxed); }
+    std::size_t GetTotalBytes() override { return TotalAllocated(); }
     void SetLimit(std::int64_t limit) override;
     void DetachFromGovernors() override;
-    bool IsDetachedFromGovernors() override { return mDetached; }
+    bool IsDetachedFromGovernors() override { return mGovernors.IsClosed(); }
 
     // Bytes behind an object, in its heap block, for its first chunk.
     struct Room {
@@ -81,6 +82,16 @@ protected:
     // Makes a chunk read-only; false if the system refuses. The release makes it writable again.
     bool ProtectChunk(const Chunk& chunk);
 
+    // For the destructors, before they hand the memory to somebody who may write there. `forEachChunk` calls
+    // what it is given with every chunk. What the system does not make writable now is tried again later.
+    template <class ForEachChunk>
+    void MakeWritable(ForEachChunk forEachChunk) {
+        if (!mProtected.exchange(false)) return;
+        forEachChunk([this](const Chunk& chunk) {
+            if (!UnprotectChunk(chunk)) mProtected = true;
+        });
+    }
+
     bool IsLocked() const { return mLocked.load(std::memory_order_relaxed); }
     void SetLocked() { mLocked = true; }
     [[noreturn]] static void ThrowLocked();
@@ -92,18 +103,31 @@ protected:
     MemoryContract* Contract() const { return mContract.Get(); }
 
 private:
+    class GovernorsAsked;
+    class FreshMemory;
+
+    bool UnprotectChunk(const Chunk& chunk);
     char* TakeMemory(std::size_t size);
     void GiveMemoryBack(char* start);
+    void CreditGovernors();
+    std::size_t TotalAllocated() const {
+        return mTotalGoverned.load(std::memory_order_relaxed) +
+               mTotalDetached.load(std::memory_order_relaxed);
+    }
 
     const std::size_t mBlockSize;
-    std::atomic<std::size_t> mTotalAllocated{0};  // of all chunks ever acquired
-    std::atomic<std::size_t> mLimit{0};           // 0: none
-    const bool mOnBoundary;
+    // Of all chunks ever acquired: what the governors are credited with, and what they were not asked for.
+    std::atomic<std::size_t> mTotalGoverned{0};
+    std::atomic<std::size_t> mTotalDetached{0};
+    std::atomic<std::size_t> mLimit{0};  // 0: none
     Chunk mAdopted;
     SmartPtrI<MemoryContract> mContract;
+    const bool mOnBoundary;
     std::atomic<bool> mLocked{false};
-    std::atomic<bool> mDetached{false};   // the governors have been credited
     std::atomic<bool> mProtected{false};  // some chunk may be read-only
+    // Inside is a chunk from the question to the governors to its entry in the total. It is closed by the
+    // detachment, and who is alone then credits the governors with all that they were asked for.
+    Gate mGovernors;
 };
 
 }  // namespace ZBase
