@@ -19,17 +19,28 @@ public:
         eBufferChoiceLockFree = 2,
     };
 
-    /// Destroys the buffer with everything in it, after the clean-ups have run. What a clean-up throws passes
-    /// through, after the memory has gone back; the clean-ups behind it are not called.
+    /// Destroys the buffer with everything in it, after the clean-ups have run. They may write to its pieces
+    /// also when it is locked, and register further ones. What a clean-up throws passes through, after the
+    /// memory has gone back; the clean-ups behind it are not called.
     virtual void Delete() = 0;
 
     /// Makes sure that a later `Allocate(size)` can be served. False where `Allocate` would throw; does not
-    /// throw.
+    /// throw, but for what a contract or a governor throws of its own.
+    ///
+    /// On a lock-free buffer a chunk that is refused here leaves an empty entry of some 26 bytes; and a size
+    /// from the growth limit up (`ZENT_BUFFER_DYNAMIC_GROW_LIMIT`) brings an ordinary chunk, which smaller
+    /// pieces will be taken from, while `Allocate` of such a size asks for a chunk of its own in any case.
     virtual bool EnsureAvailable(std::size_t size) = 0;
 
     /// A piece of at least `size` bytes, 0 counting as 1, aligned to 8 bytes. Never null. Throws
     /// `BufferException` when the buffer is locked or over its limit, `ContractManagerAllocException` or
     /// `MemGoverningException` when a budget refuses, `std::bad_alloc` when there is no memory.
+    ///
+    /// Chunks grow by half, up to the first that passes the growth limit (with its default of 256 MiB the
+    /// last is 377,524,224 bytes). On a lock-free buffer the next chunk grows before this one is asked for,
+    /// and a refusal does not take that back: who is refused again and again asks for more each time. Nothing
+    /// is asked for a second time in reply to a refusal. Where budgets refuse often, lower the growth limit,
+    /// clear `sGrowDanamically`, or use a buffer for one thread, which grows only by chunks that came.
     virtual void* Allocate(std::size_t size) = 0;
 
     /// Memory held, in KiB, rounded down.
@@ -44,8 +55,12 @@ public:
     /// Memory handed out, in bytes, each piece rounded up to a multiple of 8.
     virtual std::size_t GetUsedBytes() = 0;
 
-    /// Makes all memory of the buffer read-only and refuses further allocation. Throws `BufferException` when
-    /// the memory can't be protected.
+    /// Makes all memory of the buffer read-only and refuses further allocation. Of a heap buffer only whole
+    /// pages within its chunks are protected. Throws `BufferException` when memory can't be protected; what
+    /// was protected until then stays so, and a lock-free buffer refuses allocation all the same.
+    ///
+    /// Other threads may use a lock-free buffer meanwhile: `AddCleanup` and `Allocate` either succeed or
+    /// throw. A piece that was handed out in that moment may be read-only already, or stay writable.
     virtual void Lock() = 0;
 
     /// Limits the memory held to `limit` bytes; 0 or less means no limit. A total at or below the limit may
@@ -56,7 +71,9 @@ public:
     /// for one thread, the newest first on a lock-free one, where it also fails as `Allocate` does.
     virtual void AddCleanup(void (*function)(void*), void* argument) = 0;
 
-    /// Gives the governors back what this buffer holds; from now on they are neither asked nor told.
+    /// Gives the governors back what this buffer holds; from now on they are neither asked nor told. Of a
+    /// chunk for which another thread, or a governor's function that calls this, is just asking them, they
+    /// are credited once it has come: all at once then, by the thread whose chunk is the last of those.
     virtual void DetachFromGovernors() = 0;
 
     virtual bool IsDetachedFromGovernors() = 0;

@@ -140,6 +140,42 @@ TEST_P(BufferOverScript, ChunksOfALockedBufferAreMadeWritableBeforeTheyGoBack) {
     }
 }
 
+std::vector<std::string> Names(const std::vector<PageCall>& calls) {
+    std::vector<std::string> names;
+    for (const PageCall& call : calls) names.push_back(call.name);
+    return names;
+}
+
+void NoteCleanup(void*) {
+    gPages.calls.push_back({"cleanup", nullptr, 0});
+}
+
+TEST_P(BufferOverScript, ChunksOfALockedBufferAreMadeWritableBeforeItsCleanupsRun) {
+    std::vector<const void*> starts;
+    BufferPtr buffer = MakeThree(starts);
+    for (int i = 0; i != 2; ++i) buffer->AddCleanup(NoteCleanup, nullptr);
+    buffer->Lock();
+    gPages.calls.clear();
+    buffer.reset();
+    EXPECT_EQ(Names(gPages.calls), (std::vector<std::string>{"unprotect", "unprotect", "unprotect", "cleanup",
+                                                             "cleanup", "release", "release", "release"}));
+    EXPECT_EQ(Addresses(gPages.Calls("unprotect")), starts);
+}
+
+TEST_P(BufferOverScript, ChunkThatStaysReadOnlyIsTriedAgainForEachCleanupAndWhenItGoesBack) {
+    std::vector<const void*> starts;
+    BufferPtr buffer = MakeThree(starts);
+    buffer->AddCleanup(NoteCleanup, nullptr);
+    buffer->Lock();
+    gPages.calls.clear();
+    gPages.failingUnprotection = 1;
+    buffer.reset();
+    EXPECT_EQ(Names(gPages.calls),
+              (std::vector<std::string>{"unprotect", "unprotect", "unprotect", "cleanup", "unprotect",
+                                        "release", "unprotect", "release", "unprotect", "release"}));
+    EXPECT_EQ(gPages.held, 0);
+}
+
 TEST_P(BufferOverScript, ChunkThatStaysReadOnlyIsNotGivenToTheHeap) {
     gPages.calls.reserve(20);
     void* starts[3];

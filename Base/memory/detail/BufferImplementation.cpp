@@ -93,6 +93,7 @@ BufferImplementation::~BufferImplementation() noexcept(false) {
         // By index and copy: a clean-up may register another one, which moves the row.
         for (std::size_t i = 0; i != mCleanups.size(); ++i) {
             const Cleanup cleanup = mCleanups[i];
+            MakeWritable([this](auto visit) { ForEachChunk(visit); });
             cleanup.function(cleanup.argument);
         }
     } catch (...) {

@@ -6,6 +6,7 @@
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
+#include <Base/platform/os/Threads.h>
 
 #include <algorithm>
 #include <new>
@@ -14,12 +15,7 @@ namespace ZBase {
 
 namespace {
 
-template <class Node>
-void Push(std::atomic<Node*>& head, Node* node) {
-    node->next = head.load(std::memory_order_relaxed);
-    while (!head.compare_exchange_weak(node->next, node, std::memory_order_release)) {
-    }
-}
+constexpr int kTriesOfAWait = 100;
 
 }  // namespace
 
@@ -46,6 +42,7 @@ BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
         // From the head each time: a clean-up may register another one, which is the newest then.
         while (const CleanupNode* const node = mCleanups) {
             mCleanups = node->next;
+            MakeWritable([this](auto visit) { ForEachChunk(visit); });
             node->function(node->argument);
         }
     } catch (...) {
@@ -56,13 +53,42 @@ BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
 }
 
 void BufferLockFreeImplementation::ReleaseChunks() {
-    // The nodes lie in the slots' chunks, so they go first.
-    for (const BigAllocation* node = mBigAllocations; node != nullptr;) {
-        const BigAllocation* const next = node->next;
-        ReleaseChunk(node->chunk);
-        node = next;
+    ForEachChunk([this](const Chunk& chunk) { ReleaseChunk(chunk); });
+}
+
+// Those of big allocations first: their nodes lie in the others.
+template <class Visit>
+void BufferLockFreeImplementation::ForEachChunk(Visit visit) {
+    for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;
+         node = node->next)
+        visit(node->chunk);
+    mSlots.ForEach([&visit](const Slot& slot) { visit(slot.GetChunk()); });
+}
+
+// The nodes are the only memory of a buffer that the library itself writes to, so their writers and `Lock`
+// take care of each other. Nobody is asked for anything on the way, and whoever waits waits for a few stores.
+template <class Node>
+bool BufferLockFreeImplementation::Push(std::atomic<Node*>& head, void* memory, const Node& content) {
+    if (!mNodeWriters.Enter()) return false;
+    Unpoison(memory, sizeof(Node));
+    Node* const node = new (memory) Node(content);
+    node->next = head.load(std::memory_order_relaxed);
+    while (!head.compare_exchange_weak(node->next, node, std::memory_order_release)) {
     }
-    mSlots.ForEach([this](const Slot& slot) { ReleaseChunk(slot.GetChunk()); });
+    mNodeWriters.Leave();
+    return true;
+}
+
+void BufferLockFreeImplementation::StopNodeWriters() {
+    mNodeWriters.Close();
+    for (int tries = 0; !mNodeWriters.IsEmpty(); ++tries) {
+        // Who writes may be of a lower priority than who only yields.
+        if (tries < kTriesOfAWait) {
+            os::YieldThread();
+        } else {
+            os::SleepMilliseconds(1);
+        }
+    }
 }
 
 // The ordinary way calls nothing and so needs no stack.
@@ -92,27 +118,30 @@ char* BufferLockFreeImplementation::AllocatePiece(std::size_t size) {
 
 char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
     const Chunk chunk = AcquireChunk(NewChunkSize(size));
+    // Its first piece is the caller's before anybody else sees the chunk.
+    Publish(chunk, size);
+    return chunk.start;
+}
+
+void BufferLockFreeImplementation::Publish(const Chunk& chunk, std::size_t used) {
     try {
-        // Its first piece is the caller's before anybody else sees the chunk.
-        mSlots.Claim().Publish(chunk, size);
+        mSlots.Claim().Publish(chunk, used);
     } catch (const std::bad_alloc&) {
         ReleaseChunk(chunk);
         throw;
     }
-    return chunk.start;
 }
 
 void* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
     if (IsLocked()) ThrowLocked();
     if (size == 0 || size > kLargestChunk) throw BadAllocation();
     // The node stays spent when its chunk does not come. It never is a big allocation itself.
-    char* const memory = AllocatePiece(sizeof(BigAllocation));
-    Unpoison(memory, sizeof(BigAllocation));
-    auto* const node = new (static_cast<void*>(memory)) BigAllocation;
-    node->chunk = AcquireChunk(size);
-    Push(mBigAllocations, node);
-    Unpoison(node->chunk.start, size);
-    return node->chunk.start;
+    char* const node = AllocatePiece(sizeof(BigAllocation));
+    const Chunk chunk = AcquireChunk(size);
+    // When the buffer has been locked meanwhile, the node can't be written to any more; a slot can.
+    if (!Push(mBigAllocations, node, {chunk})) Publish(chunk, chunk.Size());
+    Unpoison(chunk.start, size);
+    return chunk.start;
 }
 
 std::size_t BufferLockFreeImplementation::ChunkSize(std::size_t growthBlocks, std::size_t size) const {
@@ -147,7 +176,12 @@ void BufferLockFreeImplementation::MakeRoom(std::size_t size) {
     ChunkSize(mGrowthBlocks, size);  // throws before anything is spent
     // Meant: here the index comes before the chunk, and a chunk that does not come leaves its slot empty.
     const Slot slot = mSlots.Claim();
-    slot.Publish(AcquireChunk(NewChunkSize(size)), 0);
+    try {
+        slot.Publish(AcquireChunk(NewChunkSize(size)), 0);
+    } catch (...) {
+        slot.GiveUp();
+        throw;
+    }
 }
 
 std::size_t BufferLockFreeImplementation::GetUsedBytes() {
@@ -162,6 +196,7 @@ std::size_t BufferLockFreeImplementation::GetUsedBytes() {
 void BufferLockFreeImplementation::Lock() {
     // First of all, so that allocation stops at once; it stays so when memory can't be protected.
     SetLocked();
+    StopNodeWriters();
     for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;
          node = node->next)
         if (!ProtectChunk(node->chunk)) ThrowBufferException("Unable to lock buffer (big allocation)"_w);
@@ -171,7 +206,8 @@ void BufferLockFreeImplementation::Lock() {
 }
 
 void BufferLockFreeImplementation::AddCleanup(void (*function)(void*), void* argument) {
-    Push(mCleanups, new (this) CleanupNode{function, argument});
+    void* const node = ::operator new(sizeof(CleanupNode), static_cast<Buffer*>(this));
+    if (!Push(mCleanups, node, {function, argument})) ThrowLocked();
 }
 
 }  // namespace ZBase

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/memory/detail/BufferBase.h>
+#include <Base/memory/detail/Gate.h>
 #include <Base/memory/detail/SlotTable.h>
 
 #include <atomic>
@@ -10,7 +11,8 @@ namespace ZBase {
 
 // The buffer for any number of threads at once. It takes no lock and nobody waits: bytes are claimed by
 // compare-and-swap, and a thread that finds no room brings a chunk. Every operation but the destructor may
-// run on any thread at any time; a thread that is past the test for `Lock` goes on.
+// run on any thread at any time; a thread that is past the test for `Lock` goes on. `Lock` alone waits, for
+// threads that are just writing a node.
 class alignas(16) BufferLockFreeImplementation final : public BufferBase {
 public:
     BufferLockFreeImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract,
@@ -46,15 +48,24 @@ private:
 
     char* AllocatePiece(std::size_t size);
     char* AllocateInNewChunk(std::size_t size);
+    void Publish(const Chunk& chunk, std::size_t used);
     void MakeRoom(std::size_t size);
     std::size_t ChunkSize(std::size_t growthBlocks, std::size_t size) const;
     std::size_t NewChunkSize(std::size_t size);
     void ReleaseChunks();
+    template <class Visit>
+    void ForEachChunk(Visit visit);
+
+    // Makes a node in a piece of the buffer; false, with nothing written, once the buffer is locked.
+    template <class Node>
+    bool Push(std::atomic<Node*>& head, void* memory, const Node& content);
+    void StopNodeWriters();
 
     SlotTable mSlots;
     std::atomic<BigAllocation*> mBigAllocations{nullptr};  // a stack that is only pushed on
     std::atomic<CleanupNode*> mCleanups{nullptr};          // a stack that is only pushed on
     std::atomic<std::size_t> mGrowthBlocks;                // blocks of the next chunk
+    Gate mNodeWriters;                                     // closed by `Lock`
 };
 
 }  // namespace ZBase

@@ -9,7 +9,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <utility>
 
 namespace ZBase {
 
@@ -48,7 +47,9 @@ DebugBuffer::~DebugBuffer() noexcept(false) {
     mDeleted = true;
     Destroy(mDeletionStack);
     Destroy(mCreationStack);
-    std::exchange(mBuffer, nullptr)->Delete();
+    // Its clean-ups may still call this buffer.
+    mBuffer->Delete();
+    mBuffer = nullptr;
 }
 
 void DebugBuffer::Delete() {

@@ -23,68 +23,99 @@ SlotTable::~SlotTable() {
     }
 }
 
+SlotPage* SlotPage::NextInUse() {
+    SlotPage* page = next.load(std::memory_order_acquire);
+    while (page != nullptr && page->IsGivenUp()) {
+        SlotPage* const behind = page->next.load(std::memory_order_acquire);
+        if (behind == nullptr) return nullptr;
+        // Who fails here finds what another has linked, which lies farther on.
+        if (next.compare_exchange_strong(page, behind, std::memory_order_acq_rel, std::memory_order_acquire))
+            page = behind;
+    }
+    return page;
+}
+
+SlotPage* SlotTable::PageAtOrBefore(std::uint32_t index) const {
+    SlotPage* page = mActivePage.load(std::memory_order_acquire);
+    while (index < page->firstIndex) page = page->previous;
+    while (!page->Has(index)) {
+        SlotPage* const next = page->NextInUse();
+        if (next == nullptr || index < next->firstIndex) break;
+        page = next;
+    }
+    return page;
+}
+
 template <class Visit>
-auto SlotTable::Search(std::uint32_t from, std::uint32_t to, Visit visit) const {
+auto SlotTable::Search(SlotPage* page, std::uint32_t from, std::uint32_t to, Visit visit) {
     decltype(visit(std::declval<Slot>())) found{};
-    while (from < to && !found) {
-        SlotPage* const page = FindPage(from);
-        if (page == nullptr) break;  // nothing is published there yet, nor behind it
-        for (const std::uint32_t end = std::min(to, page->endIndex); from != end && !found; ++from)
-            found = visit(page->At(from));
+    for (; page != nullptr && page->firstIndex < to && !found; page = page->NextInUse()) {
+        const std::uint32_t end = std::min(to, page->EndIndex());
+        for (std::uint32_t i = std::max(from, page->firstIndex); i < end && !found; ++i)
+            found = visit(page->At(i));
     }
     return found;
 }
 
 char* SlotTable::Take(std::size_t size) {
     const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
-    if (SlotPage* const page = FindPage(active))
+    SlotPage* const page = PageAtOrBefore(active);
+    if (mActivePage.load(std::memory_order_relaxed) != page)
+        mActivePage.store(page, std::memory_order_release);
+    if (page->Has(active))
         if (char* const piece = page->At(active).Take(size)) return piece;
-    return TakeBehind(active, size);
+    return TakeBehind(page, active, size);
 }
 
-char* SlotTable::TakeBehind(std::uint32_t active, std::size_t size) {
+char* SlotTable::TakeBehind(SlotPage* page, std::uint32_t active, std::size_t size) {
     const std::uint32_t count = mSlotCount.load(std::memory_order_acquire);
     if (active >= count) return nullptr;
     std::uint32_t next = active + 1;
-    if (IsWorthLeaving(active, count - active)) {
+    if (IsWorthLeaving(page, active, count - active)) {
         std::uint32_t found = active;
         if (!mActiveSlot.compare_exchange_strong(found, next)) next = found;
     }
-    return Search(next, count, [size](const Slot& slot) { return slot.Take(size); });
+    return Search(page, next, count, [size](const Slot& slot) { return slot.Take(size); });
 }
 
-bool SlotTable::IsWorthLeaving(std::uint32_t active, std::uint32_t open) {
-    if (open > kMostOpen) return true;
-    SlotPage* const page = FindPage(active);
-    return page != nullptr && page->At(active).HasAtMost(kLeaveBehind[open]);
+bool SlotTable::IsWorthLeaving(SlotPage* page, std::uint32_t active, std::uint32_t open) {
+    return open > kMostOpen || (page->Has(active) && page->At(active).HasAtMost(kLeaveBehind[open]));
 }
 
 bool SlotTable::HasRoom(std::size_t size) const {
-    return Search(mActiveSlot.load(std::memory_order_acquire), mSlotCount.load(std::memory_order_acquire),
+    const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
+    return Search(PageAtOrBefore(active), active, mSlotCount.load(std::memory_order_acquire),
                   [size](const Slot& slot) { return slot.HasRoom(size); });
 }
 
 Slot SlotTable::Claim() {
     const std::uint32_t index = mSlotCount.fetch_add(1, std::memory_order_acq_rel);
-    SlotPage* page = FindPage(index);
-    if (page == nullptr) page = MakePagesTo(index);
-    return page->At(index);
+    return MakePagesTo(index)->At(index);
 }
 
 SlotPage* SlotTable::MakePagesTo(std::uint32_t index) {
-    SlotPage* newest = mNewestPage.load(std::memory_order_acquire);
-    while (index >= newest->endIndex) {
-        auto* const page = new SlotPage;
-        page->previous = newest;
-        page->firstIndex = newest->endIndex;
-        page->endIndex = page->firstIndex + SlotPage::kSlots;
-        if (mNewestPage.compare_exchange_strong(newest, page)) {
-            newest = page;
+    SlotPage* page = mNewestPage.load(std::memory_order_acquire);
+    while (index >= page->EndIndex()) page = AddPage(page);
+    while (index < page->firstIndex) page = page->previous;
+    return page;
+}
+
+// A page is there once the one before it links to it; the newest one is then known to all who help.
+SlotPage* SlotTable::AddPage(SlotPage* newest) {
+    SlotPage* page = newest->next.load(std::memory_order_acquire);
+    if (page == nullptr) {
+        auto* const made = new SlotPage;
+        made->previous = newest;
+        made->firstIndex = newest->EndIndex();
+        if (newest->next.compare_exchange_strong(page, made, std::memory_order_acq_rel,
+                                                 std::memory_order_acquire)) {
+            page = made;
         } else {
-            delete page;
+            delete made;
         }
     }
-    return FindPage(index);
+    mNewestPage.compare_exchange_strong(newest, page, std::memory_order_acq_rel);
+    return page;
 }
 
 }  // namespace ZBase

@@ -13,9 +13,12 @@
 // while it still has some room: the more slots are open behind it, the more room it may take with it. With
 // more than twelve it goes whatever it has. Wasted tails are the price of looking at a dozen slots at most.
 //
-// Slots lie in pages of sixteen, the first of which is part of the buffer. Each page knows the one before it,
-// and the newest one is found through the table: pages are only ever added at that end, by a
-// compare-and-swap whose loser takes the winner's page.
+// Slots lie in pages of sixteen, the first of which is part of the buffer. Pages are only ever added behind
+// the newest one, by a compare-and-swap whose loser takes the winner's page, and never go while the buffer
+// lives. Each knows the one before it, and the next one behind it that is worth a look: a page whose slots
+// were all given up, since their chunks did not come, stays so for good, and whoever meets it links past it.
+// So a search costs the slots that are open, however many were refused. Searches start from a page near the
+// active slot that the table remembers.
 
 #include <Base/memory/detail/BufferBase.h>
 
@@ -41,10 +44,18 @@ struct SlotPage {
 
     SlotPage* previous = nullptr;  // the page before this one; null on the first
     std::uint32_t firstIndex = 0;
-    std::uint32_t endIndex = kSlots;
+    std::atomic<std::uint32_t> givenUp{0};  // slots that stay empty for good
 
-    bool Has(std::uint32_t index) const { return firstIndex <= index && index < endIndex; }
+    // The next page; later, the next that was not given up as a whole. Null on the newest one.
+    std::atomic<SlotPage*> next{nullptr};
+
+    std::uint32_t EndIndex() const { return firstIndex + kSlots; }
+    bool Has(std::uint32_t index) const { return index - firstIndex < kSlots; }
+    bool IsGivenUp() const { return givenUp.load(std::memory_order_acquire) == kSlots; }
     Slot At(std::uint32_t index);
+
+    // The next page with a slot that is or may come to be published; null if there is none.
+    SlotPage* NextInUse();
 };
 
 // The slot at a place of its page.
@@ -87,6 +98,9 @@ public:
         mPage.current[mPlace].store(chunk.start + used, std::memory_order_release);
     }
 
+    // Instead of that: no chunk came.
+    void GiveUp() const { mPage.givenUp.fetch_add(1, std::memory_order_release); }
+
 private:
     char* Current() const { return mPage.current[mPlace].load(std::memory_order_acquire); }
     std::size_t Room(const char* current) const {
@@ -114,14 +128,14 @@ public:
         mSlotCount.store(1, std::memory_order_relaxed);
     }
 
-    // A piece of the active slot, or null. `size` is not 0. Looks into the first and the newest page only,
+    // A piece of the active slot, or null. `size` is not 0. Looks into the first and the active page only,
     // where that slot nearly always lies.
     char* TakeOfActive(std::size_t size) {
         const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
         if (active < SlotPage::kSlots) [[likely]]
             return Slot(mFirstPage, active).Take(size);
-        SlotPage* const newest = mNewestPage.load(std::memory_order_acquire);
-        return newest->Has(active) ? newest->At(active).Take(size) : nullptr;
+        SlotPage* const page = mActivePage.load(std::memory_order_acquire);
+        return page->Has(active) ? page->At(active).Take(size) : nullptr;
     }
 
     // A piece of the open slots, or null if none of them has room. `size` is not 0.
@@ -140,33 +154,33 @@ public:
         const std::uint32_t count = mSlotCount.load(std::memory_order_acquire);
         for (SlotPage* page = mNewestPage.load(std::memory_order_acquire); page != nullptr;
              page = page->previous)
-            for (std::uint32_t i = page->firstIndex; i < std::min(count, page->endIndex); ++i)
+            for (std::uint32_t i = page->firstIndex; i < std::min(count, page->EndIndex()); ++i)
                 if (page->At(i).IsPublished()) visit(page->At(i));
     }
 
 private:
-    // The page of an index, or null while nobody has made it.
-    SlotPage* FindPage(std::uint32_t index) const {
-        SlotPage* page = mNewestPage.load(std::memory_order_acquire);
-        if (index >= page->endIndex) return nullptr;
-        while (index < page->firstIndex) page = page->previous;
-        return page;
-    }
+    // The last page in use that begins at or before an index, sought from the active page.
+    SlotPage* PageAtOrBefore(std::uint32_t index) const;
 
+    // The page of an index that was claimed. Throws `std::bad_alloc`.
     SlotPage* MakePagesTo(std::uint32_t index);
-    char* TakeBehind(std::uint32_t active, std::size_t size);
-    bool IsWorthLeaving(std::uint32_t active, std::uint32_t open);
+    SlotPage* AddPage(SlotPage* newest);
 
-    // Calls `visit` with the slots from `from` to `to` in order, until it gives something.
+    char* TakeBehind(SlotPage* page, std::uint32_t active, std::size_t size);
+    static bool IsWorthLeaving(SlotPage* page, std::uint32_t active, std::uint32_t open);
+
+    // Calls `visit` with the slots from `from` to `to` in order, until it gives something. `page` begins at
+    // or before `from`.
     template <class Visit>
-    auto Search(std::uint32_t from, std::uint32_t to, Visit visit) const;
+    static auto Search(SlotPage* page, std::uint32_t from, std::uint32_t to, Visit visit);
 
     std::atomic<std::uint32_t> mActiveSlot{0};  // the lowest index that is still worth trying
     std::atomic<std::uint32_t> mSlotCount{0};   // indices claimed so far
     std::atomic<SlotPage*> mNewestPage{&mFirstPage};
+    std::atomic<SlotPage*> mActivePage{&mFirstPage};  // that of the active slot, or one nearby
     // The slots are written all the time, what stands before them hardly ever: no two cache lines that the
     // processor fetches together have both.
-    [[maybe_unused]] char mPadding[128 - 16];
+    [[maybe_unused]] char mPadding[128 - 24];
     SlotPage mFirstPage;
 };
 
