@@ -1,8 +1,31 @@
 # The target breakpad: Breakpad's client and its upload, from the sources that scripts/breakpad.sh installs. They
 # become part of the library, and nothing of them is exported.
-set(BREAKPAD_DIR ${PROJECT_SOURCE_DIR}/third_party/breakpad/node_modules/minidump)
-if(NOT EXISTS ${PROJECT_SOURCE_DIR}/third_party/breakpad/node_modules/.installed)
-    message(FATAL_ERROR "Breakpad is not installed: run scripts/setup.sh build")
+set(ZBASE_BREAKPAD_DIR "" CACHE PATH "Breakpad's package, where scripts/setup.sh could not fetch it: as it came, or unpacked")
+
+if(NOT ZBASE_CRASH_REPORTING)
+    message(WARNING "Built without crash reporting (ZBASE_CRASH_REPORTING is OFF). The library exports all its names, but "
+                    "InstallCrashHandler installs nothing, CreateDump dumps nothing and CrashReportSender reaches no "
+                    "server. zbase-crash-sender, and the tests of dumps and reports, are not built.")
+    add_library(breakpad INTERFACE)
+    return()
+endif()
+
+set(breakpad_place ${PROJECT_SOURCE_DIR}/third_party/breakpad/node_modules)
+if(ZBASE_BREAKPAD_DIR)
+    set(breakpad_place ${PROJECT_BINARY_DIR}/breakpad)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env ZBASE_BREAKPAD_DIR=${ZBASE_BREAKPAD_DIR} ZBASE_CRASH_REPORTING=ON
+                            ${PROJECT_SOURCE_DIR}/scripts/breakpad.sh ${breakpad_place}
+                    RESULT_VARIABLE failed)
+    if(failed)
+        message(FATAL_ERROR "Breakpad can't be taken from ZBASE_BREAKPAD_DIR")
+    endif()
+endif()
+set(BREAKPAD_DIR ${breakpad_place}/minidump)
+if(NOT EXISTS ${breakpad_place}/.installed)
+    message(FATAL_ERROR "Breakpad is not there. Each of these helps:\n"
+                        "  scripts/setup.sh build                   fetches it\n"
+                        "  -DZBASE_BREAKPAD_DIR=/path/to/package    takes it from where somebody has put it\n"
+                        "  -DZBASE_CRASH_REPORTING=OFF              leaves crash reporting out")
 endif()
 set(BREAKPAD_TOOLS_DIR ${BREAKPAD_DIR}/bin/linux-x64)
 

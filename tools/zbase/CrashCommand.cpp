@@ -108,8 +108,16 @@ void PrintLines(const std::string& path) {
     }
 }
 
+constexpr char kNoCrashReporting[] =
+    "the library was built without crash reporting (ZBASE_CRASH_REPORTING=OFF)";
+
+void NeedCrashReporting() {
+    if (!ZBASE_HAS_CRASH_REPORTING) throw Failure(kNoCrashReporting);
+}
+
 // What would stop the installation; empty if nothing would.
 std::string Obstacle(const Config& config) {
+    if (!ZBASE_HAS_CRASH_REPORTING) return kNoCrashReporting;
     switch (ZBase::JudgeCrashSettings(config.settings)) {
         case ECrashSettings::eDisabled:
             return "enable is not true";
@@ -241,7 +249,7 @@ int RunCrashCheck(const std::string& file) {
     const Config config = ReadConfig(file);
     Print(Styled(config.path, "1") + WhyThisFile(file) + "\n");
     PrintLines(config.path);
-    if (!HaveSender())
+    if (ZBASE_HAS_CRASH_REPORTING && !HaveSender())
         Print("zbase-crash-sender does not stand beside the library: no report would be sent.\n");
     const std::string obstacle = Obstacle(config);
     if (obstacle.empty()) {
@@ -253,10 +261,12 @@ int RunCrashCheck(const std::string& file) {
 }
 
 int RunCrashTest(bool isLocal) {
+    NeedCrashReporting();
     return isLocal ? TestLocally() : TestConfiguration();
 }
 
 int RunCrashSend(const std::string& directory) {
+    NeedCrashReporting();
     const Config config = ReadConfig("");
     const fs::path place = directory.empty() ? DumpDirectory(config) : fs::path(directory);
     std::error_code missing;

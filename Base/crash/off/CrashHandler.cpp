@@ -1,0 +1,52 @@
+// What stands in for the crash handler in a library that is built without crash reporting: every process goes
+// on as one whose configuration is incomplete.
+
+#include <Base/crash/CrashHandler.h>
+#include <Base/crash/detail/CrashState.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace ZBase {
+
+namespace {
+
+// One unit per octet, whatever the locale.
+WideString WidenAscii(const char* text) {
+    WideString wide;
+    for (; *text != 0; ++text) {
+        const auto octet = static_cast<unsigned char>(*text);
+        wide.push_back(octet < 0x80 ? octet : '?');
+    }
+    return wide;
+}
+
+}  // namespace
+
+// What is read is in force all the same.
+bool InstallCrashHandler() {
+    gCrashConfigPath = FindCrashConfig().c_str();
+    ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys);
+    return false;
+}
+
+bool CreateDump() {
+    return false;
+}
+
+bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
+    if (key == nullptr || value == nullptr) return false;
+    const WideString wideKey = WidenAscii(key);
+    if (!overwrite && gCrashKeys.contains(wideKey)) return false;
+    gCrashKeys[wideKey] = WidenAscii(value);
+    if (std::strcmp(key, "customer_dsi") == 0 && std::atoi(value) != 0) gCustomerDsi = true;
+    return true;
+}
+
+bool InstallCrashStack() {
+    return false;
+}
+
+void ReleaseCrashHandler() {}
+
+}  // namespace ZBase

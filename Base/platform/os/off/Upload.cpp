@@ -1,0 +1,10 @@
+#include <Base/platform/os/Upload.h>
+
+namespace ZBase::os {
+
+// No server ever answers: what would post the form is a part of crash reporting.
+long PostForm(const std::string&, const UploadFields&, const UploadFields&, std::string&) {
+    return 0;
+}
+
+}  // namespace ZBase::os

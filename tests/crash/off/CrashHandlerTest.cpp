@@ -1,0 +1,42 @@
+#include <Base/ZBase.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/ScratchFolder.h"
+
+// A library that is built without crash reporting.
+
+namespace {
+
+using WithoutCrashReporting = test::ScratchFolder;
+
+TEST_F(WithoutCrashReporting, ACompleteConfigurationInstallsNothing) {
+    const std::string file = mFolder / "crash_report.ini";
+    const std::string dumps = mFolder / "dumps";
+    std::ofstream(file)
+        << "[Config]\nenable=true\nServerURL=http://127.0.0.1:9\nServerProdURL=http://127.0.0.1:9\n"
+        << "dump_path=" << dumps << "\n[CrashKeys]\nproduct=server\n";
+    ASSERT_EQ(setenv("ZENT_CRASH_CONFIG_FILE", file.c_str(), 1), 0);
+    EXPECT_FALSE(ZBase::InstallCrashHandler());
+    EXPECT_FALSE(ZBase::CreateDump());
+    EXPECT_FALSE(ZBase::InstallCrashStack());
+    EXPECT_FALSE(std::filesystem::exists(dumps));
+    // What was read is in force.
+    EXPECT_FALSE(ZBase::SetCrashAttr("product", "other", false));
+    EXPECT_TRUE(ZBase::SetCrashAttr("product", "other", true));
+    EXPECT_TRUE(ZBase::SetCrashAttr("version", "1", false));
+    unsetenv("ZENT_CRASH_CONFIG_FILE");
+}
+
+TEST_F(WithoutCrashReporting, ReportsReachNoServer) {
+    using namespace ZBase::Literals;
+    ZBase::WideString code;
+    EXPECT_EQ(
+        ZBase::CrashReportSender(ZBase::WideString()).SendCrashReport("http://127.0.0.1:9"_w, {}, {}, &code),
+        ZBase::RESULT_FAILED);
+}
+
+}  // namespace
