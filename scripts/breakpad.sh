@@ -1,23 +1,109 @@
 #!/bin/sh
-# breakpad.sh: installs Breakpad, its dump tools and our patches to it under third_party/breakpad. Costs nothing when they
-# are there already.
+# breakpad.sh [PLACE]: puts Breakpad, its dump tools and our patches into PLACE, third_party/breakpad/node_modules by
+# default. Costs nothing when they are there already, or are not wanted (ZBASE_CRASH_REPORTING=OFF).
+#
+# It is the pinned package of package-lock.json: from ZBASE_BREAKPAD_DIR, where somebody has put the package or what it
+# unpacks to, else from npm's registry, through npm or, without it, through what Debian has to ask the registry.
+#
+# breakpad.sh --needs-fetching: whether the registry would be asked.
 set -eu
-cd "$(dirname "$0")/../third_party/breakpad"
-state=$(cat package.json package-lock.json ./*.patch ../../scripts/breakpad.sh | sha256sum)
-[ "$(cat node_modules/.installed 2>/dev/null)" != "$state" ] || exit 0
+cd "$(dirname "$0")/.."
+. scripts/progress.sh
+pinned=$PWD/third_party/breakpad
+place=$pinned/node_modules
+[ "${1:-}" = "" ] || [ "$1" = --needs-fetching ] || place=$1
 
-echo "breakpad.sh: installing Breakpad"
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-if ! {
-    npm ci --ignore-scripts --no-audit --no-fund &&
-        for patch in ./*.patch; do
-            patch --batch --directory=node_modules/minidump/deps/breakpad/src -p1 <"$patch" || exit 1
-        done &&
-        ln -sfn ../../../third_party/lss node_modules/minidump/deps/breakpad/src/third_party/lss &&
-        chmod +x node_modules/minidump/bin/linux-x64/*
-} >"$log" 2>&1; then
-    cat "$log" >&2
-    exit 1
+field() { sed -n "s/^.*\"$1\": \"\(.*\)\".*$/\1/p" "$2" | head -n 1; }
+version=$(field minidump "$pinned/package.json")
+state=$(cat "$pinned/package.json" "$pinned/package-lock.json" "$pinned"/*.patch scripts/breakpad.sh | sha256sum)
+
+isThere=0
+[ "$(cat "$place/.installed" 2>/dev/null)" != "$state" ] || isThere=1
+case ${ZBASE_CRASH_REPORTING:-ON} in [Oo][Ff][Ff] | [Nn][Oo] | [Ff][Aa][Ll][Ss][Ee] | 0) isThere=1 ;; esac
+if [ "${1:-}" = --needs-fetching ]; then
+    [ "$isThere" = 0 ] && [ -z "${ZBASE_BREAKPAD_DIR:-}" ]
+    exit
 fi
-echo "$state" >node_modules/.installed
+[ "$isThere" = 0 ] || exit 0
+
+refuse() {
+    echo "breakpad.sh: $1" >&2
+    exit 1
+}
+
+without_registry() {
+    cat >&2 <<END
+breakpad.sh: Breakpad's package, minidump $version, can't be had from npm's registry$1.
+Each of these helps:
+  - a registry that answers:   npm_config_registry=ADDRESS, or https_proxy=ADDRESS for one behind a proxy
+  - the package put by hand:   "npm pack minidump@$version" where the registry answers; then here, once,
+                               ZBASE_BREAKPAD_DIR=/path/to/minidump-$version.tgz scripts/setup.sh build
+  - no crash reporting:        ZBASE_CRASH_REPORTING=OFF in the environment of these scripts
+END
+    exit 1
+}
+
+# The octets of the pinned SHA-512 as sha512sum writes them.
+check_package() {
+    expected=$(field integrity "$pinned/package-lock.json" | sed 's/^sha512-//' | base64 -d | od -An -v -tx1 | tr -d ' \n')
+    [ "$(sha512sum <"$1" | cut -d ' ' -f 1)" = "$expected" ] ||
+        refuse "$1 is not the pinned package minidump $version: its SHA-512 is another"
+}
+
+unpack() {
+    check_package "$1"
+    mkdir "$work/minidump"
+    tar -xzf "$1" -C "$work/minidump" --strip-components=1
+}
+
+by_npm() {
+    cp "$pinned/package.json" "$pinned/package-lock.json" "$work"
+    quick="--fetch-retries=1 --fetch-retry-mintimeout=1000 --fetch-retry-maxtimeout=1000 --fetch-timeout=20000"
+    (cd "$work" && timeout 300 npm ci --ignore-scripts --no-audit --no-fund $quick) && mv "$work/node_modules/minidump" "$work"
+}
+
+by_curl() {
+    registry=$(cd "$pinned" && node --input-type=module -e 'import url from "/usr/share/nodejs/registry-url/index.js"; console.log(url())') &&
+        get="curl --fail --silent --show-error --location --connect-timeout 10 --speed-limit 1000 --speed-time 20 --max-time 300" &&
+        $get "${registry}minidump/$version" -o "$work/about.json" &&
+        tarball=$(node -p 'JSON.parse(require("fs").readFileSync(process.argv[1])).dist.tarball' "$work/about.json") &&
+        $get "$tarball" -o "$work/minidump.tgz"
+}
+
+mkdir -p "$place"
+work=$(mktemp -d "$place/.installing-XXXXXX")
+trap 'rm -rf "$work"; end_progress' EXIT
+given=${ZBASE_BREAKPAD_DIR:-}
+if [ -d "$given" ]; then
+    [ "$(field name "$given/package.json" 2>/dev/null)" = minidump ] && [ -d "$given/deps/breakpad/src" ] ||
+        refuse "ZBASE_BREAKPAD_DIR=$given does not hold the package minidump: package.json and deps/breakpad/src"
+    [ "$(field version "$given/package.json")" = "$version" ] ||
+        refuse "ZBASE_BREAKPAD_DIR=$given holds minidump $(field version "$given/package.json"), wanted is $version"
+    cp -R "$given" "$work/minidump"
+elif [ -n "$given" ]; then
+    [ -f "$given" ] || refuse "ZBASE_BREAKPAD_DIR=$given: there is nothing"
+    unpack "$given"
+elif command -v npm >/dev/null; then
+    if ! run_logged "$work/log" "Fetching Breakpad" by_npm; then
+        grep -i '^npm err' "$work/log" | grep -v -i -e 'complete log' -e '    at ' | head -n 5 >&2
+        without_registry " $(npm config get registry 2>/dev/null)"
+    fi
+else
+    if ! run_logged "$work/log" "Fetching Breakpad" by_curl; then
+        tail -n 3 "$work/log" >&2
+        without_registry ""
+    fi
+    unpack "$work/minidump.tgz"
+fi
+
+cd "$work/minidump"
+for patch in "$pinned"/*.patch; do
+    # What somebody has put here may come from such a place as this.
+    patch --force --silent --dry-run --reverse --directory=deps/breakpad/src -p1 <"$patch" >/dev/null 2>&1 ||
+        patch --force --silent --directory=deps/breakpad/src -p1 <"$patch" >&2 || refuse "$(basename "$patch") does not fit the package"
+done
+ln -sfn ../../../third_party/lss deps/breakpad/src/third_party/lss
+chmod +x bin/linux-x64/*
+rm -rf "$place/minidump"
+mv "$work/minidump" "$place/minidump"
+echo "$state" >"$place/.installed"

@@ -1,12 +1,9 @@
 #!/bin/sh
-# build.sh [TARGET...]: configures and builds the release preset; prints only what went wrong.
+# build.sh [TARGET...]: configures and builds the release preset, or that of ZBASE_PRESET; prints what went wrong, and
+# how far it is. ZBASE_CRASH_REPORTING=OFF leaves crash reporting out.
 set -eu
 cd "$(dirname "$0")/.."
+. scripts/progress.sh
 preset=${ZBASE_PRESET:-release}
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-echo "Building ${*:-everything} ($preset) ..."
-if ! { cmake --preset "$preset" && cmake --build "build/$preset" ${*:+--target "$@"}; } >"$log" 2>&1; then
-    cat "$log" >&2
-    exit 1
-fi
+quietly "Configuring ($preset)" cmake --preset "$preset" -DZBASE_CRASH_REPORTING="${ZBASE_CRASH_REPORTING:-ON}"
+quietly "Building ${*:-everything} ($preset)" cmake --build "build/$preset" ${*:+--target "$@"}

@@ -1,9 +1,19 @@
 #!/bin/bash
-# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them, in this order.
+# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "bare", which
+# takes a whole system and up to an hour.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/progress.sh
 
 sources() { git ls-files -co --exclude-standard -- "$@"; }
+
+# each COMMAND [ARGUMENT...]: runs it for each file that is read, several at a time, and tells which are done.
+each() {
+    local files
+    mapfile -t files
+    printf '%s\n' "${files[@]}" | awk -v all="${#files[@]}" '{ print "[" NR "/" all "]"; print }' |
+        xargs -P "$(nproc)" -n 2 bash -c '"${@:1:$#-2}" "${@: -1}" && echo "${*: -2}"' each "$@"
+}
 
 check_format() {
     sources '*.h' '*.cpp' | xargs clang-format-16 --dry-run -Werror
@@ -18,9 +28,8 @@ check_headers() {
 
 # The logic stays free of the operating system: it compiles for another one, and with another compiler.
 check_portability() {
-    sources 'Base/*.cpp' | grep -v /os/ | xargs -P "$(nproc)" -I{} \
-        x86_64-w64-mingw32-g++-posix -std=c++20 -DZBASE_BUILDING -Wall -Wextra -Wconversion -Wshadow -Werror -I. \
-        -fsyntax-only {}
+    quietly "Compiling the logic for another system" each x86_64-w64-mingw32-g++-posix -std=c++20 -DZBASE_BUILDING \
+        -Wall -Wextra -Wconversion -Wshadow -Werror -I. -fsyntax-only < <(sources 'Base/*.cpp' | grep -v /os/)
     ZBASE_PRESET=clang scripts/build.sh ZBase zbase
 }
 
@@ -47,13 +56,14 @@ check_package() {
 
 check_tidy() {
     cmake --preset clang >/dev/null
-    sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' |
-        xargs -P "$(nproc)" -n 4 clang-tidy-16 --quiet -p build/clang 2>/dev/null
+    # What the configuration leaves out has no compile command.
+    quietly "Analysing" each clang-tidy-16 --quiet -p build/clang \
+        < <(sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v /off/)
 }
 
 check_sanitizers() {
     ZBASE_PRESET=sanitize scripts/build.sh
-    ctest --preset sanitize -j "$(nproc)"
+    scripts/run_tests.sh sanitize
 }
 
 # What threads may share, under ThreadSanitizer, whose own memory would count as the process's.
@@ -61,7 +71,7 @@ check_threads() {
     ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests
     local program
     for program in memory platform switches; do
-        (cd build/thread/tests && "./${program}_tests" --gtest_brief=1 --gtest_filter='-PrivateBytes.*')
+        (cd build/thread/tests && quietly "Testing $program" "./${program}_tests" --gtest_filter='-PrivateBytes.*')
     done
 }
 
@@ -74,10 +84,39 @@ check_fuzzers() {
     done
 }
 
-scripts/setup.sh check
-[ -d build/release ] || scripts/build.sh
+check_scripts() { tests/scripts/run.sh; }
+
+# The library without Breakpad: the same names, a program that links it, a tool that says what is missing.
+check_without_crash_reporting() {
+    local build=build/without-crash-reporting said
+    quietly "Configuring" cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZBASE_CRASH_REPORTING=OFF \
+        -DZBASE_BUILD_TESTS=OFF -DZBASE_BUILD_EXAMPLES=OFF
+    quietly "Building without crash reporting" cmake --build "$build" --target ZBase zbase
+    diff cmake/exports.txt <(scripts/exports.sh "$build/Base/libZBase.so")
+    quietly "Linking with it" g++ -std=c++20 -I. tests/crash/off/CrashHandlerTest.cpp -o "$build/linked" \
+        -L"$build/Base" -Wl,-rpath,"$PWD/$build/Base" -lZBase -lgtest -lgtest_main
+    quietly "Running it" "$build/linked"
+    if said=$("$build/tools/zbase/zbase" crash test 2>&1) || [[ $said != *"built without crash reporting"* ]]; then
+        echo "zbase crash test: $said"
+        exit 1
+    fi
+}
+
+# Both commands on a system that has nothing.
+check_bare() {
+    scripts/setup.sh bare
+    scripts/bare.sh
+}
+
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers)
+[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
+for step in "${steps[@]}"; do
+    declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
+done
+if [ "${steps[*]}" != bare ]; then
+    scripts/setup.sh check
+    [ -d build/release ] || scripts/build.sh
+fi
 for step in "${steps[@]}"; do
     echo "== $step"
     "check_$step"

@@ -4,41 +4,81 @@
 #   test   the tests
 #   check  formatting, static analysis, the second compilers, fuzzers
 #   bench  the benchmarks and their peers
+#   bare   a bare system to try all of it on
 set -eu
+cd "$(dirname "$0")/.."
+. scripts/progress.sh
 
 build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-dev libexpat1-dev libunwind-dev nlohmann-json3-dev pkg-config uuid-dev"
-command -v npm >/dev/null || build="$build npm"  # whoever brought it
+# Breakpad comes through npm if somebody has it. Debian's own would bring 372 packages, what asks npm's registry alone 19.
+scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
 bench="$build libabsl-dev libbenchmark-dev libmimalloc-dev libprotobuf-dev"
 
 wanted=""
+breakpad=""
 for group in "$@"; do
     case $group in
-        build) wanted="$wanted $build" ;;
-        test) wanted="$wanted $test" ;;
-        check) wanted="$wanted $check" ;;
-        bench) wanted="$wanted $bench" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check or bench" >&2; exit 2 ;;
+        build) wanted="$wanted $build" breakpad=1 ;;
+        test) wanted="$wanted $test" breakpad=1 ;;
+        check) wanted="$wanted $check" breakpad=1 ;;
+        bench) wanted="$wanted $bench" breakpad=1 ;;
+        bare) wanted="$wanted debootstrap" ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, bench or bare" >&2; exit 2 ;;
     esac
 done
 
+packages=$(printf '%s\n' $wanted | sort -u)
+installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' $packages 2>/dev/null | sed -n 's/ installed$//p') || :
 missing=""
-for package in $(printf '%s\n' $wanted | sort -u); do
-    dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed || missing="$missing $package"
+for package in $packages; do
+    case "
+$installed
+" in
+        *"
+$package
+"*) ;;
+        *) missing="$missing $package" ;;
+    esac
 done
 
-install() {
-    as_root=""
-    [ "$(id -u)" = 0 ] || as_root="sudo"
-    echo "setup.sh: installing$missing"
-    log=$(mktemp)
-    trap 'rm -f "$log"' EXIT
-    if ! { $as_root apt-get update && DEBIAN_FRONTEND=noninteractive $as_root apt-get install -y --no-install-recommends $missing; } >"$log" 2>&1; then
-        cat "$log" >&2
-        exit 1
-    fi
+refuse() {
+    echo "setup.sh: $1. These packages are missing; as root:" >&2
+    echo "    apt-get install --no-install-recommends$missing" >&2
+    exit 1
 }
 
-[ -z "$missing" ] || install
-"$(dirname "$0")/breakpad.sh"
+# apt waits by itself for the lock of dpkg, but not for that of its lists.
+update() {
+    tries=0
+    echo "asking for the lists of packages"
+    until said=$($as_root env LC_ALL=C apt-get $options update 2>&1); do
+        echo "$said"
+        case $said in *"/lists/lock"*) ;; *) break ;; esac
+        tries=$((tries + 1))
+        [ "$tries" -lt 300 ] || break
+        echo "waiting for another apt to end"
+        sleep 2
+    done
+    # With a list that can't be had, the packages may be there all the same: the installation tells.
+}
+
+install() {
+    options="-o DPkg::Lock::Timeout=600 -o APT::Status-Fd=1 -o Acquire::Retries=3"
+    update
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get $options install -y --no-install-recommends $missing
+}
+
+if [ -n "$missing" ]; then
+    as_root=""
+    if [ "$(id -u)" != 0 ]; then
+        as_root="sudo"
+        command -v sudo >/dev/null || refuse "no root rights, and there is no sudo"
+        if [ -t 0 ]; then sudo -v; else sudo -n true 2>/dev/null; fi || refuse "no root rights, and sudo refuses them"
+    fi
+    command -v apt-get >/dev/null || refuse "there is no apt-get"
+    echo "Missing:$missing"
+    quietly "Installing $(echo $missing | wc -w) packages and what they need" install
+fi
+[ -z "$breakpad" ] || scripts/breakpad.sh

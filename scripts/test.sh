@@ -4,4 +4,4 @@ set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh test
 scripts/build.sh
-exec ctest --preset release -j "$(nproc)" "$@"
+exec scripts/run_tests.sh release "$@"

@@ -1,0 +1,85 @@
+#!/bin/bash
+# bare.sh: runs demo.sh and test.sh of the committed tree on a system that has nothing: the smallest Debian, git, the
+# certificates, and this machine's own settings of apt and npm. Needs root. Nothing is left of it, whatever happens.
+# With ccache in the environment (CMAKE_CXX_COMPILER_LAUNCHER, CCACHE_DIR) its objects come from there.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/progress.sh
+
+fetch_system() {
+    local suite mirror
+    suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' "Release: $suite" "Component: main" | head -n 1)
+    eval "$(apt-config shell http_proxy Acquire::http::Proxy https_proxy Acquire::https::Proxy)"
+    export http_proxy https_proxy
+    debootstrap --variant=minbase --include=git,ca-certificates "$suite" "$root" "${mirror:-http://deb.debian.org/debian}"
+}
+
+copy_settings() {
+    rm -rf "$root/etc/apt"
+    cp -a /etc/apt "$root/etc/apt"
+    cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/"
+    cp -a /usr/local/share/ca-certificates/. "$root/usr/local/share/ca-certificates/" 2>/dev/null || :
+    chroot "$root" update-ca-certificates
+    cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
+    local settings
+    for settings in /etc/npmrc /usr/etc/npmrc "$HOME/.npmrc"; do
+        [ ! -e "$settings" ] || install -D -m 600 "$settings" "$root${settings/#$HOME\/.npmrc//root/.npmrc}"
+    done
+}
+
+mount_kernel() {
+    mount -t proc proc "$root/proc"
+    mount --rbind /dev "$root/dev"
+    mount -t sysfs sysfs "$root/sys"
+}
+
+# What of this machine's environment goes along.
+environment() {
+    echo "HOME=/root"
+    echo "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+    env | grep -i -E '^(https?_proxy|no_proxy|npm_config_[a-z_]*)=' || :
+    env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING)=' || :
+    if command -v npm >/dev/null; then echo "npm_config_registry=$(npm config get registry 2>/dev/null)"; fi
+    if [ -e "$root/ccache" ]; then
+        env | grep -E '^(CMAKE_CXX_COMPILER_LAUNCHER|CCACHE_SLOPPINESS)='
+        printf '%s\n' CCACHE_DIR=/ccache CCACHE_BASEDIR=/root CCACHE_NOHASHDIR=1
+    fi
+}
+
+run_inside() { chroot "$root" /usr/bin/env -i "${inside[@]}" "$@"; }
+
+use_ccache() {
+    mkdir "$root/ccache"
+    mount --bind "$CCACHE_DIR" "$root/ccache"
+    chroot "$root" apt-get update
+    chroot "$root" apt-get install -y --no-install-recommends ccache
+}
+
+if [ "${1:-}" != --inside ]; then
+    [ "$(id -u)" = 0 ] || { echo "bare.sh: only root can make a system to try it on (debootstrap, mount, chroot)" >&2; exit 1; }
+    place=$(mktemp -d "${TMPDIR:-/var/tmp}/zbase-bare-XXXXXX")
+    trap 'end_progress; rm -rf --one-file-system "$place"' EXIT
+    [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
+    # Mounts and processes of a namespace go with it, however it ends.
+    unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place"
+    exit
+fi
+
+root=$2/root
+SECONDS=0
+quietly "Fetching a bare system" fetch_system
+quietly "Copying the settings of this machine" copy_settings
+mount_kernel
+if [ "${CMAKE_CXX_COMPILER_LAUNCHER:-}" = ccache ] && [ -d "${CCACHE_DIR:-}" ]; then
+    quietly "Installing ccache" use_ccache
+fi
+git clone -q --no-local "$PWD" "$root/root/zbase"
+mapfile -t inside < <(environment)
+packages() { chroot "$root" dpkg-query -W | wc -l; }
+before=$(packages)
+for script in demo.sh test.sh; do
+    echo "-- scripts/$script"
+    run_inside sh -c "cd /root/zbase && scripts/$script"
+done
+echo "The bare system of $before packages passes with $(packages), in $((SECONDS / 60)) minutes."

@@ -1,0 +1,244 @@
+#!/bin/bash
+# run.sh [TEST...]: the tests of the scripts. Each runs in a copy of them, with commands of its own in front of the path.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+top=$PWD
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() { echo "$*"; exit 1; }
+expect() { [[ $1 == *"$2"* ]] || fail "wanted \"$2\" in: $1"; }
+refuse() { [[ $1 != *"$2"* ]] || fail "did not want \"$2\" in: $1"; }
+
+# stand_in NAME BODY: a command in front of the path.
+stand_in() {
+    mkdir -p bin
+    printf '#!/bin/sh\n%s\n' "$2" >"bin/$1"
+    chmod +x "bin/$1"
+}
+
+# only NAME...: the path has these commands, what stands in for others, and nothing else.
+only() {
+    mkdir -p few
+    local name
+    for name in sh bash env awk sed grep sort head tail tr cut cat cp mv rm ln ls mkdir mktemp sleep date id dirname basename \
+        chmod printf sha512sum sha256sum base64 od tar gzip patch timeout kill expr test "$@"; do
+        [ ! -x "/usr/bin/$name" ] || ln -sf "/usr/bin/$name" "few/$name"
+    done
+    PATH=$PWD/bin:$PWD/few
+}
+
+# As one who is not root, on a machine where nothing is installed.
+nobody_with_nothing() {
+    stand_in id 'echo 1000'
+    stand_in dpkg-query 'exit 1'
+    stand_in apt-get 'echo "apt-get $*" >>apt.log'
+    ln -sfn "$top/third_party/breakpad/node_modules" third_party/breakpad/node_modules
+}
+
+test_FailingCommandShowsItsOutputAndFails() {
+    local said
+    said=$(. scripts/progress.sh; quietly "Trying" sh -c 'echo seen; exit 3' 2>&1) && fail "passed: $said" || [ $? = 3 ]
+    expect "$said" "Trying ..."
+    expect "$said" "seen"
+}
+
+test_PassingCommandKeepsItsOutput() {
+    refuse "$(. scripts/progress.sh; quietly "Trying" sh -c 'echo seen')" "seen"
+}
+
+test_LongCommandTellsHowFarItIs() {
+    export ZBASE_PROGRESS_SECONDS=1
+    expect "$(. scripts/progress.sh; quietly "Building" sh -c 'echo "[3/8] Compiling a"; sleep 3')" "[3/8] Compiling a"
+    expect "$(. scripts/progress.sh; quietly "Installing" sh -c 'echo "pmstatus:g++:40.5:Unpacking g++"; sleep 3')" \
+        "installing 40 %: Unpacking g++"
+    expect "$(. scripts/progress.sh; quietly "Installing" sh -c 'echo "dlstatus:33:39.5:Retrieving file 33 of 89"; sleep 3')" \
+        "downloading 39 %: Retrieving file 33 of 89"
+}
+
+test_MissingSudoNamesThePackages() {
+    nobody_with_nothing
+    only
+    rm -f few/sudo
+    local said
+    said=$(scripts/setup.sh test 2>&1) && fail "passed: $said"
+    expect "$said" "there is no sudo"
+    expect "$said" "apt-get install --no-install-recommends"
+    expect "$said" " ninja-build "
+    [ ! -e apt.log ] || fail "apt was called"
+}
+
+test_SudoThatRefusesNamesThePackages() {
+    nobody_with_nothing
+    stand_in sudo 'exit 1'
+    local said
+    said=$(scripts/setup.sh build 2>&1 </dev/null) && fail "passed: $said"
+    expect "$said" "sudo refuses"
+    expect "$said" " ninja-build "
+}
+
+test_InstallationIsOneCallThatWaitsForTheLock() {
+    nobody_with_nothing
+    stand_in id 'echo 0'
+    scripts/setup.sh build test check >/dev/null
+    [ "$(grep -c ' install ' apt.log)" = 1 ] || fail "$(cat apt.log)"
+    grep -q 'DPkg::Lock::Timeout=[1-9].* install .*clang-16.*libgtest-dev' apt.log || fail "$(cat apt.log)"
+}
+
+test_WhatIsThereIsNotInstalled() {
+    nobody_with_nothing
+    stand_in dpkg-query 'shift 2; for package; do echo "$package installed"; done'
+    [ -z "$(scripts/setup.sh build test check bench)" ] || fail "said something"
+    [ ! -e apt.log ] || fail "apt was called"
+}
+
+test_UnknownGroupIsRefused() {
+    local status=0
+    scripts/setup.sh all 2>/dev/null || status=$?
+    [ "$status" = 2 ] || fail "status $status"
+}
+
+# A tree of one test that passes, some that do not, and one that is skipped.
+small_tree() {
+    mkdir -p build/small
+    cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(small NONE)
+enable_testing()
+add_test(NAME Good.Passes COMMAND sh -c "echo of no interest")
+add_test(NAME Odd.IsSkipped COMMAND sh -c "echo 'a.cpp:1: Skipped'; echo 'no such thing here'; echo '[  SKIPPED ]'")
+set_tests_properties(Odd.IsSkipped PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+if(WITH_FAILURES)
+    add_test(NAME Bad.Fails COMMAND sh -c "echo wanted 1, got 2; exit 1")
+    add_test(NAME Bad.Crashes COMMAND sh -c "kill -SEGV $$")
+    add_test(NAME Bad.Hangs COMMAND sleep 100)
+    set_tests_properties(Bad.Hangs PROPERTIES TIMEOUT 1)
+endif()
+END
+    cat >CMakePresets.json <<'END'
+{ "version": 4,
+  "configurePresets": [{ "name": "small", "generator": "Ninja", "binaryDir": "${sourceDir}/build/small" }],
+  "testPresets": [{ "name": "small", "configurePreset": "small", "output": { "outputOnFailure": true } }] }
+END
+    cmake --preset small -DWITH_FAILURES="$1" >/dev/null
+}
+
+test_FailingTestFailsTheScriptAndIsShown() {
+    small_tree ON
+    local said
+    said=$(scripts/run_tests.sh small 2>&1) && fail "passed: $said"
+    expect "$said" "== Bad.Fails (Failed)"
+    expect "$said" "wanted 1, got 2"
+    expect "$said" "Bad.Crashes (SEGFAULT)"
+    expect "$said" "Bad.Hangs (Timeout)"
+    expect "$said" "1 passed, 3 failed, 1 skipped, in "
+    refuse "$said" "of no interest"
+}
+
+test_PassingTestsAreCountedAndSkippedOnesHaveAReason() {
+    small_tree OFF
+    local said
+    said=$(scripts/run_tests.sh small)
+    expect "$said" "Skipped, no such thing here:
+    Odd.IsSkipped"
+    expect "$said" "1 passed, 0 failed, 1 skipped, in "
+    [ "$(wc -l <<<"$said")" -lt 8 ] || fail "too long: $said"
+}
+
+test_NoTestFoundFails() {
+    small_tree OFF
+    ! scripts/run_tests.sh small -R NoSuchTest >/dev/null 2>&1 || fail "passed"
+}
+
+test_ArgumentsReachCtest() {
+    small_tree ON
+    expect "$(scripts/run_tests.sh small -R Good)" "1 passed, 0 failed, 0 skipped"
+    expect "$(scripts/run_tests.sh small -N)" "Total Tests: 5"
+}
+
+test_TestProgramThatIsMissingFails() {
+    small_tree OFF
+    echo 'add_test(NAME Lost.Program COMMAND no_such_program)' >>CMakeLists.txt
+    cmake --preset small >/dev/null
+    local said
+    said=$(scripts/run_tests.sh small 2>&1) && fail "passed: $said"
+    expect "$said" "Lost.Program"
+}
+
+test_RegistryThatDoesNotAnswerIsToldAtOnce() {
+    export npm_config_registry=http://127.0.0.1:9/
+    local said
+    said=$(timeout 60 scripts/breakpad.sh 2>&1) && fail "passed: $said"
+    expect "$said" "can't be had from npm's registry"
+    expect "$said" "ZBASE_BREAKPAD_DIR="
+    expect "$said" "ZBASE_CRASH_REPORTING=OFF"
+    refuse "$said" "    at "
+    [ -z "$(ls third_party/breakpad/node_modules)" ] || fail "something was left: $(ls -a third_party/breakpad/node_modules)"
+}
+
+test_PackagePutByHandIsTaken() {
+    export npm_config_registry=http://127.0.0.1:9/
+    cp -R "$top/third_party/breakpad/node_modules/minidump" by-hand
+    ZBASE_BREAKPAD_DIR=$PWD/by-hand scripts/breakpad.sh
+    diff -r "$top/third_party/breakpad/node_modules/minidump" third_party/breakpad/node_modules/minidump
+    scripts/breakpad.sh  # is there from now on
+}
+
+test_UnpatchedPackageIsPatched() {
+    cp -R "$top/third_party/breakpad/node_modules/minidump" by-hand
+    local patch
+    for patch in third_party/breakpad/*.patch; do patch --silent -R -d by-hand/deps/breakpad/src -p1 <"$patch"; done
+    rm by-hand/deps/breakpad/src/third_party/lss
+    ZBASE_BREAKPAD_DIR=$PWD/by-hand scripts/breakpad.sh
+    diff -r "$top/third_party/breakpad/node_modules/minidump" third_party/breakpad/node_modules/minidump
+}
+
+test_WrongPackagesAreRefused() {
+    local said
+    said=$(ZBASE_BREAKPAD_DIR=/no/such/place scripts/breakpad.sh 2>&1) && fail "passed"
+    expect "$said" "there is nothing"
+    said=$(ZBASE_BREAKPAD_DIR=$PWD/scripts scripts/breakpad.sh 2>&1) && fail "passed"
+    expect "$said" "does not hold the package minidump"
+    mkdir -p old/deps/breakpad/src
+    printf '{\n  "name": "minidump",\n  "version": "0.1.0"\n}\n' >old/package.json
+    said=$(ZBASE_BREAKPAD_DIR=$PWD/old scripts/breakpad.sh 2>&1) && fail "passed"
+    expect "$said" "holds minidump 0.1.0"
+    tar -czf other.tgz old
+    said=$(ZBASE_BREAKPAD_DIR=$PWD/other.tgz scripts/breakpad.sh 2>&1) && fail "passed"
+    expect "$said" "its SHA-512 is another"
+}
+
+test_WithoutCrashReportingNothingIsFetched() {
+    export npm_config_registry=http://127.0.0.1:9/
+    [ -z "$(ZBASE_CRASH_REPORTING=OFF scripts/breakpad.sh)" ] || fail "said something"
+}
+
+test_BareNeedsRoot() {
+    stand_in id 'echo 1000'
+    local said
+    said=$(scripts/bare.sh 2>&1) && fail "passed"
+    expect "$said" "only root"
+}
+
+test_UnknownStepIsRefused() {
+    local status=0
+    scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?
+    [ "$status" = 2 ] || fail "status $status"
+}
+
+[ $# -gt 0 ] || set -- $(declare -F | sed -n 's/^declare -f test_//p')
+failed=0
+for name in "$@"; do
+    mkdir -p "$scratch/$name/third_party"
+    cp -R scripts "$scratch/$name/"
+    mkdir "$scratch/$name/third_party/breakpad"
+    cp third_party/breakpad/*.* "$scratch/$name/third_party/breakpad/"
+    if said=$(cd "$scratch/$name" && PATH=$PWD/bin:$PATH && set -e && "test_$name" 2>&1); then
+        echo "passed  $name"
+    else
+        echo "FAILED  $name"
+        echo "$said"
+        failed=1
+    fi
+done
+exit "$failed"
