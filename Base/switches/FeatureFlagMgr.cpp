@@ -40,7 +40,7 @@ constexpr const unsigned short* kKnownNames[21] = {
 // Held while the map changes, inside the lock of the table, and given back in any case. A fork waits for it,
 // so no child finds a map that is half changed. It does not wait for the lock itself, which a thread may have
 // kept.
-constinit std::mutex sChange;
+std::mutex sChange;
 
 [[noreturn]] void ThrowNotInitialized() {
     ExceptionImpl<Message> failure;

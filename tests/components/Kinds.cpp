@@ -11,7 +11,7 @@ extern "C" {
 }
 
 // It lies in another module.
-static int (*ResolveElsewhere())() {
+[[maybe_unused]] static int (*ResolveElsewhere())() {
     return getpid;
 }
 [[gnu::visibility("default"), gnu::ifunc("ResolveElsewhere")]] int ElsewhereFunction();
@@ -19,7 +19,7 @@ static int (*ResolveElsewhere())() {
 static int GiveTen() {
     return 10;
 }
-static int (*ResolveHere())() {
+[[maybe_unused]] static int (*ResolveHere())() {
     return GiveTen;
 }
 [[gnu::visibility("default"), gnu::ifunc("ResolveHere")]] int HereFunction();

@@ -1,5 +1,6 @@
 #include <Base/ZBase.h>
 
+#include <TestPlaces.h>
 #include <gtest/gtest.h>
 
 #include <elf.h>
@@ -173,6 +174,16 @@ TEST_F(DamagedComponent, InTheLoadersPlacesIsNoValidImage) {
     waitpid(child, &status, 0);
     fs::remove(placed);
     EXPECT_EQ(status, 0);
+}
+
+// The loader puts a name on its stack.
+TEST_F(DamagedComponent, NameThatNoFileCanHaveIsRefused) {
+    for (const std::size_t length : {4096u, 100000u, 20000000u}) {
+        EXPECT_EQ(LoadCode(std::string(length, 'x')), 206) << length;
+        EXPECT_EQ(LoadCode("/" + std::string(length, 'x')), 206) << length;
+    }
+    EXPECT_EQ(LoadCode("/" + std::string(256, 'x')), 206);
+    EXPECT_EQ(LoadCode(mFolder / "folder" / std::string(200, 'x')), 126);
 }
 
 // Everything on this machine that the loader takes is sound.

@@ -1,5 +1,6 @@
 #include <Base/ZBase.h>
 
+#include <TestPlaces.h>
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
