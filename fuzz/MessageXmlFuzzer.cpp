@@ -40,6 +40,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool taken =
         Read(reinterpret_cast<const char*>(data) + 1, size - 1, data[0] + 1u, message, kBounds);
     fuzz::Check(test::FindFlaw(&message) == nullptr, "the message is not well-formed");
+    Message whole;
+    fuzz::Check(Read(reinterpret_cast<const char*>(data) + 1, size - 1, size, whole, kBounds) == taken &&
+                    test::DescribeTree(whole) == test::DescribeTree(message),
+                "it matters how the document was cut");
     if (!taken) return 0;
 
     std::string document;

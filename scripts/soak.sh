@@ -9,9 +9,15 @@ soak_encodings() {
     ZBASE_ALL_ENCODINGS=1 build/release/tests/text_tests --gtest_brief=1 --gtest_filter='*EncodingTest*' | grep -v SKIPPED
 }
 
+# Hostile documents of 1 to 64 MiB, as a whole and in pieces down to one octet.
+soak_xml() {
+    scripts/build.sh zlitexml_tests
+    ZBASE_SOAK_MIB=64 build/release/tests/zlitexml_tests --gtest_brief=1 --gtest_filter='Documents/Hostile.Takes*'
+}
+
 scripts/setup.sh test
 steps=("$@")
-[ $# -gt 0 ] || steps=(encodings)
+[ $# -gt 0 ] || steps=(encodings xml)
 for step in "${steps[@]}"; do
     echo "== $step"
     "soak_$step"

@@ -2,25 +2,53 @@
 #include "Failure.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <utility>
 
 namespace ZLiteXML {
 
+// From 2.6 on Expat has a way of its own to look less often at a long token, which also delays short ones. An
+// older Expat at run time has not this function.
+extern "C" [[gnu::weak]] XML_Bool XML_SetReparseDeferralEnabled(XML_Parser parser, XML_Bool enabled);
+
 namespace {
 
-constexpr std::size_t kTextPiece = 65536;      // bytes
-constexpr std::size_t kLargestFeed = 1 << 20;  // bytes; the parser counts in `int`
+constexpr std::size_t kTextPiece = 65536;  // bytes
 
-// A tag or comment that is not complete is scanned from its start with each further piece. Up to this length
-// that costs little; a longer one waits until as much again has come, so that all scans together stay linear.
-constexpr std::uint64_t kShortToken = 256;  // bytes
+// A token that is not complete, such as a tag or a comment, is scanned from its start at each further look.
+// Up to this length that costs little; at a longer one the parser looks again only when as much again has
+// come, so that all looks together stay linear.
+constexpr std::uint64_t kShortToken = 256;       // bytes
+constexpr std::uint64_t kLargestFeed = 1 << 20;  // bytes, unless the token that is open is longer
+
+// The parser counts the bytes that it holds in an `int` which it doubles.
+constexpr std::uint64_t kLongestToken = (1u << 30) - 2 * kLargestFeed;  // bytes
+
+// What the parser does at each start of an element grows with the attributes declared for it.
+constexpr unsigned int kMostDeclaredAttributes = 128;
+
+// "1." and digits, which is all that this parser is for.
+bool IsVersion(const char* version) {
+    if (std::strncmp(version, "1.", 2) != 0 || version[2] == 0) return false;
+    return std::strspn(version + 2, "0123456789") == std::strlen(version + 2);
+}
+
+// A line end that is cut in the middle would be counted as two. So a carriage return waits for what follows,
+// in UTF-16 with its zero; it is never the end of what a handler is told.
+std::size_t WithoutCutLineEnd(const char* bytes, std::size_t size) {
+    if (size >= 1 && bytes[size - 1] == '\r') return size - 1;
+    if (size >= 2 && bytes[size - 1] == 0 && bytes[size - 2] == '\r') return size - 2;
+    return size;
+}
 
 }  // namespace
 
 ExpatReader::ExpatReader(const ReaderBounds& bounds) : mParser(XML_ParserCreate(nullptr)), mBounds(bounds) {
     if (mParser == nullptr) throw std::bad_alloc();
+    if (&XML_SetReparseDeferralEnabled != nullptr) XML_SetReparseDeferralEnabled(mParser.get(), XML_FALSE);
     SetCallbacks();
+    SetRefusals();
 }
 
 void ExpatReader::SetCallbacks() {
@@ -41,20 +69,41 @@ void ExpatReader::SetCallbacks() {
             if (UTF8EventHandler* handler = Self(reader).Current()) handler->Comment(text);
         });
     });
-    // What could multiply the document, or bring in another one.
+}
+
+// What could multiply the document or the work on it, or bring in another one.
+void ExpatReader::SetRefusals() {
+    XML_Parser parser = mParser.get();
+    XML_SetXmlDeclHandler(parser, [](void* reader, const char* version, const char*, int) {
+        if (version == nullptr || IsVersion(version)) return;
+        Self(reader).Guard([&] { Self(reader).Refuse("version " + Quoted(version) + " declared"); });
+    });
     XML_SetEntityDeclHandler(parser, [](void* reader, const char* name, int, const char*, int, const char*,
                                         const char*, const char*, const char*) {
-        Self(reader).Guard([&] { Self(reader).Refuse("entity \"" + std::string(name) + "\" declared"); });
+        Self(reader).Guard([&] { Self(reader).Refuse("entity " + Quoted(name) + " declared"); });
     });
     XML_SetSkippedEntityHandler(parser, [](void* reader, const char* name, int) {
-        Self(reader).Guard([&] { Self(reader).Refuse("unknown entity \"" + std::string(name) + "\""); });
+        Self(reader).Guard([&] { Self(reader).Refuse("unknown entity " + Quoted(name)); });
     });
     XML_SetAttlistDeclHandler(
-        parser, [](void* reader, const char*, const char* name, const char*, const char* value, int) {
-            if (value == nullptr) return;
-            Self(reader).Guard(
-                [&] { Self(reader).Refuse("default of attribute \"" + std::string(name) + "\" declared"); });
+        parser, [](void* reader, const char* element, const char* name, const char*, const char* value, int) {
+            Self(reader).Guard([&] {
+                if (value != nullptr)
+                    Self(reader).Refuse("default of attribute " + Quoted(name) + " declared");
+                Self(reader).CountDeclaredAttribute(element);
+            });
         });
+}
+
+// One list of attributes gives the same pointer for all, so that only the first looks the element up.
+void ExpatReader::CountDeclaredAttribute(const char* element) {
+    if (element != mpDeclared) {
+        mpDeclaredCount = &mDeclaredCounts[element];
+        mpDeclared = element;
+    }
+    if (++*mpDeclaredCount > kMostDeclaredAttributes)
+        Refuse("more than " + std::to_string(kMostDeclaredAttributes) + " attributes declared for element " +
+               Quoted(element));
 }
 
 void ExpatReader::PushHandler(UTF8EventHandler* handler) {
@@ -62,31 +111,35 @@ void ExpatReader::PushHandler(UTF8EventHandler* handler) {
 }
 
 void ExpatReader::Read(const char* bytes, std::size_t size) {
-    Feed(bytes, size, false);
+    Feed(bytes, size, EGive::WhatIsWorthIt);
 }
 
 void ExpatReader::Finish() {
-    Feed(nullptr, 0, true);
+    Feed(nullptr, 0, EGive::TheEnd);
     mState = EState::Finished;
 }
 
-void ExpatReader::Feed(const char* bytes, std::size_t size, bool last) {
+void ExpatReader::Feed(const char* bytes, std::size_t size, EGive give) {
     if (mState == EState::Inside) ThrowFailure("A handler reads on within an event.");
     if (mState == EState::Finished) ThrowFailure("The document has ended.");
     if (mState == EState::GivenUp) ThrowFailure("The document was given up.");
     mState = EState::Inside;
     try {
-        if (size > mBounds.size - mReceived) Refuse("more than " + std::to_string(mBounds.size) + " bytes");
+        const std::uint64_t left = mBounds.size - mReceived;
+        const bool isTooMuch = size > left;
+        if (isTooMuch) {
+            size = static_cast<std::size_t>(left);
+            give = EGive::All;
+        }
         mReceived += size;
-        if (!last && mHeld.size() + size < Unfinished()) {
-            mHeld.append(bytes, size);
-        } else if (mHeld.empty()) {
-            Parse(bytes, size, last);
+        if (mHeld.empty()) {
+            const std::size_t given = Parse(bytes, size, give);
+            if (given != size) mHeld.assign(bytes + given, size - given);
         } else {
             mHeld.append(bytes, size);
-            Parse(mHeld.data(), mHeld.size(), last);
-            mHeld.clear();
+            mHeld.erase(0, Parse(mHeld.data(), mHeld.size(), give));
         }
+        if (isTooMuch) ThrowFailure("The document has more than " + std::to_string(mBounds.size) + " bytes.");
     } catch (...) {
         mState = EState::GivenUp;
         throw;
@@ -94,28 +147,43 @@ void ExpatReader::Feed(const char* bytes, std::size_t size, bool last) {
     mState = EState::Reading;
 }
 
-void ExpatReader::Parse(const char* bytes, std::size_t size, bool last) {
-    do {
-        const std::size_t count = std::min(size, kLargestFeed);
-        const bool isLast = last && count == size;
-        const XML_Status status = XML_Parse(mParser.get(), bytes, static_cast<int>(count), isLast);
-        if (mFailure != nullptr) std::rethrow_exception(std::exchange(mFailure, nullptr));
-        if (status != XML_STATUS_OK) {
-            const XML_Error error = XML_GetErrorCode(mParser.get());
-            if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-            Refuse(XML_ErrorString(error));
+// Gives the parser what it is to look at now. The result is how much of it that was, from the start.
+std::size_t ExpatReader::Parse(const char* bytes, std::size_t size, EGive give) {
+    for (std::size_t given = 0;;) {
+        const std::uint64_t unfinished = Unfinished();
+        if (unfinished > kLongestToken)
+            Refuse("markup of more than " + std::to_string(kLongestToken) + " bytes");
+        const std::size_t rest = size - given;
+        const auto feed =
+            std::min(std::max(unfinished, kLargestFeed), kLongestToken - unfinished + kLargestFeed);
+        auto count = static_cast<std::size_t>(std::min<std::uint64_t>(rest, feed));
+        const bool isLast = give == EGive::TheEnd && count == rest;
+        if (!isLast) {
+            count = WithoutCutLineEnd(bytes + given, count);
+            const bool isWorthIt = unfinished <= kShortToken || count >= unfinished;
+            if (count == 0 || (give == EGive::WhatIsWorthIt && !isWorthIt)) return given;
         }
-        mParsed += count;
-        bytes += count;
-        size -= count;
-    } while (size != 0);
+        ParsePiece(bytes + given, static_cast<int>(count), isLast);
+        given += count;
+        if (isLast) return given;
+    }
 }
 
-// Bytes behind the last complete token, when they are many.
+void ExpatReader::ParsePiece(const char* bytes, int size, bool isLast) {
+    const XML_Status status = XML_Parse(mParser.get(), bytes, size, isLast);
+    if (mFailure != nullptr) std::rethrow_exception(std::exchange(mFailure, nullptr));
+    if (status != XML_STATUS_OK) {
+        const XML_Error error = XML_GetErrorCode(mParser.get());
+        if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+        Refuse(XML_ErrorString(error));
+    }
+    mParsed += static_cast<unsigned int>(size);
+}
+
+// Bytes that the parser was given behind the last complete token. It names no place when it holds none.
 std::uint64_t ExpatReader::Unfinished() const {
     const XML_Index done = XML_GetCurrentByteIndex(mParser.get());
-    const std::uint64_t unfinished = done < 0 ? mParsed : mParsed - static_cast<std::uint64_t>(done);
-    return unfinished > kShortToken ? unfinished : 0;
+    return done < 0 ? 0 : mParsed - static_cast<std::uint64_t>(done);
 }
 
 void ExpatReader::Refuse(const std::string& reason) const {

@@ -6,6 +6,7 @@
 #include <expat.h>
 
 #include <exception>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,10 +32,14 @@ private:
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
     enum class EState { Reading, Inside, Finished, GivenUp };
+    enum class EGive { WhatIsWorthIt, All, TheEnd };
 
     void SetCallbacks();
-    void Feed(const char* bytes, std::size_t size, bool last);
-    void Parse(const char* bytes, std::size_t size, bool last);
+    void SetRefusals();
+    void CountDeclaredAttribute(const char* element);
+    void Feed(const char* bytes, std::size_t size, EGive give);
+    std::size_t Parse(const char* bytes, std::size_t size, EGive give);
+    void ParsePiece(const char* bytes, int size, bool isLast);
     std::uint64_t Unfinished() const;
     [[noreturn]] void Refuse(const std::string& reason) const;
 
@@ -52,12 +57,15 @@ private:
     std::unique_ptr<XML_ParserStruct, FreeParser> mParser;
     ReaderBounds mBounds;
     std::vector<Listener> mListeners;
-    std::size_t mDepth = 0;       // open elements
-    std::uint64_t mReceived = 0;  // bytes
-    std::uint64_t mParsed = 0;    // bytes given to the parser
-    std::string mHeld;            // bytes received and not yet given to it
-    std::string mText;            // not yet told
-    std::exception_ptr mFailure;  // on its way out of a callback
+    std::size_t mDepth = 0;                               // open elements
+    std::uint64_t mReceived = 0;                          // bytes
+    std::uint64_t mParsed = 0;                            // bytes given to the parser
+    std::string mHeld;                                    // bytes received and not yet given to it
+    std::string mText;                                    // not yet told
+    std::map<std::string, unsigned int> mDeclaredCounts;  // of attributes, by element
+    const char* mpDeclared = nullptr;                     // the element that was counted for last
+    unsigned int* mpDeclaredCount = nullptr;              // its count
+    std::exception_ptr mFailure;                          // on its way out of a callback
     EState mState = EState::Reading;
 };
 

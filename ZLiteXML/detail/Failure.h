@@ -7,4 +7,7 @@ namespace ZLiteXML {
 /// Throws `ExceptionImpl<XMLException>` with a UTF-8 text, bad octets in it replaced.
 [[noreturn]] void ThrowFailure(const std::string& text);
 
+/// A UTF-8 name in quotation marks for such a text; of a long one the beginning.
+std::string Quoted(const char* name);
+
 }  // namespace ZLiteXML

@@ -242,7 +242,7 @@ TEST(Reader, DepthIsCountedInElementsAround) {
 
 TEST(Reader, SizeIsCountedInBytes) {
     EXPECT_EQ(Refusal("<abc/>", {.size = 6}), "nothing");
-    EXPECT_EQ(Refusal("<abc/>", {.size = 5}), "Line 1, column 1: more than 5 bytes.");
+    EXPECT_EQ(Refusal("<abc/>", {.size = 5}), "The document has more than 5 bytes.");
     const std::string megabyte(1 << 20, ' ');
     const auto reader = ZLiteXML::CreateReader();
     for (int count = 0; count < 64; ++count) reader->Read(megabyte.data(), megabyte.size());
@@ -261,6 +261,79 @@ TEST(Reader, DeclaredEntitiesAreRefused) {
     EXPECT_NE(
         Refusal("<!DOCTYPE m [<!ATTLIST m a CDATA 'x'>]><m/>").find("default of attribute \"a\" declared"),
         std::string::npos);
+}
+
+// What lies within the bound is told, and refused for what is wrong with it, however it was cut.
+TEST(Reader, DocumentBeyondItsBoundIsReadUpToIt) {
+    for (const std::size_t piece : {1, 3, 100}) {
+        std::string log;
+        const auto reader = ZLiteXML::CreateReader({.size = 10});
+        reader->PushHandler(new Recorder(log, ""));
+        EXPECT_THROW(ReadAll(*reader, "<a><b/></a></a>", piece), ZLiteXML::XMLException);
+        EXPECT_EQ(log, "<a <b >b ");
+    }
+    EXPECT_EQ(Refusal("<a></b>    ", {.size = 10}), "Line 1, column 6: mismatched tag.");
+}
+
+std::string Declared(int attributes) {
+    std::string document = "<!DOCTYPE e [<!ATTLIST e";
+    for (int number = 0; number < attributes; ++number)
+        document += " a" + std::to_string(number) + " CDATA #IMPLIED";
+    return document + "><!ATTLIST f a CDATA #IMPLIED b CDATA #IMPLIED>]><e/>";
+}
+
+TEST(Reader, DeclaredAttributesAreCountedForEachElement) {
+    EXPECT_EQ(Refusal(Declared(128)), "nothing");
+    EXPECT_NE(Refusal(Declared(129)).find("more than 128 attributes declared for element \"e\"."),
+              std::string::npos);
+    std::string oneByOne = "<!DOCTYPE e [";
+    for (int number = 0; number < 129; ++number)
+        oneByOne += "<!ATTLIST e a ID #IMPLIED><!ATTLIST f a ID #IMPLIED>";
+    EXPECT_NE(Refusal(oneByOne + "]><e/>"), "nothing");
+}
+
+TEST(Reader, VersionIsOnePointSomething) {
+    for (const std::string version : {"one", "", "1", "1.", "2.0", "1.0a", "1.x", " 1.0"})
+        EXPECT_NE(Refusal("<?xml version='" + version + "'?><a/>"), "nothing") << version;
+    EXPECT_EQ(Refusal("<?xml version='one'?><a/>"), "Line 1, column 1: version \"one\" declared.");
+    EXPECT_EQ(Refusal("<?xml version='1.0'?><a/>"), "nothing");
+    EXPECT_EQ(Refusal("<?xml version='1.1'?><a/>"), "nothing");
+}
+
+TEST(Reader, LineOfAFailureDoesNotHangOnTheCut) {
+    for (const std::string lineEnd : {"\n", "\r", "\r\n"}) {
+        for (const std::string& document : {"<a>" + lineEnd + "</a>" + lineEnd + lineEnd + "x",
+                                            "<!-- -->" + lineEnd + "<a" + lineEnd + "b" + lineEnd + "/>",
+                                            "<a/><!-- " + lineEnd + " -->" + lineEnd + "</a>"}) {
+            const std::string said = Refusal(document);
+            for (std::size_t cut = 0; cut <= document.size(); ++cut) {
+                const auto reader = ZLiteXML::CreateReader();
+                try {
+                    reader->Read(document.data(), cut);
+                    reader->Read(document.data() + cut, document.size() - cut);
+                    reader->Finish();
+                } catch (const ZLiteXML::XMLException& failure) {
+                    EXPECT_STREQ(ZBase::FormatMessage(failure, 0).c_str(), said.c_str()) << cut;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(Refusal("<a>\r\n</a>\r\n\r\nx"), "Line 4, column 1: junk after document element.");
+}
+
+TEST(Reader, PieceBehindACompleteOneIsToldAtOnce) {
+    std::string log;
+    const auto reader = ZLiteXML::CreateReader();
+    reader->PushHandler(new Recorder(log, ""));
+    const std::string first = "<a>" + std::string(2000, 't') + "<b/>";
+    reader->Read(first.data(), first.size());
+    reader->Read("<c/>", 4);
+    EXPECT_TRUE(log.ends_with("<c >c ")) << log;
+}
+
+TEST(Reader, LongNamesAreCutInFailures) {
+    const std::string said = Refusal("<?xml version='" + std::string(100000, 'v') + "'?><a/>");
+    EXPECT_EQ(said, "Line 1, column 1: version \"" + std::string(100, 'v') + "...\" declared.");
 }
 
 TEST(Reader, OtherDeclarationsAreOfNoConsequence) {

@@ -1,0 +1,184 @@
+#include <ZLiteXML/UTF8Reader.h>
+#include <ZLiteXML/XMLException.h>
+
+#include <Base/frame/ReferenceCountedImpl.h>
+#include <Base/messages/MessageFormat.h>
+#include <Base/messages/MessageXml.h>
+
+#include <dlfcn.h>
+#include <expat.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "tests/support/HostileDocuments.h"
+
+// Whatever the document and however it is cut, the time for each octet is bounded, and what the reader says
+// of it is the same. ZBASE_SOAK_MIB, the size of the largest document, is 4 unless it is set; from 16 on
+// every size is cut in every way, which takes hours.
+
+namespace {
+
+// Octets that the parser was given or looked at once more, by this process.
+std::uint64_t gLookedAt = 0;
+
+int gDeferralsTurnedOff = 0;
+
+}  // namespace
+
+// Stands before the parser's own.
+extern "C" [[gnu::visibility("default")]] XML_Status XML_Parse(XML_Parser parser, const char* bytes, int size,
+                                                               int isFinal) {
+    static const auto parse = reinterpret_cast<decltype(&XML_Parse)>(dlsym(RTLD_NEXT, "XML_Parse"));
+    int offset = 0;
+    int held = 0;
+    const bool holds = XML_GetInputContext(parser, &offset, &held) != nullptr;
+    gLookedAt += static_cast<std::uint64_t>(size) + (holds ? static_cast<std::uint64_t>(held - offset) : 0);
+    return parse(parser, bytes, size, isFinal);
+}
+
+// There from Expat 2.6 on.
+extern "C" [[gnu::visibility("default")]] XML_Bool XML_SetReparseDeferralEnabled(XML_Parser parser,
+                                                                                 XML_Bool enabled) {
+    if (enabled == XML_FALSE) ++gDeferralsTurnedOff;
+    static const auto set = reinterpret_cast<decltype(&XML_SetReparseDeferralEnabled)>(
+        dlsym(RTLD_NEXT, "XML_SetReparseDeferralEnabled"));
+    return set == nullptr ? XML_FALSE : set(parser, enabled);
+}
+
+namespace {
+
+using test::HostileDocument;
+
+constexpr std::size_t kMiB = 1 << 20;
+constexpr std::size_t kWhole = std::size_t{1} << 40;
+constexpr double kLeast = 0.02;  // seconds; a time below says nothing
+
+// Writes down what it is told.
+class Recorder final : public ZLiteXML::UTF8EventHandler, public ZSynch::ReferenceCountedImpl<unsigned int> {
+public:
+    explicit Recorder(std::string& log) : mLog(log) {}
+    void StartElement(const char* name) override { Note('<', name); }
+    void Attribute(const char* name, const char* value) override {
+        Note('@', name);
+        Note('=', value);
+    }
+    void Characters(const char* text) override { mLog += text; }
+    void Comment(const char* text) override { Note('!', text); }
+    void EndElement(const char* name) override { Note('>', name); }
+
+private:
+    void Note(char kind, const char* text) {
+        mLog += kind;
+        mLog += text;
+        mLog += ' ';
+    }
+    std::string& mLog;
+};
+
+// Hands a document over in pieces. What the reader says of it; nothing if it takes it.
+std::string Refusal(ZLiteXML::UTF8Reader& reader, const std::string& document, std::size_t piece) {
+    try {
+        for (std::size_t at = 0; at < document.size(); at += piece)
+            reader.Read(document.data() + at, std::min(piece, document.size() - at));
+        reader.Finish();
+    } catch (const ZBase::Message& failure) {
+        return ZBase::FormatMessage(failure, 0).c_str();
+    }
+    return {};
+}
+
+std::string EventsAndRefusal(const std::string& document, std::size_t piece) {
+    std::string log;
+    const auto reader = ZLiteXML::CreateReader();
+    reader->PushHandler(new Recorder(log));
+    const std::string refusal = Refusal(*reader, document, piece);
+    return log + "\n" + refusal;
+}
+
+double CpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// Reads a document into a message, as a server does; gives the seconds of this thread.
+double SecondsToRead(const std::string& document, std::size_t piece) {
+    const double start = CpuSeconds();
+    ZBase::Message message;
+    const auto reader = ZLiteXML::CreateReader({.depth = 200'000, .size = document.size()});
+    reader->PushHandler(ZBase::GetSerializerFromXML(message, *reader).Get());
+    Refusal(*reader, document, piece);
+    return CpuSeconds() - start;
+}
+
+std::size_t LargestSize() {
+    const char* set = std::getenv("ZBASE_SOAK_MIB");
+    return set == nullptr ? 4 * kMiB : std::strtoul(set, nullptr, 10) * kMiB;
+}
+
+class Hostile : public testing::TestWithParam<HostileDocument> {
+protected:
+    // Four times the octets may take twelve times as long, and each is looked at a bounded number of times.
+    static void ExpectLinear(std::size_t largest, std::size_t piece) {
+        double before = 0;
+        for (std::size_t size = largest >= 16 * kMiB ? kMiB : largest / 4; size <= largest; size *= 4) {
+            const std::string document = GetParam().make(size);
+            gLookedAt = 0;
+            const double seconds = SecondsToRead(document, piece);
+            const std::uint64_t most = piece < 256 ? 300 : 3;
+            EXPECT_LE(gLookedAt, most * (document.size() + kMiB)) << size << " in pieces of " << piece;
+            if (before != 0) {
+                EXPECT_LE(seconds, 12 * std::max(before, kLeast)) << size << " in pieces of " << piece;
+            }
+            before = seconds;
+        }
+    }
+};
+
+TEST_P(Hostile, TakesTimeInProportionToItsOctets) {
+    const std::size_t largest = LargestSize();
+    const bool isSoak = largest >= 16 * kMiB;
+    ExpectLinear(largest, kWhole);
+    if (isSoak) ExpectLinear(largest, 65536);
+    for (const std::size_t piece : {4096, 7, 1}) ExpectLinear(isSoak ? largest : largest / 16, piece);
+}
+
+// It would delay what is complete.
+TEST(Reader, DeferralOfANewerExpatIsTurnedOff) {
+    gDeferralsTurnedOff = 0;
+    ZLiteXML::CreateReader();
+    EXPECT_EQ(gDeferralsTurnedOff, 1);
+}
+
+// Long enough for a reader that looks at a token anew with each further MiB.
+TEST(Reader, LongTokensAreLookedAtNoMoreThanThreeTimes) {
+    const std::string filling(24 * kMiB, 'x');
+    for (const std::string& document : {"<a><!--" + filling + "--></a>", "<a b='" + filling + "'/>"}) {
+        for (const std::size_t piece : {kWhole, std::size_t{65536}}) {
+            gLookedAt = 0;
+            EXPECT_EQ(Refusal(*ZLiteXML::CreateReader(), document, piece), "");
+            EXPECT_LE(gLookedAt, 3 * document.size()) << piece;
+        }
+    }
+}
+
+TEST_P(Hostile, IsToldAndRefusedTheSameHoweverItIsCut) {
+    const std::string whole = GetParam().make(250);
+    if (whole.size() > 2000) return;  // the least that it can be
+    for (std::size_t length = 0; length <= whole.size(); ++length) {
+        const std::string document = whole.substr(0, length);
+        const std::string expected = EventsAndRefusal(document, kWhole);
+        for (const std::size_t piece : {1, 7, 64})
+            ASSERT_EQ(EventsAndRefusal(document, piece), expected) << length << " in pieces of " << piece;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Documents, Hostile, testing::ValuesIn(test::HostileDocuments()),
+                         [](const auto& of) { return std::string(of.param.name); });
+
+}  // namespace
