@@ -1,31 +1,19 @@
 #include "Characters.h"
+#include "NameCharacters.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace ZLiteXML {
 
 namespace {
 
-struct Range {
-    unsigned int first;
-    unsigned int last;
-};
-
-// As XML 1.0, fifth edition, has them.
-constexpr Range kNameStart[] = {
-    {':', ':'},       {'A', 'Z'},       {'_', '_'},       {'a', 'z'},
-    {0xC0, 0xD6},     {0xD8, 0xF6},     {0xF8, 0x2FF},    {0x370, 0x37D},
-    {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F}, {0x2C00, 0x2FEF},
-    {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF},
-};
-constexpr Range kNameFurther[] = {
-    {'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040},
-};
-
 template <std::size_t Count>
-bool IsIn(unsigned int value, const Range (&ranges)[Count]) {
-    for (const Range& range : ranges) {
-        if (value >= range.first && value <= range.last) return true;
-    }
-    return false;
+bool IsIn(unsigned int value, const CharacterRange (&ranges)[Count]) {
+    const auto* behind = std::upper_bound(
+        std::begin(ranges), std::end(ranges), value,
+        [](unsigned int sought, const CharacterRange& range) { return sought < range.first; });
+    return behind != std::begin(ranges) && value <= std::prev(behind)->last;
 }
 
 constexpr unsigned int kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};  // by number of octets
@@ -44,6 +32,15 @@ Character DecodeCharacter(const unsigned char* text) {
     }
     const bool valid = value >= kSmallest[octets] && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
     return {valid ? octets : 0, valid ? value : lead};
+}
+
+std::size_t OctetsOfBadSequence(const unsigned char* text) {
+    const unsigned int lead = text[0];
+    if (lead < 0xC0 || lead > 0xFD) return 1;
+    const std::size_t announced = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : lead < 0xFC ? 5 : 6;
+    std::size_t octets = 1;
+    while (octets < announced && (text[octets] & 0xC0u) == 0x80) ++octets;
+    return octets;
 }
 
 bool IsXMLName(const char* text) {

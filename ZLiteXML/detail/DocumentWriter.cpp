@@ -28,7 +28,10 @@ constexpr PlainCharacters AllPlainBut(std::string_view special) {
 // A reader turns a bare carriage return into a line feed, and white space in an attribute into spaces.
 constexpr PlainCharacters kPlainInText = AllPlainBut("&<>\r");
 constexpr PlainCharacters kPlainInAttribute = AllPlainBut("&<>\"\t\n\r");
-constexpr PlainCharacters kPlainInComment = AllPlainBut("");
+constexpr PlainCharacters kPlainInComment = AllPlainBut("\r");  // where nothing can be escaped
+
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+constexpr std::size_t kFewAttributes = 16;
 
 const char* Escape(unsigned int character) {
     switch (character) {
@@ -65,8 +68,7 @@ DocumentWriter::DocumentWriter(std::unique_ptr<Output> output, const WriterOptio
 // One event. With the first failure the document is given up.
 template <class Step>
 void DocumentWriter::Take(Step step) {
-    if (mOutput == nullptr)
-        ThrowFailure(mHasRoot && mOpen.empty() ? "The document has ended." : "The document was given up.");
+    if (mOutput == nullptr) ThrowFailure("The document was given up.");
     try {
         step();
     } catch (...) {
@@ -84,6 +86,7 @@ void DocumentWriter::Attribute(const char* name, const char* value) {
 void DocumentWriter::Characters(const char* text) {
     Take([&] {
         if (*text == 0) return;
+        if (mHasEnded) ThrowFailure("The document has ended.");
         if (mOpen.empty()) ThrowFailure("Text stands outside of the root element.");
         CloseStartTag();
         mOpen.back().hasText = true;
@@ -98,23 +101,22 @@ void DocumentWriter::EndElement(const char* name) {
 }
 
 void DocumentWriter::Start(const char* name) {
-    if (!IsXMLName(name)) ThrowFailure("\"" + std::string(name) + "\" is no name of an element.");
+    if (mHasEnded) ThrowFailure("The document has ended.");
+    if (!IsXMLName(name)) ThrowFailure(Quoted(name) + " is no name of an element.");
     BeginMarkup();
     mOpen.push_back({mNames.size()});
     mNames.append(name).push_back('\0');
     mAttributes.clear();
+    mFurtherAttributes.clear();
     mInStartTag = true;
-    mHasRoot = true;
     Append("<");
     Append(name);
 }
 
 void DocumentWriter::AddAttribute(const char* name, const char* value) {
     if (!mInStartTag) ThrowFailure("An attribute stands behind the start of its element" + Place() + ".");
-    if (!IsXMLName(name)) ThrowFailure("\"" + std::string(name) + "\" is no name of an attribute.");
-    if (std::find(mAttributes.begin(), mAttributes.end(), name) != mAttributes.end())
-        ThrowFailure("The attribute \"" + std::string(name) + "\" is there twice" + Place() + ".");
-    mAttributes.emplace_back(name);
+    if (!IsXMLName(name)) ThrowFailure(Quoted(name) + " is no name of an attribute.");
+    NoteAttribute(name);
     Append(" ");
     Append(name);
     Append("=\"");
@@ -122,21 +124,40 @@ void DocumentWriter::AddAttribute(const char* name, const char* value) {
     Append("\"");
 }
 
+void DocumentWriter::NoteAttribute(const char* name) {
+    bool isThere = std::find(mAttributes.begin(), mAttributes.end(), name) != mAttributes.end();
+    if (!isThere && mAttributes.size() < kFewAttributes) {
+        mAttributes.emplace_back(name);
+    } else if (!isThere) {
+        isThere = !mFurtherAttributes.insert(name).second;
+    }
+    if (isThere) ThrowFailure("The attribute " + Quoted(name) + " is there twice" + Place() + ".");
+}
+
+// Two hyphens would be the end of the comment.
 void DocumentWriter::AddComment(const char* text) {
-    const std::string_view content(text);
-    if (content.find("--") != std::string_view::npos || content.ends_with('-'))
-        ThrowFailure("A comment holds \"--\" or ends with \"-\".");
+    std::string content(text);
+    for (std::size_t at = content.find('-'); at != std::string::npos; at = content.find('-', at + 1)) {
+        const bool isHeld = at + 1 != content.size() && content[at + 1] != '-';
+        if (isHeld) continue;
+        if (!mOptions.replace) ThrowFailure("A comment holds \"--\" or ends with \"-\".");
+        content.replace(at, 1, kReplacement);
+    }
     BeginMarkup();
     Append("<!--");
-    AppendEscaped(text, kPlainInComment);
+    AppendEscaped(content.c_str(), kPlainInComment);
     Append("-->");
-    if (mOpen.empty() && mOptions.indentation != 0) Append("\n");
+    if (mOpen.empty() && (mOptions.indentation != 0 || (mHasEnded && mOptions.declaration))) Append("\n");
+    if (!mHasEnded) return;
+    mOutput->Append(mBuffer);
+    mBuffer.clear();
 }
 
 void DocumentWriter::End(const char* name) {
-    if (mOpen.empty()) ThrowFailure("\"" + std::string(name) + "\" ends without a start.");
+    if (mHasEnded) ThrowFailure("The document has ended.");
+    if (mOpen.empty()) ThrowFailure(Quoted(name) + " ends without a start.");
     if (std::strcmp(name, OpenName()) != 0)
-        ThrowFailure("\"" + std::string(name) + "\" ends where \"" + OpenName() + "\" is open.");
+        ThrowFailure(Quoted(name) + " ends where " + Quoted(OpenName()) + " is open.");
     const Element element = mOpen.back();
     if (mInStartTag) {
         mInStartTag = false;
@@ -153,7 +174,8 @@ void DocumentWriter::End(const char* name) {
     if (mOptions.declaration || mOptions.indentation != 0) Append("\n");
     mOutput->Write(mBuffer);
     mOutput->Commit();
-    mOutput.reset();
+    mBuffer.clear();
+    mHasEnded = true;
 }
 
 void DocumentWriter::CloseStartTag() {
@@ -175,11 +197,19 @@ void DocumentWriter::BreakLine(std::size_t level) {
     mBuffer.append(std::min(level, kDeepestIndentation) * mOptions.indentation, ' ');
 }
 
+// A long text goes on without being copied once more. What follows the root goes on as a whole.
 void DocumentWriter::Append(std::string_view text) {
-    mBuffer += text;
-    if (mBuffer.size() < kBufferSize) return;
+    if (mHasEnded || mBuffer.size() + text.size() < kBufferSize) {
+        mBuffer += text;
+        return;
+    }
     mOutput->Write(mBuffer);
     mBuffer.clear();
+    if (text.size() < kBufferSize) {
+        mBuffer += text;
+    } else {
+        mOutput->Write(text);
+    }
 }
 
 void DocumentWriter::AppendEscaped(const char* text, const std::array<bool, 256>& plain) {
@@ -191,24 +221,36 @@ void DocumentWriter::AppendEscaped(const char* text, const std::array<bool, 256>
             continue;
         }
         if (octet == 0) break;
-        const Character character = DecodeCharacter(reinterpret_cast<const unsigned char*>(text));
-        if (character.octets == 0)
-            ThrowFailure("The text is not UTF-8 at octet 0x" + Hexadecimal("%02X", octet) + Place() + ".");
-        if (!IsXMLCharacter(character.value))
-            ThrowFailure("XML cannot hold the character U+" + Hexadecimal("%04X", character.value) + Place() +
-                         ".");
-        if (octet < 0x80) {
-            Append({start, text});
-            Append(Escape(character.value));
-            start = text + 1;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+        const Character character = DecodeCharacter(bytes);
+        const bool isHeld = character.octets != 0 && IsXMLCharacter(character.value);
+        if (isHeld && octet >= 0x80) {
+            text += character.octets;
+            continue;
         }
-        text += character.octets;
+        Append({start, text});
+        text += character.octets != 0 ? character.octets : OctetsOfBadSequence(bytes);
+        start = text;
+        if (character.octets == 0) {
+            AppendReplacement("The text is not UTF-8 at octet ", "0x%02X", octet);
+        } else if (!isHeld) {
+            AppendReplacement("XML cannot hold the character ", "U+%04X", character.value);
+        } else if (&plain == &kPlainInComment) {
+            AppendReplacement("A comment cannot hold the character ", "U+%04X", character.value);
+        } else {
+            Append(Escape(character.value));
+        }
     }
     Append({start, text});
 }
 
+void DocumentWriter::AppendReplacement(const char* reason, const char* format, unsigned int value) {
+    if (!mOptions.replace) ThrowFailure(reason + Hexadecimal(format, value) + Place() + ".");
+    Append(kReplacement);
+}
+
 std::string DocumentWriter::Place() const {
-    return mOpen.empty() ? "" : " in element \"" + std::string(OpenName()) + "\"";
+    return mOpen.empty() ? "" : " in element " + Quoted(OpenName());
 }
 
 namespace {
@@ -222,7 +264,7 @@ ZBase::ReturnPtrI<UTF8Writer> MakeWriter(std::unique_ptr<Output> output, const W
 }  // namespace
 
 ZBase::ReturnPtrI<UTF8Writer> CreateFileWriter(const char* file, const WriterOptions& options) {
-    return MakeWriter(std::make_unique<FileOutput>(file), options);
+    return MakeWriter(CreateFileOutput(file), options);
 }
 
 ZBase::ReturnPtrI<UTF8Writer> CreateStringWriter(std::string& document, const WriterOptions& options) {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,17 +41,20 @@ private:
     void BreakLine(std::size_t level);
     void Append(std::string_view text);
     void AppendEscaped(const char* text, const std::array<bool, 256>& plain);
+    void AppendReplacement(const char* reason, const char* format, unsigned int value);
+    void NoteAttribute(const char* name);
     const char* OpenName() const { return mNames.c_str() + mOpen.back().nameStart; }
     std::string Place() const;
 
-    std::unique_ptr<Output> mOutput;  // null: finished or given up
+    std::unique_ptr<Output> mOutput;  // null: given up
     WriterOptions mOptions;
     std::string mBuffer;  // on its way to the output
     std::string mNames;   // of all open elements
     std::vector<Element> mOpen;
-    std::vector<std::string> mAttributes;  // names in the start tag that is open
+    std::vector<std::string> mAttributes;      // names in the start tag that is open
+    std::set<std::string> mFurtherAttributes;  // those that are too many to be searched one by one
     bool mInStartTag = false;
-    bool mHasRoot = false;
+    bool mHasEnded = false;  // the root element has, and the document is where it was to go
 };
 
 }  // namespace ZLiteXML

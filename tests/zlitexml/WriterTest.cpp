@@ -1,3 +1,4 @@
+#include <ZLiteXML/UTF8Reader.h>
 #include <ZLiteXML/UTF8Writer.h>
 #include <ZLiteXML/XMLException.h>
 
@@ -5,21 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
-
-#include "tests/support/ChildProcess.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using ZLiteXML::UTF8Writer;
 
 using Events = std::function<void(UTF8Writer&)>;
@@ -210,140 +201,104 @@ TEST(Writer, RefusesASecondRoot) {
     EXPECT_EQ(document, whole);
 }
 
-class FileWriter : public testing::Test {
-protected:
-    void SetUp() override {
-        char name[] = "/tmp/zlitexml-test-XXXXXX";
-        mFolder = mkdtemp(name);
-    }
-    void TearDown() override { fs::remove_all(mFolder); }
-
-    static std::string ReadAll(const fs::path& file) {
-        std::ifstream stream(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
-    std::size_t Files() const {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(mFolder), {}));
-    }
-    static void WriteTo(const fs::path& file) {
-        const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = false});
-        writer->StartElement("a");
-        writer->EndElement("a");
-    }
-
-    fs::path mFolder;
-};
-
-TEST_F(FileWriter, FileIsThereFromTheEndOfTheRootOn) {
-    const fs::path file = mFolder / "new.xml";
-    const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = false});
+TEST(Writer, TakesCommentsBehindTheRoot) {
+    EXPECT_EQ(Written([](UTF8Writer& writer) {
+                  writer.StartElement("a");
+                  writer.EndElement("a");
+                  writer.Comment("b");
+                  writer.Comment("c");
+              }),
+              "<a/><!--b--><!--c-->");
+    std::string document;
+    const auto writer = ZLiteXML::CreateStringWriter(document);
     writer->StartElement("a");
-    writer->Characters(std::string(200000, 'x').c_str());
-    EXPECT_EQ(Files(), 0u);
     writer->EndElement("a");
-    EXPECT_EQ(ReadAll(file), "<a>" + std::string(200000, 'x') + "</a>");
-    EXPECT_EQ(Files(), 1u);
+    writer->Comment("b");
+    const std::string whole = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a/>\n<!--b-->\n";
+    EXPECT_EQ(document, whole);
+    EXPECT_THROW(writer->Comment("c\x01"), ZLiteXML::XMLException);
+    EXPECT_EQ(document, whole);
 }
 
-TEST_F(FileWriter, GivenUpDocumentLeavesTheOldOne) {
-    const fs::path file = mFolder / "old.xml";
-    std::ofstream(file) << "old";
-    {
-        const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
-        writer->StartElement("a");
-        EXPECT_THROW(writer->Characters("\x01"), ZLiteXML::XMLException);
-    }
-    {
-        const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
-        writer->StartElement("unended");
-    }
-    EXPECT_EQ(ReadAll(file), "old");
-    EXPECT_EQ(Files(), 1u);
+// A reader makes a line feed of it.
+TEST(Writer, RefusesACarriageReturnInAComment) {
+    EXPECT_EQ(Refusal([](UTF8Writer& writer) { writer.Comment("a\rb"); }),
+              "A comment cannot hold the character U+000D.");
 }
 
-/// While it lives, no file of this process grows beyond `size` bytes.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t size) : mHandler(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &mBefore);
-        const rlimit limit{size, mBefore.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &mBefore);
-        std::signal(SIGXFSZ, mHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit mBefore{};
-    void (*mHandler)(int);
-};
-
-TEST_F(FileWriter, DocumentThatTheDiskCannotHoldLeavesTheOldOneAndNothingElse) {
-    const fs::path file = mFolder / "old.xml";
-    std::ofstream(file) << "old";
-    const std::string text(200000, 'x');
-    {
-        const FileSizeLimit limit(1000);
-        const auto writer = ZLiteXML::CreateFileWriter(file.c_str());
-        writer->StartElement("a");
-        writer->Characters(text.c_str());
-        EXPECT_THROW(writer->EndElement("a"), ZLiteXML::XMLException);
-        EXPECT_THROW(writer->StartElement("a"), ZLiteXML::XMLException);
-    }
-    EXPECT_EQ(ReadAll(file), "old");
-    EXPECT_EQ(Files(), 1u);
+TEST(Writer, ReplacesWhatXmlCannotHoldWhenItIsToldTo) {
+    EXPECT_EQ(Written(
+                  [](UTF8Writer& writer) {
+                      writer.Comment("--a--b\r\x02-");
+                      writer.StartElement("a");
+                      writer.Attribute("b", "1\x1F\xE9z\n");
+                      writer.Characters(
+                          "\x1B[1m<\xEF\xBF\xBE>\xE2\x82|\xC0\x80|\xED\xA0\x80|\xF8\x88\x80\x80\x80|"
+                          "\xE2\x82\xAC\x80\x80");
+                      writer.EndElement("a");
+                  },
+                  {.declaration = false, .replace = true}),
+              "<!--\uFFFD-a\uFFFD-b\uFFFD\uFFFD\uFFFD--><a b=\"1\uFFFD\uFFFDz&#10;\">"
+              "\uFFFD[1m&lt;\uFFFD&gt;\uFFFD|\uFFFD|\uFFFD|\uFFFD|\u20AC\uFFFD\uFFFD</a>");
+    EXPECT_THROW(Written([](UTF8Writer& writer) { writer.StartElement("\xE9"); }, {.replace = true}),
+                 ZLiteXML::XMLException);
 }
 
-TEST_F(FileWriter, ReplacedFileKeepsItsPermissionsAndLinksStayLinks) {
-    const fs::path file = mFolder / "old.xml";
-    std::ofstream(file) << "old";
-    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
-    fs::create_symlink("old.xml", mFolder / "link.xml");
-    WriteTo(mFolder / "link.xml");
-    EXPECT_TRUE(fs::is_symlink(mFolder / "link.xml"));
-    EXPECT_EQ(ReadAll(file), "<a/>");
-    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(Files(), 2u);
+std::string ToUtf8(unsigned int value) {
+    if (value < 0x80) return {static_cast<char>(value)};
+    std::string text;
+    const int further = value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
+    const unsigned int marks[] = {0xC0, 0xE0, 0xF0};
+    text += static_cast<char>(marks[further - 1] | value >> 6 * further);
+    for (int left = further - 1; left >= 0; --left)
+        text += static_cast<char>(0x80 | (value >> 6 * left & 0x3F));
+    return text;
 }
 
-TEST_F(FileWriter, DevicesAreWrittenToDirectly) {
-    WriteTo("/dev/null");
-    EXPECT_TRUE(fs::is_character_file("/dev/null"));
-    EXPECT_THROW(WriteTo("/dev/full"), ZLiteXML::XMLException);
+bool Reads(const std::string& document) {
+    try {
+        const auto reader = ZLiteXML::CreateReader();
+        reader->Read(document.data(), document.size());
+        reader->Finish();
+    } catch (const ZLiteXML::XMLException&) {
+        return false;
+    }
+    return true;
 }
 
-TEST_F(FileWriter, FileThatCannotBeWrittenIsNamed) {
-    for (const fs::path& file : {mFolder / "no" / "such" / "folder.xml", mFolder}) {
-        try {
-            WriteTo(file);
-            ADD_FAILURE() << file;
-        } catch (const ZLiteXML::XMLException& failure) {
-            EXPECT_NE(std::string(ZBase::FormatMessage(failure, 0).c_str()).find(file.string() + ": "),
-                      std::string::npos);
+TEST(Writer, TakesTheNamesThatTheReaderTakes) {
+    for (unsigned int value = 1; value < 0x110000; value += value < 0x10000 ? 1 : 4099) {
+        if (value == ' ' || value == '/' || value == '\t' || value == '\n' || value == '\r') continue;
+        for (const std::string& name : {ToUtf8(value), "a" + ToUtf8(value)}) {
+            bool writes = true;
+            try {
+                Written([&](UTF8Writer& writer) { writer.StartElement(name.c_str()); });
+            } catch (const ZLiteXML::XMLException&) {
+                writes = false;
+            }
+            ASSERT_EQ(writes, Reads("<" + name + "/>")) << value;
         }
     }
 }
 
-TEST_F(FileWriter, IndependentReaderAcceptsTheDocument) {
-    const fs::path file = mFolder / "all.xml";
-    {
-        const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = true, .indentation = 3});
-        writer->Comment("in front");
-        writer->StartElement("a");
-        writer->Attribute("b", "<&>\"'\t\n\r\xF0\x9F\x98\x80");
-        writer->Attribute("c", "");
-        writer->StartElement("d");
-        writer->Characters("]]>\x7F\xC2\x85\xEF\xBF\xBD");
-        writer->EndElement("d");
-        writer->EndElement("a");
-    }
-    const test::ChildResult child = test::RunChild({"/usr/bin/xmllint", "--noout", "--nonet", file});
-    EXPECT_EQ(child.exitCode, 0) << child.errors;
-    const test::ChildResult value = test::RunChild({"/usr/bin/xmllint", "--xpath", "string(/a/@b)", file});
-    EXPECT_EQ(value.output, "<&>\"'\t\n\r\xF0\x9F\x98\x80\n");
+TEST(Writer, TellsWhichOfManyAttributesIsThereTwice) {
+    const Events many = [](UTF8Writer& writer) {
+        writer.StartElement("a");
+        for (int number = 0; number < 200000; ++number)
+            writer.Attribute(("b" + std::to_string(number)).c_str(), "");
+        writer.Attribute("b199999", "");
+    };
+    EXPECT_EQ(Refusal(many), "The attribute \"b199999\" is there twice in element \"a\".");
+}
+
+TEST(Writer, OneLongTextTakesNoMoreThanItself) {
+    const std::string text(1 << 20, 'x');
+    EXPECT_EQ(Written([&](UTF8Writer& writer) {
+                  writer.StartElement("a");
+                  writer.Characters((text + "<" + text).c_str());
+                  writer.EndElement("a");
+              }),
+              "<a>" + text + "&lt;" + text + "</a>");
 }
 
 }  // namespace
