@@ -1,4 +1,5 @@
 #include <Base/messages/detail/TreeBuilder.h>
+#include <Base/platform/os/Threads.h>
 
 #include <algorithm>
 #include <utility>
@@ -170,7 +171,10 @@ void TreeBuilder::SetTemplate(const std::string& text) {
 void TreeBuilder::AddParameter(const std::string& text) {
     if (IsAtRoot()) {
         const Record* record = PlaceText(*mpLastRootBlock, text.c_str(), TAG_PARAMETER, true);
-        while (record == nullptr) record = PlaceText(*mpLastRootBlock, "", TAG_PARAMETER, true);
+        while (record == nullptr) {
+            os::YieldThread();
+            record = PlaceText(*mpLastRootBlock, "", TAG_PARAMETER, true);
+        }
         FollowRootChain();
         return;
     }
