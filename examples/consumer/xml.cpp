@@ -9,7 +9,7 @@ int main() {
     ZBase::Message record(ZBase::MESSAGE_DOMAIN_SERVER, 7, "The name \"%1\" is not UTF-8.");
     record << "caf\xC3\xA9";
     std::string document;
-    ZBase::SerializeToXML(record, *ZLiteXML::CreateStringWriter(document));
+    ZBase::SerializeToXML(record, *ZLiteXML::CreateStringWriter(document, {.replace = true}));
     std::fputs(document.c_str(), stdout);
 
     ZBase::Message back;

@@ -6,6 +6,7 @@
 
 #include "tests/support/MessageBytes.h"
 #include "tests/support/MessageTrees.h"
+#include "tests/support/SlowUnicode.h"
 #include "tests/support/XmlDocuments.h"
 
 namespace {
@@ -27,6 +28,32 @@ TEST(MessageXmlRoundTrip, RandomTreesComeBackEqual) {
         FromXML(ToXML(message, {.indentation = 3}), fromIndented);
         ASSERT_EQ(DescribeTree(fromIndented), DescribeTree(message)) << seed;
         ASSERT_EQ(ToXML(back), ToXML(fromIndented));
+    }
+}
+
+std::string AsTheyAre(const std::string& octets) {
+    return octets;
+}
+
+// What can't be read as UTF-8 becomes U+FFFD as in every conversion, and so does what XML cannot hold.
+std::string Replaced(const std::string& octets) {
+    test::Units units = test::SlowUtf8ToWide(octets, true).text;
+    for (unsigned short& unit : units) {
+        const bool isHeld = unit >= 0x20 || unit == '\t' || unit == '\n' || unit == '\r';
+        if (!isHeld) unit = 0xFFFD;
+    }
+    return test::SlowWideToUtf8(units, true).text;
+}
+
+TEST(MessageXmlRoundTrip, RecordsOfAnyOctetsComeBackWithWhatXmlCannotHoldReplaced) {
+    for (unsigned int seed = 0; seed < 300; ++seed) {
+        Message message;
+        Message expected;
+        test::FillWithOctets(message, seed, AsTheyAre);
+        test::FillWithOctets(expected, seed, Replaced);
+        Message back;
+        FromXML(ToXML(message, {.indentation = seed % 3, .replace = true}), back, 1 + seed * 7 % 5000);
+        ASSERT_EQ(DescribeTree(back), DescribeTree(expected)) << seed;
     }
 }
 

@@ -98,7 +98,34 @@ std::string RandomText(Random& random) {
     return text;
 }
 
-void AddAtRandom(ZBase::Message& message, Random& random) {
+using Form = std::string (*)(const std::string& octets);
+
+// Bad sequences more often than chance would bring them.
+std::string RandomOctets(Random& random) {
+    const char* const parts[] = {"\x1B[1m",      "\xE9",
+                                 "\xE2\x82",     "\xE2\x82\xAC",
+                                 "\xED\xA0\x80", "\xEF\xBF\xBE",
+                                 "\xF0\x9F\x98", "\xF0\x8F\xBF\xBD",
+                                 "\xC0\x80",     "\xFC\x80\x80",
+                                 "\r",           "]]>",
+                                 "<&\"",         " ",
+                                 "text"};
+    std::string text;
+    for (unsigned int left = Below(random, 12); left != 0; --left) {
+        if (Below(random, 2) == 0) {
+            text += static_cast<char>(1 + Below(random, 255));
+        } else {
+            text += parts[Below(random, std::size(parts))];
+        }
+    }
+    return text;
+}
+
+std::string TextFor(Random& random, Form form) {
+    return form == nullptr ? RandomText(random) : form(RandomOctets(random));
+}
+
+void AddAtRandom(ZBase::Message& message, Random& random, Form form) {
     const unsigned short domains[] = {0, 10, 11, 12, 13, 14, 15, 100, 101, 200, 210, 211, 212, 213, 300};
     const unsigned int languages[] = {0, 9, 1031, 1033, 0x7FFF, 0xFFFF};
     switch (Below(random, 7)) {
@@ -106,22 +133,22 @@ void AddAtRandom(ZBase::Message& message, Random& random) {
             message.SetDomainAndID(domains[Below(random, std::size(domains))], static_cast<int>(random()));
             break;
         case 1:
-            message.SetTemplate(RandomText(random).c_str());
+            message.SetTemplate(TextFor(random, form).c_str());
             break;
         case 2:
         case 3:
-            message << RandomText(random).c_str();
+            message << TextFor(random, form).c_str();
             break;
         case 4:
             message << ZBase::Message::Hex << static_cast<unsigned int>(random());
             break;
         case 5:
-            message.GetMessage();  // leaves a wide text
+            if (form == nullptr) message.GetMessage();  // leaves a wide text
             break;
         default:
             message.SetLocalizedText(
                 static_cast<unsigned short>(languages[Below(random, std::size(languages))]),
-                RandomText(random).c_str());
+                TextFor(random, form).c_str());
     }
 }
 
@@ -146,6 +173,10 @@ std::string DescribeTree(const ZBase::Message& message, unsigned short (*domainO
 }
 
 void FillAtRandom(ZBase::Message& message, unsigned int seed) {
+    FillWithOctets(message, seed, nullptr);
+}
+
+void FillWithOctets(ZBase::Message& message, unsigned int seed, Form form) {
     constexpr std::size_t deepest = 40;
     struct Taken {
         bool lower = false;
@@ -168,7 +199,7 @@ void FillAtRandom(ZBase::Message& message, unsigned int seed) {
             cursor.GoToParent();
             taken.pop_back();
         } else {
-            AddAtRandom(cursor.GetCurrentMessage(), random);
+            AddAtRandom(cursor.GetCurrentMessage(), random, form);
         }
     }
     while (cursor.GoToParent()) {

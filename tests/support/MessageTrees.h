@@ -16,4 +16,8 @@ std::string DescribeTree(const ZBase::Message& message,
 /// kind of character that XML can; domains have names.
 void FillAtRandom(ZBase::Message& message, unsigned int seed);
 
+/// The same with any octets in the texts, each text as `form` gives it back.
+void FillWithOctets(ZBase::Message& message, unsigned int seed,
+                    std::string (*form)(const std::string& octets));
+
 }  // namespace test

@@ -107,9 +107,10 @@ TEST_F(MessageFile, IsColouredOnATerminalOnly) {
         EXPECT_EQ(onTerminal(form).find('\033'), std::string::npos) << form;
 }
 
-void ExpectComplaint(const ChildResult& child, int exitCode, const std::string& what) {
+void ExpectComplaint(const ChildResult& child, int exitCode, const std::string& what,
+                     const std::string& shown = "") {
     EXPECT_EQ(child.exitCode, exitCode);
-    EXPECT_EQ(child.output, "");
+    EXPECT_EQ(child.output, shown);
     EXPECT_EQ(child.errors, "zbase: " + what + "\n");
 }
 
@@ -130,6 +131,65 @@ TEST(MessageCommand, EndlessInputEndsAtTheBound) {
         {"/bin/bash", "-c", "(echo '<m>'; yes '<parameter>p</parameter>') | " ZBASE_COMMAND " message"});
     EXPECT_EQ(child.exitCode, 1);
     EXPECT_NE(child.errors.find("more than 67108864 bytes"), std::string::npos) << child.errors;
+}
+
+TEST(MessageCommand, BoundsCanBeSet) {
+    const std::string document = "<m><a><b/></a><id>7</id></m>";
+    ExpectComplaint(ShowMessage({"--depth", "1"}, document), 1, "-: Line 1, column 7: more than 1 levels.");
+    EXPECT_EQ(ShowMessage({"--depth", "2"}, document).exitCode, 0);
+    ExpectComplaint(ShowMessage({"--size", "27"}, document), 1, "-: The document has more than 27 bytes.",
+                    "Unknown 7  Unknown error. (Unknown message 7)\n");
+    EXPECT_EQ(ShowMessage({"--size", "28"}, document).exitCode, 0);
+    EXPECT_EQ(ShowMessage({"--size", "1KB"}, document).exitCode, 0);
+    EXPECT_EQ(ShowMessage({"--size", "much"}, document).exitCode, 2);
+
+    std::string deep;
+    for (int level = 0; level < 20000; ++level) deep += "<lower_level_message>";
+    for (int level = 0; level < 20000; ++level) deep += "</lower_level_message>";
+    EXPECT_EQ(ShowMessage({}, deep).exitCode, 1);
+    EXPECT_EQ(ShowMessage({"--depth", "20000"}, deep).exitCode, 0);
+}
+
+TEST(MessageCommand, ShowsWhatArrivedOfADocumentThatWasCutOff) {
+    const std::string cut = "<m><id>7</id><lower_level_message><id>8</id><same_level_message><id>9</id><id>1";
+    const std::string failure = "-: Line 1, column 80: no element found.";
+    ExpectComplaint(ShowMessage({}, cut), 1, failure,
+                    "Unknown 7  Unknown error. (Unknown message 7)\n"
+                    "  Unknown 8  Unknown error. (Unknown message 8)\n"
+                    "  Unknown 9  Unknown error. (Unknown message 9)\n");
+    Message message;
+    test::FromXML(ShowMessage({"--xml"}, cut).output, message);
+    EXPECT_EQ(message.GetLowerLevelMessageOrNULL()->GetSameLevelMessageOrNULL()->GetID(), 9);
+    EXPECT_TRUE(ShowMessage({"--json"}, cut).output.ends_with("\n]\n"));
+}
+
+// At every place: never more than there was, never another order, never a crash.
+TEST(MessageCommand, TakesADocumentThatIsCutOffAnywhere) {
+    const std::string document(kDocument);
+    for (std::size_t length = 0; length < document.size(); length += 7) {
+        const ChildResult child = ShowMessage({}, document.substr(0, length));
+        EXPECT_EQ(child.exitCode, 1) << length;
+        EXPECT_TRUE(child.errors.starts_with("zbase: -: Line ")) << child.errors;
+    }
+}
+
+TEST(MessageCommand, ManyFieldsAreShownInTheirOrder) {
+    std::string document = "<m>";
+    for (int number = 0; number < 100000; ++number) document += "<parameter>p</parameter>";
+    for (int number = 0; number < 0xFFFF; ++number)
+        document +=
+            "<text language_id=\"" + std::string(ZBase::ToHexUpperString(number).c_str()) + "\">t</text>";
+    for (const char* form : {"--parameters", "--json", "--xml"}) {
+        const ChildResult child = ShowMessage({form}, document + "</m>");
+        EXPECT_EQ(child.exitCode, 0) << child.errors;
+    }
+}
+
+TEST(MessageCommand, WritesWhatXmlCannotHoldAsReplacements) {
+    Message message(300, 1, "%1");
+    message << "caf\xE9\x1B";
+    const ChildResult child = ShowMessage({"--xml"}, test::ToXML(message, {.replace = true}));
+    EXPECT_NE(child.output.find("<parameter>caf\xEF\xBF\xBD\xEF\xBF\xBD</parameter>"), std::string::npos);
 }
 
 TEST(MessageCommand, RandomTreesComeBackEqualFromASecondProcess) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 // The commands of zbase. Each gives the exit status: 0, or 1 when what it was asked about is bad. What can't
@@ -20,6 +22,8 @@ struct MessageRequest {
     bool texts = false;
     bool xml = false;
     bool json = false;
+    std::size_t depth = 10'000;                    // levels of the document at most
+    std::uint64_t size = std::uint64_t{64} << 20;  // bytes at most
 };
 
 int RunRoad(const std::string& file);

@@ -88,9 +88,9 @@ void PrintMessage(const Visit& visit, const MessageRequest& request) {
           Styled(std::to_string(message.GetID()), "1") + "  " +
           OneLine(TextOf(message, request.language).c_str()) + "\n");
     if (request.parameters) {
-        unsigned int index = 0;
-        while (const char* parameter = message.GetParameter(index))
-            Print(indent + "    " + Styled("%" + std::to_string(++index), "33") + " " + OneLine(parameter) +
+        unsigned int number = 0;
+        for (const char* parameter : Parameters(message))
+            Print(indent + "    " + Styled("%" + std::to_string(++number), "33") + " " + OneLine(parameter) +
                   "\n");
     }
     if (!request.texts) return;
@@ -115,17 +115,21 @@ nlohmann::ordered_json ToJson(const Visit& visit, const MessageRequest& request)
         textTemplate == nullptr ? nlohmann::ordered_json() : nlohmann::ordered_json(textTemplate);
     record["parameters"] = nlohmann::ordered_json::array();
     for (const char* parameter : Parameters(message)) record["parameters"].push_back(parameter);
-    record["texts"] = nlohmann::ordered_json::object();
+    // Each language is there once, so none is looked for.
+    nlohmann::ordered_json::object_t texts;
     for (const LocalizedText& text : LocalizedTexts(message))
-        record["texts"].emplace(Hex(text.language, 1), text.text);
+        texts.Container::emplace_back(Hex(text.language, 1), text.text);
+    record["texts"] = std::move(texts);
     return record;
 }
 
-}  // namespace
+bool IsEmpty(const Message& message) {
+    return message.GetDomain() == 0 && message.GetID() == 0 && message.GetTemplate() == nullptr &&
+           Parameters(message).empty() && LocalizedTexts(message).empty() &&
+           message.GetLowerLevelMessageOrNULL() == nullptr && message.GetSameLevelMessageOrNULL() == nullptr;
+}
 
-int RunMessage(const MessageRequest& request) {
-    Message message;
-    ReadDocument(request.file, message);
+void Show(const Message& message, const MessageRequest& request) {
     if (request.xml) {
         Print(ToDocument(message));
     } else if (request.json) {
@@ -138,5 +142,20 @@ int RunMessage(const MessageRequest& request) {
     } else {
         Walk(message, [&](const Visit& visit) { PrintMessage(visit, request); });
     }
+}
+
+}  // namespace
+
+// Of a document that is bad or cut off what had arrived is shown, and then why it is not more.
+int RunMessage(const MessageRequest& request) {
+    Message message;
+    try {
+        ReadDocument(request.file, message, {.depth = request.depth, .size = request.size});
+    } catch (const Failure&) {
+        if (!IsEmpty(message)) Show(message, request);
+        FinishOutput();
+        throw;
+    }
+    Show(message, request);
     return 0;
 }

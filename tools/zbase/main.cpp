@@ -33,6 +33,10 @@ int Run(int argc, char** argv) {
         ->capture_default_str();
     message->add_flag("-p,--parameters", shown.parameters, "Show the parameters of each message");
     message->add_flag("-t,--texts", shown.texts, "Show the stored texts of all languages");
+    message->add_option("--depth", shown.depth, "Levels of the document at most")->capture_default_str();
+    message->add_option("--size", shown.size, "Bytes of the document at most, such as 512MB")
+        ->transform(CLI::AsSizeValue(false))
+        ->capture_default_str();
     CLI::Option* xml = message->add_flag("--xml", shown.xml, "Write the message as XML");
     message->add_flag("--json", shown.json, "Write one JSON object for each message")->excludes(xml);
 
