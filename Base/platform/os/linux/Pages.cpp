@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 
@@ -67,7 +68,10 @@ bool SetProtection(void* address, std::size_t size, int protection) {
 }  // namespace
 
 std::size_t PageSize() {
-    return static_cast<std::size_t>(getpagesize());
+    // No guarded static, which a child could find taken: two first calls ask twice, and get the same.
+    static constinit std::atomic<std::size_t> sSize{0};
+    if (sSize == 0) sSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return sSize;
 }
 
 void* AllocatePages(std::size_t size) {
