@@ -100,7 +100,7 @@ cd "$work/minidump"
 for patch in "$pinned"/*.patch; do
     # What somebody has put here may come from such a place as this.
     patch --force --silent --dry-run --reverse --directory=deps/breakpad/src -p1 <"$patch" >/dev/null 2>&1 ||
-        patch --force --silent --directory=deps/breakpad/src -p1 <"$patch" >&2 || refuse "$(basename "$patch") does not fit the package"
+        patch --force --silent --no-backup-if-mismatch --directory=deps/breakpad/src -p1 <"$patch" >&2 || refuse "$(basename "$patch") does not fit the package"
 done
 ln -sfn ../../../third_party/lss deps/breakpad/src/third_party/lss
 chmod +x bin/linux-x64/*
