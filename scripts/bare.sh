@@ -28,7 +28,9 @@ copy_settings() {
     done
 }
 
+# Where the root is no mount point, nothing below it can have a namespace of its own.
 mount_kernel() {
+    mount --bind "$root" "$root"
     mount -t proc proc "$root/proc"
     mount --rbind /dev "$root/dev"
     mount -t sysfs sysfs "$root/sys"
@@ -59,11 +61,21 @@ use_ccache() {
 if [ "${1:-}" != --inside ]; then
     [ "$(id -u)" = 0 ] || { echo "bare.sh: only root can make a system to try it on (debootstrap, mount, chroot)" >&2; exit 1; }
     place=$(mktemp -d "${TMPDIR:-/var/tmp}/zbase-bare-XXXXXX")
-    trap 'end_progress; rm -rf --one-file-system "$place"' EXIT
+    inside=""
+    leave() {
+        end_progress
+        [ -z "$inside" ] || { kill -KILL "$inside" && wait "$inside"; } 2>/dev/null || :
+        rm -rf --one-file-system "$place" 2>/dev/null || { sleep 2 && rm -rf --one-file-system "$place"; }
+    }
+    trap leave EXIT
     [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
     # Mounts and processes of a namespace go with it, however it ends.
-    unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place"
-    exit
+    unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" &
+    inside=$!
+    status=0
+    wait "$inside" || status=$?
+    inside=""
+    exit "$status"
 fi
 
 root=$2/root
