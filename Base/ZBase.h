@@ -22,6 +22,7 @@
 #include <Base/frame/Environment.h>
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/NoCopy.h>
+#include <Base/frame/NotBool.h>
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/ReferenceCounted.h>
 #include <Base/frame/ReferenceCountedImpl.h>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/frame/Api.h>
+#include <Base/frame/NotBool.h>
 #include <Base/frame/ReturnString.h>
 #include <Base/frame/SmartPtrI.h>
 #include <Base/memory/MemoryContract.h>
@@ -17,5 +18,13 @@ ZBASE_API ReturnString WideCharToUTF8Governed(const unsigned short* source, bool
 
 ZBASE_API ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, unsigned int length,
                                                          SmartPtrI<MemoryContract>& contract, bool replace);
+
+// The flag is a `bool` and nothing that becomes one.
+template <NotBool Flag>
+ReturnString WideCharToUTF8Governed(const unsigned short* source, Flag replace,
+                                    SmartPtrI<MemoryContract>& contract) = delete;
+template <NotBool Flag>
+ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, unsigned int length,
+                                               SmartPtrI<MemoryContract>& contract, Flag replace) = delete;
 
 }  // namespace ZBase

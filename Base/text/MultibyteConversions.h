@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/frame/Api.h>
+#include <Base/frame/NotBool.h>
 #include <Base/frame/ReturnString.h>
 #include <Base/frame/ReturnWString.h>
 
@@ -29,5 +30,15 @@ ZBASE_API ReturnWString MultiByteToWideChar(const char* source, bool replace);
 /// A proper surrogate pair is one character; any other surrogate is bad. A character that the locale can't
 /// hold gives one "?" for each of its units.
 ZBASE_API ReturnString WideCharToMultiByte(const unsigned short* source, bool replace);
+
+// The flag is a `bool` and nothing that becomes one.
+template <NotBool Flag>
+ReturnWString ASCIIToWideChar(const char* source, Flag replace) = delete;
+template <NotBool Flag>
+ReturnString WideCharToASCII(const unsigned short* source, Flag replace) = delete;
+template <NotBool Flag>
+ReturnWString MultiByteToWideChar(const char* source, Flag replace) = delete;
+template <NotBool Flag>
+ReturnString WideCharToMultiByte(const unsigned short* source, Flag replace) = delete;
 
 }  // namespace ZBase

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/frame/Api.h>
+#include <Base/frame/NotBool.h>
 #include <Base/frame/ReturnString.h>
 #include <Base/frame/ReturnWString.h>
 
@@ -46,5 +47,11 @@ ZBASE_API double LocaleNeutralStringToDouble(const unsigned short* text);
 /// A count of bytes with two decimals and its unit of 1024, such as "1.50KB", in the global locale of the
 /// streams. Throws `std::bad_alloc`.
 ZBASE_API std::string GetHumanReadableSize(std::uint64_t bytes);
+
+// The flag is a `bool` and nothing that becomes one.
+template <NotBool Flag>
+unsigned int HexToUnsignedInt(const unsigned short* text, Flag lenient) = delete;
+template <NotBool Flag>
+unsigned int HexToUnsignedInt(const char* text, Flag lenient) = delete;
 
 }  // namespace ZBase

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/frame/Api.h>
+#include <Base/frame/NotBool.h>
 #include <Base/frame/ReturnString.h>
 #include <Base/frame/ReturnUString.h>
 #include <Base/frame/ReturnWString.h>
@@ -57,5 +58,24 @@ ZBASE_API unsigned short* WideCharToUTF16(const unsigned short* source, unsigned
 /// Encodes terminated UTF-16 strictly: throws `StringConversionException` for every surrogate that is not
 /// part of a proper pair, naming the unit at which it noticed. U+FFFE and U+FFFF pass.
 ZBASE_API ReturnString UTF16ToUTF8(const unsigned short* source);
+
+// The flag is a `bool` and nothing that becomes one.
+template <NotBool Flag>
+ReturnWString UTF8ToWideChar(const char* source, Flag replace) = delete;
+template <NotBool Flag>
+bool UTF8ToWideChar(const unsigned char* source, unsigned short* destination, std::uint64_t sourceLength,
+                    Flag replace) = delete;
+template <NotBool Flag>
+ReturnString WideCharToUTF8(const unsigned short* source, Flag replace) = delete;
+template <NotBool Flag>
+ReturnString WideCharToUTF8UsingLength(const unsigned short* source, unsigned int length,
+                                       Flag replace) = delete;
+template <NotBool Flag>
+ReturnWString UTF16ToWideChar(const unsigned short* source, Flag replace) = delete;
+template <NotBool Flag>
+ReturnUString WideCharToUTF16(const unsigned short* source, Flag replace) = delete;
+template <NotBool Flag>
+unsigned short* WideCharToUTF16(const unsigned short* source, unsigned short* destination,
+                                std::uint64_t capacity, Flag replace) = delete;
 
 }  // namespace ZBase
