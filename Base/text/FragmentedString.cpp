@@ -75,7 +75,7 @@ private:
     enum class OnNull { kFail, kThrow };
 
     int AppendUnits(const unsigned short* text, std::uint64_t length, OnNull onNull);
-    int OpenFragment(std::uint64_t size, OnNull onNull);
+    bool OpenFragment(std::uint64_t size, OnNull onNull, int& failure);
     void Store(const unsigned short* text, std::uint64_t length);
     void* AllocateFragment(std::uint64_t size);
     void Link(void* memory, std::uint64_t size);
@@ -118,9 +118,9 @@ int FragmentedStringImpl::AppendUnits(const unsigned short* text, std::uint64_t 
     if (fitting == length) return 0;
     // What has been stored stays, whatever comes of the rest.
     const std::uint64_t rest = length - fitting;
-    if (const int failure = OpenFragment(RoundUp(rest * kUnit + kHeader), onNull)) return failure;
-    Store(text + fitting, rest);
-    return 0;
+    int failure = 0;
+    if (OpenFragment(RoundUp(rest * kUnit + kHeader), onNull, failure)) Store(text + fitting, rest);
+    return failure;
 }
 
 void FragmentedStringImpl::Store(const unsigned short* text, std::uint64_t length) {
@@ -131,24 +131,30 @@ void FragmentedStringImpl::Store(const unsigned short* text, std::uint64_t lengt
     mLength += static_cast<unsigned int>(length);
 }
 
-int FragmentedStringImpl::OpenFragment(std::uint64_t size, OnNull onNull) {
-    if (!FitsInSize(mTotalBytes + size)) return kOutOfMemory;
+// False when there is no new fragment, with the reason in `failure`; the reason of a contract may be 0.
+bool FragmentedStringImpl::OpenFragment(std::uint64_t size, OnNull onNull, int& failure) {
+    failure = kOutOfMemory;
+    if (!FitsInSize(mTotalBytes + size)) return false;
     void* memory = nullptr;
     try {
         memory = AllocateFragment(size);
     } catch (const std::bad_alloc&) {
-        return kOutOfMemory;
+        return false;
     } catch (const BufferException&) {
-        return kBufferFailed;
+        failure = kBufferFailed;
+        return false;
     } catch (const ContractManagerAllocException& refusal) {
-        return refusal.GetID();
+        failure = refusal.GetID();
+        return false;
     } catch (...) {
-        return kUnexpected;
+        failure = kUnexpected;
+        return false;
     }
     if (memory == nullptr && onNull == OnNull::kThrow) throw kNoFragment;
-    if (memory == nullptr) return kOutOfMemory;
+    if (memory == nullptr) return false;
     Link(memory, size);
-    return 0;
+    failure = 0;
+    return true;
 }
 
 void* FragmentedStringImpl::AllocateFragment(std::uint64_t size) {

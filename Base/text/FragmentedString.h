@@ -12,7 +12,7 @@ namespace ZBase {
 ///
 /// The operations give 0 for success and 1 for a null argument. An append that finds no memory keeps what
 /// fitted and gives 0x8007000E; or 0x80041FF2 when a buffer refused, the id of the failure when a contract
-/// did, and 0x8000FFFF for any other failure.
+/// did (which may be 0: `GetLength` tells), and 0x8000FFFF for any other failure.
 class ZBASE_API FragmentedString {
 public:
     /// Appends `length` units.

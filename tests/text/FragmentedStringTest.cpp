@@ -288,6 +288,16 @@ TEST_F(FailingFragment, EachFailureHasItsCode) {
     EXPECT_EQ(AppendTo([]() -> void* { throw 5; }), static_cast<int>(0x8000FFFF));
 }
 
+// Nothing but the result tells of it, and that is 0; the rest of the text is not written behind the fragment.
+TEST_F(FailingFragment, RefusalWithTheIdZeroStoresNothingBehindTheFragment) {
+    EXPECT_EQ(AppendTo([]() -> void* {
+                  ExceptionImpl<ContractManagerAllocException> refusal;
+                  refusal.SetDomainAndID(0, 0);
+                  throw refusal;
+              }),
+              0);
+}
+
 TEST_F(FailingFragment, NoObjectIsNull) {
     FunctionBuffer buffer;
     EXPECT_EQ(CreateFragmentedString("abc"_w, Allocator<unsigned short>(&buffer)), nullptr);
