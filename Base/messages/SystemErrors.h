@@ -7,8 +7,16 @@
 namespace ZBase {
 
 // Descriptions and symbols of the numbers that the system reports. A system code is a Win32 code on every
-// platform; a C library error number is the `errno` of this one for its description, and has the symbol that
-// the number has on Windows. Throw `std::bad_alloc`.
+// platform, alone or in the form of an `HRESULT` (0x8007000E is 14) or an `NTSTATUS` (0xC007000E). Throw
+// `std::bad_alloc`.
+//
+// A C library error number is described as this system's C library does, but its symbol is the one that the
+// number has in the library's own table, whatever the system. Up to 34 they do not contradict each other on
+// Linux. Above they do: 36 is "EDEADLK" and "File name too long", 38 "ENAMETOOLONG" and "Function not
+// implemented", 39 "ENOLCK" and "Directory not empty", 40 "ENOSYS" and "Too many levels of symbolic links",
+// 42 "EILSEQ" and "No message of desired type"; 41 and 139 have a symbol alone, 35, 37 and all others a
+// description alone. The symbol is for comparing and logging across systems, the description for who reads it
+// here.
 
 /// The last system code of the calling thread.
 ZBASE_API unsigned int GetLastError();
@@ -24,10 +32,11 @@ ZBASE_API bool IsSystemError(unsigned int code);
 /// is none.
 ZBASE_API ReturnWString GetWin32APIErrorDescriptionOrNULL(unsigned int code, unsigned short language);
 
-/// The C library's description of an error number, or null.
+/// This system's C library's description of an error number, or null.
 ZBASE_API ReturnWString GetStandardCLibraryErrorDescriptionOrNULL(int errorNumber);
 
-/// The symbol of an error number, such as "ENOENT"; null, or the number as decimal text, if it has none.
+/// The symbol of an error number in the library's table, such as "ENOENT"; null, or the number as decimal
+/// text, if it has none.
 ZBASE_API ReturnString GetStandardCLibraryErrorSymbolOrNULL(int errorNumber);
 ZBASE_API ReturnString GetStandardCLibraryErrorSymbolOrDecimalString(int errorNumber);
 

@@ -119,6 +119,36 @@ TEST(SystemErrorDescription, CodeIsUnsigned) {
               u"System Error 0x80000000 (2147483648): --- Unknown error.");
 }
 
+TEST(SystemErrorDescription, NamesTheErrorBehindAResultOrStatus) {
+    const auto described = [](unsigned int code) {
+        return test::Wide(GetSystemErrorDescription(code).c_str());
+    };
+    const std::u16string noMemory = test::Wide(GetWin32APIErrorDescriptionOrNULL(14, 0).c_str());
+    EXPECT_EQ(described(0x8007000E), u"System Error 0x8007000E (2147942414): --- " + noMemory);
+    EXPECT_EQ(described(0xC007000E), u"System Error 0xC007000E (3221684238): --- " + noMemory);
+    EXPECT_EQ(described(0x80070005), u"System Error 0x80070005 (2147942405): --- Access is denied.");
+    EXPECT_TRUE(IsSystemError(0x80070005));
+}
+
+TEST(SystemErrorDescription, EveryCodeHasItsTextInTheOtherForms) {
+    for (unsigned int code = 1; code <= 0xFFFF; ++code) {
+        const ReturnWString plain = GetWin32APIErrorDescriptionOrNULL(code, 0);
+        for (const unsigned int form : {0x80070000, 0xC0070000}) {
+            const ReturnWString text = GetWin32APIErrorDescriptionOrNULL(form | code, 0);
+            ASSERT_EQ(test::Wide(text.c_str()), test::Wide(plain.c_str())) << code;
+            ASSERT_EQ(IsSystemError(form | code), plain.c_str() != nullptr) << code;
+        }
+    }
+}
+
+TEST(SystemErrorDescription, SuccessAndOtherFacilitiesHaveNone) {
+    for (const unsigned int code :
+         {0x80070000u, 0xC0070000u, 0x80040005u, 0x80080005u, 0x00070005u, 0x40070005u}) {
+        EXPECT_EQ(GetWin32APIErrorDescriptionOrNULL(code, 0).c_str(), nullptr) << code;
+        EXPECT_FALSE(IsSystemError(code)) << code;
+    }
+}
+
 TEST(SystemErrorDescription, WantOfMemoryIsThrownAndNothingLeaks) {
     const std::size_t before = test::LiveBlocks();
     const std::size_t failures = test::ForEachFailingAllocation([] {
@@ -171,6 +201,24 @@ TEST(ErrorNumberDescription, IsTheCLibrarysForEveryNumberThatItKnows) {
         EXPECT_EQ(test::Wide(text.c_str()), std::u16string(expected, expected + std::strlen(expected)));
     }
     EXPECT_GE(known, 130);
+}
+
+// The symbols are the library's own, the descriptions this system's: the numbers that the header lists, and
+// no others.
+TEST(ErrorNumberDescription, TellsAnotherErrorThanTheSymbolWhereTheHeaderSaysSo) {
+    std::map<int, std::string> others;
+    for (const auto& [number, symbol] : kErrorSymbols) {
+        const char* name = strerrorname_np(number);
+        if (name == nullptr || std::strcmp(name, symbol) != 0)
+            others[number] = name == nullptr ? "none" : name;
+    }
+    EXPECT_EQ(others, (std::map<int, std::string>{{36, "ENAMETOOLONG"},
+                                                  {38, "ENOSYS"},
+                                                  {39, "ENOTEMPTY"},
+                                                  {40, "ELOOP"},
+                                                  {41, "none"},
+                                                  {42, "ENOMSG"},
+                                                  {139, "none"}}));
 }
 
 TEST(ErrorNumberDescription, SpeaksEnglish) {

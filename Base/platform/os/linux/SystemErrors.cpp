@@ -16,10 +16,22 @@ constexpr unsigned short kSystemLanguage = 0;
 constexpr unsigned short kEnglish = 0x409;
 constexpr char kLineEnd[] = {'\r', '\n'};
 
+constexpr unsigned int kResultOfWin32 = 0x80070000;  // HRESULT_FROM_WIN32
+constexpr unsigned int kStatusOfWin32 = 0xC0070000;  // NTSTATUS_FROM_WIN32
+
+// A failure may carry its Win32 code in the form of an `HRESULT` or an `NTSTATUS`. Success is no failure in
+// any form.
+const char* FindMessage(unsigned int code) {
+    const unsigned int form = code & 0xFFFF0000;
+    const unsigned int carried = code & 0xFFFF;
+    if (form != kResultOfWin32 && form != kStatusOfWin32) return FindSystemMessage(code);
+    return carried == 0 ? nullptr : FindSystemMessage(carried);
+}
+
 template <class Ch>
 unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsigned int capacity) {
     const bool served = language == kSystemLanguage || language == kEnglish;
-    const char* text = served ? FindSystemMessage(code) : nullptr;
+    const char* text = served ? FindMessage(code) : nullptr;
     if (text == nullptr) {
         SetLastCode(kMessageNotFound);
         return 0;
