@@ -53,7 +53,7 @@ struct ZBASE_API DbgHelpFunctions {
 
 /// The library's one door to debug help, which is opened at first use and may be missing. Nothing here takes
 /// a lock but `CreateCallStack`, which calls it under its own: symbols are asked for by one thread at a time.
-class ZBASE_API DbgHelpBuilder : public CallStackBuilder {
+class ZBASE_API DbgHelpBuilder final : public CallStackBuilder {
 public:
     DbgHelpBuilder();
     DbgHelpBuilder(const DbgHelpBuilder&) = delete;

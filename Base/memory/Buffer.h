@@ -102,8 +102,7 @@ protected:
 
 }  // namespace ZBase
 
-/// A piece of the buffer: `buffer->Allocate(size)`.
-ZBASE_API void* operator new(std::size_t size, ZBase::Buffer* buffer);
+/// A piece of the buffer: `buffer->Allocate(size)`. The form for one object is declared with `Allocator`.
 ZBASE_API void* operator new[](std::size_t size, ZBase::Buffer* buffer);
 
 /// For a constructor that throws: the piece stays with the buffer.
