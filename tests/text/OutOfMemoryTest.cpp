@@ -3,8 +3,13 @@
 
 #include <Base/frame/WideLiteral.h>
 #include <Base/text/BinaryText.h>
+#include <Base/text/FragmentedString.h>
+#include <Base/text/GovernedConversions.h>
+#include <Base/text/Guid.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/NumberText.h>
+#include <Base/text/SidText.h>
+#include <Base/text/Udid.h>
 #include <Base/text/UnicodeConversions.h>
 
 #include <gtest/gtest.h>
@@ -12,6 +17,7 @@
 #include <functional>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "tests/support/Allocations.h"
 #include "tests/support/Failures.h"
@@ -32,6 +38,16 @@ const char kBadNarrow[] = "0123456789012345678901234567890123456789\xFF";
 const unsigned short kWide[] = {'0', '1', '2', 0xE4, 0xD83D, 0xDE00, 0};
 const unsigned short kBadWide[] = {'g', '1', 0xFFFE, 0};
 const unsigned short kLoneSurrogate[] = {'g', '1', 0xD83D, 0};
+
+const unsigned char kSid[] = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
+const ZBase::WideString kSidText("S-1-5-18"_w);
+
+void ReadSid() {
+    unsigned char* sid = nullptr;
+    std::uint64_t size = 0;
+    ZBase::SidWStringToBinary(kSidText, sid, size);
+    delete[] sid;
+}
 
 const Case kCases[] = {
     {"UTF8ToWideChar", [] { ZBase::UTF8ToWideChar(kNarrow, false); }},
@@ -72,6 +88,29 @@ const Case kCases[] = {
     {"Binary2String", [] { ZBase::Binary2String(kNarrow, 40); }},
     {"Binary2OctString", [] { ZBase::Binary2OctString(kNarrow, 40); }},
     {"UrlEncode", [] { ZBase::UrlEncode(kNarrow); }},
+    {"WideCharToUTF8Governed",
+     [] {
+         ZBase::SmartPtrI<ZBase::MemoryContract> none;
+         ZBase::WideCharToUTF8Governed(kWide, true, none);
+     }},
+    {"Guid2String",
+     [] {
+         ZBase::Guid2String({1, 2, 3, {4}});
+     }},
+    {"Guid2MSString",
+     [] {
+         ZBase::Guid2MSString({1, 2, 3, {4}});
+     }},
+    {"Guid2MSUniString",
+     [] {
+         ZBase::Guid2MSUniString({1, 2, 3, {4}});
+     }},
+    {"Udid2String", [] { ZBase::Udid2String(ZBase::UDID_NULL); }},
+    {"SidBinaryToWString", [] { ZBase::SidBinaryToWString(kSid, sizeof kSid); }},
+    {"SidWStringToBinary", [] { ReadSid(); }},
+    {"CreateFragmentedString", [] { ZBase::CreateFragmentedString(kWide, {})->Delete(); }},
+    {"CreateFragmentedString with a capacity",
+     [] { ZBase::CreateFragmentedString(nullptr, 4, {})->Delete(); }},
 };
 
 TEST(OutOfMemory, EveryConversionThrowsAndLeaksNothing) {
@@ -91,6 +130,29 @@ TEST(OutOfMemory, EveryConversionThrowsAndLeaksNothing) {
         EXPECT_GT(failures, 0u) << row.name;
         EXPECT_LE(completed, 1u) << row.name << " went on without memory";
     }
+}
+
+TEST(OutOfMemory, TextThatGrowsKeepsWhatItHas) {
+    const std::vector<unsigned short> half(400, 'x');
+    const std::size_t live = test::LiveBlocks();
+    test::ForEachFailingAllocation([&half] {
+        ZBase::FragmentedString* const text = [] {
+            try {
+                return ZBase::CreateFragmentedString(nullptr, {});
+            } catch (const std::bad_alloc&) {
+                return static_cast<ZBase::FragmentedString*>(nullptr);
+            }
+        }();
+        if (text == nullptr) return;
+        unsigned int length = 0;
+        const int result = text->Append(half.data(), 400);
+        EXPECT_EQ(text->GetLength(&length), 0);
+        // 248 units fit into the first fragment.
+        EXPECT_EQ(length, result == 0 ? 400u : 248u);
+        EXPECT_TRUE(result == 0 || result == static_cast<int>(0x8007000E));
+        text->Delete();
+    });
+    EXPECT_EQ(test::LiveBlocks(), live);
 }
 
 TEST(OutOfMemory, BufferFormsAndParsersAllocateNothing) {
