@@ -35,7 +35,7 @@ only_clang="-Weverything -Wno-c++98-compat -Wno-c++98-compat-pedantic -Wno-c++20
 # compile_alone COMPILER OPTION...: a source for each public header that includes it and nothing else.
 compile_alone() {
     { public_headers Base; public_headers ZLiteXML; } | xargs -P "$(nproc)" -I{} \
-        sh -c 'echo "#include <$0>" | "$@" -x c++ - || { echo "$0: $*" >&2; exit 255; }' {} "$@" -I. -fsyntax-only
+        sh -c 'echo "$0"; echo "#include <$0>" | "$@" -x c++ - || { echo "$0: $*" >&2; exit 255; }' {} "$@" -I. -fsyntax-only
 }
 
 # The umbrella header names every public header; an include never points up a layer. Each header compiles alone and
@@ -45,8 +45,9 @@ check_headers() {
     python3 scripts/layers.py
     local standard
     for standard in 20 23; do
-        compile_alone g++ -std=c++$standard $strictly $only_gcc
-        compile_alone clang++-16 -std=c++${standard/23/2b} $strictly $only_clang
+        quietly "Compiling each header alone (g++, C++$standard)" compile_alone g++ -std=c++$standard $strictly $only_gcc
+        quietly "Compiling each header alone (clang++, C++$standard)" \
+            compile_alone clang++-16 -std=c++${standard/23/2b} $strictly $only_clang
     done
 }
 

@@ -2,11 +2,13 @@
 # soak.sh [STEP...]: the tests that take long, on a built tree. Without a step, all of them, in this order.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/progress.sh
 
 # Every encoding that the C library can build a locale of, each character both ways.
 soak_encodings() {
     scripts/build.sh text_tests
-    ZBASE_ALL_ENCODINGS=1 build/release/tests/text_tests --gtest_brief=1 --gtest_filter='*EncodingTest*' | grep -v SKIPPED
+    ZBASE_ALL_ENCODINGS=1 quietly "Converting in every encoding" \
+        build/release/tests/text_tests --gtest_filter='*EncodingTest*'
 }
 
 # Hostile documents of 1 to 64 MiB, as a whole and in pieces down to one octet.
