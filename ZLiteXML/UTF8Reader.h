@@ -19,8 +19,10 @@ public:
 
     /// Takes the next piece, cut anywhere, and tells what is complete; what stands behind a long token that
     /// came in small pieces may wait until as much again has come, or for `Finish`. Throws `XMLException`
-    /// when the document is not well-formed, passes a bound, or declares entities or defaults of attributes;
-    /// whatever a handler throws; and `std::bad_alloc`. After that every further call throws.
+    /// when the document is not well-formed, passes a bound, declares entities, defaults of attributes or
+    /// more than 128 attributes of one element, or has one tag or comment of about 1 GiB; whatever a handler
+    /// throws; and `std::bad_alloc`. After that every further call throws. What is told, and the reason and
+    /// line of a refusal, do not hang on the cuts.
     virtual void Read(const char* bytes, std::size_t size) = 0;
 
     /// Ends the document; throws as `Read` does, also for a document that is not complete, of which it first

@@ -52,6 +52,23 @@ const char* Escape(unsigned int character) {
     }
 }
 
+// Two hyphens would be the end of the comment.
+bool HasCommentEnd(std::string_view text) {
+    return text.find("--") != std::string_view::npos || text.ends_with('-');
+}
+
+std::string WithoutCommentEnd(const char* text) {
+    std::string replaced;
+    for (; *text != 0; ++text) {
+        if (*text == '-' && (text[1] == '-' || text[1] == 0)) {
+            replaced += kReplacement;
+        } else {
+            replaced += *text;
+        }
+    }
+    return replaced;
+}
+
 std::string Hexadecimal(const char* format, unsigned int value) {
     char text[16];
     std::snprintf(text, sizeof text, format, value);
@@ -134,18 +151,16 @@ void DocumentWriter::NoteAttribute(const char* name) {
     if (isThere) ThrowFailure("The attribute " + Quoted(name) + " is there twice" + Place() + ".");
 }
 
-// Two hyphens would be the end of the comment.
 void DocumentWriter::AddComment(const char* text) {
-    std::string content(text);
-    for (std::size_t at = content.find('-'); at != std::string::npos; at = content.find('-', at + 1)) {
-        const bool isHeld = at + 1 != content.size() && content[at + 1] != '-';
-        if (isHeld) continue;
+    std::string replaced;
+    if (HasCommentEnd(text)) {
         if (!mOptions.replace) ThrowFailure("A comment holds \"--\" or ends with \"-\".");
-        content.replace(at, 1, kReplacement);
+        replaced = WithoutCommentEnd(text);
+        text = replaced.c_str();
     }
     BeginMarkup();
     Append("<!--");
-    AppendEscaped(content.c_str(), kPlainInComment);
+    AppendEscaped(text, kPlainInComment);
     Append("-->");
     if (mOpen.empty() && (mOptions.indentation != 0 || (mHasEnded && mOptions.declaration))) Append("\n");
     if (!mHasEnded) return;

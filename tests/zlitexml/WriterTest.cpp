@@ -291,6 +291,20 @@ TEST(Writer, TellsWhichOfManyAttributesIsThereTwice) {
     EXPECT_EQ(Refusal(many), "The attribute \"b199999\" is there twice in element \"a\".");
 }
 
+TEST(Writer, ManyReplacementsTakeLinearTime) {
+    const std::string hyphens(4 << 20, '-');
+    const std::string octets(4 << 20, '\xE9');
+    const std::string document = Written(
+        [&](UTF8Writer& writer) {
+            writer.Comment(hyphens.c_str());
+            writer.StartElement("a");
+            writer.Characters(octets.c_str());
+            writer.EndElement("a");
+        },
+        {.declaration = false, .replace = true});
+    EXPECT_EQ(document.size(), 2 * (3u << 22) + std::string("<!----><a></a>").size());
+}
+
 TEST(Writer, OneLongTextTakesNoMoreThanItself) {
     const std::string text(1 << 20, 'x');
     EXPECT_EQ(Written([&](UTF8Writer& writer) {
