@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <type_traits>
 
 namespace ZBase {
 class Buffer;
@@ -19,10 +20,24 @@ namespace ZBase {
 /// from the heap; with one it allocates pieces of the buffer and never frees, since a buffer gives back
 /// memory only as a whole. Throws `std::bad_array_new_length` for a count whose bytes no object can
 /// have, and whatever the heap or `Buffer::Allocate` throws.
+///
+/// What lives in a buffer ends no later than the buffer. A copy of it is in the heap, and so is the sum of
+/// two strings; what is assigned to it, copied or moved, comes into its buffer. Only swapping and moving into
+/// a new object carry the buffer along with the content.
 template <class T>
 class Allocator {
 public:
     using value_type = T;
+
+    // A swap exchanges the blocks, so each must take along who gives it back.
+    using propagate_on_container_swap = std::true_type;
+    // An assignment may not: what stands in the heap, or in one buffer, would come to depend on another.
+    using propagate_on_container_copy_assignment = std::false_type;
+    using propagate_on_container_move_assignment = std::false_type;
+    using is_always_equal = std::false_type;
+
+    /// The allocator of a copy: that of the heap, since nobody sees from a copy that it needs a buffer.
+    Allocator select_on_container_copy_construction() const noexcept { return Allocator(); }
 
     Allocator() noexcept = default;
     explicit Allocator(Buffer* buffer) noexcept : mpBuffer(buffer) {}

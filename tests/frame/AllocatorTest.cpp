@@ -3,10 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <limits>
+#include <list>
+#include <map>
+#include <memory>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Allocations.h"
@@ -88,6 +94,119 @@ TEST(Allocator, EqualIfOneCanFreeWhatTheOtherGave) {
     EXPECT_FALSE(Units(&a) == Units(&b));
     EXPECT_FALSE(Units(&a) == Units());
     EXPECT_EQ(ZBase::Allocator<int>(Units(&a)).GetBuffer(), &a);
+}
+
+// The containers of the tests below each hold one element that the heap and the buffer see.
+template <class Container>
+class ContainerInABuffer : public testing::Test {
+public:
+    using Alloc = typename Container::allocator_type;
+
+    static Container Make(ZBase::Buffer* buffer, unsigned short content) {
+        Container made{Alloc(buffer)};
+        if constexpr (requires { typename Container::mapped_type; }) {
+            for (unsigned short i = 0; i != 50; ++i) made.emplace(i, content);
+        } else {
+            for (int i = 0; i != 50; ++i) made.insert(made.end(), content);
+        }
+        return made;
+    }
+};
+
+template <class T>
+using In = ZBase::Allocator<T>;
+using Pair = std::pair<const unsigned short, unsigned short>;
+using Containers = testing::Types<ZBase::WideString, std::vector<unsigned short, In<unsigned short>>,
+                                  std::list<unsigned short, In<unsigned short>>,
+                                  std::map<unsigned short, unsigned short, std::less<>, In<Pair>>>;
+TYPED_TEST_SUITE(ContainerInABuffer, Containers);
+
+TYPED_TEST(ContainerInABuffer, SwapTakesTheBufferAlong) {
+    const std::size_t before = test::LiveBlocks();
+    {
+        RecordingBuffer buffer;
+        RecordingBuffer otherBuffer;
+        TypeParam heap = this->Make(nullptr, 1);
+        TypeParam region = this->Make(&buffer, 2);
+        TypeParam other = this->Make(&otherBuffer, 3);
+        const TypeParam one(heap);
+        const TypeParam two(region);
+        const TypeParam three(other);
+        heap.swap(region);
+        EXPECT_EQ(heap.get_allocator().GetBuffer(), &buffer);
+        EXPECT_EQ(region.get_allocator().GetBuffer(), nullptr);
+        swap(heap, other);
+        EXPECT_EQ(heap, three);
+        EXPECT_EQ(heap.get_allocator().GetBuffer(), &otherBuffer);
+        EXPECT_EQ(other, two);
+        EXPECT_EQ(region, one);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TYPED_TEST(ContainerInABuffer, CopyIsInTheHeapAndOutlivesTheBuffer) {
+    auto buffer = std::make_unique<RecordingBuffer>();
+    const TypeParam heap = this->Make(nullptr, 2);
+    const std::size_t before = test::LiveBlocks();
+    {
+        auto region = std::make_unique<TypeParam>(this->Make(buffer.get(), 2));
+        const std::size_t pieces = buffer->pieces.size();
+        const TypeParam copy(*region);
+        EXPECT_EQ(copy.get_allocator().GetBuffer(), nullptr);
+        EXPECT_EQ(buffer->pieces.size(), pieces);
+        region.reset();
+        buffer.reset();
+        EXPECT_EQ(copy, heap);
+    }
+    EXPECT_LE(test::LiveBlocks(), before);
+}
+
+TYPED_TEST(ContainerInABuffer, AssignmentLeavesTheTargetWhereItIs) {
+    const std::size_t before = test::LiveBlocks();
+    {
+        TypeParam heap = this->Make(nullptr, 1);
+        const TypeParam expected = this->Make(nullptr, 2);
+        {
+            RecordingBuffer buffer;
+            TypeParam region = this->Make(&buffer, 2);
+            heap = region;
+            EXPECT_EQ(heap, expected);
+            heap = this->Make(nullptr, 1);
+            heap = std::move(region);
+            EXPECT_EQ(heap.get_allocator().GetBuffer(), nullptr);
+            TypeParam target = this->Make(&buffer, 1);
+            target = heap;
+            EXPECT_EQ(target, expected);
+            target = this->Make(nullptr, 1);
+            EXPECT_EQ(target.get_allocator().GetBuffer(), &buffer);
+        }
+        EXPECT_EQ(heap, expected);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TYPED_TEST(ContainerInABuffer, MoveIntoANewObjectCarriesTheBufferAlong) {
+    const std::size_t before = test::LiveBlocks();
+    {
+        RecordingBuffer buffer;
+        TypeParam region = this->Make(&buffer, 2);
+        const std::size_t pieces = buffer.pieces.size();
+        const TypeParam moved(std::move(region));
+        EXPECT_EQ(moved.get_allocator().GetBuffer(), &buffer);
+        EXPECT_LE(buffer.pieces.size(), pieces + 2);  // a list or a deque may keep a head for the source
+        const TypeParam heap(std::move(region), typename TestFixture::Alloc());
+        EXPECT_EQ(heap.get_allocator().GetBuffer(), nullptr);
+    }
+    EXPECT_EQ(test::LiveBlocks(), before);
+}
+
+TEST(Allocator, SumOfStringsInABufferIsInTheHeap) {
+    RecordingBuffer buffer;
+    const ZBase::WideString text(100, 'x', Units(&buffer));
+    const ZBase::WideString sum = text + text;
+    EXPECT_EQ(sum.get_allocator().GetBuffer(), nullptr);
+    EXPECT_EQ(text.substr(0, 50).get_allocator().GetBuffer(), nullptr);
+    EXPECT_EQ(sum.size(), 200u);
 }
 
 TEST(WideLiteral, IsUtf16OfAnyKindOfCharacter) {

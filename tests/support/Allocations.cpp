@@ -12,7 +12,9 @@ constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
 std::atomic<std::size_t> gLiveBlocks{0};
 thread_local std::size_t tCount = 0;
+thread_local std::size_t tBytes = 0;
 thread_local std::size_t tFailAt = kNone;
+thread_local std::size_t tFailCount = 1;
 thread_local bool tFailed = false;
 
 struct Watch {
@@ -24,7 +26,9 @@ struct Watch {
 thread_local Watch tWatch;
 
 void* Allocate(std::size_t size) {
-    if (tCount++ == tFailAt) {
+    tBytes += size;
+    const std::size_t number = tCount++;
+    if (number >= tFailAt && number - tFailAt < tFailCount) {
         tFailed = true;
         return nullptr;
     }
@@ -95,6 +99,10 @@ std::size_t AllocationCount() {
     return tCount;
 }
 
+std::size_t AllocatedBytes() {
+    return tBytes;
+}
+
 FreedBlock::FreedBlock(const void* block, std::size_t octets) {
     tWatch = {block, std::min(octets, sizeof tWatch.content), false, {}};
 }
@@ -111,8 +119,9 @@ const unsigned char* FreedBlock::Octets() const {
     return tWatch.content;
 }
 
-FailingAllocation::FailingAllocation(std::size_t index) {
+FailingAllocation::FailingAllocation(std::size_t index, std::size_t count) {
     tFailed = false;
+    tFailCount = count;
     tFailAt = tCount + index;
 }
 

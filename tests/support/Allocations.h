@@ -7,8 +7,9 @@ namespace test {
 /// Blocks of the global heap that are live in this process, got through `operator new`.
 std::size_t LiveBlocks();
 
-/// Calls of `operator new` on this thread so far.
+/// Calls of `operator new` on this thread so far, and the bytes that they asked for.
 std::size_t AllocationCount();
+std::size_t AllocatedBytes();
 
 /// Remembers how a block begins at the moment when it is freed on this thread.
 class FreedBlock {
@@ -23,15 +24,15 @@ public:
     const unsigned char* Octets() const;
 };
 
-/// While it lives, one allocation of this thread fails: number `index` from now on, counted from 0.
+/// While it lives, `count` allocations of this thread fail: from number `index` from now on, counted from 0.
 class FailingAllocation {
 public:
-    explicit FailingAllocation(std::size_t index);
+    explicit FailingAllocation(std::size_t index, std::size_t count = 1);
     ~FailingAllocation();
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-    /// Whether the allocation was asked for, and failed.
+    /// Whether such an allocation was asked for, and failed.
     bool HasFailed() const;
 };
 
