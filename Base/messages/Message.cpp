@@ -109,9 +109,7 @@ const char* Message::GetParameter(unsigned int index) const {
 }
 
 Message& Message::operator<<(const char* text) {
-    Block& block = BlockOf(*this);
-    bool placed = text != nullptr && PlaceText(block, text, TAG_PARAMETER, true) != nullptr;
-    while (!placed) placed = PlaceText(block, "", TAG_PARAMETER, true) != nullptr;
+    PlaceParameter(BlockOf(*this), text == nullptr ? "" : text);
     return *this;
 }
 

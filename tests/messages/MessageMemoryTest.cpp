@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <string>
 
@@ -26,6 +27,9 @@ namespace {
 const char* const kLong =
     "a text that is longer than what a block of one hundred bytes has room for, so that it takes a block of "
     "its own";
+
+int gYields = 0;
+int gSleeps = 0;
 
 void Fill(Message& message) {
     message.SetDomainAndID(300, 42);
@@ -221,6 +225,35 @@ TEST(MessageMemory, ParameterWithoutMemoryIsReplacedByAnEmptyOne) {
     EXPECT_EQ(Layout(&message), "100-56: 11#3 6#3 11#3");
     EXPECT_STREQ(message.GetParameter(1), "");
     EXPECT_STREQ(message.GetParameter(2), "third");
+}
+
+// Both stand in front of the system's own, so they see what the library asks of it.
+extern "C" [[gnu::visibility("default")]] int sched_yield() noexcept {
+    ++gYields;
+    return 0;
+}
+extern "C" [[gnu::visibility("default")]] int nanosleep(const timespec*, timespec*) {
+    ++gSleeps;
+    return 0;
+}
+
+TEST(MessageMemory, ParameterThatWaitsForMemoryLetsOtherThreadsRun) {
+    unsigned char memory[16];
+    const Message::PlacementPtr holder(memory, 16);
+    gYields = gSleeps = 0;
+    {
+        const FailingAllocation failing(0, 150);
+        *holder << "a text that finds no place";
+    }
+    // One try with the text, 149 with none, each with a pause behind it.
+    EXPECT_EQ(gYields, 100);
+    EXPECT_EQ(gSleeps, 49);
+    *holder << "next";
+    EXPECT_STREQ(holder->GetParameter(0), "");
+    EXPECT_STREQ(holder->GetParameter(1), "next");
+    gYields = gSleeps = 0;
+    *holder << kLong << "";
+    EXPECT_EQ(gYields + gSleeps, 0);
 }
 
 TEST(MessageMemory, TextWithoutMemoryIsLostWithTheOldOne) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -190,33 +191,67 @@ TEST(MessageTree, PrependOfANestedMessageReadsItTwice) {
     EXPECT_EQ(test::FindFlaw(&message), nullptr);
 }
 
-TEST(MessageTree, PrependAgreesWithTheModelAtEveryLevelLengthAroundAStride) {
-    for (const int length : {1, 2, 63, 64, 65, 127, 128, 129, 200}) {
+// Messages of many sizes, so that what follows each finds its place now in front of its last records, now
+// behind them.
+TEST(MessageTree, PrependedLevelHasTheBytesOfPrependingOneByOne) {
+    for (unsigned int seed = 0; seed != 300; ++seed) {
+        std::mt19937 random(seed);
+        const auto below = [&](unsigned int limit) { return static_cast<unsigned int>(random() % limit); };
+        const unsigned int sizes[] = {16, 17, 64, 100, 100, 301, 1000};
+        const unsigned int size = sizes[below(7)];
+        std::vector<unsigned char> memory(size + 1);
+        const Message::PlacementPtr holder(memory.data() + below(2), size, 2, 2, Long(below(120)).c_str());
+        for (unsigned int i = below(4); i != 0; --i) *holder << Long(below(90)).c_str();
+        if (below(2) == 0) holder->WrapBy(1, 1, "wrapper");
+        if (below(2) == 0) holder->PrependBy(1, 1, "before");
         Message other(1, 0, nullptr);
-        test::ModelMessage otherModel;
-        otherModel.SetDomainAndID(1, 0);
-        for (int i = 1; i != length; ++i) {
-            other.PrependBy(1, i, nullptr);
-            otherModel.Nest(4, 1, i, nullptr);
+        for (unsigned int i = 1 + below(12); i != 0; --i) {
+            other.PrependBy(1, static_cast<int>(i), below(2) == 0 ? nullptr : Long(below(130)).c_str());
+            for (unsigned int k = below(4); k != 0; --k) other << Long(below(90)).c_str();
+            if (below(4) == 0) other.SetTemplate(Long(below(300)).c_str());
+            if (below(4) == 0) other.SetLocalizedText(7, Long(below(100)).c_str());
+            if (below(4) == 0) other.GetMessage();
+            if (below(8) == 0) other.WrapBy(1, 9, "cause").PrependBy(1, 10, "in front");
         }
-        Message message(2, 2, "M");
-        test::ModelMessage model = test::ModelMessage::Read(&message);
-        message.PrependBy(other);
-        model.Prepend(otherModel);
-        EXPECT_EQ(test::ModelMessage::Read(&message), model) << length;
+        test::ModelMessage model = test::ModelMessage::Read(holder.Get());
+        model.Prepend(test::ModelMessage::Read(&other));
+        holder->PrependBy(other);
+        ASSERT_EQ(test::FindFlaw(holder.Get()), nullptr) << seed;
+        ASSERT_EQ(test::ModelMessage::Read(holder.Get()).ToText(), model.ToText()) << seed;
     }
 }
 
-TEST(MessageTree, LevelOfThousandsIsPrependedWithoutDeepRecursion) {
-    // Built from inside out, as its bytes are, to be quick.
-    constexpr int kCount = 3000;
-    Message level(1, 0, nullptr);
-    for (int i = 1; i != kCount; ++i) level.PrependBy(1, i, nullptr);
+TEST(MessageTree, LevelOfTwoHundredThousandIsPrependedAtOnce) {
+    // Prepended to itself it doubles. One by one it would be copied once for each of its messages.
+    constexpr int kDoublings = 18;
+    Message level(1, 7, "one of many");
+    for (int i = 0; i != kDoublings; ++i) level.PrependBy(level);
     Message message(2, 2, "M");
+    const std::size_t allocations = test::AllocationCount();
+    const std::size_t bytes = test::AllocatedBytes();
     message.PrependBy(level);
-    int expected = kCount - 1;
+    EXPECT_LE(test::AllocationCount() - allocations, 2u);
+    EXPECT_LE(test::AllocatedBytes() - bytes, 60u << kDoublings);
+    int count = 0;
     const Message* at = &message;
-    for (; expected >= 0; --expected, at = at->GetSameLevelMessageOrNULL()) ASSERT_EQ(at->GetID(), expected);
+    for (; at->GetSameLevelMessageOrNULL() != nullptr; at = at->GetSameLevelMessageOrNULL(), ++count)
+        ASSERT_EQ(at->GetID(), 7);
+    EXPECT_EQ(count, 1 << kDoublings);
     EXPECT_STREQ(at->GetTemplate(), "M");
-    EXPECT_EQ(at->GetSameLevelMessageOrNULL(), nullptr);
+}
+
+TEST(MessageTree, WrapInLargeMemoryTakesWhatIsUsedAndNoMore) {
+    constexpr unsigned int kSize = 1u << 20;
+    std::vector<unsigned char> memory(kSize, 0xA5);
+    const Message::PlacementPtr holder(memory.data(), kSize, 300, 42, "inner");
+    *holder << Long(200).c_str();
+    const std::size_t bytes = test::AllocatedBytes();
+    holder->WrapBy(300, 43, "outer");
+    holder->PrependBy(300, 44, "before");
+    holder->PrependBy(Message(300, 45, "first"));
+    EXPECT_LE(test::AllocatedBytes() - bytes, 1200u);
+    // 21 + 13 + 11 + 206 = 251, 21 + 13 + 11 + 251 = 296, 21 + 13 + 12 + 296 = 342
+    EXPECT_EQ(Layout(memory.data()), "1048576-1048194: 13#1 11#2 342#4");
+    EXPECT_EQ(test::FindFlaw(memory.data()), nullptr);
+    for (std::size_t i = 700; i != kSize; ++i) ASSERT_EQ(memory[i], 0xA5) << i;
 }

@@ -1,4 +1,5 @@
 #include <Base/messages/detail/Records.h>
+#include <Base/platform/os/Threads.h>
 
 #include <algorithm>
 #include <new>
@@ -82,6 +83,21 @@ Record* PlaceText(Block& first, const char* text, ETag tag, bool atEnd) {
     Record* record = PlaceRecord(first, size, tag, atEnd);
     if (record != nullptr) std::memcpy(record->Payload(), text, size);
     return record;
+}
+
+void PlaceParameter(Block& first, const char* text) {
+    constexpr unsigned int kYields = 100;
+    if (PlaceText(first, text, TAG_PARAMETER, true) != nullptr) return;
+    // A parameter is never left out, or the later ones would change their numbers. Whoever gives memory back
+    // may be of a lower priority, and then runs only while this thread sleeps.
+    for (unsigned int tries = 0; PlaceText(first, "", TAG_PARAMETER, true) == nullptr;) {
+        if (tries == kYields) {
+            os::SleepMilliseconds(1);
+        } else {
+            ++tries;
+            os::YieldThread();
+        }
+    }
 }
 
 bool PlaceHeader(Block& first, unsigned short domain, int id) {
@@ -175,6 +191,24 @@ bool SwapContents(Block& one, Block& other) {
     ShiftWideText(large, &small);
     InitializeBlock(small, small.capacity);
     small.next = image;
+    return true;
+}
+
+bool PutAside(Block& block, Block& aside) {
+    const std::uint32_t used = block.capacity - block.free;
+    aside.next = block.next;
+    if (used != sizeof(Block)) {
+        Block* image = NewBlock(used);
+        if (image == nullptr) {
+            aside.next = nullptr;
+            return false;
+        }
+        std::memcpy(image->Bytes() + sizeof(Block), block.Bytes() + sizeof(Block), used - sizeof(Block));
+        image->free = 0;
+        image->next = block.next;
+        aside.next = image;
+    }
+    InitializeBlock(block, block.capacity);
     return true;
 }
 

@@ -145,6 +145,15 @@ private:
 inline constexpr TagSet kDeleted{TAG_DELETED};
 inline constexpr TagSet kNotNested{TAG_DELETED, TAG_WIDE_MESSAGE};  // wide text would not be moved on
 
+/// Where a record stands: its block, counted along the chain, and its offset in that. A record keeps its
+/// place while a message is only added to, wherever its memory is.
+struct Place {
+    std::uint64_t block = 0;
+    std::uint32_t offset = 0;  // 0 is nowhere
+
+    bool operator==(const Place&) const = default;
+};
+
 /// Visits all records, those of tag `TAG_DELETED` among them. `AnyBlock` is `Block` or `const Block`.
 template <class AnyBlock>
 class RecordWalker {
@@ -159,11 +168,18 @@ public:
         while (mpNext >= mpEnd) {
             AnyBlock* next = mpBlock->next;
             if (next == nullptr) return nullptr;
+            ++mBlockNumber;
             Enter(*next);
         }
         auto* record = reinterpret_cast<AnyRecord*>(mpNext);
         mpNext += record->length;
         return record;
+    }
+
+    /// Where a record of the block that the walk is in stands.
+    Place PlaceOf(const Record& record) const {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
+        return {mBlockNumber, static_cast<std::uint32_t>(bytes - mpBlock->Bytes())};
     }
 
 private:
@@ -174,8 +190,9 @@ private:
     }
 
     AnyBlock* mpBlock;
-    AnyByte* mpNext;  // the next record in the block
-    AnyByte* mpEnd;   // the end of the records in the block when it was entered
+    std::uint64_t mBlockNumber = 0;  // in the chain
+    AnyByte* mpNext;                 // the next record in the block
+    AnyByte* mpEnd;                  // the end of the records in the block when it was entered
 };
 
 /// The first record of a tag, or null.
@@ -207,6 +224,10 @@ Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd)
 /// The same for a text and its terminator.
 Record* PlaceText(Block& first, const char* text, ETag tag, bool atEnd);
 
+/// Appends a parameter, or an empty one when there is no memory for its text. Returns no sooner than that one
+/// has a place; meanwhile other threads run.
+void PlaceParameter(Block& first, const char* text);
+
 /// Adds a header with the default number format and then, if it is there and the header had a place, the
 /// template. False when there was no place for the header.
 bool PlaceHeader(Block& first, unsigned short domain, int id);
@@ -235,6 +256,11 @@ Record* NestCopy(const Block& source, Block& parent, ETag tag);
 /// after which the smaller one holds all of its content in the chain; false, with both unchanged, when it
 /// fails.
 bool SwapContents(Block& one, Block& other);
+
+/// Empties `block`, whose content is then in the chain of `aside`, an empty block of the smallest size. Takes
+/// at most one allocation, as large as what lay in the block itself, which keeps its offsets there; false,
+/// with both unchanged, when it fails. Wide text may come to lie one byte off.
+bool PutAside(Block& block, Block& aside);
 
 /// Whether an address lies in one of the blocks.
 bool Holds(const Block& first, const void* address);

@@ -1,5 +1,4 @@
 #include <Base/messages/detail/TreeBuilder.h>
-#include <Base/platform/os/Threads.h>
 
 #include <algorithm>
 #include <utility>
@@ -170,11 +169,7 @@ void TreeBuilder::SetTemplate(const std::string& text) {
 // A parameter never goes without a place, or the later ones would change their numbers.
 void TreeBuilder::AddParameter(const std::string& text) {
     if (IsAtRoot()) {
-        const Record* record = PlaceText(*mpLastRootBlock, text.c_str(), TAG_PARAMETER, true);
-        while (record == nullptr) {
-            os::YieldThread();
-            record = PlaceText(*mpLastRootBlock, "", TAG_PARAMETER, true);
-        }
+        PlaceParameter(*mpLastRootBlock, text.c_str());
         FollowRootChain();
         return;
     }
