@@ -4,17 +4,48 @@
 #include <Base/frame/ReturnString.h>
 #include <Base/messages/MessageDomains.h>
 
+#include <concepts>
+#include <type_traits>
+
 namespace ZBase {
+
+class Message;
+
+namespace detail {
+
+// What `message << operand` would be taken for.
+struct MessageOperand {
+    static std::true_type IsBool(bool);
+    static std::false_type IsBool(int);
+    static std::false_type IsBool(unsigned int);
+    static std::false_type IsBool(long);
+    static std::false_type IsBool(unsigned long);
+    static std::false_type IsBool(const char*);
+    static std::false_type IsBool(const unsigned short*);
+    static std::false_type IsBool(void (*)(Message&));
+};
+
+/// Operands that only turn into a `bool`: functions, members, other pointers, what has an `operator bool`.
+template <class T>
+concept TurnsIntoBool = !std::same_as<std::remove_cv_t<T>, bool> && requires(T& operand) {
+    { MessageOperand::IsBool(operand) } -> std::same_as<std::true_type>;
+};
+
+}  // namespace detail
 
 /// An error or a piece of information: a domain and an id, a template text with its parameters, texts in
 /// several languages, a wide text, and further messages nested inside.
 ///
 /// A message is one flat run of tagged records in a block of 100 bytes, with all that it holds inline; when
-/// the block is full it goes on in a chain of heap blocks. What fits in the block is built, copied, swapped
-/// and thrown without the heap. A message may stand at any address and belongs to one thread at a time.
+/// the block is full it goes on in a chain of heap blocks, each of 100 bytes or as large as the one record
+/// that it holds. What fits in the block is built, copied and swapped without the heap, and thrown with no
+/// more than what the language takes for the thrown object. Nesting and localising take heap. A message may
+/// stand at any address and belongs to one thread at a time.
 ///
 /// Additions never throw for want of memory: what can't be stored is lost and the message stays well-formed.
-/// Texts are copied in; a pointer that is handed out is good until the message changes.
+/// Texts are copied in; a pointer that is handed out is good until the message changes. Room that a deleted
+/// or replaced text took comes back when the message is copied. An addition and a look-up walk the message,
+/// so that n parameters cost n * n; a message is meant for tens of them.
 class ZBASE_API Message {
 public:
     /// The smallest memory in bytes that a message can be built in.
@@ -68,8 +99,8 @@ public:
     const char* GetParameter(unsigned int index) const;
 
     /// Appends a parameter. A null text counts as an empty one. When there is no memory for a text, an empty
-    /// parameter stands in for it, so that later ones keep their numbers; the call goes on until that one has
-    /// a place.
+    /// parameter stands in for it, so that later ones keep their numbers. The call does not return before
+    /// that one has a place: it lets other threads run, and then sleeps, between its tries.
     Message& operator<<(const char* text);
 
     /// Appends wide text as UTF-8, bad units replaced. Throws `StringConversionException` for a surrogate
@@ -79,12 +110,15 @@ public:
     /// Appends "true" or "false".
     Message& operator<<(bool value);
 
-    /// Any other pointer would be taken for a `bool`, a `wchar_t` text among them.
-    template <class T>
-    Message& operator<<(const T* pointer) = delete;
+    /// What would only turn into a `bool` is none: the name of a function, a `wchar_t` text or any other
+    /// pointer, a handle that tells whether it is set, an element of a `std::vector<bool>`. Write
+    /// `bool(...)`.
+    template <detail::TurnsIntoBool T>
+    Message& operator<<(const T& operand) = delete;
 
-    /// Appends the low 32 bits of a number, in the number format of the message. Throws `std::bad_alloc`
-    /// before the message is touched.
+    /// Appends a number in the number format of the message: its low 32 bits, so that 4294967297 in a `long`
+    /// is 1. Characters and plain enumerations go as the numbers they are: 'c' is 99. What has more than one
+    /// way to go, such as a `double`, a `long long` or `nullptr`, does not compile.
     Message& operator<<(int value);
     Message& operator<<(unsigned int value);
     Message& operator<<(long value);
@@ -115,25 +149,29 @@ public:
     void SetMessage(const unsigned short* text);
 
     /// The wide text that was set, or else the text of the whole tree in language 0x409, which is then kept
-    /// in the message and not made anew when the message changes. Null when there is no room to keep it. For
-    /// a message that is not nested in another. Throws `std::bad_alloc`.
+    /// in the message and not made anew when the message changes. Null when there is no room to keep it. Only
+    /// for a message that is not nested in another: what a nested one keeps is never freed. Although it is
+    /// constant it writes, so two threads must not call it on one message. Throws `std::bad_alloc`.
     const unsigned short* GetMessage() const;
 
     /// The text of this message without those nested in it: the one stored for `language`, otherwise what
-    /// `localizer` gives, which may be a null string.
+    /// `localizer` gives, which may be a null string. Throws `std::bad_alloc`.
     ReturnString Localize(Localizer& localizer, unsigned short language) const;
 
     // Nesting
 
     /// Makes the content a lower-level message, the cause, of a new message with this domain, id and
-    /// template. On an empty message only the new one is made.
+    /// template. On an empty message only the new one is made. Copies the content twice, so that n wraps cost
+    /// n * n. Without memory for the first copy the message stays as it is, as it does where the content
+    /// would come to 4 GiB; without memory for the second, the content is lost and the new message stays.
     Message& WrapBy(unsigned short domain, int id, const char* textTemplate);
 
     /// The same, with the content following the new message on its own level.
     Message& PrependBy(unsigned short domain, int id, const char* textTemplate);
 
-    /// Puts `other` and what follows it on its level in front of this message. `other` must not be this
-    /// message or one nested in it.
+    /// Puts `other` and what follows it on its level in front of this message, at a cost that is linear in
+    /// both. `other` may be this message or one nested in it. What is lost without memory is as above, the
+    /// messages behind `other` with the content.
     Message& PrependBy(const Message& other);
 
     /// The message that this one wraps, or that follows it on its level; null if there is none. Good until

@@ -5,8 +5,122 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
 
 using ZBase::Message;
+
+namespace {
+
+template <class T>
+concept Operand = requires(Message& message, T&& operand) { message << std::forward<T>(operand); };
+
+struct Handle {
+    operator bool() const { return true; }
+    int member;
+    int Function();
+};
+struct Pointing {
+    operator void*() const { return nullptr; }
+};
+struct Textual {
+    operator const char*() const { return "text"; }
+};
+struct Numeric {
+    operator int() const { return 7; }
+};
+struct OwnOperand {
+    operator bool() const { return true; }
+};
+Message& operator<<(Message& message, const OwnOperand&) {
+    return message << "its own";
+}
+enum Plain { kPlain = 3 };
+enum class Scoped { kOne };
+
+void Manipulate(Message& message) {
+    message << "manipulated";
+}
+
+}  // namespace
+
+TEST(MessageOperand, BoolIsExactlyBool) {
+    EXPECT_TRUE(Operand<bool>);
+    EXPECT_TRUE(Operand<bool&>);
+    EXPECT_TRUE(Operand<const bool&>);
+    EXPECT_TRUE(Operand<volatile bool&>);
+    EXPECT_FALSE(Operand<void (&)()>);
+    EXPECT_FALSE(Operand<void (*)()>);
+    EXPECT_FALSE(Operand<int (&)(int)>);
+    EXPECT_FALSE(Operand<void (&)(const Message&)>);
+    EXPECT_FALSE(Operand<int Handle::*>);
+    EXPECT_FALSE(Operand<int (Handle::*)()>);
+    EXPECT_FALSE(Operand<Handle>);
+    EXPECT_FALSE(Operand<Handle&>);
+    EXPECT_FALSE(Operand<const Handle&>);
+    EXPECT_FALSE(Operand<Pointing>);
+    EXPECT_FALSE(Operand<std::vector<bool>::reference>);
+    const auto captureless = [] {};
+    EXPECT_FALSE(Operand<decltype(captureless)>);
+    EXPECT_FALSE(Operand<int*>);
+    EXPECT_FALSE(Operand<const volatile void*>);
+    EXPECT_FALSE(Operand<int(&)[3]>);
+    EXPECT_FALSE(Operand<std::nullptr_t>);
+    const struct {
+        bool flag : 1;
+    } fields{true};
+    Message message;
+    message << fields.flag << static_cast<bool>(Handle{});
+    EXPECT_STREQ(message.GetParameter(0), "true");
+    EXPECT_STREQ(message.GetParameter(1), "true");
+}
+
+TEST(MessageOperand, OnlyNarrowTextAndSixteenBitTextAreTexts) {
+    EXPECT_TRUE(Operand<char*>);
+    EXPECT_TRUE(Operand<const char(&)[3]>);
+    EXPECT_TRUE(Operand<unsigned short*>);
+    EXPECT_TRUE(Operand<Textual>);
+    EXPECT_FALSE(Operand<const wchar_t(&)[3]>);
+    EXPECT_FALSE(Operand<const char16_t(&)[3]>);
+    EXPECT_FALSE(Operand<const char32_t(&)[3]>);
+    EXPECT_FALSE(Operand<const char8_t(&)[3]>);
+    EXPECT_FALSE(Operand<unsigned char*>);
+    EXPECT_FALSE(Operand<signed char*>);
+    EXPECT_FALSE(Operand<volatile char*>);
+    EXPECT_FALSE(Operand<std::string>);
+}
+
+TEST(MessageOperand, WhatIsNoOperandOfOursMayHaveOneOfItsOwn) {
+    Message message;
+    OwnOperand variable;
+    const OwnOperand constant;
+    message << variable;
+    message << constant;
+    message << OwnOperand{};
+    for (unsigned int i = 0; i != 3; ++i) EXPECT_STREQ(message.GetParameter(i), "its own");
+}
+
+TEST(MessageOperand, ManipulatorsAreFunctionsAndWhatTurnsIntoThem) {
+    Message message;
+    message << Manipulate << &Manipulate << [](Message& target) { target << "by a lambda"; };
+    EXPECT_STREQ(message.GetParameter(1), "manipulated");
+    EXPECT_STREQ(message.GetParameter(2), "by a lambda");
+}
+
+TEST(MessageOperand, CharactersAndPlainEnumerationsAreNumbers) {
+    Message message;
+    message << 'c' << L'c' << u'c' << U'c' << static_cast<short>(-3) << kPlain << Numeric{};
+    const char* const expected[] = {"99", "99", "99", "99", "-3", "3", "7"};
+    for (unsigned int i = 0; i != 7; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
+    EXPECT_FALSE(Operand<float>);
+    EXPECT_FALSE(Operand<double>);
+    EXPECT_FALSE(Operand<long double>);
+    EXPECT_FALSE(Operand<long long>);
+    EXPECT_FALSE(Operand<unsigned long long>);
+    EXPECT_FALSE(Operand<Scoped>);
+}
 
 TEST(MessageNumbers, HexWithoutAHeaderChangesAndCreatesNothing) {
     Message message;
