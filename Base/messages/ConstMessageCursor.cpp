@@ -12,7 +12,7 @@ namespace {
 
 struct Level {
     const Message* message;
-    Links<const Record> links;
+    Links<const Record> links;  // at the root those of the last look
     CursorOffset offset;
     bool lowerLevelVisited = false;
     bool sameLevelVisited = false;
@@ -22,31 +22,47 @@ struct Level {
 
 struct ConstMessageCursor::State {
     std::deque<Level> levels;  // from the root on
+    LiveLinks rootLinks;       // the other levels are packed in the root and stay as they are
     Block missing;             // stands in for a message that does not exist
 
-    explicit State(const Message& root) {
+    explicit State(const Message& root) : rootLinks(BlockOf(root)) {
         InitializeBlock(missing, sizeof(missing));
-        levels.push_back({&root, FindLinks(BlockOf(root)), {}});
+        levels.push_back({&root, {}, {}});
     }
 
-    State(const State& other) : levels(other.levels) { InitializeBlock(missing, sizeof(missing)); }
+    State(const State& other) : levels(other.levels), rootLinks(other.rootLinks) {
+        InitializeBlock(missing, sizeof(missing));
+    }
     ~State() { FreeBlockChain(missing); }
 
     // What `GetMessage` keeps in `missing` has one owner.
     State& operator=(const State& other) {
         levels = other.levels;
+        rootLinks = other.rootLinks;
         return *this;
     }
 
-    bool GoTo(const Record* link, bool create, bool Level::*visited, unsigned short CursorOffset::*steps) {
-        if (link == nullptr && !create) return false;
-        Level level{&MessageOf(missing), {}, levels.back().offset};
+    // The current level as it is now.
+    Level& Current() {
+        Level& level = levels.back();
+        if (levels.size() != 1) return level;
+        bool isRewritten = false;
+        level.links = rootLinks.Look(BlockOf(*level.message), isRewritten);
+        if (isRewritten) level.lowerLevelVisited = level.sameLevelVisited = false;
+        return level;
+    }
+
+    bool GoTo(const Record* Links<const Record>::*link, bool create, bool Level::*visited,
+              unsigned short CursorOffset::*steps) {
+        Level& from = Current();
+        const Record* record = from.links.*link;
+        if (record == nullptr && !create) return false;
+        Level level{&MessageOf(missing), {}, from.offset};
         ++(level.offset.*steps);
-        if (link != nullptr) {
-            level.message = &link->As<Message>();
-            level.links = FindLinks(link->As<Block>());
+        if (record != nullptr) {
+            level.message = &record->As<Message>();
+            level.links = FindLinks(record->As<Block>());
         }
-        Level& from = levels.back();
         try {
             levels.push_back(level);
         } catch (const std::bad_alloc&) {
@@ -72,23 +88,23 @@ ConstMessageCursor::~ConstMessageCursor() {
 }
 
 bool ConstMessageCursor::LowerLevelMessageIsUnvisited() const {
-    const Level& level = mpState->levels.back();
+    const Level& level = mpState->Current();
     return level.links.lowerLevel != nullptr && !level.lowerLevelVisited;
 }
 
 bool ConstMessageCursor::SameLevelMessageIsUnvisited() const {
-    const Level& level = mpState->levels.back();
+    const Level& level = mpState->Current();
     return level.links.sameLevel != nullptr && !level.sameLevelVisited;
 }
 
 bool ConstMessageCursor::GoToLowerLevelMessage(bool create) {
-    const Record* link = mpState->levels.back().links.lowerLevel;
-    return mpState->GoTo(link, create, &Level::lowerLevelVisited, &CursorOffset::lower_level_offset);
+    return mpState->GoTo(&Links<const Record>::lowerLevel, create, &Level::lowerLevelVisited,
+                         &CursorOffset::lower_level_offset);
 }
 
 bool ConstMessageCursor::GoToSameLevelMessage(bool create) {
-    const Record* link = mpState->levels.back().links.sameLevel;
-    return mpState->GoTo(link, create, &Level::sameLevelVisited, &CursorOffset::same_level_offset);
+    return mpState->GoTo(&Links<const Record>::sameLevel, create, &Level::sameLevelVisited,
+                         &CursorOffset::same_level_offset);
 }
 
 bool ConstMessageCursor::GoToParent() {

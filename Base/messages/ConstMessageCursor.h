@@ -6,12 +6,17 @@
 
 namespace ZBase {
 
-/// Walks a message tree and changes nothing. The tree must not be rewritten while a cursor is on it (cleared,
-/// assigned to, swapped, wrapped, prepended to, destroyed); adding to it is safe.
+/// Walks a message tree and changes nothing. Adding to the tree is safe. While the cursor is below the root,
+/// the tree must not be rewritten (cleared, assigned to, swapped, wrapped, prepended to) nor end; then only
+/// `GoToParent` is left, up to the root. At the root it goes on from what is there: its nested messages count
+/// as unvisited if they are not those, at the same places and of the same sizes, that were there before.
 class ZBASE_API ConstMessageCursor {
 public:
     /// Stands on the root. Throws `std::bad_alloc`.
     ConstMessageCursor(const Message& root);
+
+    /// A temporary would be gone before the first step.
+    ConstMessageCursor(const Message&&) = delete;
 
     /// A copy of a cursor that stands on a message which does not exist must not outlive its source. Throw
     /// `std::bad_alloc`.

@@ -12,9 +12,9 @@ namespace {
 
 // A message below the root, out of its parent while the cursor stands on it or further down.
 struct Level {
-    Links<Record> links;  // into the chain of `message`; null once a step was taken
+    LiveLinks links;  // those to which no step was taken
     CursorOffset offset;
-    Block message;  // the smallest block: its records are all in its chain, so that they stay where they are
+    Block message;  // the smallest block, whose records are all in its chain
 };
 
 }  // namespace
@@ -22,9 +22,9 @@ struct Level {
 struct MessageCursor::State {
     std::deque<Level> levels;  // from the one below the root on
     Message* root;
-    Links<Record> rootLinks;
+    LiveLinks rootLinks;
 
-    explicit State(Message& message) : root(&message), rootLinks(FindLinks(BlockOf(message))) {}
+    explicit State(Message& message) : root(&message), rootLinks(BlockOf(message)) {}
     ~State() { DropLevels(); }
 
     // The levels of a cursor have one owner: a copy begins at the root.
@@ -36,43 +36,59 @@ struct MessageCursor::State {
         levels.clear();
     }
 
-    Links<Record>& CurrentLinks() { return levels.empty() ? rootLinks : levels.back().links; }
     Block& CurrentBlock() { return levels.empty() ? BlockOf(*root) : levels.back().message; }
     CursorOffset CurrentOffset() const { return levels.empty() ? CursorOffset{} : levels.back().offset; }
 
-    bool GoTo(Record*& link, bool create, unsigned short CursorOffset::*steps);
-    void PackLastLevel();
-};
+    LiveLinks& CurrentLinks() { return levels.empty() ? rootLinks : levels.back().links; }
 
-bool MessageCursor::State::GoTo(Record*& link, bool create, unsigned short CursorOffset::*steps) {
-    if (link == nullptr && !create) return false;
-    Level level{{}, CurrentOffset(), {}};
-    ++(level.offset.*steps);
-    InitializeBlock(level.message, sizeof(level.message));
-    if (link != nullptr) {
-        const CopyResult copy = CopyRecords(link->As<Block>(), level.message, kDeleted);
-        level.links = {copy.lowerLevel, copy.sameLevel};
-        if (!copy.complete) {
-            FreeBlockChain(level.message);
+    // Whoever has the current message may have done anything to it since the last look.
+    Links<Record> Look() {
+        bool isRewritten = false;
+        return CurrentLinks().Look(CurrentBlock(), isRewritten);
+    }
+
+    bool Push(const Level& level) {
+        try {
+            levels.push_back(level);
+            return true;
+        } catch (const std::bad_alloc&) {
             return false;
         }
     }
-    try {
-        levels.push_back(level);
-    } catch (const std::bad_alloc&) {
-        FreeBlockChain(level.message);
+
+    bool GoTo(ETag tag, bool create);
+    void PackLastLevel();
+};
+
+bool MessageCursor::State::GoTo(ETag tag, bool create) {
+    Block& from = CurrentBlock();
+    LiveLinks& links = CurrentLinks();
+    const Links<Record> now = Look();
+    Record* const link = tag == TAG_LOWER_LEVEL ? now.lowerLevel : now.sameLevel;
+    if (link == nullptr && !create) return false;
+    Block message;
+    InitializeBlock(message, sizeof(message));
+    CopyResult copy;
+    if (link != nullptr) copy = CopyRecords(link->As<Block>(), message, kDeleted);
+    CursorOffset offset = CurrentOffset();
+    ++(tag == TAG_LOWER_LEVEL ? offset.lower_level_offset : offset.same_level_offset);
+    if (!copy.complete || !Push({LiveLinks(message, {copy.lowerLevel, copy.sameLevel}), offset, message})) {
+        FreeBlockChain(message);
         return false;
     }
     if (link != nullptr) link->tag = TAG_DELETED;
-    link = nullptr;
+    links.Drop(tag);
+    links.Remember(from);
     return true;
 }
 
 void MessageCursor::State::PackLastLevel() {
     Level level = levels.back();
     levels.pop_back();
+    Look();  // what was rewritten meanwhile is told by what is there before the level comes back
     const bool isLower = level.offset.same_level_offset == CurrentOffset().same_level_offset;
     NestCopy(level.message, CurrentBlock(), isLower ? TAG_LOWER_LEVEL : TAG_SAME_LEVEL);
+    CurrentLinks().Remember(CurrentBlock());
     FreeBlockChain(level.message);
 }
 
@@ -93,19 +109,19 @@ MessageCursor::~MessageCursor() {
 }
 
 bool MessageCursor::LowerLevelMessageIsUnvisited() const {
-    return mpState->CurrentLinks().lowerLevel != nullptr;
+    return mpState->Look().lowerLevel != nullptr;
 }
 
 bool MessageCursor::SameLevelMessageIsUnvisited() const {
-    return mpState->CurrentLinks().sameLevel != nullptr;
+    return mpState->Look().sameLevel != nullptr;
 }
 
 bool MessageCursor::GoToLowerLevelMessage(bool create) {
-    return mpState->GoTo(mpState->CurrentLinks().lowerLevel, create, &CursorOffset::lower_level_offset);
+    return mpState->GoTo(TAG_LOWER_LEVEL, create);
 }
 
 bool MessageCursor::GoToSameLevelMessage(bool create) {
-    return mpState->GoTo(mpState->CurrentLinks().sameLevel, create, &CursorOffset::same_level_offset);
+    return mpState->GoTo(TAG_SAME_LEVEL, create);
 }
 
 bool MessageCursor::GoToParent() {

@@ -7,8 +7,16 @@
 namespace ZBase {
 
 /// Walks a message tree and lets each message on the way be changed: a step down takes the nested message out
-/// of its parent, a step back packs it in again. The root must not be rewritten meanwhile; and the cursor
-/// must be back at the root before it ends, or what it holds below is lost.
+/// of its parent, a step back packs it in again. The cursor must be back at the root before it ends, or what
+/// it holds below is lost; the root must outlive it and stay where it is.
+///
+/// The root and the current message may also be rewritten: cleared, assigned to, swapped, wrapped, prepended
+/// to, walked by another cursor. A step goes on from what is there then: the nested messages count as
+/// unvisited if they are not those, at the same places and of the same sizes, that the cursor left there.
+/// What is packed in goes into whatever the parent is by then.
+///
+/// A step copies all that is nested in the message: walking n levels down and back costs n * n. And a visit
+/// leaves the parent larger by what was visited, until it is copied.
 class ZBASE_API MessageCursor {
 public:
     /// Stands on the root. Throws `std::bad_alloc`.
@@ -32,7 +40,7 @@ public:
     /// Steps back to where the cursor came from, with the message packed into its parent; false at the root.
     bool GoToParent();
 
-    /// Good until the next step.
+    /// Good until the cursor leaves the message for its parent.
     Message& GetCurrentMessage() const;
     CursorOffset GetCurrentOffset() const;
 

@@ -120,11 +120,119 @@ void Edit(Choices& choices, Message& real, ModelMessage& model) {
     }
 }
 
+std::size_t TotalCapacity(const ModelMessage& model) {
+    std::size_t total = 0;
+    for (const ModelBlock& block : model.blocks) total += block.capacity;
+    return total;
+}
+
+constexpr unsigned int kRewritings = 10;
+
+// One operation that replaces or moves all that is in a message. `other` may be the specimen of that message.
+void Rewrite(unsigned int operation, Choices& choices, Message& real, ModelMessage& model, Specimen& other) {
+    const std::string text = choices.Text();
+    const std::string* const textOrNull = choices.Below(4) == 0 ? nullptr : &text;
+    if (TotalCapacity(model) + TotalCapacity(other.model) > 12000) operation = 0;
+    switch (operation) {
+        case 0:
+            real.Clear();
+            model.Clear();
+            break;
+        case 1:
+            real = other.Real();
+            model.Assign(other.model);
+            break;
+        case 2:
+        case 3:
+            real.Swap(other.Real());
+            if (&model != &other.model) model.Swap(other.model);
+            break;
+        case 4:
+        case 5:
+            real.WrapBy(300, 43, OrNull(textOrNull));
+            model.Nest(5, 300, 43, textOrNull);
+            break;
+        case 6:
+        case 7:
+            real.PrependBy(10, 2, OrNull(textOrNull));
+            model.Nest(4, 10, 2, textOrNull);
+            break;
+        default: {
+            const ModelMessage copy = other.model;
+            ModelMessage compact;
+            compact.CopyFrom(copy, {0});
+            real.PrependBy(other.Real());
+            model.Prepend(&model == &other.model ? compact : copy);
+            break;
+        }
+    }
+}
+
+// Where a nested record stands, as an offset into its block, so that it can be found in other content.
+struct Spot {
+    std::size_t block = 0;
+    std::uint32_t offset = 0;  // 0 is nowhere
+    unsigned int tag = 0;
+    std::uint32_t length = 0;
+    bool operator==(const Spot&) const = default;
+};
+
+template <class Visit>
+void VisitNested(const ModelMessage& message, Visit visit) {
+    for (std::size_t b = 0; b != message.blocks.size(); ++b) {
+        std::uint32_t offset = 16;
+        for (std::size_t r = 0; r != message.blocks[b].records.size(); ++r) {
+            const ModelRecord& record = message.blocks[b].records[r];
+            if (record.tag == 4 || record.tag == 5)
+                visit(ModelMessage::Place{b, r, false}, Spot{b, offset, record.tag, record.length});
+            offset += record.length;
+        }
+    }
+}
+
+std::vector<Spot> ShapeOf(const ModelMessage& message) {
+    std::vector<Spot> shape;
+    VisitNested(message, [&](ModelMessage::Place, const Spot& spot) { shape.push_back(spot); });
+    return shape;
+}
+
+// What a cursor knows of a level that may be rewritten.
+struct KnownLevel {
+    std::vector<Spot> shape;  // when the cursor looked last
+    Spot lower;
+    Spot same;
+
+    KnownLevel(const ModelMessage& message, const ModelMessage::Links& links) : shape(ShapeOf(message)) {
+        VisitNested(message, [&](const ModelMessage::Place& place, const Spot& spot) {
+            const auto isAt = [&](const ModelMessage::Place& link) {
+                return !link.isNone && link.block == place.block && link.record == place.record;
+            };
+            if (isAt(links.lower)) lower = spot;
+            if (isAt(links.same)) same = spot;
+        });
+    }
+    explicit KnownLevel(const ModelMessage& message) : KnownLevel(message, message.FindLinks()) {}
+
+    bool Refresh(const ModelMessage& message) {
+        const bool isRewritten = shape != ShapeOf(message);
+        if (isRewritten) *this = KnownLevel(message);
+        return isRewritten;
+    }
+};
+
+ModelMessage::Place PlaceOf(const ModelMessage& message, const Spot& link) {
+    ModelMessage::Place found;
+    VisitNested(message, [&](const ModelMessage::Place& place, const Spot& spot) {
+        if (spot == link) found = place;
+    });
+    return found;
+}
+
 bool IsAt(CursorOffset offset, unsigned int lower, unsigned int same) {
     return offset.lower_level_offset == lower && offset.same_level_offset == same;
 }
 
-std::string ReadWithCursor(Choices& choices, Specimen& specimen) {
+std::string ReadWithCursor(Choices& choices, Specimen& specimen, Specimen& other) {
     struct Level {
         const ModelMessage* message;  // null for one that does not exist
         ModelMessage::Links links;
@@ -134,10 +242,16 @@ std::string ReadWithCursor(Choices& choices, Specimen& specimen) {
         bool sameVisited = false;
     };
     std::vector<Level> levels{{&specimen.model, specimen.model.FindLinks(), 0, 0}};
+    KnownLevel root(specimen.model);
     ConstMessageCursor cursor(specimen.Real());
     for (unsigned int steps = choices.Below(32); steps != 0; --steps) {
-        const unsigned int step = choices.Below(5);
-        if (step == 0) {
+        const unsigned int step = choices.Below(6);
+        if (step == 5) {
+            if (levels.size() != 1) continue;
+            Rewrite(choices.Below(kRewritings), choices, specimen.Real(), specimen.model, other);
+            if (root.Refresh(specimen.model)) levels.back() = {&specimen.model, {}, 0, 0};
+            levels.back().links = {PlaceOf(specimen.model, root.lower), PlaceOf(specimen.model, root.same)};
+        } else if (step == 0) {
             const bool moved = levels.size() > 1;
             if (cursor.GoToParent() != moved) return "reading GoToParent";
             if (moved) levels.pop_back();
@@ -168,64 +282,78 @@ std::string ReadWithCursor(Choices& choices, Specimen& specimen) {
     return {};
 }
 
-std::string WriteWithCursor(Choices& choices, Specimen& specimen) {
+std::string WriteWithCursor(Choices& choices, Specimen& specimen, Specimen& other) {
     struct Level {
-        ModelMessage message{16};
-        ModelMessage::Links links;
+        ModelMessage message;
+        KnownLevel known;
         unsigned int lower;
         unsigned int same;
         bool isLower;
     };
     std::vector<Level> levels;
-    ModelMessage::Links rootLinks = specimen.model.FindLinks();
+    KnownLevel rootKnown(specimen.model);
     MessageCursor cursor(specimen.Real());
+    const auto current = [&]() -> ModelMessage& {
+        return levels.empty() ? specimen.model : levels.back().message;
+    };
+    const auto known = [&]() -> KnownLevel& {
+        KnownLevel& level = levels.empty() ? rootKnown : levels.back().known;
+        level.Refresh(current());
+        return level;
+    };
     const auto goToParent = [&] {
         if (cursor.GoToParent() != !levels.empty()) return false;
         if (levels.empty()) return true;
         const Level level = levels.back();
         levels.pop_back();
-        ModelMessage& parent = levels.empty() ? specimen.model : levels.back().message;
-        parent.NestCopy(level.message, level.isLower ? 5 : 4);
+        KnownLevel& parent = known();
+        current().NestCopy(level.message, level.isLower ? 5 : 4);
+        parent.shape = ShapeOf(current());
+        return true;
+    };
+    const auto step = [&](bool isLower, bool create) {
+        KnownLevel& from = known();
+        Spot& link = isLower ? from.lower : from.same;
+        const ModelMessage::Place place = PlaceOf(current(), link);
+        const bool moved =
+            isLower ? cursor.GoToLowerLevelMessage(create) : cursor.GoToSameLevelMessage(create);
+        if (moved != (create || !place.isNone)) return false;
+        if (!moved) return true;
+        ModelMessage message(16);
+        ModelMessage::Links links;
+        if (!place.isNone) {
+            ModelRecord& record = current().At(place);
+            links = message.CopyFrom(record.nested[0], {0});
+            const std::uint32_t length = record.length;
+            record = ModelRecord{};
+            record.length = length;
+        }
+        link = {};
+        from.shape = ShapeOf(current());
+        levels.push_back({message, KnownLevel(message, links),
+                          (levels.empty() ? 0 : levels.back().lower) + isLower,
+                          (levels.empty() ? 0 : levels.back().same) + !isLower, isLower});
         return true;
     };
     for (unsigned int steps = choices.Below(24); steps != 0; --steps) {
-        ModelMessage& current = levels.empty() ? specimen.model : levels.back().message;
-        ModelMessage::Links& links = levels.empty() ? rootLinks : levels.back().links;
-        const unsigned int step = choices.Below(8);
-        if (step == 0) {
+        const unsigned int kind = choices.Below(10);
+        if (kind == 0) {
             if (!goToParent()) return "writing GoToParent";
-        } else if (step < 4) {
-            Edit(choices, cursor.GetCurrentMessage(), current);
+        } else if (kind < 4) {
+            Edit(choices, cursor.GetCurrentMessage(), current());
+        } else if (kind < 8) {
+            const bool isLower = choices.Flag();
+            if (!step(isLower, choices.Below(4) == 0)) return "writing step";
         } else {
-            const bool isLower = step < 6;
-            const bool create = choices.Below(4) == 0;
-            ModelMessage::Place& link = isLower ? links.lower : links.same;
-            const bool moved =
-                isLower ? cursor.GoToLowerLevelMessage(create) : cursor.GoToSameLevelMessage(create);
-            if (moved != (create || !link.isNone)) return "writing step";
-            if (moved) {
-                Level level{ModelMessage(16), {}, 0, 0, isLower};
-                level.lower = (levels.empty() ? 0 : levels.back().lower) + isLower;
-                level.same = (levels.empty() ? 0 : levels.back().same) + !isLower;
-                if (!link.isNone) {
-                    ModelRecord& record = current.At(link);
-                    level.links = level.message.CopyFrom(record.nested[0], {0});
-                    const std::uint32_t length = record.length;
-                    record = ModelRecord{};
-                    record.length = length;
-                    link = {};
-                }
-                levels.push_back(level);
-            }
+            Rewrite(choices.Below(kRewritings), choices, cursor.GetCurrentMessage(), current(), other);
         }
-        const ModelMessage& now = levels.empty() ? specimen.model : levels.back().message;
-        const ModelMessage::Links& nowLinks = levels.empty() ? rootLinks : levels.back().links;
-        if (ModelMessage::Read(&cursor.GetCurrentMessage()) != now) return "writing message";
+        if (ModelMessage::Read(&cursor.GetCurrentMessage()) != current()) return "writing message";
         if (!IsAt(cursor.GetCurrentOffset(), levels.empty() ? 0 : levels.back().lower,
                   levels.empty() ? 0 : levels.back().same))
             return "writing offset";
-        if (cursor.LowerLevelMessageIsUnvisited() != !nowLinks.lower.isNone) return "writing lower unvisited";
-        if (cursor.SameLevelMessageIsUnvisited() != !nowLinks.same.isNone) return "writing same unvisited";
+        if (cursor.LowerLevelMessageIsUnvisited() != (known().lower != Spot{}))
+            return "writing lower unvisited";
+        if (cursor.SameLevelMessageIsUnvisited() != (known().same != Spot{})) return "writing same unvisited";
     }
     while (!levels.empty())
         if (!goToParent()) return "writing way back";
@@ -259,41 +387,7 @@ std::string FindDifference(const Message& real, const ModelMessage& model) {
 }
 
 std::string RunOperation(unsigned int operation, Choices& choices, Specimen& one, Specimen& other) {
-    const std::string text = choices.Text();
-    const std::string* const textOrNull = choices.Below(4) == 0 ? nullptr : &text;
     switch (operation) {
-        case 0:
-            one.Real().Clear();
-            one.model.Clear();
-            return {};
-        case 1:
-            one.Real() = other.Real();
-            one.model.Assign(other.model);
-            return {};
-        case 2:
-        case 3:
-            if (!one.Real().Swap(other.Real())) return "Swap";
-            one.model.Swap(other.model);
-            return {};
-        case 4:
-        case 5:
-            one.Real().WrapBy(300, 43, OrNull(textOrNull));
-            one.model.Nest(5, 300, 43, textOrNull);
-            return {};
-        case 6:
-        case 7:
-            one.Real().PrependBy(10, 2, OrNull(textOrNull));
-            one.model.Nest(4, 10, 2, textOrNull);
-            return {};
-        case 8:
-        case 9: {
-            const ModelMessage copy = other.model;
-            ModelMessage compact;
-            compact.CopyFrom(copy, {0});
-            one.Real().PrependBy(other.Real());
-            one.model.Prepend(&one == &other ? compact : copy);
-            return {};
-        }
         case 10: {
             const Message copy(one.Real());
             ModelMessage model;
@@ -301,19 +395,18 @@ std::string RunOperation(unsigned int operation, Choices& choices, Specimen& one
             return FindDifference(copy, model);
         }
         case 11:
-            return ReadWithCursor(choices, one);
+            return ReadWithCursor(choices, one, other);
         case 12:
-            return WriteWithCursor(choices, one);
+        case 13:
+            return WriteWithCursor(choices, one, other);
         default:
-            Edit(choices, one.Real(), one.model);
+            if (operation < kRewritings) {
+                Rewrite(operation, choices, one.Real(), one.model, other);
+            } else {
+                Edit(choices, one.Real(), one.model);
+            }
             return {};
     }
-}
-
-std::size_t TotalCapacity(const ModelMessage& model) {
-    std::size_t total = 0;
-    for (const ModelBlock& block : model.blocks) total += block.capacity;
-    return total;
 }
 
 }  // namespace

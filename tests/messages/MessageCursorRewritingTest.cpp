@@ -1,0 +1,293 @@
+#include "tests/support/Allocations.h"
+#include "tests/support/MessageBytes.h"
+#include "tests/support/MessageModel.h"
+
+#include <Base/messages/ConstMessageCursor.h>
+#include <Base/messages/Message.h>
+#include <Base/messages/MessageCursor.h>
+#include <Base/messages/MessageFormat.h>
+#include <Base/messages/SimpleMessageLocalizer.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+using ZBase::ConstMessageCursor;
+using ZBase::Message;
+using ZBase::MessageCursor;
+
+namespace {
+
+// A chain of three levels down, each with a message behind it.
+Message Tree(const std::string& name) {
+    Message tree(1, 1, (name + " 3").c_str());
+    for (const char* level : {" 2", " 1", " 0"}) {
+        Message behind(1, 1, (name + level + " behind").c_str());
+        behind.PrependBy(tree);
+        tree = behind;
+        tree.WrapBy(1, 1, (name + level).c_str());
+    }
+    return tree;
+}
+
+std::string TemplateOf(const Message* message) {
+    if (message == nullptr) return "none";
+    return message->GetTemplate() == nullptr ? "" : message->GetTemplate();
+}
+
+test::ModelMessage Compact(const Message& message) {
+    const Message copy(message);
+    return test::ModelMessage::Read(&copy);
+}
+
+struct Rewriting {
+    const char* name;
+    void (*run)(Message& message, Message& other);
+};
+
+const Rewriting kRewritings[] = {
+    {"Clear", [](Message& message, Message&) { message.Clear(); }},
+    {"Assign", [](Message& message, Message& other) { message = other; }},
+    {"AssignItself", [](Message& message, Message&) { message = *&message; }},
+    {"AssignNested",
+     [](Message& message, Message&) {
+         const Message* lower = message.GetLowerLevelMessageOrNULL();
+         const Message* nested = lower == nullptr ? message.GetSameLevelMessageOrNULL() : lower;
+         if (nested != nullptr) message = *nested;
+     }},
+    {"AssignCopyOfItself", [](Message& message, Message&) { message = Message(message); }},
+    {"Swap", [](Message& message, Message& other) { EXPECT_TRUE(message.Swap(other)); }},
+    {"SwapCalledOnTheOther", [](Message& message, Message& other) { EXPECT_TRUE(other.Swap(message)); }},
+    {"SwapWithSixteenBytes",
+     [](Message& message, Message& other) {
+         unsigned char memory[16];
+         const Message::PlacementPtr small(memory, 16, other);
+         EXPECT_TRUE(message.Swap(*small));
+     }},
+    {"WrapBy", [](Message& message, Message&) { message.WrapBy(1, 2, "wrapped"); }},
+    {"WrapTwice", [](Message& message, Message&) { message.WrapBy(1, 2, "once").WrapBy(1, 2, "twice"); }},
+    {"PrependBy", [](Message& message, Message&) { message.PrependBy(1, 2, "before"); }},
+    {"PrependByMessage", [](Message& message, Message& other) { message.PrependBy(other); }},
+    {"PrependByItself", [](Message& message, Message&) { message.PrependBy(message); }},
+    {"ClearAndFill",
+     [](Message& message, Message&) {
+         message.Clear();
+         message << "one";
+         message.WrapBy(1, 2, "filled").PrependBy(1, 2, "in front");
+     }},
+    {"WalkByAnotherCursor",
+     [](Message& message, Message&) {
+         MessageCursor cursor(message);
+         while (cursor.GoToLowerLevelMessage(false) || cursor.GoToSameLevelMessage(false)) {
+         }
+         while (cursor.GoToParent()) {
+         }
+     }},
+    {"Format",
+     [](Message& message, Message&) {
+         ZBase::SimpleMessageLocalizer localizer;
+         EXPECT_NE(FormatMessage(message, 0, localizer).GetLength(), 0u);
+     }},
+};
+
+class RewrittenLevel : public testing::TestWithParam<Rewriting> {};
+
+}  // namespace
+
+// At each depth, before any step and after steps to both sides, and each step with and without `create`.
+TEST_P(RewrittenLevel, StepGoesOnFromWhatIsThereNow) {
+    const std::size_t live = test::LiveBlocks();
+    for (int variant = 0; variant != 4 * 2 * 2 * 2; ++variant) {
+        const int depth = variant / 8;
+        const bool visitFirst = (variant & 4) != 0;
+        const bool create = (variant & 2) != 0;
+        const bool lower = (variant & 1) != 0;
+        Message root = Tree("tree");
+        Message other = Tree("other");
+        MessageCursor cursor(root);
+        for (int i = 0; i != depth; ++i) ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+        for (int i = 0; i != 2 && visitFirst; ++i) {
+            const bool moved =
+                i == 0 ? cursor.GoToLowerLevelMessage(false) : cursor.GoToSameLevelMessage(false);
+            if (moved) {
+                ASSERT_TRUE(cursor.GoToParent());
+            }
+        }
+        Message& current = cursor.GetCurrentMessage();
+        GetParam().run(current, other);
+        EXPECT_EQ(&cursor.GetCurrentMessage(), &current);
+        const Message content(current);
+        const test::ModelMessage otherBefore = Compact(other);
+
+        EXPECT_EQ(cursor.LowerLevelMessageIsUnvisited(), content.GetLowerLevelMessageOrNULL() != nullptr);
+        EXPECT_EQ(cursor.SameLevelMessageIsUnvisited(), content.GetSameLevelMessageOrNULL() != nullptr);
+        const Message* next =
+            lower ? content.GetLowerLevelMessageOrNULL() : content.GetSameLevelMessageOrNULL();
+        const bool stepped =
+            lower ? cursor.GoToLowerLevelMessage(create) : cursor.GoToSameLevelMessage(create);
+        EXPECT_EQ(stepped, create || next != nullptr);
+        if (stepped) {
+            EXPECT_EQ(Compact(cursor.GetCurrentMessage()),
+                      next == nullptr ? Compact(Message()) : Compact(*next));
+            cursor.GetCurrentMessage() << "written";
+            ASSERT_TRUE(cursor.GoToParent());
+            EXPECT_FALSE(lower ? cursor.LowerLevelMessageIsUnvisited()
+                               : cursor.SameLevelMessageIsUnvisited());
+            const Message* written =
+                lower ? current.GetLowerLevelMessageOrNULL() : current.GetSameLevelMessageOrNULL();
+            EXPECT_EQ(TemplateOf(written), next == nullptr ? "" : TemplateOf(next));
+        }
+        EXPECT_EQ(test::FindFlaw(&current), nullptr);
+        while (cursor.GoToParent()) {
+        }
+        EXPECT_EQ(test::FindFlaw(&root), nullptr);
+        EXPECT_EQ(Compact(other), otherBefore);
+    }
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
+
+// The levels above are rewritten through the root while the cursor is further down.
+TEST_P(RewrittenLevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
+    const std::size_t live = test::LiveBlocks();
+    for (int depth = 1; depth != 4; ++depth) {
+        Message root = Tree("tree");
+        Message other = Tree("other");
+        MessageCursor cursor(root);
+        for (int i = 0; i != depth; ++i) ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+        GetParam().run(root, other);
+        const bool hasLower = root.GetLowerLevelMessageOrNULL() != nullptr;
+        for (int i = 0; i != depth; ++i) ASSERT_TRUE(cursor.GoToParent());
+        EXPECT_FALSE(cursor.GoToParent());
+        EXPECT_EQ(test::FindFlaw(&root), nullptr);
+        EXPECT_EQ(test::FindFlaw(&other), nullptr);
+        EXPECT_EQ(cursor.LowerLevelMessageIsUnvisited(), hasLower);
+        // Of the lower-level messages the one that came back is the last.
+        MessageCursor reader(root);
+        if (root.GetSameLevelMessageOrNULL() == nullptr) {
+            ASSERT_TRUE(reader.GoToLowerLevelMessage(false));
+            EXPECT_EQ(TemplateOf(&reader.GetCurrentMessage()), "tree 1");
+        }
+        while (reader.GoToParent()) {
+        }
+    }
+    EXPECT_EQ(test::LiveBlocks(), live);
+}
+
+TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
+    for (const bool visitFirst : {false, true}) {
+        Message root = Tree("tree");
+        Message other = Tree("other");
+        ConstMessageCursor cursor(root);
+        if (visitFirst) {
+            ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+            ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+            GetParam().run(root, other);  // below it only the way back is left
+            ASSERT_TRUE(cursor.GoToParent());
+            ASSERT_TRUE(cursor.GoToParent());
+            EXPECT_FALSE(cursor.GoToParent());
+        } else {
+            GetParam().run(root, other);
+        }
+        const Message* lower = root.GetLowerLevelMessageOrNULL();
+        const Message* same = root.GetSameLevelMessageOrNULL();
+        EXPECT_EQ(cursor.SameLevelMessageIsUnvisited(), same != nullptr);
+        EXPECT_EQ(cursor.GoToLowerLevelMessage(false), lower != nullptr);
+        if (lower != nullptr) {
+            EXPECT_EQ(&cursor.GetCurrentMessage(), lower);
+            ASSERT_TRUE(cursor.GoToParent());
+            EXPECT_FALSE(cursor.LowerLevelMessageIsUnvisited());
+        }
+        EXPECT_EQ(cursor.GoToSameLevelMessage(false), same != nullptr);
+        if (same != nullptr) {
+            EXPECT_EQ(&cursor.GetCurrentMessage(), same);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(MessageCursor, RewrittenLevel, testing::ValuesIn(kRewritings),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(MessageCursor, AdditionsAreNoRewriting) {
+    Message root = Tree("tree");
+    MessageCursor cursor(root);
+    for (int level = 0; level != 2; ++level) {
+        ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+        ASSERT_TRUE(cursor.GoToSameLevelMessage(false));
+        ASSERT_TRUE(cursor.GoToParent());
+        Message& current = cursor.GetCurrentMessage();
+        const unsigned short wide[] = {'w', 0};
+        for (int i = 0; i != 50; ++i) current << "added" << i;
+        current.SetTemplate("a template that is longer than the one that was there");
+        current.SetLocalizedText(7, "text");
+        current.SetMessage(wide);
+        current.SetDomainAndID(7, 8);
+        EXPECT_TRUE(cursor.LowerLevelMessageIsUnvisited());
+        EXPECT_FALSE(cursor.SameLevelMessageIsUnvisited());
+        EXPECT_FALSE(cursor.GoToSameLevelMessage(false));
+    }
+    while (cursor.GoToParent()) {
+    }
+    EXPECT_EQ(test::FindFlaw(&root), nullptr);
+}
+
+TEST(MessageCursor, TwoOnOneMessageNeverHaveTheSameBranch) {
+    Message root = Tree("tree");
+    MessageCursor one(root);
+    MessageCursor other(root);
+    ASSERT_TRUE(one.GoToLowerLevelMessage(false));
+    EXPECT_FALSE(other.LowerLevelMessageIsUnvisited());
+    EXPECT_FALSE(other.GoToLowerLevelMessage(false));
+    one.GetCurrentMessage() << "by one";
+    ASSERT_TRUE(one.GoToParent());
+    EXPECT_TRUE(other.LowerLevelMessageIsUnvisited());
+    ASSERT_TRUE(other.GoToLowerLevelMessage(false));
+    EXPECT_STREQ(other.GetCurrentMessage().GetParameter(0), "by one");
+    EXPECT_FALSE(one.LowerLevelMessageIsUnvisited());
+    ASSERT_TRUE(other.GoToParent());
+    EXPECT_STREQ(root.GetLowerLevelMessageOrNULL()->GetParameter(0), "by one");
+    const Message copy(root);
+    EXPECT_EQ(test::Layout(&copy).find("#5", test::Layout(&copy).find("#5") + 1), std::string::npos);
+}
+
+TEST(MessageCursor, CopyAtARootThatWasRewrittenGoesOnFromItToo) {
+    Message root = Tree("tree");
+    MessageCursor cursor(root);
+    MessageCursor copy(cursor);
+    root = Tree("another tree");
+    ASSERT_TRUE(copy.GoToLowerLevelMessage(false));
+    EXPECT_EQ(TemplateOf(&copy.GetCurrentMessage()), "another tree 1");
+    ASSERT_TRUE(copy.GoToParent());
+    MessageCursor assigned(root);
+    root.Clear();
+    assigned = copy;
+    EXPECT_FALSE(assigned.GoToLowerLevelMessage(false));
+    EXPECT_FALSE(assigned.GoToSameLevelMessage(false));
+}
+
+TEST(MessageCursor, LevelThatIsWrappedBeforeEachStepKeepsItsContent) {
+    Message root(1, 0, "innermost");
+    MessageCursor cursor(root);
+    for (int i = 1; i != 20; ++i) {
+        cursor.GetCurrentMessage().WrapBy(1, i, "wrapper");
+        ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+        EXPECT_EQ(TemplateOf(&cursor.GetCurrentMessage()), "innermost");
+    }
+    while (cursor.GoToParent()) {
+    }
+    const Message* at = &root;
+    for (int i = 1; i != 20; ++i, at = at->GetLowerLevelMessageOrNULL()) ASSERT_EQ(at->GetID(), i);
+    EXPECT_EQ(TemplateOf(at), "innermost");
+}
+
+TEST(ConstMessageCursor, TakesNoTemporary) {
+    EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, Message&>));
+    EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, const Message&>));
+    EXPECT_FALSE((std::is_constructible_v<ConstMessageCursor, Message>));
+    EXPECT_FALSE((std::is_constructible_v<ConstMessageCursor, const Message>));
+    EXPECT_FALSE((std::is_convertible_v<Message, ConstMessageCursor>));
+    EXPECT_FALSE((std::is_constructible_v<MessageCursor, Message>));
+    EXPECT_FALSE((std::is_constructible_v<MessageCursor, const Message&>));
+}
