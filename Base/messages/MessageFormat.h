@@ -8,17 +8,21 @@ namespace ZBase {
 
 // A message tree as one text. The texts follow each other depth first with nothing between them but one tab
 // for each lower-level step on the way; "Unknown." stands for a message without text. Throw `std::bad_alloc`.
+// The tabs are counted in 16 bits: at a depth of 65536 there is none.
 
 /// The whole tree, by `SimpleMessageLocalizer`.
 ZBASE_API ReturnString FormatMessage(const Message& message, unsigned short language);
 
 /// The whole tree, by `localizer`. The walk takes each nested message out of `message` and packs it in again,
-/// also when `localizer` throws, which ends it.
+/// also when `localizer` throws, which ends it. So each call leaves `message` larger by what is nested in it,
+/// until it is copied, and costs the more the deeper the tree is: what is often formatted, format a copy of.
+/// Another message that `localizer` changes is no concern of the walk; `message` must be left alone.
 ZBASE_API ReturnString FormatMessage(Message& message, unsigned short language,
                                      Message::Localizer& localizer);
 
 /// `message` and the chain of lower-level messages under it, by `localizer`; each text is also stored in
-/// `localized`, in a tree of the same shape. Leaves out every same-level message, and that is meant.
+/// `localized`, in a tree of the same shape. Leaves out every same-level message, and that is meant. Each
+/// call leaves `localized` larger by what is nested in it, until it is copied.
 ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized, unsigned short language,
                                      Message::Localizer& localizer);
 
