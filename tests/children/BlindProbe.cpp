@@ -6,6 +6,7 @@
 #include <getopt.h>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "tests/support/RefusedCalls.h"
@@ -30,6 +31,13 @@ int main(int argc, char** argv) {
         Print(ZBase::GetProcessName(ZBase::GetCurrentProcessID()));
     } else if (question == "module") {
         Print(ZBase::GetModuleFileNameByAddressWithinModule(reinterpret_cast<const void*>(&main)));
+    } else if (question == "heap") {
+        const auto number = std::make_unique<int>(0);
+        try {
+            Print(ZBase::GetModuleFileNameByAddressWithinModule(number.get()));
+        } catch (const ZBase::Message& failure) {
+            std::printf("%d", failure.GetID());
+        }
     } else if (question == "bytes") {
         const unsigned long bytes = ZBase::GetPrivateBytes();
         std::printf("%lu", bytes);

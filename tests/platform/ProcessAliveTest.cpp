@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "tests/support/RefusedCalls.h"
+#include "tests/support/Sanitizers.h"
 
 // A process is alive whether or not the system has a descriptor for whoever asks.
 
@@ -88,13 +89,22 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenThisProcessMayHaveNone) {
 }
 
 TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxRefuses) {
-    for (const unsigned int error : {EPERM, ENOSYS, ENFILE, EMFILE, EACCES, ENOMEM}) {
+    for (const int error : {EPERM, ENOSYS, ENFILE, EMFILE, EACCES, ENOMEM}) {
         const int answers = test::InChild([error] {
-            return test::RefuseCalls({SYS_pidfd_open}, error) ? AnswersHere() : test::kNotAllowed;
+            return test::RefuseCalls({SYS_pidfd_open}, static_cast<unsigned int>(error)) ? AnswersHere()
+                                                                                         : test::kNotAllowed;
         });
         if (answers == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
         EXPECT_EQ(answers, 0) << error;
     }
+}
+
+TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxGivesOneAndRefusesToWait) {
+    const int answers = test::InChild([] {
+        return test::RefuseCalls({SYS_poll, SYS_ppoll}, EPERM) ? AnswersHere() : test::kNotAllowed;
+    });
+    if (answers == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(answers, 0);
 }
 
 TEST(ProcessIsAliveWithoutADescriptor, WhenTheProcessListIsNotTold) {
@@ -110,6 +120,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenTheProcessListIsNotTold) {
 
 // The first thread of a process may end before the others.
 TEST(ProcessIsAliveWithoutADescriptor, WhileAnyOfItsThreadsRuns) {
+    if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer starts no threads in a child";
     const pid_t process = fork();
     if (process == 0) {
         std::thread([] {
@@ -136,6 +147,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhileAnyOfItsThreadsRuns) {
 }
 
 TEST(ProcessIsAliveWithoutADescriptor, NotForTheIdOfASecondThread) {
+    if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer starts no threads in a child";
     const int answer = test::InChild([] {
         if (!test::RefuseCalls({SYS_pidfd_open}, EPERM)) return test::kNotAllowed;
         bool alive = true;

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/WideText.h"
@@ -271,6 +272,13 @@ constexpr std::int64_t kMiB = 1 << 20;
 
 std::int64_t PrivateBytes() {
     return static_cast<std::int64_t>(ZBase::GetPrivateBytes());
+}
+
+// Whoever watches the memory asks when there is none left.
+TEST(PrivateBytes, NeedNoHeap) {
+    const test::FailingAllocation failing(0);
+    EXPECT_GT(PrivateBytes(), 0);
+    EXPECT_FALSE(failing.HasFailed());
 }
 
 TEST(PrivateBytes, FollowWhatTheProcessCommits) {

@@ -9,8 +9,8 @@ using Module = void*;
 const unsigned short* ComponentEnding();
 
 /// Loads a module with all that it needs, its symbols hidden from others. Gives null with the last code 126
-/// when the module or one that it needs is not there, 193 when it is no valid image, 127 when it asks for a
-/// function that nobody has.
+/// when the module or one that it needs is not there, 206 when no file can have this name, 193 when it is no
+/// valid image, 127 when it asks for a function that nobody has.
 Module LoadModule(const unsigned short* fileName);
 
 /// Gives up what `LoadModule` gave. The last one to do so unloads the module.

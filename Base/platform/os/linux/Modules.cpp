@@ -11,9 +11,13 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <locale.h>
+#include <sys/mman.h>
 #include <unistd.h>
-#include <algorithm>
+#include <climits>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -21,46 +25,19 @@ namespace ZBase::os {
 
 namespace {
 
-// A module of the process as the loader sees it: the span of its segments, and its name, which is empty for
-// the program and may be relative to a directory that was current once.
-struct LoadedModule {
-    std::uintptr_t start = 0;
-    std::uintptr_t end = 0;
-    std::string name;
+// The name of a module of the process and whether the search ended with it. The loader holds its lock
+// meanwhile, so nothing is thrown there.
+struct NameSearch {
+    const std::string& file;
+    char* found;  // of the C heap; may be relative to a folder that was current once
 };
 
-std::uintptr_t PageStart(std::uintptr_t address) {
-    return address & ~(static_cast<std::uintptr_t>(getpagesize()) - 1);
-}
-
-LoadedModule Describe(const dl_phdr_info& info) {
-    LoadedModule module{UINTPTR_MAX, 0, info.dlpi_name};
-    for (int i = 0; i != info.dlpi_phnum; ++i) {
-        const auto& segment = info.dlpi_phdr[i];
-        if (segment.p_type != PT_LOAD) continue;
-        const std::uintptr_t start = info.dlpi_addr + segment.p_vaddr;
-        module.start = std::min(module.start, PageStart(start));
-        module.end = std::max(module.end, start + segment.p_memsz);
-    }
-    return module;
-}
-
-/// Puts the first module that `matches` into `found`.
-template <class Predicate>
-bool FindModule(Predicate matches, LoadedModule& found) {
-    struct Search {
-        Predicate& matches;
-        LoadedModule& found;
-    } search{matches, found};
-    return dl_iterate_phdr(
-               [](dl_phdr_info* info, std::size_t, void* argument) {
-                   auto* in = static_cast<Search*>(argument);
-                   LoadedModule module = Describe(*info);
-                   if (!in->matches(module)) return 0;
-                   in->found = std::move(module);
-                   return 1;
-               },
-               &search) != 0;
+int VisitName(dl_phdr_info* info, std::size_t, void* argument) noexcept {
+    auto& search = *static_cast<NameSearch*>(argument);
+    const std::string_view name(info->dlpi_name);
+    if (name.substr(name.rfind('/') + 1) != search.file) return 0;
+    search.found = strdup(info->dlpi_name);
+    return 1;
 }
 
 // The loader's own words for its last failure, in English whatever the locale is. They are put together only
@@ -88,6 +65,7 @@ Win32Code LoadFailure(const std::string& file, std::string_view complaint) {
     if (says("cannot open shared object file")) {
         if (says("Permission denied")) return kAccessDenied;
         if (says("Too many open files")) return kTooManyOpenFiles;
+        if (says("File name too long")) return kNameTooLong;
         return IsThereAllTheSame(file, complaint) ? kBadImage : kModuleNotFound;
     }
     if (says("undefined symbol") || says("symbol lookup error") || says("not found (required by")) {
@@ -95,6 +73,11 @@ Win32Code LoadFailure(const std::string& file, std::string_view complaint) {
     }
     if (says("annot allocate memory") || says("out of memory")) return kNotEnoughMemory;
     return kBadImage;
+}
+
+bool IsMapped(std::uintptr_t page) {
+    unsigned char isResident = 0;
+    return mincore(reinterpret_cast<void*>(page), 1, &isResident) == 0;
 }
 
 // Without a lock or the heap, unlike a visit of all modules.
@@ -111,6 +94,11 @@ const unsigned short* ComponentEnding() {
 
 Module LoadModule(const unsigned short* fileName) {
     const std::string file = ToNative(fileName);
+    // The loader puts the name on its stack. No file has one of this length.
+    if (file.size() >= PATH_MAX) {
+        SetLastCode(kNameTooLong);
+        return nullptr;
+    }
     if (!IsSafeToLoad(file)) {
         SetLastCode(kBadImage);
         return nullptr;
@@ -126,15 +114,14 @@ void FreeModule(Module module) {
 
 Module FindLoadedModule(const char* name) {
     const std::string file = std::string("lib") + name + ".so";
-    LoadedModule found;
-    const auto isNamed = [&file](const LoadedModule& module) {
-        return module.name.substr(module.name.rfind('/') + 1) == file;
-    };
-    if (!FindModule(isNamed, found)) {
-        SetLastCode(kModuleNotFound);
+    NameSearch search{file, nullptr};
+    const bool isThere = dl_iterate_phdr(VisitName, &search) != 0;
+    if (search.found == nullptr) {
+        SetLastCode(isThere ? kNotEnoughMemory : kModuleNotFound);
         return nullptr;
     }
-    return dlopen(found.name.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    const std::unique_ptr<char, void (*)(void*)> owner(search.found, std::free);
+    return dlopen(search.found, RTLD_LAZY | RTLD_NOLOAD);
 }
 
 void* FindFunction(Module module, const char* name) {
@@ -167,6 +154,9 @@ bool FindAllocationBase(const void* address, const void*& base) {
         base = module.dlfo_map_start;
     } else if (FindMappedRegion(value, region)) {
         base = reinterpret_cast<const void*>(region.start);
+    } else if (const std::uintptr_t page = value & ~(static_cast<std::uintptr_t>(getpagesize()) - 1);
+               IsMapped(page)) {
+        base = reinterpret_cast<const void*>(page);  // the mappings are not told, but this one is there
     }
     return true;
 }

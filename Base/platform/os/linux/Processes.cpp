@@ -6,8 +6,8 @@
 #include <Base/platform/os/linux/ProcessState.h>
 #include <Base/platform/os/linux/ProgramStart.h>
 #include <Base/platform/os/linux/TextBuffer.h>
-#include <Base/platform/os/linux/WholeFile.h>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -16,29 +16,28 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 namespace ZBase::os {
 
 namespace {
 
-// A process to be queried is only its id, which costs nothing to keep. One to be waited for is a descriptor,
-// or its id where the system gives none. Never null as a pointer.
-enum class EHandle : std::uintptr_t { Descriptor = 1, Id = 2 };
+// A process is its id and, where it is to be waited for and the system gives one, a descriptor: 31 bits each,
+// and one bit so that it is never null as a pointer.
+constexpr unsigned int kNumberBits = 31;
+constexpr std::uintptr_t kNoDescriptor = (std::uintptr_t{1} << kNumberBits) - 1;
 
-Process FromNumber(int number, EHandle kind) {
-    return reinterpret_cast<Process>(std::uintptr_t{static_cast<unsigned int>(number)} << 2 |
-                                     static_cast<std::uintptr_t>(kind));
+Process ToProcess(unsigned int id, std::uintptr_t descriptor) {
+    return reinterpret_cast<Process>(std::uintptr_t{id} << (kNumberBits + 1) | descriptor << 1 | 1);
 }
 
-int ToNumber(Process process) {
-    return static_cast<int>(reinterpret_cast<std::uintptr_t>(process) >> 2);
+int IdOf(Process process) {
+    return static_cast<int>(reinterpret_cast<std::uintptr_t>(process) >> (kNumberBits + 1));
 }
 
-bool IsDescriptor(Process process) {
-    return (reinterpret_cast<std::uintptr_t>(process) & 3) ==
-           static_cast<std::uintptr_t>(EHandle::Descriptor);
+int DescriptorOf(Process process) {
+    const std::uintptr_t descriptor = reinterpret_cast<std::uintptr_t>(process) >> 1 & kNoDescriptor;
+    return descriptor == kNoDescriptor ? -1 : static_cast<int>(descriptor);
 }
 
 // Nobody tells when it ends, so it is looked at again and again.
@@ -82,27 +81,43 @@ void AppendArgument(std::string& line, std::string_view argument) {
     line += '"';
 }
 
-// The KiB behind `label` at the start of a line; 0 if there is no such line.
-std::uint64_t KibOf(const std::string& status, const char* label) {
-    const std::size_t at = status.find(label);
-    return at == std::string::npos ? 0 : std::strtoull(status.c_str() + at + std::strlen(label), nullptr, 10);
-}
+// Adds up the KiB in the lines with these labels, as they come and without the heap.
+class MemoryLines {
+public:
+    void Take(char c) {
+        if (c != '\n') {
+            if (mLength < sizeof mLine - 1) mLine[mLength++] = c;
+            return;
+        }
+        mLine[mLength] = 0;
+        mLength = 0;
+        for (const std::string_view label : {"RssAnon:", "VmSwap:"}) {
+            if (std::string_view(mLine).starts_with(label))
+                mKib += std::strtoull(mLine + label.size(), nullptr, 10);
+        }
+    }
+    std::uint64_t Kib() const { return mKib; }
+
+private:
+    char mLine[64];  // what a line has beyond that is passed over
+    std::size_t mLength = 0;
+    std::uint64_t mKib = 0;
+};
 
 }  // namespace
 
 Process OpenProcess(unsigned int id, EProcessAccess access) {
-    const int number = static_cast<int>(id);
-    if (access == EProcessAccess::Query) return FromNumber(number, EHandle::Id);
+    if (access == EProcessAccess::Query) return ToProcess(id, kNoDescriptor);
     const long descriptor = syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0u);
-    if (descriptor >= 0) return FromNumber(static_cast<int>(descriptor), EHandle::Descriptor);
+    if (descriptor >= 0) return ToProcess(id, static_cast<std::uintptr_t>(descriptor));
     SetLastCodeFromErrno();
     // There may be no descriptor left, or a sandbox that gives none.
     const bool isNoProcess = errno == ESRCH || errno == EINVAL;
-    return isNoProcess || !IsRunning(number) ? nullptr : FromNumber(number, EHandle::Id);
+    return isNoProcess || !IsRunning(static_cast<int>(id)) ? nullptr : ToProcess(id, kNoDescriptor);
 }
 
 void CloseProcess(Process process, EProcessAccess) {
-    if (IsDescriptor(process)) close(ToNumber(process));
+    if (DescriptorOf(process) >= 0) close(DescriptorOf(process));
 }
 
 EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
@@ -110,20 +125,19 @@ EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
         SetLastCode(kInvalidHandle);
         return EWaitResult::Failed;
     }
-    if (!IsDescriptor(process)) return WaitById(ToNumber(process), milliseconds);
-    pollfd ended{ToNumber(process), POLLIN, 0};
+    if (DescriptorOf(process) < 0) return WaitById(IdOf(process), milliseconds);
+    pollfd ended{DescriptorOf(process), POLLIN, 0};
     const int timeout = static_cast<int>(std::min<unsigned int>(milliseconds, INT_MAX));
     int count = 0;
     do count = poll(&ended, 1, timeout);
     while (count < 0 && errno == EINTR);
     if (count == 0) return EWaitResult::Timeout;
     if (count > 0 && (ended.revents & POLLIN) != 0) return EWaitResult::Ended;
-    SetLastCodeFromErrno();
-    return EWaitResult::Failed;
+    return WaitById(IdOf(process), milliseconds);  // the system refuses to wait
 }
 
 bool GetProcessImagePath(Process process, unsigned short* path, unsigned int capacity) {
-    const int id = ToNumber(process);
+    const int id = IdOf(process);
     const std::string link = "/proc/" + std::to_string(static_cast<unsigned int>(id)) + "/exe";
     char target[PATH_MAX];
     const ssize_t length = readlink(link.c_str(), target, sizeof target);
@@ -159,10 +173,18 @@ EMemoryCounters OpenMemoryCounters() {
 // What is private and backed, in memory or in swap. Address space that was only reserved, such as the stacks
 // of threads, does not count, and pages made read-only still do.
 bool GetCommittedBytes(std::uint64_t& bytes) {
-    std::string status;
-    if (!ReadWholeFile("/proc/self/status", status)) return false;
-    bytes = (KibOf(status, "\nRssAnon:") + KibOf(status, "\nVmSwap:")) * 1024;
-    return true;
+    const int file = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    ssize_t count = -1;
+    MemoryLines lines;
+    if (file >= 0) {
+        char piece[1024];
+        while ((count = read(file, piece, sizeof piece)) > 0 || (count < 0 && errno == EINTR))
+            std::for_each(piece, piece + std::max<ssize_t>(count, 0), [&lines](char c) { lines.Take(c); });
+    }
+    if (count < 0) SetLastCodeFromErrno();
+    if (file >= 0) close(file);
+    bytes = lines.Kib() * 1024;
+    return count == 0;
 }
 
 }  // namespace ZBase::os

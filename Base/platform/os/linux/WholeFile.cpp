@@ -9,16 +9,20 @@
 namespace ZBase::os {
 
 bool ReadWholeFile(const char* path, std::string& content) {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    const struct File {
+        int descriptor;
+        ~File() {
+            if (descriptor >= 0) close(descriptor);
+        }
+    } file{open(path, O_RDONLY | O_CLOEXEC)};
     ssize_t count = -1;
-    if (file >= 0) {
+    if (file.descriptor >= 0) {
         char piece[4096];
-        while ((count = read(file, piece, sizeof piece)) > 0 || (count < 0 && errno == EINTR)) {
+        while ((count = read(file.descriptor, piece, sizeof piece)) > 0 || (count < 0 && errno == EINTR)) {
             if (count > 0) content.append(piece, static_cast<std::size_t>(count));
         }
     }
     if (count < 0) SetLastCodeFromErrno();
-    if (file >= 0) close(file);
     return count == 0;
 }
 
