@@ -70,7 +70,7 @@ if [ "${1:-}" != --inside ]; then
     trap leave EXIT
     [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
     # Mounts and processes of a namespace go with it, however it ends.
-    unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" &
+    TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" &
     inside=$!
     status=0
     wait "$inside" || status=$?
