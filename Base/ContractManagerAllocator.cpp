@@ -1,7 +1,6 @@
 #include <Base/ContractManagerAllocator.h>
 
-#include <Base/memory/MemoryContract.h>
-#include <Base/memory/detail/MemoryFailures.h>
+#include <Base/memory/detail/ContractCharge.h>
 
 #include <memory>
 
@@ -17,10 +16,9 @@ struct GiveBack {
 
 void* AllocateUnderContract(std::size_t bytes, MemoryContract* contract) {
     if (contract == nullptr) return ::operator new(bytes);
-    const auto amount = static_cast<unsigned int>(bytes);
-    CheckContractAnswer(contract->Request(amount));
+    RequestFromContract(*contract, bytes);
     std::unique_ptr<void, GiveBack> memory(::operator new(bytes));
-    contract->Settle(amount);
+    SettleWithContract(*contract, bytes);
     return memory.release();
 }
 

@@ -18,8 +18,8 @@ class ZBASE_API MemoryContract : public virtual ReferenceCounted {
 public:
     ~MemoryContract() override = default;
 
-    /// Asked before an allocation of `bytes` that is not a chunk of a buffer. 0 grants; anything else refuses
-    /// and is the code that the failure carries.
+    /// Asked before an allocation of `bytes` that is not a chunk of a buffer; 4,294,967,295 stands for that
+    /// many and for more. 0 grants; anything else refuses and is the code that the failure carries.
     virtual unsigned int Request(unsigned int bytes) = 0;
 
     /// Told when that allocation has succeeded.

@@ -1,6 +1,6 @@
 #include <Base/text/GovernedConversions.h>
 
-#include <Base/memory/detail/MemoryFailures.h>
+#include <Base/memory/detail/ContractCharge.h>
 #include <Base/text/detail/ResultText.h>
 #include <Base/text/detail/Utf8Encoder.h>
 
@@ -27,10 +27,9 @@ ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, uns
     const std::size_t capacity = detail::Utf8Capacity(units);
     const std::size_t request = 2 * (capacity + 1);  // meant: as if the result held units of two bytes
     const bool governed = !contract.IsNull() && request >= kSmallestRequest;
-    const auto amount = static_cast<unsigned int>(request);
-    if (governed) CheckContractAnswer(contract->Request(amount));
+    if (governed) RequestFromContract(*contract, request);
     ReturnString result(capacity, nullptr);
-    if (governed) contract->Settle(amount);
+    if (governed) SettleWithContract(*contract, request);
     detail::EncodeUtf8(source, units, replace, detail::Writable(result));
     return result;
 }

@@ -10,8 +10,9 @@ namespace ZBase {
 
 // `WideCharToUTF8` and `WideCharToUTF8UsingLength` under a budget: before a result for 8,192 units or more is
 // allocated, the contract is asked for 8 bytes a unit and 2 more, and told when it has been. Smaller ones and
-// an empty `contract` ask nobody. Throw `ContractManagerAllocException` when it refuses, with nothing
-// allocated, and what the ungoverned forms throw. Flag and contract stand in a different order in the two.
+// an empty `contract` ask nobody; 4 GiB and more are asked for as 4,294,967,295 bytes. Throw
+// `ContractManagerAllocException` when it refuses, with nothing allocated, and what the ungoverned forms
+// throw. Flag and contract stand in a different order in the two.
 
 ZBASE_API ReturnString WideCharToUTF8Governed(const unsigned short* source, bool replace,
                                               SmartPtrI<MemoryContract>& contract);

@@ -330,6 +330,36 @@ TEST(ContractManagerAllocator, PaysForWhatItTakesAndIsNotToldOfWhatGoesBack) {
     EXPECT_EQ(contract.references, 0);
 }
 
+// A contract is asked in 32 bits.
+TEST(ContractManagerAllocator, SizesBeyondThirtyTwoBitsAreAskedForAsTheLargest) {
+    const std::pair<std::size_t, std::size_t> cases[] = {{0xFFFFFFFE, 0xFFFFFFFE},
+                                                         {0xFFFFFFFF, 0xFFFFFFFF},
+                                                         {0x100000000, 0xFFFFFFFF},
+                                                         {0x100000010, 0xFFFFFFFF},
+                                                         {0x7FFFFFFFFFFFFFFF, 0xFFFFFFFF}};
+    for (const auto& [bytes, asked] : cases) {
+        test::RecordingContract contract;
+        contract.code = 8;
+        EXPECT_THROW((void)ContractManagerAllocator<char>(&contract).allocate(bytes),
+                     ContractManagerAllocException);
+        EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", asked}}));
+    }
+}
+
+TEST(ContractManagerAllocator, SizesBeyondThirtyTwoBitsAreSettledAsTheyWereAskedFor) {
+    test::RecordingContract contract;
+    ContractManagerAllocator<char> allocator(&contract);
+    constexpr std::size_t bytes = 0x100000010;
+    char* memory = nullptr;
+    try {
+        memory = allocator.allocate(bytes);  // never touched
+    } catch (const std::bad_alloc&) {
+        GTEST_SKIP() << "the machine has no such memory";
+    }
+    EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 0xFFFFFFFF}, {"Settle", 0xFFFFFFFF}}));
+    allocator.deallocate(memory, bytes);
+}
+
 TEST(ContractManagerAllocator, WithoutAContractItIsTheHeap) {
     const std::size_t live = test::LiveBlocks();
     ContractManagerAllocator<char> allocator;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <new>
@@ -247,6 +248,29 @@ TEST_F(Detachment, CreditsAndDebitsBalanceBesideManyThreads) {
         ASSERT_EQ(budget.credited, budget.due);
         ASSERT_EQ(budget.credits, 1);
     }
+}
+
+// The threads that a fork leaves behind will not give the credit.
+TEST_F(Detachment, ChildOfAProcessThatWasTakingAChunkGivesTheCreditAtOnce) {
+    std::atomic<int> asked{0};
+    std::atomic<bool> goOn{false};
+    Budget budget([&](const std::string& where) {
+        if (where == "ask" && ++asked == 2)
+            while (!goOn) std::this_thread::yield();
+        return true;
+    });
+    BufferPtr buffer = Make(budget);
+    budget.Allocate(*buffer);
+    std::thread other([&] { budget.Allocate(*buffer); });
+    while (asked != 2) std::this_thread::yield();
+    EXPECT_EXIT(
+        {
+            buffer->DetachFromGovernors();
+            std::_Exit(budget.credits == 1 && budget.credited == kChunk ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    goOn = true;
+    other.join();
 }
 
 // The credit comes from the thread whose chunk was the last to be under way, and so does its failure.

@@ -1,0 +1,23 @@
+#include <Base/memory/detail/Gate.h>
+
+#include <Base/platform/os/Forks.h>
+
+namespace ZBase {
+
+namespace {
+
+constinit std::atomic<std::uint32_t> sForks{0};
+constinit std::atomic<bool> sForksCounted{false};
+
+void Nothing() {}
+
+}  // namespace
+
+std::uint64_t Gate::ThisProcess() {
+    // To be asked for twice does no harm: each count is another process all the same.
+    if (!sForksCounted.load(std::memory_order_relaxed) && os::CallAtFork(Nothing, Nothing, [] { ++sForks; }))
+        sForksCounted.store(true, std::memory_order_relaxed);
+    return std::uint64_t{sForks.load(std::memory_order_relaxed)} << 32;
+}
+
+}  // namespace ZBase
