@@ -39,6 +39,7 @@
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/MemGovernorProxy.h>
 #include <Base/memory/MemoryContract.h>
+#include <Base/memory/New.h>
 #include <Base/memory/SmartHeapIntegrator.h>
 #include <Base/memory/VirtualMemory.h>
 #include <Base/messages/ConstMessageCursor.h>

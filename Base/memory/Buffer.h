@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
 
 namespace ZBase {
 
@@ -100,11 +102,41 @@ protected:
     virtual ~Buffer() noexcept(false) {}
 };
 
+namespace detail {
+
+/// What a placement with an alignment takes for a buffer: for `new (memory) T` with a `void*` g++ would take
+/// forms with a plain `Buffer*` too, and then refuse it.
+struct PlaceInBuffer {
+    template <class AnyBuffer>
+        requires std::is_convertible_v<AnyBuffer*, Buffer*>
+    PlaceInBuffer(AnyBuffer* buffer) noexcept : mpBuffer(buffer) {}
+
+    Buffer* mpBuffer;  // held, not owned
+};
+
+}  // namespace detail
+
 }  // namespace ZBase
 
-/// A piece of the buffer: `buffer->Allocate(size)`. The form for one object is declared with `Allocator`.
+/// A piece of the buffer: `buffer->Allocate(size)`, so aligned to 8 bytes and no more. No destructor is
+/// registered.
+///
+/// For a type that needs more the compiler takes the forms with an alignment below, but only where the type
+/// needs more than `__STDCPP_DEFAULT_NEW_ALIGNMENT__`: one that needs exactly 16 bytes is misaligned by
+/// `new (buffer) T` without a word, as nothing here learns of its type. `New<T>(buffer, ...)` (New.h) aligns
+/// every type; or compile with `-faligned-new=8`, and the compiler takes the right form for 16 too. The form
+/// for one object is declared with `Allocator`.
 ZBASE_API void* operator new[](std::size_t size, ZBase::Buffer* buffer);
+
+/// A piece with as much room as it takes to begin at a multiple of `alignment`, a power of two. Throws what
+/// `Allocate` throws, and `std::bad_alloc` where no memory can be aligned like that.
+ZBASE_API void* operator new(std::size_t size, std::align_val_t alignment,
+                             ZBase::detail::PlaceInBuffer place);
+ZBASE_API void* operator new[](std::size_t size, std::align_val_t alignment,
+                               ZBase::detail::PlaceInBuffer place);
 
 /// For a constructor that throws: the piece stays with the buffer.
 ZBASE_API void operator delete(void* memory, ZBase::Buffer* buffer) noexcept;
 ZBASE_API void operator delete[](void* memory, ZBase::Buffer* buffer) noexcept;
+ZBASE_API void operator delete(void*, std::align_val_t, ZBase::detail::PlaceInBuffer place) noexcept;
+ZBASE_API void operator delete[](void*, std::align_val_t, ZBase::detail::PlaceInBuffer place) noexcept;
