@@ -110,7 +110,10 @@ Units Decode(const std::string& file, const std::string& text, const std::string
         units.resize(used - 1);
         return units;
     }
-    const auto toWide = encoding == "ascii" ? ZBase::ASCIIToWideChar : ZBase::MultiByteToWideChar;
+    using Conversion = ZBase::ReturnWString (*)(const char*, bool);
+    const Conversion ascii = ZBase::ASCIIToWideChar;
+    const Conversion locale = ZBase::MultiByteToWideChar;
+    const Conversion toWide = encoding == "ascii" ? ascii : locale;
     ForEachPiece(
         text,
         [&](const char* piece) {
