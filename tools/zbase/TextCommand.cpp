@@ -126,9 +126,11 @@ Units Decode(const std::string& file, const std::string& text, const std::string
 
 std::string Encode(Units units, const std::string& encoding, bool replace) {
     if (encoding == "utf16le") return ToUtf16(units);
-    const auto toNarrow = encoding == "utf8"    ? ZBase::WideCharToUTF8
-                          : encoding == "ascii" ? ZBase::WideCharToASCII
-                                                : ZBase::WideCharToMultiByte;
+    using Conversion = ZBase::ReturnString (*)(const unsigned short*, bool);
+    const Conversion utf8 = ZBase::WideCharToUTF8;
+    const Conversion ascii = ZBase::WideCharToASCII;
+    const Conversion locale = ZBase::WideCharToMultiByte;
+    const Conversion toNarrow = encoding == "utf8" ? utf8 : encoding == "ascii" ? ascii : locale;
     std::string text;
     units.push_back(0);
     ForEachPiece(
