@@ -7,6 +7,7 @@
 // first.
 
 #include <Base/platform/os/Faults.h>
+#include <Base/platform/os/linux/AllocatorCode.h>
 #include <Base/platform/os/linux/FaultSignals.h>
 #include <Base/platform/os/linux/FaultingInstruction.h>
 #include <Base/platform/os/linux/StayLoaded.h>
@@ -148,6 +149,7 @@ void HandleFault(int signal, siginfo_t* information, void* context) {
 
 void InstallHandlers() {
     StayLoaded();  // the handlers stay
+    FindAllocatorCode();
     struct sigaction action {};
     action.sa_sigaction = HandleFault;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
@@ -181,6 +183,8 @@ bool TranslateFault(int signal, siginfo_t* information, void* context) {
     if (tFaults.translator == nullptr) return false;
     const bool isFault = information->si_code > 0;  // the others were sent by someone
     if (signal == SIGABRT || !isFault || IsStackOverflow(signal, *information, context)) return false;
+    // What becomes of the fault needs the heap, whose lock this thread may hold.
+    if (StandsInAllocator(*static_cast<const ucontext_t*>(context))) return false;
     const unsigned int code = CodeOf(signal, *information, *static_cast<const ucontext_t*>(context));
     if (!ReturnFromCallToNowhere(*static_cast<ucontext_t*>(context))) return false;
     // A breakpoint is reported behind its instruction, which may be the last one that a handler covers.

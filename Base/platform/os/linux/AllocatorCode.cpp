@@ -1,0 +1,101 @@
+// The allocator is known by its entry points: the function of a frame is one of them, or the frame lies
+// between those of the C library, whose allocator is one run of code, or in the module that took its place.
+
+#include <Base/platform/os/linux/AllocatorCode.h>
+#include <Base/platform/os/linux/FrameRules.h>
+
+#include <dlfcn.h>
+#include <sys/auxv.h>
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr unsigned int kFramesToSearch = 16;  // what an allocator calls is not deep
+
+constexpr const char* kEntries[] = {"malloc",          "free",
+                                    "calloc",          "realloc",
+                                    "memalign",        "aligned_alloc",
+                                    "posix_memalign",  "malloc_trim",
+                                    "mallopt",         "malloc_info",
+                                    "__libc_malloc",   "__libc_free",
+                                    "__libc_calloc",   "__libc_realloc",
+                                    "__libc_memalign", "_Znwm",
+                                    "_Znam",           "_ZnwmSt11align_val_t",
+                                    "_ZdlPv",          "_ZdaPv",
+                                    "_ZdlPvm",         "_ZdlPvSt11align_val_t"};
+
+struct Range {
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+
+    bool Holds(std::uint64_t address) const { return address >= start && address < end; }
+    void Reach(std::uint64_t address) {
+        start = start == 0 ? address : std::min(start, address);
+        end = std::max(end, address + 1);
+    }
+};
+
+std::uint64_t sEntries[std::size(kEntries)];
+Range sSystem;       // the allocator of the C library
+Range sReplacement;  // the module of another one
+
+std::uint64_t AddressOf(const char* function) {
+    return reinterpret_cast<std::uint64_t>(dlsym(RTLD_DEFAULT, function));
+}
+
+}  // namespace
+
+void FindAllocatorCode() {
+    UnwindModule system{};
+    UnwindModule own{};
+    const bool hasSystem = FindUnwindModule(AddressOf("gnu_get_libc_version"), system);
+    const std::uint64_t program = getauxval(AT_ENTRY);
+    for (std::size_t i = 0; i != std::size(kEntries); ++i) {
+        const std::uint64_t entry = AddressOf(kEntries[i]);
+        sEntries[i] = entry;
+        if (hasSystem && entry >= system.start && entry < system.end) sSystem.Reach(entry);
+    }
+    if (!hasSystem || !FindUnwindModule(AddressOf("malloc"), own) || own.start == system.start) return;
+    // In the program itself the allocator is one part among others.
+    if (program < own.start || program >= own.end) sReplacement = {own.start, own.end};
+}
+
+bool StandsInAllocator(const ucontext_t& context) {
+    const auto& registers = context.uc_mcontext.gregs;
+    const auto value = [&](int number) { return static_cast<std::uint64_t>(registers[number]); };
+    GeneralRegisters state{};
+    state.rax = value(REG_RAX);
+    state.rcx = value(REG_RCX);
+    state.rdx = value(REG_RDX);
+    state.rbx = value(REG_RBX);
+    state.rsp = value(REG_RSP);
+    state.rbp = value(REG_RBP);
+    state.rsi = value(REG_RSI);
+    state.rdi = value(REG_RDI);
+    state.r8 = value(REG_R8);
+    state.r9 = value(REG_R9);
+    state.r10 = value(REG_R10);
+    state.r11 = value(REG_R11);
+    state.r12 = value(REG_R12);
+    state.r13 = value(REG_R13);
+    state.r14 = value(REG_R14);
+    state.r15 = value(REG_R15);
+    state.rip = value(REG_RIP);
+    FrameWalker walker(state, LoadForeignWord);
+    for (unsigned int i = 0; i != kFramesToSearch; ++i) {
+        const std::uint64_t address = walker.Address();
+        if (sSystem.Holds(address) || sReplacement.Holds(address)) return true;
+        const std::uint64_t function = walker.FunctionStart();
+        if (function != 0 &&
+            std::find(std::begin(sEntries), std::end(sEntries), function) != std::end(sEntries))
+            return true;
+        if (!walker.Step()) return false;
+    }
+    return false;
+}
+
+}  // namespace ZBase::os
