@@ -2,6 +2,7 @@
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/NativeText.h>
 
+#include <sys/auxv.h>
 #include <cstdlib>
 #include <string>
 
@@ -25,7 +26,8 @@ bool PutEnvironment(const unsigned short* name, const unsigned short* value) {
 }
 
 const char* GetNarrowEnvironment(const char* name) {
-    return std::getenv(name);
+    // The caller of a set-user-id program has chosen its environment, and may not direct what it does.
+    return getauxval(AT_SECURE) != 0 ? nullptr : std::getenv(name);
 }
 
 }  // namespace ZBase::os

@@ -7,6 +7,7 @@
 // What runs in the new processes shares the memory, and the thread-local variables, of the thread that
 // started them and goes on: it makes system calls that leave `errno` alone.
 
+#include <Base/platform/os/Environment.h>
 #include <Base/platform/os/ReportSender.h>
 #include <Base/platform/os/linux/WipedMemory.h>
 #include <Base/platform/os/linux/x86_64/SystemCall.h>
@@ -113,6 +114,15 @@ void ResetLimits(unsigned int seconds) {
     raise(RLIMIT_CORE, 0);
 }
 
+// A program with the rights of another user than its caller finds its libraries in the system's places only.
+// Its environment has nothing of the caller's.
+void TakeOneIdentity() {
+    const long user = SystemCall(SYS_geteuid);
+    const long group = SystemCall(SYS_getegid);
+    SystemCall(SYS_setresgid, group, group, group);
+    SystemCall(SYS_setresuid, user, user, user);
+}
+
 void CloseFrom(unsigned int first) {
     if (SystemCall(SYS_close_range, first, ~0u, 0u) == 0) return;
     for (unsigned int descriptor = first; descriptor != 65536; ++descriptor)
@@ -124,6 +134,7 @@ int RunSender(void* launch) {
     const auto* const self = static_cast<const Launch*>(launch);
     ResetSignals();
     ResetLimits(self->seconds);
+    TakeOneIdentity();
     SystemCall(SYS_dup2, self->connection, STDIN_FILENO);
     const long sink = SystemCall(SYS_open, "/dev/null", O_RDWR);
     SystemCall(SYS_dup2, sink, STDOUT_FILENO);
@@ -242,7 +253,7 @@ void PrepareReportSender() {
         spLaunches = static_cast<Launch*>(AllocateWipedMemory(kReports * sizeof(Launch)));
     std::size_t size = sizeof(Program);
     for (const char* name : kVariables) {
-        const char* value = std::getenv(name);
+        const char* value = GetNarrowEnvironment(name);
         if (value != nullptr) size += std::strlen(name) + std::strlen(value) + 2;
     }
     void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -253,7 +264,7 @@ void PrepareReportSender() {
     char* text = program->text;
     char** next = program->environment;
     for (const char* name : kVariables) {
-        const char* value = std::getenv(name);
+        const char* value = GetNarrowEnvironment(name);
         if (value == nullptr) continue;
         *next++ = text;
         text = stpcpy(stpcpy(stpcpy(text, name), "="), value) + 1;
