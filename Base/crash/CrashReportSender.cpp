@@ -34,7 +34,9 @@ std::filesystem::path FilePath(const WideString& name) {
 }
 
 bool IsWebAddress(const std::string& url) {
-    return url.starts_with("http://") || url.starts_with("https://");
+    std::string scheme = url.substr(0, url.find("://"));
+    for (char& c : scheme) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return url.size() > scheme.size() && (scheme == "http" || scheme == "https");
 }
 
 }  // namespace
@@ -52,9 +54,10 @@ ReportResult CrashReportSender::SendCrashReport(const WideString& url, const Fie
     const std::string address = ReportText(url);
     if (!IsWebAddress(address)) return RESULT_FAILED;
     std::string answer;
-    const long status = os::PostForm(address, Narrow(parameters), Narrow(files), answer);
+    const long status =
+        os::PostForm(address, Narrow(parameters), Narrow(files), reportCode == nullptr ? nullptr : &answer);
     if (status >= 400 && status < 500) return RESULT_REJECTED;
-    if (status != 200) return RESULT_FAILED;
+    if (status < 200 || status > 299) return RESULT_FAILED;
     CountReport(today);
     if (reportCode != nullptr) *reportCode = detail::WideReportText(answer);
     return RESULT_SUCCEEDED;

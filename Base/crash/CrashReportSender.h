@@ -11,7 +11,7 @@ namespace ZBase {
 enum ReportResult {
     RESULT_FAILED = 0,  // no answer, or one that leaves hope: try later
     RESULT_REJECTED,    // the server refused the report for good (status 400 to 499)
-    RESULT_SUCCEEDED,   // the server has it (status 200)
+    RESULT_SUCCEEDED,   // the server has it (status 200 to 299)
     RESULT_THROTTLED,   // not sent: the reports of this day are used up
 };
 
@@ -30,8 +30,8 @@ public:
     int max_reports_per_day() const { return mMaxReportsPerDay; }
 
     /// Posts `parameters` (name, value) and `files` (name, path) to `url`. A name is made of printable ASCII
-    /// characters without quotes. On success the body of the answer is put into `reportCode`, unless that is
-    /// null. Waits 10 seconds for a connection and 60 for all.
+    /// characters without quotes. On success the body of the answer, up to 64 KiB, is put into `reportCode`;
+    /// for a null it is not waited for. Waits 10 seconds for a connection and 60 for all.
     ReportResult SendCrashReport(const WideString& url, const Fields& parameters, const Fields& files,
                                  WideString* reportCode);
 

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "tests/crash/CrashBench.h"
+#include "tests/crash/FixedServer.h"
 
 // The sender in this process: its results and its count of reports.
 
@@ -61,6 +62,15 @@ TEST_F(Sender, LeavesTheReportCodeOfAFailure) {
     WideString code = "before"_w;
     EXPECT_EQ(Send(sender, "http://127.0.0.1:1/"_w, {}, &code), ZBase::RESULT_FAILED);
     EXPECT_TRUE(code == "before"_w);
+}
+
+TEST_F(Sender, TakesNoMoreThanAPartOfAnAnswerWithoutEnd) {
+    const test::FixedServer server(test::Manner::eAnswerWithoutEnd, "HTTP/1.1 200 OK\r\n\r\n");
+    CrashReportSender sender(""_w);
+    WideString code;
+    EXPECT_EQ(Send(sender, Wide(server.Address()), {}, &code), ZBase::RESULT_SUCCEEDED);
+    EXPECT_EQ(code.size(), 65536u);
+    EXPECT_EQ(Send(sender, Wide(server.Address())), ZBase::RESULT_SUCCEEDED);
 }
 
 TEST_F(Sender, TellsThatTheServerRejects) {

@@ -48,8 +48,7 @@ TEST_F(CrashUpload, DumpStaysWhenTheAddressIsNotOfTheWeb) {
 }
 
 TEST_F(CrashUpload, DumpStaysWhenTheServerAnswersAnythingButSuccess) {
-    for (const char* status :
-         {"500 Broken", "404 Nowhere", "413 Too large", "302 Elsewhere", "204 Nothing"}) {
+    for (const char* status : {"500 Broken", "404 Nowhere", "413 Too large", "302 Elsewhere", "199 Early"}) {
         const FixedServer server(Manner::eAnswer, Answer(status));
         ExpectDumpStays(server.Address());
         EXPECT_EQ(server.Requests(), 1);
@@ -74,6 +73,54 @@ TEST_F(CrashUpload, DumpGoesWhenTheServerAnswersSuccess) {
     EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
     EXPECT_TRUE(LeftDumps().empty());
     EXPECT_EQ(server.Requests(), 1);
+}
+
+TEST_F(CrashUpload, DumpGoesWithEveryStatusOfSuccess) {
+    for (const char* status : {"200 OK", "201 Created", "204 Nothing", "299 Last"}) {
+        const FixedServer server(Manner::eAnswer, Answer(status));
+        mServer = server.Address();
+        Configure();
+        EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
+        EXPECT_TRUE(LeftDumps().empty()) << status;
+    }
+}
+
+TEST_F(CrashUpload, DumpGoesBeforeTheBodyOfTheAnswerIsThere) {
+    for (const char* answer : {"HTTP/1.1 200 OK\r\n\r\n", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"}) {
+        const FixedServer server(Manner::eAnswerAndHold, answer);
+        mServer = server.Address();
+        Configure();
+        EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
+        EXPECT_TRUE(LeftDumps().empty());
+    }
+}
+
+TEST_F(CrashUpload, SchemeOfTheAddressMayBeInCapitals) {
+    const FixedServer server(Manner::eAnswer, Answer("200 OK"));
+    mServer = "HTTP" + server.Address().substr(4);
+    Configure();
+    EXPECT_EQ(Crash({"null"}).signal, SIGSEGV);
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
+// In the place of the sender: it writes down what it is given.
+TEST_F(CrashUpload, SenderHasLimitsOfItsOwn) {
+    Configure();
+    std::filesystem::copy_file(ZBASE_LIBRARY, mFolder / "libZBase.so.1");
+    const std::filesystem::path sender = mFolder / "zbase-crash-sender";
+    std::ofstream(sender) << "#!/bin/sh\n(ulimit -n; ulimit -t; ulimit -c; ulimit -v) >"
+                          << (mFolder / "limits").string() << "\ncat >/dev/null\nprintf 2 >&0\n";
+    std::filesystem::permissions(sender, std::filesystem::perms::owner_all);
+    EXPECT_EQ(Crash({"no-memory"}, {"LD_LIBRARY_PATH=" + mFolder.string()}).signal, SIGSEGV);
+    std::ifstream limits(mFolder / "limits");
+    int descriptors = 0;
+    int seconds = 0;
+    int core = -1;
+    limits >> descriptors >> seconds >> core;
+    EXPECT_EQ(descriptors, 256);
+    EXPECT_EQ(seconds, 60);
+    EXPECT_EQ(core, 0);
+    EXPECT_TRUE(LeftDumps().empty());
 }
 
 TEST_F(CrashUpload, GoesThroughTheProxyOfTheEnvironment) {

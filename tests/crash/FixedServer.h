@@ -14,7 +14,7 @@
 
 namespace test {
 
-enum class Manner { eAnswer, eCloseEarly, eHang, eNeverAccept };
+enum class Manner { eAnswer, eAnswerAndHold, eAnswerWithoutEnd, eCloseEarly, eHang, eNeverAccept };
 
 /// A server on this machine that answers each request in one way.
 class FixedServer {
@@ -85,9 +85,17 @@ private:
                     if (count <= 0) break;
                     request.append(piece, static_cast<std::size_t>(count));
                 }
-                if (mManner == Manner::eAnswer) {
+                if (mManner != Manner::eCloseEarly) {
                     const ssize_t written = write(client, mAnswer.data(), mAnswer.size());
                     EXPECT_EQ(written, static_cast<ssize_t>(mAnswer.size()));
+                }
+                // Until the client closes.
+                if (mManner == Manner::eAnswerAndHold && WaitFor(client)) {
+                    EXPECT_LE(read(client, piece, 1), 0);
+                }
+                const std::string more(65536, 'x');
+                while (mManner == Manner::eAnswerWithoutEnd && !mStopped &&
+                       send(client, more.data(), more.size(), MSG_NOSIGNAL) > 0) {
                 }
             }
             close(client);

@@ -42,8 +42,7 @@ ZBase::ReportResult Send(const std::vector<WideString>& texts) {
     const CrashReportSender::Fields files = {{"upload_file_minidump"_w, texts[1]}};
     CrashReportSender::Fields parameters;
     for (std::size_t i = 2; i + 1 < texts.size(); i += 2) parameters[texts[i]] = texts[i + 1];
-    WideString reportCode;
-    return CrashReportSender(WideString()).SendCrashReport(texts[0], parameters, files, &reportCode);
+    return CrashReportSender(WideString()).SendCrashReport(texts[0], parameters, files, nullptr);
 }
 
 }  // namespace

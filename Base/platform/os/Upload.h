@@ -8,9 +8,10 @@ namespace ZBase::os {
 using UploadFields = std::map<std::string, std::string>;
 
 /// Posts `parameters` and `files` (name of the form field, path) as a multipart form. Gives the status that
-/// the server answers, or 0 if there was none; `answer` is the body, which is kept for a status below 400.
-/// Waits 10 seconds for a connection and 60 for all.
+/// the server answers, or 0 if there was none. `answer` is the body, at most 64 KiB of it, which is kept for
+/// a status below 400 and waited for 2 seconds; for a null it is not waited for at all. Waits 10 seconds for
+/// a connection and 60 for all.
 long PostForm(const std::string& url, const UploadFields& parameters, const UploadFields& files,
-              std::string& answer);
+              std::string* answer);
 
 }  // namespace ZBase::os
