@@ -1,29 +1,37 @@
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
+#include <Base/crash/detail/ReportText.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
+#include <Base/platform/os/Forks.h>
 #include <Base/platform/os/ReportSender.h>
 #include <Base/platform/os/Threads.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <new>
+#include <string>
 
 namespace ZBase {
 
 namespace {
 
-constexpr unsigned int kDumpSeconds = 10;
+constexpr unsigned long long kDumpSeconds = 10;
+constexpr unsigned long long kMostDumpSeconds = 60;
 
 // Milliseconds for which an unload waits for a `CreateDump`; more than its dump and its upload may take.
 constexpr unsigned long kLongestCreateDump = 150'000;
 
 // Runs on the crashed thread's alternate stack, or on the thread that called `CreateDump`. No heap, no lock.
 bool CrashDumpCallback(const os::TriedDump& dump) {
+    const ReportResult result = dump.succeeded ? detail::SendPreparedReport(dump) : RESULT_FAILED;
+    detail::EndReport();
     if (!dump.succeeded) return false;
-    const ReportResult result = detail::SendPreparedReport(dump);
     if (result == RESULT_SUCCEEDED && !gKeepDumpFile) os::DeleteDump(dump.path);
     return dump.onDemand || !gNativeDump;
 }
@@ -42,6 +50,30 @@ bool BeginCreateDump() {
     return !IsOfThisProcess(running) && gInCreateDump.compare_exchange_strong(running, ThisCall());
 }
 
+// Whoever sets a key, or installs.
+std::mutex& KeysMutex() {
+    alignas(std::mutex) static unsigned char sPlace[sizeof(std::mutex)];
+    static std::mutex* const spMutex = [] {
+        auto* const mutex = new (sPlace) std::mutex;  // never destroyed: keys may be set until the end
+        os::CallAtFork([] { KeysMutex().lock(); }, [] { KeysMutex().unlock(); },
+                       [] { KeysMutex().unlock(); });
+        return mutex;
+    }();
+    return *spMutex;
+}
+
+// The setting `dump_seconds`, a number from 1 to 60; the usual one for anything else.
+unsigned int DumpSeconds() {
+    const auto setting = gCrashConfig.find("dump_seconds"_w);
+    if (setting == gCrashConfig.end() || setting->second.empty()) return kDumpSeconds;
+    unsigned long long seconds = 0;
+    for (const unsigned short unit : setting->second) {
+        if (unit < '0' || unit > '9') return kDumpSeconds;
+        seconds = std::min(seconds * 10 + unit - '0', kMostDumpSeconds + 1);
+    }
+    return static_cast<unsigned int>(seconds < 1 || seconds > kMostDumpSeconds ? kDumpSeconds : seconds);
+}
+
 bool IsSet(const unsigned short* key) {
     const auto setting = gCrashConfig.find(key);
     return setting != gCrashConfig.end() && IsCrashSettingTrue(setting->second);
@@ -54,19 +86,21 @@ bool HaveDumpDirectory(WideString& directory) {
     return os::PathExists(directory.c_str()) || os::CreatePrivateDirectory(directory.c_str());
 }
 
-// One unit per octet, whatever the locale.
-WideString WidenAscii(const char* text) {
-    WideString wide;
-    for (; *text != 0; ++text) {
-        const auto octet = static_cast<unsigned char>(*text);
-        wide.push_back(octet < 0x80 ? octet : '?');
-    }
-    return wide;
+// An octet beyond ASCII becomes "?", whatever the locale.
+std::string KeepAscii(const char* text) {
+    std::string ascii = text;
+    for (char& c : ascii) c = static_cast<unsigned char>(c) < 0x80 ? c : '?';
+    return ascii;
+}
+
+WideString Widen(const std::string& ascii) {
+    return WideString(ascii.begin(), ascii.end());
 }
 
 }  // namespace
 
 bool InstallCrashHandler() {
+    const std::scoped_lock keys(KeysMutex());
     gCrashConfigPath = FindCrashConfig().c_str();
     if (!ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys)) return false;
     // A handler of an earlier installation goes on with what was read, even if this installation fails.
@@ -79,7 +113,7 @@ bool InstallCrashHandler() {
 
     os::PrepareReportSender();
     os::DumpHandler* const handler =
-        os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, kDumpSeconds);
+        os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpSeconds());
     if (handler == nullptr) return false;
     gExceptionHandler = handler;  // an earlier one stays behind it
     return true;
@@ -96,11 +130,14 @@ bool CreateDump() {
 
 bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     if (key == nullptr || value == nullptr) return false;
-    const WideString wideKey = WidenAscii(key);
-    if (!overwrite && gCrashKeys.contains(wideKey)) return false;
-    gCrashKeys[wideKey] = WidenAscii(value);
+    const std::string narrowKey = KeepAscii(key);
+    const std::string narrowValue = KeepAscii(value);
+    const std::scoped_lock keys(KeysMutex());
+    const auto [place, isNew] = gCrashKeys.try_emplace(Widen(narrowKey));
+    if (!isNew && !overwrite) return false;
+    place->second = Widen(narrowValue);
     if (std::strcmp(key, "customer_dsi") == 0 && std::atoi(value) != 0) gCustomerDsi = true;
-    if (gExceptionHandler != nullptr) detail::PrepareCrashReport();
+    if (gExceptionHandler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
     return true;
 }
 

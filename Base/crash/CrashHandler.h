@@ -21,11 +21,14 @@ ZBASE_API bool CreateDump();
 
 /// Adds a crash key, which is sent with each report. Octets from 0x80 up become "?". False for a null, and
 /// for a key that is there already unless `overwrite`. The key "customer_dsi" with a number that is not 0
-/// directs reports to `ServerProdURL` from now on. Calls must not run at the same time.
+/// directs reports to `ServerProdURL` from now on. Any thread may call, beside a crash too; a report has the
+/// keys that were set when it is sent. In a name what is not printable, and a quote, is reported as "%" and
+/// its number, and an empty name as "%".
 ZBASE_API bool SetCrashAttr(const char* key, const char* value, bool overwrite);
 
-/// Gives the calling thread, until it ends, the second stack on which its stack overflow can be reported. The
-/// thread that called `InstallCrashHandler` has one. False if there is no memory for it.
+/// Gives the calling thread, until it ends, the second stack on which its stack overflow can be reported, and
+/// unblocks the signals of faults for it: the system ends a process unreported that faults while they are
+/// blocked. The thread that called `InstallCrashHandler` has both. False if there is no memory for the stack.
 ZBASE_API bool InstallCrashStack();
 
 }  // namespace ZBase

@@ -66,7 +66,7 @@ CrashConfigTable gCrashConfig;
 CrashConfigTable gCrashKeys;
 bool gNativeDump = false;
 bool gKeepDumpFile = false;
-bool gCustomerDsi = false;
+std::atomic<bool> gCustomerDsi = false;
 std::atomic<std::uint64_t> gInCreateDump = 0;
 std::atomic<os::DumpHandler*> gExceptionHandler = nullptr;
 static const CrashHandlerRelease sCrashHandlerRelease;

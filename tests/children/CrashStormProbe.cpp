@@ -3,8 +3,10 @@
 
 #include <Base/ZBase.h>
 
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -197,6 +199,103 @@ void ExitBesideDump(int) {
     std::exit(0);
 }
 
+// The next look for a free block follows a pointer that leads nowhere, with the heap's lock held.
+[[gnu::noipa]] void FaultInMallocWithTranslator(int) {
+    std::thread([] { pause(); }).detach();  // with one thread alone the heap takes no lock
+    ZBase::SetExceptionTranslator();
+    char* block = static_cast<char*>(std::malloc(5000));
+    char* behind = static_cast<char*>(std::malloc(5000));
+    char* freed = block;
+    asm volatile("" : "+r"(freed));  // nobody sees that it is the same
+    std::free(block);
+    const std::uintptr_t nowhere = 16;
+    std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);
+    asm volatile("" : : "r"(freed) : "memory");
+    gSink = *static_cast<volatile char*>(std::malloc(3000));
+    std::free(behind);
+}
+
+// A function of the C library beside the allocator.
+void FaultInLibraryWithTranslator(int) {
+    ZBase::SetExceptionTranslator();
+    std::size_t (*volatile measure)(const char*) =
+        std::strlen;  // of which the compiler does not know that it can't throw
+    try {
+        gSink = static_cast<int>(measure(static_cast<const char*>(gNull)));
+    } catch (const ZBase::StructuredException&) {
+        Say("caught");
+    }
+}
+
+// Crashes while threads set keys.
+void CrashBesideKeys(int) {
+    for (int i = 0; i != 4; ++i) {
+        std::thread([i] {
+            const std::string key = "key" + std::to_string(i);
+            for (int k = 0;; ++k) ZBase::SetCrashAttr(key.c_str(), std::string(k % 500, 'v').c_str(), true);
+        }).detach();
+    }
+    usleep(20000);
+    WriteToNull();
+}
+
+// Sets each of two thousand keys a hundred times.
+void SetManyKeys(int) {
+    for (int k = 0; k != 100; ++k) {
+        for (int i = 0; i != 2000; ++i)
+            ZBase::SetCrashAttr(("key" + std::to_string(i)).c_str(), std::to_string(k).c_str(), true);
+    }
+    WriteToNull();
+}
+
+// The lowest octet of the frame is the first one that is touched.
+[[gnu::noipa]] void UseHugeFrame() {
+    volatile char frame[4 << 20];
+    frame[0] = 1;
+    asm volatile("" : : "r"(frame) : "memory");
+}
+[[gnu::noipa]] void OverflowByHugeFrame(int) {
+    const rlimit limit{1 << 20, 1 << 20};
+    if (setrlimit(RLIMIT_STACK, &limit) != 0) _exit(94);
+    UseHugeFrame();
+    asm volatile("");
+}
+
+// The frame is kept by the frame pointer, since its size is not known beforehand.
+[[gnu::noipa]] void LoseStack(int size) {
+    volatile char* const room =
+        static_cast<volatile char*>(__builtin_alloca(static_cast<std::size_t>(size) + 64));
+    room[0] = 1;
+    asm volatile("mov $16, %%rsp\n\tpush %%rax" : : "r"(room) : "memory");
+}
+[[gnu::noipa]] void CrashWithoutStack(int) {
+    LoseStack(100);
+    asm volatile("");
+}
+
+// As in a server that leaves its signals to one thread.
+void CrashWithSignalsBlocked(int) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    std::thread([] {
+        ZBase::InstallCrashStack();
+        WriteToNull();
+    }).join();
+}
+
+void CrashWithoutDirectory(int) {
+    fs::remove(Dumps());
+    WriteToNull();
+}
+
+// As a server that gives up its rights when it is set up.
+void CrashWithoutRights(int) {
+    fs::permissions(Dumps(), fs::perms::owner_read | fs::perms::owner_exec);
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(94);
+    WriteToNull();
+}
+
 // Prints the size of the alternate stack, and whether what lies below can't be touched.
 void ShowCrashStack(int) {
     stack_t stack{};
@@ -213,13 +312,29 @@ void ShowCrashStack(int) {
 
 int main(int argc, char** argv) {
     const std::map<std::string, void (*)(int)> kinds = {
-        {"signal-storm", DumpInAStormOfSignals},   {"threads", CrashOnThreads},
-        {"beside-dump", CrashBesideDump},          {"fork-beside-crash", ForkWhileCrashIsSent},
-        {"fork-beside-dump", ForkWhileDumpIsSent}, {"vfork", CrashInChildOfVfork},
-        {"dump-beside-vfork", DumpBesideVfork},    {"subreaper", DumpAsSubreaper},
-        {"quick-exit", QuickExitBesideCrash},      {"exit-beside-dump", ExitBesideDump},
+        {"signal-storm", DumpInAStormOfSignals},
+        {"threads", CrashOnThreads},
+        {"beside-dump", CrashBesideDump},
+        {"fork-beside-crash", ForkWhileCrashIsSent},
+        {"fork-beside-dump", ForkWhileDumpIsSent},
+        {"vfork", CrashInChildOfVfork},
+        {"dump-beside-vfork", DumpBesideVfork},
+        {"subreaper", DumpAsSubreaper},
+        {"quick-exit", QuickExitBesideCrash},
+        {"exit-beside-dump", ExitBesideDump},
         {"crash-stack", ShowCrashStack},
+        {"translated-malloc", FaultInMallocWithTranslator},
+        {"translated-strlen", FaultInLibraryWithTranslator},
+        {"beside-keys", CrashBesideKeys},
+        {"many-keys", SetManyKeys},
+        {"huge-frame", OverflowByHugeFrame},
+        {"no-stack", CrashWithoutStack},
+        {"blocked", CrashWithSignalsBlocked},
+        {"no-directory", CrashWithoutDirectory},
+        {"no-rights", CrashWithoutRights},
+        {"nothing", [](int) { Say("installed"); }},
     };
+    if (getauxval(AT_SECURE) != 0) Say("other rights");
     alarm(60);
     std::signal(SIGUSR1, [](int) { gGo = true; });
     if (!ZBase::InstallCrashHandler()) return 96;

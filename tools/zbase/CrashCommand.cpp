@@ -57,6 +57,7 @@ std::string MeaningOf(const std::string& key, const WideString& value) {
         return (isTrue ? "the system's own handling follows" : "the process ends") + doubt;
     if (key == "keep_dump_file") return (isTrue ? "dumps stay" : "dumps go once they are sent") + doubt;
     if (key == "dump_path") return "where dumps are written";
+    if (key == "dump_seconds") return "the most seconds for writing a dump, 1 to 60; 10 for anything else";
     return "counts for nothing: no setting has this name";
 }
 
@@ -64,7 +65,8 @@ std::string MeaningOfCrashKey(const std::string& key) {
     const bool isName = !key.empty() && std::all_of(key.begin(), key.end(), [](char letter) {
         return letter >= ' ' && letter <= '~' && letter != '"';
     });
-    if (!isName) return "no report can be sent with this name: not printable ASCII without quotes";
+    if (!isName)
+        return "sent with each report; what is not printable ASCII, or a quote, as \"%\" and its number";
     if (key == "customer_dsi") return "sent with each report; chooses no server, only a call does";
     return "sent with each report";
 }

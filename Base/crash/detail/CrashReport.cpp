@@ -1,4 +1,4 @@
-#include <Base/crash/detail/CrashKeysBlock.h>
+#include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/ReportText.h>
@@ -6,7 +6,9 @@
 #include <Base/platform/os/Pages.h>
 #include <Base/platform/os/ReportSender.h>
 
+#include <atomic>
 #include <cstring>
+#include <string>
 
 namespace ZBase::detail {
 
@@ -14,86 +16,58 @@ namespace {
 
 constexpr unsigned int kUploadSeconds = 60;
 constexpr char kHanging[] = "reason\0hanging";
+constexpr char kElsewhere[] = "dump_directory";
 
-// Text in pages of its own.
-struct Pages {
-    char* text = nullptr;  // owned
-    std::size_t capacity = 0;
-};
+CrashKeyLog sKeys;
+std::atomic<const char*> spServerUrl = nullptr;
+std::atomic<const char*> spServerProdUrl = nullptr;
 
-// Two blocks take turns, so that a crash finds one that is whole.
-Pages sKeys[2];
-std::atomic<CrashKeysBlock*> spKeys = nullptr;  // the one that counts
-Pages sServerUrl;
-Pages sServerProdUrl;
-
-bool Grow(Pages& pages, std::size_t size) {
-    if (pages.capacity >= size) return true;
-    auto* const text = static_cast<char*>(os::AllocatePages(2 * size));
-    if (text == nullptr) return false;
-    if (pages.text != nullptr) os::ReleasePages(pages.text);
-    pages = {text, 2 * size};
-    return true;
-}
-
-std::string Fields(const CrashConfigTable& keys) {
-    std::string fields;
-    for (const auto& [name, value] : keys) {
-        fields.append(ReportText(name)).push_back('\0');
-        fields.append(ReportText(value)).push_back('\0');
-    }
-    return fields;
-}
-
-bool IsFirst(const CrashKeysBlock* keys) {
-    return keys == reinterpret_cast<const CrashKeysBlock*>(sKeys[0].text);
-}
-
-void PrepareKeys() {
-    const CrashKeysBlock* const present = spKeys;
-    Pages& pages = sKeys[IsFirst(present) ? 1 : 0];
-    const std::string fields = Fields(gCrashKeys);
-    if (!Grow(pages, sizeof(CrashKeysBlock) + fields.size())) return;
-    auto* const block = reinterpret_cast<CrashKeysBlock*>(pages.text);
-    std::memset(block, 0, sizeof *block);
-    std::memcpy(block + 1, fields.data(), fields.size());
-    block->size = fields.size();
-    block->production = gCustomerDsi ? 1 : 0;
-    block->sequence = present == nullptr ? 1 : present->sequence + 1;
-    std::memcpy(block->magic, kCrashKeysMagic, sizeof block->magic);
-    spKeys = block;
-}
-
-void PrepareUrl(Pages& pages, const unsigned short* key) {
+// Into pages of its own. What stood there before stays: it may be in use.
+void PrepareUrl(std::atomic<const char*>& place, const unsigned short* key) {
     const auto found = gCrashConfig.find(key);
     const std::string url = found == gCrashConfig.end() ? "" : ReportText(found->second);
-    if (Grow(pages, url.size() + 1)) std::memcpy(pages.text, url.c_str(), url.size() + 1);
+    if (place != nullptr && url == place.load()) return;
+    auto* const text = static_cast<char*>(os::AllocatePages(url.size() + 1));
+    if (text == nullptr) return;
+    std::memcpy(text, url.c_str(), url.size() + 1);
+    place = text;
 }
 
 }  // namespace
 
 void PrepareCrashReport() {
-    PrepareKeys();
-    PrepareUrl(sServerUrl, "ServerURL"_w);
-    PrepareUrl(sServerProdUrl, "ServerProdURL"_w);
+    sKeys.Write(gCrashKeys, gCustomerDsi);
+    PrepareUrl(spServerUrl, "ServerURL"_w);
+    PrepareUrl(spServerProdUrl, "ServerProdURL"_w);
+}
+
+void PrepareCrashKey(const std::string& name, const std::string& value) {
+    sKeys.Append(name, value, gCrashKeys, gCustomerDsi);
 }
 
 os::DumpMemory BeginReport(bool onDemand) {
     static const CrashKeysBlock sNone{};
-    CrashKeysBlock* const keys = spKeys;
+    CrashKeysBlock* const keys = sKeys.BeginReading();
     if (keys == nullptr) return {&sNone, sizeof sNone};
     keys->hanging = onDemand ? 1 : 0;
     return {keys, sizeof *keys + keys->size};
 }
 
+void EndReport() {
+    sKeys.EndReading();
+}
+
 ReportResult SendPreparedReport(const os::TriedDump& dump) {
-    const char* const url = gCustomerDsi ? sServerProdUrl.text : sServerUrl.text;
-    const CrashKeysBlock* const keys = spKeys;
+    const char* const url = gCustomerDsi ? spServerProdUrl : spServerUrl;
+    const CrashKeysBlock* const keys = sKeys.Present();
     if (url == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
         {url, std::strlen(url) + 1},
         {dump.path, std::strlen(dump.path) + 1},
-        {kHanging, dump.onDemand ? sizeof kHanging : 0},  // a crash key of that name comes later and wins
+        // A crash key of one of these names comes later and wins.
+        {kHanging, dump.onDemand ? sizeof kHanging : 0},
+        {kElsewhere, dump.elsewhere == nullptr ? 0 : sizeof kElsewhere},
+        {dump.elsewhere, dump.elsewhere == nullptr ? 0 : std::strlen(dump.elsewhere) + 1},
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
     const char answer = os::RunReportSender(pieces, std::size(pieces), kUploadSeconds);

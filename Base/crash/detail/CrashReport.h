@@ -9,11 +9,18 @@ namespace ZBase::detail {
 /// their own, away from the heap. When there is no memory, what was prepared before stays.
 void PrepareCrashReport();
 
-// Both run on the crashed thread's alternate stack. No heap, no lock.
+/// The same for one key that has been set since, by its `ReportName`. Both are called by one thread at a
+/// time.
+void PrepareCrashKey(const std::string& name, const std::string& value);
+
+// These run on the crashed thread's alternate stack. No heap, no lock.
 
 /// Gives the crash keys that were prepared, for a dump to hold; it is marked as one of a hanging process if
 /// it is on demand.
 os::DumpMemory BeginReport(bool onDemand);
+
+/// What `BeginReport` gave is read no more.
+void EndReport();
 
 /// Sends a dump with the crash keys, by the sender's process.
 ReportResult SendPreparedReport(const os::TriedDump& dump);

@@ -16,7 +16,7 @@ extern CrashConfigTable gCrashConfig;
 extern CrashConfigTable gCrashKeys;
 extern bool gNativeDump;
 extern bool gKeepDumpFile;
-extern bool gCustomerDsi;
+extern std::atomic<bool> gCustomerDsi;
 extern std::atomic<std::uint64_t> gInCreateDump;         // process and thread of the call, or 0
 extern std::atomic<os::DumpHandler*> gExceptionHandler;  // owned
 

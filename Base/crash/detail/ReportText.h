@@ -9,6 +9,10 @@ namespace ZBase::detail {
 /// UTF-8 up to the first zero; a unit that is no character becomes "?".
 std::string ReportText(const WideString& text);
 
+/// The name of a crash key as a form can hold it: in its UTF-8 each octet that is not printable ASCII, and a
+/// quote, becomes "%" and two digits, as browsers write them. An empty name is "%".
+std::string ReportName(const std::string& name);
+
 WideString WideReportText(const std::string& text);
 
 }  // namespace ZBase::detail

@@ -18,6 +18,7 @@ struct TriedDump {
     const char* path;  // of its file
     bool succeeded;
     bool onDemand;
+    const char* elsewhere;  // where it lies and why, unless that is simply the directory; else null
 };
 
 /// What is done with dumps. Both run on the crashed thread, on its alternate stack where it has one, or on
@@ -34,7 +35,8 @@ struct DumpUser {
 class DumpHandler;
 
 /// From now on a crash of the process is dumped; the calling thread gets its crash stack. A relative
-/// directory is meant from the present one on. Writing a dump takes at most `seconds`. Null if there is no
+/// directory is meant from the present one on; where it can't be written to, not even made again, the
+/// process's temporary directory takes the dump. Writing a dump takes at most `seconds`. Null if there is no
 /// memory. The newest of several handlers takes a crash, and no crash is taken twice: a thread that crashes
 /// beside another waits for the end of the process.
 DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, unsigned int seconds);
@@ -51,8 +53,8 @@ bool WriteDump(DumpHandler* handler);
 /// it can't have a dump on demand. False without a handler.
 bool SharesMemory();
 
-/// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported. False if
-/// there is no memory for it.
+/// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported, and unblocks
+/// the signals of faults for it. False if there is no memory for the stack.
 bool InstallCrashStack();
 
 /// Removes a dump. Runs on the crashed thread. No heap, no lock.

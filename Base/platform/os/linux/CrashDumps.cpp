@@ -188,6 +188,14 @@ void HandleCrash(int signal, siginfo_t* information, void* context) {
     EndBySignal(signal, information);
 }
 
+// The system ends a process at once that faults with the signal blocked. Threads inherit what is blocked.
+void UnblockFaults() {
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (const int signal : kSignals) sigaddset(&faults, signal);
+    pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
+}
+
 // An end by another thread must not come before that of the crash.
 void AwaitCrashAtQuickExit() {
     WaitForCrash();
@@ -207,6 +215,7 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, u
     handler->mpOlder = spNewest;
     spNewest = handler;
     InstallHandlers();
+    UnblockFaults();
     return handler;
 }
 
@@ -234,6 +243,7 @@ bool SharesMemory() {
 
 bool InstallCrashStack() {
     static thread_local CrashStack tStack;
+    UnblockFaults();
     return tStack.Install();
 }
 

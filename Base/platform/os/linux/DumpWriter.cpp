@@ -1,15 +1,18 @@
 // The name of a file is made in the crash, without the heap: a name that was made earlier would be taken by
 // an earlier dump, or by the child of a fork.
 
+#include <Base/platform/os/Environment.h>
 #include <Base/platform/os/linux/CrashTurns.h>
 #include <Base/platform/os/linux/DumpWriter.h>
 
+#include <client/linux/minidump_writer/dump_limit.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -60,17 +63,21 @@ private:
 DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDemand)
     : mUser(user),
       mOnDemand(onDemand),
-      mDirectoryLength(directory.size()),
       mHandler(MinidumpDescriptor(STDIN_FILENO), nullptr, nullptr, nullptr, false, -1) {
-    std::memcpy(mPath, directory.c_str(), directory.size() + 1);
+    const char* const given = GetNarrowEnvironment("TMPDIR");
+    const std::string temporary = AbsoluteDumpDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
+    std::memcpy(mDirectory, directory.c_str(), directory.size() + 1);
+    std::memcpy(mTemporary, temporary.c_str(), temporary.size() + 1);
+    mPath[0] = 0;
+    mElsewhere[0] = 0;
     mHandler.RegisterAppMemory(const_cast<char*>(kNothing), sizeof kNothing);
 }
 
 bool DumpWriter::WriteCrash(int signal, siginfo_t* information, void* context) {
     const bool isMine = TakeDump();
-    const bool written = Begin() && mHandler.HandleSignal(signal, information, context);
+    const bool written = Dump([&] { return mHandler.HandleSignal(signal, information, context); });
     if (isMine) LeaveDump();
-    return End(written);
+    return mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
 }
 
 bool DumpWriter::WriteNow() {
@@ -78,20 +85,53 @@ bool DumpWriter::WriteNow() {
     {
         const SignalsHeldBack heldBack;
         if (!TakeDump()) return false;
-        const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
         // Who crashes from here on waits; who has crashed before has the threads for himself.
-        if (!IsCrashing()) written = Begin() && mHandler.WriteMinidump();
+        if (IsCrashing()) {
+            LeaveDump();
+            return false;
+        }
+        const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
+        written = Dump([this] { return mHandler.WriteMinidump(); });
         if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
         LeaveDump();
     }
-    return End(written);
+    return mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
 }
 
-// Runs on the crashed thread. No heap, no lock.
-bool DumpWriter::Begin() {
+// Writes into the directory, or into the temporary one if nothing can be written there. Runs on the crashed
+// thread. No heap, no lock.
+template <class Write>
+bool DumpWriter::Dump(Write write) {
     const DumpMemory memory = mUser.begin(mOnDemand);
     mHandler.ReplaceAppMemory(const_cast<void*>(memory.start), memory.size);
-    if (!MakeName(mPath + mDirectoryLength)) return false;
+    mElsewhere[0] = 0;
+    if (OpenInDirectory()) {
+        const bool written = write();
+        if (!CloseFile(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
+        SayWhere(mTemporary, mDirectory, "nothing can be written there");
+    } else {
+        SayWhere(mTemporary, mDirectory, strerrordesc_np(errno));
+    }
+    if (!OpenFile(mTemporary)) return false;
+    const bool written = write();
+    CloseFile(written);
+    return written;
+}
+
+// Makes the directory again if it has gone.
+bool DumpWriter::OpenInDirectory() {
+    if (OpenFile(mDirectory)) return true;
+    const int error = errno;
+    if (error == ENOENT && mkdir(mDirectory, S_IRWXU) == 0 && OpenFile(mDirectory)) {
+        SayWhere(mDirectory, mDirectory, "made again");
+        return true;
+    }
+    errno = error;
+    return false;
+}
+
+bool DumpWriter::OpenFile(const char* directory) {
+    if (!MakeName(stpcpy(mPath, directory))) return false;
     mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (mFile < 0) return false;
     MinidumpDescriptor descriptor(mFile);
@@ -100,11 +140,20 @@ bool DumpWriter::Begin() {
     return true;
 }
 
-// Runs on the crashed thread. No heap, no lock.
-bool DumpWriter::End(bool written) {
-    if (mFile >= 0) close(mFile);
+// A file to which nothing could be written goes; true for such a one.
+bool DumpWriter::CloseFile(bool written) {
+    struct stat file {};
+    const bool isEmpty = !written && fstat(mFile, &file) == 0 && (file.st_size == 0 || file.st_blocks == 0);
+    if (isEmpty) unlink(mPath);
+    close(mFile);
     mFile = -1;
-    return mUser.end({mPath, written, mOnDemand});
+    return isEmpty;
+}
+
+void DumpWriter::SayWhere(const char* directory, const char* why, const char* reason) {
+    stpcpy(stpcpy(stpcpy(stpcpy(stpcpy(mElsewhere, directory), " ("), why), ": "),
+           reason == nullptr ? "?" : reason);
+    strcat(mElsewhere, ")");
 }
 
 std::string AbsoluteDumpDirectory(const std::string& directory) {

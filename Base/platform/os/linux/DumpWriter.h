@@ -25,14 +25,20 @@ public:
     bool WriteNow();
 
 private:
-    bool Begin();
-    bool End(bool written);
+    template <class Write>
+    bool Dump(Write write);
+    bool OpenFile(const char* directory);
+    bool OpenInDirectory();
+    bool CloseFile(bool written);
+    void SayWhere(const char* directory, const char* why, const char* reason);
 
     DumpUser mUser;
     bool mOnDemand;
-    std::size_t mDirectoryLength;
     int mFile = -1;
+    char mDirectory[PATH_MAX];
+    char mTemporary[PATH_MAX];  // another directory
     char mPath[PATH_MAX];
+    char mElsewhere[3 * PATH_MAX];  // empty while the dump lies in its directory
     google_breakpad::ExceptionHandler mHandler;
 };
 

@@ -1,0 +1,88 @@
+#include <Base/crash/detail/CrashKeyLog.h>
+#include <Base/crash/detail/ReportText.h>
+#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/Threads.h>
+
+#include <cstring>
+#include <utility>
+
+namespace ZBase::detail {
+
+namespace {
+
+constexpr std::size_t kLeastRoom = 4096;
+
+void AppendField(std::string& fields, const std::string& name, const std::string& value) {
+    fields.append(name).push_back('\0');
+    fields.append(value).push_back('\0');
+}
+
+std::string Fields(const CrashConfigTable& keys) {
+    std::string fields;
+    for (const auto& [name, value] : keys)
+        AppendField(fields, ReportName(ReportText(name)), ReportText(value));
+    return fields;
+}
+
+// A reader takes the size as it finds it; what lies in front of it is complete.
+std::atomic_ref<std::uint64_t> SizeOf(CrashKeysBlock& block) {
+    return std::atomic_ref<std::uint64_t>(block.size);
+}
+
+}  // namespace
+
+void CrashKeyLog::Write(const CrashConfigTable& keys, bool isProduction) {
+    const std::string fields = Fields(keys);
+    const Pages pages = NewPages(sizeof(CrashKeysBlock) + fields.size());
+    if (pages.text == nullptr) return;
+    auto* const block = reinterpret_cast<CrashKeysBlock*>(pages.text);
+    const CrashKeysBlock* const present = mpPresent;
+    std::memset(pages.text, 0, sizeof *block);
+    std::memcpy(pages.text + sizeof *block, fields.data(), fields.size());
+    block->size = fields.size();
+    block->production = isProduction ? 1 : 0;
+    block->sequence = present == nullptr ? 1 : present->sequence + 1;
+    std::memcpy(block->magic, kCrashKeysMagic, sizeof block->magic);
+    mRetired = std::exchange(mPages, pages);
+    mpPresent = block;
+}
+
+void CrashKeyLog::Append(const std::string& name, const std::string& value, const CrashConfigTable& keys,
+                         bool isProduction) {
+    CrashKeysBlock* const block = mpPresent;
+    const std::size_t added = name.size() + value.size() + 2;
+    if (block == nullptr || mPages.capacity - sizeof *block - block->size < added) {
+        Write(keys, isProduction);
+        return;
+    }
+    char* const end = mPages.text + sizeof *block + block->size;
+    std::memcpy(end, name.c_str(), name.size() + 1);
+    std::memcpy(end + name.size() + 1, value.c_str(), value.size() + 1);
+    if (isProduction) block->production = 1;
+    SizeOf(*block).store(block->size + added);
+}
+
+CrashKeysBlock* CrashKeyLog::BeginReading() {
+    ++mReaders;
+    return mpPresent;
+}
+
+// Whoever counted himself in before this looks may still read what is retired. A later one finds the present.
+bool CrashKeyLog::IsRead() {
+    const unsigned int process = os::CurrentProcessId();
+    if (process != std::exchange(mProcess, process)) mReaders = 0;
+    return mReaders != 0;
+}
+
+// With room for as much again. The pages of the block before the present one, if they will do.
+CrashKeyLog::Pages CrashKeyLog::NewPages(std::size_t size) {
+    const bool isRead = IsRead();
+    if (!isRead && mRetired.capacity >= size + size / 2) return std::exchange(mRetired, Pages{});
+    if (!isRead && mRetired.text != nullptr) os::ReleasePages(mRetired.text);
+    mRetired = Pages{};  // those that are read stay behind
+    const std::size_t capacity = 2 * size + kLeastRoom;
+    auto* const text = static_cast<char*>(os::AllocatePages(capacity));
+    return text == nullptr ? Pages{} : Pages{text, capacity};
+}
+
+}  // namespace ZBase::detail
