@@ -17,9 +17,15 @@ soak_xml() {
     ZBASE_SOAK_MIB=64 build/release/tests/zlitexml_tests --gtest_brief=1 --gtest_filter='Documents/Hostile.Takes*'
 }
 
+# Ten thousand crashes of two threads at once, and of eight, by different signals: one dump, one report, the right end.
+soak_crashes() {
+    scripts/build.sh crash_tests crash-receiver
+    ZBASE_CRASH_TRIES=${ZBASE_CRASH_TRIES:-10000} build/release/tests/crash_tests --gtest_brief=1 --gtest_filter='CrashStorm.Of*'
+}
+
 scripts/setup.sh test
 steps=("$@")
-[ $# -gt 0 ] || steps=(encodings xml)
+[ $# -gt 0 ] || steps=(encodings xml crashes)
 for step in "${steps[@]}"; do
     echo "== $step"
     "soak_$step"

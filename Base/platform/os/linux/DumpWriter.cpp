@@ -110,6 +110,7 @@ bool DumpWriter::Dump(Write write) {
         if (!CloseFile(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
         SayWhere(mTemporary, mDirectory, "nothing can be written there");
     } else {
+        if (errno == ENOTDIR) return false;  // never was a place for dumps
         SayWhere(mTemporary, mDirectory, strerrordesc_np(errno));
     }
     if (!OpenFile(mTemporary)) return false;
