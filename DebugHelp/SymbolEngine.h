@@ -1,85 +1,81 @@
 #pragma once
 
-#include <elfutils/libdwfl.h>
+#include <DebugHelp/ModuleSymbols.h>
 
 #include <cstdint>
-#include <mutex>
-#include <set>
+#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace DebugHelp {
-
-struct Symbol {
-    std::string name;         // demangled; empty if there is none
-    std::uint64_t start = 0;  // 0 if there is none
-    std::uint64_t size = 0;
-};
-
-struct Line {
-    const std::string* file = nullptr;  // stays for good; null if there is no line
-    std::uint32_t number = 0;
-    std::uint64_t address = 0;  // where the line's code begins
-};
 
 struct Module {
     std::uint64_t base;
     std::uint64_t size;
-    const char* path;  // stays until modules are unloaded
+    std::string path;
 };
 
-/// The symbols of this process's modules, on elfutils: the module's own tables, its separate debug file by
-/// build id or link, the exported symbols of a stripped one. What was looked up once is kept until a module
-/// is unloaded. Modules that are loaded later are found.
+/// The symbols of this process's modules. They are read when a module is first asked for, and kept by its
+/// build id: whatever else is loaded and unloaded meanwhile, and when it comes back itself.
 class SymbolEngine {
 public:
-    ~SymbolEngine();
-
-    /// Begins with the modules of the process; true if it is begun, or was.
-    bool Begin();
+    void Begin() { mIsBegun = true; }
     void End();
     bool IsBegun() const { return mIsBegun; }
 
-    /// Null if the address lies in no symbol.
-    const Symbol* FindSymbol(std::uint64_t address);
-    const Line* FindLine(std::uint64_t address);
+    /// What is told of an address, in addresses of this process. The texts stay until the next call, the
+    /// file's for good.
+    struct FoundSymbol {
+        const std::string* name;
+        std::uint64_t start;
+        std::uint64_t size;
+    };
+    bool FindSymbol(std::uint64_t address, FoundSymbol& symbol);
+    struct FoundLine {
+        const std::string* file;
+        std::uint32_t number;
+        std::uint64_t address;
+    };
+    bool FindLine(std::uint64_t address, FoundLine& line);
     bool FindModule(std::uint64_t address, Module& module);
 
-    template <class Visitor>
-    void VisitModules(Visitor visitor);
+    /// The modules that are loaded now.
+    std::vector<Module> Modules() const;
+
+    /// The address of the call, where `address` lies behind a call whose function ends with it: that call
+    /// never returns, and what lies behind it is another function. Else `address` itself.
+    std::uint64_t CallBefore(std::uint64_t address);
 
     /// Directories in which debug files are looked for, in the form of elfutils; empty for the usual ones.
     std::string searchPath;
 
 private:
-    static Module Describe(Dwfl_Module* module);
-    Dwfl_Module* ModuleAt(std::uint64_t address) const;
-    Symbol LookUpSymbol(std::uint64_t address) const;
-    Line LookUpLine(std::uint64_t address);
-    bool Open();
-    void Close();
-    bool Report();
-    void Refresh();
-
-    Dwfl_Callbacks mCallbacks{};
-    char* mpSearchPath = nullptr;
-    Dwfl* mpDwfl = nullptr;  // null while the modules can't be read, too
-    bool mIsBegun = false;
-    unsigned long long mLoads = 0;  // of the process, when its modules were read
-    unsigned long long mUnloads = 0;
-    std::unordered_map<std::uint64_t, Symbol> mSymbols;
-    std::unordered_map<std::uint64_t, Line> mLines;
-    std::set<std::string> mFiles;
-};
-
-template <class Visitor>
-void SymbolEngine::VisitModules(Visitor visitor) {
-    Refresh();
-    if (mpDwfl == nullptr) return;
-    const auto visit = [](Dwfl_Module* module, void**, const char*, Dwarf_Addr, void* argument) -> int {
-        return (*static_cast<Visitor*>(argument))(Describe(module)) ? DWARF_CB_OK : DWARF_CB_ABORT;
+    struct Known {
+        std::unique_ptr<ModuleSymbols> symbols;
+        std::uint64_t start = 0;  // where it was last
+        std::uint64_t use = 0;
     };
-    dwfl_getmodules(mpDwfl, visit, &visitor, 0);
-}
+
+    /// What was at a place when it was last asked for; found again without the heap.
+    struct Recent {
+        std::string id;
+        std::string name;
+        ModuleSymbols* symbols;
+    };
+
+    ModuleSymbols* SymbolsOf(const LoadedModule& module);
+    ModuleSymbols* Read(const LoadedModule& module, std::string_view id);
+    void ForgetUnloaded();
+
+    bool mIsBegun = false;
+    std::uint64_t mUses = 0;
+    std::map<std::string, Known> mModules;              // by id and path
+    std::unordered_map<std::uint64_t, Recent> mRecent;  // by start
+    std::unique_ptr<ModuleSymbols> mpProvisional;
+    FileNames mNames;
+};
 
 }  // namespace DebugHelp

@@ -1,11 +1,13 @@
 // The symbol entry points. They may be called by any thread; one at a time is served.
 
+#include <pthread.h>
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string_view>
+#include <utility>
 
 #include <Base/diagnostics/DebugHelpTypes.h>
 #include <DebugHelp/Export.h>
@@ -13,26 +15,45 @@
 
 namespace {
 
-using DebugHelp::Line;
 using DebugHelp::Module;
-using DebugHelp::Symbol;
 using DebugHelp::SymbolEngine;
 
-// A thread that holds the lock may be stopped by one that wants to look at its stack, which then goes
-// without.
-constexpr std::chrono::seconds kPatience(1);
-
-std::timed_mutex sLock;
+constinit std::recursive_mutex sLock;
 std::atomic<std::uint32_t> sOptions{0};
 
-SymbolEngine sEngine;
+SymbolEngine* spEngine = new SymbolEngine;  // owned
+std::atomic<bool> sIsBusy{false};
 
-/// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out.
+// A child of a fork may have the lock of a thread that is not there, and an engine in the middle of
+// something, which is left as it is.
+void RenewInChild() {
+    ::new (static_cast<void*>(&sLock)) std::recursive_mutex;
+    if (!sIsBusy.exchange(false)) return;
+    const bool wasBegun = spEngine->IsBegun();
+    spEngine = new (std::nothrow) SymbolEngine;
+    if (spEngine != nullptr && wasBegun) spEngine->Begin();
+}
+
+[[maybe_unused]] const bool sIsWatching = pthread_atfork(nullptr, nullptr, RenewInChild) == 0;
+
+/// Ends the engine when the module is unloaded, if nobody is inside of it.
+struct EngineEnd {
+    ~EngineEnd() {
+        if (!sIsBusy) delete std::exchange(spEngine, nullptr);
+    }
+} const sEngineEnd;
+
+/// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out. A thread that is in
+/// a look-up already (its heap may want to know who calls it) gets 0.
 template <class Operation>
 std::int32_t WithEngine(Operation operation) noexcept {
     try {
-        std::unique_lock lock(sLock, std::try_to_lock);
-        return (lock.owns_lock() || lock.try_lock_for(kPatience)) && operation(sEngine) ? 1 : 0;
+        const std::scoped_lock lock(sLock);
+        if (spEngine == nullptr || sIsBusy.exchange(true)) return 0;
+        struct End {
+            ~End() { sIsBusy = false; }
+        } const end;
+        return operation(*spEngine) ? 1 : 0;
     } catch (...) {
         return 0;
     }
@@ -54,7 +75,8 @@ std::string_view FileName(std::string_view path) {
 ZBASE_DEBUGHELP_ENTRY std::int32_t SymInitialize(void*, const char* searchPath, std::int32_t) {
     return WithEngine([&](SymbolEngine& engine) {
         if (!engine.IsBegun() && searchPath != nullptr) engine.searchPath = searchPath;
-        return engine.Begin();
+        engine.Begin();
+        return true;
     });
 }
 
@@ -87,7 +109,8 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t SymSetSearchPath(void*, const char* path) {
         if (!engine.IsBegun()) return false;
         engine.End();
         engine.searchPath = path == nullptr ? "" : path;
-        return engine.Begin();
+        engine.Begin();
+        return true;
     });
 }
 
@@ -96,13 +119,14 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t SymGetSymFromAddr64(void*, std::uint64_t addr
                                                        ZBase::IMAGEHLP_SYMBOL64* record) {
     if (record == nullptr || record->SizeOfStruct < sizeof *record) return 0;
     return WithEngine([&](SymbolEngine& engine) {
-        const Symbol* const symbol = engine.FindSymbol(address);
-        if (symbol == nullptr) return false;
-        record->Address = symbol->start;
-        record->Size = static_cast<std::uint32_t>(symbol->size);
+        SymbolEngine::FoundSymbol symbol{};
+        const bool isReturn = record->Flags == ZBase::kIsReturnAddress;
+        if (!engine.FindSymbol(isReturn ? engine.CallBefore(address) : address, symbol)) return false;
+        record->Address = symbol.start;
+        record->Size = static_cast<std::uint32_t>(symbol.size);
         record->Flags = 0;
-        Copy(record->Name, record->MaxNameLength, symbol->name);
-        if (displacement != nullptr) *displacement = address - symbol->start;
+        Copy(record->Name, record->MaxNameLength, *symbol.name);
+        if (displacement != nullptr) *displacement = address - symbol.start;
         return true;
     });
 }
@@ -112,13 +136,14 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t SymGetLineFromAddr64(void*, std::uint64_t add
                                                         ZBase::IMAGEHLP_LINE64* record) {
     if (record == nullptr || record->SizeOfStruct < sizeof *record) return 0;
     return WithEngine([&](SymbolEngine& engine) {
-        const Line* const line = engine.FindLine(address);
-        if (line == nullptr) return false;
+        SymbolEngine::FoundLine line{};
+        const bool isReturn = reinterpret_cast<std::uintptr_t>(record->Key) == ZBase::kIsReturnAddress;
+        if (!engine.FindLine(isReturn ? engine.CallBefore(address) : address, line)) return false;
         record->Key = nullptr;
-        record->LineNumber = line->number;
-        record->FileName = const_cast<char*>(line->file->c_str());
-        record->Address = line->address;
-        if (displacement != nullptr) *displacement = static_cast<std::uint32_t>(address - line->address);
+        record->LineNumber = line.number;
+        record->FileName = const_cast<char*>(line.file->c_str());
+        record->Address = line.address;
+        if (displacement != nullptr) *displacement = static_cast<std::uint32_t>(address - line.address);
         return true;
     });
 }
@@ -128,8 +153,9 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t SymEnumerateModules64(void*, ZBase::Enumerate
     if (callback == nullptr) return 0;
     return WithEngine([&](SymbolEngine& engine) {
         if (!engine.IsBegun()) return false;
-        engine.VisitModules(
-            [&](const Module& module) { return callback(module.path, module.base, argument) != 0; });
+        for (const Module& module : engine.Modules()) {
+            if (callback(module.path.c_str(), module.base, argument) == 0) break;
+        }
         return true;
     });
 }
@@ -140,12 +166,12 @@ ZBASE_DEBUGHELP_ENTRY std::uint64_t SymLoadModule64(void*, void*, const char* im
                                                     std::uint64_t base, std::uint32_t) {
     std::uint64_t found = 0;
     WithEngine([&](SymbolEngine& engine) {
-        engine.VisitModules([&](const Module& module) {
+        if (!engine.IsBegun()) return false;
+        for (const Module& module : engine.Modules()) {
             const std::string_view path = module.path;
             const bool isNamed = imageName != nullptr && (path == imageName || FileName(path) == imageName);
-            if (base != 0 ? module.base == base : isNamed) found = module.base;
-            return found == 0;
-        });
+            if (found == 0 && (base != 0 ? module.base == base : isNamed)) found = module.base;
+        }
         return true;
     });
     return found;

@@ -25,12 +25,14 @@ void AddrToLine::Fetch(const std::uint64_t& address, std::string& module, std::s
     SymbolRecord symbolRecord{};
     symbolRecord.symbol.SizeOfStruct = sizeof symbolRecord;
     symbolRecord.symbol.MaxNameLength = kMaxSymbolName;
+    symbolRecord.symbol.Flags = kIsReturnAddress;
     std::uint64_t displacement = 0;
     if (getSymbol == nullptr || getSymbol(process, address, &displacement, &symbolRecord.symbol) == 0) return;
     symbol = symbolRecord.symbol.Name;
 
     IMAGEHLP_LINE64 lineRecord{};
     lineRecord.SizeOfStruct = sizeof lineRecord;
+    lineRecord.Key = reinterpret_cast<void*>(std::uintptr_t{kIsReturnAddress});
     std::uint32_t lineDisplacement = 0;
     if (getLine == nullptr || getLine(process, address, &lineDisplacement, &lineRecord) == 0) return;
     file = lineRecord.FileName;

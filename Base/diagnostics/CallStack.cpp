@@ -5,6 +5,7 @@
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
+#include <Base/platform/os/RecordedStack.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/Threads.h>
 
@@ -29,15 +30,28 @@ void Build(std::vector<CallStackLineImp>& lines, os::ThreadContext context) {
     gDbgHelpBuilder.BuildCallStack(lines, context);
 }
 
+struct Suspension {
+    explicit Suspension(void* handle) : thread(handle) { os::SuspendThread(thread); }
+    ~Suspension() { os::ResumeThread(thread); }
+    Suspension(const Suspension&) = delete;
+    Suspension& operator=(const Suspension&) = delete;
+
+    void* thread;
+};
+
+/// The thread goes on before anything is looked up: while it stands, nobody else can have the locks that it
+/// holds, of the heap or the loader maybe.
 void BuildSuspended(std::vector<CallStackLineImp>& lines, void* thread) {
     os::ThreadContext context{};
-    context.contextFlags = os::kFullContext;
-    os::SuspendThread(thread);
-    struct Resumption {
-        void* thread;
-        ~Resumption() { os::ResumeThread(thread); }
-    } const resumption{thread};
-    if (os::GetThreadContext(thread, context)) Build(lines, context);
+    os::RecordedStack stack;
+    do {
+        context = {};
+        context.contextFlags = os::kFullContext;
+        const Suspension suspension(thread);
+        if (!os::GetThreadContext(thread, context)) return;
+        stack.Record(thread, context);
+    } while (stack.NeedsAnotherTry());
+    Build(lines, context);
 }
 
 }  // namespace

@@ -22,11 +22,17 @@ public:
     virtual ~CallStack() = default;
 };
 
-/// The stack of a thread by its native handle, which is stopped meanwhile, or of the calling thread for null;
-/// line 0 is then the caller. Of another thread the five innermost frames are left out. The caller frees the
-/// result with `Delete`. A stack that can't be captured has no lines; the result is null only when the object
-/// can't be allocated. A thread must not pass its own handle: it would wait for itself for ever. Throws
-/// `std::bad_alloc` when memory runs out during the walk. One capture runs at a time in the process.
+/// The stack of a thread by its native handle, or of the calling thread for null; line 0 is then the caller.
+/// Of another thread the five innermost frames are left out. The caller frees the result with `Delete`. A
+/// stack that can't be captured has no lines; the result is null only when the object can't be allocated. A
+/// thread must not pass its own handle: it would wait for itself for ever. Throws `std::bad_alloc` when
+/// memory runs out during the walk. One capture runs at a time in the process.
+///
+/// Another thread is stopped wherever it is, mostly once and for less than a millisecond, and goes on before
+/// anything is looked up. It is stopped by a real-time signal, the highest below SIGRTMAX that nobody uses,
+/// whose handler restarts calls of the system; those that are never restarted end with EINTR (sleeps, `poll`,
+/// `epoll_wait`, `pause`, calls with a time-out). A thread that blocks that signal or waits for it by
+/// `sigtimedwait` is left alone, and has no lines.
 ZBASE_API CallStack* CreateCallStack(void* thread);
 
 /// The same by the system's id of a thread. Another thread keeps running, so its stack is as good as can be

@@ -1,5 +1,6 @@
 #include <Base/diagnostics/CallStackLogger.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/frame/Threads.h>
 
 #include <algorithm>
@@ -76,7 +77,7 @@ struct CloseFile {
 
 class CallStackLogger::SpinGuard {
 public:
-    explicit SpinGuard(std::atomic<std::int32_t>& lock) : mWord(lock) {
+    explicit SpinGuard(std::atomic<std::int32_t>& lock) : mGate(lock), mWord(lock) {
         while (mWord.exchange(kTaken, std::memory_order_acquire) == kTaken) Sleep(0);
     }
     ~SpinGuard() { mWord.exchange(0, std::memory_order_release); }
@@ -84,6 +85,7 @@ public:
     SpinGuard& operator=(const SpinGuard&) = delete;
 
 private:
+    detail::ForkGate mGate;
     std::atomic<std::int32_t>& mWord;
 };
 
@@ -92,18 +94,20 @@ CallStackLogger::CallStackLogger() = default;
 // The walk begins in this function, so the other of the name is written out and does not call it.
 void CallStackLogger::AppendCallStack(unsigned int lockCategory, unsigned long skip) {
     auto record = std::make_unique<CallStackRec>(CallStackRec{lockCategory, 1, {}});
+    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then waits for no heap
+    static_cast<void>(record.release());          // never freed, which is meant
     const SpinGuard guard(mLock);
-    gDbgHelpBuilder.DoStackWalk(record->addresses, kAddresses, std::min(skip, kEverything) + 1);
-    mRecords.push_back(record.get());
-    static_cast<void>(record.release());  // never freed, which is meant
+    gDbgHelpBuilder.DoStackWalk(node.front()->addresses, kAddresses, std::min(skip, kEverything) + 1);
+    mRecords.splice(mRecords.end(), node);
 }
 
 void CallStackLogger::AppendCallStack(unsigned long skip) {
     auto record = std::make_unique<CallStackRec>(CallStackRec{0, 1, {}});
+    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then waits for no heap
+    static_cast<void>(record.release());          // never freed, which is meant
     const SpinGuard guard(mLock);
-    gDbgHelpBuilder.DoStackWalk(record->addresses, kAddresses, std::min(skip, kEverything) + 1);
-    mRecords.push_back(record.get());
-    static_cast<void>(record.release());  // never freed, which is meant
+    gDbgHelpBuilder.DoStackWalk(node.front()->addresses, kAddresses, std::min(skip, kEverything) + 1);
+    mRecords.splice(mRecords.end(), node);
 }
 
 void CallStackLogger::RemoveDuplicates() {

@@ -176,6 +176,7 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
     SymbolRecord record{};
     record.symbol.SizeOfStruct = sizeof record;
     record.symbol.MaxNameLength = kMaxSymbolName;
+    record.symbol.Flags = kIsReturnAddress;
     std::uint64_t displacement = 0;
     const char* symbol = kNotAvailable;
     const char* file = kNotAvailable;

@@ -65,6 +65,11 @@ struct IMAGEHLP_SYMBOL64 {
 
 inline constexpr std::uint32_t kMaxSymbolName = 1024;
 
+/// In `Flags` of a symbol's record and `Key` of a line's on the way in: the address is one that a call
+/// returns to. Our own debug help then names the function that called, also where the call never returns and
+/// another function begins behind it; any other takes no notice.
+inline constexpr std::uint32_t kIsReturnAddress = 0x5A425241;
+
 /// A symbol with the room for its name.
 struct SymbolRecord {
     IMAGEHLP_SYMBOL64 symbol;

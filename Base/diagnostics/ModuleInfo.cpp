@@ -1,4 +1,5 @@
 #include <Base/diagnostics/ModuleInfo.h>
+#include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/diagnostics/detail/ReportText.h>
 #include <Base/platform/os/ModuleList.h>
 
@@ -19,6 +20,8 @@ ModuleInfo::~ModuleInfo() = default;
 
 void ModuleInfo::Initialize() {
     if (mIsInitialized) return;
+    // The first of them is known at a fork, so that the second is free in every child.
+    const std::scoped_lock enumeration(detail::ModuleEnumeration());
     const std::scoped_lock lock(mLock);
     if (mIsInitialized) return;
     std::uint64_t modules[kMostModules];

@@ -72,16 +72,21 @@ RefCountCallStackTracerImp::~RefCountCallStackTracerImp() {
 void RefCountCallStackTracerImp::RecordRefCount(void* instance, long refCount) {
     const CallStackGuard guard(gTracerLock);
     const auto address = reinterpret_cast<std::uint64_t>(instance);
+    // What uses the heap comes before or behind a change of the map: a child of a fork finds it whole.
     if (refCount == 0) {
-        mInstances.erase(address);
+        mInstances.extract(address);
         return;
     }
-    // All that can fail comes before the object is known.
     OwnedCallStack stack(CreateCallStack(nullptr));
     std::list<Change> change;
     change.push_back({std::move(stack), static_cast<std::int32_t>(refCount)});
-    std::list<Change>& changes = mInstances[address];
-    changes.splice(changes.end(), change);
+    auto known = mInstances.find(address);
+    if (known == mInstances.end()) {
+        std::map<std::uint64_t, std::list<Change>> alone;
+        alone.try_emplace(address);
+        known = mInstances.insert(alone.extract(address)).position;
+    }
+    known->second.splice(known->second.end(), change);
 }
 
 void RefCountCallStackTracerImp::ReportLeaks() {

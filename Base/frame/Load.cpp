@@ -6,6 +6,7 @@
 #include <Base/crash/detail/CrashState.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
+#include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/frame/Environment.h>
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/detail/LibraryState.h>
@@ -59,6 +60,7 @@ AppGlobalEventCallback* gAppGlobalEventCallback = nullptr;
 DebugBufferList gDebugBufferList;
 CallStackImp::CallStackCriticalSection gCallStackLock;
 CallStackImp::CallStackCriticalSection gTracerLock;
+static const bool sLocksKeptSound = detail::KeepLocksSoundInChildren();
 DbgHelpBuilder gDbgHelpBuilder;
 
 std::string gCrashConfigPath;

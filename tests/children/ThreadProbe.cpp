@@ -123,7 +123,7 @@ void CaptureAfterTheSignalWasTaken() {
     thread.join();
 }
 
-// Symbols come back when there are files again.
+// Symbols that were read stay when a module goes and no file can be opened.
 void CaptureWithoutFiles() {
     const auto isNamed = [] {
         ZBase::CallStack* stack = gCreate(nullptr);

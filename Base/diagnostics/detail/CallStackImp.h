@@ -10,6 +10,10 @@
 
 namespace ZBase {
 
+namespace detail {
+struct HeldAtFork;
+}
+
 class CallStackImp final : public CallStack {
 public:
     /// A plain lock that its holder may take again. Assignment copies its raw octets, without locking.
@@ -22,6 +26,8 @@ public:
         void Unlock();
 
     private:
+        friend detail::HeldAtFork;
+
         std::recursive_mutex& Mutex();
 
         alignas(std::recursive_mutex) unsigned char mStorage[sizeof(std::recursive_mutex)];

@@ -28,6 +28,16 @@ static_assert(offsetof(ThreadContext, rsp) == 0x98);
 static_assert(offsetof(ThreadContext, rdi) == 0xB0);
 static_assert(offsetof(ThreadContext, rip) == 0xF8);
 
+/// A frame of a stack: where its code is, and the stack pointer there.
+struct RecordedFrame {
+    std::uint64_t address;
+    std::uint64_t stackPointer;
+};
+
+/// A context whose `parameterHome` begins with this mark, the address of recorded frames and their number
+/// stands for them: its thread goes on, and a walk gives what was recorded.
+inline constexpr std::uint64_t kRecordedFrames = 0x7365'6D61'7246'425A;
+
 inline constexpr std::uint32_t kFullContext = 0x10000B;
 inline constexpr std::uint32_t kThreadGetContext = 8;
 
@@ -45,15 +55,25 @@ void* OpenThread(std::uint32_t access, unsigned long threadId);
 
 void CloseThread(void* thread);
 
-/// Stops a thread at a place where neither the heap's nor the loader's lock is its own. False if the thread
-/// has ended, does not answer within a second, or if the handle has no right to it: a handle of `OpenThread`
-/// with `kThreadGetContext` alone has none.
+/// Stops a thread wherever it is, whatever locks it holds: until `ResumeThread` the caller may want none, not
+/// that of the heap either. False if the thread has ended, takes no signals now (all of them blocked, or
+/// waited for by `sigtimedwait`) or does not answer within a second, or if the handle has no right to it: a
+/// handle of `OpenThread` with `kThreadGetContext` alone has none.
 bool SuspendThread(void* thread);
 
 bool ResumeThread(void* thread);
 
-/// The register state of a thread, which may be running; false if it has ended, does not answer or is the
-/// calling one.
+/// The register state of a thread, which may be running; false if it has ended, takes no signals, does not
+/// answer or is the calling one.
 bool GetThreadContext(void* thread, ThreadContext& context);
+
+/// Whether `SuspendThread` has stopped the thread.
+bool IsSuspended(void* thread);
+
+// For a fork: waits, for a while, until no thread is being stopped, and holds that until one of the others is
+// called, in the child the last: there no thread is stopped, and none is being stopped.
+void HoldThreadStops();
+void ReleaseThreadStops();
+void ForgetThreadStops();
 
 }  // namespace ZBase::os

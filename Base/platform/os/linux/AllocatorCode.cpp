@@ -85,7 +85,7 @@ bool StandsInAllocator(const ucontext_t& context) {
     state.r14 = value(REG_R14);
     state.r15 = value(REG_R15);
     state.rip = value(REG_RIP);
-    FrameWalker walker(state, LoadForeignWord);
+    FrameWalker walker(state, {LoadForeignWord, nullptr}, nullptr);
     for (unsigned int i = 0; i != kFramesToSearch; ++i) {
         const std::uint64_t address = walker.Address();
         if (sSystem.Holds(address) || sReplacement.Holds(address)) return true;

@@ -13,8 +13,15 @@ inline constexpr unsigned int kRbp = 6;
 inline constexpr unsigned int kRsp = 7;
 inline constexpr unsigned int kReturnAddress = 16;
 
-/// Reads a word of a stack; false if it can't be read.
-using LoadWord = bool (*)(std::uint64_t address, std::uint64_t& value);
+/// Reads words of a stack: `load` gives false for one that can't be read.
+struct WordReader {
+    bool (*load)(void* argument, std::uint64_t address, std::uint64_t& value);
+    void* argument;
+
+    bool operator()(std::uint64_t address, std::uint64_t& value) const {
+        return load(argument, address, value);
+    }
+};
 
 struct Expression {
     const std::uint8_t* start;
@@ -42,6 +49,7 @@ struct FrameRules {
     std::uint64_t cfaRegister;
     std::int64_t cfaOffset;  // or where its expression is
     std::uint64_t functionStart;
+    std::uint64_t functionEnd;
 };
 
 /// The expression at a place of the tables, where its length stands first.
@@ -73,45 +81,77 @@ bool FindUnwindModule(std::uint64_t address, UnwindModule& module);
 /// The rules at `address`, which lies in `module`; false if there are none.
 bool FindFrameRules(const UnwindModule& module, std::uint64_t address, FrameRules& rules);
 
-/// Walks by whole rules, with all registers, one frame at a time.
+inline constexpr std::uint32_t kNoIndex = ~std::uint32_t{0};
+
+/// A hash of what the rules at `address` follow from, which no other module in the same place shares unless
+/// its rules are the same; 0 if there are none. `index` is where the table of the module has them, or
+/// `kNoIndex`, and then they are looked for.
+std::uint64_t FindDescriptionHash(const UnwindModule& module, std::uint64_t address, std::uint32_t& index);
+
+/// The rules of code that was registered with the compiler's run-time library (`__register_frame`), from
+/// where no module is. That library may take a lock and, when it first sees a table, the heap, so this is not
+/// for a signal handler, nor while another thread is stopped.
+bool FindRegisteredRules(std::uint64_t address, FrameRules& rules);
+
+/// Whether `address` lies in the code that `FindRegisteredRules` asks.
+bool IsInRegistry(const UnwindModule& module);
+
+/// What a walk does about code that lies in no module.
+class CodeOutsideModules {
+public:
+    /// The rules at `address`; false if there are none, or none can be had now.
+    virtual bool Find(std::uint64_t address, FrameRules& rules) = 0;
+
+protected:
+    ~CodeOutsideModules() = default;
+};
+
+/// Walks by whole rules, with all registers, one frame at a time. Code without rules is taken to keep its
+/// caller's frame pointer and the return address where its own frame pointer leads.
 class FrameWalker {
 public:
     /// From the general registers of a `ThreadContext`, or from those alone.
     template <class State>
-    FrameWalker(const State& from, LoadWord load)
+    FrameWalker(const State& from, WordReader load, CodeOutsideModules* outside)
         : mRegisters{from.rax, from.rdx, from.rcx, from.rbx, from.rsi, from.rdi, from.rbp, from.rsp, from.r8,
                      from.r9,  from.r10, from.r11, from.r12, from.r13, from.r14, from.r15, from.rip},
-          mLoad(load) {}
+          mLoad(load),
+          mpOutside(outside) {}
 
     std::uint64_t Address() const { return mRegisters[kReturnAddress]; }
     std::uint64_t StackPointer() const { return mRegisters[kRsp]; }
+    std::uint64_t Register(unsigned int number) const { return mRegisters[number]; }
 
     /// Where the function of this frame begins; 0 if it has no rules.
     std::uint64_t FunctionStart();
 
-    /// Goes to the caller; false at the end of the stack and where there are no rules.
-    bool Step();
+    /// The module of the frame that `Step` left; all zero if it was in none.
+    const UnwindModule& Module() const { return mModule; }
 
-    /// Whether the rules of this frame say that it has no caller.
-    bool IsAtEnd();
+    /// Whether the frame that `Step` left was a signal's.
+    bool WasSignalFrame() const { return mWasSignalFrame; }
+
+    /// Goes to the caller; false at the end of the stack and where the caller can't be found.
+    bool Step();
 
 private:
     bool Find(FrameRules& rules);
+    bool StepByRules(const FrameRules& rules);
+    bool StepByFramePointer();
     bool Caller(const FrameRules& rules, unsigned int number, std::uint64_t cfa, std::uint64_t& value) const;
 
     std::uint64_t mRegisters[kRegisters];
-    LoadWord mLoad;
+    WordReader mLoad;
+    CodeOutsideModules* mpOutside;  // held, not owned; null if nothing is known of such code
     bool mIsReturnAddress = false;  // else the thread was stopped at the address itself
+    bool mWasSignalFrame = false;
     UnwindModule mModule{};
 };
 
+/// Reads a word that may not be there, through the system. The argument is not used.
+bool LoadForeignWord(void*, std::uint64_t address, std::uint64_t& value);
+
 // A stack is read as it is, also where a sanitizer watches what compiled code does.
 #define ZBASE_READS_STACKS __attribute__((no_sanitize("address"), no_sanitize("thread")))
-
-/// Reads memory of this thread's own stack.
-bool LoadOwnWord(std::uint64_t address, std::uint64_t& value);
-
-/// Reads memory that may not be there. Calls the system.
-bool LoadForeignWord(std::uint64_t address, std::uint64_t& value);
 
 }  // namespace ZBase::os

@@ -13,11 +13,13 @@ namespace {
 
 constexpr unsigned int kStackDepth = 32;
 constexpr unsigned int kOperations = 256;
+constexpr std::uint64_t kLeastAddress = 1 << 16;
+constexpr unsigned int kUserAddressBits = 47;
 
 /// The stack machine of the rules' expressions.
 class Machine {
 public:
-    Machine(const std::uint64_t* registers, LoadWord load) : mpRegisters(registers), mLoad(load) {}
+    Machine(const std::uint64_t* registers, const WordReader& load) : mpRegisters(registers), mLoad(load) {}
 
     void Push(std::uint64_t value) {
         if (mDepth < kStackDepth)
@@ -236,7 +238,7 @@ private:
     }
 
     const std::uint64_t* mpRegisters;
-    LoadWord mLoad;
+    const WordReader& mLoad;
     const std::uint8_t* mpNext = nullptr;
     std::uint64_t mStack[kStackDepth];
     unsigned int mDepth = 0;
@@ -245,27 +247,10 @@ private:
 
 }  // namespace
 
-ZBASE_READS_STACKS bool LoadOwnWord(std::uint64_t address, std::uint64_t& value) {
-    if (address < 4096 || address % 8 != 0) return false;
-    value = *reinterpret_cast<const std::uint64_t*>(address);
-    return true;
-}
-
-bool LoadForeignWord(std::uint64_t address, std::uint64_t& value) {
+bool LoadForeignWord(void*, std::uint64_t address, std::uint64_t& value) {
     const iovec to{&value, sizeof value};
     const iovec from{reinterpret_cast<void*>(address), sizeof value};
     return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
-}
-
-bool FrameWalker::Find(FrameRules& rules) {
-    const std::uint64_t address = Address() - (mIsReturnAddress ? 1 : 0);
-    if (address < mModule.start || address >= mModule.end) {
-        if (!FindUnwindModule(address, mModule)) {
-            mModule = {};
-            return false;
-        }
-    }
-    return FindFrameRules(mModule, address, rules);
 }
 
 std::uint64_t FrameWalker::FunctionStart() {
@@ -273,9 +258,13 @@ std::uint64_t FrameWalker::FunctionStart() {
     return Find(rules) ? rules.functionStart : 0;
 }
 
-bool FrameWalker::IsAtEnd() {
-    FrameRules rules;
-    return Find(rules) && rules.kinds[kReturnAddress] == RuleKind::Undefined;
+bool FrameWalker::Find(FrameRules& rules) {
+    const std::uint64_t address = Address() - (mIsReturnAddress ? 1 : 0);
+    if (address - mModule.start >= mModule.end - mModule.start && !FindUnwindModule(address, mModule)) {
+        mModule = {};
+        return mpOutside != nullptr && mpOutside->Find(address, rules);
+    }
+    return FindFrameRules(mModule, address, rules);
 }
 
 bool FrameWalker::Caller(const FrameRules& rules, unsigned int number, std::uint64_t cfa,
@@ -307,7 +296,10 @@ bool FrameWalker::Caller(const FrameRules& rules, unsigned int number, std::uint
 
 bool FrameWalker::Step() {
     FrameRules rules;
-    if (!Find(rules)) return false;
+    return Find(rules) ? StepByRules(rules) : StepByFramePointer();
+}
+
+bool FrameWalker::StepByRules(const FrameRules& rules) {
     std::uint64_t cfa = 0;
     if (rules.cfaIsExpression) {
         if (!Machine(mRegisters, mLoad).Evaluate(ExpressionAt(rules.cfaOffset), cfa)) return false;
@@ -324,6 +316,31 @@ bool FrameWalker::Step() {
     if (callers[kReturnAddress] == 0) return false;
     std::memcpy(mRegisters, callers, sizeof mRegisters);
     mIsReturnAddress = !rules.isSignalFrame;
+    mWasSignalFrame = rules.isSignalFrame;
+    return true;
+}
+
+// Where there are no rules this is a guess, which is given up as soon as it does not lead upwards into code.
+bool FrameWalker::StepByFramePointer() {
+    constexpr std::uint64_t kLargestFrame = std::uint64_t{1} << 30;
+    const std::uint64_t place = mRegisters[kRbp];
+    const std::uint64_t below = mRegisters[kRsp];
+    std::uint64_t framePointer = 0;
+    std::uint64_t address = 0;
+    if (place < below || place - below > kLargestFrame || place % 8 != 0) return false;
+    if (!mLoad(place, framePointer) || !mLoad(place + 8, address)) return false;
+    if (address < kLeastAddress || (address >= below && address - below < kLargestFrame) ||
+        address >> kUserAddressBits != 0)
+        return false;
+    // A module's tables go on from here. Code of no module may well have called too, never what lies on the
+    // stack itself, and then its frame pointer leads further up.
+    UnwindModule module;
+    if (!FindUnwindModule(address - 1, module) && framePointer <= place) return false;
+    mRegisters[kRbp] = framePointer;
+    mRegisters[kRsp] = place + 16;
+    mRegisters[kReturnAddress] = address;
+    mIsReturnAddress = true;
+    mWasSignalFrame = false;
     return true;
 }
 

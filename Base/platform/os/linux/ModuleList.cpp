@@ -1,6 +1,5 @@
 #include <Base/platform/os/ModuleList.h>
 
-#include <dlfcn.h>
 #include <link.h>
 #include <sys/auxv.h>
 #include <algorithm>
@@ -11,19 +10,15 @@
 #include <Base/platform/os/Modules.h>
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/ModulePlace.h>
 #include <Base/platform/os/linux/NativeText.h>
 
 namespace ZBase::os {
 
 namespace {
 
-bool FindModule(std::uint64_t address, dl_find_object& module) {
-    return _dl_find_object(reinterpret_cast<void*>(address), &module) == 0;
-}
-
-bool FindModuleAt(std::uint64_t base, dl_find_object& module) {
-    if (FindModule(base, module) && reinterpret_cast<std::uint64_t>(module.dlfo_map_start) == base)
-        return true;
+bool FindModuleAt(std::uint64_t base, ModulePlace& module) {
+    if (ModulePlace::Find(base, module) && module.start == base) return true;
     SetLastCode(kModuleNotFound);
     return false;
 }
@@ -57,10 +52,9 @@ int CollectModule(dl_phdr_info* information, std::size_t, void* argument) {
     auto& collector = *static_cast<ModuleCollector*>(argument);
     for (unsigned int i = 0; i != information->dlpi_phnum; ++i) {
         if (information->dlpi_phdr[i].p_type != PT_LOAD) continue;
-        dl_find_object module;
-        if (!FindModule(information->dlpi_addr + information->dlpi_phdr[i].p_vaddr, module)) return 0;
-        if (collector.count < collector.capacity)
-            collector.modules[collector.count] = reinterpret_cast<std::uint64_t>(module.dlfo_map_start);
+        ModulePlace module{};
+        if (!ModulePlace::Find(information->dlpi_addr + information->dlpi_phdr[i].p_vaddr, module)) return 0;
+        if (collector.count < collector.capacity) collector.modules[collector.count] = module.start;
         ++collector.count;
         return 0;
     }
@@ -70,7 +64,7 @@ int CollectModule(dl_phdr_info* information, std::size_t, void* argument) {
 }  // namespace
 
 bool GetModuleSection(std::uint64_t base, unsigned int index, ModuleSection& section) {
-    dl_find_object module;
+    ModulePlace module{};
     Segments segments{};
     if (!FindModuleAt(base, module) || !FindSegments(base, segments)) return false;
     for (unsigned int i = 0; i != segments.count; ++i) {
@@ -102,10 +96,9 @@ std::uint32_t GetModuleBaseName(std::uint64_t base, char* name, std::uint32_t ca
 }
 
 bool GetModuleInformation(std::uint64_t base, ModuleInformation& information) {
-    dl_find_object module;
+    ModulePlace module{};
     if (!FindModuleAt(base, module)) return false;
-    information = {base, static_cast<std::uint64_t>(static_cast<char*>(module.dlfo_map_end) -
-                                                    static_cast<char*>(module.dlfo_map_start))};
+    information = {base, module.end - module.start};
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <Base/platform/os/linux/MappedRegions.h>
 #include <Base/platform/os/linux/ModuleExports.h>
 #include <Base/platform/os/linux/ModulePath.h>
+#include <Base/platform/os/linux/ModulePlace.h>
 #include <Base/platform/os/linux/NativeText.h>
 #include <Base/platform/os/linux/TextBuffer.h>
 
@@ -80,11 +81,6 @@ bool IsMapped(std::uintptr_t page) {
     return mincore(reinterpret_cast<void*>(page), 1, &isResident) == 0;
 }
 
-// Without a lock or the heap, unlike a visit of all modules.
-bool FindModuleAround(const void* address, dl_find_object& module) {
-    return _dl_find_object(const_cast<void*>(address), &module) == 0;
-}
-
 }  // namespace
 
 const unsigned short* ComponentEnding() {
@@ -148,10 +144,10 @@ bool FindAllocationBase(const void* address, const void*& base) {
         SetLastCode(kInvalidParameter);
         return false;
     }
-    dl_find_object module;
+    ModulePlace module{};
     MappedRegion region{};
-    if (FindModuleAround(address, module)) {
-        base = module.dlfo_map_start;
+    if (ModulePlace::Find(value, module)) {
+        base = reinterpret_cast<const void*>(module.start);
     } else if (FindMappedRegion(value, region)) {
         base = reinterpret_cast<const void*>(region.start);
     } else if (const std::uintptr_t page = value & ~(static_cast<std::uintptr_t>(getpagesize()) - 1);
@@ -166,12 +162,13 @@ unsigned int GetModulePath(Module module, unsigned short* path, unsigned int cap
 }
 
 unsigned int GetModulePathAt(const void* base, unsigned short* path, unsigned int capacity) {
-    dl_find_object module;
-    if (!FindModuleAround(base, module) || module.dlfo_map_start != base) {
+    ModulePlace module{};
+    const auto start = reinterpret_cast<std::uint64_t>(base);
+    if (!ModulePlace::Find(start, module) || module.start != start) {
         SetLastCode(kModuleNotFound);
         return 0;
     }
-    return GetModulePath(module.dlfo_link_map, path, capacity);
+    return PutTextCut(ModulePath(*module.map), path, capacity);
 }
 
 }  // namespace ZBase::os

@@ -11,20 +11,26 @@
 // The table takes no lock. An entry is two words, the rule and a tag in which the address, the identity of
 // its module and a hash of the rule are mixed by exclusive or. A reader that sees the two halves of different
 // entries finds a tag that does not fit, and reads the unwind tables instead. The identity changes when a
-// module is unloaded and another takes its place, so what is remembered of the old one is never used. Of a
-// module without one nothing is remembered.
+// module is unloaded and another takes its place, so what is remembered of the old one is never used. A
+// module without a build id has none: there a hash of the function's own tables stands for it, found by an
+// index that is remembered with the rule.
+//
+// A damaged stack may lead anywhere. Every address that is read lies between the stack pointer and the end of
+// what is known to be readable (OwnStack).
 
 #include <atomic>
 
 #include <Base/platform/os/DebugHelp.h>
 #include <Base/platform/os/linux/FrameRules.h>
+#include <Base/platform/os/linux/OwnStack.h>
+#include <Base/platform/os/linux/RegisteredCode.h>
 
 namespace ZBase::os {
 
 namespace {
 
-// Fields of a rule: kind in 3 bits, the frame pointer's distance below the CFA in words in 29 (0: unchanged),
-// the CFA's offset in 32.
+// Fields of a rule: kind in 3 bits, the frame pointer's distance below the CFA in words in 9 (0: unchanged),
+// the index in the table of a module without identity in 20, the CFA's offset in 32.
 enum Kind : std::uint64_t {
     None,
     FromRsp,    // the CFA is the stack pointer plus the offset
@@ -34,7 +40,9 @@ enum Kind : std::uint64_t {
     Whole,      // a matter of whole rules
 };
 constexpr unsigned int kDistanceShift = 3;
-constexpr std::uint64_t kDistanceLimit = std::uint64_t{1} << 29;
+constexpr std::uint64_t kDistanceLimit = std::uint64_t{1} << 9;
+constexpr unsigned int kIndexShift = 12;
+constexpr std::uint64_t kIndexLimit = std::uint64_t{1} << 20;
 constexpr unsigned int kOffsetShift = 32;
 
 struct Entry {
@@ -58,6 +66,18 @@ std::uint64_t Recall(std::uint64_t address, std::uint64_t identity) {
     for (int i = 0; i != 2; ++i, ++entry) {
         const std::uint64_t rule = entry->rule.load(std::memory_order_relaxed);
         if (entry->tag.load(std::memory_order_relaxed) == Tag(address, identity, rule)) return rule;
+    }
+    return None;
+}
+
+/// `Recall` in a module without identity.
+[[gnu::noinline]] std::uint64_t RecallByTables(std::uint64_t address, const UnwindModule& module) {
+    const Entry* entry = Place(address);
+    for (int i = 0; i != 2; ++i, ++entry) {
+        const std::uint64_t rule = entry->rule.load(std::memory_order_relaxed);
+        auto index = static_cast<std::uint32_t>((rule >> kIndexShift) % kIndexLimit);
+        const std::uint64_t hash = FindDescriptionHash(module, address - 1, index);
+        if (hash != 0 && entry->tag.load(std::memory_order_relaxed) == Tag(address, hash, rule)) return rule;
     }
     return None;
 }
@@ -116,16 +136,28 @@ std::uint64_t Pack(const FrameRules& rules) {
 
 [[gnu::noinline]] std::uint64_t Derive(const UnwindModule& module, std::uint64_t address) {
     FrameRules rules;
-    const std::uint64_t rule = FindFrameRules(module, address - 1, rules) ? Pack(rules) : std::uint64_t{End};
-    if (module.identity != 0) Remember(address, module.identity, rule);
+    std::uint64_t rule = FindFrameRules(module, address - 1, rules) ? Pack(rules) : std::uint64_t{Whole};
+    std::uint64_t identity = module.identity;
+    if (identity == 0) {
+        std::uint32_t index = kNoIndex;
+        identity = FindDescriptionHash(module, address - 1, index);
+        if (identity == 0 || index >= kIndexLimit) return rule;
+        rule |= std::uint64_t{index} << kIndexShift;
+    }
+    Remember(address, identity, rule);
     return rule;
 }
 
+[[gnu::tls_model("initial-exec")]] thread_local constinit bool tIsAsking = false;
+
 [[gnu::noinline]] std::uint32_t WalkWhole(const GeneralRegisters& registers, std::uint32_t skip,
                                           std::uint32_t count, void** addresses) {
-    FrameWalker walker(registers, LoadOwnWord);
+    OwnStack stack(registers.rsp);
+    AskingRegistry registry(tIsAsking);
+    FrameWalker walker(registers, {OwnStack::Load, &stack}, &registry);
     std::uint32_t stored = 0;
     for (std::uint32_t i = 0; stored != count && walker.Step(); ++i) {
+        registry.Passed(walker);
         if (i >= skip) addresses[stored++] = reinterpret_cast<void*>(walker.Address());
     }
     return stored;
@@ -144,27 +176,38 @@ ZBASE_READS_STACKS inline std::uint64_t Load(std::uint64_t address) {
     std::uint64_t address = registers.rip;
     std::uint64_t stackPointer = registers.rsp;
     std::uint64_t framePointer = registers.rbp;
+    OwnStack stack(stackPointer);
+    const std::uint64_t start = stackPointer;
     UnwindModule module{};
     std::uint32_t stored = 0;
     for (std::uint32_t i = 0; stored != count; ++i) {
-        if (address - 1 - module.start >= module.end - module.start) {
-            if (!FindUnwindModule(address - 1, module)) break;
+        std::uint64_t rule = None;
+        if (address - 1 - module.start < module.end - module.start || FindUnwindModule(address - 1, module)) {
+            rule = module.identity == 0 ? RecallByTables(address, module) : Recall(address, module.identity);
+            if (rule == None) rule = Derive(module, address);
+        } else {
+            rule = Whole;
         }
-        std::uint64_t rule = module.identity == 0 ? std::uint64_t{None} : Recall(address, module.identity);
-        if (rule == None) rule = Derive(module, address);
         const std::uint64_t kind = rule & 7;
         if (kind == End) break;
         if (kind == Whole) return static_cast<unsigned short>(WalkWhole(registers, skip, count, addresses));
         const auto offset = static_cast<std::uint64_t>(static_cast<std::int64_t>(rule) >> kOffsetShift);
-        std::uint64_t cfa = (kind == FromRsp ? stackPointer : framePointer) + offset;
-        if (kind == Realigned && cfa > stackPointer - 8 && cfa % 8 == 0) cfa = Load(cfa);
-        if (cfa <= stackPointer || cfa % 8 != 0) break;
-        address = Load(cfa - 8);
         const std::uint64_t distance = (rule >> kDistanceShift) % kDistanceLimit;
-        if (kind == Realigned)
+        std::uint64_t cfa = (kind == FromRsp ? stackPointer : framePointer) + offset;
+        if (kind == Realigned) {
+            if (cfa < stackPointer || cfa % 8 != 0 || cfa + 8 == 0 || !stack.Reach(cfa + 8)) break;
+            cfa = Load(cfa);
+        }
+        if (cfa <= stackPointer || cfa % 8 != 0) break;
+        if (cfa > stack.End() && !stack.Reach(cfa)) break;
+        address = Load(cfa - 8);
+        if (kind == Realigned) {
+            if (framePointer - start >= cfa - start || framePointer % 8 != 0) break;
             framePointer = Load(framePointer);
-        else if (distance != 0)
+        } else if (distance != 0) {
+            if (cfa - start < 8 * distance) break;
             framePointer = Load(cfa - 8 * distance);
+        }
         stackPointer = cfa;
         if (address == 0) break;
         if (i >= skip) addresses[stored++] = reinterpret_cast<void*>(address);

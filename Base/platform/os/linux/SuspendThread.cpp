@@ -1,28 +1,31 @@
 // A thread is stopped by a real-time signal: its handler stores the register state, reports, and waits on a
-// futex until it is resumed. Stopped anywhere, a thread could hold the heap's or the loader's lock, and the
-// walk of its stack, which allocates, would wait for it for ever. So a stopped thread's stack is looked
-// through at once, without heap or lock; where it stands in the code of the allocator or the loader it is let
-// go on for a moment and stopped again.
+// futex until it is resumed. It may hold any lock meanwhile, so whoever stopped it wants none.
+//
+// A thread that blocks the signal would find it pending later, and one that waits for all signals
+// (`sigtimedwait`) would be handed it; so the system is asked first whether the thread takes signals. If it
+// begins to block them in that moment, what is pending is discarded again.
 
-#include <dlfcn.h>
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
-#include <sys/auxv.h>
 #include <sys/syscall.h>
 #include <ucontext.h>
 #include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <new>
+#include <string_view>
 
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
-#include <Base/platform/os/linux/FrameRules.h>
 #include <Base/platform/os/linux/StayLoaded.h>
 
 namespace ZBase::os {
@@ -30,10 +33,8 @@ namespace ZBase::os {
 namespace {
 
 constexpr long kAnswerNanoseconds = 1'000'000'000;
-constexpr std::uint64_t kBusyNanoseconds = 50'000'000;
 constexpr long kPollNanoseconds = 2'000'000;
-constexpr unsigned int kFramesToSearch = 64;
-constexpr unsigned int kWordsToSearch = 64;
+constexpr long kMomentNanoseconds = 50'000;
 
 enum State : std::uint32_t { Free, Asked, Storing, Stored, Released };
 
@@ -52,6 +53,7 @@ constinit Request sRequest;
 constinit std::mutex sTurn;
 constinit std::atomic<int> sSignal{0};
 constinit std::atomic<pid_t> sStopped{0};
+[[gnu::tls_model("initial-exec")]] thread_local constinit bool tHolds = false;  // the turn, while it forks
 
 void Wait(std::atomic<std::uint32_t>& word, std::uint32_t value, const timespec* timeout) {
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_PRIVATE, value, timeout, nullptr,
@@ -112,6 +114,23 @@ bool IsInstalled(int number) {
     return number != 0 && sigaction(number, nullptr, &present) == 0 && present.sa_sigaction == Answer;
 }
 
+void SetAnswer(int number) {
+    struct sigaction action {};
+    action.sa_sigaction = Answer;
+    action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
+    // Also what the C library never blocks, by which a thread in the handler is known.
+    std::memset(&action.sa_mask, 0xFF, sizeof action.sa_mask);
+    sigaction(number, &action, nullptr);
+}
+
+// To ignore a signal discards it wherever it is pending.
+void DiscardPending() {
+    const int number = sSignal.load();
+    if (!IsInstalled(number)) return;
+    std::signal(number, SIG_IGN);
+    SetAnswer(number);
+}
+
 // A real-time signal that nobody has taken, from the last one down. Looked at each time: somebody may take it
 // later.
 bool InstallAnswer() {
@@ -120,11 +139,7 @@ bool InstallAnswer() {
     for (int number = SIGRTMAX - 1; number > SIGRTMIN; --number) {
         struct sigaction present {};
         if (sigaction(number, nullptr, &present) != 0 || present.sa_handler != SIG_DFL) continue;
-        struct sigaction action {};
-        action.sa_sigaction = Answer;
-        action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
-        sigfillset(&action.sa_mask);
-        if (sigaction(number, &action, nullptr) != 0) return false;
+        SetAnswer(number);
         sSignal.store(number);
         return true;
     }
@@ -162,9 +177,104 @@ bool Signal(pid_t thread, std::uint32_t number) {
     return syscall(SYS_rt_tgsigqueueinfo, getpid(), thread, information.si_signo, &information) == 0;
 }
 
+// What the system tells of a thread under a name; empty if it tells nothing.
+std::string_view ReadThreadFile(pid_t thread, const char* name, char* room, std::size_t capacity) {
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/self/task/%d/%s", static_cast<int>(thread), name);
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return {};
+    std::size_t size = 0;
+    while (size != capacity) {
+        const ssize_t count = read(file, room + size, capacity - size);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        size += static_cast<std::size_t>(count);
+    }
+    close(file);
+    return {room, size};
+}
+
+constexpr int kRunning = -1;
+
+// The call of the system that a thread sleeps in, or `kRunning`.
+int CallOf(pid_t thread) {
+    char room[256];
+    const std::string_view call = ReadThreadFile(thread, "syscall", room, sizeof room);
+    int number = kRunning;
+    std::from_chars(call.data(), call.data() + call.size(), number);
+    return number;
+}
+
+std::uint64_t NumberBehind(std::string_view text, std::string_view name, int base) {
+    const std::size_t place = text.find(name);
+    if (place == std::string_view::npos) return 0;
+    const std::string_view digits = text.substr(place + name.size());
+    std::uint64_t number = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
+    return number;
+}
+
+// The processor's time that a thread has had, in nanoseconds.
+std::int64_t TimeOf(pid_t thread) {
+    constexpr clockid_t kOfThread = 6;  // as the kernel builds the number of such a clock
+    timespec time{};
+    clock_gettime(static_cast<clockid_t>(~static_cast<unsigned int>(thread) << 3) | kOfThread, &time);
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+/// What the system tells of a thread's signals at one moment.
+struct Look {
+    enum Answer { No, NotNow, Yes, Maybe } answer;
+    std::uint64_t sleeps;  // so far
+    std::int64_t time;
+};
+
+Look LookAt(pid_t thread, int signal) {
+    // The C library's own signals are blocked only by itself and in the handler, for a moment.
+    constexpr int kLibrarys = 32;
+    char room[4096];
+    const int before = CallOf(thread);
+    const std::string_view status = ReadThreadFile(thread, "status", room, sizeof room);
+    const std::uint64_t blocked = NumberBehind(status, "SigBlk:\t", 16);
+    Look look{Look::Maybe, NumberBehind(status, "voluntary_ctxt_switches:\t", 10), TimeOf(thread)};
+    const int behind = CallOf(thread);
+    if (before == SYS_rt_sigtimedwait || behind == SYS_rt_sigtimedwait)
+        look.answer = Look::No;
+    else if ((blocked >> (signal - 1) & 1) != 0)
+        look.answer = (blocked >> (kLibrarys - 1) & 1) != 0 ? Look::NotNow : Look::No;
+    else if (status.empty() || (before == behind && before != kRunning))
+        look.answer = Look::Yes;
+    return look;
+}
+
+// A thread that waits for signals does not block them meanwhile, and for a few microseconds before and behind
+// its sleep, or longer where it waits for a processor, it looks like any that runs. So one that runs is
+// looked at until it got on without having slept, or has come on often enough.
+bool TakesSignals(pid_t thread, int signal) {
+    constexpr int kEnough = 6;
+    constexpr std::int64_t kProgress = 20'000;
+    const timespec pause{0, kMomentNanoseconds};
+    Look last{Look::NotNow, 0, 0};
+    int moves = 0;
+    for (long waited = 0; waited < kAnswerNanoseconds; waited += kMomentNanoseconds) {
+        const Look look = LookAt(thread, signal);
+        if (look.answer == Look::No) return false;
+        if (look.answer == Look::Yes) return true;
+        if (look.answer == Look::Maybe && last.answer == Look::Maybe) {
+            if (look.sleeps == last.sleeps && look.time - last.time >= kProgress) return true;
+            moves += look.sleeps != last.sleeps || look.time != last.time;
+            if (moves == kEnough) return true;
+        }
+        if (look.sleeps != last.sleeps || look.answer != last.answer) last = look;
+        nanosleep(&pause, nullptr);
+        if (look.answer == Look::Maybe && !IsThere(thread)) return false;
+    }
+    return false;
+}
+
 // Asks a thread for its state and waits for the answer.
 bool Ask(pid_t thread, bool stop) {
-    if (!InstallAnswer()) return false;
+    if (!InstallAnswer() || !TakesSignals(thread, sSignal.load())) return false;
     const std::uint32_t number = sRequest.number.load() + 1;
     sRequest.thread.store(thread);
     sRequest.stop.store(stop);
@@ -180,7 +290,10 @@ bool Ask(pid_t thread, bool stop) {
     }
     // Taken back, unless the handler has just begun.
     std::uint32_t asked = Asked;
-    if (sRequest.state.compare_exchange_strong(asked, Free)) return false;
+    if (sRequest.state.compare_exchange_strong(asked, Free)) {
+        DiscardPending();
+        return false;
+    }
     while (sRequest.state.load() == Storing) Wait(sRequest.state, Storing, &poll);
     return true;
 }
@@ -189,102 +302,10 @@ void LetGo() {
     sRequest.state.store(Released);
     Wake(sRequest.state);
     const timespec poll{0, kPollNanoseconds};
-    // Its end is the thread's own word that it no longer looks at the request.
+    // The handler itself stores Free once it has stopped reading the request.
     while (sRequest.state.load() == Released && IsThere(sRequest.thread.load()))
         Wait(sRequest.state, Released, &poll);
     sRequest.state.store(Free);
-}
-
-struct Range {
-    std::uint64_t start;
-    std::uint64_t end;
-
-    bool Holds(std::uint64_t address) const { return address >= start && address < end; }
-};
-
-std::uint64_t AddressOf(const char* function) {
-    return reinterpret_cast<std::uint64_t>(dlsym(RTLD_DEFAULT, function));
-}
-
-// The code in which a thread may hold the lock of the heap, or of the loader.
-struct LockingCode {
-    Range allocator;
-    Range loader;
-    Range system;  // all of the C library, which has further locks
-    std::uint64_t iterate;
-};
-
-LockingCode FindLockingCode() {
-    // The C library's allocator is one run of code around its entry points, its inner functions not far off;
-    // another allocator is a module of its own.
-    constexpr std::uint64_t kAround = 0x6000;
-    LockingCode code{};
-    const std::uint64_t allocate = AddressOf("malloc");
-    code.allocator = {allocate - kAround, allocate + kAround};
-    UnwindModule system{};
-    UnwindModule own{};
-    if (FindUnwindModule(AddressOf("gnu_get_libc_version"), system) && FindUnwindModule(allocate, own)) {
-        if (own.start == system.start) {
-            for (const char* name : {"free", "calloc", "realloc", "memalign", "malloc_trim", "mallopt"}) {
-                const std::uint64_t address = AddressOf(name);
-                if (address < system.start || address >= system.end) continue;
-                code.allocator.start = std::min(code.allocator.start, address - kAround);
-                code.allocator.end = std::max(code.allocator.end, address + kAround);
-            }
-        } else if (const std::uint64_t entry = getauxval(AT_ENTRY); entry < own.start || entry >= own.end) {
-            code.allocator = {own.start, own.end};
-        }
-    }
-    UnwindModule loader{};
-    if (FindUnwindModule(AddressOf("__tls_get_addr"), loader)) code.loader = {loader.start, loader.end};
-    code.iterate = AddressOf("dl_iterate_phdr");
-    code.system = {system.start, system.end};
-    return code;
-}
-
-const LockingCode& Locking() {
-    static const LockingCode code = FindLockingCode();
-    return code;
-}
-
-bool IsLocking(const LockingCode& code, std::uint64_t address) {
-    return code.allocator.Holds(address) || code.loader.Holds(address);
-}
-
-// Where code without unwind tables, such as what a module begins with, hides its caller, that may be any word
-// of the stack.
-bool MayBeCalledByLockingCode(std::uint64_t stackPointer, const LockingCode& code) {
-    for (std::uint64_t i = 0; i != kWordsToSearch; ++i) {
-        std::uint64_t word = 0;
-        if (!LoadForeignWord(stackPointer + 8 * i, word)) return false;
-        if (IsLocking(code, word)) return true;
-    }
-    return false;
-}
-
-bool MayHoldLocks(const ThreadContext& context, const LockingCode& code) {
-    FrameWalker walker(context, LoadForeignWord);
-    for (unsigned int i = 0; i != kFramesToSearch; ++i) {
-        const std::uint64_t address = walker.Address();
-        if (IsLocking(code, address)) return true;
-        if (code.system.Holds(address) && walker.FunctionStart() == code.iterate) return true;
-        if (!walker.Step()) return !walker.IsAtEnd() && MayBeCalledByLockingCode(walker.StackPointer(), code);
-    }
-    return false;
-}
-
-// The other locks of the C library are short, but for those of its streams, which no capture uses. A thread
-// that stands in the library's code elsewhere than at a call of the system has a while to come out.
-bool IsBusyInSystemLibrary(const ThreadContext& context, const LockingCode& code) {
-    constexpr unsigned char kSyscall[2] = {0x0F, 0x05};
-    return code.system.Holds(context.rip) &&
-           std::memcmp(reinterpret_cast<const void*>(context.rip - 2), kSyscall, sizeof kSyscall) != 0;
-}
-
-std::uint64_t Now() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 }  // namespace
@@ -304,20 +325,11 @@ bool SuspendThread(void* thread) {
         SetLastCode(kAccessDenied);
         return false;
     }
-    const LockingCode& code = Locking();
     sTurn.lock();
-    const std::uint64_t start = Now();
-    for (timespec pause{0, 20'000};; nanosleep(&pause, nullptr)) {
-        const pid_t id = IdOf(thread);
-        if (id == 0 || !Ask(id, true)) break;
-        const std::uint64_t waited = Now() - start;
-        const bool isBusy = waited < kBusyNanoseconds && IsBusyInSystemLibrary(sRequest.context, code);
-        if (!isBusy && !MayHoldLocks(sRequest.context, code)) {
-            sStopped.store(id);
-            return true;
-        }
-        LetGo();
-        if (waited > kAnswerNanoseconds) break;
+    const pid_t id = IdOf(thread);
+    if (id != 0 && Ask(id, true)) {
+        sStopped.store(id);
+        return true;
     }
     sTurn.unlock();
     SetLastCode(kAccessDenied);
@@ -335,13 +347,41 @@ bool ResumeThread(void* thread) {
     return true;
 }
 
+// A stop is short, but for a thread that does not answer.
+void HoldThreadStops() {
+    constexpr int kMilliseconds = 20;
+    tHolds = false;
+    for (int i = 0; i != kMilliseconds && !tHolds; ++i) {
+        tHolds = sTurn.try_lock();
+        const timespec pause{0, 1'000'000};
+        if (!tHolds) nanosleep(&pause, nullptr);
+    }
+}
+
+void ReleaseThreadStops() {
+    if (tHolds) sTurn.unlock();
+    tHolds = false;
+}
+
+void ForgetThreadStops() {
+    tHolds = false;
+    sStopped.store(0);
+    sRequest.state.store(Free);
+    sRequest.thread.store(0);
+    ::new (static_cast<void*>(&sTurn)) std::mutex;
+}
+
+bool IsSuspended(void* thread) {
+    return sStopped.load() != 0 && sStopped.load() == IdOf(thread);
+}
+
 bool GetThreadContext(void* thread, ThreadContext& context) {
     const pid_t id = IdOf(thread);
     if (id == 0) {
         SetLastCode(kInvalidParameter);
         return false;
     }
-    if (sStopped.load() == id) {
+    if (IsSuspended(thread)) {
         context = sRequest.context;
         return true;
     }

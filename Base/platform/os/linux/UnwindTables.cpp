@@ -10,6 +10,9 @@
 
 #include <Base/platform/os/linux/FrameRules.h>
 
+// The compiler's run-time library; not every one has it.
+extern "C" [[gnu::weak]] const void* _Unwind_Find_FDE(void* address, void* bases);
+
 namespace ZBase::os {
 
 namespace {
@@ -179,19 +182,26 @@ bool ParseDescription(const std::uint8_t* place, Description& description) {
     return true;
 }
 
-bool FindDescription(const UnwindModule& module, std::uint64_t address, Description& description) {
-    TableHeader header;
-    std::memcpy(&header, module.searchTable, sizeof header);
-    if (header.form != kTableForm || header.count == 0) return false;
-    const auto base = reinterpret_cast<std::uint64_t>(module.searchTable);
-    const auto* entries = reinterpret_cast<const TableEntry*>(module.searchTable + sizeof header);
-    const auto wanted = static_cast<std::int64_t>(address - base);
-    if (wanted < entries[0].function) return false;
-    std::uint32_t low = 0;  // the last entry known to begin at or below the address
+/// The last entry of the table that begins at or below what is wanted; false if none does.
+bool FindEntry(const TableHeader& header, const TableEntry* entries, std::int64_t wanted,
+               std::uint32_t& low) {
+    if (header.count == 0 || wanted < entries[0].function) return false;
+    low = 0;
     for (std::uint32_t high = header.count; high - low > 1;) {
         const std::uint32_t middle = low + (high - low) / 2;
         (entries[middle].function <= wanted ? low : high) = middle;
     }
+    return true;
+}
+
+bool FindDescription(const UnwindModule& module, std::uint64_t address, Description& description) {
+    TableHeader header;
+    std::memcpy(&header, module.searchTable, sizeof header);
+    if (header.form != kTableForm) return false;
+    const auto* entries = reinterpret_cast<const TableEntry*>(module.searchTable + sizeof header);
+    std::uint32_t low = 0;
+    const auto base = reinterpret_cast<std::uint64_t>(module.searchTable);
+    if (!FindEntry(header, entries, static_cast<std::int64_t>(address - base), low)) return false;
     return ParseDescription(module.searchTable + entries[low].description, description) &&
            address - description.start < description.size;
 }
@@ -422,6 +432,39 @@ std::uint64_t Identity(const dl_find_object& object) {
     return 0;
 }
 
+/// A hash of all that the rules of a function follow from: its FDE and the CIE of that; never 0.
+std::uint64_t HashDescription(const std::uint8_t* place) {
+    std::uint64_t hash = reinterpret_cast<std::uint64_t>(place);
+    const std::uint8_t* parts[2] = {place, nullptr};
+    for (const std::uint8_t*& part : parts) {
+        std::uint32_t words[2];  // the length, and how far back the CIE is
+        std::memcpy(words, part, sizeof words);
+        if (words[0] == 0xFFFFFFFF || words[0] < 4) return 0;
+        const std::uint8_t* const end = part + 4 + words[0];
+        for (const std::uint8_t* next = part; next < end;) {
+            std::uint64_t piece = 0;
+            const auto left = static_cast<std::size_t>(end - next);
+            if (left >= sizeof piece)
+                std::memcpy(&piece, next, sizeof piece);
+            else
+                std::memcpy(&piece, next, left >= 4 ? 4 : left);
+            hash = Mix(hash, piece);
+            next += left >= sizeof piece ? sizeof piece : left >= 4 ? 4 : left;
+        }
+        if (&part == &parts[0]) parts[1] = place + 4 - words[1];
+    }
+    return hash == 0 ? 1 : hash;
+}
+
+bool RulesAt(const Description& description, std::uint64_t address, FrameRules& rules) {
+    if (description.returnRegister != kReturnAddress) return false;
+    rules = {};
+    rules.isSignalFrame = description.isSignalFrame;
+    rules.functionStart = description.start;
+    rules.functionEnd = description.start + description.size;
+    return Interpreter(description, address, rules).Run();
+}
+
 }  // namespace
 
 Expression ExpressionAt(std::int64_t place) {
@@ -440,12 +483,34 @@ bool FindUnwindModule(std::uint64_t address, UnwindModule& module) {
 
 bool FindFrameRules(const UnwindModule& module, std::uint64_t address, FrameRules& rules) {
     Description description;
-    if (!FindDescription(module, address, description)) return false;
-    if (description.returnRegister != kReturnAddress) return false;
-    rules = {};
-    rules.isSignalFrame = description.isSignalFrame;
-    rules.functionStart = description.start;
-    return Interpreter(description, address, rules).Run();
+    return FindDescription(module, address, description) && RulesAt(description, address, rules);
+}
+
+bool FindRegisteredRules(std::uint64_t address, FrameRules& rules) {
+    if (_Unwind_Find_FDE == nullptr) return false;
+    void* bases[3] = {};
+    const void* const found = _Unwind_Find_FDE(reinterpret_cast<void*>(address), bases);
+    Description description;
+    return found != nullptr && ParseDescription(static_cast<const std::uint8_t*>(found), description) &&
+           address - description.start < description.size && RulesAt(description, address, rules);
+}
+
+bool IsInRegistry(const UnwindModule& module) {
+    const auto registry = reinterpret_cast<std::uint64_t>(_Unwind_Find_FDE);
+    return registry - module.start < module.end - module.start;
+}
+
+std::uint64_t FindDescriptionHash(const UnwindModule& module, std::uint64_t address, std::uint32_t& index) {
+    TableHeader header;
+    std::memcpy(&header, module.searchTable, sizeof header);
+    if (header.form != kTableForm) return 0;
+    const auto* const entries = reinterpret_cast<const TableEntry*>(module.searchTable + sizeof header);
+    const auto wanted =
+        static_cast<std::int64_t>(address - reinterpret_cast<std::uint64_t>(module.searchTable));
+    if (index == kNoIndex && !FindEntry(header, entries, wanted, index)) return 0;
+    if (index >= header.count || entries[index].function > wanted) return 0;
+    if (index + 1 != header.count && entries[index + 1].function <= wanted) return 0;
+    return HashDescription(module.searchTable + entries[index].description);
 }
 
 }  // namespace ZBase::os

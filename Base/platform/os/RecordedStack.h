@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <Base/platform/os/ThreadContext.h>
+
+namespace ZBase::os {
+
+/// The frames of another thread's stack, taken while it stands, to be looked up when it goes on. All memory
+/// is set aside before:
+///
+///     RecordedStack stack;
+///     do {
+///         // stop the thread, get its context, stack.Record(thread, context), let it go on
+///     } while (stack.NeedsAnotherTry());
+class RecordedStack {
+public:
+    /// Throws `std::bad_alloc`.
+    RecordedStack();
+    ~RecordedStack();
+    RecordedStack(const RecordedStack&) = delete;
+    RecordedStack& operator=(const RecordedStack&) = delete;
+
+    /// Walks from `context`, which stands for the recorded frames then and must not outlive this. No heap,
+    /// and no lock while the thread is stopped.
+    void Record(void* thread, ThreadContext& context);
+
+    /// Makes ready what the last `Record` lacked: room for all frames, or what is known of code that no
+    /// module holds. False if it lacked nothing, and after a few tries. The thread must not be stopped.
+    /// Throws `std::bad_alloc`.
+    bool NeedsAnotherTry();
+
+private:
+    struct Work;
+
+    std::vector<RecordedFrame> mFrames;
+    std::size_t mCount = 0;  // of all frames, also of those that found no room
+    unsigned int mTries = 0;
+    std::unique_ptr<Work> mpWork;
+};
+
+}  // namespace ZBase::os
