@@ -251,6 +251,8 @@ TEST_P(EncodingTest, EveryCharacterThatIsCutOffIsBad) {
 }
 
 TEST_P(EncodingTest, TextOfAllCharactersConvertsWhereverItIsCutIntoPieces) {
+    if (Encoded('a') != "a" || Encoded(' ') != " ")
+        GTEST_SKIP() << "no letters of ASCII to move the pieces by";
     std::string values;
     Units units;
     for (const Pair& pair : Characters()) {
