@@ -273,6 +273,52 @@ TEST_F(Detachment, ChildOfAProcessThatWasTakingAChunkGivesTheCreditAtOnce) {
     other.join();
 }
 
+// A thread that was to give the credit when its chunk is there does not live in the child.
+class CreditLeftBehind : public Detachment {
+protected:
+    // Forks while a second chunk is under way in a detached buffer, and tries `child` there.
+    void InChild(const std::function<bool(Budget&, BufferPtr&)>& child) {
+        std::atomic<int> asked{0};
+        std::atomic<bool> goOn{false};
+        Budget budget([&](const std::string& where) {
+            if (where == "ask" && ++asked == 2)
+                while (!goOn) std::this_thread::yield();
+            return true;
+        });
+        BufferPtr buffer = Make(budget);
+        budget.Allocate(*buffer);
+        std::thread other([&] { budget.Allocate(*buffer); });
+        while (asked != 2) std::this_thread::yield();
+        buffer->DetachFromGovernors();
+        EXPECT_EQ(budget.credits, 0);
+        EXPECT_EXIT(std::_Exit(child(budget, buffer) ? 0 : 1), testing::ExitedWithCode(0), "");
+        goOn = true;
+        other.join();
+        EXPECT_EQ(budget.credits, 1);
+        buffer->DetachFromGovernors();
+        buffer.reset();
+        EXPECT_EQ(budget.credits, 1);
+        EXPECT_EQ(budget.credited, 2 * kChunk);
+    }
+};
+
+TEST_F(CreditLeftBehind, IsGivenByTheDestructionInTheChild) {
+    InChild([](Budget& budget, BufferPtr& buffer) {
+        buffer.reset();
+        return budget.credits == 1 && budget.credited == kChunk;
+    });
+}
+
+TEST_F(CreditLeftBehind, IsGivenOnceByTheNextDetachmentInTheChild) {
+    InChild([](Budget& budget, BufferPtr& buffer) {
+        buffer->DetachFromGovernors();
+        const bool isGiven = budget.credits == 1 && budget.credited == kChunk;
+        buffer->DetachFromGovernors();
+        buffer.reset();
+        return isGiven && budget.credits == 1;
+    });
+}
+
 // The credit comes from the thread whose chunk was the last to be under way, and so does its failure.
 TEST_F(Detachment, GovernorWithoutAReleaseFailsTheChunkThatOwesTheCredit) {
     for (const bool refuses : {false, true}) {
@@ -293,7 +339,9 @@ TEST_F(Detachment, GovernorWithoutAReleaseFailsTheChunkThatOwesTheCredit) {
         }
         UnregisterMemGovernor(&proxy);
         EXPECT_EQ(buffer->GetUsedBytes(), 0u);
+        EXPECT_EQ(buffer->GetTotalBytes(), 0u);
         buffer->Allocate(8);
+        EXPECT_EQ(buffer->GetTotalBytes(), refuses ? 2 * kChunk : kChunk);
     }
 }
 

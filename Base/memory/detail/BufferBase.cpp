@@ -80,7 +80,6 @@ BufferBase::BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* c
     : mBlockSize(RoundBlockSize(blockSize)), mContract(contract), mOnBoundary(onBoundary) {}
 
 BufferBase::~BufferBase() noexcept(false) {
-    if (mGovernors.IsClosed()) return;
     try {
         CreditGovernors();
     } catch (...) {
@@ -98,11 +97,12 @@ void BufferBase::SetLimit(std::int64_t limit) {
 }
 
 void BufferBase::DetachFromGovernors() {
-    if (mGovernors.Close()) CreditGovernors();
+    mGovernors.Close();
+    if (mGovernors.IsEmpty()) CreditGovernors();
 }
 
 void BufferBase::CreditGovernors() {
-    CreditMemGovernors(mTotalGoverned);
+    if (!mCredited.exchange(true)) CreditMemGovernors(mTotalGoverned);
 }
 
 std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
@@ -128,7 +128,9 @@ public:
             mBuffer.CreditGovernors();
         } catch (...) {
             // The chunk's own failure is the one to be told.
-            if (std::uncaught_exceptions() == mUncaught) throw;
+            if (std::uncaught_exceptions() != mUncaught) return;
+            Total().fetch_sub(mAdded, std::memory_order_relaxed);  // the chunk goes back
+            throw;
         }
     }
     GovernorsAsked(const GovernorsAsked&) = delete;
@@ -137,15 +139,20 @@ public:
     void Ask(std::size_t size) const {
         if (mIsInside) AskMemGovernors(size);
     }
-    void AddToTotal(std::size_t size) const {
-        (mIsInside ? mBuffer.mTotalGoverned : mBuffer.mTotalDetached)
-            .fetch_add(size, std::memory_order_relaxed);
+    void AddToTotal(std::size_t size) {
+        Total().fetch_add(size, std::memory_order_relaxed);
+        mAdded = size;
     }
 
 private:
+    std::atomic<std::size_t>& Total() const {
+        return mIsInside ? mBuffer.mTotalGoverned : mBuffer.mTotalDetached;
+    }
+
     BufferBase& mBuffer;
     const bool mIsInside;
     const int mUncaught = std::uncaught_exceptions();
+    std::size_t mAdded = 0;
 };
 
 // Memory of a chunk that is still to come.
@@ -178,7 +185,7 @@ Chunk BufferBase::AcquireChunk(std::size_t size) {
     if (mContract) CheckContractAnswer(mContract->RequestChunk(size, true));
     FreshMemory memory(*this);
     {
-        const GovernorsAsked asked(*this);
+        GovernorsAsked asked(*this);
         asked.Ask(size);
         memory.Take(size);
         if (mContract) mContract->SettleChunk(size);

@@ -125,8 +125,10 @@ private:
     const bool mOnBoundary;
     std::atomic<bool> mLocked{false};
     std::atomic<bool> mProtected{false};  // some chunk may be read-only
+    std::atomic<bool> mCredited{false};   // the governors, or somebody is about to
     // Inside is a chunk from the question to the governors to its entry in the total. It is closed by the
-    // detachment, and who is alone then credits the governors with all that they were asked for.
+    // detachment, and who is alone then credits the governors with all that they were asked for. In the child
+    // of a fork he may be missing: whoever detaches again or destroys the buffer does it there.
     Gate mGovernors;
 };
 

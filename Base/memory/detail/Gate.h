@@ -29,14 +29,14 @@ public:
         return (mWord.fetch_sub(kOne, std::memory_order_acq_rel) & kClosedAndInside) == (kClosed | kOne);
     }
 
-    // True for the one who closes it with nobody inside. When somebody is, `Leave` tells the last of them.
-    bool Close() {
+    // Nobody comes in after this. Who still was inside is told by `IsEmpty`, and by `Leave` to the last of
+    // them.
+    void Close() {
         const std::uint64_t process = ThisProcess();
         std::uint64_t word = mWord.load(std::memory_order_relaxed);
         while (!mWord.compare_exchange_weak(word, Present(word, process) | kClosed, std::memory_order_acq_rel,
                                             std::memory_order_relaxed)) {
         }
-        return (Present(word, process) & kClosedAndInside) == 0;
     }
 
     bool IsClosed() const { return (mWord.load(std::memory_order_acquire) & kClosed) != 0; }
