@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/Buffers.h"
+#include "tests/support/Sanitizers.h"
 
 namespace {
 
@@ -19,6 +20,12 @@ using test::Implementation;
 
 constexpr std::size_t kGrowLimit = 268435456;
 
+// What a thread does at most until the lock comes, which may take long on a machine that is busy. A sanitizer
+// keeps books of each byte of a big piece.
+constexpr int kMostCalls = 100000;
+constexpr int kMostBigPieces = 4;
+constexpr int kBigRounds = test::kIsSanitized ? 30 : 300;
+
 std::atomic<int> gCleanups;
 
 BufferPtr Make(std::size_t blockSize) {
@@ -26,31 +33,29 @@ BufferPtr Make(std::size_t blockSize) {
                             {.initialBlocks = 1, .blockSize = blockSize, .onBoundary = true});
 }
 
-// Repeats `operation` until the buffer is locked; gives how often it succeeded.
+// Repeats `operation` until the buffer is locked or it has succeeded `most` times; gives how often it has.
 template <class Operation>
-int UntilLocked(Operation operation) {
+int UntilLocked(int most, Operation operation) {
     int done = 0;
     try {
-        while (true) {
-            operation();
-            ++done;
-        }
+        for (; done != most; ++done) operation();
     } catch (const BufferException&) {
     } catch (const std::bad_alloc&) {  // of big pieces
     }
     return done;
 }
 
-// Runs `operation` on two threads and locks after a while that differs from round to round.
+// Runs `operation` on two threads, `most` times on each at most, and locks after a while that differs from
+// round to round.
 template <class Operation>
-int LockBeside(Buffer& buffer, int round, Operation operation) {
+int LockBeside(Buffer& buffer, int round, int most, Operation operation) {
     std::atomic<int> done{0};
     std::atomic<int> ready{0};
     std::vector<std::thread> threads;
     for (int i = 0; i != 2; ++i)
         threads.emplace_back([&] {
             ++ready;
-            done += UntilLocked(operation);
+            done += UntilLocked(most, operation);
         });
     while (ready != 2) std::this_thread::yield();
     for (int i = 0; i != round * 7 % 100; ++i) std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -64,8 +69,9 @@ TEST(LockThreads, CleanupIsEitherRegisteredOrRefused) {
     for (int round = 0; round != 1000; ++round) {
         gCleanups = 0;
         BufferPtr buffer = Make(round % 2 == 0 ? 256 : 65536);
-        const int registered = LockBeside(
-            *buffer, round, [&buffer] { buffer->AddCleanup([](void*) { ++gCleanups; }, nullptr); });
+        const int registered = LockBeside(*buffer, round, kMostCalls, [&buffer] {
+            buffer->AddCleanup([](void*) { ++gCleanups; }, nullptr);
+        });
         EXPECT_GE(buffer->GetUsedBytes(), static_cast<std::size_t>(registered) * 24);
         buffer.reset();
         ASSERT_EQ(gCleanups, registered);
@@ -73,10 +79,11 @@ TEST(LockThreads, CleanupIsEitherRegisteredOrRefused) {
 }
 
 TEST(LockThreads, BigPieceIsEitherHandedOutOrRefused) {
-    for (int round = 0; round != 300; ++round) {
+    for (int round = 0; round != kBigRounds; ++round) {
         const std::size_t held = Buffer::GetOnBoundaryAllocTotal();
         BufferPtr buffer = Make(4096);
-        const int pieces = LockBeside(*buffer, round, [&buffer] { (void)buffer->Allocate(kGrowLimit); });
+        const int pieces =
+            LockBeside(*buffer, round, kMostBigPieces, [&buffer] { (void)buffer->Allocate(kGrowLimit); });
         EXPECT_GE(buffer->GetUsedBytes(), static_cast<std::size_t>(pieces) * (kGrowLimit + 24));
         buffer.reset();
         ASSERT_EQ(Buffer::GetOnBoundaryAllocTotal(), held);
@@ -84,13 +91,15 @@ TEST(LockThreads, BigPieceIsEitherHandedOutOrRefused) {
 }
 
 TEST(LockThreads, AllKindsOfCallsBesideIt) {
-    for (int round = 0; round != 300; ++round) {
+    for (int round = 0; round != kBigRounds; ++round) {
         gCleanups = 0;
         std::atomic<int> registered{0};
         std::atomic<int> calls{0};
+        std::atomic<int> bigPieces{0};
         BufferPtr buffer = Make(256);
-        LockBeside(*buffer, round, [&] {
-            switch (calls++ % 8) {
+        LockBeside(*buffer, round, kMostCalls, [&] {
+            const int call = calls++;
+            switch (call % 8) {
                 case 0:
                     buffer->AddCleanup([](void*) { ++gCleanups; }, nullptr);
                     ++registered;
@@ -105,7 +114,8 @@ TEST(LockThreads, AllKindsOfCallsBesideIt) {
                     (void)buffer->GetUsedBytes();
                     break;
                 case 4:
-                    if (calls % 64 == 4) (void)buffer->Allocate(kGrowLimit);
+                    if (call % 64 == 4 && ++bigPieces <= 2 * kMostBigPieces)
+                        (void)buffer->Allocate(kGrowLimit);
                     break;
                 default:
                     (void)buffer->Allocate(100);  // not written to: it may be locked by now
