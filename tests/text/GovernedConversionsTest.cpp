@@ -47,19 +47,11 @@ public:
     static constexpr std::size_t kUnits = std::size_t{1} << 29;
 
     RepeatedText() {
-        const int file = memfd_create("text", MFD_CLOEXEC);
-        if (file < 0 || ftruncate(file, kPiece) != 0) return;
         const std::vector<char> letters(kPiece, 'a');
-        if (pwrite(file, letters.data(), kPiece, 0) != static_cast<ssize_t>(kPiece)) return;
-        void* const all =
-            mmap(nullptr, kBytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (all == MAP_FAILED) return;
-        mStart = static_cast<char*>(all);
-        for (std::size_t i = 0; i != kBytes / kPiece; ++i)
-            if (mmap(mStart + i * kPiece, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0) == MAP_FAILED)
-                return;
+        const int file = memfd_create("text", MFD_CLOEXEC);
+        if (file < 0) return;
+        mIsWhole = Fill(file, letters) && Map(file);
         close(file);
-        mIsWhole = true;
     }
     ~RepeatedText() {
         if (mStart != nullptr) munmap(mStart, kBytes);
@@ -75,6 +67,21 @@ public:
 private:
     static constexpr std::size_t kBytes = 2 * kUnits;
     static constexpr std::size_t kPiece = 2 << 20;
+
+    static bool Fill(int file, const std::vector<char>& letters) {
+        return ftruncate(file, kPiece) == 0 &&
+               pwrite(file, letters.data(), kPiece, 0) == static_cast<ssize_t>(kPiece);
+    }
+    bool Map(int file) {
+        void* const all =
+            mmap(nullptr, kBytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (all == MAP_FAILED) return false;
+        mStart = static_cast<char*>(all);
+        for (std::size_t i = 0; i != kBytes / kPiece; ++i)
+            if (mmap(mStart + i * kPiece, kPiece, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0) == MAP_FAILED)
+                return false;
+        return true;
+    }
 
     char* mStart = nullptr;
     bool mIsWhole = false;
