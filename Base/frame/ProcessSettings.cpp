@@ -2,6 +2,8 @@
 #include <Base/frame/detail/LibraryState.h>
 #include <Base/platform/os/Pages.h>
 
+#include <atomic>
+
 namespace ZBase {
 
 ReturnString GetContainerPath() {
@@ -17,7 +19,10 @@ const char* GetProcessLocale() {
 }
 
 bool GetSymPageSize(std::size_t* pageSize) {
-    static const std::size_t size = os::PageSize();
+    // Asked twice at worst, and never behind a guard: the child of a fork might find that taken for ever.
+    static constinit std::atomic<std::size_t> sSize{0};
+    std::size_t size = sSize.load(std::memory_order_relaxed);
+    if (size == 0) sSize.store(size = os::PageSize(), std::memory_order_relaxed);
     if (pageSize != nullptr) *pageSize = size;
     return true;
 }

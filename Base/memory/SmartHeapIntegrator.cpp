@@ -2,7 +2,7 @@
 #include <Base/memory/SmartHeapIntegrator.h>
 #include <Base/platform/os/Modules.h>
 
-#include <functional>
+#include <atomic>
 
 namespace ZBase {
 
@@ -16,13 +16,38 @@ struct MEM_PROCESS_INFO2 {
 constexpr std::size_t kKnownWords = 14;
 static_assert(sizeof(MEM_PROCESS_INFO2) >= kKnownWords * sizeof(std::uint64_t));
 
-/// An entry point of the heap; empty if there is none.
-template <class Signature>
-std::function<Signature> FindEntryPoint(const char* name) {
-    const os::Module heap = os::FindLoadedModule("shsmp64");
-    if (heap == nullptr) return {};
-    return reinterpret_cast<Signature*>(os::FindFunction(heap, name));
-}
+// An entry point of the heap. What the first look-up found holds for good, be it that there is none. Of two
+// threads at once both may look, and the first result counts; nobody waits, so no child of a fork finds a
+// look-up that never ends.
+class EntryPoint {
+public:
+    constexpr explicit EntryPoint(const char* name) : mName(name) {}
+
+    // Null if there is none.
+    template <class Signature>
+    Signature* As() {
+        void* known = mFunction.load(std::memory_order_acquire);
+        if (known == &sUnknown) {
+            void* const found = Find();
+            if (mFunction.compare_exchange_strong(known, found, std::memory_order_acq_rel)) known = found;
+        }
+        return reinterpret_cast<Signature*>(known);
+    }
+
+private:
+    void* Find() const {
+        const os::Module heap = os::FindLoadedModule("shsmp64");
+        return heap == nullptr ? nullptr : os::FindFunction(heap, mName);
+    }
+
+    static constinit inline char sUnknown = 0;  // its address: nobody has looked yet
+
+    const char* const mName;
+    std::atomic<void*> mFunction{&sUnknown};
+};
+
+constinit EntryPoint sProcessInfo("MemProcessInfo2");
+constinit EntryPoint sShrinkCache("ShrinkCache");
 
 }  // namespace
 
@@ -51,8 +76,8 @@ bool SmartHeapIntegrator::GetHookingEnabled() {
 }
 
 bool SmartHeapIntegrator::GetMemoryUsageInfo(MemInfo& info) {
-    static const auto processInfo = FindEntryPoint<int(MEM_PROCESS_INFO2*)>("MemProcessInfo2");
-    if (!processInfo) return false;
+    auto* const processInfo = sProcessInfo.As<int(MEM_PROCESS_INFO2*)>();
+    if (processInfo == nullptr) return false;
     MEM_PROCESS_INFO2 record{};
     if (processInfo(&record) == 0) return false;
     const std::uint64_t* words = record.words;
@@ -68,8 +93,8 @@ bool SmartHeapIntegrator::GetMemoryUsageInfo(MemInfo& info) {
 }
 
 std::size_t SmartHeapIntegrator::ShrinkSmartHeapMemoryCache(std::size_t size) {
-    static const auto shrinkCache = FindEntryPoint<std::size_t(std::size_t)>("ShrinkCache");
-    return shrinkCache ? shrinkCache(size) : 0;
+    auto* const shrinkCache = sShrinkCache.As<std::size_t(std::size_t)>();
+    return shrinkCache != nullptr ? shrinkCache(size) : 0;
 }
 
 }  // namespace ZBase
