@@ -22,8 +22,9 @@ namespace ZBase {
 /// have, and whatever the heap or `Buffer::Allocate` throws.
 ///
 /// What lives in a buffer ends no later than the buffer. A copy of it is in the heap, and so is the sum of
-/// two strings; what is assigned to it, copied or moved, comes into its buffer. Only swapping and moving into
-/// a new object carry the buffer along with the content.
+/// two strings, unless one of them is a temporary, which it then continues; what is assigned to it, copied or
+/// moved, comes into its buffer. Only swapping and moving into a new object carry the buffer along with the
+/// content.
 template <class T>
 class Allocator {
 public:

@@ -209,6 +209,13 @@ TEST(Allocator, SumOfStringsInABufferIsInTheHeap) {
     EXPECT_EQ(sum.size(), 200u);
 }
 
+TEST(Allocator, SumWithATemporaryContinuesItInItsBuffer) {
+    RecordingBuffer buffer;
+    const ZBase::WideString text(100, 'y', Units(nullptr));
+    EXPECT_EQ((ZBase::WideString(100, 'x', Units(&buffer)) + text).get_allocator().GetBuffer(), &buffer);
+    EXPECT_EQ((text + ZBase::WideString(100, 'x', Units(&buffer))).get_allocator().GetBuffer(), &buffer);
+}
+
 TEST(WideLiteral, IsUtf16OfAnyKindOfCharacter) {
     const ZBase::WideString text = "a\u00E9\u20AC\U0001F600"_w;
     EXPECT_EQ(text, (ZBase::WideString{0x61, 0xE9, 0x20AC, 0xD83D, 0xDE00}));
