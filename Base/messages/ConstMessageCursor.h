@@ -6,10 +6,12 @@
 
 namespace ZBase {
 
-/// Walks a message tree and changes nothing. Adding to the tree is safe. While the cursor is below the root,
-/// the tree must not be rewritten (cleared, assigned to, swapped, wrapped, prepended to) nor end; then only
-/// `GoToParent` is left, up to the root. At the root it goes on from what is there: its nested messages count
-/// as unvisited if they are not those, at the same places and of the same sizes, that were there before.
+/// Walks a message tree and changes nothing. Adding to the tree is safe, and so is a walk of a
+/// `MessageCursor`: a branch to which a step was taken stays visited. While the cursor is below the root, the
+/// tree must not be rewritten (cleared, assigned to, swapped, wrapped, prepended to) nor end; then only
+/// `GoToParent` is left, up to the root. At the root it goes on from what is there, none of it visited: the
+/// root counts as rewritten when a record that was there before is gone, so that its place holds none of its
+/// size that has its kind or is deleted.
 class ZBASE_API ConstMessageCursor {
 public:
     /// Stands on the root. Throws `std::bad_alloc`.

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <new>
+#include <utility>
 
 namespace ZBase {
 
@@ -47,9 +48,9 @@ struct MessageCursor::State {
         return CurrentLinks().Look(CurrentBlock(), isRewritten);
     }
 
-    bool Push(const Level& level) {
+    bool Push(Level&& level) {
         try {
-            levels.push_back(level);
+            levels.push_back(std::move(level));
             return true;
         } catch (const std::bad_alloc&) {
             return false;
@@ -83,11 +84,14 @@ bool MessageCursor::State::GoTo(ETag tag, bool create) {
 }
 
 void MessageCursor::State::PackLastLevel() {
-    Level level = levels.back();
+    Level level = std::move(levels.back());
     levels.pop_back();
-    Look();  // what was rewritten meanwhile is told by what is there before the level comes back
+    // What was rewritten meanwhile is told by what is there before the level comes back.
+    const Links<Record> now = Look();
     const bool isLower = level.offset.same_level_offset == CurrentOffset().same_level_offset;
-    NestCopy(level.message, CurrentBlock(), isLower ? TAG_LOWER_LEVEL : TAG_SAME_LEVEL);
+    const ETag tag = isLower ? TAG_LOWER_LEVEL : TAG_SAME_LEVEL;
+    if ((isLower ? now.lowerLevel : now.sameLevel) == nullptr) CurrentLinks().Drop(tag);
+    NestCopy(level.message, CurrentBlock(), tag);
     CurrentLinks().Remember(CurrentBlock());
     FreeBlockChain(level.message);
 }
@@ -98,9 +102,10 @@ MessageCursor::MessageCursor(const MessageCursor& other) : mpState(new State(*ot
 
 MessageCursor& MessageCursor::operator=(const MessageCursor& other) {
     if (&other == this) return *this;
+    LiveLinks rootLinks = other.mpState->rootLinks;
     mpState->DropLevels();
     mpState->root = other.mpState->root;
-    mpState->rootLinks = other.mpState->rootLinks;
+    mpState->rootLinks = std::move(rootLinks);
     return *this;
 }
 

@@ -10,10 +10,11 @@ namespace ZBase {
 /// of its parent, a step back packs it in again. The cursor must be back at the root before it ends, or what
 /// it holds below is lost; the root must outlive it and stay where it is.
 ///
-/// The root and the current message may also be rewritten: cleared, assigned to, swapped, wrapped, prepended
-/// to, walked by another cursor. A step goes on from what is there then: the nested messages count as
-/// unvisited if they are not those, at the same places and of the same sizes, that the cursor left there.
-/// What is packed in goes into whatever the parent is by then.
+/// The root and the current message may be added to and walked by other cursors: a branch to which a step was
+/// taken stays visited, another is what is there by then. They may also be rewritten: cleared, assigned to,
+/// swapped, wrapped, prepended to. Then a step goes on from what is there, none of it visited. A message
+/// counts as rewritten when a record that the cursor left in it is gone: its place holds none of its size
+/// that has its kind or is deleted. What is packed in goes into whatever the parent is by then.
 ///
 /// A step copies all that is nested in the message: walking n levels down and back costs n * n. And a visit
 /// leaves the parent larger by what was visited, until it is copied.

@@ -7,6 +7,7 @@
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageCursor.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -178,13 +179,12 @@ struct Spot {
 };
 
 template <class Visit>
-void VisitNested(const ModelMessage& message, Visit visit) {
+void VisitRecords(const ModelMessage& message, Visit visit) {
     for (std::size_t b = 0; b != message.blocks.size(); ++b) {
         std::uint32_t offset = 16;
         for (std::size_t r = 0; r != message.blocks[b].records.size(); ++r) {
             const ModelRecord& record = message.blocks[b].records[r];
-            if (record.tag == 4 || record.tag == 5)
-                visit(ModelMessage::Place{b, r, false}, Spot{b, offset, record.tag, record.length});
+            visit(ModelMessage::Place{b, r, false}, Spot{b, offset, record.tag, record.length});
             offset += record.length;
         }
     }
@@ -192,40 +192,76 @@ void VisitNested(const ModelMessage& message, Visit visit) {
 
 std::vector<Spot> ShapeOf(const ModelMessage& message) {
     std::vector<Spot> shape;
-    VisitNested(message, [&](ModelMessage::Place, const Spot& spot) { shape.push_back(spot); });
+    VisitRecords(message, [&](ModelMessage::Place, const Spot& spot) { shape.push_back(spot); });
     return shape;
+}
+
+Spot SpotOf(const ModelMessage& message, const ModelMessage::Place& wanted) {
+    Spot found;
+    VisitRecords(message, [&](const ModelMessage::Place& place, const Spot& spot) {
+        if (!wanted.isNone && wanted.block == place.block && wanted.record == place.record) found = spot;
+    });
+    return found;
+}
+
+ModelMessage::Place PlaceOf(const ModelMessage& message, const Spot& link) {
+    ModelMessage::Place found;
+    VisitRecords(message, [&](const ModelMessage::Place& place, const Spot& spot) {
+        if (spot == link) found = place;
+    });
+    return found;
+}
+
+bool IsAmong(const std::vector<Spot>& spots, const Spot& wanted) {
+    return std::find(spots.begin(), spots.end(), wanted) != spots.end();
 }
 
 // What a cursor knows of a level that may be rewritten.
 struct KnownLevel {
-    std::vector<Spot> shape;  // when the cursor looked last
+    std::vector<Spot> shape;  // after the cursor's last step
     Spot lower;
     Spot same;
+    bool isLowerDropped = false;
+    bool isSameDropped = false;
 
-    KnownLevel(const ModelMessage& message, const ModelMessage::Links& links) : shape(ShapeOf(message)) {
-        VisitNested(message, [&](const ModelMessage::Place& place, const Spot& spot) {
-            const auto isAt = [&](const ModelMessage::Place& link) {
-                return !link.isNone && link.block == place.block && link.record == place.record;
-            };
-            if (isAt(links.lower)) lower = spot;
-            if (isAt(links.same)) same = spot;
-        });
-    }
+    KnownLevel(const ModelMessage& message, const ModelMessage::Links& links)
+        : shape(ShapeOf(message)), lower(SpotOf(message, links.lower)), same(SpotOf(message, links.same)) {}
     explicit KnownLevel(const ModelMessage& message) : KnownLevel(message, message.FindLinks()) {}
 
+    // Whether a record that was there is neither there nor dead there.
+    bool MissesOne(const std::vector<Spot>& now) const {
+        return std::any_of(shape.begin(), shape.end(), [&](const Spot& spot) {
+            const Spot dead{spot.block, spot.offset, 0, spot.length};
+            return !IsAmong(now, spot) && !IsAmong(now, dead);
+        });
+    }
+
     bool Refresh(const ModelMessage& message) {
-        const bool isRewritten = shape != ShapeOf(message);
+        const std::vector<Spot> now = ShapeOf(message);
+        const bool isRewritten = MissesOne(now);
         if (isRewritten) *this = KnownLevel(message);
+        const ModelMessage::Links links = message.FindLinks();
+        if (!isLowerDropped && !IsAmong(now, lower)) lower = SpotOf(message, links.lower);
+        if (!isSameDropped && !IsAmong(now, same)) same = SpotOf(message, links.same);
         return isRewritten;
     }
 };
 
-ModelMessage::Place PlaceOf(const ModelMessage& message, const Spot& link) {
-    ModelMessage::Place found;
-    VisitNested(message, [&](const ModelMessage::Place& place, const Spot& spot) {
-        if (spot == link) found = place;
-    });
-    return found;
+// The way of a second cursor to one side of the root and back, in a step that begins nothing.
+void WalkToOneSide(bool isLower, Message& real, ModelMessage& model) {
+    MessageCursor cursor(real);
+    if (isLower ? cursor.GoToLowerLevelMessage(false) : cursor.GoToSameLevelMessage(false))
+        cursor.GoToParent();
+    const ModelMessage::Links links = model.FindLinks();
+    const ModelMessage::Place& place = isLower ? links.lower : links.same;
+    if (place.isNone) return;
+    ModelMessage level(16);
+    ModelRecord& record = model.At(place);
+    level.CopyFrom(record.nested[0], {0});
+    const std::uint32_t length = record.length;
+    record = ModelRecord{};
+    record.length = length;
+    model.NestCopy(level, isLower ? 5 : 4);
 }
 
 bool IsAt(CursorOffset offset, unsigned int lower, unsigned int same) {
@@ -248,7 +284,14 @@ std::string ReadWithCursor(Choices& choices, Specimen& specimen, Specimen& other
         const unsigned int step = choices.Below(6);
         if (step == 5) {
             if (levels.size() != 1) continue;
-            Rewrite(choices.Below(kRewritings), choices, specimen.Real(), specimen.model, other);
+            const unsigned int operation = choices.Below(kRewritings + 6);
+            if (operation < kRewritings) {
+                Rewrite(operation, choices, specimen.Real(), specimen.model, other);
+            } else if (operation < kRewritings + 4) {
+                WalkToOneSide(choices.Flag(), specimen.Real(), specimen.model);
+            } else {
+                Edit(choices, specimen.Real(), specimen.model);
+            }
             if (root.Refresh(specimen.model)) levels.back() = {&specimen.model, {}, 0, 0};
             levels.back().links = {PlaceOf(specimen.model, root.lower), PlaceOf(specimen.model, root.same)};
         } else if (step == 0) {
@@ -307,6 +350,8 @@ std::string WriteWithCursor(Choices& choices, Specimen& specimen, Specimen& othe
         const Level level = levels.back();
         levels.pop_back();
         KnownLevel& parent = known();
+        if ((level.isLower ? parent.lower : parent.same) == Spot{})
+            (level.isLower ? parent.isLowerDropped : parent.isSameDropped) = true;
         current().NestCopy(level.message, level.isLower ? 5 : 4);
         parent.shape = ShapeOf(current());
         return true;
@@ -329,6 +374,7 @@ std::string WriteWithCursor(Choices& choices, Specimen& specimen, Specimen& othe
             record.length = length;
         }
         link = {};
+        (isLower ? from.isLowerDropped : from.isSameDropped) = true;
         from.shape = ShapeOf(current());
         levels.push_back({message, KnownLevel(message, links),
                           (levels.empty() ? 0 : levels.back().lower) + isLower,
@@ -336,12 +382,14 @@ std::string WriteWithCursor(Choices& choices, Specimen& specimen, Specimen& othe
         return true;
     };
     for (unsigned int steps = choices.Below(24); steps != 0; --steps) {
-        const unsigned int kind = choices.Below(10);
-        if (kind == 0) {
+        const unsigned int kind = choices.Below(12);
+        if (kind < 2) {
             if (!goToParent()) return "writing GoToParent";
         } else if (kind < 4) {
             Edit(choices, cursor.GetCurrentMessage(), current());
-        } else if (kind < 8) {
+        } else if (kind == 4) {
+            WalkToOneSide(choices.Flag(), cursor.GetCurrentMessage(), current());
+        } else if (kind < 10) {
             const bool isLower = choices.Flag();
             if (!step(isLower, choices.Below(4) == 0)) return "writing step";
         } else {

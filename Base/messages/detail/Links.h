@@ -2,6 +2,10 @@
 
 #include <Base/messages/detail/Records.h>
 
+#include <cstdint>
+#include <new>
+#include <vector>
+
 namespace ZBase::detail {
 
 /// The records of a level through which a cursor goes on; null where there is none.
@@ -26,68 +30,107 @@ auto FindLinks(AnyBlock& block) {
 }
 
 /// The links of a level that may be rewritten between two steps. They are kept as places and looked up in
-/// what the level holds by then, so none outlives it. A level counts as rewritten when its nested records are
-/// not those, at the same places and of the same lengths, that the cursor left there.
+/// what the level holds by then, so none outlives it. What is only added to, whoever does it, keeps its
+/// records where they are, though some may be dead by then. So a level counts as rewritten when at the place
+/// of a record that the cursor left there is none of its length that has its tag or is dead.
 class LiveLinks {
 public:
     explicit LiveLinks(const Block& level) : LiveLinks(level, FindLinks(level)) {}
 
     LiveLinks(const Block& level, Links<const Record> links) {
-        mShape = Walk(level, [&](const Record& record, const Place& place) {
-            if (&record == links.lowerLevel) mLowerLevel = place;
-            if (&record == links.sameLevel) mSameLevel = place;
-        });
+        mLowerLevel.place = PlaceIn(level, links.lowerLevel);
+        mSameLevel.place = PlaceIn(level, links.sameLevel);
+        Remember(level);
     }
 
-    /// The records behind the links, as the level is now; null where there is none, or it was dropped. Begins
-    /// anew on a level that was rewritten, and tells so.
+    /// The records behind the links, as the level is now; null where there is none, or it was dropped. Where
+    /// the record of a link is dead, or there was none, looks for another. Begins anew on a level that was
+    /// rewritten, and tells so.
     template <class AnyBlock>
     auto Look(AnyBlock& level, bool& isRewritten) {
-        using AnyRecord = typename RecordWalker<AnyBlock>::AnyRecord;
-        Links<AnyRecord> now;
-        const std::uint64_t shape = Walk(level, [&](AnyRecord& record, const Place& place) {
-            if (record.tag == TAG_LOWER_LEVEL && place == mLowerLevel) now.lowerLevel = &record;
-            if (record.tag == TAG_SAME_LEVEL && place == mSameLevel) now.sameLevel = &record;
-        });
-        isRewritten = shape != mShape;
-        if (isRewritten) {
-            now = FindLinks(level);
-            *this = LiveLinks(level, {now.lowerLevel, now.sameLevel});
-        }
+        isRewritten = !HoldsAllRemembered(level);
+        if (isRewritten) *this = LiveLinks(level);
+        auto now = FindKept(level);
+        if ((now.lowerLevel != nullptr || mLowerLevel.isDropped) &&
+            (now.sameLevel != nullptr || mSameLevel.isDropped))
+            return now;
+        const auto found = FindLinks(level);
+        SeekAnew(level, mLowerLevel, found.lowerLevel, now.lowerLevel);
+        SeekAnew(level, mSameLevel, found.sameLevel, now.sameLevel);
         return now;
     }
 
     /// Drops the link of a tag, to which a step was taken.
-    void Drop(ETag tag) { (tag == TAG_LOWER_LEVEL ? mLowerLevel : mSameLevel) = {}; }
+    void Drop(ETag tag) { (tag == TAG_LOWER_LEVEL ? mLowerLevel : mSameLevel) = {{}, true}; }
 
-    /// Takes note of what the cursor itself has changed.
+    /// Takes note of what is there after a step of the cursor. Without memory it notes nothing: then no
+    /// rewriting is told until the next step, and a link still leads only to what is there.
     void Remember(const Block& level) {
-        mShape = Walk(level, [](const Record&, const Place&) {});
+        mRecords.clear();
+        try {
+            RecordWalker walker(level);
+            while (const Record* record = walker.Next())
+                mRecords.push_back({walker.PlaceOf(*record), record->length, record->tag});
+        } catch (const std::bad_alloc&) {
+            mRecords.clear();
+        }
     }
 
 private:
-    // Calls `visit` for each nested record; gives a number that tells where they stand and how long they are.
-    template <class AnyBlock, class Visit>
-    static std::uint64_t Walk(AnyBlock& level, Visit visit) {
-        std::uint64_t shape = 0;
-        const auto mix = [&](std::uint64_t value) {
-            shape = (shape ^ value) * 0x9E3779B97F4A7C15u;
-            shape ^= shape >> 32;
-        };
-        RecordWalker<AnyBlock> walker(level);
-        while (auto* record = walker.Next()) {
-            if (record->tag != TAG_LOWER_LEVEL && record->tag != TAG_SAME_LEVEL) continue;
-            const Place place = walker.PlaceOf(*record);
-            mix(place.block << 4 | record->tag);
-            mix(std::uint64_t{place.offset} << 32 | record->length);
-            visit(*record, place);
-        }
-        return shape;
+    struct Link {
+        Place place;
+        bool isDropped = false;
+    };
+    struct Remembered {
+        Place place;
+        std::uint32_t length;
+        unsigned char tag;
+    };
+
+    static Place PlaceIn(const Block& level, const Record* wanted) {
+        RecordWalker walker(level);
+        while (const Record* record = walker.Next())
+            if (record == wanted) return walker.PlaceOf(*record);
+        return {};
     }
 
-    Place mLowerLevel;
-    Place mSameLevel;
-    std::uint64_t mShape;
+    // New records stand only behind those of their block, so the remembered ones come in their order.
+    bool HoldsAllRemembered(const Block& level) const {
+        auto next = mRecords.begin();
+        RecordWalker walker(level);
+        while (next != mRecords.end()) {
+            const Record* record = walker.Next();
+            if (record == nullptr) return false;
+            if (walker.PlaceOf(*record) != next->place) continue;
+            if (record->length != next->length) return false;
+            if (record->tag != next->tag && record->tag != TAG_DELETED) return false;
+            ++next;
+        }
+        return true;
+    }
+
+    template <class AnyBlock>
+    auto FindKept(AnyBlock& level) const {
+        RecordWalker<AnyBlock> walker(level);
+        Links<typename RecordWalker<AnyBlock>::AnyRecord> kept;
+        while (auto* record = walker.Next()) {
+            const Place place = walker.PlaceOf(*record);
+            if (record->tag == TAG_LOWER_LEVEL && place == mLowerLevel.place) kept.lowerLevel = record;
+            if (record->tag == TAG_SAME_LEVEL && place == mSameLevel.place) kept.sameLevel = record;
+        }
+        return kept;
+    }
+
+    template <class AnyRecord>
+    static void SeekAnew(const Block& level, Link& link, AnyRecord* found, AnyRecord*& now) {
+        if (now != nullptr || link.isDropped) return;
+        now = found;
+        link.place = PlaceIn(level, found);
+    }
+
+    Link mLowerLevel;
+    Link mSameLevel;
+    std::vector<Remembered> mRecords;  // in the order of a walk
 };
 
 }  // namespace ZBase::detail
