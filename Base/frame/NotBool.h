@@ -4,9 +4,13 @@
 
 namespace ZBase {
 
-/// A number, an enumerator or a pointer, which would pass for a `bool`. Functions that take a flag are
-/// deleted for it: a size or a text in the place of the flag does not compile.
+/// A number, an enumerator or a pointer, which would pass for a `bool`, or an object that becomes one by way
+/// of these, as a `std::atomic<std::size_t>` does. Functions that take a flag are deleted for it: a size or a
+/// text in the place of the flag does not compile. An object that itself says it is a `bool`, as
+/// `std::true_type` and what a `std::vector<bool>` gives do, is a flag.
 template <class T>
-concept NotBool = std::is_scalar_v<T> && !std::is_same_v<T, bool>;
+concept NotBool =
+    !std::is_same_v<T, bool> &&
+    (std::is_scalar_v<T> || (std::is_convertible_v<T, bool> && !requires(T value) { bool{value}; }));
 
 }  // namespace ZBase

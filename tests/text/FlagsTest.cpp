@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -19,6 +21,13 @@ using Units = unsigned short*;
 using Octets = const unsigned char*;
 using Contract = ZBase::SmartPtrI<ZBase::MemoryContract>&;
 enum Unscoped { kSome };
+
+// Becomes what it holds.
+template <class Held>
+struct Handle {
+    Held held;
+    operator Held() const { return held; }
+};
 
 // For each function, whether it takes arguments of these types.
 #define TAKES(function)          \
@@ -54,7 +63,8 @@ constexpr int kAll = 15;
 
 TEST(Flags, BoolIsTakenByAll) {
     static_assert(kTaking<bool> == kAll && kTaking<const bool&> == kAll);
-    static_assert(kTaking<std::vector<bool>::reference> == kAll);
+    static_assert(kTaking<std::vector<bool>::reference> == kAll && kTaking<std::true_type> == kAll);
+    static_assert(kTaking<Handle<bool>> == kAll && kTaking<std::atomic<bool>&> == kAll);
 }
 
 TEST(Flags, SizeInItsPlaceDoesNotCompile) {
@@ -65,6 +75,13 @@ TEST(Flags, SizeInItsPlaceDoesNotCompile) {
 TEST(Flags, TextInItsPlaceDoesNotCompile) {
     static_assert(kTaking<const char*> == 0 && kTaking<const char(&)[3]> == 0 && kTaking<Wide> == 0);
     static_assert(kTaking<void (*)()> == 0 && kTaking<std::nullptr_t> == 0);
+}
+
+TEST(Flags, ObjectThatBecomesASizeOrATextInItsPlaceDoesNotCompile) {
+    static_assert(kTaking<std::atomic<std::size_t>&> == 0);
+    static_assert(kTaking<Handle<std::size_t>> == 0 && kTaking<Handle<int>&> == 0 &&
+                  kTaking<Handle<double>> == 0);
+    static_assert(kTaking<Handle<const char*>> == 0);
 }
 
 TEST(Flags, TextsConvertAsBefore) {
