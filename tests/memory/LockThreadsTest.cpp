@@ -22,7 +22,7 @@ constexpr std::size_t kGrowLimit = 268435456;
 
 // What a thread does at most until the lock comes, which may take long on a machine that is busy. A sanitizer
 // keeps books of each byte of a big piece.
-constexpr int kMostCalls = 100000;
+constexpr int kMostCalls = 10000;
 constexpr int kMostBigPieces = 4;
 constexpr int kBigRounds = test::kIsSanitized ? 30 : 300;
 
