@@ -35,11 +35,14 @@ auto FindLinks(AnyBlock& block) {
 /// of a record that the cursor left there is none of its length that has its tag or is dead.
 class LiveLinks {
 public:
-    explicit LiveLinks(const Block& level) : LiveLinks(level, FindLinks(level)) {}
+    /// Throws `std::bad_alloc`.
+    explicit LiveLinks(const Block& level) {
+        SetPlaces(level, FindLinks(level));
+        Note(level);
+    }
 
     LiveLinks(const Block& level, Links<const Record> links) {
-        mLowerLevel.place = PlaceIn(level, links.lowerLevel);
-        mSameLevel.place = PlaceIn(level, links.sameLevel);
+        SetPlaces(level, links);
         Remember(level);
     }
 
@@ -49,7 +52,7 @@ public:
     template <class AnyBlock>
     auto Look(AnyBlock& level, bool& isRewritten) {
         isRewritten = !HoldsAllRemembered(level);
-        if (isRewritten) *this = LiveLinks(level);
+        if (isRewritten) *this = LiveLinks(level, FindLinks(static_cast<const Block&>(level)));
         auto now = FindKept(level);
         if ((now.lowerLevel != nullptr || mLowerLevel.isDropped) &&
             (now.sameLevel != nullptr || mSameLevel.isDropped))
@@ -66,11 +69,8 @@ public:
     /// Takes note of what is there after a step of the cursor. Without memory it notes nothing: then no
     /// rewriting is told until the next step, and a link still leads only to what is there.
     void Remember(const Block& level) {
-        mRecords.clear();
         try {
-            RecordWalker walker(level);
-            while (const Record* record = walker.Next())
-                mRecords.push_back({walker.PlaceOf(*record), record->length, record->tag});
+            Note(level);
         } catch (const std::bad_alloc&) {
             mRecords.clear();
         }
@@ -86,6 +86,18 @@ private:
         std::uint32_t length;
         unsigned char tag;
     };
+
+    void Note(const Block& level) {
+        mRecords.clear();
+        RecordWalker walker(level);
+        while (const Record* record = walker.Next())
+            mRecords.push_back({walker.PlaceOf(*record), record->length, record->tag});
+    }
+
+    void SetPlaces(const Block& level, Links<const Record> links) {
+        mLowerLevel.place = PlaceIn(level, links.lowerLevel);
+        mSameLevel.place = PlaceIn(level, links.sameLevel);
+    }
 
     static Place PlaceIn(const Block& level, const Record* wanted) {
         RecordWalker walker(level);
