@@ -74,6 +74,7 @@ mkdir -p "$place"
 work=$(mktemp -d "$place/.installing-XXXXXX")
 trap 'rm -rf "$work"; end_progress' EXIT
 given=${ZBASE_BREAKPAD_DIR:-}
+case $given in "" | /*) ;; *) refuse "ZBASE_BREAKPAD_DIR=$given: it has to be an absolute path" ;; esac
 if [ -d "$given" ]; then
     [ "$(field name "$given/package.json" 2>/dev/null)" = minidump ] && [ -d "$given/deps/breakpad/src" ] ||
         refuse "ZBASE_BREAKPAD_DIR=$given does not hold the package minidump: package.json and deps/breakpad/src"

@@ -50,7 +50,7 @@ SharedLibraryImpl::~SharedLibraryImpl() {
 void* SharedLibraryImpl::GetFunctionAddress(const unsigned short* name) {
     Message failure;
     void* address = static_cast<SharedLibrary*>(this)->GetFunctionAddressOrNULL(name, &failure);
-    if (address == nullptr && !failure.IsEmpty()) throw failure;
+    if (address == nullptr) throw failure;
     return address;
 }
 
@@ -84,7 +84,6 @@ void SharedLibraryImpl::ZENTInitialize() {
     try {
         const auto getInitialiser =
             reinterpret_cast<ReferenceCounted* (*)()>(GetFunctionAddress("GetZENTDLLInitializer"_w));
-        if (getInitialiser == nullptr) return;
         ReferenceCounted* initialiser = getInitialiser();
         if (initialiser != mInitialiser.Get()) {
             mInitialiser.Reset();  // first, and where what it throws is caught

@@ -17,8 +17,8 @@ public:
     virtual ~SharedLibrary() = default;
 
     /// The address of a function, or of anything else that the library itself exports: data, data of the
-    /// calling thread, a number, which is null only where that number is 0. Throws a `Message` when the
-    /// library does not export it, and `StringConversionException` for a name beyond ASCII.
+    /// calling thread, a number. Never null: throws a `Message` when the library does not export it, an empty
+    /// one when what it exports is the number 0, and `StringConversionException` for a name beyond ASCII.
     virtual void* GetFunctionAddress(const unsigned short* name) = 0;
 
     /// The same, with null in place of the `Message`, which is put in front of `*message` unless that is

@@ -159,8 +159,9 @@ std::size_t ExpatReader::Parse(const char* bytes, std::size_t size, EGive give) 
         auto count = static_cast<std::size_t>(std::min<std::uint64_t>(rest, feed));
         const bool isLast = give == EGive::TheEnd && count == rest;
         if (!isLast) {
-            count = WithoutCutLineEnd(bytes + given, count);
+            // Before a line end is taken off: it would be taken off again each time.
             const bool isWorthIt = unfinished <= kShortToken || count >= unfinished;
+            count = WithoutCutLineEnd(bytes + given, count);
             if (count == 0 || (give == EGive::WhatIsWorthIt && !isWorthIt)) return given;
         }
         ParsePiece(bytes + given, static_cast<int>(count), isLast);

@@ -37,13 +37,14 @@ protected:
     // Starts the program and gives the name that the library tells before and after `change()`.
     template <class Change>
     static std::pair<std::string, std::string> NamesAround(const fs::path& program, Change change) {
+        const fs::path real = fs::canonical(program);
         const pid_t child = fork();
         if (child == 0) {
             execl(program.c_str(), program.c_str(), "1000", nullptr);
             _exit(99);
         }
         const auto id = static_cast<unsigned int>(child);
-        while (fs::read_symlink("/proc/" + std::to_string(child) + "/exe") != program) usleep(1000);
+        while (fs::read_symlink("/proc/" + std::to_string(child) + "/exe") != real) usleep(1000);
         const std::string before = Narrow(ZBase::GetProcessName(id));
         change();
         const std::string after = Narrow(ZBase::GetProcessName(id));

@@ -69,7 +69,7 @@ TEST_F(ExportedSymbols, NumbersZeroIncluded) {
     ZBase::Message message;
     EXPECT_EQ(mLibrary->GetFunctionAddressOrNULL("AbsoluteZero"_w, &message), nullptr);
     EXPECT_TRUE(message.IsEmpty());
-    EXPECT_EQ(mLibrary->GetFunctionAddress("AbsoluteZero"_w), nullptr);
+    EXPECT_THROW(mLibrary->GetFunctionAddress("AbsoluteZero"_w), ZBase::Message);
 }
 
 TEST_F(ExportedSymbols, NothingElse) {

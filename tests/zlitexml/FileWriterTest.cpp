@@ -68,7 +68,7 @@ TEST_F(FileWriter, FileIsThereFromTheEndOfTheRootOn) {
     const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = false});
     writer->StartElement("a");
     writer->Characters(std::string(200000, 'x').c_str());
-    EXPECT_EQ(Files(), 0u);
+    EXPECT_FALSE(fs::exists(file));
     writer->EndElement("a");
     EXPECT_EQ(ReadAll(file), "<a>" + std::string(200000, 'x') + "</a>");
     EXPECT_EQ(Files(), 1u);
@@ -243,7 +243,7 @@ TEST_F(FileWriter, OwnerStaysWhereItMay) {
     if (geteuid() != 0) GTEST_SKIP() << "only root may give files away";
     const fs::path file = mFolder / "old.xml";
     std::ofstream(file) << "old";
-    ASSERT_EQ(chown(file.c_str(), 12345, 23456), 0);
+    if (chown(file.c_str(), 12345, 23456) != 0) GTEST_SKIP() << "this root may not give files away";
     ASSERT_EQ(chmod(file.c_str(), 02640), 0);
     WriteTo(file);
     struct stat facts {};
@@ -259,15 +259,16 @@ TEST_F(FileWriter, PermissionsOfAnotherGroupAreNotHandedOn) {
     if (geteuid() != 0) GTEST_SKIP() << "needs a file of another group";
     const fs::path file = mFolder / "old.xml";
     std::ofstream(file) << "old";
-    ASSERT_EQ(chown(file.c_str(), 12345, 23456), 0);
+    if (chown(file.c_str(), 12345, 23456) != 0) GTEST_SKIP() << "this root may not give files away";
     ASSERT_EQ(chmod(file.c_str(), 0664), 0);
     ASSERT_EQ(chmod(mFolder.c_str(), 0777), 0);
-    EXPECT_EQ(InChild([&] {
-                  if (setgid(65534) != 0 || setuid(65534) != 0) return kSkipped;
-                  WriteTo(file);
-                  return 0;
-              }),
-              0);
+    const int result = InChild([&] {
+        if (setgid(65534) != 0 || setuid(65534) != 0) return kSkipped;
+        WriteTo(file);
+        return 0;
+    });
+    if (result == kSkipped) GTEST_SKIP() << "this root may not become another user";
+    EXPECT_EQ(result, 0);
     EXPECT_EQ(ModeOf(file), 0644u);
     EXPECT_EQ(ReadAll(file), "<a/>");
 }
@@ -277,14 +278,14 @@ TEST_F(FileWriter, FileInAClosedDirectoryIsWrittenInPlace) {
     std::ofstream(file) << "old and longer than what is written";
     ASSERT_EQ(chmod(file.c_str(), 0666), 0);
     ASSERT_EQ(chmod(mFolder.c_str(), 0555), 0);
-    EXPECT_EQ(
-        InChild([&] {
-            if (geteuid() == 0 && setuid(65534) != 0) return kSkipped;
-            WriteTo(file);
-            return WhatIsSaid([&] { WriteTo(mFolder / "new.xml"); }).ends_with(": Permission denied") ? 0 : 2;
-        }),
-        0);
+    const int result = InChild([&] {
+        if (geteuid() == 0 && setuid(65534) != 0) return kSkipped;
+        WriteTo(file);
+        return WhatIsSaid([&] { WriteTo(mFolder / "new.xml"); }).ends_with(": Permission denied") ? 0 : 2;
+    });
     ASSERT_EQ(chmod(mFolder.c_str(), 0755), 0);
+    if (result == kSkipped) GTEST_SKIP() << "this root may not become another user";
+    EXPECT_EQ(result, 0);
     EXPECT_EQ(ReadAll(file), "<a/>");
     EXPECT_EQ(Files(), 1u);
 }

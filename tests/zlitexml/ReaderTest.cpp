@@ -282,6 +282,18 @@ std::string Declared(int attributes) {
     return document + "><!ATTLIST f a CDATA #IMPLIED b CDATA #IMPLIED>]><e/>";
 }
 
+// Such a one may be half of a line end, so it waits for what comes behind it.
+TEST(Reader, CarriageReturnsInALongTokenKeepNothingBack) {
+    const std::string document =
+        "<a><!--" + std::string(2 << 20, '\r') + "--><b/>" + std::string(3 << 20, ' ');
+    std::string log;
+    const auto reader = ZLiteXML::CreateReader();
+    reader->PushHandler(new Recorder(log, ""));
+    for (std::size_t at = 0; at < document.size(); at += 4096)
+        reader->Read(document.data() + at, std::min<std::size_t>(4096, document.size() - at));
+    EXPECT_NE(log.find("<b "), std::string::npos);
+}
+
 TEST(Reader, DeclaredAttributesAreCountedForEachElement) {
     EXPECT_EQ(Refusal(Declared(128)), "nothing");
     EXPECT_NE(Refusal(Declared(129)).find("more than 128 attributes declared for element \"e\"."),

@@ -2,8 +2,10 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <sys/stat.h>
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -88,13 +90,47 @@ Folders FoldersFor(const ImageNeeds& needs, const std::string& file, const Folde
     return asked;
 }
 
+/// The name that a loaded module goes by among the others; null if it has none.
+const char* OwnName(const dl_phdr_info& info) {
+    for (int i = 0; i != info.dlpi_phnum; ++i) {
+        if (info.dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
+        std::uintptr_t texts = 0;
+        const ElfW(Dyn)* name = nullptr;
+        auto* entry = reinterpret_cast<const ElfW(Dyn)*>(info.dlpi_addr + info.dlpi_phdr[i].p_vaddr);
+        for (; entry->d_tag != DT_NULL; ++entry) {
+            if (entry->d_tag == DT_STRTAB) texts = entry->d_un.d_ptr;
+            if (entry->d_tag == DT_SONAME) name = entry;
+        }
+        if (texts == 0 || name == nullptr) return nullptr;
+        if (texts < info.dlpi_addr) texts += info.dlpi_addr;  // the loader has not written there
+        return reinterpret_cast<const char*>(texts + name->d_un.d_val);
+    }
+    return nullptr;
+}
+
+/// Whether the loader has a module of that name already, and so opens no file for it. The name of the file
+/// alone does not count for it.
 bool IsInProcess(const std::string& name) {
     const auto isIt = [](dl_phdr_info* info, std::size_t, void* argument) {
-        const std::string_view loaded(info->dlpi_name);
-        const std::string_view wanted(*static_cast<const std::string*>(argument));
-        return static_cast<int>(loaded == wanted || loaded.substr(loaded.rfind('/') + 1) == wanted);
+        const auto& wanted = *static_cast<const std::string*>(argument);
+        const char* const own = OwnName(*info);
+        return static_cast<int>(info->dlpi_name == wanted || (own != nullptr && own == wanted));
     };
     return dl_iterate_phdr(isIt, const_cast<std::string*>(&name)) != 0;
+}
+
+/// The same of the name that is asked for, which the loader compares with all that it was asked for before.
+/// It reads no more than the headers of a file for that.
+bool IsLoaded(const char* name) {
+    void* const module = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+    if (module != nullptr) dlclose(module);
+    return module != nullptr;
+}
+
+// In what is none, the loader may wait as soon as it opens it.
+bool IsRegularFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 /// One image to look at, and where what it needs is looked for.
@@ -110,7 +146,7 @@ public:
         while (!mVisits.empty()) {
             const Visit visit = std::move(mVisits.back());
             mVisits.pop_back();
-            if (!Take(visit)) return false;
+            if (!Take(visit)) return visit.name == name && IsRegularFile(mFound) && IsLoaded(name.c_str());
         }
         return true;
     }
@@ -130,6 +166,7 @@ private:
             const auto folders = std::make_shared<const Folders>(FoldersFor(needs, file, mOwn));
             for (std::string& name : needs.names) mVisits.push_back({std::move(name), folders});
         }
+        mFound = std::move(file);
         return image != EImage::kDamaged;
     }
 
@@ -146,6 +183,7 @@ private:
     const Folders mOwn = OwnFolders();
     std::vector<Visit> mVisits;
     std::set<std::string> mSeen;
+    std::string mFound;  // the file of the last visit
 };
 
 }  // namespace

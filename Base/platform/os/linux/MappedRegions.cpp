@@ -1,7 +1,6 @@
 #include <Base/platform/os/linux/MappedRegions.h>
 
 #include <fcntl.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -44,12 +43,7 @@ bool Parse(std::string_view line, MappedRegion& region) {
     region.start = std::strtoull(range.c_str(), &end, 16);
     if (*end != '-') return false;
     region.end = std::strtoull(end + 1, nullptr, 16);
-    TakeWord(line);
-    TakeWord(line);
-    const std::string device(TakeWord(line));
-    const auto major = static_cast<unsigned int>(std::strtoul(device.c_str(), &end, 16));
-    region.device =
-        *end != ':' ? 0 : makedev(major, static_cast<unsigned int>(std::strtoul(end + 1, nullptr, 16)));
+    for (int i = 0; i != 3; ++i) TakeWord(line);
     region.inode = std::strtoul(std::string(TakeWord(line)).c_str(), nullptr, 10);
     region.path = line;
     return true;

@@ -10,9 +10,8 @@ namespace ZBase::os {
 struct MappedRegion {
     std::uintptr_t start;
     std::uintptr_t end;
-    unsigned long device;  // of the file
-    unsigned long inode;   // 0 for a mapping of no file
-    std::string path;      // empty for a mapping of no file
+    unsigned long inode;  // of the file; 0 for a mapping of no file
+    std::string path;     // empty for a mapping of no file
 };
 
 /// Calls `visit` with each mapping, from the lowest, until it gives true; whether it did. Uses no stream of

@@ -12,7 +12,7 @@ std::string ModulePath(const link_map& module) {
     MappedRegion region;
     if (*module.l_name != '/' && FindMappedRegion(reinterpret_cast<std::uintptr_t>(module.l_ld), region) &&
         region.path.starts_with('/'))
-        return WithoutDeletionMark(region.path, region.device, region.inode);
+        return WithoutDeletionMark(region.path, region.inode);
     return module.l_name;
 }
 

@@ -56,14 +56,13 @@ std::string ProgramPath() {
 
 std::string WithoutDeletionMark(const std::string& path, const char* file) {
     struct stat status {};
-    if (stat(file, &status) != 0) status = {};
-    return WithoutDeletionMark(path, status.st_dev, status.st_ino);
+    return WithoutDeletionMark(path, stat(file, &status) == 0 ? status.st_ino : 0);
 }
 
-std::string WithoutDeletionMark(const std::string& path, unsigned long device, unsigned long inode) {
+std::string WithoutDeletionMark(const std::string& path, unsigned long inode) {
     if (!path.ends_with(kMark)) return path;
     struct stat named {};
-    if (lstat(path.c_str(), &named) == 0 && named.st_dev == device && named.st_ino == inode) return path;
+    if (lstat(path.c_str(), &named) == 0 && named.st_ino == inode) return path;
     return path.substr(0, path.size() - kMark.size());
 }
 

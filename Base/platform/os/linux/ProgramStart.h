@@ -17,7 +17,8 @@ std::string ProgramPath();
 /// its name.
 std::string WithoutDeletionMark(const std::string& path, const char* file);
 
-/// The same for the file with these numbers.
-std::string WithoutDeletionMark(const std::string& path, unsigned long device, unsigned long inode);
+/// The same for the file with this number. Its device does not count: the list of mappings names another one
+/// than the file does where file systems lie upon each other.
+std::string WithoutDeletionMark(const std::string& path, unsigned long inode);
 
 }  // namespace ZBase::os
