@@ -6,12 +6,14 @@
 
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
+#include <Base/platform/os/Clock.h>
 #include <Base/platform/os/Forks.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/Threads.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -20,8 +22,8 @@ namespace ZBase::detail {
 
 namespace {
 
-constexpr int kYields = 100;
-constexpr int kMilliseconds = 20;  // of all waits of a fork together
+constexpr std::uint64_t kYields = 10;
+constexpr std::uint64_t kPatience = 20;  // milliseconds, of all waits of a fork together
 
 using Word = std::atomic<std::int32_t>;
 
@@ -32,25 +34,34 @@ constinit std::array<Slot, 64> sSlots{};
 constinit std::atomic<int> sForks{0};
 constinit std::mutex sModuleEnumeration;
 
-/// Waits for something that can be tried, until its time is up.
+std::uint64_t Milliseconds() {
+    std::uint64_t ticks = 0;
+    std::uint64_t ticksPerSecond = 0;
+    return os::QueryCounter(ticks) && os::QueryCounterFrequency(ticksPerSecond)
+               ? ticks * 1000 / ticksPerSecond
+               : 0;
+}
+
+/// Waits for something that can be tried, until its time is up. Goes by the clock: on a busy machine a yield
+/// may last as long as a pause.
 class Patience {
 public:
     template <class Try>
     bool Until(const Try& attempt) {
-        for (int i = 0; i != kYields; ++i) {
+        for (;;) {
             if (attempt()) return true;
-            os::YieldThread();
+            if (mTries == kYields + kPatience || Milliseconds() - mBegin >= kPatience) return false;
+            if (mTries++ < kYields) {
+                os::YieldThread();
+            } else {
+                os::SleepMilliseconds(1);
+            }
         }
-        while (mLeft-- > 0) {
-            os::SleepMilliseconds(1);
-            if (attempt()) return true;
-        }
-        mLeft = 0;
-        return false;
     }
 
 private:
-    int mLeft = kMilliseconds;
+    const std::uint64_t mBegin = Milliseconds();
+    std::uint64_t mTries = 0;
 };
 
 }  // namespace
