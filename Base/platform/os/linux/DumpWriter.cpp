@@ -20,7 +20,6 @@ namespace ZBase::os {
 
 namespace {
 
-using google_breakpad::ExceptionHandler;
 using google_breakpad::MinidumpDescriptor;
 
 constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
@@ -152,9 +151,13 @@ bool DumpWriter::CloseFile(bool written) {
 }
 
 void DumpWriter::SayWhere(const char* directory, const char* why, const char* reason) {
-    stpcpy(stpcpy(stpcpy(stpcpy(stpcpy(mElsewhere, directory), " ("), why), ": "),
-           reason == nullptr ? "?" : reason);
-    strcat(mElsewhere, ")");
+    std::size_t size = 0;
+    for (const char* part : {directory, " (", why, ": ", reason == nullptr ? "?" : reason, ")"}) {
+        const std::size_t length = strnlen(part, sizeof mElsewhere - 1 - size);
+        std::memcpy(mElsewhere + size, part, length);
+        size += length;
+    }
+    mElsewhere[size] = 0;
 }
 
 std::string AbsoluteDumpDirectory(const std::string& directory) {

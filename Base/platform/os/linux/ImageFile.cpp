@@ -312,10 +312,11 @@ private:
 
     bool ReadName(std::uint64_t offset, std::string& name) const {
         const std::uint64_t size = mDynamic.values[DT_STRSZ].value_or(0);
+        const std::uint64_t texts = mDynamic.values[DT_STRTAB].value_or(0);
         name.clear();
         for (; offset < size; ++offset) {
             char c = 0;
-            if (!ReadAt(*mDynamic.values[DT_STRTAB] + offset, &c, 1)) return false;
+            if (!ReadAt(texts + offset, &c, 1)) return false;
             if (c == 0) return true;
             name += c;
         }

@@ -47,6 +47,7 @@ std::vector<NetworkAddress> OwnAddresses() {
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<NetworkAddress> addresses;
+    addresses.reserve(ranked.size());
     for (const auto& [rank, address] : ranked) addresses.push_back(address);
     return addresses;
 }
