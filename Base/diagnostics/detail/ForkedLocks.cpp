@@ -32,7 +32,7 @@ struct alignas(64) Slot {
 };
 constinit std::array<Slot, 64> sSlots{};
 constinit std::atomic<int> sForks{0};
-constinit std::mutex sModuleEnumeration;
+std::mutex sModuleEnumeration;
 
 std::uint64_t Milliseconds() {
     std::uint64_t ticks = 0;
