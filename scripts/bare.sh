@@ -17,10 +17,9 @@ fetch_system() {
 
 copy_settings() {
     rm -rf "$root/etc/apt"
-    cp -a /etc/apt "$root/etc/apt"
-    cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/"
+    cp -a /etc/apt "$root/etc/apt" && cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/" || return
     cp -a /usr/local/share/ca-certificates/. "$root/usr/local/share/ca-certificates/" 2>/dev/null || :
-    chroot "$root" update-ca-certificates
+    chroot "$root" update-ca-certificates || return
     cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
     local settings
     for settings in /etc/npmrc /usr/etc/npmrc "$HOME/.npmrc"; do
@@ -52,10 +51,8 @@ environment() {
 run_inside() { chroot "$root" /usr/bin/env -i "${inside[@]}" "$@"; }
 
 use_ccache() {
-    mkdir "$root/ccache"
-    mount --bind "$CCACHE_DIR" "$root/ccache"
-    chroot "$root" apt-get update
-    chroot "$root" apt-get install -y --no-install-recommends ccache
+    mkdir "$root/ccache" && mount --bind "$CCACHE_DIR" "$root/ccache" && chroot "$root" apt-get update &&
+        chroot "$root" apt-get install -y --no-install-recommends ccache
 }
 
 if [ "${1:-}" != --inside ]; then

@@ -64,7 +64,7 @@ by_npm() {
 
 by_curl() {
     registry=$(cd "$pinned" && node --input-type=module -e 'import url from "/usr/share/nodejs/registry-url/index.js"; console.log(url())') &&
-        get="curl --fail --silent --show-error --location --connect-timeout 10 --speed-limit 1000 --speed-time 20 --max-time 300" &&
+        get="curl --fail --silent --show-error --location --connect-timeout 10 --retry 1 --retry-delay 2 --retry-all-errors --speed-limit 1000 --speed-time 20 --max-time 300" &&
         $get "${registry}minidump/$version" -o "$work/about.json" &&
         tarball=$(node -p 'JSON.parse(require("fs").readFileSync(process.argv[1])).dist.tarball' "$work/about.json") &&
         $get "$tarball" -o "$work/minidump.tgz"
@@ -91,7 +91,7 @@ elif command -v npm >/dev/null; then
     fi
 else
     if ! run_logged "$work/log" "Fetching Breakpad" by_curl; then
-        tail -n 3 "$work/log" >&2
+        grep "^curl: " "$work/log" >&2 || tail -n 3 "$work/log" >&2
         without_registry ""
     fi
     unpack "$work/minidump.tgz"
