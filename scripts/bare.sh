@@ -6,20 +6,23 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
 
+# The place for temporary files is not in there.
+in_root() { env -u TMPDIR chroot "$root" "$@"; }
+
 fetch_system() {
     local suite mirror
     suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
     mirror=$(apt-get indextargets --format '$(REPO_URI)' "Release: $suite" "Component: main" | head -n 1)
     eval "$(apt-config shell http_proxy Acquire::http::Proxy https_proxy Acquire::https::Proxy)"
     export http_proxy https_proxy
-    debootstrap --variant=minbase --include=git,ca-certificates "$suite" "$root" "${mirror:-http://deb.debian.org/debian}"
+    env -u TMPDIR debootstrap --variant=minbase --include=git,ca-certificates "$suite" "$root" "${mirror:-http://deb.debian.org/debian}"
 }
 
 copy_settings() {
     rm -rf "$root/etc/apt"
     cp -a /etc/apt "$root/etc/apt" && cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/" || return
     cp -a /usr/local/share/ca-certificates/. "$root/usr/local/share/ca-certificates/" 2>/dev/null || :
-    chroot "$root" update-ca-certificates || return
+    in_root update-ca-certificates || return
     cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
     local settings
     for settings in /etc/npmrc /usr/etc/npmrc "$HOME/.npmrc"; do
@@ -48,11 +51,11 @@ environment() {
     fi
 }
 
-run_inside() { chroot "$root" /usr/bin/env -i "${inside[@]}" "$@"; }
+run_inside() { in_root /usr/bin/env -i "${inside[@]}" "$@"; }
 
 use_ccache() {
-    mkdir "$root/ccache" && mount --bind "$CCACHE_DIR" "$root/ccache" && chroot "$root" apt-get update &&
-        chroot "$root" apt-get install -y --no-install-recommends ccache
+    mkdir "$root/ccache" && mount --bind "$CCACHE_DIR" "$root/ccache" && in_root apt-get update &&
+        in_root apt-get install -y --no-install-recommends ccache
 }
 
 if [ "${1:-}" != --inside ]; then
@@ -85,7 +88,7 @@ if [ "${CMAKE_CXX_COMPILER_LAUNCHER:-}" = ccache ] && [ -d "${CCACHE_DIR:-}" ]; 
 fi
 git clone -q --no-local "$PWD" "$root/root/zbase"
 mapfile -t inside < <(environment)
-packages() { chroot "$root" dpkg-query -W | wc -l; }
+packages() { in_root dpkg-query -W | wc -l; }
 before=$(packages)
 for script in demo.sh test.sh; do
     echo "-- scripts/$script"
