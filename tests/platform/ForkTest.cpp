@@ -68,7 +68,7 @@ struct Use {
 class Fork : public testing::TestWithParam<Use> {};
 
 TEST_P(Fork, OfABusyProcessGivesAChildThatWorks) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
     const auto use = GetParam().use;
     std::atomic<bool> stop{false};
     std::atomic<int> failures{0};

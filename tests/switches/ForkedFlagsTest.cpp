@@ -26,7 +26,7 @@ int UseFlags() {
 }
 
 TEST(FeatureFlags, WorkInEachChildOfABusyProcess) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
     ZBase::NotifyFeatureFlagMgrInitialized();
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;

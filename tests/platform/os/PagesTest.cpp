@@ -64,7 +64,7 @@ TEST(Pages, NeedNoHeap) {
 }
 
 TEST(Pages, AreGivenInEachChildOfABusyProcess) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
     const Busy busy(3, [] { UsePages(); });
     for (int i = 0; i != kForks; ++i) ASSERT_EQ(test::InChild([] { return UsePages() ? 0 : 1; }), 0) << i;
 }
