@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string_view>
@@ -21,17 +22,18 @@ using DebugHelp::SymbolEngine;
 constinit std::recursive_mutex sLock;
 std::atomic<std::uint32_t> sOptions{0};
 
-SymbolEngine* spEngine = new SymbolEngine;  // owned
+SymbolEngine* spEngine = nullptr;  // owned; made by the first call, since a constructor at load can't refuse
+bool sMustBegin = false;           // a child's, since the one that it left was begun
+bool sIsUnloaded = false;
 std::atomic<bool> sIsBusy{false};
 
 // A child of a fork may have the lock of a thread that is not there, and an engine in the middle of
 // something, which is left as it is.
 void RenewInChild() {
     ::new (static_cast<void*>(&sLock)) std::recursive_mutex;
-    if (!sIsBusy.exchange(false)) return;
-    const bool wasBegun = spEngine->IsBegun();
-    spEngine = new (std::nothrow) SymbolEngine;
-    if (spEngine != nullptr && wasBegun) spEngine->Begin();
+    if (!sIsBusy.exchange(false) || spEngine == nullptr) return;
+    sMustBegin = spEngine->IsBegun();
+    spEngine = nullptr;
 }
 
 [[maybe_unused]] const bool sIsWatching = pthread_atfork(nullptr, nullptr, RenewInChild) == 0;
@@ -39,9 +41,19 @@ void RenewInChild() {
 /// Ends the engine when the module is unloaded, if nobody is inside of it.
 struct EngineEnd {
     ~EngineEnd() {
+        sIsUnloaded = true;
         if (!sIsBusy) delete std::exchange(spEngine, nullptr);
     }
 } const sEngineEnd;
+
+SymbolEngine& Engine() {
+    if (spEngine == nullptr) {
+        auto engine = std::make_unique<SymbolEngine>();
+        if (sMustBegin) engine->Begin();
+        spEngine = engine.release();
+    }
+    return *spEngine;
+}
 
 /// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out. A thread that is in
 /// a look-up already (its heap may want to know who calls it) gets 0.
@@ -49,11 +61,11 @@ template <class Operation>
 std::int32_t WithEngine(Operation operation) noexcept {
     try {
         const std::scoped_lock lock(sLock);
-        if (spEngine == nullptr || sIsBusy.exchange(true)) return 0;
+        if (sIsUnloaded || sIsBusy.exchange(true)) return 0;
         struct End {
             ~End() { sIsBusy = false; }
         } const end;
-        return operation(*spEngine) ? 1 : 0;
+        return operation(Engine()) ? 1 : 0;
     } catch (...) {
         return 0;
     }
