@@ -46,9 +46,12 @@ struct FoundLine {
     Dwarf_Addr address = 0;
 };
 
+// The index gives a line for what lies between units, too.
 bool FindIndexed(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
     Dwfl_Line* const line = dwfl_module_getsrc(module, address);
-    if (line == nullptr) return false;
+    Dwarf_Addr bias = 0;
+    if (line == nullptr || dwfl_module_getdwarf(module, &bias) == nullptr) return false;
+    if (dwarf_haspc(dwfl_linecu(line), address - bias) != 1) return false;
     found.file = dwfl_lineinfo(line, &found.address, &found.number, nullptr, nullptr, nullptr);
     return found.file != nullptr;
 }

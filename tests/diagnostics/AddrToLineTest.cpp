@@ -17,6 +17,8 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFile.h"
 
+extern "C" void _start();
+
 namespace {
 
 using ZBase::AddrToLine;
@@ -115,6 +117,13 @@ TEST(AddrToLine, LineIsThatOfTheAddressItself) {
     const int line = std::stoi(Fetch(stack[0]).line);
     EXPECT_GT(line, before);
     EXPECT_LE(line, before + 2);
+}
+
+TEST(AddrToLine, CodeBetweenCompilationUnitsHasNoLine) {
+    const Fetched fetched = Fetch(reinterpret_cast<std::uint64_t>(&_start));
+    EXPECT_EQ(fetched.symbol, "_start");
+    EXPECT_EQ(fetched.file, "f");
+    EXPECT_EQ(fetched.line, "l");
 }
 
 TEST(AddrToLine, StrippedModuleStillGivesItsExportedSymbols) {
