@@ -7,6 +7,7 @@
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/CrashReportSender.h>
 #include <Base/diagnostics/AddrToLine.h>
+#include <Base/diagnostics/AllStacks.h>
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/CallStackLine.h>
 #include <Base/diagnostics/CallStackLogger.h>

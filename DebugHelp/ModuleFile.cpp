@@ -30,25 +30,6 @@ bool VisitSegments(const LoadedModule& module, Visitor visitor) {
     return true;
 }
 
-std::string_view FindBuildId(const char* notes, std::size_t size, std::size_t alignment) {
-    const auto aligned = [alignment](std::size_t length) {
-        return (length + alignment - 1) & ~(alignment - 1);
-    };
-    ElfW(Nhdr) header;
-    while (size > sizeof header) {
-        std::memcpy(&header, notes, sizeof header);
-        const std::size_t idAt = aligned(sizeof header + header.n_namesz);
-        const std::size_t length = idAt + aligned(header.n_descsz);
-        if (length > size) break;
-        if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == 4 &&
-            std::memcmp(notes + sizeof header, "GNU", 4) == 0)
-            return {notes + idAt, header.n_descsz};
-        notes += length;
-        size -= length;
-    }
-    return {};
-}
-
 bool IsKernels(const LoadedModule& module) {
     return module.start == getauxval(AT_SYSINFO_EHDR);
 }
@@ -75,13 +56,8 @@ bool LoadedModule::Find(std::uint64_t address, LoadedModule& module) {
 }
 
 std::string_view LoadedModule::BuildId() const {
-    std::string_view id;
-    VisitSegments(*this, [&](const ElfW(Phdr) & segment) {
-        if (segment.p_type != PT_NOTE || !id.empty()) return;
-        id = FindBuildId(reinterpret_cast<const char*>(bias + segment.p_vaddr), segment.p_memsz,
-                         segment.p_align == 8 ? 8 : 4);
-    });
-    return id;
+    ZBase::os::ModulePlace place{};
+    return ZBase::os::ModulePlace::Find(start, place) ? place.BuildId() : std::string_view();
 }
 
 std::string LoadedModule::Path() const {

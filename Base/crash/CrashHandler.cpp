@@ -3,6 +3,7 @@
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/ReportText.h>
 #include <Base/frame/WideLiteral.h>
+#include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
 #include <Base/platform/os/Forks.h>
@@ -116,6 +117,8 @@ bool InstallCrashHandler() {
         os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpSeconds());
     if (handler == nullptr) return false;
     gExceptionHandler = handler;  // an earlier one stays behind it
+    const auto stacks = gCrashConfig.find("stacks_on"_w);
+    if (stacks != gCrashConfig.end()) os::WriteStacksAtSignal(stacks->second.c_str(), directory.c_str());
     return true;
 }
 

@@ -4,8 +4,32 @@
 #include <link.h>
 #include <sys/auxv.h>
 #include <algorithm>
+#include <cstring>
 
 namespace ZBase::os {
+
+namespace {
+
+std::string_view FindBuildId(const char* notes, std::size_t size, std::size_t alignment) {
+    const auto aligned = [alignment](std::size_t length) {
+        return (length + alignment - 1) & ~(alignment - 1);
+    };
+    ElfW(Nhdr) header;
+    while (size > sizeof header) {
+        std::memcpy(&header, notes, sizeof header);
+        const std::size_t idAt = aligned(sizeof header + header.n_namesz);
+        const std::size_t length = idAt + aligned(header.n_descsz);
+        if (length > size) break;
+        if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == 4 &&
+            std::memcmp(notes + sizeof header, "GNU", 4) == 0)
+            return {notes + idAt, header.n_descsz};
+        notes += length;
+        size -= length;
+    }
+    return {};
+}
+
+}  // namespace
 
 bool ModulePlace::Find(std::uint64_t address, ModulePlace& place) {
     dl_find_object found;
@@ -27,6 +51,21 @@ bool ModulePlace::Find(std::uint64_t address, ModulePlace& place) {
     }
     if (address >= start && address < end) place = {start, std::max(end, place.end), found.dlfo_link_map};
     return true;
+}
+
+std::string_view ModulePlace::BuildId() const {
+    ElfW(Ehdr) header;
+    std::memcpy(&header, reinterpret_cast<const void*>(start), sizeof header);
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return {};
+    const auto* const segments = reinterpret_cast<const ElfW(Phdr)*>(start + header.e_phoff);
+    for (unsigned int i = 0; i != header.e_phnum; ++i) {
+        const auto& segment = segments[i];
+        if (segment.p_type != PT_NOTE) continue;
+        const auto* const notes = reinterpret_cast<const char*>(map->l_addr + segment.p_vaddr);
+        const std::string_view id = FindBuildId(notes, segment.p_memsz, segment.p_align == 8 ? 8 : 4);
+        if (!id.empty()) return id;
+    }
+    return {};
 }
 
 }  // namespace ZBase::os

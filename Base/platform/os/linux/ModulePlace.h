@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 struct link_map;
 
@@ -14,6 +15,9 @@ struct ModulePlace {
 
     /// The module that has a segment at `address`; false if none has. No lock, no heap.
     static bool Find(std::uint64_t address, ModulePlace& place);
+
+    /// The octets of its build id where they are mapped; empty if it has none. No lock, no heap.
+    std::string_view BuildId() const;
 };
 
 }  // namespace ZBase::os

@@ -5,7 +5,6 @@
 // (`sigtimedwait`) would be handed it; so the system is asked first whether the thread takes signals. If it
 // begins to block them in that moment, what is pending is discarded again.
 
-#include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -16,7 +15,6 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <mutex>
@@ -27,6 +25,8 @@
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
 #include <Base/platform/os/linux/StayLoaded.h>
+#include <Base/platform/os/linux/ThreadFiles.h>
+#include <Base/platform/os/linux/ThreadStops.h>
 
 namespace ZBase::os {
 
@@ -134,8 +134,6 @@ void DiscardPending() {
 // A real-time signal that nobody has taken, from the last one down. Looked at each time: somebody may take it
 // later.
 bool InstallAnswer() {
-    if (IsInstalled(sSignal.load())) return true;
-    StayLoaded();  // the handler stays
     for (int number = SIGRTMAX - 1; number > SIGRTMIN; --number) {
         struct sigaction present {};
         if (sigaction(number, nullptr, &present) != 0 || present.sa_handler != SIG_DFL) continue;
@@ -144,6 +142,13 @@ bool InstallAnswer() {
         return true;
     }
     return false;
+}
+
+// The handler stays, so the library does.
+bool InstallAnswerForGood() {
+    if (IsInstalled(sSignal.load())) return true;
+    StayLoaded();
+    return InstallAnswer();
 }
 
 // A handle is a `pthread_t`, which is even, or the id of a thread with the lowest bit set.
@@ -177,23 +182,6 @@ bool Signal(pid_t thread, std::uint32_t number) {
     return syscall(SYS_rt_tgsigqueueinfo, getpid(), thread, information.si_signo, &information) == 0;
 }
 
-// What the system tells of a thread under a name; empty if it tells nothing.
-std::string_view ReadThreadFile(pid_t thread, const char* name, char* room, std::size_t capacity) {
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/self/task/%d/%s", static_cast<int>(thread), name);
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    if (file < 0) return {};
-    std::size_t size = 0;
-    while (size != capacity) {
-        const ssize_t count = read(file, room + size, capacity - size);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) break;
-        size += static_cast<std::size_t>(count);
-    }
-    close(file);
-    return {room, size};
-}
-
 constexpr int kRunning = -1;
 
 // The call of the system that a thread sleeps in, or `kRunning`.
@@ -202,15 +190,6 @@ int CallOf(pid_t thread) {
     const std::string_view call = ReadThreadFile(thread, "syscall", room, sizeof room);
     int number = kRunning;
     std::from_chars(call.data(), call.data() + call.size(), number);
-    return number;
-}
-
-std::uint64_t NumberBehind(std::string_view text, std::string_view name, int base) {
-    const std::size_t place = text.find(name);
-    if (place == std::string_view::npos) return 0;
-    const std::string_view digits = text.substr(place + name.size());
-    std::uint64_t number = 0;
-    std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
     return number;
 }
 
@@ -250,13 +229,13 @@ Look LookAt(pid_t thread, int signal) {
 // A thread that waits for signals does not block them meanwhile, and for a few microseconds before and behind
 // its sleep, or longer where it waits for a processor, it looks like any that runs. So one that runs is
 // looked at until it got on without having slept, or has come on often enough.
-bool TakesSignals(pid_t thread, int signal) {
+bool TakesSignals(pid_t thread, int signal, long limit) {
     constexpr int kEnough = 6;
     constexpr std::int64_t kProgress = 20'000;
     const timespec pause{0, kMomentNanoseconds};
     Look last{Look::NotNow, 0, 0};
     int moves = 0;
-    for (long waited = 0; waited < kAnswerNanoseconds; waited += kMomentNanoseconds) {
+    for (long waited = 0; waited < limit; waited += kMomentNanoseconds) {
         const Look look = LookAt(thread, signal);
         if (look.answer == Look::No) return false;
         if (look.answer == Look::Yes) return true;
@@ -273,8 +252,8 @@ bool TakesSignals(pid_t thread, int signal) {
 }
 
 // Asks a thread for its state and waits for the answer.
-bool Ask(pid_t thread, bool stop) {
-    if (!InstallAnswer() || !TakesSignals(thread, sSignal.load())) return false;
+bool Ask(pid_t thread, bool stop, long limit = kAnswerNanoseconds) {
+    if (!TakesSignals(thread, sSignal.load(), limit)) return false;
     const std::uint32_t number = sRequest.number.load() + 1;
     sRequest.thread.store(thread);
     sRequest.stop.store(stop);
@@ -282,7 +261,7 @@ bool Ask(pid_t thread, bool stop) {
     sRequest.state.store(Asked);
     bool isAsked = Signal(thread, number);
     const timespec poll{0, kPollNanoseconds};
-    for (long waited = 0; isAsked && waited < kAnswerNanoseconds; waited += kPollNanoseconds) {
+    for (long waited = 0; isAsked && waited < limit; waited += kPollNanoseconds) {
         const std::uint32_t state = sRequest.state.load();
         if (state == Stored) return true;
         Wait(sRequest.state, state, &poll);
@@ -308,7 +287,37 @@ void LetGo() {
     sRequest.state.store(Free);
 }
 
+bool WaitForTurn(long nanoseconds) {
+    constexpr long kMillisecond = 1'000'000;
+    for (long waited = 0; waited < nanoseconds; waited += kMillisecond) {
+        if (sTurn.try_lock()) return true;
+        const timespec pause{0, kMillisecond};
+        nanosleep(&pause, nullptr);
+    }
+    return false;
+}
+
 }  // namespace
+
+// The library can't be kept loaded without the loader's lock, so a handler that is not there yet is installed
+// for this time only.
+ThreadStops::ThreadStops(long nanoseconds) : mHasTurn(WaitForTurn(nanoseconds)) {
+    if (!mHasTurn || IsInstalled(sSignal.load())) return;
+    mIsOwnAnswer = InstallAnswer();
+}
+
+ThreadStops::~ThreadStops() {
+    if (mIsOwnAnswer && IsInstalled(sSignal.load())) std::signal(sSignal.exchange(0), SIG_DFL);
+    if (mHasTurn) sTurn.unlock();
+}
+
+bool ThreadStops::Visit(pid_t thread, long nanoseconds,
+                        void (*visit)(void* argument, const ThreadContext& context), void* argument) {
+    if (!mHasTurn || !IsInstalled(sSignal.load()) || !Ask(thread, true, nanoseconds)) return false;
+    visit(argument, sRequest.context);
+    LetGo();
+    return true;
+}
 
 void* OpenThread(std::uint32_t, unsigned long threadId) {
     if (threadId == 0 || threadId > 0x3FFFFFFF || !IsThere(static_cast<pid_t>(threadId))) {
@@ -327,7 +336,7 @@ bool SuspendThread(void* thread) {
     }
     sTurn.lock();
     const pid_t id = IdOf(thread);
-    if (id != 0 && Ask(id, true)) {
+    if (id != 0 && InstallAnswerForGood() && Ask(id, true)) {
         sStopped.store(id);
         return true;
     }
@@ -349,13 +358,8 @@ bool ResumeThread(void* thread) {
 
 // A stop is short, but for a thread that does not answer.
 void HoldThreadStops() {
-    constexpr int kMilliseconds = 20;
-    tHolds = false;
-    for (int i = 0; i != kMilliseconds && !tHolds; ++i) {
-        tHolds = sTurn.try_lock();
-        const timespec pause{0, 1'000'000};
-        if (!tHolds) nanosleep(&pause, nullptr);
-    }
+    constexpr long kNanoseconds = 20'000'000;
+    tHolds = WaitForTurn(kNanoseconds);
 }
 
 void ReleaseThreadStops() {
@@ -388,7 +392,7 @@ bool GetThreadContext(void* thread, ThreadContext& context) {
     // The state of this call would be of frames that are gone when it is used.
     if (!IsId(thread) || id == gettid()) return false;
     const std::scoped_lock turn(sTurn);
-    if (!Ask(id, false)) {
+    if (!InstallAnswerForGood() || !Ask(id, false)) {
         SetLastCode(kInvalidParameter);
         return false;
     }

@@ -1,0 +1,10 @@
+#include <Base/diagnostics/AllStacks.h>
+#include <Base/platform/os/AllStacks.h>
+
+namespace ZBase {
+
+bool DumpAllStacks(const char* path) {
+    return path != nullptr && os::WriteAllStacks(path);
+}
+
+}  // namespace ZBase

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <Base/platform/os/ThreadContext.h>
+
+namespace ZBase::os {
+
+/// Stops one thread after another for somebody who may want no lock at all, not even the loader's. While it
+/// lives, no other capture stops a thread.
+class ThreadStops {
+public:
+    /// Waits at most so long for its turn.
+    explicit ThreadStops(long nanoseconds);
+    ~ThreadStops();
+    ThreadStops(const ThreadStops&) = delete;
+    ThreadStops& operator=(const ThreadStops&) = delete;
+
+    /// Calls `visit(argument, context)` while the thread stands. False, without a call, if it takes no
+    /// signals, has ended or does not answer in time.
+    bool Visit(pid_t thread, long nanoseconds, void (*visit)(void* argument, const ThreadContext& context),
+               void* argument);
+
+private:
+    bool mHasTurn = false;
+    bool mIsOwnAnswer = false;  // the handler goes with it
+};
+
+}  // namespace ZBase::os
