@@ -34,6 +34,7 @@
 #include <Base/frame/ReturnWString.h>
 #include <Base/frame/SmartPtrI.h>
 #include <Base/frame/Threads.h>
+#include <Base/frame/Version.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/frame/WideString.h>
 #include <Base/memory/Buffer.h>

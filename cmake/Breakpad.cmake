@@ -1,4 +1,4 @@
-# The target breakpad: Breakpad's client and its upload, from the sources that scripts/breakpad.sh installs. They
+# The target zbase_breakpad: Breakpad's client and its upload, from the sources that scripts/breakpad.sh installs. They
 # become part of the library, and nothing of them is exported.
 set(ZBASE_BREAKPAD_DIR "" CACHE PATH "Breakpad's package, where scripts/setup.sh could not fetch it: as it came, or unpacked")
 
@@ -6,7 +6,7 @@ if(NOT ZBASE_CRASH_REPORTING)
     message(WARNING "Built without crash reporting (ZBASE_CRASH_REPORTING is OFF). The library exports all its names, but "
                     "InstallCrashHandler installs nothing, CreateDump dumps nothing and CrashReportSender reaches no "
                     "server. zbase-crash-sender, and the tests of dumps and reports, are not built.")
-    add_library(breakpad INTERFACE)
+    add_library(zbase_breakpad INTERFACE)
     return()
 endif()
 
@@ -21,6 +21,10 @@ if(ZBASE_BREAKPAD_DIR)
     endif()
 endif()
 set(BREAKPAD_DIR ${breakpad_place}/minidump)
+if(NOT EXISTS ${breakpad_place}/.installed)
+    message(STATUS "Fetching Breakpad")
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env ZBASE_CRASH_REPORTING=ON ${PROJECT_SOURCE_DIR}/scripts/breakpad.sh)
+endif()
 if(NOT EXISTS ${breakpad_place}/.installed)
     message(FATAL_ERROR "Breakpad is not there. Each of these helps:\n"
                         "  scripts/setup.sh build                   fetches it\n"
@@ -56,9 +60,10 @@ set(breakpad_sources
     common/string_conversion.cc)
 list(TRANSFORM breakpad_sources PREPEND ${BREAKPAD_DIR}/deps/breakpad/src/)
 
-add_library(breakpad STATIC ${breakpad_sources})
-target_include_directories(breakpad SYSTEM PUBLIC ${BREAKPAD_DIR}/deps/breakpad/src)
-target_compile_definitions(breakpad PRIVATE HAVE_GETCONTEXT HAVE_SYS_RANDOM_H HAVE_GETRANDOM NDEBUG)
-target_compile_options(breakpad PRIVATE -w $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
-set_target_properties(breakpad PROPERTIES CXX_EXTENSIONS ON)
-target_link_libraries(breakpad PUBLIC ${CMAKE_DL_LIBS})
+add_library(zbase_breakpad STATIC ${breakpad_sources})
+target_include_directories(zbase_breakpad SYSTEM PUBLIC ${BREAKPAD_DIR}/deps/breakpad/src)
+target_compile_definitions(zbase_breakpad PRIVATE HAVE_GETCONTEXT HAVE_SYS_RANDOM_H HAVE_GETRANDOM NDEBUG)
+zbase_placeless(zbase_breakpad)
+target_compile_options(zbase_breakpad PRIVATE -w $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+set_target_properties(zbase_breakpad PROPERTIES CXX_EXTENSIONS ON)
+target_link_libraries(zbase_breakpad PUBLIC ${CMAKE_DL_LIBS})

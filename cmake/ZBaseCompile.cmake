@@ -1,9 +1,16 @@
 # zbase_compile(target): the warnings and sanitizers that every target of this tree is built with.
 function(zbase_compile target)
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow $<$<BOOL:${ZBASE_WERROR}>:-Werror>)
     if(ZBASE_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${ZBASE_SANITIZE} -fno-sanitize-recover=all
                                                  -fno-omit-frame-pointer)
         target_link_options(${target} PRIVATE -fsanitize=${ZBASE_SANITIZE})
     endif()
+endfunction()
+
+# zbase_placeless(target): for what is installed, the same octets wherever the tree and the build are. Sources are named from the top of the tree.
+function(zbase_placeless target)
+    target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+                                             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+    set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
 endfunction()

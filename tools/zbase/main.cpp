@@ -1,6 +1,8 @@
 #include "Commands.h"
 #include "Console.h"
 
+#include <Base/frame/Version.h>
+
 #include <CLI/CLI.hpp>
 
 #include <csignal>
@@ -17,9 +19,15 @@ int Complain(const std::string& what, int status) {
     return status;
 }
 
+std::string VersionText() {
+    return std::string("zbase " ZBASE_VERSION) + ", library " + ZBase::GetLibraryVersion() +
+           "\ncommit " ZBASE_COMMIT "\ncompiler " ZBASE_COMPILER "\nplatform " ZBASE_PLATFORM;
+}
+
 int Run(int argc, char** argv) {
     CLI::App app("The companion of the ZBase library.", "zbase");
     app.require_subcommand(1);
+    app.set_version_flag("--version", VersionText);
 
     std::string roadFile = "/etc/os-release";
     CLI::App* road =
@@ -86,6 +94,10 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         Print(app.help());
+        FinishOutput();
+        return 0;
+    } catch (const CLI::CallForVersion& version) {
+        Print(version.what() + std::string("\n"));
         FinishOutput();
         return 0;
     } catch (const CLI::ParseError& wrong) {
