@@ -6,6 +6,7 @@
 #include <Base/crash/CrashConfig.h>
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/CrashReportSender.h>
+#include <Base/crash/CrashStore.h>
 #include <Base/diagnostics/AddrToLine.h>
 #include <Base/diagnostics/AllStacks.h>
 #include <Base/diagnostics/CallStack.h>

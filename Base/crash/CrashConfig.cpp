@@ -4,6 +4,7 @@
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/MultibyteText.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +19,14 @@ constexpr char kFileInHome[] = "\\crash_report.ini";
 constexpr char kFileInHome[] = "/crash_report.ini";
 #endif
 constexpr char kFile[] = "crash_report.ini";
+
+constexpr CrashNumber kNumbers[] = {
+    {"dump_seconds"_w, "the most seconds for writing a dump", 1, 60, 10},
+    {"dump_megabytes"_w, "the most that one dump may take", 1, 2000, 64},
+    {"max_dumps"_w, "the most dumps that are kept; 0: any number", 0, 1'000'000, 50},
+    {"max_dump_megabytes"_w, "the most that all dumps together may take; 0: any size", 0, 1'000'000, 512},
+    {"max_age_days"_w, "the days after which a dump goes; 0: never", 0, 100'000, 30},
+};
 
 // Text in the encoding of the locale, zeros in it included; false if it is none. Between zeros it is decoded
 // as a whole: in some encodings a character depends on the next.
@@ -85,6 +94,33 @@ ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings) {
 
 bool IsCrashSettingTrue(const WideString& value) {
     return value == "true"_w || value == "TRUE"_w;
+}
+
+bool CrashNumber::Read(const WideString& value, unsigned int& number) const {
+    number = usual;
+    unsigned long long sum = 0;
+    for (const unsigned short unit : value) {
+        if (unit < '0' || unit > '9') return false;
+        sum = std::min(sum * 10 + unit - '0', most + 1ULL);
+    }
+    if (value.empty() || sum < least || sum > most) return false;
+    number = static_cast<unsigned int>(sum);
+    return true;
+}
+
+const CrashNumber* FindCrashNumber(const WideString& key) {
+    const auto* const found = std::find_if(std::begin(kNumbers), std::end(kNumbers),
+                                           [&](const CrashNumber& number) { return key == number.key; });
+    return found == std::end(kNumbers) ? nullptr : found;
+}
+
+unsigned int CrashNumberOf(const CrashConfigTable& settings, const WideString& key) {
+    const CrashNumber* const number = FindCrashNumber(key);
+    if (number == nullptr) return 0;
+    unsigned int value = number->usual;
+    const auto setting = settings.find(key);
+    if (setting != settings.end()) number->Read(setting->second, value);
+    return value;
 }
 
 ReturnString FindCrashConfig() {

@@ -46,6 +46,24 @@ ZBASE_API ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings);
 /// True only for "true" and "TRUE".
 ZBASE_API bool IsCrashSettingTrue(const WideString& value);
 
+/// A setting that is a number: decimal digits and nothing else.
+struct CrashNumber {
+    const unsigned short* key;
+    const char* meaning;
+    unsigned int least;
+    unsigned int most;
+    unsigned int usual;  // if the key is absent, or its value no such number
+
+    /// False, and `number` is the usual one, for what is no number from `least` to `most`.
+    ZBASE_API bool Read(const WideString& value, unsigned int& number) const;
+};
+
+/// The setting of this name, if it is a number; else null.
+ZBASE_API const CrashNumber* FindCrashNumber(const WideString& key);
+
+/// What the settings say for the number of this name; 0 if there is none of this name.
+ZBASE_API unsigned int CrashNumberOf(const CrashConfigTable& settings, const WideString& key);
+
 /// The path of the file that `InstallCrashHandler` would read now.
 ZBASE_API ReturnString FindCrashConfig();
 

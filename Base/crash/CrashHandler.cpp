@@ -1,4 +1,5 @@
 #include <Base/crash/CrashHandler.h>
+#include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/ReportText.h>
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <mutex>
 #include <new>
 #include <string>
@@ -21,9 +23,6 @@
 namespace ZBase {
 
 namespace {
-
-constexpr unsigned long long kDumpSeconds = 10;
-constexpr unsigned long long kMostDumpSeconds = 60;
 
 // Milliseconds for which an unload waits for a `CreateDump`; more than its dump and its upload may take.
 constexpr unsigned long kLongestCreateDump = 150'000;
@@ -63,16 +62,18 @@ std::mutex& KeysMutex() {
     return *spMutex;
 }
 
-// The setting `dump_seconds`, a number from 1 to 60; the usual one for anything else.
-unsigned int DumpSeconds() {
-    const auto setting = gCrashConfig.find("dump_seconds"_w);
-    if (setting == gCrashConfig.end() || setting->second.empty()) return kDumpSeconds;
-    unsigned long long seconds = 0;
-    for (const unsigned short unit : setting->second) {
-        if (unit < '0' || unit > '9') return kDumpSeconds;
-        seconds = std::min(seconds * 10 + unit - '0', kMostDumpSeconds + 1);
+// One dump has no more room than all together.
+os::DumpLimits DumpLimits() {
+    const unsigned int all = CrashNumberOf(gCrashConfig, "max_dump_megabytes"_w);
+    const unsigned int one = CrashNumberOf(gCrashConfig, "dump_megabytes"_w);
+    return {CrashNumberOf(gCrashConfig, "dump_seconds"_w), all == 0 ? one : std::min(one, all)};
+}
+
+void TrimStore(const WideString& directory) {
+    try {
+        CrashStore(detail::ReportText(directory), gCrashConfig).Trim();
+    } catch (const std::exception&) {  // no memory: the next one does it
     }
-    return static_cast<unsigned int>(seconds < 1 || seconds > kMostDumpSeconds ? kDumpSeconds : seconds);
 }
 
 bool IsSet(const unsigned short* key) {
@@ -114,11 +115,12 @@ bool InstallCrashHandler() {
 
     os::PrepareReportSender();
     os::DumpHandler* const handler =
-        os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpSeconds());
+        os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpLimits());
     if (handler == nullptr) return false;
     gExceptionHandler = handler;  // an earlier one stays behind it
     const auto stacks = gCrashConfig.find("stacks_on"_w);
     if (stacks != gCrashConfig.end()) os::WriteStacksAtSignal(stacks->second.c_str(), directory.c_str());
+    TrimStore(directory);
     return true;
 }
 

@@ -12,6 +12,7 @@ namespace ZBase {
 /// A crash ends the process by its signal, once the report was sent; that takes at most 10 seconds for the
 /// dump and 60 for the upload. While it is sent, other threads go on, but for those that crash too and for
 /// calls of `exit` and `quick_exit`, which wait for that end. A child of fork or vfork has its own crash.
+/// The directory of the dumps is kept within the bounds of `CrashStore`, here and after each dump.
 /// Dumps hold the memory of stacks, the command line and the environment.
 ZBASE_API bool InstallCrashHandler();
 

@@ -147,7 +147,8 @@ void StartAnotherThread() {
     char* block = static_cast<char*>(std::malloc(5000));
     char* behind = static_cast<char*>(std::malloc(5000));
     char* freed = block;
-    asm volatile("" : "+r"(freed));  // nobody sees that it is the same
+    asm volatile(""
+                 : "+r"(freed), "+r"(behind));  // nobody sees that it is the same, or that behind is not used
     std::free(block);
     const std::uintptr_t nowhere = 16;
     std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);
@@ -219,6 +220,36 @@ void UseHeap() {
 
 [[gnu::noipa]] void CrashOnThread(void (*crash)(), bool ownStack) {
     std::thread(RunThread, crash, ownStack).join();
+}
+
+[[gnu::noipa]] void Linger() {
+    pause();
+    asm volatile("");
+}
+
+// Uses most of a stack of 1 MiB first.
+[[gnu::noipa]] int Descend(int frames, void (*then)()) {
+    volatile char frame[2048];
+    frame[0] = static_cast<char>(frames);
+    if (frames == 0) then();
+    const int result = frames == 0 ? 0 : Descend(frames - 1, then) + frame[0];
+    asm volatile("");
+    return result;
+}
+
+// The thread that crashes is the last of 21.
+[[gnu::noipa]] void CrashBesideDeepStacks() {
+    static std::atomic<int> sDeep = 0;
+    for (int i = 0; i != 20; ++i) {
+        std::thread([] {
+            Descend(400, [] {
+                ++sDeep;
+                Linger();
+            });
+        }).detach();
+    }
+    while (sDeep != 20) usleep(1000);
+    std::thread([] { Descend(400, WriteToNull); }).join();
 }
 
 // Both are reported.
@@ -399,6 +430,7 @@ int Run(const std::string& kind) {
         {"breakpoint", HitBreakpoint},
         {"thread", [] { CrashOnThread(WriteToNull, false); }},
         {"threads", CrashOnManyThreads},
+        {"deep-stacks", CrashBesideDeepStacks},
         {"fork", CrashInChildThenInParent},
         {"dump-first", CrashAfterDump},
         {"exit", [] { sCrashesAtExit.mArmed = true; }},

@@ -206,7 +206,8 @@ void ExitBesideDump(int) {
     char* block = static_cast<char*>(std::malloc(5000));
     char* behind = static_cast<char*>(std::malloc(5000));
     char* freed = block;
-    asm volatile("" : "+r"(freed));  // nobody sees that it is the same
+    asm volatile(""
+                 : "+r"(freed), "+r"(behind));  // nobody sees that it is the same, or that behind is not used
     std::free(block);
     const std::uintptr_t nowhere = 16;
     std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace ZBase::detail {
 
@@ -19,26 +20,54 @@ constexpr char kHanging[] = "reason\0hanging";
 constexpr char kElsewhere[] = "dump_directory";
 
 CrashKeyLog sKeys;
-std::atomic<const char*> spServerUrl = nullptr;
-std::atomic<const char*> spServerProdUrl = nullptr;
 
-// Into pages of its own. What stood there before stays: it may be in use.
-void PrepareUrl(std::atomic<const char*>& place, const unsigned short* key) {
+// In pages of its own: the text stands behind this.
+struct PreparedText {
+    std::size_t length;
+
+    const char* Start() const { return reinterpret_cast<const char*>(this + 1); }
+    os::ReportPiece Piece() const { return {Start(), length}; }
+};
+std::atomic<const PreparedText*> spServerUrl = nullptr;
+std::atomic<const PreparedText*> spServerProdUrl = nullptr;
+std::atomic<const PreparedText*> spSettings = nullptr;
+
+// What stood there before stays: it may be in use.
+void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
+    const PreparedText* const present = place;
+    if (present != nullptr && text == std::string_view(present->Start(), present->length)) return;
+    auto* const pages = static_cast<PreparedText*>(os::AllocatePages(sizeof(PreparedText) + text.size()));
+    if (pages == nullptr) return;
+    pages->length = text.size();
+    std::memcpy(pages + 1, text.data(), text.size());
+    place = pages;
+}
+
+// With its end.
+std::string Server(const unsigned short* key) {
     const auto found = gCrashConfig.find(key);
-    const std::string url = found == gCrashConfig.end() ? "" : ReportText(found->second);
-    if (place != nullptr && url == place.load()) return;
-    auto* const text = static_cast<char*>(os::AllocatePages(url.size() + 1));
-    if (text == nullptr) return;
-    std::memcpy(text, url.c_str(), url.size() + 1);
-    place = text;
+    return (found == gCrashConfig.end() ? "" : ReportText(found->second)) + '\0';
+}
+
+// Names and values, and an empty text behind them.
+std::string Settings() {
+    std::string texts;
+    std::size_t size = 1;
+    for (const auto& [name, value] : gCrashConfig) size += name.size() + value.size() + 2;
+    texts.reserve(size);
+    for (const auto& [name, value] : gCrashConfig) {
+        if (!name.empty()) texts += ReportText(name) + '\0' + ReportText(value) + '\0';
+    }
+    return texts + '\0';
 }
 
 }  // namespace
 
 void PrepareCrashReport() {
     sKeys.Write(gCrashKeys, gCustomerDsi);
-    PrepareUrl(spServerUrl, "ServerURL"_w);
-    PrepareUrl(spServerProdUrl, "ServerProdURL"_w);
+    Prepare(spServerUrl, Server("ServerURL"_w));
+    Prepare(spServerProdUrl, Server("ServerProdURL"_w));
+    Prepare(spSettings, Settings());
 }
 
 void PrepareCrashKey(const std::string& name, const std::string& value) {
@@ -58,12 +87,14 @@ void EndReport() {
 }
 
 ReportResult SendPreparedReport(const os::TriedDump& dump) {
-    const char* const url = gCustomerDsi ? spServerProdUrl : spServerUrl;
+    const PreparedText* const url = gCustomerDsi ? spServerProdUrl : spServerUrl;
+    const PreparedText* const settings = spSettings;
     const CrashKeysBlock* const keys = sKeys.Present();
-    if (url == nullptr || keys == nullptr) return RESULT_FAILED;
+    if (url == nullptr || settings == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
-        {url, std::strlen(url) + 1},
+        url->Piece(),
         {dump.path, std::strlen(dump.path) + 1},
+        settings->Piece(),
         // A crash key of one of these names comes later and wins.
         {kHanging, dump.onDemand ? sizeof kHanging : 0},
         {kElsewhere, dump.elsewhere == nullptr ? 0 : sizeof kElsewhere},

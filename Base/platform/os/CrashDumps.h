@@ -32,14 +32,21 @@ struct DumpUser {
     bool (*end)(const TriedDump& dump);
 };
 
+/// What a dump may take. With too little room for all, the stack of the thread that crashed is whole and
+/// the others are cut behind their innermost frames.
+struct DumpLimits {
+    unsigned int seconds;
+    unsigned int megabytes;  // up to 2000
+};
+
 class DumpHandler;
 
 /// From now on a crash of the process is dumped; the calling thread gets its crash stack. A relative
 /// directory is meant from the present one on; where it can't be written to, not even made again, the
-/// process's temporary directory takes the dump. Writing a dump takes at most `seconds`. Null if there is no
-/// memory. The newest of several handlers takes a crash, and no crash is taken twice: a thread that crashes
-/// beside another waits for the end of the process.
-DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, unsigned int seconds);
+/// process's temporary directory takes the dump. Null if there is no memory. The newest of several handlers
+/// takes a crash, and no crash is taken twice: a thread that crashes beside another waits for the end of the
+/// process.
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits);
 
 /// Ends the handling of crashes: `newest` goes, and those that were made before it. A crash that is being
 /// reported comes to its end first, and the process with it.

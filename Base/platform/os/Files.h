@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace ZBase::os {
@@ -9,5 +10,17 @@ bool PathExists(const unsigned short* path);
 
 /// Creates one directory, which only the owner can read; false if it can't be made.
 bool CreatePrivateDirectory(const unsigned short* path);
+
+/// A regular file of a directory.
+struct FileEntry {
+    const char* name;
+    unsigned long long octets;
+    long long changed;  // the last change, in seconds since 1970
+    unsigned int nanoseconds;
+};
+
+/// Calls `visit` with each regular file of the directory, links left out, as far as it can be read. Takes
+/// nothing from the heap.
+void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit);
 
 }  // namespace ZBase::os

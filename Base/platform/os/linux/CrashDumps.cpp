@@ -81,10 +81,10 @@ bool sIsInstalled = false;
 
 class DumpHandler {
 public:
-    DumpHandler(const std::string& directory, DumpUser user)
-        : mCrashes(directory, user, false),
-          mGuestCrashes(directory, user, false),
-          mDemands(directory, user, true) {}
+    DumpHandler(const std::string& directory, DumpUser user, unsigned int megabytes)
+        : mCrashes(directory, user, false, megabytes),
+          mGuestCrashes(directory, user, false, megabytes),
+          mDemands(directory, user, true, megabytes) {}
 
     CrashStack mCrashStack;
     DumpWriter mCrashes;
@@ -203,13 +203,13 @@ void AwaitCrashAtQuickExit() {
 
 }  // namespace
 
-DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, unsigned int seconds) {
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
     static const bool sAwaits = std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
     const std::string absolute = AbsoluteDumpDirectory(ToNative(directory));
     if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
-    auto* handler = new (std::nothrow) DumpHandler(absolute, user);
+    auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
     if (handler == nullptr) return nullptr;
-    google_breakpad::DumpLimit::Set(1000LL * seconds);
+    google_breakpad::DumpLimit::Set(1000LL * limits.seconds);
     handler->mCrashStack.Install();
     sReserve.Take();
     handler->mpOlder = spNewest;

@@ -8,6 +8,7 @@
 #include <client/linux/minidump_writer/dump_limit.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -59,9 +60,10 @@ private:
 
 }  // namespace
 
-DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDemand)
+DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDemand, unsigned int megabytes)
     : mUser(user),
       mOnDemand(onDemand),
+      mMostOctets(off_t{megabytes} << 20),
       mHandler(MinidumpDescriptor(STDIN_FILENO), nullptr, nullptr, nullptr, false, -1) {
     const char* const given = GetNarrowEnvironment("TMPDIR");
     const std::string temporary = AbsoluteDumpDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
@@ -76,7 +78,7 @@ bool DumpWriter::WriteCrash(int signal, siginfo_t* information, void* context) {
     const bool isMine = TakeDump();
     const bool written = Dump([&] { return mHandler.HandleSignal(signal, information, context); });
     if (isMine) LeaveDump();
-    return mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
+    return EndDump(written);
 }
 
 bool DumpWriter::WriteNow() {
@@ -94,7 +96,14 @@ bool DumpWriter::WriteNow() {
         if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
         LeaveDump();
     }
-    return mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
+    return EndDump(written);
+}
+
+// The file is held until the user is done with it.
+bool DumpWriter::EndDump(bool written) {
+    const bool answer = mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
+    CloseFile();
+    return answer;
 }
 
 // Writes into the directory, or into the temporary one if nothing can be written there. Runs on the crashed
@@ -106,7 +115,7 @@ bool DumpWriter::Dump(Write write) {
     mElsewhere[0] = 0;
     if (OpenInDirectory()) {
         const bool written = write();
-        if (!CloseFile(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
+        if (!DropIfEmpty(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
         SayWhere(mTemporary, mDirectory, "nothing can be written there");
     } else {
         if (errno == ENOTDIR) return false;  // never was a place for dumps
@@ -114,7 +123,7 @@ bool DumpWriter::Dump(Write write) {
     }
     if (!OpenFile(mTemporary)) return false;
     const bool written = write();
-    CloseFile(written);
+    DropIfEmpty(written);
     return written;
 }
 
@@ -134,20 +143,28 @@ bool DumpWriter::OpenFile(const char* directory) {
     if (!MakeName(stpcpy(mPath, directory))) return false;
     mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (mFile < 0) return false;
+    flock(mFile, LOCK_EX | LOCK_NB);  // nobody sends it or makes room meanwhile
     MinidumpDescriptor descriptor(mFile);
+    descriptor.set_size_limit(mMostOctets);
     descriptor.set_sanitize_stacks(false);
     mHandler.set_minidump_descriptor(descriptor);
     return true;
 }
 
 // A file to which nothing could be written goes; true for such a one.
-bool DumpWriter::CloseFile(bool written) {
+bool DumpWriter::DropIfEmpty(bool written) {
     struct stat file {};
     const bool isEmpty = !written && fstat(mFile, &file) == 0 && (file.st_size == 0 || file.st_blocks == 0);
     if (isEmpty) unlink(mPath);
+    if (isEmpty) CloseFile();
+    return isEmpty;
+}
+
+void DumpWriter::CloseFile() {
+    if (mFile < 0) return;
+    flock(mFile, LOCK_UN);  // the child of a fork may have the file open too
     close(mFile);
     mFile = -1;
-    return isEmpty;
 }
 
 void DumpWriter::SayWhere(const char* directory, const char* why, const char* reason) {

@@ -14,8 +14,8 @@ namespace ZBase::os {
 /// one; the threads are stopped meanwhile.
 class DumpWriter {
 public:
-    /// `directory` is absolute and leaves room for a name.
-    DumpWriter(const std::string& directory, DumpUser user, bool onDemand);
+    /// `directory` is absolute and leaves room for a name. A dump takes at most `megabytes`.
+    DumpWriter(const std::string& directory, DumpUser user, bool onDemand, unsigned int megabytes);
 
     /// Dumps the crash that a signal handler was called for. Gives what the user answers.
     /// Runs on the crashed thread. No heap, no lock.
@@ -29,11 +29,14 @@ private:
     bool Dump(Write write);
     bool OpenFile(const char* directory);
     bool OpenInDirectory();
-    bool CloseFile(bool written);
+    bool DropIfEmpty(bool written);
+    bool EndDump(bool written);
+    void CloseFile();
     void SayWhere(const char* directory, const char* why, const char* reason);
 
     DumpUser mUser;
     bool mOnDemand;
+    off_t mMostOctets;
     int mFile = -1;
     char mDirectory[PATH_MAX];
     char mTemporary[PATH_MAX];  // another directory

@@ -1,0 +1,46 @@
+#include <Base/platform/os/HeldFile.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ZBase::os {
+
+bool HeldFile::Hold(const std::string& path) {
+    return Take(path, false);
+}
+
+bool HeldFile::HoldDirectory(const std::string& path) {
+    return Take(path, true);
+}
+
+bool HeldFile::IsOwn() const {
+    struct stat held {};
+    return fstat(mFile, &held) == 0 && held.st_uid == geteuid();
+}
+
+void HeldFile::LetGo() {
+    if (mFile < 0) return;
+    flock(mFile, LOCK_UN);  // the child of a fork may have the file open too
+    close(mFile);
+    mFile = -1;
+}
+
+// What was renamed or removed between the two looks is not what is asked for.
+bool HeldFile::Take(const std::string& path, bool isDirectory) {
+    LetGo();
+    mFile = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (mFile < 0) return false;
+    struct stat held {};
+    struct stat named {};
+    const bool isKind =
+        fstat(mFile, &held) == 0 && (isDirectory ? S_ISDIR(held.st_mode) : S_ISREG(held.st_mode));
+    if (isKind && flock(mFile, LOCK_EX | LOCK_NB) == 0 && lstat(path.c_str(), &named) == 0 &&
+        held.st_ino == named.st_ino && held.st_dev == named.st_dev)
+        return true;
+    LetGo();
+    return false;
+}
+
+}  // namespace ZBase::os
