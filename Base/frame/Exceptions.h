@@ -3,7 +3,8 @@
 #include <Base/frame/Api.h>
 #include <Base/messages/Message.h>
 
-#include <new>
+#include <concepts>
+#include <type_traits>
 #include <utility>
 
 namespace ZBase {
@@ -15,6 +16,19 @@ class ZBASE_API ExceptionImpl : public T {
 public:
     using T::T;
     ExceptionImpl() = default;
+
+    /// The same failure as another type: `throw ExceptionImpl<X>(message)` throws a copy of `message`, or, as
+    /// `std::move(message)`, its content.
+    explicit ExceptionImpl(const Message& message) noexcept
+        requires std::derived_from<T, Message> && std::is_nothrow_default_constructible_v<T>
+    {
+        static_cast<Message&>(*this) = message;
+    }
+    explicit ExceptionImpl(Message&& message) noexcept
+        requires std::derived_from<T, Message> && std::is_nothrow_default_constructible_v<T>
+    {
+        static_cast<Message&>(*this) = std::move(message);
+    }
 };
 
 // Each marks the subsystem that failed; what happened is in the `Message`.

@@ -1,29 +1,35 @@
 #include <Base/messages/Message.h>
 #include <Base/messages/detail/Records.h>
 
+#include <utility>
+
 namespace ZBase {
 
 using namespace detail;
 
 const unsigned int Message::MIN_SIZE;
 
-Message::Message() : Message(kStockCapacity) {}
+Message::Message() noexcept : Message(kStockCapacity) {}
 
-Message::Message(unsigned short domain, int id, const char* textTemplate)
+Message::Message(unsigned short domain, int id, const char* textTemplate) noexcept
     : Message(kStockCapacity, domain, id, textTemplate) {}
 
-Message::Message(const Message& other) : Message(kStockCapacity, other) {}
+Message::Message(const Message& other) noexcept : Message(kStockCapacity, other) {}
 
-Message::Message(unsigned int size) {
+Message::Message(Message&& other) noexcept : Message(kStockCapacity) {
+    TakeContent(BlockOf(other), BlockOf(*this));
+}
+
+Message::Message(unsigned int size) noexcept {
     InitializeBlock(BlockOf(*this), size);
 }
 
-Message::Message(unsigned int size, const Message& other) {
+Message::Message(unsigned int size, const Message& other) noexcept {
     InitializeBlock(BlockOf(*this), size);
     CopyRecords(BlockOf(other), BlockOf(*this), kDeleted);
 }
 
-Message::Message(unsigned int size, unsigned short domain, int id, const char* textTemplate) {
+Message::Message(unsigned int size, unsigned short domain, int id, const char* textTemplate) noexcept {
     InitializeBlock(BlockOf(*this), size);
     PlaceHeaderAndTemplate(BlockOf(*this), domain, id, textTemplate);
 }
@@ -32,11 +38,19 @@ Message::~Message() {
     FreeBlockChain(BlockOf(*this));
 }
 
-Message& Message::operator=(const Message& other) {
+Message& Message::operator=(const Message& other) noexcept {
     // A message nested in this one would go with the old content. This one itself is simply emptied.
     if (&other != this && Holds(BlockOf(*this), &other)) return *this = Message(other);
     Clear();
     CopyRecords(BlockOf(other), BlockOf(*this), kDeleted);
+    return *this;
+}
+
+Message& Message::operator=(Message&& other) noexcept {
+    // What is nested in this one has a place in its bytes, and so nothing to give away.
+    if (&other != this && Holds(BlockOf(*this), &other)) return *this = std::as_const(other);
+    Clear();
+    TakeContent(BlockOf(other), BlockOf(*this));
     return *this;
 }
 
@@ -108,9 +122,35 @@ const char* Message::GetParameter(unsigned int index) const {
     return nullptr;
 }
 
+unsigned int Message::GetParameterCount() const {
+    unsigned int count = 0;
+    RecordWalker walker(BlockOf(*this));
+    while (const Record* record = walker.Next()) {
+        if (record->tag == TAG_PARAMETER) ++count;
+    }
+    return count;
+}
+
 Message& Message::operator<<(const char* text) {
     PlaceParameter(BlockOf(*this), text == nullptr ? "" : text);
     return *this;
+}
+
+Message& Message::operator<<(std::string_view text) {
+    PlaceParameter(BlockOf(*this), text.substr(0, text.find('\0')));
+    return *this;
+}
+
+Message& Message::operator<<(const ReturnString& text) {
+    return *this << text.c_str();
+}
+
+Message& Message::operator<<(const ReturnWString& text) {
+    return *this << text.c_str();
+}
+
+Message& Message::operator<<(const ReturnUString& text) {
+    return *this << text.c_str();
 }
 
 Message& Message::operator<<(bool value) {

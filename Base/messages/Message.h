@@ -2,9 +2,14 @@
 
 #include <Base/frame/Api.h>
 #include <Base/frame/ReturnString.h>
+#include <Base/frame/ReturnUString.h>
+#include <Base/frame/ReturnWString.h>
 #include <Base/messages/MessageDomains.h>
 
 #include <concepts>
+#include <iosfwd>
+#include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace ZBase {
@@ -20,6 +25,14 @@ struct MessageOperand {
     static std::false_type IsBool(unsigned int);
     static std::false_type IsBool(long);
     static std::false_type IsBool(unsigned long);
+    static std::false_type IsBool(long long);
+    static std::false_type IsBool(unsigned long long);
+    static std::false_type IsBool(double);
+    static std::false_type IsBool(std::string_view);
+    static std::false_type IsBool(const std::string&);
+    static std::false_type IsBool(const ReturnString&);
+    static std::false_type IsBool(const ReturnWString&);
+    static std::false_type IsBool(const ReturnUString&);
     static std::false_type IsBool(const char*);
     static std::false_type IsBool(const unsigned short*);
     static std::false_type IsBool(void (*)(Message&));
@@ -56,16 +69,22 @@ public:
     class Localizer;
 
     /// An empty message.
-    Message();
+    Message() noexcept;
 
     /// A message with this domain, id and, unless it is null, UTF-8 template text. "%1" to "%9" in the
     /// template stand for the parameters.
-    Message(unsigned short domain, int id, const char* textTemplate);
+    Message(unsigned short domain, int id, const char* textTemplate) noexcept;
 
-    Message(const Message& other);
+    Message(const Message& other) noexcept;
 
     /// Leaves an empty message when it is assigned to itself: it is cleared first, and that is meant.
-    Message& operator=(const Message& other);
+    Message& operator=(const Message& other) noexcept;
+
+    /// Take the content over with its heap blocks and leave `other` empty. Only what `other` holds in a first
+    /// block that is larger than this one, as a message in memory of its own may, is copied; then `other`
+    /// keeps its content where there is no memory for all of the copy.
+    Message(Message&& other) noexcept;
+    Message& operator=(Message&& other) noexcept;
 
     ~Message();
 
@@ -98,6 +117,10 @@ public:
     /// The UTF-8 text of parameter `index`, counted from 0; null past the end.
     const char* GetParameter(unsigned int index) const;
 
+    /// The number of parameters. To read them all, `MessageParameters` takes one walk instead of one for
+    /// each.
+    unsigned int GetParameterCount() const;
+
     /// Appends a parameter. A null text counts as an empty one. When there is no memory for a text, an empty
     /// parameter stands in for it, so that later ones keep their numbers. The call does not return before
     /// that one has a place: it lets other threads run, and then sleeps, between its tries.
@@ -106,6 +129,14 @@ public:
     /// Appends wide text as UTF-8, bad units replaced. Throws `StringConversionException` for a surrogate
     /// that has no partner, and `std::bad_alloc`, before the message is touched.
     Message& operator<<(const unsigned short* text);
+
+    /// The same with a text that has its length. A parameter ends at its first zero, and so does this one. A
+    /// wide result string fails as wide text does.
+    Message& operator<<(std::string_view text);
+    Message& operator<<(const std::string& text) { return *this << std::string_view(text); }
+    Message& operator<<(const ReturnString& text);
+    Message& operator<<(const ReturnWString& text);
+    Message& operator<<(const ReturnUString& text);
 
     /// Appends "true" or "false".
     Message& operator<<(bool value);
@@ -117,12 +148,21 @@ public:
     Message& operator<<(const T& operand) = delete;
 
     /// Appends a number in the number format of the message: its low 32 bits, so that 4294967297 in a `long`
-    /// is 1. Characters and plain enumerations go as the numbers they are: 'c' is 99. What has more than one
-    /// way to go, such as a `double`, a `long long` or `nullptr`, does not compile.
+    /// is 1; what may have more, such as a `std::size_t`, goes whole as a `long long` or an `unsigned long
+    /// long`. Characters and plain enumerations go as the numbers they are: 'c' is 99. What has more than one
+    /// way to go, such as a `long double` or `nullptr`, does not compile.
     Message& operator<<(int value);
     Message& operator<<(unsigned int value);
     Message& operator<<(long value);
     Message& operator<<(unsigned long value);
+
+    /// All 64 bits, in the number format of the message.
+    Message& operator<<(long long value);
+    Message& operator<<(unsigned long long value);
+
+    /// The shortest decimal text that reads back as the same number, such as "0.1", "1e+100", "inf" or "nan";
+    /// the same in every locale and number format.
+    Message& operator<<(double value);
 
     /// Calls the manipulator on this message: `message << Message::Hex << 255`.
     Message& operator<<(void (*manipulator)(Message&));
@@ -181,15 +221,22 @@ public:
 
 private:
     // `size` is the number of bytes of the memory that `this` stands in.
-    explicit Message(unsigned int size);
-    Message(unsigned int size, const Message& other);
-    Message(unsigned int size, unsigned short domain, int id, const char* textTemplate);
+    explicit Message(unsigned int size) noexcept;
+    Message(unsigned int size, const Message& other) noexcept;
+    Message(unsigned int size, unsigned short domain, int id, const char* textTemplate) noexcept;
 
     void SetNumberFormat(unsigned char radix, unsigned char width);
     void GetNumberFormatW(unsigned char& radix, unsigned char& width) const;
 
     unsigned char mBlock[100];
 };
+
+/// Whether two trees say the same: domains, ids, templates, parameters and the texts of all languages,
+/// message by message. Number formats and wide texts are no part of it. Throws `std::bad_alloc`.
+ZBASE_API bool operator==(const Message& one, const Message& other);
+
+/// Writes the whole tree as `FormatMessage(message, 0)` gives it. Throws `std::bad_alloc`.
+ZBASE_API std::ostream& operator<<(std::ostream& stream, const Message& message);
 
 static_assert(sizeof(Message) == 100);
 static_assert(alignof(Message) == 1);

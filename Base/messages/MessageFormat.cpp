@@ -2,6 +2,7 @@
 
 #include <Base/messages/ConstMessageCursor.h>
 #include <Base/messages/MessageCursor.h>
+#include <Base/messages/MessageWalk.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
 
 #include <new>
@@ -31,13 +32,17 @@ void Demand(bool stepped) {
     if (!stepped) throw std::bad_alloc();
 }
 
+void AppendText(std::string& text, const ReturnString& own) {
+    text.append(own.c_str() != nullptr ? own.c_str() : "Unknown.");
+}
+
 // Appends the line of the message where the cursor stands; gives its text, which may be a null string.
 template <class Cursor>
 ReturnString AppendMessage(std::string& text, const Cursor& cursor, Message::Localizer& localizer,
                            unsigned short language) {
     text.append(cursor.GetCurrentOffset().lower_level_offset, '\t');
     ReturnString own = cursor.GetCurrentMessage().Localize(localizer, language);
-    text.append(own.c_str() != nullptr ? own.c_str() : "Unknown.");
+    AppendText(text, own);
     return own;
 }
 
@@ -57,7 +62,7 @@ bool GoToNext(Cursor& cursor) {
 }
 
 template <class Cursor>
-ReturnString FormatTree(Cursor& cursor, Message::Localizer& localizer, unsigned short language) {
+ReturnString FormatByCursor(Cursor& cursor, Message::Localizer& localizer, unsigned short language) {
     std::string text;
     do {
         AppendMessage(text, cursor, localizer, language);
@@ -68,15 +73,23 @@ ReturnString FormatTree(Cursor& cursor, Message::Localizer& localizer, unsigned 
 }  // namespace
 
 ReturnString FormatMessage(const Message& message, unsigned short language) {
-    ConstMessageCursor cursor(message);
     SimpleMessageLocalizer localizer;
-    return FormatTree(cursor, localizer, language);
+    return FormatMessage(message, language, localizer);
+}
+
+ReturnString FormatMessage(const Message& message, unsigned short language, Message::Localizer& localizer) {
+    std::string text;
+    for (const MessageVisit& visit : MessageWalk(message)) {
+        text.append(static_cast<unsigned short>(visit.level), '\t');
+        AppendText(text, visit.message->Localize(localizer, language));
+    }
+    return ReturnString(text.c_str());
 }
 
 ReturnString FormatMessage(Message& message, unsigned short language, Message::Localizer& localizer) {
     MessageCursor cursor(message);
     const ClimbToRoot climb(cursor);
-    return FormatTree(cursor, localizer, language);
+    return FormatByCursor(cursor, localizer, language);
 }
 
 ReturnString FormatMessage(const Message& message, Message& localized, unsigned short language,

@@ -15,7 +15,7 @@ namespace {
 /// "0x" and the digits of a number, at least `width` of them.
 class HexText {
 public:
-    HexText(std::uint32_t value, std::size_t width) {
+    HexText(std::uint64_t value, std::size_t width) {
         char* at = mText + sizeof(mText);
         *--at = 0;
         char* const end = at;
@@ -35,14 +35,14 @@ private:
 
 class DecimalText {
 public:
-    template <class Integer>
-    explicit DecimalText(Integer value) {
+    template <class Number>
+    explicit DecimalText(Number value) {
         *std::to_chars(mText, mText + sizeof(mText) - 1, value).ptr = 0;
     }
     const char* Get() const { return mText; }
 
 private:
-    char mText[sizeof("-2147483648")];
+    char mText[sizeof("-2.2250738585072014e-308")];  // no text of a number is longer
 };
 
 }  // namespace
@@ -60,6 +60,26 @@ Message& Message::operator<<(unsigned int value) {
     unsigned char width;
     GetNumberFormatW(radix, width);
     if (radix == 16) return *this << HexText(value, width).Get();
+    return *this << DecimalText(value).Get();
+}
+
+Message& Message::operator<<(long long value) {
+    unsigned char radix;
+    unsigned char width;
+    GetNumberFormatW(radix, width);
+    if (radix == 16) return *this << HexText(static_cast<std::uint64_t>(value), width).Get();
+    return *this << DecimalText(value).Get();
+}
+
+Message& Message::operator<<(unsigned long long value) {
+    unsigned char radix;
+    unsigned char width;
+    GetNumberFormatW(radix, width);
+    if (radix == 16) return *this << HexText(value, width).Get();
+    return *this << DecimalText(value).Get();
+}
+
+Message& Message::operator<<(double value) {
     return *this << DecimalText(value).Get();
 }
 

@@ -12,9 +12,11 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "tests/messages/RecordingLocalizer.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/MessageBytes.h"
 
 namespace {
 
@@ -388,6 +390,37 @@ TEST(FormatMessageOfALongList, GivesEveryMessageOfTheLevel) {
     Message copy = message;
     EXPECT_EQ(Format(copy, localizer), std::string(count, 'x'));
     EXPECT_EQ(FormatMessage(message, 0).GetLength(), count * std::string("x (Server message 1)").size());
+}
+
+TEST(FormatMessageReading, SaysWhatTheWritingFormSaysAndLeavesTheMessageAlone) {
+    Message message(300, 1, "inner");
+    message.PrependBy(300, 2, "before");
+    message.WrapBy(300, 3, "outer");
+    const Message original(message);
+    const std::string layout = test::Layout(&message);
+    TemplateLocalizer localizer;
+    const std::string text = FormatMessage(std::as_const(message), kLanguage, localizer).c_str();
+    EXPECT_EQ(text, "outer\tbefore\tinner");
+    EXPECT_EQ(test::Layout(&message), layout);
+    EXPECT_EQ(Format(message, localizer), text);
+    EXPECT_NE(test::Layout(&message), layout);
+}
+
+TEST(FormatMessageReading, TakesMemoryLinearInTheTextHoweverDeepTheTree) {
+    constexpr std::size_t depth = 2000;
+    Message message(300, 1, "x");
+    for (std::size_t level = 1; level != depth; ++level) message.WrapBy(300, 1, "x");
+    TemplateLocalizer localizer;
+    const std::size_t before = test::AllocatedBytes();
+    const std::size_t length = FormatMessage(std::as_const(message), kLanguage, localizer).GetLength();
+    EXPECT_EQ(length, depth + depth * (depth - 1) / 2);
+    EXPECT_LT(test::AllocatedBytes() - before, 8 * length);
+}
+
+TEST(FormatMessageReading, ALocalizerWithoutATextLeavesUnknown) {
+    const Message message(300, 1, nullptr);
+    test::RecordingLocalizer localizer(nullptr);
+    EXPECT_STREQ(FormatMessage(message, kLanguage, localizer).c_str(), "Unknown.");
 }
 
 }  // namespace

@@ -1,11 +1,16 @@
+#include "tests/support/Allocations.h"
 #include "tests/support/MessageBytes.h"
 
+#include <Base/frame/WideLiteral.h>
 #include <Base/messages/Message.h>
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iterator>
+#include <limits>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -89,7 +94,11 @@ TEST(MessageOperand, OnlyNarrowTextAndSixteenBitTextAreTexts) {
     EXPECT_FALSE(Operand<unsigned char*>);
     EXPECT_FALSE(Operand<signed char*>);
     EXPECT_FALSE(Operand<volatile char*>);
-    EXPECT_FALSE(Operand<std::string>);
+    EXPECT_TRUE(Operand<std::string>);
+    EXPECT_TRUE(Operand<std::string_view>);
+    EXPECT_TRUE(Operand<const ZBase::ReturnString&>);
+    EXPECT_FALSE(Operand<std::wstring>);
+    EXPECT_FALSE(Operand<std::u8string_view>);
 }
 
 TEST(MessageOperand, WhatIsNoOperandOfOursMayHaveOneOfItsOwn) {
@@ -114,12 +123,94 @@ TEST(MessageOperand, CharactersAndPlainEnumerationsAreNumbers) {
     message << 'c' << L'c' << u'c' << U'c' << static_cast<short>(-3) << kPlain << Numeric{};
     const char* const expected[] = {"99", "99", "99", "99", "-3", "3", "7"};
     for (unsigned int i = 0; i != 7; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
-    EXPECT_FALSE(Operand<float>);
-    EXPECT_FALSE(Operand<double>);
     EXPECT_FALSE(Operand<long double>);
-    EXPECT_FALSE(Operand<long long>);
-    EXPECT_FALSE(Operand<unsigned long long>);
     EXPECT_FALSE(Operand<Scoped>);
+}
+
+TEST(MessageOperand, TextsWithALengthEndThereOrAtTheirFirstZero) {
+    Message message;
+    const std::string text("one\0two", 7);
+    message << std::string_view("abcdef", 3) << std::string_view() << text << std::string(2000, 'x');
+    EXPECT_STREQ(message.GetParameter(0), "abc");
+    EXPECT_STREQ(message.GetParameter(1), "");
+    EXPECT_STREQ(message.GetParameter(2), "one");
+    EXPECT_EQ(std::string(message.GetParameter(3)), std::string(2000, 'x'));
+}
+
+TEST(MessageOperand, ATextMayLieInTheMessageItself) {
+    Message message(300, 42, "template");
+    message << std::string_view(message.GetTemplate()) << std::string_view(message.GetTemplate() + 3, 2);
+    EXPECT_STREQ(message.GetParameter(0), "template");
+    EXPECT_STREQ(message.GetParameter(1), "pl");
+}
+
+TEST(MessageOperand, ResultStringsGoAsTheirTextsAndNullAsAnEmptyOne) {
+    using namespace ZBase::Literals;
+    Message message;
+    message << ZBase::ReturnString("narrow") << ZBase::ReturnWString(u"wide \u20AC"_w)
+            << ZBase::ReturnUString(u"units"_w);
+    message << ZBase::ReturnString(nullptr) << ZBase::ReturnWString(nullptr) << ZBase::ReturnUString(nullptr);
+    const char* const expected[] = {"narrow", "wide \u20AC", "units", "", "", ""};
+    for (unsigned int i = 0; i != 6; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
+}
+
+TEST(MessageOperand, AResultStringStaysWithItsOwner) {
+    Message message;
+    const ZBase::ReturnString text("kept");
+    message << text;
+    EXPECT_STREQ(text.c_str(), "kept");
+}
+
+TEST(MessageOperand, ATextThatCantBeStoredLeavesAnEmptyOneInItsPlace) {
+    Message message;
+    const std::string text(500, 'x');
+    {
+        const test::FailingAllocation failing(0);
+        message << text;
+    }
+    message << "next";
+    EXPECT_STREQ(message.GetParameter(0), "");
+    EXPECT_STREQ(message.GetParameter(1), "next");
+}
+
+TEST(MessageNumbers, LongLongGoesWithAllItsBits) {
+    Message message(300, 42, nullptr);
+    message << LLONG_MIN << LLONG_MAX << ULLONG_MAX << -1LL << 0ULL;
+    message << Message::Hex << LLONG_MIN << 255LL << ULLONG_MAX << Message::WideHex << 255ULL;
+    message << Message::WideWideHex << -1LL << 0x1FFFFFFFFULL;
+    const char* const expected[] = {"-9223372036854775808",
+                                    "9223372036854775807",
+                                    "18446744073709551615",
+                                    "-1",
+                                    "0",
+                                    "0x8000000000000000",
+                                    "0xFF",
+                                    "0xFFFFFFFFFFFFFFFF",
+                                    "0x000000FF",
+                                    "0xFFFFFFFFFFFFFFFF",
+                                    "0x00000001FFFFFFFF"};
+    for (unsigned int i = 0; i != std::size(expected); ++i)
+        EXPECT_STREQ(message.GetParameter(i), expected[i]);
+}
+
+TEST(MessageNumbers, ALongStillGoesWithItsLowHalf) {
+    Message message;
+    message << 4294967297L << 4294967297UL;
+    EXPECT_STREQ(message.GetParameter(0), "1");
+    EXPECT_STREQ(message.GetParameter(1), "1");
+}
+
+TEST(MessageNumbers, DoublesGoAsTheirShortestText) {
+    using Limits = std::numeric_limits<double>;
+    Message message(300, 42, nullptr);
+    message << Message::Hex << 0.1 << 1.0 << -0.0 << 1e100 << Limits::max() << -Limits::min()
+            << Limits::denorm_min() << Limits::infinity() << -Limits::infinity() << Limits::quiet_NaN()
+            << 0.5f;
+    const char* const expected[] = {
+        "0.1", "1",    "-0",  "1e+100", "1.7976931348623157e+308", "-2.2250738585072014e-308", "5e-324",
+        "inf", "-inf", "nan", "0.5"};
+    for (unsigned int i = 0; i != std::size(expected); ++i)
+        EXPECT_STREQ(message.GetParameter(i), expected[i]);
 }
 
 TEST(MessageNumbers, HexWithoutAHeaderChangesAndCreatesNothing) {

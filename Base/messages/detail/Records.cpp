@@ -78,14 +78,15 @@ Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd)
     return UseBlock(*block, size, tag);
 }
 
-Record* PlaceText(Block& first, const char* text, ETag tag, bool atEnd) {
-    const std::size_t size = std::strlen(text) + 1;
-    Record* record = PlaceRecord(first, size, tag, atEnd);
-    if (record != nullptr) std::memcpy(record->Payload(), text, size);
+Record* PlaceText(Block& first, std::string_view text, ETag tag, bool atEnd) {
+    Record* record = PlaceRecord(first, text.size() + 1, tag, atEnd);
+    if (record == nullptr) return nullptr;
+    if (!text.empty()) std::memcpy(record->Payload(), text.data(), text.size());
+    record->Payload()[text.size()] = 0;
     return record;
 }
 
-void PlaceParameter(Block& first, const char* text) {
+void PlaceParameter(Block& first, std::string_view text) {
     constexpr unsigned int kYields = 100;
     if (PlaceText(first, text, TAG_PARAMETER, true) != nullptr) return;
     // A parameter is never left out, or the later ones would change their numbers. Whoever gives memory back
@@ -192,6 +193,20 @@ bool SwapContents(Block& one, Block& other) {
     InitializeBlock(small, small.capacity);
     small.next = image;
     return true;
+}
+
+void TakeContent(Block& from, Block& to) {
+    if (&from == &to) return;
+    const std::uint32_t used = from.capacity - from.free;
+    if (used > to.capacity) {
+        if (CopyRecords(from, to, kDeleted).complete) MessageOf(from).Clear();
+        return;
+    }
+    std::memcpy(to.Bytes() + sizeof(Block), from.Bytes() + sizeof(Block), used - sizeof(Block));
+    to.free = to.capacity - used;
+    to.next = from.next;
+    ShiftWideText(to, &from);
+    InitializeBlock(from, from.capacity);
 }
 
 bool PutAside(Block& block, Block& aside) {

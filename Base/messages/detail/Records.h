@@ -23,6 +23,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <string_view>
 #include <type_traits>
 
 namespace ZBase::detail {
@@ -163,6 +164,12 @@ public:
 
     explicit RecordWalker(AnyBlock& first) { Enter(first); }
 
+    /// Goes on behind a record of `block`; at its beginning if there is none.
+    RecordWalker(AnyBlock& block, AnyRecord* record) {
+        Enter(block);
+        if (record != nullptr) mpNext = reinterpret_cast<AnyByte*>(record) + record->length;
+    }
+
     /// The next record, or null behind the last one.
     AnyRecord* Next() {
         while (mpNext >= mpEnd) {
@@ -175,6 +182,9 @@ public:
         mpNext += record->length;
         return record;
     }
+
+    /// The block that the walk is in.
+    AnyBlock& CurrentBlock() const { return *mpBlock; }
 
     /// Where a record of the block that the walk is in stands.
     Place PlaceOf(const Record& record) const {
@@ -222,11 +232,11 @@ inline void InitializeBlock(Block& block, std::uint32_t capacity) {
 Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd);
 
 /// The same for a text and its terminator.
-Record* PlaceText(Block& first, const char* text, ETag tag, bool atEnd);
+Record* PlaceText(Block& first, std::string_view text, ETag tag, bool atEnd);
 
 /// Appends a parameter, or an empty one when there is no memory for its text. Returns no sooner than that one
 /// has a place; meanwhile other threads run.
-void PlaceParameter(Block& first, const char* text);
+void PlaceParameter(Block& first, std::string_view text);
 
 /// Adds a header with the default number format and then, if it is there and the header had a place, the
 /// template. False when there was no place for the header.
@@ -256,6 +266,11 @@ Record* NestCopy(const Block& source, Block& parent, ETag tag);
 /// after which the smaller one holds all of its content in the chain; false, with both unchanged, when it
 /// fails.
 bool SwapContents(Block& one, Block& other);
+
+/// Moves the content into an empty block: with the chain of `from`, if the records in the first block have
+/// room in that of `to`; else, and where they are nested, by copying them. Without memory for all of the
+/// copies the content stays in `from`, and `to` has what found its place.
+void TakeContent(Block& from, Block& to);
 
 /// Empties `block`, whose content is then in the chain of `aside`, an empty block of the smallest size. Takes
 /// at most one allocation, as large as what lay in the block itself, which keeps its offsets there; false,
