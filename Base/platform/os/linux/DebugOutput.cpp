@@ -1,10 +1,11 @@
 #include <Base/platform/os/DebugOutput.h>
 
+#include <Base/platform/os/ErrorStream.h>
+
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -50,14 +51,7 @@ void WriteDebugText(const char* text) {
     if (text == nullptr) return;
     // An entry of the log ends its line by itself.
     if (text[std::strspn(text, "\r\n")] != 0) syslog(LOG_USER | LOG_DEBUG, "%s", text);
-    if (!IsDebuggerAttached()) return;
-    for (std::size_t left = std::strlen(text); left != 0;) {
-        const ssize_t written = write(STDERR_FILENO, text, left);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) break;
-        text += written;
-        left -= static_cast<std::size_t>(written);
-    }
+    if (IsDebuggerAttached()) WriteErrorText(text);
 }
 
 void WriteDebugText(const unsigned short* text) {

@@ -7,10 +7,10 @@
 // first.
 
 #include <Base/platform/os/Faults.h>
+#include <Base/platform/os/StayLoaded.h>
 #include <Base/platform/os/linux/AllocatorCode.h>
 #include <Base/platform/os/linux/FaultSignals.h>
 #include <Base/platform/os/linux/FaultingInstruction.h>
-#include <Base/platform/os/linux/StayLoaded.h>
 
 #include <pthread.h>
 #include <sys/syscall.h>

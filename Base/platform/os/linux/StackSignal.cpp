@@ -3,9 +3,9 @@
 
 #include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/Environment.h>
+#include <Base/platform/os/StayLoaded.h>
 #include <Base/platform/os/linux/DumpWriter.h>
 #include <Base/platform/os/linux/NativeText.h>
-#include <Base/platform/os/linux/StayLoaded.h>
 
 #include <linux/futex.h>
 #include <pthread.h>

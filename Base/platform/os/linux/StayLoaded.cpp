@@ -1,4 +1,4 @@
-#include <Base/platform/os/linux/StayLoaded.h>
+#include <Base/platform/os/StayLoaded.h>
 
 #include <dlfcn.h>
 

@@ -21,10 +21,10 @@
 #include <new>
 #include <string_view>
 
+#include <Base/platform/os/StayLoaded.h>
 #include <Base/platform/os/SystemErrors.h>
 #include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/ErrorCodes.h>
-#include <Base/platform/os/linux/StayLoaded.h>
 #include <Base/platform/os/linux/ThreadFiles.h>
 #include <Base/platform/os/linux/ThreadStops.h>
 

@@ -1,0 +1,85 @@
+#include <Base/messages/CurrentException.h>
+#include <Base/messages/detail/Records.h>
+#include <Base/platform/os/CurrentExceptionType.h>
+
+#include <cerrno>
+#include <exception>
+#include <new>
+#include <system_error>
+#include <utility>
+
+namespace ZBase {
+
+using namespace detail;
+
+namespace {
+
+constexpr unsigned int kDeepestCause = 64;
+constexpr int kNoCode = -1;
+
+// The words are a parameter: in a template "%%" would be something else.
+Message Saying(const char* words) noexcept {
+    Message message(MESSAGE_DOMAIN_UNKNOWN, kNoCode, "%1");
+    return std::move(message << words);
+}
+
+Message OfSystemError(const std::system_error& failure) {
+    const std::error_condition condition = failure.code().default_error_condition();
+    if (condition.category() != std::generic_category()) return Saying(failure.what());
+    Message message(MESSAGE_DOMAIN_ERRNO, condition.value(), nullptr);
+    return std::move(message.WrapBy(MESSAGE_DOMAIN_UNKNOWN, kNoCode, "%1") << failure.what());
+}
+
+Message OfUnknownType() noexcept {
+    char name[256];
+    os::GetCurrentExceptionType(name, sizeof name);
+    Message message(MESSAGE_DOMAIN_UNKNOWN, kNoCode, "An exception of type %1.");
+    return std::move(message << name);
+}
+
+// The failure without those that it was thrown with.
+Message OfFailureAlone(const std::exception_ptr& failure) noexcept {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const Message& message) {
+        return message;
+    } catch (const std::bad_alloc& shortage) {
+        return Message(MESSAGE_DOMAIN_ERRNO, ENOMEM, shortage.what());
+    } catch (const std::system_error& error) {
+        return OfSystemError(error);
+    } catch (const std::exception& other) {
+        return Saying(other.what());
+    } catch (...) {
+        return OfUnknownType();
+    }
+}
+
+std::exception_ptr CauseOf(const std::exception_ptr& failure) noexcept {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::nested_exception& nested) {
+        return nested.nested_ptr();
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+Message OfFailure(const std::exception_ptr& failure, unsigned int depth) noexcept {
+    Message message = OfFailureAlone(failure);
+    const std::exception_ptr cause = depth == 0 ? nullptr : CauseOf(failure);
+    if (!cause) return message;
+    Message causeMessage = OfFailure(cause, depth - 1);
+    if (message.GetLowerLevelMessageOrNULL() != nullptr)
+        return std::move(causeMessage.PrependBy(std::as_const(message)));
+    NestCopy(BlockOf(causeMessage), BlockOf(message), TAG_LOWER_LEVEL);
+    return message;
+}
+
+}  // namespace
+
+Message MessageOfCurrentException() noexcept {
+    const std::exception_ptr failure = std::current_exception();
+    return failure ? OfFailure(failure, kDeepestCause) : Message();
+}
+
+}  // namespace ZBase

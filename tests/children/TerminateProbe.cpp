@@ -1,0 +1,31 @@
+// TerminateProbe KIND: ends by an exception that nobody catches, with the handler that tells it.
+
+#include <Base/ZBase.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+void EndQuietly() {
+    std::fputs("the former handler\n", stderr);
+    std::_Exit(7);
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+    const std::string kind = arguments[1];
+    if (kind != "default") std::set_terminate(EndQuietly);
+    ZBase::InstallTerminateHandler();
+    ZBase::InstallTerminateHandler();
+    if (kind == "none") std::terminate();
+    if (kind == "standard") throw std::runtime_error("what it says");
+    ZBase::Message message(300, 103, "%1 is not text.");
+    message << "names.txt";
+    message.WrapBy(300, 110, "could not load");
+    throw ZBase::ExceptionImpl<ZBase::BufferException>(message);
+}
