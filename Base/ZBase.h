@@ -39,8 +39,14 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/frame/WideString.h>
 #include <Base/memory/Buffer.h>
+#include <Base/memory/BufferFigures.h>
+#include <Base/memory/BufferGrowth.h>
+#include <Base/memory/BufferPtr.h>
+#include <Base/memory/BufferResource.h>
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/MemGovernorProxy.h>
+#include <Base/memory/MemoryBudget.h>
+#include <Base/memory/MemoryCeiling.h>
 #include <Base/memory/MemoryContract.h>
 #include <Base/memory/New.h>
 #include <Base/memory/SmartHeapIntegrator.h>

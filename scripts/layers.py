@@ -13,7 +13,8 @@ LAYERS = [
     ["Base/memory", "Base/switches", "Base/ContractManagerAllocator.h", "Base/ContractManagerAllocator.cpp",
      "Base/text/GovernedConversions.h", "Base/text/GovernedConversions.cpp"],  # a conversion that pays
     ["Base/platform", "Base/diagnostics",
-     "Base/memory/detail/DebugBuffer.h", "Base/memory/detail/DebugBuffer.cpp"],  # it tells stacks
+     "Base/memory/detail/DebugBuffer.h", "Base/memory/detail/DebugBuffer.cpp",  # it tells stacks
+     "Base/memory/BufferGrowth.cpp"],  # of any buffer
     ["Base/crash"],
     ["Base/frame/Load.cpp", "Base/ZBase.h"],  # construct and name everything
 ]

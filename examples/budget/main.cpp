@@ -1,32 +1,24 @@
 // Two budgets over the buffers of a server: a ceiling for the whole process, and a contract for each request.
 // Three requests, each worked on by two threads: one stays within its contract, one uses it up, one would
-// be rich enough but meets the ceiling. The program says what each asked for, was granted and was refused.
+// be rich enough but meets the ceiling. The program says what each was granted and was refused.
 
 #include <Base/ZBase.h>
 
 #include <cstdio>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "ProcessCeiling.h"
-#include "RequestContract.h"
-
 namespace {
-
-struct DeleteBuffer {
-    void operator()(ZBase::Buffer* buffer) const { buffer->Delete(); }
-};
 
 // The work of one request: pieces of 1,000 bytes into one buffer, until all are there or a budget refuses.
 class ServerRequest {
 public:
     ServerRequest(std::string name, std::size_t contractBytes, int pieces)
         : mName(std::move(name)),
-          mContract(new RequestContract(contractBytes)),
+          mContract(ZBase::MemoryBudget::Create(contractBytes)),
           mBuffer(ZBase::CreateBufferThreadSafe(0, 1, mContract.Get(), 0, false)),
           mPieces(pieces) {}
 
@@ -37,10 +29,9 @@ public:
 
     // Whether all pieces came.
     bool Report() const {
-        std::printf("%-8s asked %7zu  granted %7zu  refused %7zu  settled %7zu  used %7zu  %s\n",
-                    mName.c_str(), mContract->Asked(), mContract->Granted(), mContract->Refused(),
-                    mContract->Settled(), mBuffer->GetUsedBytes(),
-                    mRefusal.empty() ? "done" : mRefusal.c_str());
+        std::printf("%-8s granted %7zu  refused %7zu  settled %7zu  used %7zu  %s\n", mName.c_str(),
+                    mContract->GetGranted(), mContract->GetRefused(), mContract->GetSettled(),
+                    mBuffer->GetUsedBytes(), mRefusal.empty() ? "done" : mRefusal.c_str());
         return mRefusal.empty();
     }
 
@@ -61,8 +52,8 @@ private:
     }
 
     const std::string mName;
-    ZBase::SmartPtrI<RequestContract> mContract;
-    std::unique_ptr<ZBase::Buffer, DeleteBuffer> mBuffer;
+    ZBase::SmartPtrI<ZBase::MemoryBudget> mContract;
+    ZBase::BufferPtr mBuffer;
     const int mPieces;
     std::mutex mLock;
     std::string mRefusal;
@@ -71,7 +62,7 @@ private:
 }  // namespace
 
 int main() {
-    ProcessCeiling ceiling(2'000'000);
+    const ZBase::MemoryCeiling ceiling(2'000'000);
     bool modestDone = false;
     bool greedyDone = false;
     bool richDone = false;
@@ -85,10 +76,11 @@ int main() {
         modestDone = modest.Report();
         greedyDone = greedy.Report();
         richDone = rich.Report();
-        std::printf("the process holds %zu bytes after %zu refusals\n", ceiling.Held(), ceiling.Refusals());
+        std::printf("the process holds %zu bytes after %zu refusals\n", ceiling.GetHeld(),
+                    ceiling.GetRefusals());
     }
-    std::printf("and %zu when all requests have ended\n", ceiling.Held());
+    std::printf("and %zu when all requests have ended\n", ceiling.GetHeld());
     const bool asMeant =
-        modestDone && !greedyDone && !richDone && ceiling.Refusals() != 0 && ceiling.Held() == 0;
+        modestDone && !greedyDone && !richDone && ceiling.GetRefusals() != 0 && ceiling.GetHeld() == 0;
     return asMeant ? 0 : 1;
 }

@@ -3,15 +3,11 @@
 #include <Base/ZBase.h>
 
 #include <cstddef>
-#include <memory>
 #include <string>
 
 namespace test {
 
-struct DeleteBuffer {
-    void operator()(ZBase::Buffer* buffer) const { buffer->Delete(); }
-};
-using BufferPtr = std::unique_ptr<ZBase::Buffer, DeleteBuffer>;
+using ZBase::BufferPtr;
 
 /// The two implementations, as the parameter of tests that hold for both.
 enum class Implementation { kSingleThread, kLockFree };

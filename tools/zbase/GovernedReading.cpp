@@ -15,10 +15,6 @@ using namespace ZBase::Literals;
 
 constexpr unsigned int kQuotaExceeded = 1816;  // the system's code for it
 
-struct DeleteBuffer {
-    void operator()(ZBase::Buffer* buffer) const { buffer->Delete(); }
-};
-
 /// The pieces of a file, taken by whichever thread comes next.
 class Pieces {
 public:
@@ -135,8 +131,7 @@ std::size_t Budget::Outstanding() const {
 GovernedText ReadGoverned(const std::string& file, Budget& budget, std::size_t pieceSize,
                           unsigned int threads) {
     const OpenFile input(file);
-    const std::unique_ptr<ZBase::Buffer, DeleteBuffer> buffer(
-        ZBase::CreateBufferThreadSafe(0, 1, budget.Contract(), pieceSize, false));
+    const ZBase::BufferPtr buffer(ZBase::CreateBufferThreadSafe(0, 1, budget.Contract(), pieceSize, false));
     Pieces pieces(input, *buffer, pieceSize);
     pieces.ReadAll(threads);
     return pieces.Join();

@@ -2,12 +2,14 @@
 
 #include <Base/frame/WideLiteral.h>
 #include <Base/frame/detail/LibraryState.h>
+#include <Base/memory/BufferFigures.h>
 #include <Base/memory/VirtualMemory.h>
 #include <Base/memory/detail/MemGovernors.h>
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
 #include <Base/platform/os/Pages.h>
 
+#include <algorithm>
 #include <exception>
 #include <limits>
 #include <new>
@@ -22,6 +24,8 @@ constexpr std::size_t kChunkAlignment = 16;  // as the heap's
 constexpr std::size_t kLargestSize = std::numeric_limits<std::size_t>::max();
 
 std::atomic<std::uint64_t> sOnBoundaryAllocTotal{0};
+std::atomic<std::size_t> sHeapChunks{0};
+std::atomic<std::size_t> sHeapBytes{0};
 
 // `unit` is a power of two.
 std::size_t RoundUp(std::size_t size, std::size_t unit) {
@@ -76,6 +80,11 @@ std::size_t Buffer::GetOnBoundaryAllocTotal() {
     return sOnBoundaryAllocTotal;
 }
 
+BufferFigures GetBufferFigures() noexcept {
+    return {sHeapChunks.load(std::memory_order_relaxed), sHeapBytes.load(std::memory_order_relaxed),
+            sOnBoundaryAllocTotal.load(std::memory_order_relaxed)};
+}
+
 BufferBase::BufferBase(std::size_t blockSize, bool onBoundary, MemoryContract* contract)
     : mBlockSize(RoundBlockSize(blockSize)), mContract(contract), mOnBoundary(onBoundary) {}
 
@@ -111,9 +120,14 @@ std::size_t BufferBase::BytesOfBlocks(std::size_t count) const {
     return count * mBlockSize;
 }
 
-std::size_t BufferBase::NextGrowth(std::size_t growthBlocks, std::size_t chunkSize) {
+std::size_t BufferBase::NextGrowth(std::size_t growthBlocks, std::size_t chunkSize) const {
     if (!sGrowDanamically || chunkSize >= sGrowLimitBytes) return growthBlocks;
-    return growthBlocks + growthBlocks / 2 + growthBlocks % 2;
+    const std::size_t grown = growthBlocks + growthBlocks / 2 + growthBlocks % 2;
+    const std::size_t limit = mGrowthLimit.load(std::memory_order_relaxed);
+    // What is that large already does not become smaller.
+    if (grown > limit / mBlockSize) [[unlikely]]
+        return std::max(growthBlocks, limit / mBlockSize);
+    return grown;
 }
 
 // The governors' part in the acquisition of a chunk. A chunk that comes while the buffer is detached is
@@ -192,6 +206,10 @@ Chunk BufferBase::AcquireChunk(std::size_t size) {
         asked.AddToTotal(size);
     }
     char* const start = memory.Release();
+    if (!mOnBoundary) {
+        sHeapChunks.fetch_add(1, std::memory_order_relaxed);
+        sHeapBytes.fetch_add(size, std::memory_order_relaxed);
+    }
     Poison(start, size);
     return {start, start + size};
 }
@@ -219,7 +237,12 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     const bool writable = !mProtected || UnprotectChunk(chunk);
     if (!writable && !mOnBoundary) return;
     // What lies behind the object goes with it.
-    if (chunk.start != mAdopted.start) GiveMemoryBack(chunk.start);
+    if (chunk.start == mAdopted.start) return;
+    if (!mOnBoundary) {
+        sHeapChunks.fetch_sub(1, std::memory_order_relaxed);
+        sHeapBytes.fetch_sub(chunk.Size(), std::memory_order_relaxed);
+    }
+    GiveMemoryBack(chunk.start);
 }
 
 bool BufferBase::ProtectChunk(const Chunk& chunk) {

@@ -31,6 +31,9 @@ public:
     void DetachFromGovernors() override;
     bool IsDetachedFromGovernors() override { return mGovernors.IsClosed(); }
 
+    // Chunks grow to at most so many bytes.
+    void LimitGrowth(std::size_t chunkBytes) { mGrowthLimit.store(chunkBytes, std::memory_order_relaxed); }
+
     // Bytes behind an object, in its heap block, for its first chunk.
     struct Room {
         std::size_t size;
@@ -97,7 +100,7 @@ protected:
     [[noreturn]] static void ThrowLocked();
 
     // The multiplier that follows `growthBlocks`, if chunks grow beyond one of `chunkSize` bytes.
-    static std::size_t NextGrowth(std::size_t growthBlocks, std::size_t chunkSize);
+    std::size_t NextGrowth(std::size_t growthBlocks, std::size_t chunkSize) const;
 
     std::size_t BlockSize() const { return mBlockSize; }
     MemoryContract* Contract() const { return mContract.Get(); }
@@ -119,7 +122,8 @@ private:
     // Of all chunks ever acquired: what the governors are credited with, and what they were not asked for.
     std::atomic<std::size_t> mTotalGoverned{0};
     std::atomic<std::size_t> mTotalDetached{0};
-    std::atomic<std::size_t> mLimit{0};  // 0: none
+    std::atomic<std::size_t> mLimit{0};                                              // 0: none
+    std::atomic<std::size_t> mGrowthLimit{std::numeric_limits<std::size_t>::max()};  // bytes of a chunk
     Chunk mAdopted;
     SmartPtrI<MemoryContract> mContract;
     const bool mOnBoundary;

@@ -2,6 +2,7 @@
 #include <Base/diagnostics/detail/ReportText.h>
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/WideLiteral.h>
+#include <Base/memory/BufferGrowth.h>
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/detail/BufferImplementation.h>
 #include <Base/memory/detail/DebugBuffer.h>
@@ -105,6 +106,9 @@ void DebugBuffer::Lock() {
 }
 void DebugBuffer::SetLimit(std::int64_t limit) {
     Checked().SetLimit(limit);
+}
+bool DebugBuffer::LimitGrowth(std::size_t chunkBytes) {
+    return ZBase::LimitGrowth(&Checked(), chunkBytes);
 }
 void DebugBuffer::AddCleanup(void (*function)(void*), void* argument) {
     Checked().AddCleanup(function, argument);

@@ -35,6 +35,9 @@ public:
     void DetachFromGovernors() override {}
     bool IsDetachedFromGovernors() override { return true; }
 
+    /// As the function of that name has it, for the inner buffer.
+    bool LimitGrowth(std::size_t chunkBytes);
+
 protected:
     bool mDeleted = false;
     bool mDebugMode = false;

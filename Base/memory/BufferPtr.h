@@ -1,0 +1,18 @@
+#pragma once
+
+#include <Base/memory/Buffer.h>
+
+#include <memory>
+
+namespace ZBase {
+
+/// Deleter of a buffer: `Delete`.
+struct DeleteBuffer {
+    void operator()(Buffer* buffer) const { buffer->Delete(); }
+};
+
+/// Owns a buffer: `const BufferPtr buffer(CreateBuffer(...))`. As the destructor of a `std::unique_ptr` does,
+/// it ends the process when a clean-up throws; who has such clean-ups calls `release()->Delete()`.
+using BufferPtr = std::unique_ptr<Buffer, DeleteBuffer>;
+
+}  // namespace ZBase
