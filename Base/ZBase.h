@@ -5,6 +5,7 @@
 #include <Base/ContractManagerAllocator.h>
 #include <Base/crash/CrashConfig.h>
 #include <Base/crash/CrashHandler.h>
+#include <Base/crash/CrashNotes.h>
 #include <Base/crash/CrashReportSender.h>
 #include <Base/crash/CrashStore.h>
 #include <Base/diagnostics/AddrToLine.h>

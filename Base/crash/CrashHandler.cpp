@@ -2,6 +2,7 @@
 #include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
+#include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/AllStacks.h>
@@ -117,6 +118,7 @@ bool InstallCrashHandler() {
     os::DumpHandler* const handler =
         os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpLimits());
     if (handler == nullptr) return false;
+    detail::WatchTerminate();
     gExceptionHandler = handler;  // an earlier one stays behind it
     const auto stacks = gCrashConfig.find("stacks_on"_w);
     if (stacks != gCrashConfig.end()) os::WriteStacksAtSignal(stacks->second.c_str(), directory.c_str());
@@ -151,6 +153,7 @@ bool InstallCrashStack() {
 }
 
 void ReleaseCrashHandler() {
+    detail::UnwatchTerminate();
     os::DumpHandler* const handler = gExceptionHandler.exchange(nullptr);
     const auto isRunning = [] { return IsOfThisProcess(gInCreateDump) && gInCreateDump != ThisCall(); };
     for (unsigned long waited = 0; isRunning() && waited < kLongestCreateDump; ++waited) {

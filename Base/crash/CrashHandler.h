@@ -14,6 +14,9 @@ namespace ZBase {
 /// calls of `exit` and `quick_exit`, which wait for that end. A child of fork or vfork has its own crash.
 /// The directory of the dumps is kept within the bounds of `CrashStore`, here and after each dump.
 /// Dumps hold the memory of stacks, the command line and the environment.
+///
+/// `std::terminate` keeps the text of its exception for the report and then goes on as before; a handler of
+/// the host's that is set later has to call the one that it replaces.
 ZBASE_API bool InstallCrashHandler();
 
 /// Dumps and reports the process as hanging; it goes on afterwards. False if there is no handler, if another

@@ -21,6 +21,7 @@ struct CrashCase {
     const char* reason;    // how the reader's begins
     const char* function;  // one on the stack of the crashed thread
     bool isInnermost;
+    CrashKeys lastWords = {};
 };
 
 class Crash : public test::CrashBench, public testing::WithParamInterface<CrashCase> {};
@@ -33,7 +34,9 @@ TEST_P(Crash, IsDumpedAndReportedOnce) {
     EXPECT_EQ(child.signal, expected.signal);
     EXPECT_TRUE(LeftDumps().empty());
     ASSERT_EQ(ReceivedDumps().size(), 1u);
-    EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"product", "probe"}, {"empty", ""}, {"run", "7"}}));
+    CrashKeys keys = {{"product", "probe"}, {"empty", ""}, {"run", "7"}};
+    keys.insert(expected.lastWords.begin(), expected.lastWords.end());
+    EXPECT_EQ(ReceivedKeys(1), keys);
 
     const ReadDump dump = ReadDumpFile(ReceivedDumps()[0]);
     EXPECT_EQ(dump.reason.rfind(expected.reason, 0), 0u) << dump.reason;
@@ -57,8 +60,14 @@ INSTANTIATE_TEST_SUITE_P(
                     CrashCase{"breakpoint", SIGTRAP, "SIGTRAP", "HitBreakpoint", true},
                     CrashCase{"jump", SIGSEGV, "SIGSEGV", "JumpNowhere", false},
                     CrashCase{"abort", SIGABRT, "SIGABRT", "Abort", false},
-                    CrashCase{"throw", SIGABRT, "SIGABRT", "ThrowUncaught", false},
-                    CrashCase{"pure", SIGABRT, "SIGABRT", "CallPureVirtual", false},
+                    CrashCase{
+                        "throw", SIGABRT, "SIGABRT", "ThrowUncaught", false, {{"exception_type", "int"}}},
+                    CrashCase{"pure",
+                              SIGABRT,
+                              "SIGABRT",
+                              "CallPureVirtual",
+                              false,
+                              {{"pure_call", "pure virtual method called"}}},
                     CrashCase{"overflow", SIGSEGV, "SIGSEGV", "Overflow", true},
                     CrashCase{"thread-overflow", SIGSEGV, "SIGSEGV", "Overflow", true},
                     CrashCase{"thread", SIGSEGV, "SIGSEGV", "WriteToNull", true},

@@ -37,8 +37,9 @@ protected:
                                           "LC_ALL=C.UTF-8"});
     }
 
-    ChildResult Probe(const std::string& kind, const std::vector<std::string>& keys = {}) const {
-        std::vector<std::string> command = {test::ChildProgram("CrashProbe"), kind, "run", "7"};
+    ChildResult Probe(const std::string& kind, const std::vector<std::string>& keys = {},
+                      const std::string& program = "CrashProbe") const {
+        std::vector<std::string> command = {test::ChildProgram(program), kind, "run", "7"};
         command.insert(command.end(), keys.begin(), keys.end());
         return test::RunChild(command, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
     }
@@ -101,6 +102,27 @@ TEST_F(CrashCommand, ShowTellsReasonStackAndKeys) {
     EXPECT_TRUE(Has(child.output, "WriteToNull"));
     EXPECT_TRUE(Has(child.output, "Crash keys\n  product=probe\n  run=7\nModules\n"));
     EXPECT_TRUE(Has(child.output, test::ChildProgram("CrashProbe")));
+}
+
+TEST_F(CrashCommand, ShowTellsTheNotesFromTheOldestOn) {
+    Configure("http://127.0.0.1:1/");
+    Probe("notes", {}, "LastWordsProbe");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_TRUE(Has(child.output, "Notes\n  note 7"));
+    EXPECT_TRUE(Has(child.output,
+                    "  note 9998\n  note 9999\n  \n  one line\n    and another, ?[31min red\nModules\n"))
+        << child.output;
+}
+
+TEST_F(CrashCommand, ShowTellsTheLastWords) {
+    Configure("http://127.0.0.1:1/");
+    Probe("message", {}, "LastWordsProbe");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_TRUE(Has(child.output,
+                    "Crash keys\n  exception=Nothing could be loaded. (Server message 104)\tnames.txt is not "
+                    "text. (Server message 103)\n"
+                    "  exception_type=ZBase::Message\n  product=probe\n  run=7\n"))
+        << child.output;
 }
 
 TEST_F(CrashCommand, ShowOfWhatIsNoDumpFails) {

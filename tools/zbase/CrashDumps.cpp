@@ -2,6 +2,7 @@
 #include "Console.h"
 
 #include <Base/crash/detail/CrashKeysBlock.h>
+#include <Base/crash/detail/CrashNotesBlock.h>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <set>
@@ -17,6 +19,7 @@ extern char** environ;
 
 namespace fs = std::filesystem;
 using ZBase::detail::CrashKeysBlock;
+using ZBase::detail::CrashNotesBlock;
 
 namespace {
 
@@ -56,11 +59,10 @@ bool IsWholeDump(const std::string& content) {
                        [&](std::uint32_t type) { return types.contains(type); });
 }
 
-// Names and values of the block that counts, and its head; its sequence stays 0 if there is none.
-std::string NewestFields(const std::string& content, CrashKeysBlock& newest) {
+// Names and values of the block that counts, and its head; its sequence stays what it is if there is none.
+std::string NewestFields(const std::string& content, const char* magic, CrashKeysBlock& newest) {
     std::string fields;
-    for (std::size_t at = 0; (at = content.find(ZBase::detail::kCrashKeysMagic, at)) != std::string::npos;
-         ++at) {
+    for (std::size_t at = 0; (at = content.find(magic, at)) != std::string::npos; ++at) {
         CrashKeysBlock block{};
         if (content.size() - at < sizeof block) break;
         std::memcpy(&block, &content[at], sizeof block);
@@ -71,6 +73,71 @@ std::string NewestFields(const std::string& content, CrashKeysBlock& newest) {
     }
     return fields;
 }
+
+void AddFields(const std::string& fields, CrashKeys& keys) {
+    for (std::size_t at = 0; at < fields.size();) {
+        const std::string name = &fields[at];
+        at = std::min(fields.size(), at + name.size() + 1);
+        const std::string value = fields.c_str() + at;
+        at += value.size() + 1;
+        keys[name] = value;
+    }
+}
+
+/// The ring of notes, as a dump holds it.
+class NoteRing {
+public:
+    // False for what is not all there.
+    bool Find(const std::string& content) {
+        const std::size_t head = offsetof(CrashNotesBlock, words);
+        for (std::size_t at = 0;
+             (at = content.find(ZBase::detail::kCrashNotesMagic, at)) != std::string::npos; ++at) {
+            if (content.size() - at < sizeof(CrashNotesBlock)) return false;
+            std::uint64_t size = 0;
+            std::memcpy(&size, &content[at + offsetof(CrashNotesBlock, size)], sizeof size);
+            if (size != sizeof mWords) continue;  // a text that looks like one
+            std::memcpy(&mEnd, &content[at + offsetof(CrashNotesBlock, end)], sizeof mEnd);
+            std::memcpy(mWords, &content[at + head], sizeof mWords);
+            return true;
+        }
+        return false;
+    }
+
+    // From the oldest on. Between them may be what was being written.
+    std::vector<std::string> Notes() const {
+        std::vector<std::string> notes;
+        const std::uint64_t ring = ZBase::detail::kCrashNoteWords;
+        for (std::uint64_t place = mEnd > ring ? mEnd - ring : 0; place < mEnd;) {
+            std::string note;
+            const std::uint64_t words = Read(place, note);
+            if (words != 0) notes.push_back(note);
+            place += std::max<std::uint64_t>(words, 1);
+        }
+        return notes;
+    }
+
+private:
+    std::uint64_t At(std::uint64_t place) const { return mWords[place % ZBase::detail::kCrashNoteWords]; }
+
+    // Gives the words of the record, or 0 if none begins there.
+    std::uint64_t Read(std::uint64_t place, std::string& note) const {
+        const std::uint64_t head = At(place);
+        const std::size_t octets = head & 0xFFFF;
+        const std::uint64_t words = 2 + (octets + 7) / 8;
+        if (head >> 16 != place || octets > ZBase::detail::kMostNoteOctets || words > mEnd - place) return 0;
+        std::uint64_t checksum = ZBase::detail::NextNoteChecksum(0, head);
+        for (std::uint64_t i = 2; i != words; ++i) {
+            const std::uint64_t word = At(place + i);
+            checksum = ZBase::detail::NextNoteChecksum(checksum, word);
+            note.append(reinterpret_cast<const char*>(&word), sizeof word);
+        }
+        note.resize(octets);
+        return checksum == At(place + 1) ? words : 0;
+    }
+
+    std::uint64_t mEnd = 0;
+    std::uint64_t mWords[ZBase::detail::kCrashNoteWords];
+};
 
 }  // namespace
 
@@ -89,17 +156,15 @@ DumpedReport ReportOfDump(const fs::path& dump) {
     DumpedReport report;
     report.isDump = IsWholeDump(content);
     CrashKeysBlock newest{};
-    const std::string fields = NewestFields(content, newest);
+    const std::string fields = NewestFields(content, ZBase::detail::kCrashKeysMagic, newest);
     report.hasKeys = newest.sequence != 0;
     report.isForProduction = newest.production == 1;
     if (newest.hanging == 1) report.keys["reason"] = "hanging";
-    for (std::size_t at = 0; at < fields.size();) {
-        const std::string name = &fields[at];
-        at = std::min(fields.size(), at + name.size() + 1);
-        const std::string value = fields.c_str() + at;
-        at += value.size() + 1;
-        report.keys[name] = value;
-    }
+    CrashKeysBlock words{};
+    AddFields(NewestFields(content, ZBase::detail::kLastWordsMagic, words), report.keys);
+    AddFields(fields, report.keys);
+    NoteRing ring;
+    if (ring.Find(content)) report.notes = ring.Notes();
     return report;
 }
 

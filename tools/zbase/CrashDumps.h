@@ -16,7 +16,8 @@ std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& director
 struct DumpedReport {
     bool isDump = false;   // the file is a whole dump
     bool hasKeys = false;  // and one of a process with crash keys
-    CrashKeys keys;        // "reason" included
+    CrashKeys keys;        // "reason" and the last words included
+    std::vector<std::string> notes;
     bool isForProduction = false;
 };
 

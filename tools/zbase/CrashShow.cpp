@@ -106,6 +106,22 @@ std::map<std::string, std::string> FilesOfModules(const std::string& dump) {
     return files;
 }
 
+// Texts of a process may hold anything. Further lines stand under the first.
+std::string Line(const std::string& text) {
+    std::string line;
+    for (const char c : text.substr(0, text.find_last_not_of("\r\n") + 1)) {
+        const auto octet = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            line += "\n    ";
+        } else if (c == '\t' || (octet >= 0x20 && octet != 0x7F)) {
+            line += c;
+        } else {
+            line += '?';
+        }
+    }
+    return line;
+}
+
 void PrintFrame(const std::vector<std::string>& frame) {
     std::string where = frame[3].empty() ? frame[6] : frame[3];
     if (!frame[4].empty()) where += "  " + frame[4] + ":" + frame[5];
@@ -130,7 +146,9 @@ int RunCrashShow(const std::string& dump) {
           walk.thread + "\n");
     for (const auto& frame : walk.frames) PrintFrame(frame);
     Print(report.hasKeys ? "Crash keys\n" : "No crash keys\n");
-    for (const auto& [name, value] : report.keys) Print("  " + name + "=" + value + "\n");
+    for (const auto& [name, value] : report.keys) Print("  " + Line(name + "=" + value) + "\n");
+    if (!report.notes.empty()) Print("Notes\n");
+    for (const std::string& note : report.notes) Print("  " + Line(note) + "\n");
     Print("Modules\n");
     for (const auto& module : walk.modules) {
         const auto file = files.find(module[1]);

@@ -14,6 +14,9 @@ struct CrashKeysBlock {
     std::uint64_t production;  // 1 if the report goes to the server of `ServerProdURL`
 };
 
+/// The same with what the crashed thread said of itself; crash keys of these names win.
+inline constexpr char kLastWordsMagic[17] = "ZBase last words";
+
 inline constexpr char kCrashKeysMagic[17] = "ZBase crash keys";
 
 }  // namespace ZBase::detail

@@ -1,6 +1,8 @@
 #include <Base/crash/detail/CrashKeyLog.h>
+#include <Base/crash/detail/CrashNotesBlock.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
+#include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/Pages.h>
@@ -20,6 +22,12 @@ constexpr char kHanging[] = "reason\0hanging";
 constexpr char kElsewhere[] = "dump_directory";
 
 CrashKeyLog sKeys;
+
+// What the crashed thread said, as a dump holds it.
+struct {
+    CrashKeysBlock head;
+    char fields[kMostLastWords];
+} sLastWords;
 
 // In pages of its own: the text stands behind this.
 struct PreparedText {
@@ -74,12 +82,20 @@ void PrepareCrashKey(const std::string& name, const std::string& value) {
     sKeys.Append(name, value, gCrashKeys, gCustomerDsi);
 }
 
-os::DumpMemory BeginReport(bool onDemand) {
-    static const CrashKeysBlock sNone{};
+os::DumpContent BeginReport(os::EDumpCause cause) {
+    const CrashNotesBlock& notes = CrashNotes();
+    os::DumpContent content{{{nullptr, 0}, {nullptr, 0}, {&notes, sizeof notes}}};
     CrashKeysBlock* const keys = sKeys.BeginReading();
-    if (keys == nullptr) return {&sNone, sizeof sNone};
-    keys->hanging = onDemand ? 1 : 0;
-    return {keys, sizeof *keys + keys->size};
+    if (keys != nullptr) {
+        keys->hanging = cause == os::EDumpCause::eDemand ? 1 : 0;
+        content.parts[0] = {keys, sizeof *keys + keys->size};
+    }
+    if (cause == os::EDumpCause::eDemand) return content;
+    sLastWords.head.sequence = 1;
+    sLastWords.head.size = CopyLastWords(sLastWords.fields, cause);
+    std::memcpy(sLastWords.head.magic, kLastWordsMagic, sizeof sLastWords.head.magic);
+    content.parts[1] = {&sLastWords, sizeof sLastWords.head + sLastWords.head.size};
+    return content;
 }
 
 void EndReport() {
@@ -99,6 +115,7 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
         {kHanging, dump.onDemand ? sizeof kHanging : 0},
         {kElsewhere, dump.elsewhere == nullptr ? 0 : sizeof kElsewhere},
         {dump.elsewhere, dump.elsewhere == nullptr ? 0 : std::strlen(dump.elsewhere) + 1},
+        {sLastWords.fields, dump.onDemand ? 0 : sLastWords.head.size},
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
     const char answer = os::RunReportSender(pieces, std::size(pieces), kUploadSeconds);

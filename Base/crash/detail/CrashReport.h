@@ -15,9 +15,9 @@ void PrepareCrashKey(const std::string& name, const std::string& value);
 
 // These run on the crashed thread's alternate stack. No heap, no lock.
 
-/// Gives the crash keys that were prepared, for a dump to hold; it is marked as one of a hanging process if
-/// it is on demand.
-os::DumpMemory BeginReport(bool onDemand);
+/// Gives what a dump holds for its report: the crash keys that were prepared, marked as those of a hanging
+/// process if it is on demand, the last words of the calling thread if not, and the notes.
+os::DumpContent BeginReport(os::EDumpCause cause);
 
 /// What `BeginReport` gave is read no more.
 void EndReport();

@@ -10,8 +10,17 @@ namespace ZBase::os {
 /// Memory that a dump holds beside the stacks.
 struct DumpMemory {
     const void* start;
-    std::size_t size;  // octets, not 0
+    std::size_t size;  // octets; 0 for none
 };
+
+inline constexpr std::size_t kDumpMemories = 3;
+
+struct DumpContent {
+    DumpMemory parts[kDumpMemories];
+};
+
+/// Why a dump is made.
+enum class EDumpCause { eDemand, eFault, eAbort };
 
 /// A dump that was tried.
 struct TriedDump {
@@ -25,7 +34,7 @@ struct TriedDump {
 /// the thread that wants a dump. No heap, no lock.
 struct DumpUser {
     /// Called before a dump; gives what it shall hold.
-    DumpMemory (*begin)(bool onDemand);
+    DumpContent (*begin)(EDumpCause cause);
 
     /// Called after a dump. After a crash it answers whether the process ends here (true), or whether the
     /// system's own handling follows (false).
@@ -63,6 +72,14 @@ bool SharesMemory();
 /// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported, and unblocks
 /// the signals of faults for it. False if there is no memory for the stack.
 bool InstallCrashStack();
+
+/// Call before the first `CopyAbortMessage`.
+void PrepareAbortMessage();
+
+/// What the system's libraries said when they aborted the process, as of an assertion or of a damaged heap:
+/// at most `size - 1` octets, and a zero. Gives their number, 0 if they said nothing. Runs on the crashed
+/// thread. No heap, no lock.
+std::size_t CopyAbortMessage(char* text, std::size_t size);
 
 /// Removes a dump. Runs on the crashed thread. No heap, no lock.
 void DeleteDump(const char* path);

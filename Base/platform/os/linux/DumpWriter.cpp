@@ -24,7 +24,7 @@ namespace {
 using google_breakpad::MinidumpDescriptor;
 
 constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
-constexpr char kNothing[8] = {};  // what a dump holds for a user that has nothing
+constexpr char kNothing[kDumpMemories][8] = {};  // what a dump holds for a user that has nothing
 
 // "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
 bool MakeName(char* name) {
@@ -71,12 +71,15 @@ DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDeman
     std::memcpy(mTemporary, temporary.c_str(), temporary.size() + 1);
     mPath[0] = 0;
     mElsewhere[0] = 0;
-    mHandler.RegisterAppMemory(const_cast<char*>(kNothing), sizeof kNothing);
+    // Each is known by its address.
+    for (const auto& nothing : kNothing)
+        mHandler.RegisterAppMemory(const_cast<char*>(nothing), sizeof nothing);
 }
 
 bool DumpWriter::WriteCrash(int signal, siginfo_t* information, void* context) {
     const bool isMine = TakeDump();
-    const bool written = Dump([&] { return mHandler.HandleSignal(signal, information, context); });
+    const bool written = Dump(signal == SIGABRT ? EDumpCause::eAbort : EDumpCause::eFault,
+                              [&] { return mHandler.HandleSignal(signal, information, context); });
     if (isMine) LeaveDump();
     return EndDump(written);
 }
@@ -92,7 +95,7 @@ bool DumpWriter::WriteNow() {
             return false;
         }
         const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
-        written = Dump([this] { return mHandler.WriteMinidump(); });
+        written = Dump(EDumpCause::eDemand, [this] { return mHandler.WriteMinidump(); });
         if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
         LeaveDump();
     }
@@ -109,9 +112,14 @@ bool DumpWriter::EndDump(bool written) {
 // Writes into the directory, or into the temporary one if nothing can be written there. Runs on the crashed
 // thread. No heap, no lock.
 template <class Write>
-bool DumpWriter::Dump(Write write) {
-    const DumpMemory memory = mUser.begin(mOnDemand);
-    mHandler.ReplaceAppMemory(const_cast<void*>(memory.start), memory.size);
+bool DumpWriter::Dump(EDumpCause cause, Write write) {
+    const DumpContent content = mUser.begin(cause);
+    for (std::size_t i = 0; i != kDumpMemories; ++i) {
+        const DumpMemory& part = content.parts[i];
+        mHandler.ReplaceAppMemory(
+            i, part.size == 0 ? const_cast<char*>(kNothing[i]) : const_cast<void*>(part.start),
+            part.size == 0 ? sizeof kNothing[i] : part.size);
+    }
     mElsewhere[0] = 0;
     if (OpenInDirectory()) {
         const bool written = write();

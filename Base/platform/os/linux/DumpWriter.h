@@ -26,7 +26,7 @@ public:
 
 private:
     template <class Write>
-    bool Dump(Write write);
+    bool Dump(EDumpCause cause, Write write);
     bool OpenFile(const char* directory);
     bool OpenInDirectory();
     bool DropIfEmpty(bool written);

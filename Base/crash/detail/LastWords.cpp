@@ -1,0 +1,173 @@
+#include <Base/crash/detail/LastWords.h>
+#include <Base/messages/Message.h>
+#include <Base/messages/MessageFormat.h>
+#include <Base/platform/os/Callers.h>
+#include <Base/platform/os/Threads.h>
+
+#include <cxxabi.h>
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+namespace ZBase::detail {
+
+namespace {
+
+constexpr std::size_t kMostTypeName = 1024;  // octets
+constexpr std::size_t kMostNested = 16;
+constexpr std::size_t kThreads = 4;  // that end the process at the same time
+
+/// Names and values; the last one is cut where there is no more room.
+struct Words {
+    void Add(const char* name, const char* value, std::size_t most = kMostLastWords) {
+        const std::size_t nameSize = std::strlen(name) + 1;
+        if (nameSize + 1 > sizeof fields - size) return;
+        const std::size_t room = std::min(most, sizeof fields - size - nameSize - 1);
+        const auto length = static_cast<std::size_t>(std::find(value, value + room, '\0') - value);
+        std::memcpy(fields + size, name, nameSize);
+        std::memcpy(fields + size + nameSize, value, length);
+        size += nameSize + length + 1;
+        fields[size - 1] = 0;
+    }
+
+    std::atomic<unsigned long> thread = 0;  // whose they are
+    std::size_t size = 0;
+    char fields[kMostLastWords / 2];
+};
+
+Words sWords[kThreads];
+std::terminate_handler spBefore = nullptr;
+
+std::exception_ptr NestedIn(const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::nested_exception& outer) {
+        return outer.nested_ptr();
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+std::string TextOf(const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const Message& message) {
+        return FormatMessage(message, 0).c_str();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    } catch (const std::string& thrown) {
+        return thrown;
+    } catch (const char* thrown) {
+        return thrown == nullptr ? "" : thrown;
+    } catch (...) {
+        return "";
+    }
+}
+
+// Of an exception, and of those that are nested in it, a line or tree each.
+std::string TextOfAll(std::exception_ptr exception) {
+    std::string text = TextOf(exception);
+    for (std::size_t depth = 0; depth != kMostNested; ++depth) {
+        exception = NestedIn(exception);
+        if (exception == nullptr) break;
+        text += "\n" + TextOf(exception);
+    }
+    return text;
+}
+
+// What an exception holds as it is.
+void SayPlainly(Words& words, const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::exception& failure) {
+        words.Add("exception", failure.what());
+    } catch (...) {
+    }
+}
+
+// Without the heap the name is the compiler's.
+void SayType(Words& words, bool hasHeap) {
+    const std::type_info* const type = abi::__cxa_current_exception_type();
+    if (type == nullptr) return;
+    int status = 0;
+    const std::unique_ptr<char, void (*)(void*)> name(
+        hasHeap ? abi::__cxa_demangle(type->name(), nullptr, nullptr, &status) : nullptr, std::free);
+    words.Add("exception_type", name == nullptr ? type->name() : name.get(), kMostTypeName);
+}
+
+void Say(Words& words) {
+    const std::exception_ptr exception = std::current_exception();
+    if (os::IsCalledFrom(reinterpret_cast<const void*>(&abi::__cxa_pure_virtual))) {
+        words.Add("pure_call", "pure virtual method called");
+    } else if (exception == nullptr && abi::__cxa_current_exception_type() == nullptr) {
+        words.Add("terminate", "called without an exception");
+    } else {
+        const bool hasHeap = !os::MayHoldAllocator();
+        SayType(words, hasHeap);
+        if (exception == nullptr || !hasHeap) return;  // null if it is of another language
+        try {
+            const std::string text = TextOfAll(exception);
+            if (!text.empty()) words.Add("exception", text.c_str());
+        } catch (...) {  // no memory for it
+            SayPlainly(words, exception);
+        }
+    }
+}
+
+Words* WordsOf(unsigned long thread) {
+    const auto found = std::find_if(std::begin(sWords), std::end(sWords),
+                                    [&](const Words& words) { return words.thread == thread; });
+    return found == std::end(sWords) ? nullptr : found;
+}
+
+// Of a thread that comes a second time, out of what is done here, nothing more is said.
+[[noreturn]] void HandleTerminate() {
+    const unsigned long thread = os::CurrentThreadId();
+    if (WordsOf(thread) == nullptr) {
+        for (Words& words : sWords) {
+            unsigned long nobody = 0;
+            if (!words.thread.compare_exchange_strong(nobody, thread)) continue;
+            Say(words);
+            break;
+        }
+    }
+    if (spBefore != nullptr) spBefore();
+    std::abort();
+}
+
+}  // namespace
+
+void WatchTerminate() {
+    os::PrepareCallers();
+    os::PrepareAbortMessage();
+    if (std::get_terminate() != HandleTerminate) spBefore = std::set_terminate(HandleTerminate);
+}
+
+void UnwatchTerminate() {
+    if (std::get_terminate() == HandleTerminate) std::set_terminate(spBefore);
+}
+
+std::size_t CopyLastWords(char* fields, os::EDumpCause cause) {
+    std::size_t size = 0;
+    if (cause == os::EDumpCause::eDemand) return 0;
+    if (const Words* const words = WordsOf(os::CurrentThreadId())) {
+        size = words->size;
+        std::memcpy(fields, words->fields, size);
+    }
+    constexpr char kAbortMessage[] = "abort_message";
+    if (cause != os::EDumpCause::eAbort) return size;
+    char* const value = fields + size + sizeof kAbortMessage;
+    std::size_t length = os::CopyAbortMessage(value, kMostLastWords - size - sizeof kAbortMessage);
+    while (length != 0 && value[length - 1] == '\n') --length;
+    if (length == 0) return size;
+    std::memcpy(fields + size, kAbortMessage, sizeof kAbortMessage);
+    value[length] = 0;
+    return size + sizeof kAbortMessage + length + 1;
+}
+
+}  // namespace ZBase::detail
