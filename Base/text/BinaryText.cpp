@@ -1,8 +1,10 @@
 #include <Base/text/BinaryText.h>
+#include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/Digits.h>
 #include <Base/text/detail/ResultText.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 
 namespace ZBase {
@@ -80,6 +82,28 @@ std::string UrlEncode(const std::string& text) {
             result += '%';
             result += Char2Hex(octet);
         }
+    }
+    return result;
+}
+
+std::string UrlDecode(const std::string& text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t i = 0; i != text.size(); ++i) {
+        if (text[i] != '%') {
+            result += text[i];
+            continue;
+        }
+        unsigned int value = 0;
+        const char* const digits = text.data() + i + 1;
+        const char* const end = text.data() + std::min(i + 3, text.size());
+        const auto parsed = std::from_chars(digits, end, value, 16);
+        if (parsed.ptr != digits + 2)
+            detail::ThrowConversionFailure(
+                "ZBase::UrlDecode: No two hexadecimal digits behind % at offset 0x",
+                static_cast<unsigned int>(i), 1);
+        result += static_cast<char>(value);
+        i += 2;
     }
     return result;
 }

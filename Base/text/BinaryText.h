@@ -26,4 +26,8 @@ ZBASE_API std::string Char2Hex(char octet);
 /// Percent-encodes every byte but letters, digits, "~", "-", "_" and "." (RFC 3986, unreserved characters).
 ZBASE_API std::string UrlEncode(const std::string& text);
 
+/// The bytes of percent-encoded text, zeros among them: "%" and two hexadecimal digits of either case make a
+/// byte, everything else stays, "+" as well. Throws `StringConversionException` for a "%" without its digits.
+ZBASE_API std::string UrlDecode(const std::string& text);
+
 }  // namespace ZBase
