@@ -78,12 +78,12 @@
 #include <Base/switches/AppGlobalEventReporter.h>
 #include <Base/switches/FeatureFlagMgr.h>
 #include <Base/text/BinaryText.h>
-#include <Base/text/DoubleText.h>
 #include <Base/text/FragmentedString.h>
 #include <Base/text/GovernedConversions.h>
 #include <Base/text/Guid.h>
 #include <Base/text/IdentifierHash.h>
 #include <Base/text/MultibyteConversions.h>
+#include <Base/text/NearestDouble.h>
 #include <Base/text/NumberText.h>
 #include <Base/text/SidText.h>
 #include <Base/text/Udid.h>

@@ -1,4 +1,4 @@
-#include <Base/text/DoubleText.h>
+#include <Base/text/NearestDouble.h>
 
 #include <algorithm>
 #include <charconv>
