@@ -71,6 +71,7 @@
 #include <Base/platform/HostInformation.h>
 #include <Base/platform/NameResolution.h>
 #include <Base/platform/ProcessInformation.h>
+#include <Base/platform/ProcessLimits.h>
 #include <Base/platform/PseudoRandom.h>
 #include <Base/platform/SharedLibrary.h>
 #include <Base/platform/Timer.h>

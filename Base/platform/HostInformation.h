@@ -15,7 +15,7 @@ ZBASE_API ReturnWString GetComputerFullName();
 /// when the system does not tell, or the account is none of a user.
 ZBASE_API ReturnWString GetCurrentLogin();
 
-/// The processors that are online.
+/// The processors that are online. Of these the process may use fewer: `GetUsableProcessors`.
 ZBASE_API unsigned short GetNumberOfSystemProcessors();
 
 /// A number that tells this machine from others of its network: the IPv4 address that its own host name

@@ -21,6 +21,8 @@ int RunHost() {
     PrintRow("full name", Narrow(ZBase::GetComputerFullName().c_str()));
     PrintRow("machine", "0x" + Hex(static_cast<unsigned int>(ZBase::GetUniqueMachineID()), 8));
     PrintRow("processors", std::to_string(ZBase::GetNumberOfSystemProcessors()));
+    PrintRow("usable", std::to_string(ZBase::GetUsableProcessors()) + " processors, " +
+                           ZBase::GetHumanReadableSize(ZBase::GetUsableMemory()) + " of memory");
     PrintRow("page size", ZBase::GetHumanReadableSize(pageSize));
     PrintRow("login", Login());
     PrintRow("locale", ZBase::GetProcessLocale());

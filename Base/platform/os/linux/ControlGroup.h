@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ZBase::os {
+
+/// A control group of version 2: a folder below the place where the hierarchy is mounted. What limits a group
+/// limits all below it, so each answer is the smallest from the group up to the mount.
+class ControlGroup {
+public:
+    static constexpr std::uint64_t kUnlimited = UINT64_MAX;
+
+    /// The group at the end of `path`, such as "/system.slice/server.service", below `mount`.
+    ControlGroup(std::string mount, std::string_view path);
+
+    /// By what /proc/self/cgroup and /proc/self/mountinfo hold. Without such a hierarchy nothing is limited.
+    static ControlGroup FromProcess(std::string_view groups, std::string_view mounts);
+
+    /// Bytes, or `kUnlimited`.
+    std::uint64_t MemoryLimit() const;
+
+    /// Whole processors, a part of one counting as one, or `kUnlimited`.
+    std::uint64_t ProcessorLimit() const;
+
+private:
+    template <class Read>
+    std::uint64_t Smallest(const char* file, Read read) const;
+
+    std::string mMount;  // empty: there is none
+    std::string mPath;   // without "/" at its end
+};
+
+}  // namespace ZBase::os
