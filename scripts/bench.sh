@@ -1,5 +1,5 @@
 #!/bin/sh
-# bench.sh [BENCHMARK...]: measures load, memory, xml or stacks, each beside its peers in one run; without a name, all.
+# bench.sh [BENCHMARK...]: measures load, memory, xml, stacks or text, each beside its peers in one run; without a name, all.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh bench
@@ -36,7 +36,9 @@ bench_xml() {
 
 bench_stacks() { "$build/benchmarks/stacks/StackBenchmark"; }
 
-[ $# -gt 0 ] || set -- load memory xml stacks
+bench_text() { "$build/benchmarks/text/TextBenchmark"; }
+
+[ $# -gt 0 ] || set -- load memory xml stacks text
 for name in "$@"; do
     echo "== $name"
     "bench_$name"

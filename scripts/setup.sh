@@ -14,7 +14,7 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
-bench="$build libabsl-dev libbenchmark-dev libmimalloc-dev libprotobuf-dev libunwind-dev"
+bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev"
 
 wanted=""
 breakpad=""
