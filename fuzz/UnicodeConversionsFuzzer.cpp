@@ -1,7 +1,10 @@
-// The input is decoded as UTF-8 and encoded as wide text, in both modes, beside the slow model of the tests.
+// The input is decoded as UTF-8 and encoded as wide text, in both modes and by every kind of kernel that the
+// processor can run, beside the slow model of the tests.
 
 #include <Base/text/UnicodeConversions.h>
+#include <Base/text/detail/TextKernels.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -56,11 +59,16 @@ void CheckEncodings(const Units& units) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string octets(reinterpret_cast<const char*>(data), size);
-    CheckDecoding(octets, false);
-    CheckDecoding(octets, true);
-
     Units units(size / 2, 0);
     if (!units.empty()) std::memcpy(units.data(), data, units.size() * 2);
-    CheckEncodings(units.substr(0, units.find(static_cast<unsigned short>(0))));
+    units.resize(std::min(units.size(), units.find(static_cast<unsigned short>(0))));
+
+    const ZBase::detail::KernelList runnable = ZBase::detail::RunnableKernels();
+    for (std::size_t kind = 0; kind != runnable.count; ++kind) {
+        ZBase::detail::UseKernels(runnable.kinds[kind]);
+        CheckDecoding(octets, false);
+        CheckDecoding(octets, true);
+        CheckEncodings(units);
+    }
     return 0;
 }

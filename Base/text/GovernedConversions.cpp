@@ -28,10 +28,9 @@ ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, uns
     const std::size_t request = 2 * (capacity + 1);  // meant: as if the result held units of two bytes
     const bool governed = !contract.IsNull() && request >= kSmallestRequest;
     if (governed) RequestFromContract(*contract, request);
-    ReturnString result(capacity, nullptr);
+    detail::Unfinished<ReturnString> result(capacity);
     if (governed) SettleWithContract(*contract, request);
-    detail::EncodeUtf8(source, units, replace, detail::Writable(result));
-    return result;
+    return result.Finish(detail::EncodeUtf8(source, units, replace, result.Get()));
 }
 
 }  // namespace ZBase

@@ -1,4 +1,3 @@
-#include <Base/platform/os/Utf8.h>
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/ResultText.h>
@@ -39,14 +38,15 @@ unsigned int NextUtf16Value(const unsigned short*& source) {
     return ((unit & 0x3FF) << 10) + 0x10000 + (low & 0x3FF);
 }
 
-// Copies `count` units through `screen`, and writes a terminator.
+// Copies `count` units through `screen`, and writes a terminator. Gives where that stands.
 template <class Screen>
-void CopyUnits(const unsigned short* source, std::uint64_t count, unsigned short* destination,
-               Screen screen) {
+unsigned short* CopyUnits(const unsigned short* source, std::uint64_t count, unsigned short* destination,
+                          Screen screen) {
     for (std::uint64_t i = 0; i != count; ++i) {
         destination[i] = static_cast<unsigned short>(screen(source[i]));
     }
     destination[count] = 0;
+    return destination + count;
 }
 
 }  // namespace
@@ -56,10 +56,9 @@ const unsigned short UNICODE_BYTE_ORDER_MARK[2] = {0xFEFF, 0};
 ReturnWString UTF8ToWideChar(const char* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t length = std::strlen(source);
-    ReturnWString result(length, nullptr);
-    detail::DecodeUtf8(reinterpret_cast<const unsigned char*>(source), length, replace,
-                       detail::Writable(result));
-    return result;
+    detail::Unfinished<ReturnWString> result(length);
+    return result.Finish(
+        detail::DecodeUtf8(reinterpret_cast<const unsigned char*>(source), length, replace, result.Get()));
 }
 
 bool UTF8ToWideChar(const unsigned char* source, unsigned short* destination, std::uint64_t sourceLength,
@@ -93,27 +92,26 @@ ReturnString WideCharToUTF8(const unsigned short* source, bool replace) {
 ReturnString WideCharToUTF8UsingLength(const unsigned short* source, unsigned int length, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t units = detail::CountUnits(source, length);
-    ReturnString result(detail::Utf8Capacity(units), nullptr);
-    detail::EncodeUtf8(source, units, replace, detail::Writable(result));
-    return result;
+    detail::Unfinished<ReturnString> result(detail::Utf8Capacity(units));
+    return result.Finish(detail::EncodeUtf8(source, units, replace, result.Get()));
 }
 
 ReturnWString UTF16ToWideChar(const unsigned short* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t units = detail::CountUnits(source, 0);
-    ReturnWString result(units, nullptr);
-    CopyUnits(source, units, detail::Writable(result),
-              [replace](unsigned short unit) { return detail::UnicodeValueToWideChar(unit, replace); });
-    return result;
+    detail::Unfinished<ReturnWString> result(units);
+    return result.Finish(CopyUnits(source, units, result.Get(), [replace](unsigned short unit) {
+        return detail::UnicodeValueToWideChar(unit, replace);
+    }));
 }
 
 ReturnUString WideCharToUTF16(const unsigned short* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t units = detail::CountUnits(source, 0);
-    ReturnUString result(units, nullptr);
-    CopyUnits(source, units, detail::Writable(result),
-              [replace](unsigned short unit) { return detail::WideCharToUnicodeValue(unit, replace); });
-    return result;
+    detail::Unfinished<ReturnUString> result(units);
+    return result.Finish(CopyUnits(source, units, result.Get(), [replace](unsigned short unit) {
+        return detail::WideCharToUnicodeValue(unit, replace);
+    }));
 }
 
 unsigned short* WideCharToUTF16(const unsigned short* source, unsigned short* destination,
@@ -130,11 +128,9 @@ unsigned short* WideCharToUTF16(const unsigned short* source, unsigned short* de
 
 ReturnString UTF16ToUTF8(const unsigned short* source) {
     if (source == nullptr) return nullptr;
-    ReturnString result(detail::Utf8Capacity(detail::CountUnits(source, 0)), nullptr);
-    char* out = detail::Writable(result);
-    while (*source != 0) out = os::PutUtf8(out, NextUtf16Value(source));
-    *out = 0;
-    return result;
+    const std::size_t units = detail::CountUnits(source, 0);
+    detail::Unfinished<ReturnString> result(detail::Utf8Capacity(units));
+    return result.Finish(detail::EncodeUnits(source, units, result.Get(), NextUtf16Value));
 }
 
 }  // namespace ZBase

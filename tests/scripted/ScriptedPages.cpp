@@ -58,4 +58,8 @@ bool DecommitPages(void* address, std::size_t size) {
     return Answer("decommit", address, size, test::gPages.failingDecommit);
 }
 
+void ClearMemory(void* address, std::size_t size) {
+    std::memset(address, 0, size);
+}
+
 }  // namespace ZBase::os

@@ -5,7 +5,7 @@
 
 namespace test {
 
-/// Memory of exactly `size` bytes with a page behind it that can't be touched.
+/// Memory of exactly `size` bytes with a page behind it that can't be touched, and one before all its pages.
 class GuardedMemory {
 public:
     explicit GuardedMemory(std::size_t size);
@@ -15,9 +15,13 @@ public:
 
     void* Get() const { return mpData; }
 
+    /// The first byte behind the page before; `size` bytes from here are there too.
+    void* GetFirst() const { return mpFirst; }
+
 private:
     void* mpPages;
     std::size_t mMappedSize;
+    void* mpFirst;
     void* mpData;
 };
 

@@ -15,6 +15,9 @@ namespace ZBase::os {
 
 inline constexpr std::size_t kBadText = static_cast<std::size_t>(-1);
 
+/// Whether the locale's encoding is UTF-8.
+bool MultibyteIsUtf8();
+
 /// The longest character of the locale in octets, as the locale itself has it.
 std::size_t LongestMultibyteCharacter();
 

@@ -28,4 +28,8 @@ bool UnprotectPages(void* address, std::size_t size);
 /// that `AllocatePages` did not give.
 bool DecommitPages(void* address, std::size_t size);
 
+/// Zeroes a range of memory that is the process's own. The pages inside a large one take no memory until they
+/// are used again. Keeps the last code.
+void ClearMemory(void* address, std::size_t size);
+
 }  // namespace ZBase::os

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <Base/frame/detail/TextBlock.h>
+#include <Base/platform/os/Pages.h>
+
 #include <cstddef>
 #include <limits>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 namespace ZBase::detail {
 
@@ -12,6 +16,32 @@ template <class Result>
 auto* Writable(const Result& result) {
     return const_cast<std::remove_const_t<std::remove_pointer_t<decltype(result.c_str())>>*>(result.c_str());
 }
+
+/// A result that is being made: a block for `length` units, of which only those that are written are touched.
+template <class Result>
+class Unfinished {
+public:
+    using Ch = std::remove_const_t<std::remove_pointer_t<decltype(std::declval<Result>().c_str())>>;
+
+    explicit Unfinished(std::size_t length) : mLength(length), mpBlock(AllocateTextBlock<Ch>(length)) {}
+    ~Unfinished() { FreeText(mpBlock); }
+    Unfinished(const Unfinished&) = delete;
+    Unfinished& operator=(const Unfinished&) = delete;
+
+    Ch* Get() const { return mpBlock; }
+
+    /// The text up to `end`, which stands in the block. All behind it is 0.
+    Result Finish(Ch* end) {
+        os::ClearMemory(end, static_cast<std::size_t>(mpBlock + mLength + 1 - end) * sizeof(Ch));
+        Result result(nullptr);
+        result.Swap(mpBlock);
+        return result;
+    }
+
+private:
+    std::size_t mLength;
+    Ch* mpBlock;  // owned
+};
 
 /// `count` * `size`. Throws `std::bad_array_new_length` when that does not fit.
 inline std::size_t CheckedProduct(std::size_t count, std::size_t size) {

@@ -1,7 +1,9 @@
 #include <Base/text/detail/ConversionFailure.h>
+#include <Base/text/detail/TextKernels.h>
 #include <Base/text/detail/UnicodeValues.h>
 #include <Base/text/detail/Utf8Decoder.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -10,22 +12,10 @@ namespace ZBase::detail {
 
 namespace {
 
-constexpr std::size_t kBlockOctets = 8;
-
-// Copies the ASCII octets in front. Gives their number.
-std::uint64_t CopyAscii(const unsigned char* source, std::uint64_t length, unsigned short* destination) {
-    std::uint64_t done = 0;
-    for (; length - done >= kBlockOctets; done += kBlockOctets) {
-        unsigned char block[kBlockOctets];
-        std::memcpy(block, source + done, sizeof block);
-        std::uint64_t octets;
-        std::memcpy(&octets, block, sizeof octets);
-        if ((octets & 0x8080808080808080) != 0) break;
-        for (std::size_t i = 0; i != kBlockOctets; ++i) destination[done + i] = block[i];
-    }
-    for (; done != length && source[done] < 0x80; ++done) destination[done] = source[done];
-    return done;
-}
+// Octets that are decoded one by one where a kernel stopped, and where it stops again and again: then asking
+// it each time would cost more than it saves.
+constexpr std::uint64_t kFewOctets = 64;
+constexpr std::uint64_t kManyOctets = 4096;
 
 // The value of a sequence of two or three octets that has no flaw, or 0.
 unsigned int ShortSequence(const unsigned char* source, std::uint64_t length) {
@@ -100,22 +90,42 @@ unsigned int Utf8SequenceLength(unsigned char octet) {
     return ones == 1 || ones > 6 ? 0 : static_cast<unsigned int>(ones);
 }
 
-void DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
-                unsigned short* destination) {
-    for (std::uint64_t position = 0; position != length;) {
+namespace {
+
+// Decodes one by one up to `stop`, or only until what a kernel may have stopped at is behind.
+void DecodeSlowly(const unsigned char* source, std::uint64_t length, std::uint64_t stop, bool onlyOne,
+                  bool replace, std::uint64_t& position, unsigned short*& destination) {
+    while (position < stop) {
         const unsigned char* next = source + position;
         if (*next < 0x80) {
-            const std::uint64_t copied = CopyAscii(next, length - position, destination);
-            position += copied;
-            destination += copied;
+            *destination++ = *next;
+            ++position;
         } else if (const unsigned int value = ShortSequence(next, length - position); value != 0) {
             *destination++ = static_cast<unsigned short>(value);
             position += value < 0x800 ? 2 : 3;
         } else {
             destination = PutUnits(destination, NextValue(source, length, position, replace), replace);
+            if (onlyOne) return;
         }
     }
+}
+
+}  // namespace
+
+unsigned short* DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
+                           unsigned short* destination) {
+    const TextKernels& kernels = Kernels();
+    std::uint64_t slow = kFewOctets;
+    for (std::uint64_t position = 0; position != length;) {
+        const Progress done = kernels.decodeUtf8(source + position, length - position, destination);
+        position += done.read;
+        destination += done.written;
+        slow = done.read >= kFewOctets ? kFewOctets : std::min(2 * slow, kManyOctets);
+        const std::uint64_t stop = position + std::min(slow, length - position);
+        DecodeSlowly(source, length, stop, slow == kFewOctets, replace, position, destination);
+    }
     *destination = 0;
+    return destination;
 }
 
 }  // namespace ZBase::detail

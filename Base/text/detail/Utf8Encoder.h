@@ -1,5 +1,9 @@
 #pragma once
 
+#include <Base/platform/os/Utf8.h>
+#include <Base/text/detail/TextKernels.h>
+
+#include <algorithm>
 #include <cstddef>
 
 namespace ZBase::detail {
@@ -12,8 +16,33 @@ std::size_t CountUnits(const unsigned short* source, std::size_t length);
 /// Octets that suffice for `units` units, the terminator not counted.
 std::size_t Utf8Capacity(std::size_t units);
 
-/// Encodes `units` units, none of them 0, and a terminator into `destination`. Any two surrogates make a
-/// character; a surrogate without another behind it throws, whatever `replace` says.
-void EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, char* destination);
+/// Encodes `units` units, none of them 0, and a terminator into `destination`. Gives where that stands. What
+/// is behind it, within the capacity, may have been written to. Any two surrogates make a character; a
+/// surrogate without another behind it throws, whatever `replace` says.
+char* EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, char* destination);
+
+// Units that are encoded one by one where a kernel stopped, and where it stops again and again: then asking
+// it each time would cost more than it saves.
+inline constexpr std::size_t kFewUnits = 16;
+inline constexpr std::size_t kManyUnits = 2048;
+
+/// The same by the rules of `nextValue(source)`, which gives the value of the character at `source` and moves
+/// it behind it.
+template <class NextValue>
+char* EncodeUnits(const unsigned short* source, std::size_t units, char* destination, NextValue nextValue) {
+    const unsigned short* const end = source + units;
+    std::size_t slow = kFewUnits;
+    while (source != end) {
+        const auto left = static_cast<std::size_t>(end - source);
+        const Progress done = Kernels().encodeUtf8(source, left, destination);
+        source += done.read;
+        destination += done.written;
+        slow = done.read >= kFewUnits ? kFewUnits : std::min(2 * slow, kManyUnits);
+        const unsigned short* const stop = source + std::min(slow, left - done.read);
+        while (source < stop) destination = os::PutUtf8(destination, nextValue(source));
+    }
+    *destination = 0;
+    return destination;
+}
 
 }  // namespace ZBase::detail

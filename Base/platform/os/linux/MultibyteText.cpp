@@ -5,9 +5,12 @@
 
 #include <Base/platform/os/MultibyteText.h>
 
+#include <langinfo.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 #include <iterator>
 
@@ -178,6 +181,10 @@ wchar_t TakeCharacter(const unsigned short*& source) {
 }
 
 }  // namespace
+
+bool MultibyteIsUtf8() {
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
 
 std::size_t LongestMultibyteCharacter() {
     return MB_CUR_MAX;

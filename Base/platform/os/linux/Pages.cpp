@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace ZBase::os {
@@ -120,6 +122,23 @@ bool DecommitPages(void* address, std::size_t size) {
     // A fresh mapping in the place of the old one: its memory goes, and nobody else can get the addresses.
     return Check(mmap(pages.Address(), pages.Size(), PROT_NONE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0) != MAP_FAILED);
+}
+
+void ClearMemory(void* address, std::size_t size) {
+    // Below, writing is quicker than asking the system.
+    constexpr std::size_t large = 0x10000;
+    if (size >= large) {
+        const auto start = reinterpret_cast<std::uintptr_t>(address);
+        const Range pages{RoundUp(start), RoundDown(start + size)};
+        const int error = errno;
+        const bool given = madvise(pages.Address(), pages.Size(), MADV_DONTNEED) == 0;
+        errno = error;
+        if (given) {
+            std::memset(reinterpret_cast<void*>(pages.end), 0, start + size - pages.end);
+            size = pages.start - start;
+        }  // otherwise the pages are locked
+    }
+    std::memset(address, 0, size);
 }
 
 }  // namespace ZBase::os

@@ -1,0 +1,40 @@
+#include <Base/platform/os/Processor.h>
+#include <Base/text/detail/TextKernels.h>
+
+#include <atomic>
+
+namespace ZBase::detail {
+
+namespace {
+
+constinit std::atomic<const TextKernels*> sKernels{nullptr};
+
+}  // namespace
+
+const TextKernels& Kernels() {
+    const TextKernels* kernels = sKernels.load(std::memory_order_relaxed);
+    if (kernels == nullptr) {
+        const KernelList runnable = RunnableKernels();
+        kernels = runnable.kinds[runnable.count - 1];
+        sKernels.store(kernels, std::memory_order_relaxed);
+    }
+    return *kernels;
+}
+
+KernelList RunnableKernels() {
+    KernelList list;
+    const auto add = [&list](const TextKernels* kernels, bool runs) {
+        if (kernels != nullptr && runs) list.kinds[list.count++] = kernels;
+    };
+    add(PlainKernels(), true);
+    add(Sse2Kernels(), true);
+    add(Avx2Kernels(), os::ProcessorHasAvx2());
+    add(Avx512Kernels(), os::ProcessorHasAvx512());
+    return list;
+}
+
+void UseKernels(const TextKernels* kernels) {
+    sKernels.store(kernels, std::memory_order_relaxed);
+}
+
+}  // namespace ZBase::detail

@@ -1,0 +1,409 @@
+#pragma once
+
+#include <Base/text/detail/TextKernels.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+// UTF-8 and units, a block of a register's width at a time. `V` is the register of one kind of processor.
+//
+// Decoding. Of each octet a unit is computed as if a character began there, from it and the two octets behind
+// it; then the units of the octets that do begin one are moved together. A unit is 64 * x + y + 256 * w, with
+//
+//                             x               y                              w
+//     0xxxxxxx                0               the octet                      0
+//     110xxxxx                its payload     that of the second             0
+//     1110xxxx                of the second   of the third                   of the first, in the high nibble
+//     11110xxx                3               of the second and third        0xD7 + of the first
+//     the second of four      of the third    of the fourth                  0xDC
+//
+// so the third and fourth line of four octets are its surrogates; 0xD7C0 is 0xD800 less 0x10000 >> 10.
+// Blocks stand side by side, so a character may reach into the next one, where it was looked at already.
+//
+// Encoding. Of each unit the octets are computed in lanes of a fixed width and those that count are moved
+// together. Each surrogate of a pair gives two of its four octets.
+//
+// The last block ends where the text does, so some of it was converted before; it is again, to the same
+// place. A text shorter than a block is left to the kind with the next smaller one.
+
+// A sanitizer sees objects where these functions know of pages.
+#define ZBASE_READS_BESIDE __attribute__((no_sanitize("address"), no_sanitize("thread")))
+
+namespace ZBase::detail {
+
+// Everything here is for one translation unit, which is compiled for one kind of processor; no function may
+// be shared with another.
+namespace {
+
+// The four nibbles of 16 bits, each in an octet of its own.
+inline std::uint64_t SpreadNibbles(std::uint64_t bits) {
+    bits = (bits | bits << 8) & 0x00FF00FF;
+    return (bits | bits << 4) & 0x0F0F0F0F;
+}
+
+template <class V>
+class Utf8Decoding {
+public:
+    static Progress Run(const unsigned char* source, std::size_t length, unsigned short* out) {
+        if (length < kBlock) return V::DecodeShorter(source, length, out);
+        Utf8Decoding decoding(source, length, out);
+        while (decoding.Left() >= kBlock + kAhead) {
+            if (decoding.mContinued == 0 && V::Bits(V::AtLeast(V::Load(decoding.mpNext), 0x80)) == 0) {
+                const std::size_t ascii = V::WidenBlocks(decoding.mpNext, decoding.Left(), decoding.mpPut);
+                decoding.mpNext += ascii;
+                decoding.mpPut += ascii;
+                decoding.mpSpilled = nullptr;
+            } else if (decoding.template Take<false>(decoding.mpNext)) {
+                decoding.mpNext += kBlock;
+            } else {
+                return decoding.Stop();
+            }
+        }
+        return decoding.Left() == 0 ? decoding.Stop() : decoding.TakeLast();
+    }
+
+private:
+    using Octets = typename V::Octets;
+    using Lanes = typename V::Lanes;
+
+    static constexpr std::size_t kBlock = V::kOctets;
+    static constexpr std::size_t kAhead = 8;  // octets behind a block that there must be; three are read
+    static constexpr std::size_t kSpill = 8;  // units that may be written behind those of a block
+    static constexpr std::uint64_t kAll = ~std::uint64_t{0} >> (64 - kBlock);
+
+    Utf8Decoding(const unsigned char* source, std::size_t length, unsigned short* out)
+        : mpSource(source), mpEnd(source + length), mpNext(source), mpOut(out), mpPut(out) {}
+
+    std::size_t Left() const { return static_cast<std::size_t>(mpEnd - mpNext); }
+    std::size_t Written() const { return static_cast<std::size_t>(mpPut - mpOut); }
+
+    // Whether the octets behind a block that `next` has a bit for are continuation octets.
+    static bool Continues(const unsigned char* behind, std::uint64_t next) {
+        constexpr std::uint32_t marks[8] = {0, 0xC0, 0, 0xC0C0, 0, 0, 0, 0xC0C0C0};
+        std::uint32_t octets;
+        std::memcpy(&octets, behind, sizeof octets);
+        return ((octets ^ 0x808080) & marks[next]) == 0;
+    }
+
+    static Octets Payload(Octets octets) { return V::And(octets, V::Fill(0x3F)); }
+
+    // The octets `Distance` behind those at `block`; zeros behind the end of the text.
+    template <bool IsLast, int Distance>
+    static Octets LoadBehind(const unsigned char* block) {
+        if constexpr (IsLast) return V::template LoadUpTo<Distance>(block);
+        return V::Load(block + Distance);
+    }
+
+    // The octets at the start of a block of which the first ones were decoded before that belong to the
+    // character in front, a bit for each.
+    std::uint64_t Continued(std::uint64_t before, std::uint64_t continuations, std::size_t count) const {
+        const std::uint64_t seen = continuations & before;
+        const std::uint64_t run = seen & ~(seen + 1);
+        return run == before ? mContinued << count | before : run;
+    }
+
+    // The block whose octets before `mpNext` were decoded before. False, with nothing changed, if it is not
+    // ordinary.
+    template <bool IsLast>
+    bool Take(const unsigned char* block) {
+        const auto count = static_cast<std::size_t>(mpNext - block);
+        const std::uint64_t before = IsLast ? (std::uint64_t{1} << count) - 1 : 0;
+        const Octets first = V::Load(block);
+        const Lanes isHigh = V::AtLeast(first, 0x80);
+        const std::uint64_t leads = V::Bits(V::AtLeast(first, 0xC0));
+        const std::uint64_t longs = V::Bits(V::AtLeast(first, 0xE0));
+        const std::uint64_t continuations = V::Bits(isHigh) & ~leads;
+        const std::uint64_t continued = Continued(before, continuations, count);
+        const bool isLow = count == 0 ? mLow : block != mpSource && block[-1] >= 0xF0;
+        if (longs != 0 || isLow) {
+            return TakeLong<IsLast>(block, before, leads, longs, continuations, continued, isLow);
+        }
+        const std::uint64_t next = leads >> (kBlock - 1);
+        const bool isOverlong = V::Any(V::Equal(V::And(first, V::Fill(0xFE)), V::Fill(0xC0)));
+        if (isOverlong || ((leads << 1 | continued) & kAll) != continuations) return false;
+        if (IsLast ? next != 0 : !Continues(block + kBlock, next)) return false;
+        const Octets second = LoadBehind<IsLast, 1>(block);
+        const Octets x = V::Keep(isHigh, V::And(first, V::Fill(0x1F)));
+        const Octets y = V::Select(isHigh, Payload(second), first);
+        Put<IsLast>(before, ~continuations & kAll,
+                    [&](std::uint64_t kept, unsigned short* put) { V::PutUnits(x, y, kept, put); });
+        mContinued = next;
+        mLow = false;
+        return true;
+    }
+
+    template <bool IsLast>
+    bool TakeLong(const unsigned char* block, std::uint64_t before, std::uint64_t leads, std::uint64_t longs,
+                  std::uint64_t continuations, std::uint64_t continued, bool startsLow) {
+        const Octets first = V::Load(block);
+        const Octets second = LoadBehind<IsLast, 1>(block);
+        const Octets third = LoadBehind<IsLast, 2>(block);
+        const Lanes isHigh = V::AtLeast(first, 0x80);
+        const Lanes isLong = V::AtLeast(first, 0xE0);
+        const Lanes isFour = V::AtLeast(first, 0xF0);
+        const std::uint64_t fours = V::Bits(isFour);
+        const std::uint64_t expected = (continued | leads << 1 | longs << 2 | fours << 3) & kAll;
+        const std::uint64_t next = leads >> (kBlock - 1) | longs >> (kBlock - 2) | fours >> (kBlock - 3);
+        if (expected != continuations || V::Any(V::Flaws(first, second, third))) return false;
+        if (IsLast ? next != 0 : !Continues(block + kBlock, next)) return false;
+
+        const Octets secondPayload = Payload(second);
+        const Octets thirdPayload = Payload(third);
+        Octets x = V::Keep(isHigh, V::Select(isLong, secondPayload, V::And(first, V::Fill(0x1F))));
+        Octets y = V::Select(isHigh, V::Select(isLong, thirdPayload, secondPayload), first);
+        Octets w = V::Keep(isLong, V::And(V::template Left<4>(first), V::Fill(0xF0)));
+        std::uint64_t lows = 0;
+        if (fours != 0 || startsLow) {
+            lows = (fours << 1 | (startsLow ? 1 : 0)) & kAll;
+            const Lanes isLow = V::FromBits(lows);
+            const Octets middle = V::And(V::template Right<4>(third), V::Fill(0x03));
+            x = V::Select(isFour, V::Fill(0x03), x);
+            y = V::Select(isFour, V::Or(V::template Left<2>(secondPayload), middle), y);
+            w = V::Select(isFour, V::Add(V::And(first, V::Fill(0x07)), V::Fill(0xD7)), w);
+            x = V::Select(isLow, V::And(second, V::Fill(0x0F)), x);
+            y = V::Select(isLow, thirdPayload, y);
+            w = V::Select(isLow, V::Fill(0xDC), w);
+        }
+        Put<IsLast>(before, (~continuations & kAll) | lows,
+                    [&](std::uint64_t kept, unsigned short* put) { V::PutUnits(x, y, w, kept, put); });
+        mContinued = next;
+        mLow = fours >> (kBlock - 1) != 0;
+        return true;
+    }
+
+    // Calls `put(kept, place)` for the units of a block. What that spills behind them is remembered before.
+    template <bool IsLast, class PutUnits>
+    void Put(std::uint64_t before, std::uint64_t kept, PutUnits put) {
+        const std::size_t count = V::Count(kept);
+        const std::size_t again = IsLast ? V::Count(kept & before) : 0;
+        unsigned short* const end = mpPut + (count - again);
+        if (IsLast && Written() + Left() + kSpill > static_cast<std::size_t>(mpEnd - mpSource)) {
+            unsigned short units[kBlock + kSpill];
+            put(kept, units);
+            std::memcpy(mpPut, units + again, (count - again) * sizeof *units);
+            mpSpilled = nullptr;
+        } else {
+            std::memcpy(mBehind, end, sizeof mBehind);
+            put(kept, mpPut - again);
+            mpSpilled = end;
+        }
+        mpPut = end;
+    }
+
+    void TakeBackSpill() {
+        if (mpSpilled != nullptr) std::memcpy(mpSpilled, mBehind, sizeof mBehind);
+        mpSpilled = nullptr;
+    }
+
+    // Behind the last block that was taken; completes the character that reaches beyond it.
+    Progress Stop() {
+        TakeBackSpill();
+        if (mLow) {
+            *mpPut++ = static_cast<unsigned short>(0xDC00 | (mpNext[1] & 0x0F) << 6 | (mpNext[2] & 0x3F));
+        }
+        for (std::uint64_t octets = mContinued; octets != 0; octets >>= 1) ++mpNext;
+        return {static_cast<std::size_t>(mpNext - mpSource), Written()};
+    }
+
+    Progress TakeLast() {
+        if (Left() <= kBlock) {
+            const unsigned char* const block = mpEnd - kBlock;
+            TakeBackSpill();
+            if (mContinued == 0 && V::Bits(V::AtLeast(V::Load(block), 0x80)) == 0) {
+                V::WidenBlocks(block, kBlock, mpPut - (mpNext - block));
+                mpPut += Left();
+                mpNext = mpEnd;
+            } else if (Take<true>(block)) {
+                mpNext = mpEnd;
+            }
+            return Stop();
+        }
+        const Progress done = Stop();
+        const Progress last = V::DecodeShorter(mpNext, Left(), mpPut);
+        return {done.read + last.read, done.written + last.written};
+    }
+
+    const unsigned char* const mpSource;
+    const unsigned char* const mpEnd;
+    const unsigned char* mpNext;
+    unsigned short* const mpOut;
+    unsigned short* mpPut;
+    std::uint64_t mContinued = 0;         // the octets at `mpNext` that belong to the last character
+    bool mLow = false;                    // whether the first of them is the second of four
+    unsigned short* mpSpilled = nullptr;  // where units were spilled
+    unsigned short mBehind[kSpill];       // what stood there
+};
+
+template <class V>
+class Utf8Encoding {
+public:
+    static Progress Run(const unsigned short* source, std::size_t units, char* out) {
+        if (units < kBlock) return V::EncodeShorter(source, units, out);
+        Utf8Encoding encoding(source, units, out);
+        while (encoding.Left() > kBlock) {
+            if (!encoding.mOpen && !V::AnyUnits(V::UnitsAtLeast(V::LoadUnits(encoding.mpNext), 0x80))) {
+                const std::size_t ascii = V::NarrowBlocks(encoding.mpNext, encoding.Left(), encoding.mpPut);
+                encoding.mpNext += ascii;
+                encoding.mpPut += ascii;
+            } else if (encoding.template Take<false>(encoding.mpNext)) {
+                encoding.mpNext += kBlock;
+            } else {
+                return encoding.Stop();
+            }
+        }
+        if (encoding.Left() != 0 && encoding.template Take<true>(encoding.mpEnd - kBlock)) {
+            encoding.mpNext = encoding.mpEnd;
+        }
+        return encoding.Stop();
+    }
+
+private:
+    using Units = typename V::Units;
+    using Lanes = typename V::UnitLanes;
+
+    static constexpr std::size_t kBlock = V::kOctets / 2;
+    static constexpr std::uint64_t kAll = ~std::uint64_t{0} >> (64 - kBlock);
+
+    Utf8Encoding(const unsigned short* source, std::size_t units, char* out)
+        : mpSource(source), mpEnd(source + units), mpNext(source), mpOut(out), mpPut(out) {}
+
+    std::size_t Left() const { return static_cast<std::size_t>(mpEnd - mpNext); }
+
+    static bool IsOpening(unsigned int unit) { return (unit & 0xFC00) == 0xD800; }
+    static bool IsClosing(unsigned int unit) { return (unit & 0xFC00) == 0xDC00; }
+
+    // The units one place further in front. There may be nothing in front of the text.
+    Units LoadBefore(const unsigned short* block) const {
+        if (block != mpSource) return V::LoadUnits(block - 1);
+        unsigned short units[kBlock];
+        units[0] = 0;
+        std::memcpy(units + 1, block, sizeof units - sizeof *units);
+        return V::LoadUnits(units);
+    }
+
+    // The block whose units before `mpNext` were encoded before. False, with nothing changed, if it is not
+    // ordinary.
+    template <bool IsLast>
+    bool Take(const unsigned short* block) {
+        const auto count = static_cast<std::size_t>(mpNext - block);
+        const std::uint64_t before = (std::uint64_t{1} << count) - 1;
+        const bool startsOpen = count == 0 ? mOpen : block != mpSource && IsOpening(block[-1]);
+        const Units unit = V::LoadUnits(block);
+        const Lanes isHigh = V::UnitsAtLeast(unit, 0x80);
+        const Lanes isThree = V::UnitsAtLeast(unit, 0x800);
+        const std::uint64_t highs = V::UnitBits(isHigh);
+        std::uint64_t threes = V::UnitBits(isThree);
+        Units last = V::SelectUnits(
+            isHigh, V::OrUnits(V::AndUnits(unit, V::FillUnits(0x3F)), V::FillUnits(0x80)), unit);
+        char* const put = mpPut - count - V::Count(highs & before);
+        if (threes == 0 && !startsOpen) {
+            const Units lead = V::OrUnits(V::template RightUnits<6>(unit), V::FillUnits(0xC0));
+            mpPut = V::PutPairs(V::OrUnits(lead, V::template LeftUnits<8>(last)), highs, put);
+            mOpen = false;
+            return true;
+        }
+        if (V::AnyUnits(V::UnitsAtLeast(unit, 0xFFFE))) return false;
+        const Units middle = V::AndUnits(V::template LeftUnits<2>(unit), V::FillUnits(0x3F00));
+        const Units marks = V::SelectUnits(isThree, V::FillUnits(0x80E0), V::FillUnits(0xC000));
+        Units front = V::OrUnits(V::OrUnits(V::template RightUnits<12>(unit), middle), marks);
+        const std::uint64_t surrogates =
+            V::UnitBits(V::EqualUnits(V::AndUnits(unit, V::FillUnits(0xF800)), V::FillUnits(0xD800)));
+        bool staysOpen = false;
+        if (surrogates != 0 || startsOpen) {
+            const bool mayStayOpen = !IsLast && IsClosing(block[IsLast ? 0 : kBlock]);
+            if (!PairsAreWhole(unit, surrogates, startsOpen, mayStayOpen, staysOpen)) return false;
+            PutPairsInto(front, last, unit, LoadBefore(block));
+            threes &= ~surrogates;
+        }
+        mpPut = V::PutQuads(front, last, highs, threes, put - V::Count(threes & before));
+        mOpen = staysOpen;
+        return true;
+    }
+
+    // Whether each surrogate is of a pair in its proper order.
+    static bool PairsAreWhole(Units unit, std::uint64_t surrogates, bool startsOpen, bool mayStayOpen,
+                              bool& staysOpen) {
+        const std::uint64_t opening =
+            V::UnitBits(V::EqualUnits(V::AndUnits(unit, V::FillUnits(0xFC00)), V::FillUnits(0xD800)));
+        staysOpen = opening >> (kBlock - 1) != 0;
+        const std::uint64_t closing = (opening << 1 | (startsOpen ? 1 : 0)) & kAll;
+        return closing == (surrogates & ~opening) && (!staysOpen || mayStayOpen);
+    }
+
+    // The octets of surrogates, in the lanes where they stand.
+    static void PutPairsInto(Units& front, Units& last, Units unit, Units before) {
+        const Units kind = V::AndUnits(unit, V::FillUnits(0xFC00));
+        const Lanes isOpening = V::EqualUnits(kind, V::FillUnits(0xD800));
+        const Lanes isClosing = V::EqualUnits(kind, V::FillUnits(0xDC00));
+        // The value is less 0x10000.
+        const Units value = V::AddUnits(V::AndUnits(unit, V::FillUnits(0x3FF)), V::FillUnits(0x40));
+        const Units openingFront = V::OrUnits(V::AndUnits(value, V::FillUnits(0x700)), V::FillUnits(0xF000));
+        const Units openingLast =
+            V::OrUnits(V::AndUnits(V::template RightUnits<2>(value), V::FillUnits(0x3F)), V::FillUnits(0x80));
+        const Units closingFront = V::OrUnits(
+            V::OrUnits(V::template LeftUnits<12>(V::AndUnits(before, V::FillUnits(3))), V::FillUnits(0x8000)),
+            V::AndUnits(V::template LeftUnits<2>(unit), V::FillUnits(0x0F00)));
+        front = V::SelectUnits(isOpening, openingFront, V::SelectUnits(isClosing, closingFront, front));
+        last = V::SelectUnits(isOpening, openingLast, last);
+    }
+
+    // Behind the last block that was taken; completes the pair that reaches beyond it.
+    Progress Stop() {
+        if (mOpen) {
+            *mpPut++ = static_cast<char>(0x80 | (mpNext[-1] & 3) << 4 | (mpNext[0] >> 6 & 0x0F));
+            *mpPut++ = static_cast<char>(0x80 | (mpNext[0] & 0x3F));
+            ++mpNext;
+        }
+        return {static_cast<std::size_t>(mpNext - mpSource), static_cast<std::size_t>(mpPut - mpOut)};
+    }
+
+    const unsigned short* const mpSource;
+    const unsigned short* const mpEnd;
+    const unsigned short* mpNext;
+    char* const mpOut;
+    char* mpPut;
+    bool mOpen = false;  // the last unit before `mpNext` was a high surrogate
+};
+
+// The blocks in front by registers, the rest one by one.
+template <class V>
+std::size_t WidenAscii(const unsigned char* source, std::size_t length, unsigned short* out) {
+    std::size_t done = V::WidenBlocks(source, length, out);
+    for (; done != length && source[done] < 0x80; ++done) out[done] = source[done];
+    return done;
+}
+
+template <class V>
+std::size_t NarrowAscii(const unsigned short* source, std::size_t length, char* out) {
+    std::size_t done = V::NarrowBlocks(source, length, out);
+    for (; done != length && source[done] < 0x80; ++done) out[done] = static_cast<char>(source[done]);
+    return done;
+}
+
+// By whole registers of aligned addresses: what they read beside the text is of the same page.
+template <class V>
+ZBASE_READS_BESIDE std::size_t CountUnits(const unsigned short* source, std::size_t length) {
+    const std::size_t before = reinterpret_cast<std::uintptr_t>(source) % V::kOctets;
+    if (before % sizeof *source != 0) return PlainKernels()->countUnits(source, length);
+    const unsigned char* block = reinterpret_cast<const unsigned char*>(source) - before;
+    std::uint64_t zeros = V::ZeroUnits(block) >> before;  // a bit for each octet
+    std::size_t octets = 0;                               // of the text, in the blocks before this one
+    for (std::size_t next = V::kOctets - before; zeros == 0; next += V::kOctets) {
+        if (next / sizeof *source >= length) return length;
+        octets = next;
+        block += V::kOctets;
+        zeros = V::ZeroUnits(block);
+    }
+    const std::size_t units = (octets + static_cast<std::size_t>(__builtin_ctzll(zeros))) / sizeof *source;
+    return units < length ? units : length;
+}
+
+template <class V>
+constexpr TextKernels KernelsOf(const char* name) {
+    return {name, Utf8Decoding<V>::Run, Utf8Encoding<V>::Run, WidenAscii<V>, NarrowAscii<V>, CountUnits<V>};
+}
+
+}  // namespace
+
+}  // namespace ZBase::detail
