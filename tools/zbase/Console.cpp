@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -29,6 +30,11 @@ std::string DescribeErrorNumber(int errorNumber) {
     return text.c_str() == nullptr ? "error " + std::to_string(errorNumber) : Narrow(text.c_str());
 }
 
+[[noreturn]] void ThrowOutputFailure(int errorNumber) {
+    if (errorNumber == EPIPE) throw ClosedPipe();
+    throw FileFailure("standard output", errorNumber);
+}
+
 }  // namespace
 
 Failure FileFailure(const std::string& file, int errorNumber) {
@@ -37,7 +43,7 @@ Failure FileFailure(const std::string& file, int errorNumber) {
 
 void Print(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-        throw FileFailure("standard output", errno);
+        ThrowOutputFailure(errno);
     }
 }
 
@@ -50,12 +56,21 @@ void PrintRow(std::string name, std::string_view value) {
 }
 
 void FinishOutput() {
-    if (std::fflush(stdout) != 0) throw FileFailure("standard output", errno);
+    if (std::fflush(stdout) != 0) ThrowOutputFailure(errno);
+}
+
+bool IsColoured() {
+    static const bool isColoured = [] {
+        const char* const refused = std::getenv("NO_COLOR");
+        const char* const terminal = std::getenv("TERM");
+        const bool isDumb = terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
+        return isatty(STDOUT_FILENO) == 1 && !isDumb && (refused == nullptr || *refused == 0);
+    }();
+    return isColoured;
 }
 
 std::string Styled(std::string_view text, const char* style) {
-    static const bool terminal = isatty(STDOUT_FILENO) == 1;
-    if (!terminal) return std::string(text);
+    if (!IsColoured()) return std::string(text);
     return "\033[" + std::string(style) + "m" + std::string(text) + "\033[0m";
 }
 

@@ -12,19 +12,27 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Ends a command in silence: whoever read the standard output has seen enough.
+class ClosedPipe {};
+
 /// What `Failure` says of a system call on a file: "NAME: reason".
 Failure FileFailure(const std::string& file, int errorNumber);
 
-/// Writes to the standard output. Throws `Failure` when nobody takes it any more.
+/// Writes to the standard output. Throws `ClosedPipe` when nobody reads it any more, and `Failure` when it
+/// can't be written.
 void Print(std::string_view text);
 
 /// Prints a line of a name and a value, the values one under the other.
 void PrintRow(std::string name, std::string_view value);
 
-/// Throws `Failure` when something that was printed could not be written.
+/// Throws as `Print` does when something that was printed could not be written.
 void FinishOutput();
 
-/// `text` in an ANSI style such as "1" (bold) or "31" (red), if the standard output is a terminal.
+/// Whether the standard output is a terminal that is to show colours: not with `NO_COLOR` set to anything,
+/// nor with `TERM=dumb`.
+bool IsColoured();
+
+/// `text` in an ANSI style such as "1" (bold) or "31" (red), if the output is coloured.
 std::string Styled(std::string_view text, const char* style);
 
 /// Hands a file on piece by piece; "-" is the standard input. Throws `Failure`, and what `take` throws.

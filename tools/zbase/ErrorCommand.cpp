@@ -1,7 +1,9 @@
 #include "Commands.h"
 #include "Console.h"
 
+#include <strings.h>
 #include <cstdint>
+#include <optional>
 
 namespace {
 
@@ -25,19 +27,43 @@ std::string DescriptionOrDash(const ZBase::ReturnWString& text) {
 }
 
 // The whole of `text` as a number of 32 bits, signed or unsigned, decimal or hexadecimal behind "0x".
-unsigned int ParseCode(const std::string& text) {
+std::optional<unsigned int> ReadNumber(const std::string& text) {
     std::size_t used = 0;
     std::int64_t value = 0;
     try {
         const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
         value = std::stoll(text, &used, hexadecimal ? 16 : 10);
     } catch (const std::exception&) {
-        used = 0;
+        return std::nullopt;
     }
-    if (used == 0 || used != text.size() || value < INT32_MIN || value > INT64_C(0xFFFFFFFF)) {
-        throw Failure("\"" + text + "\" is not a number of 32 bits, decimal or hexadecimal behind 0x");
-    }
+    if (used != text.size() || value < INT32_MIN || value > INT64_C(0xFFFFFFFF)) return std::nullopt;
     return static_cast<unsigned int>(value);
+}
+
+bool IsSymbol(const char* symbol, const std::string& text) {
+    return symbol != nullptr && strcasecmp(symbol, text.c_str()) == 0;
+}
+
+// The number of a symbol such as "ENOENT" or "EXCEPTION_ACCESS_VIOLATION", in letters of either case.
+std::optional<unsigned int> FindSymbol(const std::string& text) {
+    constexpr int kMostErrorNumbers = 4096;
+    for (int number = 0; number != kMostErrorNumbers; ++number)
+        if (IsSymbol(ZBase::GetStandardCLibraryErrorSymbolOrNULL(number).c_str(), text))
+            return static_cast<unsigned int>(number);
+    // Exceptions of the system are warnings or errors of its own facility.
+    constexpr unsigned int kMostCodes = 0x1000;
+    for (const unsigned int severity : {0x80000000u, 0xC0000000u})
+        for (unsigned int code = severity; code != severity + kMostCodes; ++code)
+            if (IsSymbol(ZBase::GetWin32ExceptionSymbolOrNULL(code).c_str(), text)) return code;
+    return std::nullopt;
+}
+
+unsigned int ParseCode(const std::string& text) {
+    std::optional<unsigned int> code = ReadNumber(text);
+    if (!code) code = FindSymbol(text);
+    if (code) return *code;
+    throw Failure("\"" + text +
+                  "\" is neither a number of 32 bits, decimal or hexadecimal behind 0x, nor a known symbol");
 }
 
 }  // namespace

@@ -139,27 +139,11 @@ std::vector<LocalizedText> LocalizedTexts(const Message& message) {
     return texts;
 }
 
-std::vector<const char*> Parameters(const Message& message) {
-    std::vector<const char*> parameters;
-    ForEachRecord(message, 3, [&](const char* payload) { parameters.push_back(payload); });
-    return parameters;
-}
-
 void PrintTree(const Message& message) {
-    ZBase::ConstMessageCursor cursor(message);
     ZBase::SimpleMessageLocalizer localizer;
-    for (;;) {
-        const std::string indent(2 + 4u * cursor.GetCurrentOffset().lower_level_offset, ' ');
-        Print(indent + Continued(cursor.GetCurrentMessage().Localize(localizer, 0).c_str(), indent + "  ") +
-              "\n");
-        if (cursor.LowerLevelMessageIsUnvisited()) {
-            cursor.GoToLowerLevelMessage(false);
-            continue;
-        }
-        while (!cursor.SameLevelMessageIsUnvisited()) {
-            if (!cursor.GoToParent()) return;
-        }
-        cursor.GoToSameLevelMessage(false);
+    for (const ZBase::MessageVisit& visit : ZBase::MessageWalk(message)) {
+        const std::string indent(2 + 4 * visit.level, ' ');
+        Print(indent + Continued(visit.message->Localize(localizer, 0).c_str(), indent + "  ") + "\n");
     }
 }
 

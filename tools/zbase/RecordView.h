@@ -16,6 +16,5 @@ struct LocalizedText {
     const char* text;  // in the message
 };
 
-/// The texts of one message in all languages, and its parameters, as they are stored.
+/// The texts of one message in all languages, as they are stored.
 std::vector<LocalizedText> LocalizedTexts(const ZBase::Message& message);
-std::vector<const char*> Parameters(const ZBase::Message& message);

@@ -5,10 +5,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <numeric>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -22,6 +28,61 @@ int Complain(const std::string& what, int status) {
 std::string VersionText() {
     return std::string("zbase " ZBASE_VERSION) + ", library " + ZBase::GetLibraryVersion() +
            "\ncommit " ZBASE_COMMIT "\ncompiler " ZBASE_COMPILER "\nplatform " ZBASE_PLATFORM;
+}
+
+// How many letters must be put in, taken out or exchanged to make one word of the other.
+std::size_t Distance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i != one.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j != other.size(); ++j) {
+            const std::size_t exchanged = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({exchanged, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+// "; "x" is none, did you mean "y"?" of the first word in the place of a command that is none; else empty.
+std::string Suggestion(const CLI::App& app, int argc, char** argv) {
+    constexpr std::size_t kLike = 2;
+    constexpr std::size_t kLongestWord = 64;
+    constexpr std::size_t kNoCommands = SIZE_MAX;
+    const CLI::App* at = &app;
+    for (int i = 1; i != argc; ++i) {
+        const std::string_view word(argv[i]);
+        if (word.starts_with('-') || word.size() > kLongestWord) return "";
+        const CLI::App* next = nullptr;
+        std::string nearest;
+        std::size_t least = kNoCommands;
+        for (const CLI::App* command : at->get_subcommands([](const CLI::App*) { return true; })) {
+            const std::size_t distance = Distance(word, command->get_name());
+            if (distance == 0) next = command;
+            if (distance < least) {
+                least = distance;
+                nearest = command->get_name();
+            }
+        }
+        if (least == kNoCommands) return "";
+        if (next == nullptr) {
+            const std::string isNone = "; \"" + std::string(word) + "\" is none";
+            return least > kLike ? isNone : isNone + ", did you mean \"" + nearest + "\"?";
+        }
+        at = next;
+    }
+    return "";
+}
+
+// An empty text in the place of a file or a number is a variable that was not set.
+void RefuseEmptyArguments(CLI::App& app) {
+    for (CLI::Option* option : app.get_options()) {
+        if (option->get_items_expected_max() == 0) continue;
+        option->check([](const std::string& value) { return value.empty() ? "it is empty" : std::string(); });
+    }
+    for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; }))
+        RefuseEmptyArguments(*command);
 }
 
 int Run(int argc, char** argv) {
@@ -49,8 +110,9 @@ int Run(int argc, char** argv) {
     message->add_flag("--json", shown.json, "Write one JSON object for each message")->excludes(xml);
 
     std::string code;
-    CLI::App* error = app.add_subcommand("error", "Tell what a number means in each domain of errors");
-    error->add_option("CODE", code, "Decimal, or hexadecimal behind 0x")->required();
+    CLI::App* error =
+        app.add_subcommand("error", "Tell what a number or a symbol means in each domain of errors");
+    error->add_option("CODE", code, "Decimal, hexadecimal behind 0x, or a symbol such as ENOENT")->required();
 
     TextRequest request;
     const auto encodings = CLI::IsMember({"utf8", "utf16le", "ascii", "locale"});
@@ -90,6 +152,7 @@ int Run(int argc, char** argv) {
         "send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
     send->add_option("DIRECTORY", dumps, "Their directory, in place of that of the configuration");
 
+    RefuseEmptyArguments(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -101,7 +164,7 @@ int Run(int argc, char** argv) {
         FinishOutput();
         return 0;
     } catch (const CLI::ParseError& wrong) {
-        return Complain(std::string(wrong.what()) + "; see zbase --help", kUsage);
+        return Complain(wrong.what() + Suggestion(app, argc, argv) + "; see zbase --help", kUsage);
     }
 
     int status = 0;
@@ -126,11 +189,13 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return Run(argc, argv);
+    } catch (const ClosedPipe&) {
+        return 1;
     } catch (const std::bad_alloc&) {
         return Complain("out of memory", 1);
     } catch (const std::exception& failure) {
         return Complain(failure.what(), 1);
-    } catch (const ZBase::Message& message) {
-        return Complain(ZBase::FormatMessage(message, 0).c_str(), 1);
+    } catch (...) {
+        return Complain(ZBase::FormatMessage(ZBase::MessageOfCurrentException(), 0).c_str(), 1);
     }
 }
