@@ -69,7 +69,9 @@ public:
                                                      : dwfl_module_addrinfo(mpModule, place, &offset, &symbol,
                                                                             nullptr, nullptr, nullptr);
         if (name == nullptr) return "";
-        return " " + Demangle(name) + "+" + Hexadecimal(offset + (isReturn ? 1 : 0)) + LineOf(place);
+        std::string text = Demangle(name);
+        text.insert(0, 1, ' ').append("+").append(Hexadecimal(offset + (isReturn ? 1 : 0)));
+        return text.append(LineOf(place));
     }
 
 private:
@@ -124,7 +126,7 @@ private:
         Dwarf_Line* const line = dwarf_getsrc_die(unit.die, place - unit.bias);
         const char* const file = line == nullptr ? nullptr : dwarf_linesrc(line, nullptr, nullptr);
         if (file == nullptr || dwarf_lineno(line, &number) != 0) return "";
-        return " at " + std::string(file) + ":" + std::to_string(number);
+        return std::string(" at ").append(file).append(":").append(std::to_string(number));
     }
 
     struct Unit {
@@ -193,7 +195,7 @@ bool AddNames(const fs::path& given) {
     std::istringstream lines(text);
     bool isInnermost = false;
     for (std::string line; std::getline(lines, line);) {
-        result += line + names.For(line, isInnermost) + "\n";
+        result.append(line).append(names.For(line, isInnermost)).append("\n");
         isInnermost = line.starts_with("Thread ");
     }
     const fs::path fresh = path.string() + ".names";
