@@ -4,6 +4,7 @@
 #include <link.h>
 #include <sys/auxv.h>
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace ZBase::os {
@@ -29,6 +30,32 @@ std::string_view FindBuildId(const char* notes, std::size_t size, std::size_t al
     return {};
 }
 
+struct Extent {
+    std::uint64_t start;
+    std::uint64_t end;
+};
+
+// From the program's first segment to its last, which stays the same; several threads may find it at once.
+Extent ProgramExtent(std::uint64_t bias) {
+    static constinit std::atomic<std::uint64_t> sStart{0};
+    static constinit std::atomic<std::uint64_t> sEnd{0};
+    const std::uint64_t known = sEnd.load(std::memory_order_acquire);
+    if (known != 0) return {sStart.load(std::memory_order_relaxed), known};
+    const auto* const headers = reinterpret_cast<const ElfW(Phdr)*>(getauxval(AT_PHDR));
+    const std::uint64_t count = headers == nullptr ? 0 : getauxval(AT_PHNUM);
+    const std::uint64_t page = getauxval(AT_PAGESZ);
+    std::uint64_t start = UINT64_MAX;
+    std::uint64_t end = 0;
+    for (std::uint64_t i = 0; i != count; ++i) {
+        if (headers[i].p_type != PT_LOAD) continue;
+        start = std::min(start, (bias + headers[i].p_vaddr) & ~(page - 1));
+        end = std::max(end, bias + headers[i].p_vaddr + headers[i].p_memsz);
+    }
+    sStart.store(start, std::memory_order_relaxed);
+    sEnd.store(end, std::memory_order_release);
+    return {start, end};
+}
+
 }  // namespace
 
 bool ModulePlace::Find(std::uint64_t address, ModulePlace& place) {
@@ -39,17 +66,9 @@ bool ModulePlace::Find(std::uint64_t address, ModulePlace& place) {
     // The loader maps a module in one piece. Only of the program, which the kernel maps, there may be holes
     // between the segments, and then each of them is found by itself.
     if (*found.dlfo_link_map->l_name != 0) return true;
-    const auto* const headers = reinterpret_cast<const ElfW(Phdr)*>(getauxval(AT_PHDR));
-    const std::uint64_t bias = found.dlfo_link_map->l_addr;
-    const std::uint64_t page = getauxval(AT_PAGESZ);
-    std::uint64_t start = UINT64_MAX;
-    std::uint64_t end = 0;
-    for (std::uint64_t i = 0; headers != nullptr && i != getauxval(AT_PHNUM); ++i) {
-        if (headers[i].p_type != PT_LOAD) continue;
-        start = std::min(start, (bias + headers[i].p_vaddr) & ~(page - 1));
-        end = std::max(end, bias + headers[i].p_vaddr + headers[i].p_memsz);
-    }
-    if (address >= start && address < end) place = {start, std::max(end, place.end), found.dlfo_link_map};
+    const Extent program = ProgramExtent(found.dlfo_link_map->l_addr);
+    if (address >= program.start && address < program.end)
+        place = {program.start, std::max(program.end, place.end), found.dlfo_link_map};
     return true;
 }
 
