@@ -47,7 +47,13 @@ CallStackLineImp::CallStackLineImp(std::uint32_t section, std::uint32_t offset, 
 
 const unsigned short* CallStackLineImp::GetText() {
     WideString text;
-    text.reserve(mModule.size() + mSymbol.size() + mFile.size() + 200);
+    AppendText(text);
+    mText = std::move(text);
+    return mText.c_str();
+}
+
+void CallStackLineImp::AppendText(WideString& text) const {
+    text.reserve(text.size() + mModule.size() + mSymbol.size() + mFile.size() + 200);
     AppendAddress(text, mAddress);
     Append(text, " ");
     AppendAddress(text, mFrameAddress);
@@ -63,8 +69,6 @@ const unsigned short* CallStackLineImp::GetText() {
     // Meant: printed as a signed number.
     Append(text, std::to_string(static_cast<std::int32_t>(mLine)));
     Append(text, ")");
-    mText = std::move(text);
-    return mText.c_str();
 }
 
 }  // namespace ZBase

@@ -22,30 +22,48 @@ using detail::ReportText;
 
 constexpr unsigned int kFirstReportedLine = 6;
 constexpr unsigned int kFirstTracedLine = 5;
-constexpr std::size_t kDebuggerUnits = 512;
-
-void Append(WideString& text, std::string_view plain) {
-    for (const char letter : plain) text += static_cast<unsigned short>(letter);
-}
 
 /// A text for the debugger, which takes at most 511 units of it.
-void TellDebugger(std::string_view before, const unsigned short* wide, std::string_view behind) {
-    WideString text;
-    Append(text, before);
-    text += wide;
-    Append(text, behind);
-    text.resize(std::min(text.size(), kDebuggerUnits - 1));
-    OutputDebugString(text.c_str());
-}
+class DebuggerText {
+public:
+    DebuggerText& operator<<(std::string_view plain) {
+        const std::size_t count = std::min(plain.size(), kUnits - mSize);
+        std::copy_n(plain.begin(), count, mUnits + mSize);
+        mSize += count;
+        return *this;
+    }
+    DebuggerText& operator<<(const WideString& wide) {
+        const std::size_t count = std::min(wide.size(), kUnits - mSize);
+        std::copy_n(wide.begin(), count, mUnits + mSize);
+        mSize += count;
+        return *this;
+    }
+    ~DebuggerText() {
+        mUnits[mSize] = 0;
+        OutputDebugString(mUnits);
+    }
+    DebuggerText() = default;
+    DebuggerText(const DebuggerText&) = delete;
+    DebuggerText& operator=(const DebuggerText&) = delete;
+
+private:
+    static constexpr std::size_t kUnits = 511;
+
+    std::size_t mSize = 0;
+    unsigned short mUnits[kUnits + 1];
+};
 
 constexpr unsigned short kNothing[] = {0};
 
-void Report(std::ostream& file, CallStack* stack) {
-    for (unsigned int i = kFirstReportedLine; stack != nullptr && i < stack->GetLineCount(); ++i) {
-        const unsigned short* const text = stack->GetLine(i).GetText();
-        // A line goes out at once, so that the lines of two processes stay whole.
-        file << "\t\t" + ReportText(text) + "\n" << std::flush;
-        TellDebugger("\t\t", text, "\n");
+/// The lines of a stack, in memory that serves all of them. It is one of ours.
+void Report(std::string& text, WideString& line, const CallStack* stack) {
+    if (stack == nullptr) return;
+    const auto& lines = static_cast<const CallStackImp*>(stack)->Lines();
+    for (std::size_t i = kFirstReportedLine; i < lines.size(); ++i) {
+        line.clear();
+        lines[i].AppendText(line);
+        text.append("\t\t").append(ReportText(line.c_str())).append("\n");
+        DebuggerText() << "\t\t" << line << "\n";
     }
 }
 
@@ -96,17 +114,19 @@ void RefCountCallStackTracerImp::ReportLeaks() {
     const std::string label = ReportText(mLabel.c_str());
     const std::string count = std::to_string(mInstances.size());
     file << process + "******<" + label + ">: Number of leaked objects = " + count + "\n" << std::flush;
-    TellDebugger("******<", mLabel.c_str(), ">: Number of leaked objects = " + count + ":\n");
+    DebuggerText() << "******<" << mLabel << ">: Number of leaked objects = " << count << ":\n";
+    std::string text;
+    WideString line;
     for (const auto& [address, changes] : mInstances) {
         if (changes.empty() || changes.back().refCount == 0) continue;
         file << process + "***<" + label + ">: InstanceLeak = 0x" + PointerText(address) + ":\n";
-        TellDebugger("***<", mLabel.c_str(), ">: Instance = " + PointerText(address) + ":\n");
+        DebuggerText() << "***<" << mLabel << ">: Instance = " << PointerText(address) << ":\n";
         for (const Change& change : changes) {
-            const std::string heading =
-                "\t*CallStack when RefCount = " + std::to_string(change.refCount) + ":\n";
-            file << heading;
-            TellDebugger(heading, kNothing, "");
-            Report(file, change.stack.get());
+            text = "\t*CallStack when RefCount = " + std::to_string(change.refCount) + ":\n";
+            DebuggerText() << text;
+            Report(text, line, change.stack.get());
+            // A stack goes out at once, so that the lines of two processes stay whole.
+            file << text << std::flush;
         }
     }
 }

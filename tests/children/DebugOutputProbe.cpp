@@ -1,10 +1,12 @@
-// Sends texts to the debug output, and prints what of them arrives at the system's log.
+// DebugOutputProbe [NUMBER]: sends texts to the debug output, or so many, and prints what of them arrives at
+// the system's log.
 
 #include <Base/ZBase.h>
 
 #include <syslog.h>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 extern "C" void syslog(int priority, const char* form, ...) {
     std::va_list arguments;
@@ -15,8 +17,12 @@ extern "C" void syslog(int priority, const char* form, ...) {
     va_end(arguments);
 }
 
-int main() {
+int main(int argc, char** argv) {
     using namespace ZBase;
+    if (argc == 2) {
+        for (int i = 0; i != std::atoi(argv[1]); ++i) OutputDebugString("one of many");
+        return 0;
+    }
     OutputDebugString("plain 100%s %n");
     OutputDebugString(static_cast<const char*>(nullptr));
     OutputDebugString(static_cast<const unsigned short*>(nullptr));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -77,6 +78,37 @@ TEST(LeakTracing, NamesTheFunctionThatLeaked) {
     for (TracedNode* node : leaked) node->Release();
     tracer->Delete();
     EXPECT_TRUE(file.Text().ends_with(">: Number of leaked objects = 0\n"));
+}
+
+// The writing calls of this process so far; 0 if the system does not tell.
+unsigned long WritingCalls() {
+    std::ifstream file("/proc/self/io");
+    for (std::string name; file >> name;) {
+        if (name != "syscw:") continue;
+        unsigned long count = 0;
+        file >> count;
+        return count;
+    }
+    return 0;
+}
+
+TEST(LeakTracing, AStackGoesOutInOnePieceHoweverManyLinesItHas) {
+    if (WritingCalls() == 0) GTEST_SKIP() << "the system does not count the calls of a process";
+    const TemporaryFile file;
+    RefCountCallStackTracer* tracer = CreateRefCountCallStackTracer("Nodes"_w, file.Path());
+    constexpr unsigned long kObjects = 100;
+    std::vector<TracedNode*> nodes;
+    for (unsigned long i = 0; i != kObjects; ++i) {
+        nodes.push_back(new TracedNode(*tracer));
+        TakeThrough(nodes.back(), 30);
+    }
+    const unsigned long before = WritingCalls();
+    tracer->ReportLeaks();
+    EXPECT_LE(WritingCalls() - before, 2 * kObjects);
+    const std::string report = file.Text();
+    EXPECT_GE(std::count(report.begin(), report.end(), '\n'), 25 * static_cast<long>(kObjects));
+    for (TracedNode* node : nodes) node->Release();
+    tracer->Delete();
 }
 
 TEST(LeakTracing, ThreadsRecordAtOnce) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "tests/support/ChildProcess.h"
@@ -15,6 +16,12 @@ TEST(DebugOutput, GoesToTheSystemsLogAtDebugLevelAndNowhereElse) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("DebugOutputProbe")});
     EXPECT_EQ(child.output, kLog);
     EXPECT_EQ(child.errors, "");
+}
+
+// Where nobody listens, the C library's own log is not offered all; a program's own is.
+TEST(DebugOutput, GoesToALogOfTheProgramsOwnHoweverMuchItIs) {
+    const test::ChildResult child = test::RunChild({test::ChildProgram("DebugOutputProbe"), "5000"});
+    EXPECT_EQ(std::count(child.output.begin(), child.output.end(), '\n'), 5000);
 }
 
 TEST(DebugOutput, GoesToTheErrorStreamTooWhenADebuggerIsThere) {

@@ -41,6 +41,8 @@ public:
     void Delete() override;
     const unsigned short* ToString() override;
 
+    const std::vector<CallStackLineImp>& Lines() const { return mLines; }
+
 private:
     void CaptureCurrentThread();
     void CaptureThreadByHandle(void* thread);

@@ -26,6 +26,9 @@ public:
 
     const unsigned short* GetText() override;
 
+    /// The text of `GetText` behind what is in `text`, and kept nowhere.
+    void AppendText(WideString& text) const;
+
 private:
     [[maybe_unused]] std::uint32_t mSection;
     [[maybe_unused]] std::uint32_t mOffset;

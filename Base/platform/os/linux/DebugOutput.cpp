@@ -3,6 +3,9 @@
 #include <Base/platform/os/ErrorStream.h>
 
 #include <fcntl.h>
+#include <gnu/libc-version.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <atomic>
@@ -10,7 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
+#include <string_view>
 
+#include <Base/platform/os/linux/ModulePlace.h>
 #include <Base/platform/os/linux/NativeText.h>
 
 namespace ZBase::os {
@@ -29,9 +35,10 @@ bool LookForDebugger() {
     return tracer != nullptr && std::atol(tracer + std::strlen(kTracer)) != 0;
 }
 
-// To look costs more than to write, so what was seen holds for a moment. A report has a hundred thousand
-// lines.
-bool IsDebuggerAttached() {
+/// What was seen holds for a moment, since to look costs more than to write: a report has a hundred thousand
+/// lines.
+template <bool (*Look)()>
+bool IsSo(bool& isNew) {
     constexpr std::int64_t kMoment = 50'000'000;
     static constinit std::atomic<std::int64_t> seen{
         -1};  // the time in nanoseconds, the lowest bit the answer
@@ -39,23 +46,76 @@ bool IsDebuggerAttached() {
     clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     const std::int64_t now = std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
     const std::int64_t last = seen.load(std::memory_order_relaxed);
-    if (last >= 0 && now - last < kMoment) return (last & 1) != 0;
-    const bool isAttached = LookForDebugger();
-    seen.store((now & ~std::int64_t{1}) | (isAttached ? 1 : 0), std::memory_order_relaxed);
-    return isAttached;
+    isNew = last < 0 || now - last >= kMoment;
+    if (!isNew) return (last & 1) != 0;
+    const bool isSo = Look();
+    seen.store((now & ~std::int64_t{1}) | (isSo ? 1 : 0), std::memory_order_relaxed);
+    return isSo;
+}
+
+bool IsDebuggerAttached() {
+    bool isNew = false;
+    return IsSo<LookForDebugger>(isNew);
+}
+
+// Whether somebody listens to the C library's `syslog`. A program that has one of its own hears all.
+bool LookForLog() {
+    ModulePlace function{};
+    ModulePlace library{};
+    if (!ModulePlace::Find(reinterpret_cast<std::uint64_t>(&syslog), function) ||
+        !ModulePlace::Find(reinterpret_cast<std::uint64_t>(&gnu_get_libc_version), library) ||
+        function.start != library.start)
+        return true;
+    const int before = errno;
+    const int connection = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (connection < 0) return true;
+    sockaddr_un log{AF_UNIX, _PATH_LOG};
+    const bool isThere = connect(connection, reinterpret_cast<const sockaddr*>(&log), sizeof log) == 0 ||
+                         (errno != ENOENT && errno != ECONNREFUSED);
+    close(connection);
+    errno = before;
+    return isThere;
+}
+
+// Where nobody listens, `syslog` tries to connect anew at each text, which takes ten times as long as all
+// else. So then it has so many of them in each moment: its host may have chosen another place to print them.
+bool MayLog() {
+    constexpr int kOfAMoment = 256;
+    static constinit std::atomic<int> left{kOfAMoment};
+    bool isNew = false;
+    if (IsSo<LookForLog>(isNew)) return true;
+    if (isNew) left.store(kOfAMoment, std::memory_order_relaxed);
+    return left.load(std::memory_order_relaxed) > 0 && left.fetch_sub(1, std::memory_order_relaxed) > 0;
+}
+
+template <class Ch>
+bool IsLineEnd(const Ch* text) {
+    while (*text == '\r' || *text == '\n') ++text;
+    return *text == 0;
+}
+
+// `native` gives the text in octets; it may be costly.
+template <class Ch, class Native>
+void Write(const Ch* text, Native native) {
+    if (text == nullptr) return;
+    // An entry of the log ends its line by itself.
+    const bool logs = !IsLineEnd(text) && MayLog();
+    const bool debugs = IsDebuggerAttached();
+    if (!logs && !debugs) return;
+    const auto octets = native(text);
+    const std::string_view view = octets;
+    if (logs) syslog(LOG_USER | LOG_DEBUG, "%s", view.data());
+    if (debugs) WriteErrorText(view);
 }
 
 }  // namespace
 
 void WriteDebugText(const char* text) {
-    if (text == nullptr) return;
-    // An entry of the log ends its line by itself.
-    if (text[std::strspn(text, "\r\n")] != 0) syslog(LOG_USER | LOG_DEBUG, "%s", text);
-    if (IsDebuggerAttached()) WriteErrorText(text);
+    Write(text, [](const char* octets) { return octets; });
 }
 
 void WriteDebugText(const unsigned short* text) {
-    if (text != nullptr) WriteDebugText(ToNative(text).c_str());
+    Write(text, ToNative);
 }
 
 }  // namespace ZBase::os
