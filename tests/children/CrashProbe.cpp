@@ -49,6 +49,13 @@ volatile int gSink = 0;
     asm volatile("");
 }
 
+// The file is one of data.
+[[gnu::noipa]] void WriteToNullBesideAMappedFile() {
+    const int file = open(std::getenv("ZENT_CRASH_CONFIG_FILE"), O_RDONLY);
+    if (mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, file, 0) == MAP_FAILED) _exit(4);
+    WriteToNull();
+}
+
 [[gnu::noipa]] void DivideByZero() {
     gHeapIsForbidden = true;
     gSink = 1 / gZero;
@@ -408,6 +415,7 @@ void CatchFault() {
 int Run(const std::string& kind) {
     const std::map<std::string, void (*)()> kinds = {
         {"null", WriteToNull},
+        {"mapped", WriteToNullBesideAMappedFile},
         {"divide", DivideByZero},
         {"abort", Abort},
         {"throw", ThrowUncaught},

@@ -125,6 +125,29 @@ TEST_F(CrashCommand, ShowTellsTheLastWords) {
         << child.output;
 }
 
+TEST_F(CrashCommand, ShowListsNoFileOfDataAmongTheModules) {
+    Configure("http://127.0.0.1:1/");
+    Probe("mapped");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_TRUE(Has(child.output, "WriteToNull")) << child.output;
+    const std::size_t modules = child.output.find("\nModules\n");
+    ASSERT_NE(modules, std::string::npos);
+    EXPECT_TRUE(Has(child.output.substr(modules), test::ChildProgram("CrashProbe") + "\n"));
+    EXPECT_TRUE(Has(child.output.substr(modules), "/libc.so.6\n"));
+    EXPECT_FALSE(Has(child.output.substr(modules), "crash_report.ini")) << child.output;
+}
+
+// The C library's code that calls main has no symbol in a stripped file; an exported function lies before it.
+TEST_F(CrashCommand, ShowNamesNoCodeAfterASymbolThatEndsBeforeIt) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string output = Crash({"show", OnlyDump()}).output;
+    const std::string stack = output.substr(0, output.find("Crash keys\n"));
+    EXPECT_TRUE(Has(stack, "\tlibc.so.6\t")) << stack;
+    EXPECT_FALSE(Has(stack, "__libc_init_first")) << stack;
+    EXPECT_TRUE(Has(stack, "__libc_start_main")) << stack;
+}
+
 TEST_F(CrashCommand, ShowOfWhatIsNoDumpFails) {
     std::ofstream(mFolder / "x.dmp") << "nothing";
     EXPECT_EQ(Crash({"show", mFolder / "x.dmp"}).exitCode, 1);

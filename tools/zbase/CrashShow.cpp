@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "CrashDumps.h"
+#include "SymbolSizes.h"
 
 #include <unistd.h>
 #include <cstdlib>
@@ -51,7 +52,7 @@ public:
     // A module without symbols is shown without them.
     void Add(const std::string& module) const {
         try {
-            const std::string symbols = OutputOf({Tool("dump_syms"), module});
+            const std::string symbols = WithSymbolSizes(OutputOf({Tool("dump_syms"), module}), module);
             const std::vector<std::string> header = Split(symbols.substr(0, symbols.find('\n')), ' ');
             if (header.size() < 5) return;
             const fs::path place = mPlace / header[4] / header[3];
@@ -87,7 +88,8 @@ Walk WalkDump(const std::string& dump, const fs::path& symbols) {
             walk.address = fields[2];
             walk.thread = fields[3];
         } else if (fields[0] == "Module") {
-            walk.modules.push_back(fields);
+            // Files of data that are mapped have no identifier of code.
+            if (fields[4].find_first_not_of('0') != std::string::npos) walk.modules.push_back(fields);
         } else if (!walk.thread.empty() && fields[0] == walk.thread) {
             walk.frames.push_back(fields);
         }
