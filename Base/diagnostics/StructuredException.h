@@ -15,7 +15,9 @@ public:
 /// From now on the faults of the calling thread are thrown as `StructuredExceptionImp`, which is a
 /// `StructuredException`. Each also writes a line to the standard output. A stack overflow stays a crash. The
 /// code that faults must be compiled with `-fnon-call-exceptions` (GCC), as users of the library's CMake
-/// target and pkg-config file are. There is no way back.
+/// target and pkg-config file are. clang has no such option: there a fault is caught around a call of a
+/// function that another source file defines, and one in the `try` block's own code, or in a function that
+/// the compiler sees to throw nothing, ends the process. There is no way back.
 ZBASE_API void SetExceptionTranslator();
 
 }  // namespace ZBase

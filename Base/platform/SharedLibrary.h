@@ -41,9 +41,14 @@ public:
 /// the system code 193, as far as its headers and tables tell. The file must not be written to while it is
 /// loaded: its code is read from there when it is first run. Put a new version in its place by renaming.
 ///
-/// A name without any "." in it, path included, is completed by the ending
-/// of the platform, "_64.dll" or "_64.so". The two do the same. Throw a `Message` when it can't be loaded,
-/// and `StringConversionException` for a name that is no proper UTF-16.
+/// A bare name is looked for where the system's loader looks, and that is not beside the program by itself.
+/// For components that lie there the program is linked with an old-style run path, on Linux by
+/// `-Wl,--disable-new-dtags,-rpath,'$ORIGIN'` (a new-style one serves the program's own libraries only), or
+/// gives their path.
+///
+/// A name without any "." in it, path included, is completed by the ending of the platform, "_64.dll" or
+/// "_64.so". The two do the same. Throw a `Message` when it can't be loaded, and `StringConversionException`
+/// for a name that is no proper UTF-16.
 ZBASE_API ReturnPtr<SharedLibrary, DeleteC<SharedLibrary>> LoadSharedLibrary(const unsigned short* name);
 ZBASE_API ReturnPtr<SharedLibrary, DeleteC<SharedLibrary>> Load3rdPartySharedLibrary(
     const unsigned short* name);
