@@ -63,11 +63,18 @@ std::mutex& KeysMutex() {
     return *spMutex;
 }
 
+// For hosts whose run-time deals with faults of its own.
+bool IsChainFirst() {
+    const auto setting = gCrashConfig.find("chain"_w);
+    return setting != gCrashConfig.end() && setting->second == "first"_w;
+}
+
 // One dump has no more room than all together.
 os::DumpLimits DumpLimits() {
     const unsigned int all = CrashNumberOf(gCrashConfig, "max_dump_megabytes"_w);
     const unsigned int one = CrashNumberOf(gCrashConfig, "dump_megabytes"_w);
-    return {CrashNumberOf(gCrashConfig, "dump_seconds"_w), all == 0 ? one : std::min(one, all)};
+    return {CrashNumberOf(gCrashConfig, "dump_seconds"_w), all == 0 ? one : std::min(one, all),
+            IsChainFirst()};
 }
 
 void TrimStore(const WideString& directory) {

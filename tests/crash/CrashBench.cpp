@@ -51,7 +51,8 @@ fs::path Symbols() {
         const fs::path root = fs::path(ZBASE_BUILD_DIR) / "crash-symbols";
         const std::string program = ChildProgram("CrashProbe");
         StoreSymbols(root, program);
-        StoreSymbols(root, ChildProgram("CrashStormProbe"));
+        for (const char* probe : {"ConfinedProbe", "CrashStormProbe"})
+            StoreSymbols(root, ChildProgram(probe));
         std::istringstream libraries(RunChild({"/usr/bin/ldd", program}).output);
         for (std::string word; libraries >> word;) {
             if (word[0] == '/' && word.find("ld-linux") == std::string::npos) StoreSymbols(root, word);

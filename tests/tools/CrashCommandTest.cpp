@@ -98,7 +98,7 @@ TEST_F(CrashCommand, ShowTellsReasonStackAndKeys) {
     Probe("null");
     const ChildResult child = Crash({"show", OnlyDump()});
     EXPECT_EQ(child.exitCode, 0) << child.errors;
-    EXPECT_EQ(child.output.rfind("SIGSEGV /SEGV_MAPERR at 0x0, thread 0\n", 0), 0u) << child.output;
+    EXPECT_EQ(child.output.rfind("SIGSEGV /SEGV_MAPERR at 0x0, thread 0 (", 0), 0u) << child.output;
     EXPECT_TRUE(Has(child.output, "WriteToNull"));
     EXPECT_TRUE(Has(child.output, "Crash keys\n  product=probe\n  run=7\nModules\n"));
     EXPECT_TRUE(Has(child.output, test::ChildProgram("CrashProbe")));
@@ -146,6 +146,16 @@ TEST_F(CrashCommand, ShowNamesNoCodeAfterASymbolThatEndsBeforeIt) {
     EXPECT_TRUE(Has(stack, "\tlibc.so.6\t")) << stack;
     EXPECT_FALSE(Has(stack, "__libc_init_first")) << stack;
     EXPECT_TRUE(Has(stack, "__libc_start_main")) << stack;
+}
+
+TEST_F(CrashCommand, ShowOfAllThreadsTellsTheirNames) {
+    Configure("http://127.0.0.1:1/");
+    Probe("names", {}, "ConfinedProbe");
+    const ChildResult all = Crash({"show", "--all", OnlyDump()});
+    EXPECT_TRUE(Has(all.output, ", the?first)\n")) << all.output;
+    EXPECT_TRUE(Has(all.output, "\nThread 1 (")) << all.output;
+    EXPECT_TRUE(Has(all.output, ", worker 7)\n  0\t"));
+    EXPECT_FALSE(Has(Crash({"show", OnlyDump()}).output, "worker 7"));
 }
 
 TEST_F(CrashCommand, ShowOfWhatIsNoDumpFails) {

@@ -37,7 +37,7 @@ int RunSid(const std::string& text);
 
 int RunHost();
 
-int RunCrashCheck(const std::string& file);  // empty: the file that the library would find
-int RunCrashTest(bool isLocal);              // with a report server of its own
-int RunCrashShow(const std::string& dump);
-int RunCrashSend(const std::string& directory);  // empty: that of the configuration
+int RunCrashCheck(const std::string& file);              // empty: the file that the library would find
+int RunCrashTest(bool isLocal);                          // with a report server of its own
+int RunCrashShow(const std::string& dump, bool hasAll);  // all threads, or the crashed one
+int RunCrashSend(const std::string& directory);          // empty: that of the configuration

@@ -57,6 +57,10 @@ std::string MeaningOf(const std::string& key, const WideString& value) {
         return (isTrue ? "the system's own handling follows" : "the process ends") + doubt;
     if (key == "keep_dump_file") return (isTrue ? "dumps stay" : "dumps go once they are sent") + doubt;
     if (key == "dump_path") return "where dumps are written";
+    if (key == "chain")
+        return value == "first"_w
+                   ? "handlers that were there before are asked first"
+                   : "handlers that were there before are not asked (only \"first\" has them be)";
     if (key == "dump_seconds") return "the most seconds for writing a dump, 1 to 60; 10 for anything else";
     if (key == "stacks_on")
         return "the signal that has all stacks written: SIGQUIT, SIGHUP, SIGUSR1 or SIGUSR2; none else";

@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <set>
+#include <map>
 
 extern char** environ;
 
@@ -40,23 +40,77 @@ constexpr std::uint32_t kDumpMagic = 0x504D444D;
 constexpr std::uint32_t kNeededStreams[] = {3, 4, 5};  // threads, modules, memory
 constexpr std::uint32_t kMostStreams = 256;
 
-// A dump that failed may be an empty file, or one without its later streams.
-bool IsWholeDump(const std::string& content) {
+constexpr std::uint32_t kThreads = 3;
+constexpr std::uint32_t kThreadNames = 24;
+constexpr std::size_t kThreadSize = 48;
+constexpr std::size_t kThreadNameSize = 12;  // id, and where the name stands in 64 bits
+
+using DumpStreams = std::map<std::uint32_t, DumpStream>;  // by their types
+
+// None of a file that is no dump, or that does not hold them all.
+DumpStreams StreamsOf(const std::string& content) {
     DumpHead head{};
-    if (content.size() < sizeof head) return false;
+    if (content.size() < sizeof head) return {};
     std::memcpy(&head, content.data(), sizeof head);
-    if (head.magic != kDumpMagic || head.streams > kMostStreams) return false;
-    std::set<std::uint32_t> types;
+    if (head.magic != kDumpMagic || head.streams > kMostStreams) return {};
+    DumpStreams streams;
     for (std::uint32_t i = 0; i != head.streams; ++i) {
         DumpStream stream{};
         const std::size_t at = head.directory + i * sizeof stream;
-        if (at > content.size() || content.size() - at < sizeof stream) return false;
+        if (at > content.size() || content.size() - at < sizeof stream) return {};
         std::memcpy(&stream, &content[at], sizeof stream);
-        if (stream.place > content.size() || content.size() - stream.place < stream.size) return false;
-        types.insert(stream.type);
+        if (stream.place > content.size() || content.size() - stream.place < stream.size) return {};
+        streams.emplace(stream.type, stream);
     }
+    return streams;
+}
+
+// A dump that failed may be an empty file, or one without its later streams.
+bool IsWholeDump(const DumpStreams& streams) {
     return std::all_of(std::begin(kNeededStreams), std::end(kNeededStreams),
-                       [&](std::uint32_t type) { return types.contains(type); });
+                       [&](std::uint32_t type) { return streams.contains(type); });
+}
+
+std::uint32_t NumberAt(const std::string& content, std::size_t at) {
+    std::uint32_t number = 0;
+    if (at <= content.size() && content.size() - at >= sizeof number)
+        std::memcpy(&number, &content[at], sizeof number);
+    return number;
+}
+
+// UTF-16 behind its length in octets.
+std::string TextAt(const std::string& content, std::size_t at) {
+    constexpr std::size_t kMostName = 256;
+    const std::size_t octets = NumberAt(content, at);
+    if (octets > kMostName || content.size() < octets || content.size() - octets < at + 4) return "";
+    ZBase::WideString text(octets / 2, 0);
+    std::memcpy(text.data(), &content[at + 4], octets / 2 * 2);
+    return Narrow(text.c_str());
+}
+
+// The places of a stream's entries, as many as fit in it.
+std::vector<std::size_t> EntriesOf(const std::string& content, const DumpStreams& streams, std::uint32_t type,
+                                   std::size_t size) {
+    const auto stream = streams.find(type);
+    std::vector<std::size_t> places;
+    if (stream == streams.end()) return places;
+    const std::size_t count = NumberAt(content, stream->second.place);
+    const std::size_t room = stream->second.size < 4 ? 0 : (stream->second.size - 4) / size;
+    for (std::size_t i = 0; i < std::min(count, room); ++i)
+        places.push_back(stream->second.place + 4 + i * size);
+    return places;
+}
+
+std::vector<DumpedThread> ThreadsOf(const std::string& content, const DumpStreams& streams) {
+    std::map<std::uint32_t, std::string> names;
+    for (const std::size_t at : EntriesOf(content, streams, kThreadNames, kThreadNameSize))
+        names[NumberAt(content, at)] = TextAt(content, NumberAt(content, at + 4));
+    std::vector<DumpedThread> threads;
+    for (const std::size_t at : EntriesOf(content, streams, kThreads, kThreadSize)) {
+        const std::uint32_t id = NumberAt(content, at);
+        threads.push_back({id, names[id]});
+    }
+    return threads;
 }
 
 // Names and values of the block that counts, and its head; its sequence stays what it is if there is none.
@@ -154,7 +208,9 @@ std::vector<fs::path> DumpsIn(const fs::path& directory) {
 DumpedReport ReportOfDump(const fs::path& dump) {
     const std::string content = ReadFile(dump);
     DumpedReport report;
-    report.isDump = IsWholeDump(content);
+    const DumpStreams streams = StreamsOf(content);
+    report.isDump = IsWholeDump(streams);
+    report.threads = ThreadsOf(content, streams);
     CrashKeysBlock newest{};
     const std::string fields = NewestFields(content, ZBase::detail::kCrashKeysMagic, newest);
     report.hasKeys = newest.sequence != 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -12,12 +13,18 @@ using CrashKeys = std::map<std::string, std::string>;
 /// The dumps in a directory, in the order of their names; none if there is no directory.
 std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& directory);
 
+struct DumpedThread {
+    std::uint32_t id;
+    std::string name;  // empty if the dump has none
+};
+
 /// What a dump tells of its report.
 struct DumpedReport {
     bool isDump = false;   // the file is a whole dump
     bool hasKeys = false;  // and one of a process with crash keys
     CrashKeys keys;        // "reason" and the last words included
     std::vector<std::string> notes;
+    std::vector<DumpedThread> threads;  // in their order there
     bool isForProduction = false;
 };
 

@@ -73,8 +73,9 @@ private:
 struct Walk {
     std::string reason;
     std::string address;
-    std::string thread;
-    std::vector<std::vector<std::string>> frames;  // of the crashed thread
+    std::string thread;                                           // the crashed one
+    std::vector<std::vector<std::string>> frames;                 // its own
+    std::map<int, std::vector<std::vector<std::string>>> others;  // of the other threads, by their numbers
     std::vector<std::vector<std::string>> modules;
 };
 
@@ -92,6 +93,8 @@ Walk WalkDump(const std::string& dump, const fs::path& symbols) {
             if (fields[4].find_first_not_of('0') != std::string::npos) walk.modules.push_back(fields);
         } else if (!walk.thread.empty() && fields[0] == walk.thread) {
             walk.frames.push_back(fields);
+        } else if (!fields[0].empty() && fields[0].find_first_not_of("0123456789") == std::string::npos) {
+            walk.others[std::atoi(fields[0].c_str())].push_back(fields);
         }
     }
     return walk;
@@ -130,23 +133,43 @@ void PrintFrame(const std::vector<std::string>& frame) {
     Print("  " + frame[1] + "\t" + (frame[2].empty() ? "?" : frame[2]) + "\t" + where + "\n");
 }
 
+// The number of a thread, and its id and name as far as the dump has them.
+std::string NameOf(const DumpedReport& report, const std::string& number) {
+    const auto index = static_cast<std::size_t>(std::strtoul(number.c_str(), nullptr, 10));
+    if (number.empty() || index >= report.threads.size()) return number;
+    const DumpedThread& thread = report.threads[index];
+    const std::string name = Line(thread.name);
+    return number + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
+}
+
 }  // namespace
 
-int RunCrashShow(const std::string& dump) {
+int RunCrashShow(const std::string& dump, bool hasAll) {
     const DumpedReport report = ReportOfDump(dump);
     Walk walk = WalkDump(dump, "/dev/null");
     const std::map<std::string, std::string> files = FilesOfModules(dump);
     std::set<std::string> shown;
     const SymbolStore store;
-    for (const auto& frame : walk.frames) {
-        const auto file = files.find(frame[2]);
-        if (file != files.end() && shown.insert(frame[2]).second) store.Add(file->second);
+    const auto addSymbols = [&](const std::vector<std::vector<std::string>>& frames) {
+        for (const auto& frame : frames) {
+            const auto file = files.find(frame[2]);
+            if (file != files.end() && shown.insert(frame[2]).second) store.Add(file->second);
+        }
+    };
+    addSymbols(walk.frames);
+    for (const auto& [number, frames] : walk.others) {
+        if (hasAll) addSymbols(frames);
     }
     walk = WalkDump(dump, store.Place());
 
     Print(Styled(walk.reason.empty() ? "no crash" : walk.reason, "1") + " at " + walk.address + ", thread " +
-          walk.thread + "\n");
+          NameOf(report, walk.thread) + "\n");
     for (const auto& frame : walk.frames) PrintFrame(frame);
+    for (const auto& [number, frames] : walk.others) {
+        if (!hasAll) break;
+        Print("Thread " + NameOf(report, std::to_string(number)) + "\n");
+        for (const auto& frame : frames) PrintFrame(frame);
+    }
     Print(report.hasKeys ? "Crash keys\n" : "No crash keys\n");
     for (const auto& [name, value] : report.keys) Print("  " + Line(name + "=" + value) + "\n");
     if (!report.notes.empty()) Print("Notes\n");

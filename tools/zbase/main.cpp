@@ -147,6 +147,8 @@ int Run(int argc, char** argv) {
     std::string dump;
     CLI::App* show = crash->add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
     show->add_option("DUMP", dump, "The dump")->required();
+    bool hasAll = false;
+    show->add_flag("--all", hasAll, "Show the stacks of all threads, with their names");
     std::string dumps;
     CLI::App* send = crash->add_subcommand(
         "send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
@@ -177,7 +179,7 @@ int Run(int argc, char** argv) {
     if (*host) status = RunHost();
     if (*check) status = RunCrashCheck(config);
     if (*test) status = RunCrashTest(isLocal);
-    if (*show) status = RunCrashShow(dump);
+    if (*show) status = RunCrashShow(dump, hasAll);
     if (*send) status = RunCrashSend(dumps);
     FinishOutput();
     return status;

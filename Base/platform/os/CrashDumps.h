@@ -41,11 +41,12 @@ struct DumpUser {
     bool (*end)(const TriedDump& dump);
 };
 
-/// What a dump may take. With too little room for all, the stack of the thread that crashed is whole and
-/// the others are cut behind their innermost frames.
+/// What a dump may take, and which crashes are dumped. With too little room for all, the stack of the thread
+/// that crashed is whole and the others are cut behind their innermost frames.
 struct DumpLimits {
     unsigned int seconds;
     unsigned int megabytes;  // up to 2000
+    bool asksEarlier;        // a handler of faults that was there before is asked first
 };
 
 class DumpHandler;

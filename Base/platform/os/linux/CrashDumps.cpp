@@ -11,6 +11,7 @@
 // again, or another thread's signal come first.
 
 #include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/linux/CrashChain.h>
 #include <Base/platform/os/linux/CrashStack.h>
 #include <Base/platform/os/linux/CrashTurns.h>
 #include <Base/platform/os/linux/DumpWriter.h>
@@ -76,6 +77,7 @@ Reserve sReserve;
 std::atomic<DumpHandler*> spNewest = nullptr;
 struct sigaction sBefore[NSIG];
 bool sIsInstalled = false;
+std::atomic<bool> sAsksEarlier = false;
 
 }  // namespace
 
@@ -173,6 +175,9 @@ void PassOn(int signal, siginfo_t* information) {
 // lock.
 void HandleCrash(int signal, siginfo_t* information, void* context) {
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
+    // Nobody goes on after an abort.
+    if (sAsksEarlier && signal != SIGABRT && AskEarlierHandler(sBefore[signal], signal, information, context))
+        return;
     DumpHandler* const handler = spNewest;
     if (handler == nullptr || !TakeCrash()) {
         WaitForCrash();
@@ -210,6 +215,7 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
     auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
     if (handler == nullptr) return nullptr;
     google_breakpad::DumpLimit::Set(1000LL * limits.seconds);
+    sAsksEarlier = limits.asksEarlier;
     handler->mCrashStack.Install();
     sReserve.Take();
     handler->mpOlder = spNewest;

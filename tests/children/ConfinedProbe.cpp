@@ -1,0 +1,202 @@
+// ConfinedProbe KIND: installs the crash handler and crashes where it can't be looked into, or in a host that
+// deals with faults itself. It ends itself after a minute, so that whoever hangs is seen.
+
+#include <Base/ZBase.h>
+
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pthread.h>
+#include <stddef.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <thread>
+
+namespace {
+
+char* volatile gPage = nullptr;
+void* volatile gNull = nullptr;
+
+[[gnu::noipa]] void WriteToNull() {
+    *static_cast<volatile int*>(gNull) = 1;
+    asm volatile("");
+}
+
+[[gnu::noipa]] int Overflow(int depth) {
+    volatile char frame[2048];
+    frame[0] = static_cast<char>(depth);
+    const int result = depth < 0 ? 0 : Overflow(depth + 1) + frame[0];
+    asm volatile("");
+    return result;
+}
+
+void StartNamedThread(const char* name) {
+    static int sReady[2];
+    if (pipe(sReady) != 0) _exit(94);
+    std::thread([name] {
+        pthread_setname_np(pthread_self(), name);
+        if (write(sReady[1], "", 1) != 1) _exit(94);
+        pause();
+    }).detach();
+    char ready = 0;
+    if (read(sReady[0], &ready, 1) != 1) _exit(94);
+}
+
+// Whoever asks for one of these gets what `answer` says.
+void ForbidLooking(unsigned int answer) {
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ptrace, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_process_vm_readv, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, answer),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{sizeof program / sizeof *program, program};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+        _exit(77);
+}
+
+void CrashWithoutPtrace() {
+    StartNamedThread("another one");
+    ForbidLooking(SECCOMP_RET_ERRNO | EPERM);
+    WriteToNull();
+}
+
+void CrashWherePtraceKills() {
+    ForbidLooking(SECCOMP_RET_KILL_PROCESS);
+    WriteToNull();
+}
+
+void OverflowWithoutPtrace() {
+    ForbidLooking(SECCOMP_RET_ERRNO | EPERM);
+    Overflow(0);
+}
+
+void DumpWithoutPtrace() {
+    ForbidLooking(SECCOMP_RET_ERRNO | EPERM);
+    std::printf("%d\n", ZBase::CreateDump());
+}
+
+// The parent traces the thread that crashes, as a debugger does, and lets all signals through.
+void CrashTraced() {
+    int go[2];
+    if (pipe(go) != 0) _exit(94);
+    const pid_t child = fork();
+    if (child == 0) {
+        char ready = 0;
+        StartNamedThread("another one");
+        if (read(go[0], &ready, 1) == 1) WriteToNull();
+        _exit(94);
+    }
+    if (ptrace(PTRACE_SEIZE, child, nullptr, nullptr) != 0 || write(go[1], "", 1) != 1) _exit(77);
+    int status = 0;
+    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status))
+        ptrace(PTRACE_CONT, child, nullptr, reinterpret_cast<void*>(static_cast<long>(WSTOPSIG(status))));
+    std::printf("%d\n", WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+}
+
+void CrashBesideNamedThread() {
+    pthread_setname_np(pthread_self(),
+                       "the\x01"
+                       "first");
+    StartNamedThread("worker 7");
+    WriteToNull();
+}
+
+// A host with a run-time of its own: its null pointers go on at an address that it knows, and its pages are
+// made accessible when they are touched.
+
+[[gnu::noipa]] int ReadFrom(const int* place) {
+    int value = 0;
+    asm volatile(
+        "mov (%1), %0\n\t"
+        "jmp 1f\n"
+        "zbase_probe_recovered:\n\t"
+        "mov $-1, %0\n"
+        "1:"
+        : "=&r"(value)
+        : "r"(place));
+    return value;
+}
+extern "C" char zbase_probe_recovered[];
+
+void DealWithFault(int signal, siginfo_t* information, void* context) {
+    auto* const address = static_cast<char*>(information->si_addr);
+    greg_t& place = static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RIP];
+    const auto reader = reinterpret_cast<greg_t>(&ReadFrom);
+    if (gPage != nullptr && address >= gPage && address < gPage + 4096) {
+        mprotect(gPage, 4096, PROT_READ | PROT_WRITE);
+    } else if (place >= reader && place < reader + 64) {
+        place = reinterpret_cast<greg_t>(zbase_probe_recovered);
+    } else {  // none of its own
+        std::signal(signal, SIG_DFL);
+    }
+}
+
+// Such a one returns without having done anything.
+void DealWithNothing(int) {}
+
+void RunHost() {
+    gPage = static_cast<char*>(mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    int recovered = 0;
+    for (int i = 0; i != 10'000; ++i) recovered += ReadFrom(nullptr) == -1;
+    int written = 0;
+    for (int i = 0; i != 5'000; ++i) {
+        mprotect(gPage, 4096, PROT_READ);
+        *gPage = 1;
+        written += *gPage;
+    }
+    std::printf("%d %d\n", recovered, written);
+    std::fflush(stdout);
+}
+
+void RunHostAndCrash() {
+    RunHost();
+    WriteToNull();
+}
+
+void InstallHostHandler(const char* kind) {
+    struct sigaction action {};
+    action.sa_sigaction = DealWithFault;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    if (std::string(kind) == "idle-host") {
+        action.sa_handler = DealWithNothing;
+        action.sa_flags = 0;
+    }
+    sigaction(SIGSEGV, &action, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::map<std::string, void (*)()> kinds = {
+        {"no-ptrace", CrashWithoutPtrace},
+        {"no-ptrace-overflow", OverflowWithoutPtrace},
+        {"no-ptrace-dump", DumpWithoutPtrace},
+        {"ptrace-kills", CrashWherePtraceKills},
+        {"traced", CrashTraced},
+        {"names", CrashBesideNamedThread},
+        {"host", RunHost},
+        {"host-crash", RunHostAndCrash},
+        {"idle-host", WriteToNull},
+        {"host-abort", std::abort},
+    };
+    const auto kind = kinds.find(argc > 1 ? argv[1] : "");
+    if (kind == kinds.end()) return 97;
+    alarm(60);
+    if (kind->first.find("host") != std::string::npos) InstallHostHandler(argv[1]);
+    if (!ZBase::InstallCrashHandler()) return 96;
+    kind->second();
+    return 0;
+}
