@@ -92,7 +92,7 @@ void* Watch(void*) {
 
 // It takes no signals but the one that it waits for: the others are the host's.
 bool BeginWatching(int signal) {
-    constexpr std::size_t kStack = 256 * 1024;
+    constexpr std::size_t kStack = std::size_t{256} * 1024;
     sigset_t others;
     sigset_t before;
     sigfillset(&others);
