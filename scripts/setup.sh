@@ -4,6 +4,7 @@
 #   test   the tests
 #   check  formatting, static analysis, the second compilers, fuzzers
 #   bench  the benchmarks and their peers
+#   package  Debian packages, and what looks at them
 #   bare   a bare system to try all of it on
 set -eu
 cd "$(dirname "$0")/.."
@@ -14,6 +15,7 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
+package="$build dpkg-dev fakeroot file lintian"
 bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev"
 
 wanted=""
@@ -24,8 +26,9 @@ for group in "$@"; do
         test) wanted="$wanted $test" breakpad=1 ;;
         check) wanted="$wanted $check" breakpad=1 ;;
         bench) wanted="$wanted $bench" breakpad=1 ;;
+        package) wanted="$wanted $package" breakpad=1 ;;
         bare) wanted="$wanted debootstrap" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check, bench or bare" >&2; exit 2 ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, bench, package or bare" >&2; exit 2 ;;
     esac
 done
 
