@@ -1,6 +1,7 @@
 #!/bin/bash
-# bare.sh: runs demo.sh and test.sh of the committed tree on a system that has nothing: the smallest Debian, git, the
-# certificates, and this machine's own settings of apt and npm. Needs root. Nothing is left of it, whatever happens.
+# bare.sh [SCRIPT...]: runs demo.sh and test.sh, or scripts that are named by their paths in the tree, of the committed tree
+# on a system that has nothing: the smallest Debian, git, the certificates, and this machine's own settings of apt and npm.
+# Needs root. Nothing is left of it, whatever happens. ZBASE_BARE_SUITE names another Debian than this machine's.
 # With ccache in the environment (CMAKE_CXX_COMPILER_LAUNCHER, CCACHE_DIR) its objects come from there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,17 +11,26 @@ cd "$(dirname "$0")/.."
 in_root() { env -u TMPDIR chroot "$root" "$@"; }
 
 fetch_system() {
-    local suite mirror
-    suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
-    mirror=$(apt-get indextargets --format '$(REPO_URI)' "Release: $suite" "Component: main" | head -n 1)
+    local own suite mirror
+    own=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    suite=${ZBASE_BARE_SUITE:-$own}
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' "Release: $own" "Component: main" | head -n 1)
     eval "$(apt-config shell http_proxy Acquire::http::Proxy https_proxy Acquire::https::Proxy)"
     export http_proxy https_proxy
     env -u TMPDIR debootstrap --variant=minbase --include=git,ca-certificates "$suite" "$root" "${mirror:-http://deb.debian.org/debian}"
 }
 
+# The sources of another Debian are those of this one under its name.
+of_suite() {
+    local own
+    own=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    [ "${ZBASE_BARE_SUITE:-$own}" = "$own" ] || find "$root/etc/apt" -name '*.list' -o -name '*.sources' |
+        xargs -r sed -i "s/\\b$own\\b/$ZBASE_BARE_SUITE/g"
+}
+
 copy_settings() {
     rm -rf "$root/etc/apt"
-    cp -a /etc/apt "$root/etc/apt" && cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/" || return
+    cp -a /etc/apt "$root/etc/apt" && of_suite && cp -a /usr/share/keyrings/. "$root/usr/share/keyrings/" || return
     cp -a /usr/local/share/ca-certificates/. "$root/usr/local/share/ca-certificates/" 2>/dev/null || :
     in_root update-ca-certificates || return
     cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
@@ -43,7 +53,7 @@ environment() {
     echo "HOME=/root"
     echo "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
     env | grep -i -E '^(https?_proxy|no_proxy|npm_config_[a-z_]*)=' || :
-    env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING)=' || :
+    env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING|ZBASE_BUILDS)=' || :
     if command -v npm >/dev/null; then echo "npm_config_registry=$(npm config get registry 2>/dev/null)"; fi
     if [ -e "$root/ccache" ]; then
         env | grep -E '^(CMAKE_CXX_COMPILER_LAUNCHER|CCACHE_SLOPPINESS)='
@@ -70,7 +80,7 @@ if [ "${1:-}" != --inside ]; then
     trap leave EXIT
     [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
     # Mounts and processes of a namespace go with it, however it ends.
-    TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" &
+    TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" "$@" &
     inside=$!
     status=0
     wait "$inside" || status=$?
@@ -90,8 +100,10 @@ git clone -q --no-local "$PWD" "$root/root/zbase"
 mapfile -t inside < <(environment)
 packages() { in_root dpkg-query -W | wc -l; }
 before=$(packages)
-for script in demo.sh test.sh; do
-    echo "-- scripts/$script"
-    run_inside sh -c "cd /root/zbase && scripts/$script"
+shift 2
+[ $# -gt 0 ] || set -- scripts/demo.sh scripts/test.sh
+for script in "$@"; do
+    echo "-- $script"
+    run_inside sh -c "cd /root/zbase && $script"
 done
 echo "The bare system of $before packages passes with $(packages), in $((SECONDS / 60)) minutes."
