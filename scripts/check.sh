@@ -63,7 +63,23 @@ check_exports() {
         { echo "The exported symbols changed: if that is meant, scripts/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
 }
 
-# An outside project finds the installed package, by CMake and by pkg-config.
+# check_man_page COMMAND [SUBCOMMAND...]: the man page tells of each command and option that the help tells of.
+check_man_page() {
+    local help name
+    help=$("$@" --help)
+    for name in $(sed -n '/^Sub/,$ s/^  \([a-z]*\) .*/\1/p; s/^  \(-[a-z],\)\{0,1\}\(--[a-z-]*\).*/\2/p' <<<"$help"); do
+        sed 's/\\-/-/g' packaging/zbase.1 | grep -q -e "$name" || { echo "The man page does not tell of \"${*:2} $name\""; exit 1; }
+        case $name in -*) ;; *) check_man_page "$@" "$name" ;; esac
+    done
+}
+
+# block LANGUAGE: what README's "Using it" shows in that language, the first of it.
+block() {
+    awk -v language="$1" '/^## / { here = $0 == "## Using it" } /^```$/ && on { exit } on { print }
+        here && $0 == "```" language { on = 1 }' README.md
+}
+
+# What README tells of the use of the library, to the letter but for the place, by CMake and by pkg-config; the examples.
 check_package() {
     local place
     place=$(mktemp -d)
@@ -74,8 +90,18 @@ check_package() {
     "$place/build/consumer_xml"
     PKG_CONFIG_PATH=$(dirname "$(find "$place/installed" -name zbase.pc)")
     export PKG_CONFIG_PATH
-    g++ -std=c++20 examples/consumer/main.cpp -o "$place/by-pkg-config" $(pkg-config --cflags --libs zbase)
-    LD_LIBRARY_PATH=$(pkg-config --variable=libdir zbase) "$place/by-pkg-config"
+    mkdir "$place/server"
+    block cpp >"$place/server/main.cpp"
+    block cmake >"$place/server/CMakeLists.txt"
+    cmake -S "$place/server" -B "$place/server/build" -DCMAKE_PREFIX_PATH="$place/installed" >/dev/null
+    cmake --build "$place/server/build" >/dev/null
+    diff <(block text) <("$place/server/build/server")
+    (cd "$place/server" && sh -c "$(grep '^g++ main.cpp' "$OLDPWD/README.md")")
+    diff <(block text) <(LD_LIBRARY_PATH=$(pkg-config --variable=libdir zbase) "$place/server/server")
+    local found
+    found=$(grep -r -l -a -F "$PWD" "$place/installed" || :)
+    [ -z "$found" ] || { echo "The place of the tree is in what is installed: $found"; exit 1; }
+    check_man_page build/release/tools/zbase/zbase
     rm -rf "$place"
 }
 
