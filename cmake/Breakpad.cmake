@@ -21,9 +21,12 @@ if(ZBASE_BREAKPAD_DIR)
     endif()
 endif()
 set(BREAKPAD_DIR ${breakpad_place}/minidump)
-if(NOT EXISTS ${breakpad_place}/.installed)
-    message(STATUS "Fetching Breakpad")
-    execute_process(COMMAND ${CMAKE_COMMAND} -E env ZBASE_CRASH_REPORTING=ON ${PROJECT_SOURCE_DIR}/scripts/breakpad.sh)
+if(NOT ZBASE_BREAKPAD_DIR)  # costs nothing when it is there and as our patches make it
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env ZBASE_CRASH_REPORTING=ON ${PROJECT_SOURCE_DIR}/scripts/breakpad.sh
+                    RESULT_VARIABLE failed)
+    if(failed AND EXISTS ${breakpad_place}/.installed)
+        message(FATAL_ERROR "Breakpad is there, but not as this tree patches it: scripts/setup.sh build")
+    endif()
 endif()
 if(NOT EXISTS ${breakpad_place}/.installed)
     message(FATAL_ERROR "Breakpad is not there. Each of these helps:\n"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "bare", which
-# takes a whole system and up to an hour.
+# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "bare",
+# "packages" and "builds", which make whole systems and take up to an hour or, "builds", some.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
@@ -159,12 +159,28 @@ check_bare() {
     scripts/bare.sh
 }
 
+# The Debian packages, installed, used and removed on a system that has nothing.
+check_packages() {
+    scripts/setup.sh bare
+    scripts/bare.sh tests/packaging/packages.sh
+}
+
+# Each way to build that there is a compiler for, on this Debian and the next.
+check_builds() {
+    scripts/setup.sh bare
+    scripts/bare.sh tests/packaging/builds.sh
+    ZBASE_BARE_SUITE=trixie scripts/bare.sh tests/packaging/builds.sh
+}
+
+# A project that takes the tree in, the one of these ways that has most of the others in it.
+check_subdirectory() { tests/packaging/builds.sh subdirectory_static; }
+
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
+[ $# -gt 0 ] || steps=(format headers exports package subdirectory portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done
-if [ "${steps[*]}" != bare ]; then
+if [[ " bare packages builds " != *" ${steps[*]} "* ]]; then
     scripts/setup.sh check
     [ -d build/release ] || scripts/build.sh
 fi

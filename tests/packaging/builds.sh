@@ -120,6 +120,13 @@ FetchContent_Declare(zbase GIT_REPOSITORY \"$work/fetched from\" GIT_TAG HEAD)
 FetchContent_MakeAvailable(zbase)"
 }
 
+# On a system that has nothing, all the compilers that it can have.
+if [ "${1:-}" = "" ] && [ "$(id -u)" = 0 ]; then
+    scripts/setup.sh build
+    compilers=$(apt-cache pkgnames | grep -E '^(g\+\+-1[2-4]|clang-1[4-9])$' | sort)
+    quietly "Installing compilers" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends make git dpkg-dev $compilers
+fi
+
 mapfile -t all < <(declare -F | sed -n 's/^declare -f way_//p')
 if [ "${1:-}" = --list ]; then printf '%s\n' "${all[@]}"; exit; fi
 [ $# -gt 0 ] || set -- "${all[@]}"

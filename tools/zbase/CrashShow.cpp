@@ -12,16 +12,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One of Breakpad's tools: from the search path, or where the library was built.
+// One of Breakpad's tools: as it was installed or built with this command, or from the search path.
 std::string Tool(const char* name) {
+    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const char* way : {ZBASE_WAY_TO_BREAKPAD, "breakpad"}) {
+        const fs::path tool = own / way / name;
+        if (access(tool.c_str(), X_OK) == 0) return tool;
+    }
     const char* path = std::getenv("PATH");
     std::istringstream places(path == nullptr ? "" : path);
     for (std::string place; std::getline(places, place, ':');) {
         const fs::path tool = fs::path(place) / name;
         if (access(tool.c_str(), X_OK) == 0) return tool;
     }
-    const fs::path built = fs::path(ZBASE_BREAKPAD_TOOLS) / name;
-    if (access(built.c_str(), X_OK) == 0) return built;
     throw Failure(std::string(name) + " is not installed: it comes with Breakpad");
 }
 
