@@ -195,6 +195,20 @@ TEST_F(CrashStorm, DumpLeavesNoChildToASubreaper) {
     EXPECT_EQ(Storm({"subreaper"}).output, "11 -1 0\n");
 }
 
+// To the first process of a container come all orphans.
+TEST_F(CrashStorm, DumpLeavesNoChildToTheFirstProcess) {
+    const std::vector<std::string> first = {"/usr/bin/unshare", "--pid", "--fork", "--mount-proc"};
+    const auto run = [&](const std::vector<std::string>& program) {
+        std::vector<std::string> command = first;
+        command.insert(command.end(), program.begin(), program.end());
+        return test::RunChild(command, {"ZENT_CRASH_CONFIG_FILE=" + Config()});
+    };
+    if (run({"/bin/true"}).exitCode != 0) GTEST_SKIP() << "no processes of its own here";
+    StartServer();
+    Configure();
+    EXPECT_EQ(run({test::ChildProgram("CrashStormProbe"), "subreaper"}).output, "11 -1 0\n");
+}
+
 TEST_F(CrashStorm, QuickExitElsewhereDoesNotComeFirst) {
     StartServer();
     Configure();
