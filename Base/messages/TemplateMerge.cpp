@@ -1,4 +1,5 @@
 #include <Base/messages/MessageFormat.h>
+#include <Base/text/detail/ResultText.h>
 
 #include <cstddef>
 #include <cstring>
@@ -95,10 +96,10 @@ ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* c
     const Parameters collected(parameters);
     Measure measure;
     Merge(textTemplate, collected, measure);
-    ReturnString result(measure.Total(), nullptr);
-    Writer writer(const_cast<char*>(result.c_str()));
+    detail::Unfinished<ReturnString> result(measure.Total());
+    Writer writer(result.Get());
     Merge(textTemplate, collected, writer);
-    return result;
+    return result.Finish(result.Get() + measure.Total());
 }
 
 }  // namespace ZBase

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
+#include <cstring>
 
 namespace ZBase {
 
@@ -20,10 +21,51 @@ bool IsPrintable(unsigned char octet) {
 }
 
 // RFC 3986, unreserved characters, in every locale.
-bool IsUnreserved(char octet) {
+constexpr bool IsUnreserved(unsigned char octet) {
     return (octet >= '0' && octet <= '9') || (octet >= 'A' && octet <= 'Z') ||
            (octet >= 'a' && octet <= 'z') || octet == '~' || octet == '-' || octet == '_' || octet == '.';
 }
+
+// What stands for each octet in a URL, and how long that is.
+struct Escapes {
+    char texts[256][4];
+    unsigned char sizes[256];
+};
+
+constexpr Escapes MakeEscapes() {
+    Escapes escapes{};
+    for (unsigned int octet = 0; octet != 256; ++octet) {
+        char* const text = escapes.texts[octet];
+        if (IsUnreserved(static_cast<unsigned char>(octet))) {
+            text[0] = static_cast<char>(octet);
+            escapes.sizes[octet] = 1;
+        } else {
+            text[0] = '%';
+            text[1] = detail::kUpperDigits[octet >> 4];
+            text[2] = detail::kUpperDigits[octet & 0xF];
+            escapes.sizes[octet] = 3;
+        }
+    }
+    return escapes;
+}
+
+constexpr Escapes kEscapes = MakeEscapes();
+
+// The two digits of each octet.
+struct DigitPairs {
+    unsigned short rows[256][2];
+};
+
+constexpr DigitPairs MakeDigitPairs() {
+    DigitPairs pairs{};
+    for (unsigned int octet = 0; octet != 256; ++octet) {
+        pairs.rows[octet][0] = static_cast<unsigned char>(detail::kUpperDigits[octet >> 4]);
+        pairs.rows[octet][1] = static_cast<unsigned char>(detail::kUpperDigits[octet & 0xF]);
+    }
+    return pairs;
+}
+
+constexpr DigitPairs kPairs = MakeDigitPairs();
 
 std::size_t ByteCount(const void* data, int length) {
     return data == nullptr || length <= 0 ? 0 : static_cast<std::size_t>(length);
@@ -41,13 +83,11 @@ ReturnWString WideChar2String(unsigned short unit) {
 ReturnWString Binary2String(const void* data, int length) {
     const auto* octets = static_cast<const unsigned char*>(data);
     const std::size_t count = ByteCount(data, length);
-    ReturnWString result(detail::CheckedProduct(count, 2), nullptr);
-    unsigned short* out = detail::Writable(result);
-    for (std::size_t i = 0; i != count; ++i) {
-        *out++ = Digit(octets[i] >> 4u);
-        *out++ = Digit(octets[i] & 0xFu);
-    }
-    return result;
+    detail::Unfinished<ReturnWString> result(detail::CheckedProduct(count, 2));
+    unsigned short* out = result.Get();
+    for (std::size_t i = 0; i != count; ++i, out += 2) std::memcpy(out, kPairs.rows[octets[i]], 4);
+    *out = 0;
+    return result.Finish(out);
 }
 
 ReturnWString Binary2OctString(const void* data, int length) {
@@ -73,15 +113,20 @@ std::string Char2Hex(char octet) {
 }
 
 std::string UrlEncode(const std::string& text) {
-    std::string result;
-    result.reserve(text.size());
-    for (const char octet : text) {
-        if (IsUnreserved(octet)) {
-            result += octet;
-        } else {
-            result += '%';
-            result += Char2Hex(octet);
-        }
+    std::size_t size = 0;
+    for (const char octet : text) size += kEscapes.sizes[static_cast<unsigned char>(octet)];
+    std::string result(size, '\0');
+    char* out = result.data();
+    const char* next = text.data();
+    // Four octets at once as long as three characters follow, whose octets will stand where the rest went.
+    for (std::size_t left = text.size(); left > 3; --left) {
+        const auto octet = static_cast<unsigned char>(*next++);
+        std::memcpy(out, kEscapes.texts[octet], 4);
+        out += kEscapes.sizes[octet];
+    }
+    for (; next != text.data() + text.size(); ++next) {
+        const auto octet = static_cast<unsigned char>(*next);
+        out = std::copy_n(kEscapes.texts[octet], kEscapes.sizes[octet], out);
     }
     return result;
 }

@@ -104,7 +104,10 @@ int FragmentedStringImpl::Append(const unsigned short* text, unsigned int length
 }
 
 int FragmentedStringImpl::AppendChar(unsigned short character) {
-    return character == 0 ? 1 : AppendUnits(&character, 1, OnNull::kFail);
+    if (character == 0) return 1;
+    if (mpCurrent->size - mUsedBytes < kUnit) return AppendUnits(&character, 1, OnNull::kFail);
+    Store(&character, 1);
+    return 0;
 }
 
 int FragmentedStringImpl::AppendString(const unsigned short* text) {

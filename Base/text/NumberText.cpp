@@ -4,7 +4,9 @@
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/Digits.h>
+#include <Base/text/detail/ResultText.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstddef>
@@ -32,13 +34,14 @@ template <class Result, class Ch, unsigned int Base>
 Result FormatInteger(std::uint64_t magnitude, bool negative, const char* digits) {
     Ch text[33];
     Ch* first = std::end(text);
-    *--first = 0;
     do {
         *--first = static_cast<Ch>(digits[magnitude % Base]);
         magnitude /= Base;
     } while (magnitude != 0);
     if (negative) *--first = '-';
-    return Result(first);
+    const auto length = static_cast<std::size_t>(std::end(text) - first);
+    detail::Unfinished<Result> result(length);
+    return result.Finish(std::copy_n(first, length, result.Get()));
 }
 
 template <class Result, class Ch>

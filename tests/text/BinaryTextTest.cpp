@@ -75,6 +75,21 @@ TEST(UrlEncoding, SafeCharactersPassAndOthersAreEscaped) {
     EXPECT_EQ(ZBase::UrlEncode(std::string("a\0b", 3)), "a%00b");
 }
 
+// The last octets go one by one.
+TEST(UrlEncoding, EveryOctetAtEveryPlaceOfShortTexts) {
+    for (std::size_t length = 1; length <= 9; ++length) {
+        for (std::size_t at = 0; at != length; ++at) {
+            for (int octet = 0; octet != 256; ++octet) {
+                std::string text(length, 'a');
+                text[at] = static_cast<char>(octet);
+                const std::string alone = ZBase::UrlEncode(std::string(1, static_cast<char>(octet)));
+                EXPECT_EQ(ZBase::UrlEncode(text),
+                          std::string(at, 'a') + alone + std::string(length - at - 1, 'a'));
+            }
+        }
+    }
+}
+
 TEST(UrlEncoding, EveryByteIsSafeOrEscaped) {
     const std::string safe = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz~-_.";
     for (int octet = 0; octet != 256; ++octet) {

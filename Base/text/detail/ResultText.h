@@ -32,7 +32,10 @@ public:
 
     /// The text up to `end`, which stands in the block. All behind it is 0.
     Result Finish(Ch* end) {
-        os::ClearMemory(end, static_cast<std::size_t>(mpBlock + mLength + 1 - end) * sizeof(Ch));
+        *end = 0;
+        Ch* const behind = end + 1;
+        const auto units = static_cast<std::size_t>(mpBlock + mLength + 1 - behind);
+        if (units != 0) os::ClearMemory(behind, units * sizeof(Ch));
         Result result(nullptr);
         result.Swap(mpBlock);
         return result;
