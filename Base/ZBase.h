@@ -35,6 +35,7 @@
 #include <Base/frame/ReturnUString.h>
 #include <Base/frame/ReturnWString.h>
 #include <Base/frame/SmartPtrI.h>
+#include <Base/frame/Standard.h>
 #include <Base/frame/Threads.h>
 #include <Base/frame/Version.h>
 #include <Base/frame/WideLiteral.h>

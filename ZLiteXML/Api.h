@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 // ZLITEXML_API marks what the library exports. ZLITEXML_INTERFACE marks a class that is whole in its header:
 // who uses it needs nothing of the library, and all libraries of a process mean the same class.
 #if defined(_WIN32)

@@ -43,7 +43,11 @@ compile_alone() {
 check_headers() {
     diff <(grep -o '<Base/.*>' Base/ZBase.h | tr -d '<>') <(public_headers Base | grep -v Base/ZBase.h)
     python3 scripts/layers.py
-    local standard
+    local standard header said
+    for header in $({ public_headers Base; public_headers ZLiteXML; }); do
+        said=$(g++ -std=c++17 -I. -fsyntax-only -x c++ "$header" 2>&1 | grep -m 1 'error:' || :)
+        [[ $said == "" || $said == *"needs C++20"* ]] || { echo "$header, for who compiles for C++17: $said"; exit 1; }
+    done
     for standard in 20 23; do
         quietly "Compiling each header alone (g++, C++$standard)" compile_alone g++ -std=c++$standard $strictly $only_gcc
         quietly "Compiling each header alone (clang++, C++$standard)" \

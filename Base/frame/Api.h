@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 // ZBASE_API marks what the library exports; everything else stays inside it.
 #if defined(_WIN32)
 #if defined(ZBASE_BUILDING)

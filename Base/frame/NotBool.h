@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 #include <type_traits>
 
 namespace ZBase {

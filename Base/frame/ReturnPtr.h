@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 namespace ZBase {
 
 /// One owned pointer, or null, as an exported function returns it. Copying transfers the object and leaves

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 namespace ZBase {
 
 /// A pointer with one reference already held, or null, as an exported function returns it. Copying transfers

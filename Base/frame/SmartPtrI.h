@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 namespace ZBase {
 
 /// A pointer to a reference-counted object, or null. Takes a reference when it takes the pointer and gives it

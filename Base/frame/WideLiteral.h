@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Standard.h>
+
 #include <cstddef>
 
 namespace ZBase {

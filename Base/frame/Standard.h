@@ -1,0 +1,7 @@
+#pragma once
+
+// Who compiles for an older standard reads this line, and no others.
+#if (defined(_MSVC_LANG) && _MSVC_LANG < 202002L) || (!defined(_MSVC_LANG) && __cplusplus < 202002L)
+#error "ZBase needs C++20: compile with -std=c++20 or later (MSVC: /std:c++20 or later)"
+#include <ZBase-needs-C++20>  // ends the compilation, which an error alone does not
+#endif
