@@ -25,6 +25,9 @@ constexpr CrashNumber kNumbers[] = {
     {"dump_megabytes"_w, "the most that one dump may take", 1, 2000, 64},
     {"max_dumps"_w, "the most dumps that are kept; 0: any number", 0, 1'000'000, 50},
     {"max_dump_megabytes"_w, "the most that all dumps together may take; 0: any size", 0, 1'000'000, 512},
+    {"max_reports_per_day"_w, "the most dumps of those left behind that are sent in a day; 0: any number", 0,
+     1'000'000, 100},
+    {"send_pause_seconds"_w, "the first pause when they can't be sent; doubled up to an hour", 1, 3600, 60},
     {"max_age_days"_w, "the days after which a dump goes; 0: never", 0, 100'000, 30},
 };
 

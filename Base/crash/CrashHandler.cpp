@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <mutex>
 #include <new>
 #include <string>
@@ -33,7 +34,7 @@ bool CrashDumpCallback(const os::TriedDump& dump) {
     const ReportResult result = dump.succeeded ? detail::SendPreparedReport(dump) : RESULT_FAILED;
     detail::EndReport();
     if (!dump.succeeded) return false;
-    if (result == RESULT_SUCCEEDED && !gKeepDumpFile) os::DeleteDump(dump.path);
+    if (result == RESULT_SUCCEEDED) gKeepDumpFile ? os::MarkDumpSent(dump.path) : os::DeleteDump(dump.path);
     return dump.onDemand || !gNativeDump;
 }
 
@@ -77,9 +78,14 @@ os::DumpLimits DumpLimits() {
             IsChainFirst()};
 }
 
-void TrimStore(const WideString& directory) {
+void LookAfterStore(const WideString& directory) {
     try {
-        CrashStore(detail::ReportText(directory), gCrashConfig).Trim();
+        const std::string place = detail::ReportText(directory);
+        CrashStore store(place, gCrashConfig);
+        store.Trim();
+        const auto setting = gCrashConfig.find("send_left"_w);
+        const bool sends = setting == gCrashConfig.end() || IsCrashSettingTrue(setting->second);
+        if (sends && store.HasUnsent()) detail::SendLeftDumps(std::filesystem::absolute(place).string());
     } catch (const std::exception&) {  // no memory: the next one does it
     }
 }
@@ -129,7 +135,7 @@ bool InstallCrashHandler() {
     gExceptionHandler = handler;  // an earlier one stays behind it
     const auto stacks = gCrashConfig.find("stacks_on"_w);
     if (stacks != gCrashConfig.end()) os::WriteStacksAtSignal(stacks->second.c_str(), directory.c_str());
-    TrimStore(directory);
+    LookAfterStore(directory);
     return true;
 }
 

@@ -1,11 +1,14 @@
 #include <Base/crash/CrashStore.h>
 #include <Base/frame/WideLiteral.h>
+#include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
 #include <Base/platform/os/HeldFile.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <tuple>
 
@@ -17,7 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr char kDump[] = ".dmp";
 constexpr char kSending[] = ".sending.dmp";
-constexpr char kSent[] = ".sent";
 constexpr std::size_t kGuidLength = 36;
 constexpr long long kDay = 24 * 60 * 60;  // in seconds
 
@@ -43,7 +45,52 @@ std::string GuidOfDump(const std::string& name) {
     return guid.empty() ? GuidOf(name, kSending) : guid;
 }
 
+std::string WithoutEnding(const std::string& name, const std::string& ending) {
+    return name.ends_with(ending) ? name.substr(0, name.size() - ending.size()) : "";
+}
+
+bool Rename(const std::string& from, const std::string& to) {
+    std::error_code failed;
+    if (fs::exists(fs::symlink_status(to, failed))) return false;
+    fs::rename(from, to, failed);
+    return !failed;
+}
+
 }  // namespace
+
+ClaimedDump::ClaimedDump() : mpFile(std::make_unique<os::HeldFile>()) {}
+
+ClaimedDump::~ClaimedDump() {
+    if (!mPath.empty()) Rename(mPath, mName);
+}
+
+bool ClaimedDump::Claim(const std::string& path) {
+    if (!mPath.empty() || !mpFile->Hold(path)) return false;
+    const std::string claimed = WithoutEnding(path, kSending);
+    const std::string stem = claimed.empty() ? WithoutEnding(path, kDump) : claimed;
+    if (!stem.empty() && (!claimed.empty() || Rename(path, stem + kSending))) {
+        mName = stem + kDump;
+        mPath = stem + kSending;
+        return true;
+    }
+    mpFile->LetGo();
+    return false;
+}
+
+bool ClaimedDump::Remove() {
+    std::error_code failed;
+    if (mPath.empty() || !fs::remove(mPath, failed)) return false;
+    mPath.clear();
+    return true;
+}
+
+bool ClaimedDump::MarkSent() {
+    if (mPath.empty()) return false;
+    std::ofstream file(mPath, std::ios::binary | std::ios::app);
+    file << os::kSentMark;
+    file.close();
+    return !file.fail();
+}
 
 struct CrashStore::Entry {
     std::string name;
@@ -54,9 +101,12 @@ struct CrashStore::Entry {
 
 CrashStore::CrashStore(const std::string& directory, const CrashConfigTable& settings)
     : mDirectory(directory),
+      mpSender(std::make_unique<os::HeldFile>()),
       mMaxDumps(CrashNumberOf(settings, "max_dumps"_w)),
       mMaxOctets(CrashNumberOf(settings, "max_dump_megabytes"_w) * (1ULL << 20)),
       mMaxAgeDays(CrashNumberOf(settings, "max_age_days"_w)) {}
+
+CrashStore::~CrashStore() = default;
 
 unsigned int CrashStore::Trim(const std::string& without) {
     std::vector<Entry> entries = Entries();
@@ -76,7 +126,6 @@ unsigned int CrashStore::Trim(const std::string& without) {
         ++removed;
         octets -= entry.octets;
     }
-    RemoveLoneMarks();
     return removed;
 }
 
@@ -87,9 +136,20 @@ std::vector<std::string> CrashStore::Dumps() const {
 }
 
 bool CrashStore::IsSent(const std::string& name) const {
-    std::error_code none;
-    const std::string guid = GuidOfDump(name);
-    return !guid.empty() && fs::exists(fs::path(mDirectory) / (guid + kSent), none);
+    constexpr std::streamoff kSize = sizeof os::kSentMark - 1;
+    char end[kSize] = {};
+    std::ifstream file(fs::path(mDirectory) / name, std::ios::binary);
+    return file.seekg(-kSize, std::ios::end).read(end, kSize) && std::memcmp(end, os::kSentMark, kSize) == 0;
+}
+
+bool CrashStore::HasUnsent() const {
+    const std::vector<Entry> entries = Entries();
+    return std::any_of(entries.begin(), entries.end(),
+                       [this](const Entry& entry) { return !IsSent(entry.name); });
+}
+
+bool CrashStore::BecomeSender() {
+    return mpSender->HoldDirectory(mDirectory);
 }
 
 // The oldest first.
@@ -111,19 +171,6 @@ bool CrashStore::Remove(const Entry& entry) {
     os::HeldFile file;
     std::error_code failed;
     return file.Hold(path.string()) && file.IsOwn() && fs::remove(path, failed);
-}
-
-// The mark of a dump that somebody has removed.
-void CrashStore::RemoveLoneMarks() const {
-    os::VisitFiles(mDirectory, [&](const os::FileEntry& file) {
-        const std::string guid = GuidOf(file.name, kSent);
-        std::error_code failed;
-        const auto isThere = [&](const char* ending) {
-            return fs::exists(fs::path(mDirectory) / (guid + ending), failed) || failed;
-        };
-        if (!guid.empty() && !isThere(kDump) && !isThere(kSending))
-            fs::remove(fs::path(mDirectory) / file.name, failed);
-    });
 }
 
 }  // namespace ZBase

@@ -1,6 +1,6 @@
 // crash-receiver: a report server for development. It takes crash reports as the library sends them, writes
 // each as NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, and answers
-// with the number.
+// with the number once they are written; with 500 if they can't be, so that the sender keeps its dump.
 //
 //   crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]
 //
@@ -8,10 +8,12 @@
 // certificate and its key, PEM files both, it speaks HTTPS.
 
 #include <httplib.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -21,6 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kUsage[] = "usage: crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]\n";
 constexpr char kDumpField[] = "upload_file_minidump";
 constexpr std::size_t kLargestReport = std::size_t{1} << 30;
 
@@ -28,21 +31,29 @@ class Store {
 public:
     explicit Store(fs::path directory) : mDirectory(std::move(directory)) {}
 
-    // Gives the number of the report.
+    // Gives the number of the report; empty if it could not be stored, and then nothing is left of it.
     std::string Add(const httplib::MultipartFormDataMap& fields) {
         const std::string number = std::to_string(++mReports);
-        std::ofstream keys(mDirectory / (number + ".keys"), std::ios::binary);
+        std::string keys;
         for (const auto& [name, field] : fields) {
-            if (name == kDumpField) {
-                std::ofstream(mDirectory / (number + ".dmp"), std::ios::binary) << field.content;
-            } else {
-                keys << name << '=' << field.content << '\n';
-            }
+            if (name != kDumpField) keys += name + '=' + field.content + '\n';
         }
-        return number;
+        const fs::path keysFile = mDirectory / (number + ".keys");
+        const fs::path dumpFile = mDirectory / (number + ".dmp");
+        if (Write(keysFile, keys) && Write(dumpFile, fields.find(kDumpField)->second.content)) return number;
+        std::error_code ignored;
+        for (const fs::path& file : {keysFile, dumpFile}) fs::remove(file, ignored);
+        return "";
     }
 
 private:
+    static bool Write(const fs::path& path, const std::string& content) {
+        std::ofstream file(path, std::ios::binary);
+        file << content;
+        file.close();
+        return !file.fail();
+    }
+
     fs::path mDirectory;
     std::atomic<int> mReports = 0;
 };
@@ -56,6 +67,12 @@ int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
             return;
         }
         const std::string number = store.Add(request.files);
+        if (number.empty()) {
+            std::fprintf(stderr, "crash-receiver: a report can't be stored\n");
+            response.status = 500;
+            response.set_content("not stored\n", "text/plain");
+            return;
+        }
         std::printf("report %s\n", number.c_str());
         std::fflush(stdout);
         response.set_content(number, "text/plain");
@@ -63,7 +80,7 @@ int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     const bool bound = port == 0 ? (port = server.bind_to_any_port("127.0.0.1")) > 0
                                  : server.bind_to_port("127.0.0.1", port);
     if (!bound) {
-        std::fprintf(stderr, "crash-receiver: the port is taken\n");
+        std::fprintf(stderr, "crash-receiver: the port %d is taken, or not for this user\n", port);
         return 1;
     }
     std::printf("%s://127.0.0.1:%d/\n", scheme, port);
@@ -71,15 +88,37 @@ int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     return server.listen_after_bind() ? 0 : 1;
 }
 
+bool ReadPort(const std::string& text, int& port) {
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, port);
+    return result.ec == std::errc() && result.ptr == end && port >= 0 && port <= 65535;
+}
+
+int Refuse(const std::string& what) {
+    std::fprintf(stderr, "crash-receiver: %s\n%s", what.c_str(), kUsage);
+    return 2;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || argc == 4 || argc > 5) {
-        std::fprintf(stderr, "usage: crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]\n");
-        return 2;
+    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    for (int i = 1; i < argc; ++i) {
+        if (argv[i][0] == '-') return Refuse(std::string("there is no option ") + argv[i]);
+    }
+    if (argc < 2 || argc == 4 || argc > 5)
+        return Refuse("a directory is wanted, and a key for a certificate");
+    int port = 0;
+    if (argc > 2 && !ReadPort(argv[2], port))
+        return Refuse(std::string(argv[2]) + " is no port: a number from 0 to 65535 is");
+    if (access(argv[1], W_OK | X_OK) != 0 || !fs::is_directory(argv[1])) {
+        std::fprintf(stderr, "crash-receiver: %s is no directory that can be written to\n", argv[1]);
+        return 1;
     }
     Store store(argv[1]);
-    const int port = argc > 2 ? std::atoi(argv[2]) : 0;
     if (argc < 5) {
         httplib::Server server;
         return Serve(server, "http", port, store);

@@ -140,16 +140,20 @@ TEST_F(Store, WhatGoesAnywayCostsNoOtherDump) {
     EXPECT_EQ(Left().size(), 5u);
 }
 
-TEST_F(Store, MarkGoesWithItsDump) {
+TEST_F(Store, DumpIsKnownAsSentByItsEnd) {
     Put(Guid(1) + ".dmp", 1);
-    Put(Guid(1) + ".sent", 1, 0);
-    Put(Guid(2) + ".sent", 1, 0);
-    Put(Guid(3) + ".sending.dmp", 1);
-    Put(Guid(3) + ".sent", 1, 0);
-    Put("other.sent", 1);
-    EXPECT_EQ(Trim({}), 0u);
-    EXPECT_EQ(Left(), (Names{Guid(1) + ".dmp", Guid(1) + ".sent", Guid(3) + ".sending.dmp", Guid(3) + ".sent",
-                             "other.sent"}));
+    Put(Guid(2) + ".dmp", 1, 3);
+    const CrashStore store(mDumps.string(), {});
+    for (int i = 1; i <= 3; ++i) EXPECT_FALSE(store.IsSent(Guid(i) + ".dmp"));
+    EXPECT_TRUE(store.HasUnsent());
+    for (const auto& name : store.Dumps()) {
+        ZBase::ClaimedDump claim;
+        ASSERT_TRUE(claim.Claim((mDumps / name).string()));
+        EXPECT_TRUE(claim.MarkSent());
+    }
+    EXPECT_TRUE(store.IsSent(Guid(1) + ".dmp"));
+    EXPECT_TRUE(store.IsSent(Guid(2) + ".dmp"));
+    EXPECT_FALSE(store.HasUnsent());
 }
 
 TEST_F(Store, DirectoryThatIsNotThereIsLeftSo) {

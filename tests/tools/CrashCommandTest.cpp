@@ -1,10 +1,17 @@
 #include <TestPlaces.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
+#include <vector>
 
+#include "tests/crash/FixedServer.h"
 #include "tests/support/BackgroundChild.h"
 #include "tests/support/ChildProcess.h"
 
@@ -261,6 +268,218 @@ TEST_F(CrashCommand, SendLeavesWhatIsNoWholeDump) {
     EXPECT_FALSE(fs::exists(dump));
     EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));
     EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
+}
+
+TEST_F(CrashCommand, CheckNamesWhatCanNeverWork) {
+    const auto check = [this](const std::string& settings) {
+        std::ofstream(mFolder / "crash_report.ini") << "[Config]\n" << settings;
+        return Crash({"check"});
+    };
+    const std::string servers = "ServerURL=http://a/\nServerProdURL=http://a/\n";
+    EXPECT_EQ(check(servers).exitCode, 0);
+    const struct {
+        std::string settings;
+        const char* said;
+    } kCases[] = {
+        {servers + "dump_path=/dev/null\n", "No crash handler: the dump path /dev/null is no directory."},
+        {servers + "dump_path=/dev/null/x\n", "there is no directory /dev/null"},
+        {servers + "dump_path=/proc/self\n", "nothing can be written to the dump path /proc/self"},
+        {"ServerURL=ftp://a/\nServerProdURL=http://a/\n",
+         "No report would arrive: ServerURL is no http:// or https:// address."},
+        {"ServerURL=http://a/\nServerProdURL=\n", "No report would arrive: ServerProdURL is empty."},
+        {"ServerURL= http://a/\nServerProdURL=HTTPS://a\n",
+         "No report would arrive: ServerURL has a blank in it."},
+        {"ServerURL=http:///x\nServerProdURL=https://\n",
+         "No report would arrive: ServerProdURL names no server."},
+        {"ServerURL =http://a/\nServerProdURL=http://a/\n", "ServerURL is missing"},
+    };
+    for (const auto& one : kCases) {
+        const ChildResult child = check(one.settings);
+        EXPECT_EQ(child.exitCode, 1) << one.settings;
+        EXPECT_TRUE(Has(child.output, one.said)) << child.output;
+    }
+}
+
+TEST_F(CrashCommand, CheckNamesLinesThatCountForNothing) {
+    std::ofstream(mFolder / "crash_report.ini")
+        << "[Config]\nServerURL=http://a/\nServerProdURL=http://a/\nmax_dumps =3\nmax_dumps=many\n"
+        << "dump_seconds=61\nmax_age_days=7\nmax_dmups=4\n[CrashKeys] \n";
+    const ChildResult child = Crash({"check"});
+    EXPECT_TRUE(Has(child.output, "no setting has this name, blanks belong to it\n")) << child.output;
+    EXPECT_TRUE(Has(child.output,
+                    "the most dumps that are kept; 0: any number (no number from 0 to 1000000: 50 counts)"));
+    EXPECT_TRUE(Has(child.output, "the most seconds for writing a dump (no number from 1 to 60: 10 counts)"));
+    EXPECT_TRUE(Has(child.output, "the days after which a dump goes; 0: never\n"));
+    EXPECT_TRUE(Has(child.output, "counts for nothing: no setting has this name\n"));
+    EXPECT_TRUE(Has(child.output, "neither a header, which is a whole line, nor a key and a value\n"));
+}
+
+TEST_F(CrashCommand, TextsFromElsewhereComeWithoutControlCharacters) {
+    std::ofstream(mFolder / "crash_report.ini")
+        << "[Config]\nServerURL=http://a/\x1B[31m\nServerProdURL=http://a/\n# "
+           "\x07\x7F\xC2\x9B\xE2\x80\xAE\xFF \xC3\xA9\n";
+    const ChildResult child = Crash({"check"});
+    EXPECT_EQ(child.output.find('\x1B'), std::string::npos);
+    EXPECT_TRUE(Has(child.output, "ServerURL=http://a/\\x1B[31m")) << child.output;
+    EXPECT_TRUE(Has(child.output, "# \\x07\\x7F\\xC2\\x9B\\xE2\\x80\\xAE\\xFF \xC3\xA9 ")) << child.output;
+    const ChildResult missing = Crash({"show", "/nowhere/\x1B]0;x\x07"});
+    EXPECT_EQ(missing.errors.find('\x1B'), std::string::npos);
+    EXPECT_TRUE(Has(missing.errors, "/nowhere/\\x1B]0;x\\x07: No such file")) << missing.errors;
+}
+
+TEST_F(CrashCommand, AnswerOfTheServerComesWithoutControlCharacters) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const test::FixedServer server(
+        test::Manner::eAnswer, "HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\n\x1B[31m\n");
+    Configure(server.Address());
+    const ChildResult child = Crash({"send"});
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_TRUE(Has(child.output, ": sent, report \\x1B[31m\\x0A\n")) << child.output;
+}
+
+TEST_F(CrashCommand, TestFailsWhenNoReportArrivesThoughDumpsStay) {
+    Configure("http://127.0.0.1:1/", "keep_dump_file=true\n");
+    EXPECT_EQ(Crash({"test"}).exitCode, 1);
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine(), "keep_dump_file=true\n");
+    const ChildResult child = Crash({"test"});
+    EXPECT_EQ(child.exitCode, 0) << child.output;
+    EXPECT_TRUE(Has(child.output, "its report arrived at http://127.0.0.1:")) << child.output;
+}
+
+TEST_F(CrashCommand, ReceiverRefusesWhatItCanNotServe) {
+    const std::string received = mFolder / "received";
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        const char* said;
+    } kCases[] = {
+        {{(mFolder / "missing").string()}, 1, "is no directory that can be written to"},
+        {{(mFolder / "missing").string(), "0"}, 1, "is no directory that can be written to"},
+        {{"/dev/null"}, 1, "is no directory that can be written to"},
+        {{received, "http"}, 2, "http is no port"},
+        {{received, "65536"}, 2, "65536 is no port"},
+        {{received, "8080x"}, 2, "8080x is no port"},
+        {{received, ""}, 2, " is no port"},
+        {{received, "-1"}, 2, "there is no option -1"},
+        {{"--port", "1"}, 2, "there is no option --port"},
+        {{}, 2, "usage: crash-receiver"},
+        {{received, "0", "certificate"}, 2, "usage: crash-receiver"},
+    };
+    for (const auto& one : kCases) {
+        std::vector<std::string> command = {ZBASE_CRASH_RECEIVER};
+        command.insert(command.end(), one.arguments.begin(), one.arguments.end());
+        const ChildResult child = test::RunChild(command);
+        EXPECT_EQ(child.exitCode, one.status) << child.errors;
+        EXPECT_TRUE(Has(child.errors, one.said)) << child.errors;
+    }
+}
+
+TEST_F(CrashCommand, ReceiverThatCanNotStoreLeavesTheReportWithItsSender) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    fs::remove(mFolder / "received");
+    EXPECT_EQ(Crash({"send"}).exitCode, 1);
+    EXPECT_NE(OnlyDump(), "");
+    fs::create_directory(mFolder / "received");
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+}
+
+TEST_F(CrashCommand, SendDoesNotRepeatWhatItSentAndKept) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine(), "keep_dump_file=true\n");
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    const ChildResult again = Crash({"send"});
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_TRUE(Has(again.output, ": was sent before, stays\n")) << again.output;
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
+}
+
+TEST_F(CrashCommand, SendGoesOnAfterWhatIsNoDump) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string dump = OnlyDump();
+    const fs::path dumps = mFolder / "dumps";
+    fs::copy_file(dump, mFolder / "elsewhere");
+    fs::create_directory(dumps / "0.dmp");
+    ASSERT_EQ(mkfifo((dumps / "00.dmp").c_str(), 0600), 0);
+    fs::create_symlink(mFolder / "elsewhere", dumps / "000.dmp");
+    fs::create_symlink(mFolder / "nowhere", dumps / "0000.dmp");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    const ChildResult sent = Crash({"send"});
+    EXPECT_EQ(sent.exitCode, 1);
+    for (const char* name : {"0", "00", "000", "0000"})
+        EXPECT_TRUE(Has(sent.output, "/" + std::string(name) + ".dmp: no whole dump, stays\n"))
+            << sent.output;
+    EXPECT_TRUE(Has(sent.output, dump + ": sent, report 1\n")) << sent.output;
+    EXPECT_FALSE(fs::exists(dump));
+    EXPECT_TRUE(fs::exists(mFolder / "elsewhere"));
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
+}
+
+TEST_F(CrashCommand, SendStopsWhenTheReportsOfTheDayAreUsedUp) {
+    Configure("http://127.0.0.1:1/", "send_left=false\n");
+    Probe("null");
+    Probe("null");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    const std::string address = server.ReadLine();
+    Configure(address, "max_reports_per_day=1\n");
+    for (int i = 0; i != 2; ++i) {
+        const ChildResult sent = Crash({"send"});
+        EXPECT_EQ(sent.exitCode, 1);
+        EXPECT_TRUE(Has(sent.output, "the reports of this day are used up")) << sent.output;
+    }
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
+    Configure(address, "max_reports_per_day=2\n");
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "2.dmp"));
+    EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+}
+
+TEST_F(CrashCommand, SendLeavesWhatAnotherProcessHas) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string dump = OnlyDump();
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    const int held = open(dump.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    const ChildResult first = Crash({"send"});
+    EXPECT_EQ(first.exitCode, 0);
+    EXPECT_TRUE(Has(first.output, ": is being written or sent by another process\n")) << first.output;
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "1.dmp"));
+    close(held);
+    // A process that was ended while it sent one leaves it so.
+    fs::rename(dump, fs::path(dump).replace_extension(".sending.dmp"));
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));
+    EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+}
+
+TEST_F(CrashCommand, ManySendersSendEachDumpOnce) {
+    Configure("http://127.0.0.1:1/", "send_left=false\n");
+    Probe("dump-first");
+    Probe("dump-first");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    std::vector<std::unique_ptr<test::BackgroundChild>> senders;
+    for (int i = 0; i != 4; ++i) {
+        senders.push_back(std::make_unique<test::BackgroundChild>(std::vector<std::string>{
+            "/usr/bin/env", "ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string(),
+            ZBASE_COMMAND, "crash", "send"}));
+    }
+    for (const auto& sender : senders) sender->Wait();
+    EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "6.dmp"));
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "7.dmp"));
 }
 
 TEST_F(CrashCommand, TestsWithAReceiverOfItsOwn) {

@@ -1,13 +1,21 @@
-// zbase-crash-sender: sends one crash report. The library starts it in a process that has just crashed, and
-// cannot do the work itself. The standard input is a connection to that process: the address of the server,
-// the path of the dump, the names and values of the settings with an empty text behind them, and then the
-// names and values of the crash keys, each terminated by a zero, to the end. What is answered there is one
-// character: "0" and the `ReportResult`. Then there is room to be made where the dump lies.
+// zbase-crash-sender: sends crash reports. The library starts it and hands it over what to do on its standard
+// input, as texts that are each terminated by a zero; what is answered there is one character.
+//
+// "report", the address of the server, the path of the dump, the names and values of the settings with an
+// empty text behind them, and then the names and values of the crash keys, to the end: a process that has
+// just crashed can't send its report itself. The answer is "0" and the `ReportResult`. Then room is made
+// where the dump lies.
+//
+// "left dumps", the number of the process, a directory, and the settings as above: sends what was left there.
+// The answer comes at once, and the work is done in the background.
+
+#include "LeftDumps.h"
 
 #include <Base/ZBase.h>
 
 #include <unistd.h>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -17,6 +25,7 @@ namespace {
 using namespace ZBase::Literals;
 using ZBase::CrashReportSender;
 using ZBase::WideString;
+using Texts = std::vector<WideString>;
 
 std::string ReadInput() {
     std::string input;
@@ -28,8 +37,8 @@ std::string ReadInput() {
     }
 }
 
-std::vector<WideString> Split(const std::string& input) {
-    std::vector<WideString> texts;
+Texts Split(const std::string& input) {
+    Texts texts;
     for (std::size_t start = 0; start < input.size();) {
         const std::size_t end = input.find('\0', start);
         if (end == std::string::npos) break;
@@ -39,45 +48,58 @@ std::vector<WideString> Split(const std::string& input) {
     return texts;
 }
 
-struct Task {
-    WideString server;
-    WideString dump;
-    ZBase::CrashConfigTable settings;
-    CrashReportSender::Fields parameters;
-};
-
-Task Read(const std::vector<WideString>& texts) {
-    Task task;
-    if (texts.size() < 2) return task;
-    task.server = texts[0];
-    task.dump = texts[1];
-    std::size_t i = 2;
-    for (; i + 1 < texts.size() && !texts[i].empty(); i += 2) task.settings[texts[i]] = texts[i + 1];
-    for (++i; i + 1 < texts.size(); i += 2) task.parameters[texts[i]] = texts[i + 1];
-    return task;
+// Names and values from `at` on, up to an empty name or the end, behind which `at` is left.
+ZBase::CrashConfigTable Pairs(const Texts& texts, std::size_t& at) {
+    ZBase::CrashConfigTable pairs;
+    for (; at + 1 < texts.size() && !texts[at].empty(); at += 2) pairs[texts[at]] = texts[at + 1];
+    ++at;
+    return pairs;
 }
 
-bool KeepsDumps(const Task& task) {
-    const auto setting = task.settings.find("keep_dump_file"_w);
-    return setting != task.settings.end() && ZBase::IsCrashSettingTrue(setting->second);
+std::string Narrow(const WideString& text) {
+    return ZBase::WideCharToUTF8(text.c_str(), true).c_str();
 }
 
-// Of all dumps in the directory of this one, which goes at once if its server has it.
-void Trim(const Task& task, ZBase::ReportResult result) {
-    const std::filesystem::path dump(ZBase::WideCharToUTF8(task.dump.c_str(), true).c_str());
-    const bool goes = result == ZBase::RESULT_SUCCEEDED && !KeepsDumps(task);
-    ZBase::CrashStore(dump.parent_path().string(), task.settings).Trim(goes ? dump.string() : "");
+bool Answer(char answer) {
+    return write(STDIN_FILENO, &answer, 1) == 1;
+}
+
+bool KeepsDumps(const ZBase::CrashConfigTable& settings) {
+    const auto setting = settings.find("keep_dump_file"_w);
+    return setting != settings.end() && ZBase::IsCrashSettingTrue(setting->second);
+}
+
+bool SendReport(const Texts& texts) {
+    std::size_t at = 3;
+    const ZBase::CrashConfigTable settings = Pairs(texts, at);
+    const CrashReportSender::Fields parameters = Pairs(texts, at);
+    const ZBase::ReportResult result =
+        CrashReportSender(WideString())
+            .SendCrashReport(texts[1], parameters, {{"upload_file_minidump"_w, texts[2]}}, nullptr);
+    const bool isTaken = Answer(static_cast<char>('0' + result));
+    const std::filesystem::path dump(Narrow(texts[2]));
+    const bool goes = result == ZBase::RESULT_SUCCEEDED && !KeepsDumps(settings);
+    ZBase::CrashStore(dump.parent_path().string(), settings).Trim(goes ? dump.string() : "");
+    return isTaken;
+}
+
+bool SendInBackground(const Texts& texts) {
+    std::size_t at = 3;
+    const ZBase::CrashConfigTable settings = Pairs(texts, at);
+    const pid_t child = fork();
+    if (child != 0) return Answer(child > 0 ? '1' : '0');
+    close(STDIN_FILENO);
+    setsid();
+    SendLeftDumps(std::atoi(Narrow(texts[1]).c_str()), Narrow(texts[2]), settings);
+    return true;
 }
 
 }  // namespace
 
 int main() {
-    const Task task = Read(Split(ReadInput()));
-    const ZBase::ReportResult result =
-        CrashReportSender(WideString())
-            .SendCrashReport(task.server, task.parameters, {{"upload_file_minidump"_w, task.dump}}, nullptr);
-    const char answer = static_cast<char>('0' + result);
-    const bool isTaken = write(STDIN_FILENO, &answer, 1) == 1;
-    Trim(task, result);
-    return isTaken ? 0 : 1;
+    const Texts texts = Split(ReadInput());
+    if (texts.size() < 3) return 1;
+    if (texts[0] == "report"_w) return SendReport(texts) ? 0 : 1;
+    if (texts[0] == "left dumps"_w) return SendInBackground(texts) ? 0 : 1;
+    return 1;
 }

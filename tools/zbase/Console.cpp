@@ -25,6 +25,35 @@ private:
     int mNumber;
 };
 
+bool IsPlain(unsigned int character) {
+    const bool isControl = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    const bool turnsText = character == 0x061C || character == 0x200E || character == 0x200F ||
+                           (character >= 0x2028 && character <= 0x202E) ||
+                           (character >= 0x2066 && character <= 0x2069);
+    return !isControl && !turnsText;
+}
+
+// The octets of the character that the text begins with; 0 if it is none that is plain.
+std::size_t PlainCharacter(std::string_view text) {
+    const auto octet = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned int first = octet(0);
+    const std::size_t size = first < 0x80   ? 1
+                             : first < 0xC2 ? 0
+                             : first < 0xE0 ? 2
+                             : first < 0xF0 ? 3
+                             : first < 0xF5 ? 4
+                                            : 0;
+    if (size == 0 || size > text.size()) return 0;
+    unsigned int character = size == 1 ? first : first & (0x7Fu >> size);
+    for (std::size_t i = 1; i != size; ++i) {
+        if (octet(i) >> 6 != 2) return 0;
+        character = character << 6 | (octet(i) & 0x3Fu);
+    }
+    const bool isTooLong = (size == 3 && character < 0x800) || (size == 4 && character < 0x10000);
+    const bool isNone = character > 0x10FFFF || (character >= 0xD800 && character <= 0xDFFF);
+    return !isTooLong && !isNone && IsPlain(character) ? size : 0;
+}
+
 std::string DescribeErrorNumber(int errorNumber) {
     const ZBase::ReturnWString text = ZBase::GetStandardCLibraryErrorDescriptionOrNULL(errorNumber);
     return text.c_str() == nullptr ? "error " + std::to_string(errorNumber) : Narrow(text.c_str());
@@ -103,6 +132,21 @@ std::string Narrow(const unsigned short* text) {
     } catch (const ZBase::StringConversionException&) {
         return ZBase::WideCharToASCII(text, true).c_str();
     }
+}
+
+std::string Shown(std::string_view text) {
+    std::string shown;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t size = PlainCharacter(text.substr(at));
+        if (size != 0) {
+            shown += text.substr(at, size);
+            at += size;
+            continue;
+        }
+        const auto octet = static_cast<unsigned char>(text[at++]);
+        shown += {'\\', 'x', "0123456789ABCDEF"[octet >> 4], "0123456789ABCDEF"[octet & 0x0F]};
+    }
+    return shown;
 }
 
 std::string Hex(unsigned int value, std::size_t digits) {

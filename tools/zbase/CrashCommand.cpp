@@ -1,9 +1,11 @@
 #include "Commands.h"
 #include "Console.h"
+#include "CrashDelivery.h"
 #include "CrashDumps.h"
 #include "LocalReceiver.h"
 
 #include <dlfcn.h>
+#include <strings.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <algorithm>
@@ -11,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 
 namespace {
 
@@ -45,6 +48,32 @@ fs::path DumpDirectory(const Config& config) {
     return Setting(config, "dump_path"_w, "crash_dumps");
 }
 
+WideString Wide(const std::string& text) {
+    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
+}
+
+std::string Trimmed(const std::string& text) {
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return "";
+    return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
+}
+
+bool IsSetting(const std::string& key) {
+    static constexpr std::array kTexts = {"enable",    "ServerURL",   "ServerProdURL",
+                                          "dump_path", "native_dump", "keep_dump_file",
+                                          "send_left", "stacks_on",   "chain"};
+    return std::find(kTexts.begin(), kTexts.end(), key) != kTexts.end() ||
+           ZBase::FindCrashNumber(Wide(key)) != nullptr;
+}
+
+std::string MeaningOfNumber(const ZBase::CrashNumber& number, const WideString& value) {
+    unsigned int counts = 0;
+    const std::string range = std::to_string(number.least) + " to " + std::to_string(number.most);
+    if (number.Read(value, counts)) return number.meaning;
+    return std::string(number.meaning) + " (no number from " + range + ": " + std::to_string(counts) +
+           " counts)";
+}
+
 // What a setting means, or why it means nothing.
 std::string MeaningOf(const std::string& key, const WideString& value) {
     const bool isTrue = ZBase::IsCrashSettingTrue(value);
@@ -61,10 +90,16 @@ std::string MeaningOf(const std::string& key, const WideString& value) {
         return value == "first"_w
                    ? "handlers that were there before are asked first"
                    : "handlers that were there before are not asked (only \"first\" has them be)";
-    if (key == "dump_seconds") return "the most seconds for writing a dump, 1 to 60; 10 for anything else";
+    if (key == "send_left")
+        return (isTrue ? "dumps that were left are sent at the next start"
+                       : "left dumps stay until sent by hand") +
+               doubt;
+    if (const ZBase::CrashNumber* number = ZBase::FindCrashNumber(Wide(key)))
+        return MeaningOfNumber(*number, value);
     if (key == "stacks_on")
         return "the signal that has all stacks written: SIGQUIT, SIGHUP, SIGUSR1 or SIGUSR2; none else";
-    return "counts for nothing: no setting has this name";
+    return "counts for nothing: no setting has this name" +
+           (IsSetting(Trimmed(key)) ? ", blanks belong to it" : std::string());
 }
 
 std::string MeaningOfCrashKey(const std::string& key) {
@@ -94,7 +129,7 @@ std::string Describe(ECrashConfigLine meaning, const WideString& key, const Wide
         case ECrashConfigLine::eNoSection:
             return "counts for nothing: no section has begun";
         case ECrashConfigLine::eUnknown:
-            return "counts for nothing: neither a header nor a key and a value";
+            return "counts for nothing: neither a header, which is a whole line, nor a key and a value";
         case ECrashConfigLine::eBadText:
             return "counts for nothing: no text in the encoding of the locale";
     }
@@ -110,8 +145,8 @@ void PrintLines(const std::string& path) {
     for (std::string line; std::getline(file, line);) {
         if (!file.eof() && line.ends_with('\r')) line.pop_back();
         const std::string meaning = Describe(reader.Read(line, key, value), key, value);
-        std::string shown = line.substr(0, 48);
-        shown.resize(48, ' ');
+        std::string shown = Shown(line.substr(0, 48));
+        if (shown.size() < 48) shown.resize(48, ' ');
         Print("  " + std::to_string(++number) + "\t" + shown + "  " + meaning + "\n");
     }
 }
@@ -123,7 +158,38 @@ void NeedCrashReporting() {
     if (!ZBASE_HAS_CRASH_REPORTING) throw Failure(kNoCrashReporting);
 }
 
-// What would stop the installation; empty if nothing would.
+// Why no dump can be written to what stands there; empty if one can.
+std::string WhyNotForDumps(const fs::path& dumps) {
+    std::error_code none;
+    if (!fs::is_directory(dumps, none)) return "the dump path " + dumps.string() + " is no directory";
+    if (access(dumps.c_str(), W_OK | X_OK) == 0) return "";
+    return "nothing can be written to the dump path " + dumps.string() +
+           (errno == EROFS ? ": its file system is read-only" : "");
+}
+
+// Why no report can ever arrive at an address; empty if one may.
+std::string WhyNoReport(const std::string& url) {
+    const std::string scheme = url.substr(0, url.find("://"));
+    const auto is = [&](const char* name) { return strcasecmp(scheme.c_str(), name) == 0; };
+    if (url.empty()) return "is empty";
+    if (url.find_first_of(" \t") != std::string::npos) return "has a blank in it";
+    if (Shown(url) != url) return "has characters in it that no address has";
+    if (scheme == url || !(is("http") || is("https"))) return "is no http:// or https:// address";
+    const std::size_t host = scheme.size() + 3;
+    return host == url.size() || url[host] == '/' || url[host] == ':' ? "names no server" : "";
+}
+
+// What would keep the reports from both or one of the servers, a line each.
+std::string LostReports(const Config& config) {
+    std::string lines;
+    for (const auto* key : {"ServerURL"_w, "ServerProdURL"_w}) {
+        const std::string why = WhyNoReport(Setting(config, key, ""));
+        if (!why.empty()) lines += "No report would arrive: " + Narrow(key) + " " + why + ".\n";
+    }
+    return lines;
+}
+
+// What would stop the installation, or every dump; empty if nothing would.
 std::string Obstacle(const Config& config) {
     if (!ZBASE_HAS_CRASH_REPORTING) return kNoCrashReporting;
     switch (ZBase::JudgeCrashSettings(config.settings)) {
@@ -139,7 +205,7 @@ std::string Obstacle(const Config& config) {
     const fs::path dumps = DumpDirectory(config);
     std::error_code none;
     if (dumps.empty()) return "dump_path is empty";
-    if (fs::exists(dumps, none)) return "";
+    if (fs::exists(dumps, none)) return WhyNotForDumps(dumps);
     const fs::path parent = fs::absolute(dumps, none).parent_path();
     if (!fs::is_directory(parent, none))
         return "there is no directory " + parent.string() + " to make the dump path in";
@@ -173,47 +239,60 @@ bool DumpInChild() {
     return child > 0 && status == 0;
 }
 
-WideString Wide(const std::string& text) {
-    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
-}
-
 bool KeepsDumps(const Config& config) {
     return ZBase::IsCrashSettingTrue(Wide(Setting(config, "keep_dump_file"_w, "")));
 }
 
-// Sends a dump as the process that left it would have done, now that its server answers.
-bool SendDump(const Config& config, const fs::path& dump) {
-    DumpedReport report = ReportOfDump(dump);
-    if (!report.isDump) {
-        Print(dump.string() + ": no whole dump, stays\n");
-        return false;
-    }
-    if (!report.hasKeys) {
-        for (const auto& [name, value] : config.crashKeys)
-            report.keys[Narrow(name.c_str())] = Narrow(value.c_str());
-    }
-    ZBase::CrashReportSender::Fields parameters;
-    for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
-    const std::string server =
-        Setting(config, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w, "");
+// Sends a dump, and tells what became of it. False if it stays and should not.
+bool SendDump(CrashDelivery& delivery, const Config& config, const fs::path& dump) {
     WideString code;
-    const ZBase::ReportResult result =
-        ZBase::CrashReportSender(WideString())
-            .SendCrashReport(Wide(server), parameters, {{"upload_file_minidump"_w, Wide(dump.string())}},
-                             &code);
-    static constexpr std::array kResults = {"not sent, stays", "rejected, stays", "sent", "not sent, stays"};
-    Print(dump.string() + ": " + kResults[result]);
-    if (result == ZBase::RESULT_SUCCEEDED) {
-        Print(", report " + Narrow(code.c_str()));
-        std::error_code failed;
-        if (KeepsDumps(config)) {
-            Print(", stays by keep_dump_file");
-        } else if (!fs::remove(dump, failed)) {
-            Print(", but can't be deleted");
+    std::string result;
+    bool isWell = true;
+    switch (delivery.Deliver(dump.filename().string(), code)) {
+        case EDelivery::eSent:
+            result = "sent, report " + Narrow(code.c_str());
+            break;
+        case EDelivery::eSentAndKept:
+            result = "sent, report " + Narrow(code.c_str()) +
+                     (KeepsDumps(config) ? ", stays by keep_dump_file" : ", but can't be deleted");
+            break;
+        case EDelivery::eSentBefore:
+            result = "was sent before, stays";
+            break;
+        case EDelivery::eInUse:
+            result = "is being written or sent by another process";
+            break;
+        case EDelivery::eNoDump:
+            result = "no whole dump, stays";
+            isWell = false;
+            break;
+        case EDelivery::eNotSent:
+            result = "not sent, stays";
+            isWell = false;
+            break;
+        case EDelivery::eRejected:
+            result = "rejected, stays";
+            isWell = false;
+            break;
+        case EDelivery::eThrottled:
+            result = "not sent, stays: the reports of this day are used up (max_reports_per_day)";
+            isWell = false;
+            break;
+    }
+    Print(Shown(dump.string() + ": " + result) + "\n");
+    return isWell;
+}
+
+// The places where a dump of this process may lie, by the GUIDs of those that do.
+std::set<std::string> DumpNames(const Config& config) {
+    std::set<std::string> names;
+    for (const fs::path& place : {DumpDirectory(config), fs::temp_directory_path()}) {
+        for (const fs::path& dump : DumpsIn(place)) {
+            const std::string name = dump.filename().string();
+            names.insert((place / name.substr(0, name.find('.'))).string());
         }
     }
-    Print("\n");
-    return result == ZBase::RESULT_SUCCEEDED;
+    return names;
 }
 
 // Dumps a process by the configuration that is in force, and tells whether the report arrived.
@@ -221,18 +300,18 @@ int TestConfiguration() {
     const Config config = ReadConfig("");
     const std::string obstacle = Obstacle(config);
     if (!obstacle.empty()) throw Failure(config.path + ": " + obstacle);
-    const fs::path directory = DumpDirectory(config);
-    const std::vector<fs::path> before = DumpsIn(directory);
-    if (!DumpInChild()) throw Failure("no dump could be written to " + directory.string());
-    for (const fs::path& dump : DumpsIn(directory)) {
-        if (std::find(before.begin(), before.end(), dump) != before.end()) continue;
-        const bool isKept = KeepsDumps(config);
-        Print("The dump was written: " + dump.string() +
-              (isKept ? "; look at the server, keep_dump_file keeps it either way.\n"
-                      : "\nThe report did not arrive at " + Setting(config, "ServerURL"_w, "") + ".\n"));
-        return isKept ? 0 : 1;
+    const std::set<std::string> before = DumpNames(config);
+    if (!DumpInChild()) throw Failure("no dump could be written to " + DumpDirectory(config).string());
+    const std::string server = Shown(Setting(config, "ServerURL"_w, ""));
+    for (const std::string& dump : DumpNames(config)) {
+        const fs::path path = dump + ".dmp";
+        const ZBase::CrashStore store(path.parent_path().string(), config.settings);
+        if (before.contains(dump) || store.IsSent(path.filename().string())) continue;
+        Print("The dump was written: " + Shown(dump) + ".dmp\nThe report did not arrive at " + server +
+              ".\n");
+        return 1;
     }
-    Print("A dump was written, and its report arrived at " + Setting(config, "ServerURL"_w, "") + ".\n");
+    Print("A dump was written, and its report arrived at " + server + ".\n");
     return 0;
 }
 
@@ -247,7 +326,7 @@ int TestLocally() {
     if (setenv("ZENT_CRASH_CONFIG_FILE", file.c_str(), 1) != 0) throw FileFailure(file, errno);
     const int status = TestConfiguration();
     std::ifstream keys(receiver.Directory() / "1.keys");
-    for (std::string line; std::getline(keys, line);) Print("  " + line + "\n");
+    for (std::string line; std::getline(keys, line);) Print("  " + Shown(line) + "\n");
     return status;
 }
 
@@ -255,17 +334,20 @@ int TestLocally() {
 
 int RunCrashCheck(const std::string& file) {
     const Config config = ReadConfig(file);
-    Print(Styled(config.path, "1") + WhyThisFile(file) + "\n");
+    Print(Styled(Shown(config.path), "1") + WhyThisFile(file) + "\n");
     PrintLines(config.path);
     if (ZBASE_HAS_CRASH_REPORTING && !HaveSender())
         Print("zbase-crash-sender does not stand beside the library: no report would be sent.\n");
     const std::string obstacle = Obstacle(config);
-    if (obstacle.empty()) {
-        Print("The crash handler would be installed; dumps go to " + DumpDirectory(config).string() + ".\n");
-        return 0;
+    if (!obstacle.empty()) {
+        Print(Styled("No crash handler: ", "31") + Shown(obstacle) + ".\n");
+        return 1;
     }
-    Print(Styled("No crash handler: ", "31") + obstacle + ".\n");
-    return 1;
+    Print("The crash handler would be installed; dumps go to " + Shown(DumpDirectory(config).string()) +
+          ".\n");
+    const std::string lost = LostReports(config);
+    Print(lost);
+    return lost.empty() ? 0 : 1;
 }
 
 int RunCrashTest(bool isLocal) {
@@ -279,7 +361,9 @@ int RunCrashSend(const std::string& directory) {
     const fs::path place = directory.empty() ? DumpDirectory(config) : fs::path(directory);
     std::error_code missing;
     if (!fs::is_directory(place, missing)) throw Failure(place.string() + ": not a directory");
+    CrashDelivery delivery(place, config.settings, config.crashKeys);
     bool allSent = true;
-    for (const fs::path& dump : DumpsIn(place)) allSent = SendDump(config, dump) && allSent;
+    for (const fs::path& dump : DumpsIn(place)) allSent = SendDump(delivery, config, dump) && allSent;
+    delivery.CleanUp();
     return allSent ? 0 : 1;
 }

@@ -20,8 +20,19 @@ namespace {
 
 constexpr int kUsage = 2;
 
+// Texts of files and of their names may be in it.
+std::string Lines(const std::string& what) {
+    std::string lines;
+    for (std::size_t at = 0; at <= what.size();) {
+        const std::size_t end = std::min(what.find('\n', at), what.size());
+        lines += (at == 0 ? "" : "\n") + Shown(std::string_view(what).substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
 int Complain(const std::string& what, int status) {
-    std::fprintf(stderr, "zbase: %s\n", what.c_str());
+    std::fprintf(stderr, "zbase: %s\n", Lines(what).c_str());
     return status;
 }
 

@@ -7,6 +7,7 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/Pages.h>
 #include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/Threads.h>
 
 #include <atomic>
 #include <cstring>
@@ -18,6 +19,9 @@ namespace ZBase::detail {
 namespace {
 
 constexpr unsigned int kUploadSeconds = 60;
+constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
+constexpr char kReport[] = "report";
+constexpr char kLeftDumps[] = "left dumps";
 constexpr char kHanging[] = "reason\0hanging";
 constexpr char kElsewhere[] = "dump_directory";
 
@@ -82,6 +86,19 @@ void PrepareCrashKey(const std::string& name, const std::string& value) {
     sKeys.Append(name, value, gCrashKeys, gCustomerDsi);
 }
 
+void SendLeftDumps(const std::string& directory) {
+    const PreparedText* const settings = spSettings;
+    if (settings == nullptr) return;
+    const std::string process = std::to_string(os::CurrentProcessId());
+    const os::ReportPiece pieces[] = {
+        {kLeftDumps, sizeof kLeftDumps},
+        {process.c_str(), process.size() + 1},
+        {directory.c_str(), directory.size() + 1},
+        settings->Piece(),
+    };
+    os::RunReportSender(pieces, std::size(pieces), kStartSeconds);
+}
+
 os::DumpContent BeginReport(os::EDumpCause cause) {
     const CrashNotesBlock& notes = CrashNotes();
     os::DumpContent content{{{nullptr, 0}, {nullptr, 0}, {&notes, sizeof notes}}};
@@ -108,6 +125,7 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
     const CrashKeysBlock* const keys = sKeys.Present();
     if (url == nullptr || settings == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
+        {kReport, sizeof kReport},
         url->Piece(),
         {dump.path, std::strlen(dump.path) + 1},
         settings->Piece(),

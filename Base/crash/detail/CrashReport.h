@@ -13,6 +13,10 @@ void PrepareCrashReport();
 /// time.
 void PrepareCrashKey(const std::string& name, const std::string& value);
 
+/// Has the sender's process send what was left in this directory, in the background. Waits until that is on
+/// its way.
+void SendLeftDumps(const std::string& directory);
+
 // These run on the crashed thread's alternate stack. No heap, no lock.
 
 /// Gives what a dump holds for its report: the crash keys that were prepared, marked as those of a hanging

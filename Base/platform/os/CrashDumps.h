@@ -82,7 +82,14 @@ void PrepareAbortMessage();
 /// thread. No heap, no lock.
 std::size_t CopyAbortMessage(char* text, std::size_t size);
 
-/// Removes a dump. Runs on the crashed thread. No heap, no lock.
+// These run on the crashed thread. No heap, no lock.
+
+/// Removes a dump.
 void DeleteDump(const char* path);
+
+/// Notes at the end of a dump that stays that its server has it. Readers pass over what stands there.
+void MarkDumpSent(const char* path);
+
+inline constexpr char kSentMark[17] = "\nZBase: is sent\n";
 
 }  // namespace ZBase::os

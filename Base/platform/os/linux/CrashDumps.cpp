@@ -29,6 +29,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
@@ -255,6 +256,18 @@ bool InstallCrashStack() {
 
 void DeleteDump(const char* path) {
     unlink(path);
+}
+
+void MarkDumpSent(const char* path) {
+    constexpr std::size_t kSize = sizeof kSentMark - 1;
+    struct stat before {};
+    const int file = open(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return;
+    // Half a mark would say nothing.
+    if (fstat(file, &before) == 0 && write(file, kSentMark, kSize) != static_cast<ssize_t>(kSize))
+        while (ftruncate(file, before.st_size) != 0 && errno == EINTR) {
+        }
+    close(file);
 }
 
 }  // namespace ZBase::os

@@ -1,0 +1,158 @@
+#include <Base/ZBase.h>
+
+#include <chrono>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "tests/crash/CrashBench.h"
+#include "tests/crash/FixedServer.h"
+
+// Dumps that were left behind, sent by the process that the next start of the program has started.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kNobody[] = "http://127.0.0.1:1/";
+
+class Delivery : public test::CrashBench {
+protected:
+    void LeaveDump(const std::string& kind = "null") {
+        mServer = kNobody;
+        Configure("send_left=false\n");
+        Crash({kind, "run", "7"});
+        ASSERT_FALSE(LeftDumps().empty());
+    }
+
+    // What comes in its own time; a loaded machine may take long.
+    static bool Await(const std::function<bool()>& condition) {
+        for (int i = 0; i != 6000; ++i) {
+            if (condition()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+
+    fs::path PauseFile() const { return mDumps / "crash-sender.pause"; }
+
+    // The number of failures, the time of the next try, and what follows.
+    struct Noted {
+        int failures = -1;
+        long long next = 0;
+        std::string rest;
+    };
+    Noted ReadPause() const {
+        Noted noted;
+        std::ifstream file(PauseFile());
+        if (file >> noted.failures >> noted.next) std::getline(file.ignore(1), noted.rest);
+        return noted;
+    }
+    void WritePause(const Noted& noted) const {
+        std::ofstream(PauseFile()) << noted.failures << ' ' << noted.next << '\n' << noted.rest << '\n';
+    }
+};
+
+TEST_F(Delivery, LeftDumpIsSentAtTheNextStart) {
+    LeaveDump();
+    StartServer();
+    Configure();
+    EXPECT_EQ(Crash({"none"}).exitCode, 0);
+    EXPECT_TRUE(Await([this] { return LeftDumps().empty() && fs::is_empty(mDumps); }));
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_EQ(ReceivedKeys(1)["run"], "7");
+    EXPECT_TRUE(test::ReadDumpFile(ReceivedDumps()[0]).Has("WriteToNull"));
+}
+
+TEST_F(Delivery, AllThatWereLeftAreSentEachOnce) {
+    LeaveDump("dump-first");
+    LeaveDump("dump-first");
+    EXPECT_EQ(LeftDumps().size(), 6u);
+    StartServer();
+    Configure();
+    std::vector<std::unique_ptr<test::BackgroundChild>> starts;
+    for (int i = 0; i != 4; ++i) starts.push_back(CrashInBackground({"none"}));
+    starts.clear();
+    EXPECT_TRUE(Await([this] {
+        Crash({"none"});  // those before may have been ended too early
+        return LeftDumps().empty();
+    }));
+    EXPECT_EQ(ReceivedDumps().size(), 6u);
+}
+
+TEST_F(Delivery, DumpThatArrivedAndStaysIsNotSentAgain) {
+    StartServer();
+    Configure("keep_dump_file=true\n");
+    Crash({"null"});
+    ASSERT_EQ(LeftDumps().size(), 1u);
+    const ZBase::CrashStore store(mDumps.string(), {});
+    EXPECT_TRUE(store.IsSent(LeftDumps()[0].filename().string()));
+    EXPECT_FALSE(store.HasUnsent());
+    LeaveDump();
+    EXPECT_TRUE(store.HasUnsent());
+}
+
+TEST_F(Delivery, FailuresMakeThePausesGrow) {
+    LeaveDump();
+    Configure();
+    const long long before = std::time(nullptr);
+    EXPECT_EQ(Crash({"none"}).exitCode, 0);
+    ASSERT_TRUE(Await([this] { return ReadPause().failures == 1; }));
+    Noted noted = ReadPause();
+    EXPECT_GE(noted.next, before + 60);
+    EXPECT_LE(noted.next, std::time(nullptr) + 60);
+
+    noted.failures = 3;
+    noted.next = std::time(nullptr) - 1;
+    WritePause(noted);
+    ASSERT_TRUE(Await([this] {
+        Crash({"none"});
+        return ReadPause().failures == 4;
+    }));
+    EXPECT_GE(ReadPause().next, before + 480);
+    EXPECT_EQ(LeftDumps().size(), 1u);
+
+    noted.failures = 30;
+    WritePause(noted);
+    ASSERT_TRUE(Await([this] {
+        Crash({"none"});
+        return ReadPause().failures == 31;
+    }));
+    EXPECT_LE(ReadPause().next, std::time(nullptr) + 3600);
+}
+
+TEST_F(Delivery, PauseOutlivesTheProcessAndEndsWithAnotherServer) {
+    LeaveDump();
+    Configure();
+    EXPECT_EQ(Crash({"none"}).exitCode, 0);
+    ASSERT_TRUE(Await([this] { return ReadPause().failures == 1; }));
+    Noted noted = ReadPause();
+    noted.next += 1000;
+    WritePause(noted);
+    for (int i = 0; i != 3; ++i) Crash({"none"});
+    StartServer();
+    Configure();
+    EXPECT_TRUE(Await([this] {
+        EXPECT_TRUE(ReadPause().failures <= 1);
+        Crash({"none"});
+        return LeftDumps().empty();
+    }));
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
+TEST_F(Delivery, ProcessThatSendsEndsWithTheProgramAndLeavesTheDump) {
+    const test::FixedServer server(test::Manner::eAnswer,
+                                   "HTTP/1.1 500 Broken\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    LeaveDump();
+    mServer = server.Address();
+    Configure();
+    EXPECT_EQ(Crash({"none"}).exitCode, 0);
+    ASSERT_TRUE(Await([this] { return ReadPause().failures == 1; }));
+    EXPECT_EQ(server.Requests(), 1);
+    EXPECT_TRUE(Await([this] { return ZBase::CrashStore(mDumps.string(), {}).BecomeSender(); }));
+    ASSERT_EQ(LeftDumps().size(), 1u);
+    EXPECT_FALSE(LeftDumps()[0].string().ends_with(".sending.dmp"));
+}
+
+}  // namespace

@@ -1,0 +1,129 @@
+#include "LeftDumps.h"
+
+#include "tools/zbase/CrashDelivery.h"
+
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace ZBase::Literals;
+
+constexpr long long kLongestPause = 60 * 60;  // in seconds
+
+/// A process whose end is waited for.
+class Process {
+public:
+    explicit Process(pid_t process) : mDescriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0))) {}
+    ~Process() {
+        if (mDescriptor >= 0) close(mDescriptor);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    // False if it ends before, or has ended.
+    bool LivesFor(long long seconds) const {
+        const std::time_t end = std::time(nullptr) + seconds;
+        for (;;) {
+            const long long left = std::clamp<long long>(end - std::time(nullptr), 0, kLongestPause);
+            pollfd entry{mDescriptor, POLLIN, 0};
+            const int ready = mDescriptor < 0 ? 1 : poll(&entry, 1, static_cast<int>(left * 1000));
+            if (ready == 0) return true;
+            if (ready > 0 || errno != EINTR) return false;
+        }
+    }
+
+private:
+    int mDescriptor;
+};
+
+/// The pause after a failure, which outlives the process: a program that starts again and again must not try
+/// each time. It is kept in a file: the number of failures, the time of the next try and the servers.
+class Pause {
+public:
+    Pause(const fs::path& directory, const ZBase::CrashConfigTable& settings)
+        : mFile(directory / kPauseFile), mFirst(ZBase::CrashNumberOf(settings, "send_pause_seconds"_w)) {
+        for (const auto* key : {"ServerURL"_w, "ServerProdURL"_w}) {
+            const auto found = settings.find(key);
+            const std::string server =
+                found == settings.end() ? "" : ZBase::WideCharToUTF8(found->second.c_str(), true).c_str();
+            mServers += std::to_string(server.size()) + ":" + server + " ";
+        }
+        std::ifstream file(mFile);
+        std::string servers;
+        file >> mFailures >> mNext;
+        file.ignore(1);
+        // Another server may answer at once.
+        if (!std::getline(file, servers) || servers != mServers || mFailures < 0 || Left() > kLongestPause) {
+            mFailures = 0;
+            mNext = 0;
+        }
+    }
+
+    // In seconds.
+    long long Left() const { return std::max<long long>(mNext - std::time(nullptr), 0); }
+
+    void Grow() {
+        const long long pause =
+            std::min(kLongestPause, static_cast<long long>(mFirst) << std::min(mFailures, 12));
+        mFailures = std::min(mFailures + 1, 1000);
+        mNext = std::time(nullptr) + pause;
+        std::ofstream(mFile) << mFailures << ' ' << mNext << '\n' << mServers << '\n';
+    }
+
+    void Forget() { mFailures = 0; }
+
+private:
+    fs::path mFile;
+    unsigned int mFirst;
+    std::string mServers;
+    int mFailures = 0;
+    long long mNext = 0;
+};
+
+// What the process that started this one may use is not what this one needs over hours.
+void RaiseLimit() {
+    rlimit limit{};
+    getrlimit(RLIMIT_CPU, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_CPU, &limit);
+}
+
+// False if there is something to be tried again.
+bool SendAll(CrashDelivery& delivery, const ZBase::CrashStore& store, Pause& pause) {
+    bool isDone = true;
+    for (const std::string& name : store.Dumps()) {
+        ZBase::WideString code;
+        const EDelivery result = delivery.Deliver(name, code);
+        if (result == EDelivery::eSent || result == EDelivery::eSentAndKept) pause.Forget();
+        // Whoever does not answer for one does not answer for the next.
+        if (result == EDelivery::eNotSent || result == EDelivery::eThrottled) return false;
+        if (result == EDelivery::eInUse) isDone = false;
+    }
+    return isDone;
+}
+
+}  // namespace
+
+void SendLeftDumps(pid_t process, const std::string& directory, const ZBase::CrashConfigTable& settings) {
+    ZBase::CrashStore store(directory, settings);
+    if (!store.BecomeSender()) return;
+    if (chdir("/") != 0) return;
+    RaiseLimit();
+    const Process starter(process);
+    Pause pause(directory, settings);
+    CrashDelivery delivery(directory, settings, {});
+    while (pause.Left() == 0 || starter.LivesFor(pause.Left())) {
+        if (!fs::is_directory(directory) || SendAll(delivery, store, pause)) break;
+        pause.Grow();
+    }
+    delivery.CleanUp();
+}

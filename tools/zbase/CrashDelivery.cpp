@@ -1,0 +1,80 @@
+#include "CrashDelivery.h"
+#include "Console.h"
+#include "CrashDumps.h"
+
+#include <system_error>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace ZBase::Literals;
+using ZBase::CrashConfigTable;
+using ZBase::CrashReportSender;
+using ZBase::WideString;
+
+constexpr char kCountFile[] = "crash-sender.count";
+constexpr std::uintmax_t kLargestDump = std::uintmax_t{2} << 30;
+
+WideString Wide(const std::string& text) {
+    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
+}
+
+WideString Setting(const CrashConfigTable& settings, const unsigned short* key) {
+    const auto found = settings.find(key);
+    return found == settings.end() ? WideString() : found->second;
+}
+
+}  // namespace
+
+CrashDelivery::CrashDelivery(const fs::path& directory, const CrashConfigTable& settings,
+                             const CrashConfigTable& crashKeys)
+    : mDirectory(directory),
+      mSettings(settings),
+      mCrashKeys(crashKeys),
+      mStore(directory.string(), settings) {}
+
+EDelivery CrashDelivery::Deliver(const std::string& name, WideString& reportCode) {
+    const fs::path path = mDirectory / name;
+    std::error_code failed;
+    if (fs::symlink_status(path, failed).type() != fs::file_type::regular) return EDelivery::eNoDump;
+    if (mStore.IsSent(name)) return EDelivery::eSentBefore;
+    ZBase::ClaimedDump claim;
+    if (!claim.Claim(path.string())) return EDelivery::eInUse;
+    bool isDump = false;
+    const ZBase::ReportResult result = Send(claim.Path(), isDump, reportCode);
+    if (!isDump) return EDelivery::eNoDump;
+    if (result == ZBase::RESULT_REJECTED) return EDelivery::eRejected;
+    if (result == ZBase::RESULT_THROTTLED) return EDelivery::eThrottled;
+    if (result != ZBase::RESULT_SUCCEEDED) return EDelivery::eNotSent;
+    if (!KeepsDumps() && claim.Remove()) return EDelivery::eSent;
+    claim.MarkSent();
+    return EDelivery::eSentAndKept;
+}
+
+ZBase::ReportResult CrashDelivery::Send(const fs::path& dump, bool& isDump, WideString& reportCode) {
+    std::error_code failed;
+    const std::uintmax_t size = fs::file_size(dump, failed);
+    if (failed || size > kLargestDump) return ZBase::RESULT_FAILED;
+    const DumpedReport report = ReportOfDump(dump);
+    isDump = report.isDump;
+    if (!isDump) return ZBase::RESULT_FAILED;
+    CrashReportSender::Fields parameters;
+    if (!report.hasKeys) parameters = mCrashKeys;
+    for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
+    const unsigned int most = ZBase::CrashNumberOf(mSettings, "max_reports_per_day"_w);
+    CrashReportSender sender(most == 0 ? WideString() : Wide(mDirectory / kCountFile));
+    if (most != 0) sender.set_max_reports_per_day(static_cast<int>(most));
+    return sender.SendCrashReport(
+        Setting(mSettings, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w), parameters,
+        {{"upload_file_minidump"_w, Wide(dump)}}, &reportCode);
+}
+
+void CrashDelivery::CleanUp() const {
+    if (mStore.HasUnsent()) return;
+    std::error_code failed;
+    for (const char* name : {kCountFile, kPauseFile}) fs::remove(mDirectory / name, failed);
+}
+
+bool CrashDelivery::KeepsDumps() const {
+    return ZBase::IsCrashSettingTrue(Setting(mSettings, "keep_dump_file"_w));
+}
