@@ -176,11 +176,8 @@ check_builds() {
     ZBASE_BARE_SUITE=trixie scripts/bare.sh tests/packaging/builds.sh
 }
 
-# A project that takes the tree in, the one of these ways that has most of the others in it.
-check_subdirectory() { tests/packaging/builds.sh subdirectory_static; }
-
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package subdirectory portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
+[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

@@ -98,8 +98,9 @@ void DecodeSlowly(const unsigned char* source, std::uint64_t length, std::uint64
     while (position < stop) {
         const unsigned char* next = source + position;
         if (*next < 0x80) {
-            *destination++ = *next;
-            ++position;
+            const std::size_t ascii = PlainKernels()->widenAscii(next, stop - position, destination);
+            position += ascii;
+            destination += ascii;
         } else if (const unsigned int value = ShortSequence(next, length - position); value != 0) {
             *destination++ = static_cast<unsigned short>(value);
             position += value < 0x800 ? 2 : 3;
