@@ -38,13 +38,10 @@ public:
         mSize += count;
         return *this;
     }
-    ~DebuggerText() {
+    void Tell() {
         mUnits[mSize] = 0;
         OutputDebugString(mUnits);
     }
-    DebuggerText() = default;
-    DebuggerText(const DebuggerText&) = delete;
-    DebuggerText& operator=(const DebuggerText&) = delete;
 
 private:
     static constexpr std::size_t kUnits = 511;
@@ -63,7 +60,7 @@ void Report(std::string& text, WideString& line, const CallStack* stack) {
         line.clear();
         lines[i].AppendText(line);
         text.append("\t\t").append(ReportText(line.c_str())).append("\n");
-        DebuggerText() << "\t\t" << line << "\n";
+        (DebuggerText() << "\t\t" << line << "\n").Tell();
     }
 }
 
@@ -114,16 +111,16 @@ void RefCountCallStackTracerImp::ReportLeaks() {
     const std::string label = ReportText(mLabel.c_str());
     const std::string count = std::to_string(mInstances.size());
     file << process + "******<" + label + ">: Number of leaked objects = " + count + "\n" << std::flush;
-    DebuggerText() << "******<" << mLabel << ">: Number of leaked objects = " << count << ":\n";
+    (DebuggerText() << "******<" << mLabel << ">: Number of leaked objects = " << count << ":\n").Tell();
     std::string text;
     WideString line;
     for (const auto& [address, changes] : mInstances) {
         if (changes.empty() || changes.back().refCount == 0) continue;
         file << process + "***<" + label + ">: InstanceLeak = 0x" + PointerText(address) + ":\n";
-        DebuggerText() << "***<" << mLabel << ">: Instance = " << PointerText(address) << ":\n";
+        (DebuggerText() << "***<" << mLabel << ">: Instance = " << PointerText(address) << ":\n").Tell();
         for (const Change& change : changes) {
             text = "\t*CallStack when RefCount = " + std::to_string(change.refCount) + ":\n";
-            DebuggerText() << text;
+            (DebuggerText() << text).Tell();
             Report(text, line, change.stack.get());
             // A stack goes out at once, so that the lines of two processes stay whole.
             file << text << std::flush;
