@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr char kDump[] = ".dmp";
 constexpr char kSending[] = ".sending.dmp";
 constexpr std::size_t kGuidLength = 36;
-constexpr long long kDay = 24 * 60 * 60;  // in seconds
+constexpr long long kDay = 86400;  // in seconds
 
 bool IsGuid(const std::string& text) {
     if (text.size() != kGuidLength) return false;
