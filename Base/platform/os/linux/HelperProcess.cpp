@@ -202,8 +202,9 @@ bool HelperProgram::Find(const char* name) {
     if (length <= 0) return false;
     path[length] = 0;
     char* const end = std::strrchr(path, '/');
-    if (end == nullptr || end + 1 + std::strlen(name) >= path + sizeof path) return false;
-    std::strcpy(end + 1, name);
+    const std::size_t size = std::strlen(name) + 1;
+    if (end == nullptr || end + 1 + size > path + sizeof path) return false;
+    std::memcpy(end + 1, name, size);
     arguments[0] = path;
     arguments[1] = nullptr;
     environment[0] = nullptr;
