@@ -98,10 +98,13 @@ else
 fi
 
 cd "$work/minidump"
+apply() { patch --force --silent --no-backup-if-mismatch --directory=deps/breakpad/src -p1 "$@"; }
+# What somebody has put here may come from such a place as this. One patch may stand on another.
+for patch in $(cd "$pinned" && printf '%s\n' *.patch | sort -r); do
+    if apply --reverse --dry-run <"$pinned/$patch" >/dev/null 2>&1; then apply --reverse <"$pinned/$patch" >&2; fi
+done
 for patch in "$pinned"/*.patch; do
-    # What somebody has put here may come from such a place as this.
-    patch --force --silent --dry-run --reverse --directory=deps/breakpad/src -p1 <"$patch" >/dev/null 2>&1 ||
-        patch --force --silent --no-backup-if-mismatch --directory=deps/breakpad/src -p1 <"$patch" >&2 || refuse "$(basename "$patch") does not fit the package"
+    apply <"$patch" >&2 || refuse "$(basename "$patch") does not fit the package"
 done
 ln -sfn ../../../third_party/lss deps/breakpad/src/third_party/lss
 chmod +x bin/linux-x64/*

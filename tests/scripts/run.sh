@@ -187,7 +187,9 @@ test_PackagePutByHandIsTaken() {
 test_UnpatchedPackageIsPatched() {
     cp -R "$top/third_party/breakpad/node_modules/minidump" by-hand
     local patch
-    for patch in third_party/breakpad/*.patch; do patch --silent --no-backup-if-mismatch -R -d by-hand/deps/breakpad/src -p1 <"$patch"; done
+    for patch in $(printf '%s\n' third_party/breakpad/*.patch | sort -r); do
+        patch --silent --no-backup-if-mismatch -R -d by-hand/deps/breakpad/src -p1 <"$patch"
+    done
     rm by-hand/deps/breakpad/src/third_party/lss
     ZBASE_BREAKPAD_DIR=$PWD/by-hand scripts/breakpad.sh
     diff -r "$top/third_party/breakpad/node_modules/minidump" third_party/breakpad/node_modules/minidump

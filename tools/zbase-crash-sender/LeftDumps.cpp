@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace ZBase::Literals;
 
-constexpr long long kLongestPause = 60 * 60;  // in seconds
+constexpr long long kLongestPause = 3600;  // in seconds
 
 /// A process whose end is waited for.
 class Process {

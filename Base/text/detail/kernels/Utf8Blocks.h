@@ -232,7 +232,7 @@ private:
     std::uint64_t mContinued = 0;         // the octets at `mpNext` that belong to the last character
     bool mLow = false;                    // whether the first of them is the second of four
     unsigned short* mpSpilled = nullptr;  // where units were spilled
-    unsigned short mBehind[kSpill];       // what stood there
+    unsigned short mBehind[kSpill]{};     // what stood there
 };
 
 template <class V>
