@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/RemoveFolder.h"
+
 namespace test {
 
 namespace fs = std::filesystem;
@@ -101,7 +103,7 @@ CrashBench::CrashBench() {
 
 CrashBench::~CrashBench() {
     mpServer.reset();
-    fs::remove_all(mFolder);
+    test::RemoveFolder(mFolder);
 }
 
 void CrashBench::StartServer(const std::string& certificate) {

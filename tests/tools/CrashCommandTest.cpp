@@ -14,6 +14,7 @@
 #include "tests/crash/FixedServer.h"
 #include "tests/support/BackgroundChild.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RemoveFolder.h"
 
 // zbase crash, as an operator uses it.
 
@@ -29,7 +30,7 @@ protected:
         mFolder = mkdtemp(name);
         fs::create_directory(mFolder / "received");
     }
-    void TearDown() override { fs::remove_all(mFolder); }
+    void TearDown() override { test::RemoveFolder(mFolder); }
 
     void Configure(const std::string& server, const std::string& more = "") const {
         std::ofstream(mFolder / "crash_report.ini")
