@@ -118,7 +118,7 @@ TEST_F(CrashCommand, ShowTellsTheNotesFromTheOldestOn) {
     const ChildResult child = Crash({"show", OnlyDump()});
     EXPECT_TRUE(Has(child.output, "Notes\n  note 7"));
     EXPECT_TRUE(Has(child.output,
-                    "  note 9998\n  note 9999\n  \n  one line\n    and another, ?[31min red\nModules\n"))
+                    "  note 9998\n  note 9999\n  \n  one line\n    and another, \\x1B[31min red\nModules\n"))
         << child.output;
 }
 
@@ -160,7 +160,7 @@ TEST_F(CrashCommand, ShowOfAllThreadsTellsTheirNames) {
     Configure("http://127.0.0.1:1/");
     Probe("names", {}, "ConfinedProbe");
     const ChildResult all = Crash({"show", "--all", OnlyDump()});
-    EXPECT_TRUE(Has(all.output, ", the?first)\n")) << all.output;
+    EXPECT_TRUE(Has(all.output, ", the\\x01first)\n")) << all.output;
     EXPECT_TRUE(Has(all.output, "\nThread 1 (")) << all.output;
     EXPECT_TRUE(Has(all.output, ", worker 7)\n  0\t"));
     EXPECT_FALSE(Has(Crash({"show", OnlyDump()}).output, "worker 7"));

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <set>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -117,17 +118,14 @@ std::map<std::string, std::string> FilesOfModules(const std::string& dump) {
 // Texts of a process may hold anything. Further lines stand under the first.
 std::string Line(const std::string& text) {
     std::string line;
-    for (const char c : text.substr(0, text.find_last_not_of("\r\n") + 1)) {
-        const auto octet = static_cast<unsigned char>(c);
-        if (c == '\n') {
-            line += "\n    ";
-        } else if (c == '\t' || (octet >= 0x20 && octet != 0x7F)) {
-            line += c;
-        } else {
-            line += '?';
-        }
+    std::string_view rest(text.data(), text.find_last_not_of("\r\n") + 1);
+    while (true) {
+        const std::size_t end = rest.find_first_of("\n\t");
+        line += Shown(rest.substr(0, end));
+        if (end == std::string_view::npos) return line;
+        line += rest[end] == '\n' ? "\n    " : "\t";
+        rest.remove_prefix(end + 1);
     }
-    return line;
 }
 
 void PrintFrame(const std::vector<std::string>& frame) {
