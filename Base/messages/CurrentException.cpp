@@ -1,4 +1,5 @@
 #include <Base/messages/CurrentException.h>
+#include <Base/messages/detail/NestedExceptions.h>
 #include <Base/messages/detail/Records.h>
 #include <Base/platform/os/CurrentExceptionType.h>
 
@@ -14,7 +15,6 @@ using namespace detail;
 
 namespace {
 
-constexpr unsigned int kDeepestCause = 64;
 constexpr int kNoCode = -1;
 
 // The words are a parameter: in a template "%%" would be something else.
@@ -54,24 +54,14 @@ Message OfFailureAlone(const std::exception_ptr& failure) noexcept {
     }
 }
 
-std::exception_ptr CauseOf(const std::exception_ptr& failure) noexcept {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const std::nested_exception& nested) {
-        return nested.nested_ptr();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
-Message OfFailure(const std::exception_ptr& failure, unsigned int depth) noexcept {
-    Message message = OfFailureAlone(failure);
-    const std::exception_ptr cause = depth == 0 ? nullptr : CauseOf(failure);
-    if (!cause) return message;
-    Message causeMessage = OfFailure(cause, depth - 1);
+Message OfFailure(NestedExceptions failure) noexcept {
+    Message message = OfFailureAlone(failure.Present());
+    failure.Step();
+    if (failure.Present() == nullptr) return message;
+    Message cause = OfFailure(std::move(failure));
     if (message.GetLowerLevelMessageOrNULL() != nullptr)
-        return std::move(causeMessage.PrependBy(std::as_const(message)));
-    NestCopy(BlockOf(causeMessage), BlockOf(message), TAG_LOWER_LEVEL);
+        return std::move(cause.PrependBy(std::as_const(message)));
+    NestCopy(BlockOf(cause), BlockOf(message), TAG_LOWER_LEVEL);
     return message;
 }
 
@@ -79,7 +69,7 @@ Message OfFailure(const std::exception_ptr& failure, unsigned int depth) noexcep
 
 Message MessageOfCurrentException() noexcept {
     const std::exception_ptr failure = std::current_exception();
-    return failure ? OfFailure(failure, kDeepestCause) : Message();
+    return failure ? OfFailure(NestedExceptions(failure)) : Message();
 }
 
 }  // namespace ZBase

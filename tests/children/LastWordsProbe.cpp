@@ -46,6 +46,16 @@ void ThrowNested() {
     }
 }
 
+void ThrowDeep(int levels) {
+    try {
+        if (levels == 0) throw std::runtime_error("level 0");
+        ThrowDeep(levels - 1);
+    } catch (const std::runtime_error&) {
+        if (levels == 0) throw;
+        std::throw_with_nested(std::runtime_error("level " + std::to_string(levels)));
+    }
+}
+
 // Something was caught, so there is an exception, but its text must not be asked for where it needs the heap.
 void TerminateInAllocator() {
     signal(SIGSEGV, [](int) { std::terminate(); });
@@ -104,6 +114,7 @@ int Run(const std::string& kind) {
     const std::map<std::string, std::function<void()>> kinds = {
         {"message", ThrowMessage},
         {"nested", ThrowNested},
+        {"deep", [] { ThrowDeep(200); }},
         {"number", [] { throw 7; }},
         {"text", [] { throw "a text"; }},
         {"no-memory", ThrowForWantOfMemory},

@@ -40,6 +40,13 @@ TEST_F(LastWords, OfAnExceptionAreThoseOfTheOnesNestedInItToo) {
     EXPECT_NE(keys.at("exception_type").find("std::runtime_error"), std::string::npos);
 }
 
+TEST_F(LastWords, EndAtADepthOfSixtyFour) {
+    const CrashKeys keys = Of({"deep"});
+    EXPECT_EQ(keys.at("exception"), "level 200");
+    EXPECT_TRUE(keys.contains("level 136"));  // the receiver's lines, an exception each
+    EXPECT_FALSE(keys.contains("level 135"));
+}
+
 TEST_F(LastWords, OfAnyThreadArrive) {
     EXPECT_EQ(Of({"thread"}).at("exception"), "the outer one");
 }

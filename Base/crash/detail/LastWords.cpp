@@ -1,6 +1,7 @@
 #include <Base/crash/detail/LastWords.h>
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
+#include <Base/messages/detail/NestedExceptions.h>
 #include <Base/platform/os/Callers.h>
 #include <Base/platform/os/Threads.h>
 
@@ -19,8 +20,7 @@ namespace ZBase::detail {
 namespace {
 
 constexpr std::size_t kMostTypeName = 1024;  // octets
-constexpr std::size_t kMostNested = 16;
-constexpr std::size_t kThreads = 4;  // that end the process at the same time
+constexpr std::size_t kThreads = 4;          // that end the process at the same time
 
 /// Names and values; the last one is cut where there is no more room.
 struct Words {
@@ -43,16 +43,6 @@ struct Words {
 Words sWords[kThreads];
 std::terminate_handler spBefore = nullptr;
 
-std::exception_ptr NestedIn(const std::exception_ptr& exception) {
-    try {
-        std::rethrow_exception(exception);
-    } catch (const std::nested_exception& outer) {
-        return outer.nested_ptr();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 std::string TextOf(const std::exception_ptr& exception) {
     try {
         std::rethrow_exception(exception);
@@ -70,13 +60,10 @@ std::string TextOf(const std::exception_ptr& exception) {
 }
 
 // Of an exception, and of those that are nested in it, a line or tree each.
-std::string TextOfAll(std::exception_ptr exception) {
-    std::string text = TextOf(exception);
-    for (std::size_t depth = 0; depth != kMostNested; ++depth) {
-        exception = NestedIn(exception);
-        if (exception == nullptr) break;
-        text += "\n" + TextOf(exception);
-    }
+std::string TextOfAll(NestedExceptions exception) {
+    std::string text = TextOf(exception.Present());
+    for (exception.Step(); exception.Present() != nullptr; exception.Step())
+        text += "\n" + TextOf(exception.Present());
     return text;
 }
 
@@ -111,7 +98,7 @@ void Say(Words& words) {
         SayType(words, hasHeap);
         if (exception == nullptr || !hasHeap) return;  // null if it is of another language
         try {
-            const std::string text = TextOfAll(exception);
+            const std::string text = TextOfAll(NestedExceptions(exception));
             if (!text.empty()) words.Add("exception", text.c_str());
         } catch (...) {  // no memory for it
             SayPlainly(words, exception);
