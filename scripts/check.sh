@@ -108,6 +108,12 @@ check_package() {
     rm -rf "$place"
 }
 
+# What README and docs show is compiled, run and compared; their links lead somewhere.
+check_pages() {
+    scripts/links.py
+    quietly "Running what the pages show" scripts/pages.py
+}
+
 check_tidy() {
     cmake --preset clang >/dev/null
     # What the configuration leaves out has no compile command.
@@ -176,7 +182,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
+[ $# -gt 0 ] || steps=(format headers exports package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

@@ -222,6 +222,47 @@ test_BareNeedsRoot() {
     expect "$said" "only root"
 }
 
+# page LINE...: a page of these lines in docs, over the library as it is built.
+page() {
+    mkdir -p docs build
+    ln -sfn "$top/Base" Base
+    ln -sfn "$top/ZLiteXML" ZLiteXML
+    ln -sfn "$top/build/release" build/release
+    printf '%s\n' "$@" >docs/page.md
+}
+
+test_PageThatDoesWhatItShowsPasses() {
+    page '```cpp' 'std::puts("begin\n1.5 s\nend");' '```' '' '```text' 'begin' '... s' '...' '```' \
+        '<!-- before' 'const int hidden = 7;' '-->' '```cpp' 'std::printf("%d\n", hidden);' '```' '```text' '7' '```' \
+        '```cpp' 'int main() {}' '```' '```console' '$ echo a; echo b' 'a' 'b' '$ true' '```'
+    expect "$(scripts/pages.py docs/page.md)" "5 blocks and commands of 1 pages, 0 that"
+}
+
+test_PageThatDoesSomethingElseIsTold() {
+    local said
+    page '```cpp' 'std::puts("one");' '```' '' '```text' 'two' '```' '```cpp' 'std::puts("unseen");' '```' \
+        '```cpp' 'std::exit(3);' '```' '```console' '$ echo a' 'b' '```' '```cpp' 'int main() { return unknown; }' '```'
+    said=$(scripts/pages.py docs/page.md) && fail "passed: $said"
+    expect "$said" "page.md:2: prints something else than shown"
+    expect "$said" "page.md:9: prints something else than shown"
+    expect "$said" "page.md:12: ended with 3"
+    expect "$said" "page.md:15: prints something else than shown"
+    expect "$said" "page.md:19: does not compile"
+}
+
+test_LinkThatLeadsNowhereIsTold() {
+    local said
+    mkdir docs
+    printf '# A page\n\n## One, two\n[here](#one-two) [there](other.md#a-page) [web](https://example.com/x)\n' >docs/page.md
+    printf '# A page\n[back](page.md)\n```\n[no link](nowhere.md)\n```\n' >docs/other.md
+    scripts/links.py
+    printf '[gone](gone.md)\n[no place](other.md#two)\n' >>docs/page.md
+    said=$(scripts/links.py) && fail "passed: $said"
+    expect "$said" "page.md:5: there is no gone.md"
+    expect "$said" "page.md:6: there is no such place in other.md#two"
+    expect "$said" "2 links that lead nowhere"
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?
