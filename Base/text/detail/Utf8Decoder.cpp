@@ -1,3 +1,4 @@
+#include <Base/text/detail/AsciiRuns.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/TextKernels.h>
 #include <Base/text/detail/UnicodeValues.h>
@@ -16,6 +17,9 @@ namespace {
 // it each time would cost more than it saves.
 constexpr std::uint64_t kFewOctets = 64;
 constexpr std::uint64_t kManyOctets = 4096;
+
+// Octets that make a whole step of units at least, where flaws are replaced: six make one.
+constexpr std::uint64_t kSpillOctets = 6 * kAsciiStep;
 
 // The value of a sequence of two or three octets that has no flaw, or 0.
 unsigned int ShortSequence(const unsigned char* source, std::uint64_t length) {
@@ -95,10 +99,15 @@ namespace {
 // Decodes one by one up to `stop`, or only until what a kernel may have stopped at is behind.
 void DecodeSlowly(const unsigned char* source, std::uint64_t length, std::uint64_t stop, bool onlyOne,
                   bool replace, std::uint64_t& position, unsigned short*& destination) {
+    // What is spilled before this is overwritten by what follows.
+    const std::uint64_t spillStop =
+        replace && length > kSpillOctets ? std::min(stop, length - kSpillOctets) : 0;
     while (position < stop) {
         const unsigned char* next = source + position;
         if (*next < 0x80) {
-            const std::size_t ascii = PlainKernels()->widenAscii(next, stop - position, destination);
+            const std::size_t ascii = position < spillStop
+                                          ? WidenAsciiRun<true>(next, spillStop - position, destination)
+                                          : WidenAsciiRun<false>(next, stop - position, destination);
             position += ascii;
             destination += ascii;
         } else if (const unsigned int value = ShortSequence(next, length - position); value != 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Base/platform/os/Utf8.h>
+#include <Base/text/detail/AsciiRuns.h>
 #include <Base/text/detail/TextKernels.h>
 
 #include <algorithm>
@@ -26,8 +27,8 @@ char* EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, 
 inline constexpr std::size_t kFewUnits = 16;
 inline constexpr std::size_t kManyUnits = 2048;
 
-/// The same by the rules of `nextValue(source)`, which gives the value of the character at `source` and moves
-/// it behind it.
+/// The same by the rules of `nextValue(source)`, which gives the value of the character at `source`, where no
+/// ASCII stands, and moves it behind it.
 template <class NextValue>
 char* EncodeUnits(const unsigned short* source, std::size_t units, char* destination, NextValue nextValue) {
     const unsigned short* const end = source + units;
@@ -39,7 +40,16 @@ char* EncodeUnits(const unsigned short* source, std::size_t units, char* destina
         destination += done.written;
         slow = done.read >= kFewUnits ? kFewUnits : std::min(2 * slow, kManyUnits);
         const unsigned short* const stop = source + std::min(slow, left - done.read);
-        while (source < stop) destination = os::PutUtf8(destination, nextValue(source));
+        while (source < stop) {
+            if (*source < 0x80) {
+                const std::size_t ascii =
+                    NarrowAsciiRun<true>(source, static_cast<std::size_t>(stop - source), destination);
+                source += ascii;
+                destination += ascii;
+            } else {
+                destination = os::PutUtf8(destination, nextValue(source));
+            }
+        }
     }
     *destination = 0;
     return destination;

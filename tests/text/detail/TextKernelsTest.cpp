@@ -247,6 +247,46 @@ TEST(TextKernels, FlawsAtRegularDistances) {
     }
 }
 
+// Between flaws ASCII is written by whole steps. Six octets may make one unit, so little may be left of a
+// text that still has many octets; behind its terminator all stays as it was.
+TEST(TextKernels, AsciiBetweenFlawsLeavesWhatIsBehindTheTextUntouched) {
+    const std::string sixOctets = "\xFC\x84\x80\x80\x80\x80";
+    for (const TextKernels* kernels : Kinds()) {
+        for (const std::size_t run : {1, 2, 7, 8, 9, 17, 61, 62}) {
+            for (std::size_t behind = 0; behind <= 12; ++behind) {
+                std::string text = '\xFF' + std::string(run, 'a') + '\xFF' + std::string(run, 'b');
+                for (std::size_t i = 0; i != behind; ++i) text += sixOctets;
+                for (const std::size_t cut : {0, 1, 5}) {
+                    text.resize(text.size() - cut);
+                    const Units expected = test::SlowUtf8ToWide(text, true).text;
+                    const Units actual = Decode(kernels, text, true).text;
+                    ASSERT_EQ(actual.substr(0, expected.size()), expected) << kernels->name;
+                    ASSERT_EQ(actual[expected.size()], 0);
+                    ASSERT_EQ(actual.find_first_not_of(kUntouched, expected.size() + 1), Units::npos)
+                        << kernels->name << ' ' << run << " before " << behind;
+                }
+            }
+        }
+    }
+}
+
+TEST(TextKernels, FlawedUnitsAtRegularDistances) {
+    const Units flaws[] = {{0xFFFF}, {0xDE00, 0xD83D}};
+    for (const std::size_t distance : {2, 3, 7, 8, 9, 31, 32, 33, 100, 1000}) {
+        for (const Units& flaw : flaws) {
+            Units units(9000, 'x');
+            for (std::size_t at = distance; at + 2 < units.size(); at += std::max(distance, flaw.size()))
+                units.replace(at, flaw.size(), flaw);
+            const Outcome<std::string> expected = test::SlowWideToUtf8(units, true);
+            for (const TextKernels* kernels : Kinds()) {
+                const Outcome<std::string> actual = Encode(kernels, units, 1);
+                EXPECT_EQ(actual.failure, expected.failure);
+                EXPECT_TRUE(actual.text.c_str() == expected.text) << kernels->name << ' ' << distance;
+            }
+        }
+    }
+}
+
 // Pages that can't be touched stand right before and right behind text and room.
 TEST(TextKernels, NothingIsTouchedBesideATextOrItsRoom) {
     const test::GuardedMemory source(4096);
