@@ -256,10 +256,10 @@ TEST(TextKernels, AsciiBetweenFlawsLeavesWhatIsBehindTheTextUntouched) {
             for (std::size_t behind = 0; behind <= 12; ++behind) {
                 std::string text = '\xFF' + std::string(run, 'a') + '\xFF' + std::string(run, 'b');
                 for (std::size_t i = 0; i != behind; ++i) text += sixOctets;
-                for (const std::size_t cut : {0, 1, 5}) {
-                    text.resize(text.size() - cut);
-                    const Units expected = test::SlowUtf8ToWide(text, true).text;
-                    const Units actual = Decode(kernels, text, true).text;
+                for (const std::size_t cut : {0, 1, 3}) {
+                    const std::string front = text.substr(0, text.size() - cut);
+                    const Units expected = test::SlowUtf8ToWide(front, true).text;
+                    const Units actual = Decode(kernels, front, true).text;
                     ASSERT_EQ(actual.substr(0, expected.size()), expected) << kernels->name;
                     ASSERT_EQ(actual[expected.size()], 0);
                     ASSERT_EQ(actual.find_first_not_of(kUntouched, expected.size() + 1), Units::npos)
