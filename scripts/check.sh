@@ -162,6 +162,11 @@ check_without_crash_reporting() {
     fi
 }
 
+# How others take the tree in, as far as the configuration shows it: "builds" builds all of it.
+check_ways() {
+    tests/packaging/builds.sh --configure type_none type_release without_test_packages subdirectory subdirectory_static
+}
+
 # Both commands on a system that has nothing.
 check_bare() {
     scripts/setup.sh bare
@@ -174,15 +179,15 @@ check_packages() {
     scripts/bare.sh tests/packaging/packages.sh
 }
 
-# Each way to build that there is a compiler for, on this Debian and the next.
+# Each way to build that there is a compiler for, on this Debian and the next, and there the tests.
 check_builds() {
     scripts/setup.sh bare
     scripts/bare.sh tests/packaging/builds.sh
-    ZBASE_BARE_SUITE=trixie scripts/bare.sh tests/packaging/builds.sh
+    ZBASE_BARE_SUITE=trixie scripts/bare.sh scripts/test.sh tests/packaging/builds.sh
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting)
+[ $# -gt 0 ] || steps=(format headers exports package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

@@ -1,7 +1,8 @@
 #!/bin/bash
 # builds.sh [WAY...]: builds the library in the ways in which others build it: each type, generator and compiler that is
 # here, as a part of another project, static, with flags of a distribution, below a path with blanks. Each is built beside
-# the tree, and a program that uses it is run. Without a WAY all of them; --list names them.
+# the tree, and a program that uses it is run. Without a WAY all of them, and in the end who failed; --list names them.
+# builds.sh --configure [WAY...]: only configures, and looks at what would be built. That takes seconds.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 top=$PWD
@@ -12,15 +13,30 @@ trap 'end_progress; rm -rf "$work"' EXIT
 fail() { echo "builds.sh: $*" >&2; exit 1; }
 alone() { ("$@"); }  # what fails in it is told with all that was said before
 plain="-DZBASE_BUILD_TESTS=OFF -DZBASE_BUILD_EXAMPLES=OFF"
+only_configure=""
+
+make_it() { [ -n "$only_configure" ] || cmake --build "$@" -j "$(nproc)"; }
+
+# commands BUILD SOURCE: how the build would compile the sources of that name.
+commands() { grep '"command":' "$1/compile_commands.json" | grep -e " -c .*$2\>"; }
 
 # built BUILD [ARGUMENT...]: the tree, configured with no preset, and what its command says.
 built() {
     local build=$1
     shift
-    cmake -S "$top" -B "$build" $plain "$@" && cmake --build "$build" -j "$(nproc)" && runs "$build"
+    cmake -S "$top" -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON $plain "$@" && make_it "$build" && warns "$build" && runs "$build"
+}
+
+# A warning is an error only for who asks for that.
+warns() {
+    [ -f "$1/compile_commands.json" ] || return 0
+    local strict
+    strict=$(commands "$1" /Message.cpp | grep -c -e -Werror || :)
+    [ "$strict" = "$(grep -c 'ZBASE_WERROR:BOOL=ON' "$1/CMakeCache.txt")" ] || fail "warnings are errors: $strict"
 }
 
 runs() {
+    [ -z "$only_configure" ] || return 0
     local command
     command=$(find "$1" -name zbase -type f -perm -u+x | head -n 1)
     [[ $("$command" error 2) == *ENOENT* ]] || fail "$command does not run"
@@ -33,9 +49,9 @@ way_type_small() { built "$work/b" -DCMAKE_BUILD_TYPE=MinSizeRel; }
 way_make() { built "$work/b" -G "Unix Makefiles" -DCMAKE_BUILD_TYPE=RelWithDebInfo; }
 
 way_multi() {
-    cmake -S "$top" -B "$work/b" -G "Ninja Multi-Config" $plain
+    cmake -S "$top" -B "$work/b" -G "Ninja Multi-Config" $plain || return
     local type
-    for type in Debug Release; do cmake --build "$work/b" --config $type && runs "$work/b/tools/zbase/$type" || return; done
+    for type in Debug RelWithDebInfo; do make_it "$work/b" --config $type && runs "$work/b/tools/zbase/$type" || return; done
 }
 
 with_compiler() { CXX=$1 built "$work/b" -G Ninja -DCMAKE_BUILD_TYPE=Release; }
@@ -55,14 +71,18 @@ way_twice() {
     for place in "$work/one" "$work/another/place"; do
         git clone -q "$top" "$place" && ln -sfn "$top/third_party/breakpad/node_modules" "$place/third_party/breakpad/node_modules" &&
             cmake -S "$place" -B "$place/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $plain &&
-            cmake --build "$place/build" && DESTDIR=$place/installed cmake --install "$place/build" || return
+            make_it "$place/build" || return
+        [ -n "$only_configure" ] || DESTDIR=$place/installed cmake --install "$place/build" || return
     done
+    [ -z "$only_configure" ] || return 0
     diff -r "$work/one/installed" "$work/another/place/installed" || fail "the place is in what is installed"
 }
 
 way_absolute() {
     cmake -S "$top" -B "$work/b" -G Ninja $plain -DCMAKE_INSTALL_PREFIX="$work/p" -DCMAKE_INSTALL_LIBDIR="$work/elsewhere/lib" &&
-        cmake --build "$work/b" && cmake --install "$work/b" && runs "$work/p/bin" &&
+        make_it "$work/b" || return
+    [ -z "$only_configure" ] || return 0
+    cmake --install "$work/b" && runs "$work/p/bin" &&
         [ -f "$(PKG_CONFIG_PATH=$work/elsewhere/lib/pkgconfig pkg-config --variable=includedir zbase)/Base/ZBase.h" ] &&
         outside "$work/o" "-DCMAKE_PREFIX_PATH=$work/elsewhere;$work/p" "-DZBase_DIR=$work/elsewhere/lib/cmake/ZBase"
 }
@@ -74,7 +94,8 @@ outside() {
     cmake -S "$top/examples/consumer" -B "$build" "$@" && cmake --build "$build" && "$build/consumer" && "$build/consumer_xml"
 }
 
-# parent [ARGUMENT...]: a project with targets, flags, tests and an installation of its own that takes the tree in.
+# parent WAY [ARGUMENT...]: a project with targets, flags, tests and an installation of its own that takes the tree in by the
+# command WAY, below a path with blanks.
 parent() {
     local place="$work/a parent"
     mkdir -p "$place"
@@ -86,7 +107,7 @@ END
 cmake_minimum_required(VERSION 3.25)
 project(parent LANGUAGES CXX)
 set(CMAKE_CXX_STANDARD 17)
-get_directory_property(before VARIABLES)
+get_cmake_property(own CACHE_VARIABLES)
 $1
 foreach(name IN ITEMS CMAKE_CXX_STANDARD=17 CMAKE_CXX_VISIBILITY_PRESET= CMAKE_POSITION_INDEPENDENT_CODE= CMAKE_MODULE_PATH=)
     string(REGEX MATCH "^(.*)=(.*)$" both \${name})
@@ -94,8 +115,23 @@ foreach(name IN ITEMS CMAKE_CXX_STANDARD=17 CMAKE_CXX_VISIBILITY_PRESET= CMAKE_P
         message(FATAL_ERROR "\${CMAKE_MATCH_1} became \${\${CMAKE_MATCH_1}}")
     endif()
 endforeach()
-add_library(breakpad INTERFACE)
-add_library(test_support INTERFACE)
+
+# Whatever else the parent calls its variables and targets: ours have names that are ours, or those of CMake's own modules.
+get_cmake_property(all CACHE_VARIABLES)
+list(REMOVE_ITEM all \${own})
+list(FILTER all EXCLUDE REGEX "^(ZBASE_|ZBase_|CMAKE_|EXPAT_|PKG_CONFIG_|PC_EXPAT_|pkgcfg_lib_|__pkg_config|prefix_result|FIND_PACKAGE_MESSAGE|FETCHCONTENT_|GIT_EXECUTABLE|_GNUInstallDirs)")
+if(all)
+    message(FATAL_ERROR "Variables for everybody: \${all}")
+endif()
+get_property(place TARGET ZBase PROPERTY SOURCE_DIR)
+foreach(folder IN ITEMS "" Base DebugHelp ZLiteXML tools/zbase-stack-names tools/zbase-crash-sender)
+    get_property(targets DIRECTORY "\${place}/../\${folder}" PROPERTY BUILDSYSTEM_TARGETS)
+    list(FILTER targets EXCLUDE REGEX "^(zbase[_-]|ZBase$|ZLiteXML$)")
+    if(targets)
+        message(FATAL_ERROR "Targets for everybody: \${targets}")
+    endif()
+endforeach()
+
 add_executable(own own.cpp)
 enable_testing()
 add_test(NAME own COMMAND own)
@@ -106,9 +142,17 @@ add_executable(consumer_xml xml.cpp)
 target_link_libraries(consumer_xml PRIVATE ZBase::ZLiteXML)
 END
     shift
-    cmake -S "$place" -B "$place/build" -G Ninja "$@" && cmake --build "$place/build" || return
-    "$place/build/consumer" && "$place/build/consumer_xml" && "$place/build/own" || return
+    cmake -S "$place" -B "$place/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_EXPORT_COMPILE_COMMANDS=ON "$@" &&
+        make_it "$place/build" || return
+    local own
+    own=$(commands "$place/build" own.cpp)
+    [[ $own != *-W* && $own != *-fvisibility* && $own != *++20* ]] || fail "the parent's own source is built so: $own"
+    [[ $(commands "$place/build" /main.cpp | grep 'parent/main') == *"-std=gnu++20"* ]] || fail "who links the library lacks the standard"
     [ "$(ctest --test-dir "$place/build" -N | sed -n 's/^Total Tests: //p')" = 1 ] || fail "the parent got tests"
+    own=$(find "$place/build" -name cmake_install.cmake -exec grep -h 'file(INSTALL' {} +)
+    [ "$(wc -l <<<"$own")" = 1 ] || fail "the parent installs more than its own: $own"
+    [ -z "$only_configure" ] || return 0
+    "$place/build/consumer" && "$place/build/consumer_xml" && "$place/build/own" || return
     DESTDIR="$place/installed" cmake --install "$place/build" || return
     [ "$(find "$place/installed" -type f | wc -l)" = 1 ] || fail "the parent installs $(find "$place/installed" -type f)"
 }
@@ -120,24 +164,41 @@ FetchContent_Declare(zbase GIT_REPOSITORY \"$work/fetched from\" GIT_TAG HEAD)
 FetchContent_MakeAvailable(zbase)"
 }
 
+# A machine on which the library was built and whose tests nobody has asked for yet.
+way_without_test_packages() {
+    local said
+    said=$(cmake --preset release -B "$work/b" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_ICU=ON 2>&1) || fail "$said"
+    [[ $said == *"The tests are not built"*"setup.sh test"* ]] || fail "nothing was said of the tests: $said"
+    make_it "$work/b" --target zbase
+}
+
 # On a system that has nothing, all the compilers that it can have.
-if [ "${1:-}" = "" ] && [ "$(id -u)" = 0 ]; then
+if [ $# = 0 ] && [ "$(id -u)" = 0 ]; then
     scripts/setup.sh build
     compilers=$(apt-cache pkgnames | grep -E '^(g\+\+-1[2-4]|clang-1[4-9])$' | sort)
     quietly "Installing compilers" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends make git dpkg-dev $compilers
 fi
 
+doing=Building
 mapfile -t all < <(declare -F | sed -n 's/^declare -f way_//p')
 if [ "${1:-}" = --list ]; then printf '%s\n' "${all[@]}"; exit; fi
+if [ "${1:-}" = --configure ]; then
+    only_configure=1
+    doing=Configuring
+    shift
+fi
 [ $# -gt 0 ] || set -- "${all[@]}"
+failed=""
 for way in "$@"; do
+    declare -F "way_$way" >/dev/null || fail "no way \"$way\": --list names them"
     compiler=""
     case $way in gcc_*) compiler=g++-${way#*_} ;; clang_*) compiler=clang++-${way#*_} ;; esac
     if [ -n "$compiler" ] && ! command -v "$compiler" >/dev/null; then
         echo "$way: not here"
         continue
     fi
-    quietly "Building $way" alone "way_$way"
+    quietly "$doing $way" alone "way_$way" || failed="$failed $way"
     rm -rf "${work:?}"/*
 done
+[ -z "$failed" ] || fail "these do not build:$failed"
 echo "All of these build: $*"
