@@ -121,7 +121,7 @@ void DocumentWriter::Start(const char* name) {
     if (mHasEnded) ThrowFailure("The document has ended.");
     if (!IsXMLName(name)) ThrowFailure(Quoted(name) + " is no name of an element.");
     BeginMarkup();
-    mOpen.push_back({mNames.size()});
+    mOpen.emplace_back().nameStart = mNames.size();
     mNames.append(name).push_back('\0');
     mAttributes.clear();
     mFurtherAttributes.clear();

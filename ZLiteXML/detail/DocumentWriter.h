@@ -25,7 +25,7 @@ public:
 
 private:
     struct Element {
-        std::size_t nameStart;  // in `mNames`, where the name ends with a zero
+        std::size_t nameStart = 0;  // in `mNames`, where the name ends with a zero
         bool hasText = false;
         bool hasMarkup = false;  // elements or comments
     };

@@ -28,6 +28,29 @@ constexpr std::uint64_t kLongestToken = (1u << 30) - 2 * kLargestFeed;  // bytes
 // What the parser does at each start of an element grows with the attributes declared for it.
 constexpr unsigned int kMostDeclaredAttributes = 128;
 
+// Where the parser is, by whichever functions this Expat does not call deprecated.
+#if XML_MAJOR_VERSION * 1000 + XML_MINOR_VERSION >= 2009
+std::int64_t ByteIndex(XML_Parser parser) {
+    return XML_GetCurrentByteIndex64(parser);
+}
+std::uint64_t LineNumber(XML_Parser parser) {
+    return XML_GetCurrentLineNumber64(parser);
+}
+std::uint64_t ColumnNumber(XML_Parser parser) {
+    return XML_GetCurrentColumnNumber64(parser);
+}
+#else
+std::int64_t ByteIndex(XML_Parser parser) {
+    return XML_GetCurrentByteIndex(parser);
+}
+std::uint64_t LineNumber(XML_Parser parser) {
+    return XML_GetCurrentLineNumber(parser);
+}
+std::uint64_t ColumnNumber(XML_Parser parser) {
+    return XML_GetCurrentColumnNumber(parser);
+}
+#endif
+
 // "1." and digits, which is all that this parser is for.
 bool IsVersion(const char* version) {
     if (std::strncmp(version, "1.", 2) != 0 || version[2] == 0) return false;
@@ -183,13 +206,13 @@ void ExpatReader::ParsePiece(const char* bytes, int size, bool isLast) {
 
 // Bytes that the parser was given behind the last complete token. It names no place when it holds none.
 std::uint64_t ExpatReader::Unfinished() const {
-    const XML_Index done = XML_GetCurrentByteIndex(mParser.get());
+    const std::int64_t done = ByteIndex(mParser.get());
     return done < 0 ? 0 : mParsed - static_cast<std::uint64_t>(done);
 }
 
 void ExpatReader::Refuse(const std::string& reason) const {
-    ThrowFailure("Line " + std::to_string(XML_GetCurrentLineNumber(mParser.get())) + ", column " +
-                 std::to_string(XML_GetCurrentColumnNumber(mParser.get()) + 1) + ": " + reason + ".");
+    ThrowFailure("Line " + std::to_string(LineNumber(mParser.get())) + ", column " +
+                 std::to_string(ColumnNumber(mParser.get()) + 1) + ": " + reason + ".");
 }
 
 // Expat may still call back after it was stopped.
