@@ -1,12 +1,28 @@
 #!/bin/sh
-# bench.sh [BENCHMARK...]: measures load, memory, xml, stacks or text, each beside its peers in one run; without a name, all.
+# bench.sh [--check] [--docs] [BENCHMARK...]: measures load, memory, xml, stacks, text, messages, numbers or switches, each
+# beside its peers in one run; without a name, all. The last four have their goals in benchmarks/goals.tsv: --check measures
+# these alone and fails where one is missed by more than the spread, --docs writes docs/performance.md and its plots of them.
 set -eu
+options=""
+names=""
+for word in "$@"; do
+    case $word in
+        --check | --docs) options="$options $word" ;;
+        load | memory | xml | stacks | text | messages | numbers | switches) names="$names $word" ;;
+        *) echo "bench.sh: no benchmark \"$word\": load, memory, xml, stacks, text, messages, numbers or switches" >&2; exit 2 ;;
+    esac
+done
+case $options in *--docs*) names="text messages numbers switches" ;; esac
+if [ -z "$names" ]; then
+    names="text messages numbers switches"
+    [ -n "$options" ] || names="load memory xml stacks $names"
+fi
 cd "$(dirname "$0")/.."
 scripts/setup.sh bench
 build=build/bench
 log=$(mktemp)
 result=$(mktemp)
-trap 'rm -f "$log" "$result"' EXIT
+trap 'rm -f "$log" "$result"*' EXIT
 echo "Building the benchmarks ..."
 if ! { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZBASE_BUILD_BENCHMARKS=ON -DZBASE_BUILD_TESTS=OFF \
            -DZBASE_BUILD_TOOLS=OFF -DZBASE_BUILD_EXAMPLES=OFF && cmake --build "$build"; } >"$log" 2>&1; then
@@ -36,10 +52,19 @@ bench_xml() {
 
 bench_stacks() { "$build/benchmarks/stacks/StackBenchmark"; }
 
-bench_text() { "$build/benchmarks/text/TextBenchmark"; }
+# Those with goals give lines for one table.
+tables=""
+measure() {
+    "$build/benchmarks/$1/$2" >"$result.$1"
+    tables="$tables $1=$result.$1"
+}
+bench_text() { measure text TextBenchmark; }
+bench_messages() { measure messages MessageBenchmark; }
+bench_numbers() { measure numbers NumberBenchmark; }
+bench_switches() { measure switches SwitchBenchmark; }
 
-[ $# -gt 0 ] || set -- load memory xml stacks text
-for name in "$@"; do
+for name in $names; do
     echo "== $name"
     "bench_$name"
 done
+[ -z "$tables" ] || python3 benchmarks/table.py $options $tables

@@ -16,7 +16,7 @@ scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$b
 test="$build libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
 package="$build dpkg-dev fakeroot file lintian"
-bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev"
+bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
 
 wanted=""
 breakpad=""

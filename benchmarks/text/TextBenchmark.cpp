@@ -1,15 +1,11 @@
-// Conversions between UTF-8 and wide text beside ICU's, on texts of 64 octets to 1 MiB in five scripts.
-//
-// A speed is octets of UTF-8 per second in the quickest of many short rounds, in which the two take turns, so
-// that what else the machine does counts as little as it can. Decoding goes into memory that is there;
-// encoding makes a result, which ICU does not have to.
+// Conversions between UTF-8 and wide text beside ICU's, on texts of 16 octets to 1 MiB in five scripts, and
+// with flaws that are replaced. Decoding goes into memory that is there; encoding makes a result, which ICU
+// does not have to.
 
 #include <Base/ZBase.h>
 
 #include <unicode/ustring.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -18,43 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/support/Beside.h"
+
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t kLengths[] = {64, 4096, std::size_t{1} << 20};
-constexpr int kRounds = 400;
-constexpr double kRoundSeconds = 5e-5;
-
-// Keeps the compiler from leaving out what makes it.
-void Use(const void* value) {
-    asm volatile("" : : "r"(value) : "memory");
-}
-
-template <class Work>
-double Seconds(Work work, std::size_t turns) {
-    const auto start = Clock::now();
-    for (std::size_t turn = 0; turn != turns; ++turn) work();
-    return std::chrono::duration<double>(Clock::now() - start).count() / static_cast<double>(turns);
-}
-
-// The least time of each of two, in seconds.
-struct Times {
-    double ours = 1;
-    double peers = 1;
-};
-
-template <class Ours, class Peers>
-Times Compare(Ours ours, Peers peers) {
-    Times times;
-    const double first = std::max({Seconds(ours, 1), Seconds(peers, 1), 1e-9});
-    const auto turns = std::max<std::size_t>(1, static_cast<std::size_t>(kRoundSeconds / first));
-    for (int round = 0; round != kRounds; ++round) {
-        times.ours = std::min(times.ours, Seconds(ours, turns));
-        times.peers = std::min(times.peers, Seconds(peers, turns));
-    }
-    return times;
-}
+constexpr std::size_t kShortest = 16;
+constexpr std::size_t kLongest = std::size_t{1} << 20;
 
 std::string ReadFiles(const std::vector<std::string>& names) {
     std::string text;
@@ -89,41 +54,96 @@ void Check(UErrorCode code) {
     if (U_FAILURE(code)) throw std::runtime_error(u_errorName(code));
 }
 
-void Measure(const char* script, const std::string& octets) {
-    const auto size = static_cast<std::int32_t>(octets.size());
-    const auto* source = reinterpret_cast<const unsigned char*>(octets.data());
-    std::vector<unsigned short> ours(octets.size() + 1);
-    std::u16string peers(octets.size() + 1, u'\0');
-    std::int32_t units = 0;
-    const Times decoding = Compare(
-        [&] {
-            ZBase::UTF8ToWideChar(source, ours.data(), octets.size(), false);
-            Use(ours.data());
-        },
-        [&] {
-            UErrorCode code = U_ZERO_ERROR;
-            u_strFromUTF8(peers.data(), size + 1, &units, octets.data(), size, &code);
-            Check(code);
-            Use(peers.data());
-        });
-    if (std::memcmp(ours.data(), peers.data(), static_cast<std::size_t>(units) * sizeof(char16_t)) != 0) {
-        throw std::runtime_error("the two do not agree");
+constexpr bench::Rounds kRounds{100, 5e-5};
+
+// "4 KiB" for 4096.
+std::string Name(std::size_t length) {
+    if (length < 1024) return std::to_string(length);
+    return length < kLongest ? std::to_string(length >> 10).append(" KiB")
+                             : std::to_string(length >> 20).append(" MiB");
+}
+
+class Conversion {
+public:
+    explicit Conversion(std::string octets)
+        : mOctets(std::move(octets)),
+          mOurs(mOctets.size() + 1),
+          mPeers(mOctets.size() + 1, u'\0'),
+          mBack(mOctets.size() + 1, '\0') {
+        Decode(false);
+        DecodePeers(-1);
+        if (std::memcmp(mOurs.data(), mPeers.data(), static_cast<std::size_t>(mUnits) * sizeof(char16_t)) !=
+            0)
+            throw std::runtime_error("the two do not agree");
     }
 
-    std::string back(octets.size() + 1, '\0');
-    const Times encoding =
-        Compare([&] { Use(ZBase::WideCharToUTF8(ours.data(), false).c_str()); },
-                [&] {
-                    UErrorCode code = U_ZERO_ERROR;
-                    std::int32_t length = 0;
-                    u_strToUTF8(back.data(), size + 1, &length, peers.data(), units, &code);
-                    Check(code);
-                    Use(back.data());
-                });
-    const double gigabytes = static_cast<double>(octets.size()) / 1e9;
-    std::printf("%-9s%9zu%10.2f%8.2f%8.2f%12.2f%8.2f%8.2f\n", script, octets.size(),
-                gigabytes / decoding.ours, gigabytes / decoding.peers, decoding.peers / decoding.ours,
-                gigabytes / encoding.ours, gigabytes / encoding.peers, encoding.peers / encoding.ours);
+    void Decode(bool replace) {
+        ZBase::UTF8ToWideChar(reinterpret_cast<const unsigned char*>(mOctets.data()), mOurs.data(),
+                              mOctets.size(), replace);
+        bench::Use(mOurs.data());
+    }
+    void DecodePeers(int replacement) {
+        UErrorCode code = U_ZERO_ERROR;
+        u_strFromUTF8WithSub(mPeers.data(), Size() + 1, &mUnits, mOctets.data(), Size(), replacement, nullptr,
+                             &code);
+        Check(code);
+        bench::Use(mPeers.data());
+    }
+    void Encode(bool replace) { bench::Use(ZBase::WideCharToUTF8(mOurs.data(), replace).c_str()); }
+    void EncodePeers() {
+        UErrorCode code = U_ZERO_ERROR;
+        std::int32_t length = 0;
+        u_strToUTF8(mBack.data(), Size() + 1, &length, mPeers.data(), mUnits, &code);
+        Check(code);
+        bench::Use(mBack.data());
+    }
+
+    /// Puts a flaw at each `distance`: one that both replace.
+    void Spoil(std::size_t distance) {
+        for (std::size_t at = distance / 2; at < mOctets.size(); at += distance) mOctets[at] = '\xFF';
+        for (std::size_t at = distance / 2; at < mOctets.size(); at += distance) mOurs[at] = 0xFFFF;
+    }
+
+    std::size_t Octets() const { return mOctets.size(); }
+
+private:
+    std::int32_t Size() const { return static_cast<std::int32_t>(mOctets.size()); }
+
+    std::string mOctets;
+    std::vector<unsigned short> mOurs;
+    std::u16string mPeers;
+    std::string mBack;
+    std::int32_t mUnits = 0;
+};
+
+void Measure(const std::string& script, const std::string& text, std::size_t length) {
+    Conversion conversion(Cut(text, length));
+    const std::string what = script + ", " + Name(length);
+    bench::Beside(
+        "decoding, " + what, conversion.Octets(), [&] { conversion.Decode(false); },
+        [&] { conversion.DecodePeers(-1); }, kRounds);
+    bench::Beside(
+        "encoding, " + what, conversion.Octets(), [&] { conversion.Encode(false); },
+        [&] { conversion.EncodePeers(); }, kRounds);
+}
+
+// Beside the same text without a flaw, and beside ICU.
+void MeasureFlaws(const std::string& text, std::size_t distance) {
+    Conversion clean(Cut(text, 65536)), flawed(Cut(text, 65536));
+    flawed.Spoil(distance);
+    const std::string what = ", one flaw in " + std::to_string(distance);
+    bench::Beside(
+        "decoding" + what + ", beside none", clean.Octets(), [&] { flawed.Decode(true); },
+        [&] { clean.Decode(true); }, kRounds);
+    bench::Beside(
+        "encoding" + what + ", beside none", clean.Octets(), [&] { flawed.Encode(true); },
+        [&] { clean.Encode(true); }, kRounds);
+    bench::Beside(
+        "decoding" + what, clean.Octets(), [&] { flawed.Decode(true); }, [&] { flawed.DecodePeers(0xFFFD); },
+        kRounds);
+    bench::Beside(
+        "encoding" + what, clean.Octets(), [&] { flawed.Encode(true); }, [&] { clean.EncodePeers(); },
+        kRounds);
 }
 
 }  // namespace
@@ -136,16 +156,16 @@ int main() {
     } texts[] = {
         {"ASCII", "All that has been said of the matter so far is written down in plain words, one by one. "},
         {"French",
-         "Il était une fois, au bord d'une forêt, un garçon nommé Théo qui aimait la musique et les élèves "
-         "de "
-         "l'école où il avait été reçu dès l'été. "},
+         "Il \u00E9tait une fois, au bord d'une for\u00EAt, un gar\u00E7on nomm\u00E9 Th\u00E9o qui aimait "
+         "la musique et les "
+         "\u00E9l\u00E8ves de l'\u00E9cole o\u00F9 il avait \u00E9t\u00E9 re\u00E7u d\u00E8s "
+         "l'\u00E9t\u00E9. "},
         {"Cyrillic", ReadFiles({fortunes + "ru/love", fortunes + "ru/polit", fortunes + "ru/knowledge"})},
         {"Chinese", ReadFiles({fortunes + "tang300", fortunes + "song100"})},
         {"emoji", Emoji()},
     };
-    std::printf("%-9s%9s%26s%28s\n", "", "octets", "UTF-8 to wide, GB/s", "wide to UTF-8, GB/s");
-    std::printf("%-9s%9s%10s%8s%8s%12s%8s%8s\n", "", "", "ours", "ICU", "ratio", "ours", "ICU", "ratio");
     for (const auto& [script, text] : texts) {
-        for (const std::size_t length : kLengths) Measure(script, Cut(text, length));
+        for (std::size_t length = kShortest; length <= kLongest; length *= 4) Measure(script, text, length);
     }
+    for (const std::size_t distance : {1000, 32}) MeasureFlaws(texts[0].text, distance);
 }
