@@ -32,6 +32,7 @@ public:
     virtual ~UTF8Reader() = default;
 };
 
+/// What a document may be at most; one that is more is refused.
 struct ReaderBounds {
     std::size_t depth = 10'000;  // elements around another; a list of n errors is n levels deep
     std::uint64_t size = std::uint64_t{64} << 20;  // bytes of the document

@@ -15,6 +15,7 @@ namespace ZLiteXML {
 /// added at once.
 class ZLITEXML_INTERFACE UTF8Writer : public virtual UTF8EventHandler {};
 
+/// How a document is written.
 struct WriterOptions {
     bool declaration = true;  // "<?xml ...?>" in front, with the encoding
     unsigned int indentation =

@@ -1,6 +1,6 @@
 #!/bin/bash
 # check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "bare",
-# "packages" and "builds", which make whole systems and take up to an hour or, "builds", some.
+# "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, and "docs", which needs a browser.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
@@ -114,6 +114,19 @@ check_pages() {
     quietly "Running what the pages show" scripts/pages.py
 }
 
+# Pages and reference as HTML, without a warning and with every link leading somewhere, and the first page in a browser.
+check_docs() {
+    scripts/docs.sh
+    scripts/links.py build/docs
+    scripts/setup.sh browse
+    local shown profile
+    profile=$(mktemp -d)
+    shown=$(timeout 120 chromium --headless --no-sandbox --disable-gpu --user-data-dir="$profile" --virtual-time-budget=5000 \
+        --dump-dom "file://$PWD/build/docs/index.html" 2>/dev/null) || { echo "The browser failed"; exit 1; }
+    rm -rf "$profile"
+    [[ $shown == *"First steps"* && $shown == *"How a failure travels"* ]] || { echo "The first page is not shown: $shown"; exit 1; }
+}
+
 check_tidy() {
     cmake --preset clang >/dev/null
     # What the configuration leaves out has no compile command.
@@ -191,7 +204,7 @@ steps=("$@")
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done
-if [[ " bare packages builds " != *" ${steps[*]} "* ]]; then
+if [[ " bare packages builds docs " != *" ${steps[*]} "* ]]; then
     scripts/setup.sh check
     [ -d build/release ] || scripts/build.sh
 fi

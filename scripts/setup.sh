@@ -5,6 +5,8 @@
 #   check  formatting, static analysis, the second compilers, fuzzers
 #   bench  the benchmarks and their peers
 #   package  Debian packages, and what looks at them
+#   docs   the pages and the reference as HTML
+#   browse a browser that looks at them
 #   bare   a bare system to try all of it on
 set -eu
 cd "$(dirname "$0")/.."
@@ -16,6 +18,8 @@ scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$b
 test="$build libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
 package="$build dpkg-dev fakeroot file lintian"
+docs="doxygen python3"
+browse="$docs chromium"
 bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
 
 wanted=""
@@ -27,8 +31,10 @@ for group in "$@"; do
         check) wanted="$wanted $check" breakpad=1 ;;
         bench) wanted="$wanted $bench" breakpad=1 ;;
         package) wanted="$wanted $package" breakpad=1 ;;
+        docs) wanted="$wanted $docs" ;;
+        browse) wanted="$wanted $browse" ;;
         bare) wanted="$wanted debootstrap" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check, bench, package or bare" >&2; exit 2 ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, bench, package, docs, browse or bare" >&2; exit 2 ;;
     esac
 done
 

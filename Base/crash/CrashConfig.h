@@ -41,6 +41,8 @@ using CrashConfigTable = std::map<WideString, WideString>;
 /// What the settings of the file come to.
 enum class ECrashSettings { eComplete, eDisabled, eNoServerURL, eNoServerProdURL };
 
+/// The first that keeps a handler from being installed, in the order disabled, no `ServerURL`, no
+/// `ServerProdURL`; else complete.
 ZBASE_API ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings);
 
 /// True only for "true" and "TRUE".

@@ -9,13 +9,12 @@ namespace ZBase {
 ///
 ///     catch (...) { log << MessageOfCurrentException(); }
 ///
-/// | Exception | Message |
-/// |---|---|
-/// | a `Message` | its copy |
-/// | `std::bad_alloc` | domain `MESSAGE_DOMAIN_ERRNO`, id 12 |
-/// | `std::system_error` | what it says, in domain 0 with id -1; wrapped in it one of domain
-/// `MESSAGE_DOMAIN_ERRNO`, whose id is the error number, if the code means one | | another `std::exception` |
-/// what it says, in domain 0 with id -1 | | anything else | the name of its type, in domain 0 with id -1 |
+/// - of a `Message` it is the copy;
+/// - of a `std::bad_alloc` domain `MESSAGE_DOMAIN_ERRNO`, id 12;
+/// - of a `std::system_error` what it says, in domain 0 with id -1, and wrapped in that one of domain
+///   `MESSAGE_DOMAIN_ERRNO`, whose id is the error number, if the code means one;
+/// - of another `std::exception` what it says, in domain 0 with id -1;
+/// - of anything else the name of its type, in domain 0 with id -1.
 ///
 /// An exception that another was thrown with (`std::throw_with_nested`) is nested as the cause, up to a depth
 /// of 64; behind a message that has a cause already it follows on the same level. Where nothing is being

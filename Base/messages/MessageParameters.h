@@ -30,6 +30,7 @@ private:
     const Message* mpMessage;  // held, not owned
 };
 
+/// A forward iterator, good as long as the message does not change.
 class ZBASE_API MessageParameters::Iterator {
 public:
     using value_type = const char*;

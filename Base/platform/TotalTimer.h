@@ -46,6 +46,7 @@ private:
 // again: unless the system has come to count by then, that is a second exception while the first one is on
 // its way, and the process is terminated. A copy of a running timer measures for itself.
 
+/// Adds to one total.
 class ZBASE_API TotalTimer::Timer {
 public:
     Timer(TotalTimer& target);
@@ -61,7 +62,7 @@ private:
     std::uint64_t mStart;  // ticks
 };
 
-/// The totals may be one and the same, which then gets the measurement twice.
+/// Adds to two totals, which may be one and the same; then that gets the measurement twice.
 class ZBASE_API TotalTimer::Timer2 {
 public:
     Timer2(TotalTimer& first, TotalTimer& second);
@@ -78,6 +79,7 @@ private:
     std::uint64_t mStart;  // ticks
 };
 
+/// Adds to three totals, as `Timer2` does.
 class ZBASE_API TotalTimer::Timer3 {
 public:
     Timer3(TotalTimer& first, TotalTimer& second, TotalTimer& third);

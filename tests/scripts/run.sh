@@ -263,6 +263,45 @@ test_LinkThatLeadsNowhereIsTold() {
     expect "$said" "2 links that lead nowhere"
 }
 
+test_ReferenceSaysForAllWhatTheHeaderSaysOnce() {
+    cat >header.h <<'END'
+// Of all. More.
+
+ZBASE_API int One();
+ZBASE_API int Two();
+
+/// Of the pair.
+ZBASE_API int Three();
+ZBASE_API int Four();
+
+struct Five {
+    int six;  // of six
+};
+END
+    diff <(scripts/reference_filter.py header.h) - <<'END'
+/// @file
+/// Of all. More.
+
+///@{
+/// Of all. More.
+ZBASE_API int One();
+ZBASE_API int Two();
+///@}
+
+///@{
+/// Of the pair.
+ZBASE_API int Three();
+ZBASE_API int Four();
+///@}
+
+struct Five {
+    int six;  ///< of six
+};
+
+
+END
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?

@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""reference_filter.py FILE: a header or a page as Doxygen wants it, on the standard output.
+
+A header says a thing once: in a comment of its own for all that follows, above the first of several declarations for all of them,
+and behind a member for that member. Doxygen is told so, for it takes a comment for the next declaration alone. What a page links to
+is a part of the reference, if it is a header, or lies in the folder "tree" of the site, where scripts/docs.sh puts it."""
+
+import re
+import sys
+
+
+def is_comment(line):
+    return bool(re.match(r"\s*//(/? |/?$)", line))
+
+
+def is_documentation(line):
+    return bool(re.match(r"\s*///( |$)", line))
+
+
+def split_comment(lines):
+    """The comment in front of a paragraph, and the rest."""
+    end = 0
+    while end < len(lines) and is_comment(lines[end]):
+        end += 1
+    return lines[:end], lines[end:]
+
+
+def declarations(lines):
+    """How many a paragraph has, without a comment of their own; 0 if it opens or closes what it does not close or open."""
+    if any(map(is_documentation, lines)):
+        return 0
+    code = "\n".join(re.sub(r"//.*", "", line) for line in lines)
+    if code.count("{") != code.count("}") or re.search(r"^\s*(#|namespace|static_assert|public:|private:|protected:)", code, re.M):
+        return 0
+    depth, count = 0, 0
+    for character in code:
+        depth += {"{": 1, "}": -1}.get(character, 0)
+        count += depth == 0 and character in ";}"
+    return count
+
+
+def documented(comment, lines):
+    """What a comment says of each declaration of a paragraph."""
+    indentation = re.match(r"\s*", lines[0])[0]
+    comment = [indentation + "///" + re.sub(r"\s*///?", "", line) for line in comment]
+    return [indentation + "///@{", *comment, *document_members(lines), indentation + "///@}"]
+
+
+def document_members(lines):
+    return [re.sub(r"^(\s+[^/\s][^/]*[;,]|\s+\w+)\s+// (?!namespace)(.*)$", r"\1  ///< \2", line) for line in lines]
+
+
+def page(text):
+    text = re.sub(r"\[([^]]*)\]\(\.\./((?:Base|ZLiteXML)/[^)]*\.h)\)", r'@ref \2 "\1"', text)
+    return text.replace("](../", "](tree/")
+
+
+def main():
+    text = open(sys.argv[1], encoding="utf-8").read()
+    if sys.argv[1].endswith(".md"):
+        sys.stdout.write(page(text))
+    else:
+        header(text)
+
+
+def header(text):
+    said_before = []  # a comment of its own, directly before this paragraph
+    for block in text.split("\n\n"):
+        lines = block.split("\n")
+        comment, rest = split_comment(lines)
+        count = declarations(rest)
+        if comment and not rest:
+            if lines[0].startswith("//"):
+                print("/// @file\n" + "\n".join("///" + line.lstrip("/") for line in lines))
+            said_before = comment
+            print()
+            continue
+        if comment and (count > 1 or count == 1 and not is_documentation(comment[0])):
+            lines = documented(comment, rest)
+        elif said_before and not comment and count > 0:
+            lines = documented(said_before, rest)
+        else:
+            lines = comment + document_members(rest)
+        said_before = []
+        print("\n".join(lines) + "\n")
+
+
+main()
