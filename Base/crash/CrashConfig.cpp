@@ -29,6 +29,8 @@ constexpr CrashNumber kNumbers[] = {
      1'000'000, 100},
     {"send_pause_seconds"_w, "the first pause when they can't be sent; doubled up to an hour", 1, 3600, 60},
     {"max_age_days"_w, "the days after which a dump goes; 0: never", 0, 100'000, 30},
+    {"max_attachments"_w, "the most files that go with a report", 0, 100, 8},
+    {"attachment_megabytes"_w, "the most of each file that goes along; of a longer one its end", 1, 100, 1},
 };
 
 // Text in the encoding of the locale, zeros in it included; false if it is none. Between zeros it is decoded

@@ -1,4 +1,5 @@
 #include <Base/crash/CrashStore.h>
+#include <Base/crash/detail/Attachments.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
@@ -56,6 +57,41 @@ bool Rename(const std::string& from, const std::string& to) {
     return !failed;
 }
 
+void RemoveAttachments(const std::string& place) {
+    os::HeldFile directory;
+    std::error_code failed;
+    if (directory.HoldDirectory(place) && directory.IsOwn()) fs::remove_all(place, failed);
+}
+
+// What is left without a dump belongs to nobody. A sender may rename the dump meanwhile, and back.
+bool HasDump(const std::string& stem) {
+    std::error_code failed;
+    return fs::exists(stem + kDump, failed) || fs::exists(stem + kSending, failed) ||
+           fs::exists(stem + kDump, failed);
+}
+
+void RemoveLostAttachments(const fs::path& directory) {
+    std::error_code failed;
+    for (fs::directory_iterator at(directory, failed), end; !failed && at != end; at.increment(failed)) {
+        const std::string guid = GuidOf(at->path().filename().string(), detail::kAttachmentsEnding);
+        if (!guid.empty() && !HasDump((directory / guid).string())) RemoveAttachments(at->path().string());
+    }
+}
+
+// Its attachments go first: without the dump nobody would know whose they are.
+bool RemoveDump(const std::string& dump) {
+    RemoveAttachments(detail::AttachmentsOf(dump));
+    std::error_code failed;
+    return fs::remove(dump, failed);
+}
+
+unsigned long long OctetsOfAttachments(const fs::path& dump) {
+    unsigned long long octets = 0;
+    os::VisitFiles(detail::AttachmentsOf(dump.string()),
+                   [&](const os::FileEntry& file) { octets += file.octets; });
+    return octets;
+}
+
 }  // namespace
 
 ClaimedDump::ClaimedDump() : mpFile(std::make_unique<os::HeldFile>()) {}
@@ -78,8 +114,7 @@ bool ClaimedDump::Claim(const std::string& path) {
 }
 
 bool ClaimedDump::Remove() {
-    std::error_code failed;
-    if (mPath.empty() || !fs::remove(mPath, failed)) return false;
+    if (mPath.empty() || !RemoveDump(mPath)) return false;
     mPath.clear();
     return true;
 }
@@ -109,6 +144,7 @@ CrashStore::CrashStore(const std::string& directory, const CrashConfigTable& set
 CrashStore::~CrashStore() = default;
 
 unsigned int CrashStore::Trim(const std::string& without) {
+    RemoveLostAttachments(mDirectory);
     std::vector<Entry> entries = Entries();
     std::erase_if(
         entries, [&](const Entry& entry) { return (fs::path(mDirectory) / entry.name).string() == without; });
@@ -157,7 +193,8 @@ std::vector<CrashStore::Entry> CrashStore::Entries() const {
     std::vector<Entry> entries;
     os::VisitFiles(mDirectory, [&](const os::FileEntry& file) {
         if (!GuidOfDump(file.name).empty())
-            entries.push_back({file.name, file.octets, file.changed, file.nanoseconds});
+            entries.push_back({file.name, file.octets + OctetsOfAttachments(fs::path(mDirectory) / file.name),
+                               file.changed, file.nanoseconds});
     });
     std::sort(entries.begin(), entries.end(), [](const Entry& one, const Entry& other) {
         return std::tie(one.changed, one.nanoseconds, one.name) <
@@ -169,8 +206,7 @@ std::vector<CrashStore::Entry> CrashStore::Entries() const {
 bool CrashStore::Remove(const Entry& entry) {
     const fs::path path = fs::path(mDirectory) / entry.name;
     os::HeldFile file;
-    std::error_code failed;
-    return file.Hold(path.string()) && file.IsOwn() && fs::remove(path, failed);
+    return file.Hold(path.string()) && file.IsOwn() && RemoveDump(path.string());
 }
 
 }  // namespace ZBase

@@ -43,8 +43,9 @@ private:
 
 /// The directory of an application's dumps, which is kept within the bounds that the configuration sets. A
 /// dump is a regular file there whose name is a GUID and ".dmp"; while a sender has it, the GUID and
-/// ".sending.dmp". A line at its end says that its server has it. Whatever else lies there, and dumps of
-/// other users, is left alone.
+/// ".sending.dmp". A line at its end says that its server has it. The files that go with its report lie in a
+/// directory, the GUID and ".attachments", which counts as a part of it. Whatever else lies there, and dumps
+/// of other users, is left alone.
 ///
 /// Whoever writes a dump, or sends it, holds its file, and nobody removes or sends what another one holds:
 /// any number of threads and processes may work on one directory.

@@ -1,6 +1,7 @@
 // crash-receiver: a report server for development. It takes crash reports as the library sends them, writes
-// each as NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, and answers
-// with the number once they are written; with 500 if they can't be, so that the sender keeps its dump.
+// each as NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, with each
+// file that goes along as NUMBER-NAME, and answers with the number once they are written; with 500 if they
+// can't be, so that the sender keeps its dump.
 //
 //   crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]
 //
@@ -10,6 +11,7 @@
 #include <httplib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <cstdio>
@@ -18,6 +20,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -35,18 +38,34 @@ public:
     std::string Add(const httplib::MultipartFormDataMap& fields) {
         const std::string number = std::to_string(++mReports);
         std::string keys;
+        std::vector<fs::path> files;
+        bool isWhole = true;
+        const auto store = [&](const std::string& name, const std::string& content) {
+            files.push_back(mDirectory / (number + name));
+            isWhole = isWhole && Write(files.back(), content);
+        };
         for (const auto& [name, field] : fields) {
-            if (name != kDumpField) keys += name + '=' + field.content + '\n';
+            if (name == kDumpField)
+                store(".dmp", field.content);
+            else if (!field.filename.empty())
+                store("-" + FileName(name), field.content);
+            else
+                keys += name + '=' + field.content + '\n';
         }
-        const fs::path keysFile = mDirectory / (number + ".keys");
-        const fs::path dumpFile = mDirectory / (number + ".dmp");
-        if (Write(keysFile, keys) && Write(dumpFile, fields.find(kDumpField)->second.content)) return number;
+        store(".keys", keys);
+        if (isWhole) return number;
         std::error_code ignored;
-        for (const fs::path& file : {keysFile, dumpFile}) fs::remove(file, ignored);
+        for (const fs::path& file : files) fs::remove(file, ignored);
         return "";
     }
 
 private:
+    // It comes from elsewhere, and must not lead out of the directory.
+    static std::string FileName(std::string name) {
+        std::replace(name.begin(), name.end(), '/', '_');
+        return name;
+    }
+
     static bool Write(const fs::path& path, const std::string& content) {
         std::ofstream file(path, std::ios::binary);
         file << content;

@@ -3,13 +3,15 @@
 //
 // "report", the address of the server, the path of the dump, the names and values of the settings with an
 // empty text behind them, and then the names and values of the crash keys, to the end: a process that has
-// just crashed can't send its report itself. The answer is "0" and the `ReportResult`. Then room is made
-// where the dump lies.
+// just crashed can't send its report itself. First the files that go along are copied as they are now. The
+// answer is "0" and the `ReportResult`. Then room is made where the dump lies.
 //
 // "left dumps", the number of the process, a directory, and the settings as above: sends what was left there.
 // The answer comes at once, and the work is done in the background.
 
 #include "LeftDumps.h"
+
+#include "tools/zbase/CrashAttachments.h"
 
 #include <Base/ZBase.h>
 
@@ -56,6 +58,10 @@ ZBase::CrashConfigTable Pairs(const Texts& texts, std::size_t& at) {
     return pairs;
 }
 
+WideString Wide(const std::string& text) {
+    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
+}
+
 std::string Narrow(const WideString& text) {
     return ZBase::WideCharToUTF8(text.c_str(), true).c_str();
 }
@@ -72,13 +78,17 @@ bool KeepsDumps(const ZBase::CrashConfigTable& settings) {
 bool SendReport(const Texts& texts) {
     std::size_t at = 3;
     const ZBase::CrashConfigTable settings = Pairs(texts, at);
-    const CrashReportSender::Fields parameters = Pairs(texts, at);
-    const ZBase::ReportResult result =
-        CrashReportSender(WideString())
-            .SendCrashReport(texts[1], parameters, {{"upload_file_minidump"_w, texts[2]}}, nullptr);
-    const bool isTaken = Answer(static_cast<char>('0' + result));
+    CrashReportSender::Fields parameters = Pairs(texts, at);
+    CrashReportSender::Fields files = {{"upload_file_minidump"_w, texts[2]}};
     const std::filesystem::path dump(Narrow(texts[2]));
+    const std::string missing = KeepAttachments(dump, settings);
+    if (!missing.empty()) parameters.try_emplace(Wide(kMissingAttachments), Wide(missing));
+    AddAttachments(dump, parameters, files);
+    const ZBase::ReportResult result =
+        CrashReportSender(WideString()).SendCrashReport(texts[1], parameters, files, nullptr);
     const bool goes = result == ZBase::RESULT_SUCCEEDED && !KeepsDumps(settings);
+    if (goes) RemoveAttachments(dump);
+    const bool isTaken = Answer(static_cast<char>('0' + result));
     ZBase::CrashStore(dump.parent_path().string(), settings).Trim(goes ? dump.string() : "");
     return isTaken;
 }

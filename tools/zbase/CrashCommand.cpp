@@ -1,8 +1,11 @@
 #include "Commands.h"
 #include "Console.h"
+#include "CrashAttachments.h"
 #include "CrashDelivery.h"
 #include "CrashDumps.h"
 #include "LocalReceiver.h"
+
+#include <Base/crash/detail/Attachments.h>
 
 #include <dlfcn.h>
 #include <strings.h>
@@ -63,7 +66,7 @@ bool IsSetting(const std::string& key) {
                                           "dump_path", "native_dump", "keep_dump_file",
                                           "send_left", "stacks_on",   "chain"};
     return std::find(kTexts.begin(), kTexts.end(), key) != kTexts.end() ||
-           ZBase::FindCrashNumber(Wide(key)) != nullptr;
+           ZBase::FindCrashNumber(Wide(key)) != nullptr || ZBase::detail::IsAttachment(Wide(key));
 }
 
 std::string MeaningOfNumber(const ZBase::CrashNumber& number, const WideString& value) {
@@ -98,6 +101,7 @@ std::string MeaningOf(const std::string& key, const WideString& value) {
         return MeaningOfNumber(*number, value);
     if (key == "stacks_on")
         return "the signal that has all stacks written: SIGQUIT, SIGHUP, SIGUSR1 or SIGUSR2; none else";
+    if (ZBase::detail::IsAttachment(Wide(key))) return "a file whose end goes with each report";
     return "counts for nothing: no setting has this name" +
            (IsSetting(Trimmed(key)) ? ", blanks belong to it" : std::string());
 }
@@ -185,6 +189,23 @@ std::string LostReports(const Config& config) {
     for (const auto* key : {"ServerURL"_w, "ServerProdURL"_w}) {
         const std::string why = WhyNoReport(Setting(config, key, ""));
         if (!why.empty()) lines += "No report would arrive: " + Narrow(key) + " " + why + ".\n";
+    }
+    return lines;
+}
+
+// Which files would not go with reports as they stand now, a line each.
+std::string LostAttachments(const Config& config) {
+    std::string lines;
+    for (const CrashAttachment& attachment : AttachmentsIn(config.settings)) {
+        std::string why = attachment.obstacle;
+        std::error_code none;
+        if (why.empty() && !fs::is_regular_file(attachment.file, none)) {
+            why = fs::exists(attachment.file, none) ? " is no regular file" : " is not there";
+            why = attachment.file.string() + why;
+        } else if (why.empty() && access(attachment.file.c_str(), R_OK) != 0) {
+            why = attachment.file.string() + " can't be read by this user";
+        }
+        if (!why.empty()) lines += "No file would go along as " + attachment.name + ": " + Shown(why) + ".\n";
     }
     return lines;
 }
@@ -345,6 +366,7 @@ int RunCrashCheck(const std::string& file) {
     }
     Print("The crash handler would be installed; dumps go to " + Shown(DumpDirectory(config).string()) +
           ".\n");
+    Print(LostAttachments(config));
     const std::string lost = LostReports(config);
     Print(lost);
     return lost.empty() ? 0 : 1;

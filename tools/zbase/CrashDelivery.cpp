@@ -1,5 +1,6 @@
 #include "CrashDelivery.h"
 #include "Console.h"
+#include "CrashAttachments.h"
 #include "CrashDumps.h"
 
 #include <system_error>
@@ -61,12 +62,14 @@ ZBase::ReportResult CrashDelivery::Send(const fs::path& dump, bool& isDump, Wide
     CrashReportSender::Fields parameters;
     if (!report.hasKeys) parameters = mCrashKeys;
     for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
+    CrashReportSender::Fields files = {{"upload_file_minidump"_w, Wide(dump)}};
+    AddAttachments(dump, parameters, files);
     const unsigned int most = ZBase::CrashNumberOf(mSettings, "max_reports_per_day"_w);
     CrashReportSender sender(most == 0 ? WideString() : Wide(mDirectory / kCountFile));
     if (most != 0) sender.set_max_reports_per_day(static_cast<int>(most));
     return sender.SendCrashReport(
-        Setting(mSettings, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w), parameters,
-        {{"upload_file_minidump"_w, Wide(dump)}}, &reportCode);
+        Setting(mSettings, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w), parameters, files,
+        &reportCode);
 }
 
 void CrashDelivery::CleanUp() const {

@@ -1,3 +1,4 @@
+#include <Base/crash/detail/Attachments.h>
 #include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/CrashNotesBlock.h>
 #include <Base/crash/detail/CrashReport.h>
@@ -11,6 +12,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -61,6 +63,15 @@ std::string Server(const unsigned short* key) {
     return (found == gCrashConfig.end() ? "" : ReportText(found->second)) + '\0';
 }
 
+// A relative path of an attachment is meant from the present directory on.
+std::string SettingText(const WideString& name, const WideString& value) {
+    const std::string text = ReportText(value);
+    if (!IsAttachment(name) || text.empty()) return text;
+    std::error_code failed;
+    const std::string absolute = std::filesystem::absolute(text, failed).string();
+    return failed ? text : absolute;
+}
+
 // Names and values, and an empty text behind them.
 std::string Settings() {
     std::string texts;
@@ -68,7 +79,7 @@ std::string Settings() {
     for (const auto& [name, value] : gCrashConfig) size += name.size() + value.size() + 2;
     texts.reserve(size);
     for (const auto& [name, value] : gCrashConfig) {
-        if (!name.empty()) texts += ReportText(name) + '\0' + ReportText(value) + '\0';
+        if (!name.empty()) texts += ReportText(name) + '\0' + SettingText(name, value) + '\0';
     }
     return texts + '\0';
 }
