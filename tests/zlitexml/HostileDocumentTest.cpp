@@ -28,16 +28,27 @@ std::uint64_t gLookedAt = 0;
 
 int gDeferralsTurnedOff = 0;
 
+// Octets that the parser still holds of what it was given before.
+std::uint64_t Held(XML_Parser parser) {
+#if XML_MAJOR_VERSION * 1000 + XML_MINOR_VERSION >= 2009  // by then the other is deprecated
+    std::int64_t offset = 0;
+    std::uint64_t held = 0;
+    const bool holds = XML_GetInputContext64(parser, &offset, &held) != nullptr;
+#else
+    int offset = 0;
+    int held = 0;
+    const bool holds = XML_GetInputContext(parser, &offset, &held) != nullptr;
+#endif
+    return holds ? static_cast<std::uint64_t>(held) - static_cast<std::uint64_t>(offset) : 0;
+}
+
 }  // namespace
 
 // Stands before the parser's own.
 extern "C" [[gnu::visibility("default")]] XML_Status XML_Parse(XML_Parser parser, const char* bytes, int size,
                                                                int isFinal) {
     static const auto parse = reinterpret_cast<decltype(&XML_Parse)>(dlsym(RTLD_NEXT, "XML_Parse"));
-    int offset = 0;
-    int held = 0;
-    const bool holds = XML_GetInputContext(parser, &offset, &held) != nullptr;
-    gLookedAt += static_cast<std::uint64_t>(size) + (holds ? static_cast<std::uint64_t>(held - offset) : 0);
+    gLookedAt += static_cast<std::uint64_t>(size) + Held(parser);
     return parse(parser, bytes, size, isFinal);
 }
 

@@ -307,7 +307,11 @@ TEST(Reader, DeclaredAttributesAreCountedForEachElement) {
 TEST(Reader, VersionIsOnePointSomething) {
     for (const std::string version : {"one", "", "1", "1.", "2.0", "1.0a", "1.x", " 1.0"})
         EXPECT_NE(Refusal("<?xml version='" + version + "'?><a/>"), "nothing") << version;
-    EXPECT_EQ(Refusal("<?xml version='one'?><a/>"), "Line 1, column 1: version \"one\" declared.");
+    // From 2.9 on Expat itself refuses them.
+    const std::string said = Refusal("<?xml version='one'?><a/>");
+    EXPECT_TRUE(said == "Line 1, column 1: version \"one\" declared." ||
+                said == "Line 1, column 16: XML declaration not well-formed.")
+        << said;
     EXPECT_EQ(Refusal("<?xml version='1.0'?><a/>"), "nothing");
     EXPECT_EQ(Refusal("<?xml version='1.1'?><a/>"), "nothing");
 }
@@ -344,8 +348,9 @@ TEST(Reader, PieceBehindACompleteOneIsToldAtOnce) {
 }
 
 TEST(Reader, LongNamesAreCutInFailures) {
-    const std::string said = Refusal("<?xml version='" + std::string(100000, 'v') + "'?><a/>");
-    EXPECT_EQ(said, "Line 1, column 1: version \"" + std::string(100, 'v') + "...\" declared.");
+    const std::string said = Refusal("<!DOCTYPE a [<!ENTITY " + std::string(100000, 'n') + " 'x'>]><a/>");
+    EXPECT_TRUE(said.ends_with(": entity \"" + std::string(100, 'n') + "...\" declared."))
+        << said.substr(0, 300);
 }
 
 TEST(Reader, OtherDeclarationsAreOfNoConsequence) {
