@@ -4,10 +4,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
 scripts/setup.sh docs
-rm -rf build/docs
-mkdir -p build/docs/tree
+rm -rf build/docs build/docs-source
+mkdir -p build/docs/tree build/docs-source
 
 # What pages link to and Doxygen doesn't make goes along.
 grep -oh '](\.\./[^)]*)' docs/*.md | sed 's|^](\.\./||; s|)$||' | grep -v '\.h$' | sort -u | xargs -d '\n' cp -R --parents -t build/docs/tree
-quietly "Making pages and reference" doxygen docs/Doxyfile
+python3 scripts/site_source.py build/docs-source
+find docs -name '*.svg' -exec cp --parents -t build/docs-source {} +
+quietly "Making pages and reference" env -C build/docs-source doxygen "$PWD/docs/Doxyfile"
+rm -rf build/docs-source
 echo "build/docs/index.html"

@@ -142,50 +142,45 @@ class Page:
             self.fail(block, "prints something else than shown:\n" + "\n".join(printed))
 
     def check(self):
+        """Compiles all, then runs the blocks in their order."""
         self.place.mkdir()
+        commands = self.compile_functions()
         for number, block in enumerate(self.blocks):
             if block.language == "cpp" and block.is_program():
                 program = self.place / f"program{number}"
                 if self.compile(block, block.text() + "\n", program):
-                    self.run(block, [str(program)], block.printed or [])
-        self.check_functions()
+                    commands[block] = [str(program)]
         for block in self.blocks:
             if block.language == "console":
-                self.check_console(block)
+                self.run_console(block)
+            elif block in commands:
+                self.run(block, commands[block], block.printed or [])
         return self
 
-    def check_functions(self):
-        """All blocks that are no programs, as one source."""
+    def compile_functions(self):
+        """Makes one source of all blocks that are no programs; gives the command of each."""
         blocks = [block for block in self.blocks if block.language == "cpp" and not block.is_program()]
-        if not blocks:
-            return
         source = [f"#include <{header}>" for header in HEADERS]
         functions = []
+        main = ["int main(int, char** arguments) {", "const std::string block = arguments[1];"]
+        commands = {}
+        program = self.place / "functions"
         for number, block in enumerate(blocks):
-            lines = []
-            for at, line in enumerate(block.lines):
-                if line.startswith("#include"):
-                    source.append(line)
-                    line = ""
-                lines.append(line)
             where = f'#line {block.line} "{self.path}"'
+            source += [line for line in block.lines if line.startswith("#include")]
+            lines = ["" if line.startswith("#include") else line for line in block.lines]
             if block.mark == "declarations":
                 functions += [where, *lines]
-            else:
-                before = block.mark.removeprefix("before") if block.mark.startswith("before") else ""
-                functions += [where, f"static void Block{number}() {{", before, where, *lines, "}"]
-        main = ["int main(int, char** arguments) {", "const std::string block = arguments[1];"]
-        for number, block in enumerate(blocks):
-            if block.mark != "declarations":
-                main.append(f'if (block == "{number}") Block{number}();')
-        program = self.place / "functions"
-        if not self.compile(blocks[0], "\n".join([*source, *functions, *main, "}", ""]), program):
-            return
-        for number, block in enumerate(blocks):
-            if block.mark != "declarations":
-                self.run(block, [str(program), str(number)], block.printed or [])
+                continue
+            before = block.mark.removeprefix("before") if block.mark.startswith("before") else ""
+            functions += [where, f"static void Block{number}() {{", before, where, *lines, "}"]
+            main.append(f'if (block == "{number}") Block{number}();')
+            commands[block] = [str(program), str(number)]
+        if blocks and not self.compile(blocks[0], "\n".join([*source, *functions, *main, "}", ""]), program):
+            return {}
+        return commands
 
-    def check_console(self, block):
+    def run_console(self, block):
         commands = []
         for line in block.lines:
             if line.startswith("$ "):

@@ -278,7 +278,7 @@ struct Five {
     int six;  // of six
 };
 END
-    diff <(scripts/reference_filter.py header.h) - <<'END'
+    diff <(scripts/site_source.py header.h) - <<'END'
 /// @file
 /// Of all. More.
 
@@ -297,8 +297,6 @@ ZBASE_API int Four();
 struct Five {
     int six;  ///< of six
 };
-
-
 END
 }
 

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""reference_filter.py FILE: a header or a page as Doxygen wants it, on the standard output.
+"""site_source.py DIRECTORY: puts public headers and pages there, as Doxygen wants them. site_source.py FILE: shows one.
 
 A header says a thing once: in a comment of its own for all that follows, above the first of several declarations for all of them,
 and behind a member for that member. Doxygen is told so, for it takes a comment for the next declaration alone. What a page links to
 is a part of the reference, if it is a header, or lies in the folder "tree" of the site, where scripts/docs.sh puts it."""
 
+import pathlib
 import re
 import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
 def is_comment(line):
@@ -55,25 +58,16 @@ def page(text):
     return text.replace("](../", "](tree/")
 
 
-def main():
-    text = open(sys.argv[1], encoding="utf-8").read()
-    if sys.argv[1].endswith(".md"):
-        sys.stdout.write(page(text))
-    else:
-        header(text)
-
-
 def header(text):
+    paragraphs = []
     said_before = []  # a comment of its own, directly before this paragraph
     for block in text.split("\n\n"):
         lines = block.split("\n")
         comment, rest = split_comment(lines)
         count = declarations(rest)
         if comment and not rest:
-            if lines[0].startswith("//"):
-                print("/// @file\n" + "\n".join("///" + line.lstrip("/") for line in lines))
+            paragraphs.append(["/// @file", *("///" + line.lstrip("/") for line in lines)] if lines[0].startswith("//") else [])
             said_before = comment
-            print()
             continue
         if comment and (count > 1 or count == 1 and not is_documentation(comment[0])):
             lines = documented(comment, rest)
@@ -82,7 +76,30 @@ def header(text):
         else:
             lines = comment + document_members(rest)
         said_before = []
-        print("\n".join(lines) + "\n")
+        paragraphs.append(lines)
+    return "\n\n".join("\n".join(lines) for lines in paragraphs)
+
+
+def read(file):
+    text = file.read_text(encoding="utf-8")
+    return page(text) if file.suffix == ".md" else header(text)
+
+
+def sources():
+    """Public headers and pages, from the top of the tree."""
+    for pattern in ("Base/**/*.h", "ZLiteXML/**/*.h", "*.md", "docs/*.md"):
+        yield from (file for file in ROOT.glob(pattern) if not {"os", "detail"} & set(file.relative_to(ROOT).parts))
+
+
+def main():
+    place = pathlib.Path(sys.argv[1])
+    if place.is_file():
+        sys.stdout.write(read(place))
+        return
+    for file in sources():
+        target = place / file.relative_to(ROOT)
+        target.parent.mkdir(parents=True, exist_ok=True)
+        target.write_text(read(file), encoding="utf-8")
 
 
 main()
