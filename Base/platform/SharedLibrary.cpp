@@ -14,10 +14,15 @@ namespace {
 constexpr unsigned int kPathCapacity = 260;
 constexpr int kLibraryFailure = 0x12345678;
 
-/// What happened, over why the system says that it did.
-Message SystemFailure(const char* textTemplate) {
+/// What happened, over why the system says that it did, over the system's `words` if it has more to say.
+Message SystemFailure(const char* textTemplate, const unsigned short* words = ""_w) {
+    const int code = static_cast<int>(os::GetLastCode());
     Message failure;
-    failure.SetDomainAndID(MESSAGE_DOMAIN_WIN32_API, static_cast<int>(os::GetLastCode()));
+    if (*words != 0) {
+        failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
+        failure.SetMessage(words);
+    }
+    failure.WrapBy(MESSAGE_DOMAIN_WIN32_API, code, nullptr);
     failure.WrapBy(MESSAGE_DOMAIN_SERVER, kLibraryFailure, textTemplate);
     return failure;
 }
@@ -33,9 +38,10 @@ ReturnWString SharedLibraryImpl::GetDecoratedLibraryName(const unsigned short* n
 SharedLibraryImpl::SharedLibraryImpl(const unsigned short* name, bool isComponent)
     : mFileName(GetDecoratedLibraryName(name, isComponent).c_str()),
       mNarrowFileName(WideCharToUTF8(mFileName.c_str(), false).c_str()) {
-    mModule = os::LoadModule(mFileName.c_str());
+    std::basic_string<unsigned short> words;
+    mModule = os::LoadModule(mFileName.c_str(), words);
     if (mModule == nullptr) {
-        Message failure = SystemFailure("Failed to dynamically load library '%1'.");
+        Message failure = SystemFailure("Failed to dynamically load library '%1'.", words.c_str());
         failure << name;
         throw failure;
     }

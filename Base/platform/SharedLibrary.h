@@ -10,7 +10,8 @@ namespace ZBase {
 class Message;
 
 /// A component that was loaded at run time. It stays loaded for as long as the object lives. Every failure is
-/// a `Message` of domain 300 that names the library, over one of domain 100 with the system code as id.
+/// a `Message` of domain 300 that names the library, over one of domain 100 with the system code as id; under
+/// that of a load are the loader's own words, which tell what was missing.
 class ZBASE_API SharedLibrary {
 public:
     /// Gives the object of the initialiser back and, unless it was dismissed, unloads the library.

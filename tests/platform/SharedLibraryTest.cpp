@@ -217,7 +217,48 @@ TEST_F(Components, MessageOfAFailureReadsWell) {
                   std::string::npos)
             << text;
         EXPECT_NE(text.find("The module was not found."), std::string::npos) << text;
+        EXPECT_NE(text.find("Missing_64.so: cannot open shared object file"), std::string::npos) << text;
     }
+}
+
+// What the system's loader says of the failure to load `path`.
+std::string LoadersWords(const fs::path& path) {
+    try {
+        Load(path);
+    } catch (const Message& failure) {
+        const Message* system = failure.GetLowerLevelMessageOrNULL();
+        EXPECT_EQ(system->GetTemplate(), nullptr);
+        EXPECT_EQ(system->GetParameterCount(), 0u);
+        const Message* words = system->GetLowerLevelMessageOrNULL();
+        if (words == nullptr) return "";
+        EXPECT_EQ(words->GetDomain(), 0);
+        EXPECT_EQ(words->GetID(), -1);
+        return words->GetLocalizedText(0);
+    }
+    return "loaded";
+}
+
+TEST_F(Components, LoadersOwnWordsStandUnderTheSystemCode) {
+    const std::string folder = mFolder.string();
+    EXPECT_EQ(LoadersWords(mFolder / "Missing"),
+              folder + "/Missing_64.so: cannot open shared object file: No such file or directory");
+    EXPECT_EQ(LoadersWords(Copy("Plain_64.so", "Plain_64.so")),
+              "Component_64.so: cannot open shared object file: No such file or directory");
+    const std::string unresolved = LoadersWords(kComponents / "Unresolved");
+    EXPECT_NE(unresolved.find("Unresolved_64.so: undefined symbol: "), std::string::npos) << unresolved;
+    // What is in the words is no template.
+    EXPECT_EQ(LoadersWords(mFolder / "100%1\u00E9.so"),
+              folder + "/100%1\u00E9.so: cannot open shared object file: No such file or directory");
+}
+
+TEST_F(Components, ImageThatTheLoaderIsNotGivenIsNamed) {
+    const fs::path file = Copy("Component_64.so", "Component_64.so");
+    Copy("Plain_64.so", "Plain_64.so");
+    fs::resize_file(file, 200);
+    const char* why = ": not given to the loader, since it is no image or a damaged one";
+    EXPECT_EQ(LoadersWords(file), file.string() + why);
+    EXPECT_EQ(LoadersWords(mFolder / "Plain"), file.string() + why);  // what it needs
+    EXPECT_EQ(LoadersWords(std::string(5000, 'x') + ".so"), "");      // nobody was asked
 }
 
 // The loader speaks the user's language; what it says is understood all the same.

@@ -24,7 +24,7 @@ const unsigned short* ComponentEnding() {
     return ending;
 }
 
-Module LoadModule(const unsigned short* fileName) {
+Module LoadModule(const unsigned short* fileName, std::basic_string<unsigned short>&) {
     test::gModules.loadedName = fileName;
     if (!test::gModules.loads) return nullptr;
     ++test::gModules.loadedModules;

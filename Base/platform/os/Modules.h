@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace ZBase::os {
 
 /// A module of the process; null for none.
@@ -10,8 +12,9 @@ const unsigned short* ComponentEnding();
 
 /// Loads a module with all that it needs, its symbols hidden from others. Gives null with the last code 126
 /// when the module or one that it needs is not there, 206 when no file can have this name, 193 when it is no
-/// valid image, 127 when it asks for a function that nobody has.
-Module LoadModule(const unsigned short* fileName);
+/// valid image, 127 when it asks for a function that nobody has; `words` is then what the system's loader
+/// says in its own words, which name the file or function that is missing. Empty where it says nothing.
+Module LoadModule(const unsigned short* fileName, std::basic_string<unsigned short>& words);
 
 /// Gives up what `LoadModule` gave. The last one to do so unloads the module.
 void FreeModule(Module module);

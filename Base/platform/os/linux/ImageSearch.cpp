@@ -151,6 +151,9 @@ public:
         return true;
     }
 
+    /// The file that was looked at last.
+    const std::string& Found() const { return mFound; }
+
 private:
     // Goes on with what the image needs. False if it is damaged.
     bool Take(const Visit& visit) {
@@ -183,13 +186,16 @@ private:
     const Folders mOwn = OwnFolders();
     std::vector<Visit> mVisits;
     std::set<std::string> mSeen;
-    std::string mFound;  // the file of the last visit
+    std::string mFound;
 };
 
 }  // namespace
 
-bool IsSafeToLoad(const std::string& name) {
-    return Walk().IsSafe(name);
+bool IsSafeToLoad(const std::string& name, std::string& damaged) {
+    Walk walk;
+    if (walk.IsSafe(name)) return true;
+    damaged = walk.Found();
+    return false;
 }
 
 }  // namespace ZBase::os

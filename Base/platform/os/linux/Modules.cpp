@@ -88,19 +88,25 @@ const unsigned short* ComponentEnding() {
     return ending;
 }
 
-Module LoadModule(const unsigned short* fileName) {
+Module LoadModule(const unsigned short* fileName, std::basic_string<unsigned short>& words) {
     const std::string file = ToNative(fileName);
     // The loader puts the name on its stack. No file has one of this length.
     if (file.size() >= PATH_MAX) {
         SetLastCode(kNameTooLong);
         return nullptr;
     }
-    if (!IsSafeToLoad(file)) {
+    if (std::string damaged; !IsSafeToLoad(file, damaged)) {
+        words = FromNative(
+            (damaged + ": not given to the loader, since it is no image or a damaged one").c_str());
         SetLastCode(kBadImage);
         return nullptr;
     }
     void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr) SetLastCode(LoadFailure(file, LoaderComplaint()));
+    if (module == nullptr) {
+        const std::string complaint = LoaderComplaint();
+        words = FromNative(complaint.c_str());
+        SetLastCode(LoadFailure(file, complaint));
+    }
     return module;
 }
 
