@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace ZBase {
@@ -51,6 +52,40 @@ Out* ConvertAscii(const In* source, std::size_t length, bool replace, Out* out,
     return out + length;
 }
 
+unsigned short* WidenAscii(const char* source, std::size_t length, bool replace, unsigned short* out) {
+    return ConvertAscii(reinterpret_cast<const unsigned char*>(source), length, replace, out,
+                        detail::Kernels().widenAscii, [](unsigned int octet, std::size_t offset) {
+                            ThrowNotAscii("Invalid ASCII character 0x", octet, 2, offset);
+                        });
+}
+
+char* NarrowAscii(const unsigned short* source, std::size_t length, bool replace, char* out) {
+    return ConvertAscii(source, length, replace, out, detail::Kernels().narrowAscii,
+                        [](unsigned int unit, std::size_t offset) {
+                            ThrowNotAscii("Non-ASCII codepoint U+", unit, 4, offset);
+                        });
+}
+
+// `text` with a terminator.
+std::unique_ptr<unsigned short[]> Units(std::u16string_view text) {
+    auto units = std::make_unique_for_overwrite<unsigned short[]>(text.size() + 1);
+    *std::copy(text.begin(), text.end(), units.get()) = 0;
+    return units;
+}
+
+// Calls `convert(piece)` for each terminated piece of `length` elements, and `zero()` between two.
+template <class Ch, class Convert, class Zero>
+void ForEachPiece(const Ch* text, std::size_t length, Convert convert, Zero zero) {
+    const Ch* const end = text + length;
+    for (;;) {
+        const Ch* const stop = std::find(text, end, Ch{0});
+        if (stop != text) convert(text);
+        if (stop == end) return;
+        zero();
+        text = stop + 1;
+    }
+}
+
 // What ordinary text in front there is, where the locale has it in UTF-8; it is the same in every system's.
 template <class Take, class In, class Out>
 detail::Progress TakeUtf8(Take take, const In* source, std::size_t length, Out* out) {
@@ -63,21 +98,14 @@ ReturnWString ASCIIToWideChar(const char* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t length = std::strlen(source);
     detail::Unfinished<ReturnWString> result(length);
-    return result.Finish(ConvertAscii(reinterpret_cast<const unsigned char*>(source), length, replace,
-                                      result.Get(), detail::Kernels().widenAscii,
-                                      [](unsigned int octet, std::size_t offset) {
-                                          ThrowNotAscii("Invalid ASCII character 0x", octet, 2, offset);
-                                      }));
+    return result.Finish(WidenAscii(source, length, replace, result.Get()));
 }
 
 ReturnString WideCharToASCII(const unsigned short* source, bool replace) {
     if (source == nullptr) return nullptr;
     const std::size_t units = detail::CountUnits(source, 0);
     detail::Unfinished<ReturnString> result(units);
-    return result.Finish(ConvertAscii(source, units, replace, result.Get(), detail::Kernels().narrowAscii,
-                                      [](unsigned int unit, std::size_t offset) {
-                                          ThrowNotAscii("Non-ASCII codepoint U+", unit, 4, offset);
-                                      }));
+    return result.Finish(NarrowAscii(source, units, replace, result.Get()));
 }
 
 ReturnWString MultiByteToWideChar(const char* source, bool replace) {
@@ -116,6 +144,40 @@ ReturnString WideCharToMultiByte(const unsigned short* source, bool replace) {
         }
         return done.written + octets;
     });
+}
+
+std::u16string ASCIIToUTF16(std::string_view text, bool replace) {
+    const auto units = std::make_unique_for_overwrite<unsigned short[]>(text.size());
+    return std::u16string(units.get(), WidenAscii(text.data(), text.size(), replace, units.get()));
+}
+
+std::string UTF16ToASCII(std::u16string_view text, bool replace) {
+    std::string result(text.size(), '\0');
+    NarrowAscii(Units(text).get(), text.size(), replace, result.data());
+    return result;
+}
+
+std::u16string MultiByteToUTF16(std::string_view text, bool replace) {
+    const std::string terminated(text);
+    std::u16string result;
+    ForEachPiece(
+        terminated.c_str(), terminated.size(),
+        [&](const char* piece) {
+            const ReturnWString wide = MultiByteToWideChar(piece, replace);
+            result.append(wide.c_str(), wide.c_str() + detail::CountUnits(wide.c_str(), 0));
+        },
+        [&] { result.push_back(0); });
+    return result;
+}
+
+std::string UTF16ToMultiByte(std::u16string_view text, bool replace) {
+    const auto units = Units(text);
+    std::string result;
+    ForEachPiece(
+        units.get(), text.size(),
+        [&](const unsigned short* piece) { result += WideCharToMultiByte(piece, replace).c_str(); },
+        [&] { result.push_back('\0'); });
+    return result;
 }
 
 }  // namespace ZBase

@@ -5,6 +5,9 @@
 #include <Base/frame/ReturnString.h>
 #include <Base/frame/ReturnWString.h>
 
+#include <string>
+#include <string_view>
+
 namespace ZBase {
 
 // Conversions between wide text and ASCII, and between wide text and the multibyte encoding of the character
@@ -31,6 +34,14 @@ ZBASE_API ReturnWString MultiByteToWideChar(const char* source, bool replace);
 /// hold gives one "?" for each of its units.
 ZBASE_API ReturnString WideCharToMultiByte(const unsigned short* source, bool replace);
 
+// The same for the standard's texts, which have a length: zeros in them are characters like others. They fail
+// with the same texts, and an offset counts from the start of the whole text. An encoding with states begins
+// anew behind each zero.
+ZBASE_API std::u16string ASCIIToUTF16(std::string_view text, bool replace);
+ZBASE_API std::string UTF16ToASCII(std::u16string_view text, bool replace);
+ZBASE_API std::u16string MultiByteToUTF16(std::string_view text, bool replace);
+ZBASE_API std::string UTF16ToMultiByte(std::u16string_view text, bool replace);
+
 // The flag is a `bool` and nothing that becomes one.
 template <NotBool Flag>
 ReturnWString ASCIIToWideChar(const char* source, Flag replace) = delete;
@@ -40,5 +51,13 @@ template <NotBool Flag>
 ReturnWString MultiByteToWideChar(const char* source, Flag replace) = delete;
 template <NotBool Flag>
 ReturnString WideCharToMultiByte(const unsigned short* source, Flag replace) = delete;
+template <NotBool Flag>
+std::u16string ASCIIToUTF16(std::string_view text, Flag replace) = delete;
+template <NotBool Flag>
+std::string UTF16ToASCII(std::u16string_view text, Flag replace) = delete;
+template <NotBool Flag>
+std::u16string MultiByteToUTF16(std::string_view text, Flag replace) = delete;
+template <NotBool Flag>
+std::string UTF16ToMultiByte(std::u16string_view text, Flag replace) = delete;
 
 }  // namespace ZBase

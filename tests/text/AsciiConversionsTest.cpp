@@ -70,4 +70,28 @@ TEST(WideToAscii, UnitWithAnAsciiLowOctetIsNoAscii) {
     EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units{0x0141, 0x8041}.c_str(), true)), "??");
 }
 
+TEST(AsciiWithLength, ZerosAreCharactersLikeOthers) {
+    using namespace std::string_literals;
+    const std::string octets = "\0ab\0\0c\0"s;
+    const std::u16string units = u"\0ab\0\0c\0"s;
+    for (const bool replace : {false, true}) {
+        EXPECT_EQ(ZBase::ASCIIToUTF16(octets, replace), units);
+        EXPECT_EQ(ZBase::UTF16ToASCII(units, replace), octets);
+        EXPECT_EQ(ZBase::ASCIIToUTF16("", replace), u"");
+        EXPECT_EQ(ZBase::UTF16ToASCII(u"", replace), "");
+        EXPECT_EQ(ZBase::ASCIIToUTF16(std::string_view("ab\xE9").substr(0, 2), replace), u"ab");
+        EXPECT_EQ(ZBase::UTF16ToASCII(std::u16string_view(u"ab\xE9").substr(0, 2), replace), "ab");
+    }
+}
+
+TEST(AsciiWithLength, OffsetCountsFromTheStartOfTheWholeText) {
+    using namespace std::string_literals;
+    EXPECT_EQ(test::ConversionFailure([] { ZBase::ASCIIToUTF16("ab\0c\xE9\xFF"s, false); }),
+              "Invalid ASCII character 0xE9 at offset 4.");
+    EXPECT_EQ(test::ConversionFailure([] { ZBase::UTF16ToASCII(u"ab\0\u20AC"s, false); }),
+              "Non-ASCII codepoint U+20AC at offset 3.");
+    EXPECT_EQ(ZBase::ASCIIToUTF16("ab\0c\xE9\xFF"s, true), u"ab\0c??"s);
+    EXPECT_EQ(ZBase::UTF16ToASCII(u"\0\xD83D\xDE00"s, true), "\0??"s);
+}
+
 }  // namespace

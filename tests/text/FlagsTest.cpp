@@ -43,6 +43,10 @@ TAKES(ASCIIToWideChar);
 TAKES(WideCharToASCII);
 TAKES(MultiByteToWideChar);
 TAKES(WideCharToMultiByte);
+TAKES(ASCIIToUTF16);
+TAKES(UTF16ToASCII);
+TAKES(MultiByteToUTF16);
+TAKES(UTF16ToMultiByte);
 TAKES(HexToUnsignedInt);
 TAKES(WideCharToUTF8Governed);
 TAKES(WideCharToUTF8UsingLengthGoverned);
@@ -55,11 +59,13 @@ constexpr int kTaking =
     UTF16ToWideCharTakes<Wide, Flag> + WideCharToUTF16Takes<Wide, Flag> +
     WideCharToUTF16Takes<Wide, Units, std::size_t, Flag> + ASCIIToWideCharTakes<Narrow, Flag> +
     WideCharToASCIITakes<Wide, Flag> + MultiByteToWideCharTakes<Narrow, Flag> +
-    WideCharToMultiByteTakes<Wide, Flag> + HexToUnsignedIntTakes<Narrow, Flag> +
+    WideCharToMultiByteTakes<Wide, Flag> + ASCIIToUTF16Takes<Narrow, Flag> +
+    UTF16ToASCIITakes<const char16_t*, Flag> + MultiByteToUTF16Takes<Narrow, Flag> +
+    UTF16ToMultiByteTakes<const char16_t*, Flag> + HexToUnsignedIntTakes<Narrow, Flag> +
     HexToUnsignedIntTakes<Wide, Flag> + WideCharToUTF8GovernedTakes<Wide, Flag, Contract> +
     WideCharToUTF8UsingLengthGovernedTakes<Wide, unsigned int, Contract, Flag>;
 
-constexpr int kAll = 15;
+constexpr int kAll = 19;
 
 TEST(Flags, BoolIsTakenByAll) {
     static_assert(kTaking<bool> == kAll && kTaking<const bool&> == kAll);

@@ -259,6 +259,41 @@ TEST(MultibyteHongKong, WaitingCharacterMeetsItsAccentBesideABadOne) {
     ExpectBadUnits({0xCA, 0x304, 0xD800, 0xCA, 0x304}, "\x88\x62?\x88\x62");
 }
 
+TEST(MultibyteWithLength, ZerosAreCharactersLikeOthers) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    using namespace std::string_literals;
+    const std::string octets = "\0a\xC6\xFC\0\0\xCB\xDC\0"s;
+    const std::u16string units = u"\0a\u65E5\0\0\u672C\0"s;
+    for (const bool replace : {false, true}) {
+        EXPECT_EQ(ZBase::MultiByteToUTF16(octets, replace), units);
+        EXPECT_EQ(ZBase::UTF16ToMultiByte(units, replace), octets);
+        EXPECT_EQ(ZBase::MultiByteToUTF16("", replace), u"");
+        EXPECT_EQ(ZBase::UTF16ToMultiByte(u"", replace), "");
+    }
+}
+
+TEST(MultibyteWithLength, NothingBehindTheLengthIsRead) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    const std::string octets = "\xC6\xFC\xCB\xDC";
+    EXPECT_EQ(ZBase::MultiByteToUTF16(std::string_view(octets).substr(0, 2), false), u"\u65E5");
+    EXPECT_EQ(ZBase::MultiByteToUTF16(std::string_view(octets).substr(0, 3), true), u"\u65E5?");
+    const std::u16string units = u"\u65E5\xD83D\xDE00";
+    EXPECT_EQ(ZBase::UTF16ToMultiByte(std::u16string_view(units).substr(0, 1), false), "\xC6\xFC");
+}
+
+TEST(MultibyteWithLength, BadTextFailsAsWithoutOneAndIsReplacedOnBothSidesOfAZero) {
+    const test::ScopedLocale locale("ja_JP.EUC-JP");
+    using namespace std::string_literals;
+    const std::string octets = "\xC6\0\xFC\xC6\xFC"s;  // the zero parts what would be one character
+    EXPECT_EQ(test::ConversionFailure([&] { ZBase::MultiByteToUTF16(octets, false); }),
+              "::mbstowcs() failed.");
+    EXPECT_EQ(ZBase::MultiByteToUTF16(octets, true), u"?\0?\u65E5"s);
+    const std::u16string units = u"\xD83D\0\xDE00\u65E5"s;
+    EXPECT_EQ(test::ConversionFailure([&] { ZBase::UTF16ToMultiByte(units, false); }),
+              "::wcstombs() failed.");
+    EXPECT_EQ(ZBase::UTF16ToMultiByte(units, true), "?\0?\xC6\xFC"s);
+}
+
 TEST(Multibyte, ThreadsConvertAtTheSameTime) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     std::atomic<int> wrong{0};
