@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Sanitizers.h"
 
 // The zbase command as people and scripts use it.
 
@@ -128,6 +129,49 @@ TEST_F(TextCommand, WritesToAFile) {
     EXPECT_EQ(ReadAll(out), std::string("a\0\xAC\x20", 4));
     ExpectComplaint(ZBase({"text", Write("in", "a"), "--to", "utf8", "--output", mFolder}), 1,
                     "Is a directory");
+}
+
+TEST_F(TextCommand, FileOfAnySizeTakesLittleMemory) {
+    if (test::kIsSanitized) GTEST_SKIP() << "its own memory counts";
+    constexpr std::uintmax_t size = std::uintmax_t{64} << 20;
+    const std::string file = Write("large", "");
+    fs::resize_file(file, size);
+    const auto limited = [&](const std::string& arguments) {
+        return test::RunChild({"/bin/bash", "-c", "ulimit -v 150000; " ZBASE_COMMAND " text " + arguments},
+                              {"LC_ALL=C.UTF-8"});
+    };
+    const ChildResult report = limited(file);
+    EXPECT_EQ(report.output, file + ": UTF-8, 67108864 octets, 67108864 characters\n") << report.errors;
+    const ChildResult counted = limited("- --from utf16le --to utf8 < " + file + " | wc -c");
+    EXPECT_EQ(counted.output, "33554432\n") << counted.errors;
+}
+
+TEST_F(TextCommand, SizeOfAFlawedFileIsThatOfTheWhole) {
+    const std::string file = Write("bad", "\xFF" + std::string(200'000, 'x'));
+    EXPECT_NE(ZBase({"text", file}).output.find("at offset 0 of 200001 octets"), std::string::npos);
+    EXPECT_NE(ZBase({"text", "-"}, "\xFF" + std::string(200'000, 'x')).output.find("of 200001 octets"),
+              std::string::npos);
+}
+
+TEST_F(TextCommand, FlawBehindManyPiecesLeavesNothingOfThemOnTheOutput) {
+    const std::string file = Write("bad", std::string(200'000, 'x') + "\xE9");
+    ExpectComplaint(ZBase({"text", file, "--from", "ascii", "--to", "utf8"}), 1,
+                    "Invalid ASCII character 0xE9 at offset 200000.");
+    const std::string out = Write("out", "as it was");
+    ExpectComplaint(ZBase({"text", file, "--to", "utf16le", "-o", out}), 1, "ZBase::UTF8ToWideChar: ");
+    EXPECT_EQ(ReadAll(out), "as it was");
+    ExpectComplaint(ZBase({"text", file, "--to", "utf16le", "-o", mFolder / "new"}), 1,
+                    "ZBase::UTF8ToWideChar: ");
+    EXPECT_FALSE(fs::exists(mFolder / "new"));
+}
+
+TEST_F(TextCommand, FileMayBeConvertedInItsPlace) {
+    const std::string text = std::string(200'000, 'x') + "\u20AC";
+    const std::string file = Write("both", text);
+    EXPECT_EQ(ZBase({"text", file, "--to", "utf16le", "-o", file}).exitCode, 0);
+    EXPECT_TRUE(ReadAll(file) == Iconv(text, "UTF-8", "UTF-16LE"));
+    EXPECT_EQ(ZBase({"text", Write("empty", ""), "--to", "utf8", "-o", mFolder / "new"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(mFolder / "new"));
 }
 
 TEST_F(TextCommand, RefusesHalfAUnit) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -33,25 +34,29 @@ bool IsPlain(unsigned int character) {
     return !isControl && !turnsText;
 }
 
-// The octets of the character that the text begins with; 0 if it is none that is plain.
-std::size_t PlainCharacter(std::string_view text) {
-    const auto octet = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned int first = octet(0);
-    const std::size_t size = first < 0x80   ? 1
-                             : first < 0xC2 ? 0
-                             : first < 0xE0 ? 2
-                             : first < 0xF0 ? 3
-                             : first < 0xF5 ? 4
-                                            : 0;
-    if (size == 0 || size > text.size()) return 0;
-    unsigned int character = size == 1 ? first : first & (0x7Fu >> size);
-    for (std::size_t i = 1; i != size; ++i) {
-        if (octet(i) >> 6 != 2) return 0;
-        character = character << 6 | (octet(i) & 0x3Fu);
+void AppendOctets(std::string& shown, std::string_view octets) {
+    for (const char c : octets) {
+        const auto octet = static_cast<unsigned char>(c);
+        shown += {'\\', 'x', "0123456789ABCDEF"[octet >> 4], "0123456789ABCDEF"[octet & 0x0F]};
     }
-    const bool isTooLong = (size == 3 && character < 0x800) || (size == 4 && character < 0x10000);
-    const bool isNone = character > 0x10FFFF || (character >= 0xD800 && character <= 0xDFFF);
-    return !isTooLong && !isNone && IsPlain(character) ? size : 0;
+}
+
+// Appends a text without a flaw.
+void AppendPlain(std::string& shown, std::string_view text) {
+    constexpr unsigned int replacement = 0xFFFD;  // its overlong forms are no flaw, but not for terminals
+    const std::u16string units = ZBase::ToUTF16(text, false);
+    for (std::size_t unit = 0; !text.empty(); ++unit) {
+        const std::size_t size = ZBase::UTF8TotalBytes(text.front());
+        const bool isPair = (units[unit] & 0xFC00) == 0xD800;
+        const bool isOverlong = units[unit] == replacement && size != 3;
+        if (isPair || (IsPlain(units[unit]) && !isOverlong)) {
+            shown += text.substr(0, size);
+        } else {
+            AppendOctets(shown, text.substr(0, size));
+        }
+        text.remove_prefix(size);
+        if (isPair) ++unit;
+    }
 }
 
 std::string DescribeErrorNumber(int errorNumber) {
@@ -88,12 +93,19 @@ void FinishOutput() {
     if (std::fflush(stdout) != 0) ThrowOutputFailure(errno);
 }
 
+bool IsDumbTerminal() {
+    const char* const terminal = std::getenv("TERM");
+    return terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
+}
+
+bool IsTerminal() {
+    return isatty(STDOUT_FILENO) == 1;
+}
+
 bool IsColoured() {
     static const bool isColoured = [] {
         const char* const refused = std::getenv("NO_COLOR");
-        const char* const terminal = std::getenv("TERM");
-        const bool isDumb = terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
-        return isatty(STDOUT_FILENO) == 1 && !isDumb && (refused == nullptr || *refused == 0);
+        return IsTerminal() && !IsDumbTerminal() && (refused == nullptr || *refused == 0);
     }();
     return isColoured;
 }
@@ -104,7 +116,7 @@ std::string Styled(std::string_view text, const char* style) {
 }
 
 void ReadPieces(const std::string& file,
-                const std::function<void(const char* bytes, std::size_t size)>& take) {
+                const std::function<bool(const char* bytes, std::size_t size)>& take) {
     const Descriptor input(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC));
     if (input.Get() < 0) throw FileFailure(file, errno);
     char piece[65536];
@@ -112,7 +124,7 @@ void ReadPieces(const std::string& file,
         const ssize_t count = read(input.Get(), piece, sizeof piece);
         if (count == 0) return;
         if (count > 0) {
-            take(piece, static_cast<std::size_t>(count));
+            if (!take(piece, static_cast<std::size_t>(count))) return;
         } else if (errno != EINTR) {
             throw FileFailure(file, errno);
         }
@@ -121,8 +133,17 @@ void ReadPieces(const std::string& file,
 
 std::string ReadFile(const std::string& file) {
     std::string content;
-    ReadPieces(file, [&](const char* bytes, std::size_t size) { content.append(bytes, size); });
+    ReadPieces(file, [&](const char* bytes, std::size_t size) {
+        content.append(bytes, size);
+        return true;
+    });
     return content;
+}
+
+std::optional<std::uint64_t> FileSize(const std::string& file) {
+    struct stat facts {};
+    if (file == "-" || stat(file.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
+    return static_cast<std::uint64_t>(facts.st_size);
 }
 
 std::string Narrow(const unsigned short* text) {
@@ -136,15 +157,13 @@ std::string Narrow(const unsigned short* text) {
 
 std::string Shown(std::string_view text) {
     std::string shown;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t size = PlainCharacter(text.substr(at));
-        if (size != 0) {
-            shown += text.substr(at, size);
-            at += size;
-            continue;
-        }
-        const auto octet = static_cast<unsigned char>(text[at++]);
-        shown += {'\\', 'x', "0123456789ABCDEF"[octet >> 4], "0123456789ABCDEF"[octet & 0x0F]};
+    while (!text.empty()) {
+        const std::size_t whole = ZBase::ScanUTF8(text).octets;
+        AppendPlain(shown, text.substr(0, whole));
+        text.remove_prefix(whole);
+        const std::size_t bad = std::min<std::size_t>(text.size(), 1);
+        AppendOctets(shown, text.substr(0, bad));
+        text.remove_prefix(bad);
     }
     return shown;
 }

@@ -2,7 +2,9 @@
 
 #include <Base/ZBase.h>
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,6 +30,9 @@ void PrintRow(std::string name, std::string_view value);
 /// Throws as `Print` does when something that was printed could not be written.
 void FinishOutput();
 
+/// Whether the standard output is a terminal.
+bool IsTerminal();
+
 /// Whether the standard output is a terminal that is to show colours: not with `NO_COLOR` set to anything,
 /// nor with `TERM=dumb`.
 bool IsColoured();
@@ -35,9 +40,16 @@ bool IsColoured();
 /// `text` in an ANSI style such as "1" (bold) or "31" (red), if the output is coloured.
 std::string Styled(std::string_view text, const char* style);
 
-/// Hands a file on piece by piece; "-" is the standard input. Throws `Failure`, and what `take` throws.
+/// Whether `TERM` says that the terminal shows lines one after the other and nothing else.
+bool IsDumbTerminal();
+
+/// Hands a file on piece by piece, as long as `take` asks for more; "-" is the standard input. Throws
+/// `Failure`, and what `take` throws.
 void ReadPieces(const std::string& file,
-                const std::function<void(const char* bytes, std::size_t size)>& take);
+                const std::function<bool(const char* bytes, std::size_t size)>& take);
+
+/// The bytes of what can be read once more from its start, a file on a disk; else none.
+std::optional<std::uint64_t> FileSize(const std::string& file);
 
 /// A file as it is; "-" is the standard input. Throws `Failure`.
 std::string ReadFile(const std::string& file);

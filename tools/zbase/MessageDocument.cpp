@@ -72,7 +72,10 @@ void ReadFrom(Pieces pieces, ZBase::Message& message, const ZLiteXML::ReaderBoun
     relay->PushHandler(ZBase::GetSerializerFromXML(message, *relay).Get());
     reader->PushHandler(relay.Get());
     try {
-        pieces([&](const char* bytes, std::size_t size) { reader->Read(bytes, size); });
+        pieces([&](const char* bytes, std::size_t size) {
+            reader->Read(bytes, size);
+            return true;
+        });
         reader->Finish();
     } catch (const std::bad_alloc&) {
         throw;

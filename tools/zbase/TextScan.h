@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Looks a UTF-8 text of any length over, piece by piece, up to its first flaw.
+class TextScan {
+public:
+    /// With `isLast` nothing follows. After a flaw nothing is looked at any more.
+    void Take(std::string_view octets, bool isLast);
+
+    bool IsFlawed() const { return !mReason.empty(); }
+
+    /// Why the text is not UTF-8; empty if it is.
+    const std::string& Reason() const { return mReason; }
+
+    // Of the whole text, or of what is before its flaw.
+    std::size_t Octets() const { return mOctets; }
+    std::size_t Characters() const { return mCharacters; }
+
+    // Where that ends, counted from 1; the column in characters.
+    std::size_t Line() const { return mLine; }
+    std::size_t Column() const { return mColumn; }
+
+private:
+    void Count(std::string_view octets, std::size_t characters);
+
+    std::string mHeld;
+    std::string mReason;
+    std::size_t mOctets = 0;
+    std::size_t mCharacters = 0;
+    std::size_t mLine = 1;
+    std::size_t mColumn = 1;
+};
