@@ -22,6 +22,8 @@
 #include <string>
 #include <thread>
 
+#include "StackOverflow.h"
+
 namespace {
 
 char* volatile gPage = nullptr;
@@ -30,14 +32,6 @@ void* volatile gNull = nullptr;
 [[gnu::noipa]] void WriteToNull() {
     *static_cast<volatile int*>(gNull) = 1;
     asm volatile("");
-}
-
-[[gnu::noipa]] int Overflow(int depth) {
-    volatile char frame[2048];
-    frame[0] = static_cast<char>(depth);
-    const int result = depth < 0 ? 0 : Overflow(depth + 1) + frame[0];
-    asm volatile("");
-    return result;
 }
 
 void StartNamedThread(const char* name) {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "ForbiddenHeap.h"
+#include "StackOverflow.h"
 
 // Not local to this file: the compiler must not know all that is derived from it.
 class Pure {
@@ -74,14 +75,6 @@ volatile int gSink = 0;
 [[gnu::noipa]] void CallPureVirtual() {
     Whole whole;
     asm volatile("" : : "r"(&whole));
-}
-
-[[gnu::noipa]] int Overflow(int depth) {
-    volatile char frame[2048];
-    frame[0] = static_cast<char>(depth);
-    const int result = depth < 0 ? 0 : Overflow(depth + 1) + frame[0];
-    asm volatile("");
-    return result;
 }
 
 [[gnu::noipa]] void ExhaustStack() {

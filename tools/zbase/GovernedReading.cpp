@@ -13,8 +13,6 @@ namespace {
 
 using namespace ZBase::Literals;
 
-constexpr unsigned int kQuotaExceeded = 1816;  // the system's code for it
-
 /// The pieces of a file, taken by whichever thread comes next.
 class Pieces {
 public:
@@ -47,7 +45,7 @@ private:
     void ReadUntilDone() {
         try {
             for (std::size_t index = mNext++; index < mPieces.size() && !mStopped; index = mNext++) {
-                char* place = new (&mBuffer) char[mPieceSize];
+                char* const place = ZBase::New<char[]>(&mBuffer, mPieceSize);
                 mPieces[index] = {place, mFile.ReadAt(index * mPieceSize, place, mPieceSize)};
             }
         } catch (...) {
@@ -68,28 +66,23 @@ private:
 
 class Budget::Purse : public ZBase::MemoryContract, public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
-    Purse(Budget& budget, std::size_t bytes) : mBudget(budget), mLeft(bytes) {}
+    Purse(Budget& budget, std::size_t bytes) : mBudget(budget), mSum(ZBase::MemoryBudget::Create(bytes)) {}
 
-    unsigned int Request(unsigned int bytes) override { return Take(bytes) ? 0 : kQuotaExceeded; }
-    void Settle(unsigned int) override {}
+    unsigned int Request(unsigned int bytes) override { return mSum->Request(bytes); }
+    void Settle(unsigned int bytes) override { mSum->Settle(bytes); }
 
     unsigned int RequestChunk(std::size_t bytes, bool) override {
         const std::lock_guard lock(mBudget.mLock);
-        const bool granted = Take(bytes);
-        mBudget.mCharges.push_back({bytes, ZBase::GetCurrentThreadID(), granted, mLeft, false});
-        return granted ? 0 : kQuotaExceeded;
+        const unsigned int code = mSum->RequestChunk(bytes, true);
+        mBudget.mCharges.push_back(
+            {bytes, ZBase::GetCurrentThreadID(), code == 0, mSum->GetLimit() - mSum->GetGranted(), false});
+        return code;
     }
-    void SettleChunk(std::size_t) override {}
+    void SettleChunk(std::size_t bytes) override { mSum->SettleChunk(bytes); }
 
 private:
-    bool Take(std::size_t bytes) {
-        if (bytes > mLeft) return false;
-        mLeft -= bytes;
-        return true;
-    }
-
     Budget& mBudget;
-    std::size_t mLeft;  // guarded by the budget's lock
+    ZBase::SmartPtrI<ZBase::MemoryBudget> mSum;
 };
 
 Budget::Budget(std::size_t bytes) : mContract(new Purse(*this, bytes)) {

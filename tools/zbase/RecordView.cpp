@@ -1,6 +1,7 @@
 #include "RecordView.h"
 #include "Console.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -107,14 +108,6 @@ void PrintBlocks(const unsigned char* block, const std::string& indent) {
     }
 }
 
-// A text of several lines, all but the first of them indented.
-std::string Continued(std::string text, const std::string& indent) {
-    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 1)) {
-        text.insert(end + 1, indent);
-    }
-    return text;
-}
-
 // Calls `visit` with the payload of each record of a tag.
 template <class Visitor>
 void ForEachRecord(const Message& message, unsigned char tag, Visitor visit) {
@@ -139,12 +132,19 @@ std::vector<LocalizedText> LocalizedTexts(const Message& message) {
     return texts;
 }
 
-void PrintTree(const Message& message) {
-    ZBase::SimpleMessageLocalizer localizer;
-    for (const ZBase::MessageVisit& visit : ZBase::MessageWalk(message)) {
-        const std::string indent(2 + 4 * visit.level, ' ');
-        Print(indent + Continued(visit.message->Localize(localizer, 0).c_str(), indent + "  ") + "\n");
+std::string Indented(std::string_view lines) {
+    std::string indented;
+    for (std::size_t at = 0; at < lines.size();) {
+        const std::size_t end = std::min(lines.find('\n', at), lines.size() - 1) + 1;
+        indented += "  ";
+        indented += lines.substr(at, end - at);
+        at = end;
     }
+    return indented;
+}
+
+void PrintTree(const Message& message) {
+    Print(Indented(ZBase::FormatTree(message, {.colour = IsColoured()}).c_str()));
 }
 
 void PrintRecords(const Message& message) {

@@ -2,9 +2,14 @@
 
 #include <Base/ZBase.h>
 
+#include <string>
+#include <string_view>
 #include <vector>
 
-/// A message for people: one line for each message of its tree, indented by level.
+/// A text with each line two columns further to the right.
+std::string Indented(std::string_view lines);
+
+/// A message for people, as a log shows it, indented.
 void PrintTree(const ZBase::Message& message);
 
 /// The bytes of a message, record by record: the offset in its block, the length, the kind and what is in it.

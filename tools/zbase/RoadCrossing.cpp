@@ -4,21 +4,7 @@
 #include "RecordView.h"
 #include "SecondProcess.h"
 
-namespace {
-
 using ZBase::Message;
-
-std::string Indented(const std::string& lines) {
-    std::string indented;
-    for (std::size_t at = 0; at < lines.size();) {
-        const std::size_t end = std::min(lines.find('\n', at), lines.size() - 1) + 1;
-        indented += "  " + lines.substr(at, end - at);
-        at = end;
-    }
-    return indented;
-}
-
-}  // namespace
 
 void CrossProcesses(const Message& record) {
     const std::string document = ToDocument(record);
