@@ -66,6 +66,23 @@ check_exports() {
         { echo "The exported symbols changed: if that is meant, scripts/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
 }
 
+# What modules depend on that were built against the libraries before: signatures, layouts, the order of operations.
+# What was added is left alone.
+check_abi() {
+    local place library name
+    place=$(mktemp -d)
+    for library in build/release/{Base/libZBase.so,ZLiteXML/libZLiteXML.so,Base/libzbase_debughelp.so}; do
+        name=$(basename "$library")
+        gunzip -c "cmake/abi/$name.abi.gz" >"$place/old"
+        scripts/abi.sh "$library" >"$place/new"
+        abidiff --no-added-syms "$place/old" "$place/new" || {
+            echo "Modules that are there break. If that is meant: scripts/abi.sh $library | gzip -9n >cmake/abi/$name.abi.gz"
+            exit 1
+        }
+    done
+    rm -rf "$place"
+}
+
 # check_man_page COMMAND [SUBCOMMAND...]: the man page tells of each command and option that the help tells of.
 check_man_page() {
     local help name
@@ -200,7 +217,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
+[ $# -gt 0 ] || steps=(format headers exports abi package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

@@ -16,7 +16,7 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 # Breakpad comes through npm if somebody has it. Debian's own would bring 372 packages, what asks npm's registry alone 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
-check="$test clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
+check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
 package="$build dpkg-dev fakeroot file lintian"
 docs="doxygen python3"
 browse="$docs chromium"
