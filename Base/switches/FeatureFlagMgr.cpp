@@ -5,7 +5,9 @@
 #include <Base/platform/os/Forks.h>
 #include <Base/text/UnicodeConversions.h>
 
+#include <cstddef>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace ZBase {
@@ -42,6 +44,33 @@ constexpr const unsigned short* kKnownNames[21] = {
 // kept.
 std::mutex sChange;
 
+// A name as it is before the lock is taken, whose memory then is nobody else's. An ordinary one has no block
+// on the heap.
+class NameCopy {
+public:
+    explicit NameCopy(const unsigned short* name) {
+        std::size_t length = 0;
+        while (length != kOrdinary && name[length] != 0) {
+            mUnits[length] = name[length];
+            ++length;
+        }
+        if (length == kOrdinary) mLong = name;
+        mView = length == kOrdinary ? std::basic_string_view<unsigned short>(mLong)
+                                    : std::basic_string_view<unsigned short>(mUnits, length);
+    }
+    NameCopy(const NameCopy&) = delete;
+    NameCopy& operator=(const NameCopy&) = delete;
+
+    std::basic_string_view<unsigned short> Get() const { return mView; }
+
+private:
+    static constexpr std::size_t kOrdinary = 64;
+
+    unsigned short mUnits[kOrdinary];
+    WideString mLong;
+    std::basic_string_view<unsigned short> mView;
+};
+
 [[noreturn]] void ThrowNotInitialized() {
     ExceptionImpl<Message> failure;
     failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
@@ -68,9 +97,9 @@ FeatureFlagMgr::~FeatureFlagMgr() = default;
 bool FeatureFlagMgr::IsFeatureEnabled(const unsigned short* name) {
     if (!mIsInitialized) ThrowNotInitialized();
     if (name == nullptr) return true;
-    const WideString key(name);
+    const NameCopy copy(name);
     const std::lock_guard lock(mLock);
-    const auto flag = mFlags.find(key);
+    const auto flag = mFlags.find(copy.Get());
     return flag == mFlags.end() || flag->second;
 }
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 namespace ZBase {
 
@@ -40,8 +41,15 @@ public:
 private:
     FeatureFlagMgr();
 
+    // By units, so that a name can be looked up that is no string of its own.
+    struct Less {
+        using is_transparent = void;
+        using View = std::basic_string_view<unsigned short>;
+        bool operator()(View one, View other) const { return one < other; }
+    };
+
     std::recursive_mutex mLock;  // over each access to the map
-    std::map<WideString, bool> mFlags;
+    std::map<WideString, bool, Less> mFlags;
     std::atomic<bool> mIsInitialized{false};
 };
 

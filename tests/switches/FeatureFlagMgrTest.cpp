@@ -161,6 +161,22 @@ TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
     });
 }
 
+// The name is looked up in a copy that needs the heap only when it is long: from 64 units on.
+TEST(FeatureFlagsDeathTest, QueryOfAnOrdinaryNameTakesNoBlock) {
+    IN_CHILD({
+        NotifyFeatureFlagMgrInitialized();
+        for (const std::size_t length : {0, 1, 7, 8, 62, 63, 64, 65, 300}) {
+            std::vector<unsigned short> name(length, 'n');
+            name.push_back(0);
+            EXPECT_TRUE(IsFeatureEnabled(name.data()));
+            SetFeatureEnabled(name.data(), false);
+            const std::size_t before = test::AllocationCount();
+            EXPECT_FALSE(IsFeatureEnabled(name.data())) << length;
+            EXPECT_EQ(test::AllocationCount() - before, length < 64 ? 0u : 1u) << length;
+        }
+    });
+}
+
 // Nobody gives the lock back after an insertion that failed, so another thread waits for ever.
 TEST(FeatureFlagsDeathTest, FailedInsertionKeepsOtherThreadsOut) {
     IN_CHILD({
