@@ -26,7 +26,7 @@ Message::Message(unsigned int size) noexcept {
 
 Message::Message(unsigned int size, const Message& other) noexcept {
     InitializeBlock(BlockOf(*this), size);
-    CopyRecords(BlockOf(other), BlockOf(*this), kDeleted);
+    CopyContent(BlockOf(other), BlockOf(*this));
 }
 
 Message::Message(unsigned int size, unsigned short domain, int id, const char* textTemplate) noexcept {
@@ -42,7 +42,7 @@ Message& Message::operator=(const Message& other) noexcept {
     // A message nested in this one would go with the old content. This one itself is simply emptied.
     if (&other != this && Holds(BlockOf(*this), &other)) return *this = Message(other);
     Clear();
-    CopyRecords(BlockOf(other), BlockOf(*this), kDeleted);
+    CopyContent(BlockOf(other), BlockOf(*this));
     return *this;
 }
 

@@ -27,14 +27,6 @@ Block* NewBlock(std::uint32_t capacity) {
     return block;
 }
 
-Record* UseBlock(Block& block, std::uint32_t size, ETag tag) {
-    auto* record = reinterpret_cast<Record*>(block.Bytes() + (block.capacity - block.free));
-    block.free = block.free - size;
-    record->length = size;
-    record->tag = tag;
-    return record;
-}
-
 void CopyWideText(const Record& source, Record& destination) {
     const std::size_t maxSize = source.PayloadSize() - WideTextPayloadSize(0);
     const unsigned char* text = WideTextStart(source);
@@ -60,7 +52,7 @@ void ShiftWideText(Block& block, const void* from) {
 
 }  // namespace
 
-Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd) {
+Record* PlaceRecordInChain(Block& first, std::size_t payloadSize, ETag tag, bool atEnd) {
     if (payloadSize > kMaxPayloadSize) return nullptr;
     const auto size = static_cast<std::uint32_t>(payloadSize + sizeof(Record));
     Block* block = &first;
@@ -117,11 +109,11 @@ void PlaceHeaderAndTemplate(Block& first, unsigned short domain, int id, const c
         PlaceText(first, textTemplate, TAG_TEMPLATE, false);
 }
 
-void FreeBlockChain(Block& first) {
-    for (Block* block = first.next; block != nullptr;) {
-        Block* next = block->next;
+void FreeBlocks(Block* next) {
+    while (next != nullptr) {
+        Block* const block = next;
+        next = block->next;
         ::operator delete(block);
-        block = next;
     }
 }
 
@@ -156,6 +148,22 @@ CopyResult CopyRecords(const Block& source, Block& destination, TagSet excluded)
         while (last->next != nullptr) last = last->next;
     }
     return result;
+}
+
+void CopyContent(const Block& source, Block& destination) {
+    const std::uint32_t used = source.capacity - source.free;
+    bool isPlain = source.next == nullptr && used <= destination.capacity;
+    for (std::uint32_t at = sizeof(Block); isPlain && at < used;) {
+        const Record& record = *reinterpret_cast<const Record*>(source.Bytes() + at);
+        isPlain = record.tag != TAG_DELETED && record.tag != TAG_WIDE_MESSAGE;
+        at += record.length;
+    }
+    if (!isPlain) {
+        CopyRecords(source, destination, kDeleted);
+        return;
+    }
+    std::memcpy(destination.Bytes() + sizeof(Block), source.Bytes() + sizeof(Block), used - sizeof(Block));
+    destination.free = destination.capacity - used;
 }
 
 Record* NestCopy(const Block& source, Block& parent, ETag tag) {

@@ -226,10 +226,29 @@ inline void InitializeBlock(Block& block, std::uint32_t capacity) {
     block.next = nullptr;
 }
 
+/// The record that takes `size` bytes of what is free in a block.
+inline Record* UseBlock(Block& block, std::uint32_t size, ETag tag) {
+    auto* record = reinterpret_cast<Record*>(block.Bytes() + (block.capacity - block.free));
+    block.free = block.free - size;
+    record->length = size;
+    record->tag = tag;
+    return record;
+}
+
+/// As below, for any chain.
+Record* PlaceRecordInChain(Block& first, std::size_t payloadSize, ETag tag, bool atEnd);
+
 /// Adds a record with a payload that is yet to be written: in the first block with room, or with `atEnd` in
-/// the last block, where the order of records matters. This is the only place where a message grows. Null,
-/// with the chain as it was, when there is no memory or the sizes would not fit in 32 bits.
-Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd);
+/// the last block, where the order of records matters. A message grows nowhere else. Null, with the chain as
+/// it was, when there is no memory or the sizes would not fit in 32 bits.
+inline Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd) {
+    // Most messages are one block with room.
+    if (first.next == nullptr && payloadSize <= kMaxPayloadSize &&
+        payloadSize + sizeof(Record) <= first.free) {
+        return UseBlock(first, static_cast<std::uint32_t>(payloadSize + sizeof(Record)), tag);
+    }
+    return PlaceRecordInChain(first, payloadSize, tag, atEnd);
+}
 
 /// The same for a text and its terminator.
 Record* PlaceText(Block& first, std::string_view text, ETag tag, bool atEnd);
@@ -244,7 +263,10 @@ bool PlaceHeader(Block& first, unsigned short domain, int id);
 void PlaceHeaderAndTemplate(Block& first, unsigned short domain, int id, const char* textTemplate);
 
 /// Frees all blocks behind the first, whose header stays as it is.
-void FreeBlockChain(Block& first);
+void FreeBlocks(Block* next);
+inline void FreeBlockChain(Block& first) {
+    if (first.next != nullptr) FreeBlocks(first.next);
+}
 
 /// Bytes in all records whose tag is not left out.
 std::uint64_t SumRecordLengths(const Block& source, TagSet excluded);
@@ -258,6 +280,9 @@ struct CopyResult {
 /// Appends copies of all records whose tag is not left out, in their order, up to the first that finds no
 /// place.
 CopyResult CopyRecords(const Block& source, Block& destination, TagSet excluded);
+
+/// The same without what is deleted, into an empty block.
+void CopyContent(const Block& source, Block& destination);
 
 /// Nests a copy of what is in `source` into `parent`, in one record. Null when there is no place for it.
 Record* NestCopy(const Block& source, Block& parent, ETag tag);
