@@ -1,6 +1,10 @@
 #include <Base/messages/MessageDomains.h>
 #include <Base/messages/detail/AsciiCase.h>
 
+#include <array>
+#include <cstddef>
+#include <iterator>
+
 namespace ZBase {
 
 const unsigned short MESSAGE_DOMAIN_UNKNOWN = 0;
@@ -37,13 +41,17 @@ constexpr Domain kDomains[] = {
     {300, "Server"},
 };
 
+// The row of each number; the first, "Unknown", for those without one.
+constexpr auto kRows = [] {
+    std::array<unsigned char, std::end(kDomains)[-1].number + 1> rows{};
+    for (unsigned char row = 0; row != std::size(kDomains); ++row) rows[kDomains[row].number] = row;
+    return rows;
+}();
+
 }  // namespace
 
 const char* ToString(unsigned short domain) {
-    for (const Domain& row : kDomains) {
-        if (row.number == domain) return row.name;
-    }
-    return "Unknown";
+    return kDomains[domain < kRows.size() ? kRows[domain] : 0].name;
 }
 
 unsigned short ToMessageDomain(const char* name) {

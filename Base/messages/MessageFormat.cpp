@@ -3,12 +3,16 @@
 #include <Base/messages/ConstMessageCursor.h>
 #include <Base/messages/MessageCursor.h>
 #include <Base/messages/MessageWalk.h>
-#include <Base/messages/SimpleMessageLocalizer.h>
+#include <Base/messages/detail/MessageLine.h>
+#include <Base/text/detail/ResultText.h>
 
+#include <algorithm>
 #include <new>
 #include <string>
 
 namespace ZBase {
+
+using namespace detail;
 
 namespace {
 
@@ -34,6 +38,19 @@ void Demand(bool stepped) {
 
 void AppendText(std::string& text, const ReturnString& own) {
     text.append(own.c_str() != nullptr ? own.c_str() : "Unknown.");
+}
+
+// Room for the text of an ordinary tree, whose records have what goes into it, and some more for the name of
+// a domain and an id. Larger trees may have much that does not, such as texts of other languages.
+std::size_t ExpectedLength(const Block& root) {
+    constexpr std::uint64_t kOrdinary = 4096;
+    return static_cast<std::size_t>(std::min(2 * SumRecordLengths(root, kDeleted), kOrdinary));
+}
+
+// One allocation, without another look for the end.
+ReturnString MakeResult(const std::string& text) {
+    Unfinished<ReturnString> result(text.size());
+    return result.Finish(std::copy_n(text.data(), text.size(), result.Get()));
 }
 
 // Appends the line of the message where the cursor stands; gives its text, which may be a null string.
@@ -67,14 +84,24 @@ ReturnString FormatByCursor(Cursor& cursor, Message::Localizer& localizer, unsig
     do {
         AppendMessage(text, cursor, localizer, language);
     } while (GoToNext(cursor));
-    return ReturnString(text.c_str());
+    return MakeResult(text);
 }
 
 }  // namespace
 
 ReturnString FormatMessage(const Message& message, unsigned short language) {
-    SimpleMessageLocalizer localizer;
-    return FormatMessage(message, language, localizer);
+    std::string text;
+    text.reserve(ExpectedLength(BlockOf(message)));
+    for (const MessageVisit& visit : MessageWalk(message)) {
+        text.append(static_cast<unsigned short>(visit.level), '\t');
+        const MessageLine line(*visit.message, language);
+        if (line.Stored() != nullptr) {
+            text.append(line.Stored());
+        } else {
+            AppendSimpleText(text, language, line.Domain(), line.ID(), line.Template(), line.Parameters());
+        }
+    }
+    return MakeResult(text);
 }
 
 ReturnString FormatMessage(const Message& message, unsigned short language, Message::Localizer& localizer) {
@@ -83,7 +110,7 @@ ReturnString FormatMessage(const Message& message, unsigned short language, Mess
         text.append(static_cast<unsigned short>(visit.level), '\t');
         AppendText(text, visit.message->Localize(localizer, language));
     }
-    return ReturnString(text.c_str());
+    return MakeResult(text);
 }
 
 ReturnString FormatMessage(Message& message, unsigned short language, Message::Localizer& localizer) {
@@ -106,7 +133,7 @@ ReturnString FormatMessage(const Message& message, Message& localized, unsigned 
         Demand(source.GoToLowerLevelMessage(false));
         Demand(destination.GoToLowerLevelMessage(true));
     }
-    return ReturnString(text.c_str());
+    return MakeResult(text);
 }
 
 }  // namespace ZBase

@@ -1,42 +1,17 @@
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
+#include <Base/messages/detail/MessageLine.h>
 #include <Base/messages/detail/Records.h>
 #include <Base/text/UnicodeConversions.h>
-
-#include <vector>
 
 namespace ZBase {
 
 using namespace detail;
 
 ReturnString Message::Localize(Localizer& localizer, unsigned short language) const {
-    unsigned short domain = MESSAGE_DOMAIN_UNKNOWN;
-    int id = 0;
-    const char* textTemplate = nullptr;
-    std::vector<const char*> parameters;
-
-    RecordWalker walker(BlockOf(*this));
-    while (const Record* record = walker.Next()) {
-        switch (record->tag) {
-            case TAG_HEADER:
-                id = record->As<Header>().id;
-                domain = record->As<Header>().domain;
-                break;
-            case TAG_TEMPLATE:
-                textTemplate = record->Text();
-                break;
-            case TAG_PARAMETER:
-                parameters.push_back(record->Text());
-                break;
-            case TAG_LOCALIZED_TEXT:
-                if (record->As<LocalizedText>().language != language) break;
-                return ReturnString(record->As<LocalizedText>().Text());
-            default:
-                break;
-        }
-    }
-    parameters.push_back(nullptr);
-    return localizer.LocalizeText(language, domain, id, textTemplate, parameters.data());
+    const MessageLine line(*this, language);
+    if (line.Stored() != nullptr) return ReturnString(line.Stored());
+    return localizer.LocalizeText(language, line.Domain(), line.ID(), line.Template(), line.Parameters());
 }
 
 const unsigned short* Message::GetMessage() const {

@@ -1,10 +1,12 @@
 #include <Base/messages/SimpleMessageLocalizer.h>
 
-#include <Base/messages/MessageFormat.h>
 #include <Base/messages/SystemErrors.h>
-#include <Base/text/NumberText.h>
+#include <Base/messages/detail/MessageLine.h>
 #include <Base/text/UnicodeConversions.h>
 
+#include <charconv>
+#include <iterator>
+#include <limits>
 #include <string>
 
 namespace ZBase {
@@ -13,35 +15,41 @@ namespace {
 
 constexpr const char* kUnknownError = "Unknown error.";
 
-// "text (Windows API error 5)"
-ReturnString WithOrigin(const char* text, unsigned short domain, const char* kind, int id) {
-    std::string line = text;
-    line.append(" (").append(ToString(domain)).append(kind).append(ToDecimalString(id).c_str()).append(")");
-    return ReturnString(line.c_str());
+// " (Windows API error 5)"
+void AppendOrigin(std::string& line, unsigned short domain, const char* kind, int id) {
+    char digits[std::numeric_limits<int>::digits10 + 2];
+    const std::to_chars_result written = std::to_chars(digits, std::end(digits), id);
+    line.append(" (").append(ToString(domain)).append(kind).append(digits, written.ptr).append(1, ')');
 }
 
-ReturnString DescriptionWithOrigin(const ReturnWString& description, unsigned short domain, int id) {
+void AppendDescription(std::string& line, const ReturnWString& description, unsigned short domain, int id) {
     const ReturnString text = WideCharToUTF8(description.c_str(), false);
-    return WithOrigin(text.c_str() != nullptr ? text.c_str() : kUnknownError, domain, " error ", id);
+    line.append(text.c_str() != nullptr ? text.c_str() : kUnknownError);
+    AppendOrigin(line, domain, " error ", id);
 }
 
 }  // namespace
 
-ReturnString SimpleMessageLocalizer::LocalizeText(unsigned short language, unsigned short domain, int id,
-                                                  const char* textTemplate, const char* const* parameters) {
+void detail::AppendSimpleText(std::string& text, unsigned short language, unsigned short domain, int id,
+                              const char* textTemplate, const char* const parameters[]) {
     const auto code = static_cast<unsigned int>(id);
     if (domain == MESSAGE_DOMAIN_ERRNO) {
-        return DescriptionWithOrigin(GetStandardCLibraryErrorDescriptionOrNULL(id), domain, id);
+        AppendDescription(text, GetStandardCLibraryErrorDescriptionOrNULL(id), domain, id);
+    } else if (domain == MESSAGE_DOMAIN_WIN32_API) {
+        AppendDescription(text, GetWin32APIErrorDescriptionOrNULL(code, language), domain, id);
+    } else if (domain == MESSAGE_DOMAIN_WIN32_EXCEPTION) {
+        text.append("Windows exception ").append(GetWin32ExceptionSymbolOrHexUpperString(code).c_str());
+    } else {
+        AppendMerged(text, textTemplate != nullptr ? textTemplate : kUnknownError, parameters);
+        AppendOrigin(text, domain, " message ", id);
     }
-    if (domain == MESSAGE_DOMAIN_WIN32_API) {
-        return DescriptionWithOrigin(GetWin32APIErrorDescriptionOrNULL(code, language), domain, id);
-    }
-    if (domain == MESSAGE_DOMAIN_WIN32_EXCEPTION) {
-        const std::string prefix = "Windows exception ";
-        return ReturnString((prefix + GetWin32ExceptionSymbolOrHexUpperString(code).c_str()).c_str());
-    }
-    const char* merged = textTemplate != nullptr ? textTemplate : kUnknownError;
-    return WithOrigin(MergeParametersIntoTemplate(merged, parameters).c_str(), domain, " message ", id);
+}
+
+ReturnString SimpleMessageLocalizer::LocalizeText(unsigned short language, unsigned short domain, int id,
+                                                  const char* textTemplate, const char* const* parameters) {
+    std::string text;
+    detail::AppendSimpleText(text, language, domain, id, textTemplate, parameters);
+    return ReturnString(text.c_str());
 }
 
 }  // namespace ZBase

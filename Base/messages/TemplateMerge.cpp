@@ -1,10 +1,12 @@
 #include <Base/messages/MessageFormat.h>
+#include <Base/messages/detail/MessageLine.h>
 #include <Base/text/detail/ResultText.h>
 
 #include <cstddef>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <string>
 
 namespace ZBase {
 
@@ -37,6 +39,15 @@ public:
 
 private:
     char* mpEnd;
+};
+
+class Appender {
+public:
+    explicit Appender(std::string& text) : mText(text) {}
+    void Append(const char* text, std::size_t length) { mText.append(text, length); }
+
+private:
+    std::string& mText;
 };
 
 struct Parameters {
@@ -90,6 +101,11 @@ void Merge(const char* text, const Parameters& parameters, Sink& sink) {
 }
 
 }  // namespace
+
+void detail::AppendMerged(std::string& text, const char* textTemplate, const char* const parameters[]) {
+    Appender appender(text);
+    Merge(textTemplate == nullptr ? "" : textTemplate, Parameters(parameters), appender);
+}
 
 ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]) {
     if (textTemplate == nullptr) textTemplate = "";
