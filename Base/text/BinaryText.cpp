@@ -51,6 +51,30 @@ constexpr Escapes MakeEscapes() {
 
 constexpr Escapes kEscapes = MakeEscapes();
 
+// How many octets of a piece are reserved. No branch and one width, so that compilers take a register full.
+constexpr std::size_t kPiece = 64;
+
+unsigned char CountReserved(const char* text, std::size_t length) {
+    unsigned char count = 0;
+    for (std::size_t i = 0; i != length; ++i) {
+        const auto octet = static_cast<unsigned char>(text[i]);
+        const auto digit = static_cast<unsigned char>(octet - '0');
+        const auto letter = static_cast<unsigned char>((octet | 0x20) - 'a');
+        const bool isUnreserved =
+            (digit < 10) | (letter < 26) | (octet == '~') | (octet == '-') | (octet == '_') | (octet == '.');
+        count = static_cast<unsigned char>(count + (isUnreserved ? 0 : 1));
+    }
+    return count;
+}
+
+std::size_t EscapedSize(const std::string& text) {
+    std::size_t reserved = 0;
+    std::size_t i = 0;
+    for (; text.size() - i >= kPiece; i += kPiece) reserved += CountReserved(text.data() + i, kPiece);
+    reserved += CountReserved(text.data() + i, text.size() - i);
+    return text.size() + 2 * reserved;
+}
+
 // The two digits of each octet.
 struct DigitPairs {
     unsigned short rows[256][2];
@@ -113,9 +137,7 @@ std::string Char2Hex(char octet) {
 }
 
 std::string UrlEncode(const std::string& text) {
-    std::size_t size = 0;
-    for (const char octet : text) size += kEscapes.sizes[static_cast<unsigned char>(octet)];
-    std::string result(size, '\0');
+    std::string result(EscapedSize(text), '\0');
     char* out = result.data();
     const char* next = text.data();
     // Four octets at once as long as three characters follow, whose octets will stand where the rest went.

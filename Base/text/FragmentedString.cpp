@@ -75,6 +75,7 @@ private:
     enum class OnNull { kFail, kThrow };
 
     int AppendUnits(const unsigned short* text, std::uint64_t length, OnNull onNull);
+    int AppendOne(unsigned short character);
     bool OpenFragment(std::uint64_t size, OnNull onNull, int& failure);
     void Store(const unsigned short* text, std::uint64_t length);
     void* AllocateFragment(std::uint64_t size);
@@ -105,9 +106,21 @@ int FragmentedStringImpl::Append(const unsigned short* text, unsigned int length
 
 int FragmentedStringImpl::AppendChar(unsigned short character) {
     if (character == 0) return 1;
-    if (mpCurrent->size - mUsedBytes < kUnit) return AppendUnits(&character, 1, OnNull::kFail);
-    Store(&character, 1);
+    // Each number is read once, before the unit is written, which might be one of them for all the compiler
+    // knows.
+    Fragment* const tail = mpCurrent;
+    const unsigned int used = mUsedBytes;
+    const unsigned int length = mLength;
+    if (tail->size - used < kUnit) return AppendOne(character);
+    mUsedBytes = used + static_cast<unsigned int>(kUnit);
+    mLength = length + 1;
+    std::memcpy(reinterpret_cast<char*>(tail) + used, &character, kUnit);
     return 0;
+}
+
+// Aside from the form above, which would have to keep registers for it.
+int FragmentedStringImpl::AppendOne(unsigned short character) {
+    return AppendUnits(&character, 1, OnNull::kFail);
 }
 
 int FragmentedStringImpl::AppendString(const unsigned short* text) {
