@@ -33,6 +33,19 @@ KernelList RunnableKernels() {
     return list;
 }
 
+// Defined by the build, for the sources of those kinds too.
+#if !defined(ZBASE_X86_64_KERNELS)
+const TextKernels* Sse2Kernels() {
+    return nullptr;
+}
+const TextKernels* Avx2Kernels() {
+    return nullptr;
+}
+const TextKernels* Avx512Kernels() {
+    return nullptr;
+}
+#endif
+
 void UseKernels(const TextKernels* kernels) {
     sKernels.store(kernels, std::memory_order_relaxed);
 }

@@ -46,7 +46,7 @@ KernelList RunnableKernels();
 /// Makes all conversions of the process take `kernels`, to compare the kinds; null makes them choose anew.
 void UseKernels(const TextKernels* kernels);
 
-// One for each kind; null where it was not compiled for this processor's family.
+// One for each kind; null for those of another family of processors.
 const TextKernels* PlainKernels();
 const TextKernels* Sse2Kernels();
 const TextKernels* Avx2Kernels();

@@ -1,6 +1,6 @@
 #include <Base/text/detail/TextKernels.h>
 
-#if defined(__AVX2__)
+#if defined(ZBASE_X86_64_KERNELS)
 
 #include <Base/text/detail/kernels/ShuffleTables.h>
 #include <Base/text/detail/kernels/Utf8Blocks.h>
@@ -222,16 +222,6 @@ constexpr TextKernels kKernels = KernelsOf<Avx2>("AVX2");
 
 const TextKernels* Avx2Kernels() {
     return &kKernels;
-}
-
-}  // namespace ZBase::detail
-
-#else
-
-namespace ZBase::detail {
-
-const TextKernels* Avx2Kernels() {
-    return nullptr;
 }
 
 }  // namespace ZBase::detail

@@ -1,6 +1,6 @@
 #include <Base/text/detail/TextKernels.h>
 
-#if defined(__AVX512BW__) && defined(__AVX512VL__) && defined(__AVX512DQ__)
+#if defined(ZBASE_X86_64_KERNELS)
 
 #include <Base/text/detail/kernels/ShuffleTables.h>
 #include <Base/text/detail/kernels/Utf8Blocks.h>
@@ -210,16 +210,6 @@ constexpr TextKernels kKernels = KernelsOf<Avx512>("AVX-512");
 
 const TextKernels* Avx512Kernels() {
     return &kKernels;
-}
-
-}  // namespace ZBase::detail
-
-#else
-
-namespace ZBase::detail {
-
-const TextKernels* Avx512Kernels() {
-    return nullptr;
 }
 
 }  // namespace ZBase::detail

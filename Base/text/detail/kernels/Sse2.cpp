@@ -1,6 +1,6 @@
 #include <Base/text/detail/TextKernels.h>
 
-#if defined(__SSE2__) && defined(__x86_64__)
+#if defined(ZBASE_X86_64_KERNELS)
 
 #include <Base/text/detail/kernels/Utf8Blocks.h>
 
@@ -201,16 +201,6 @@ constexpr TextKernels kKernels = KernelsOf<Sse2>("SSE2");
 
 const TextKernels* Sse2Kernels() {
     return &kKernels;
-}
-
-}  // namespace ZBase::detail
-
-#else
-
-namespace ZBase::detail {
-
-const TextKernels* Sse2Kernels() {
-    return nullptr;
 }
 
 }  // namespace ZBase::detail
