@@ -93,13 +93,14 @@ check_man_page() {
     done
 }
 
-# block LANGUAGE: what README's "Using it" shows in that language, the first of it.
+# block LANGUAGE [PAGE HEADING]: what README's "Using it", or a page under a heading, shows in that language, the first of it.
 block() {
-    awk -v language="$1" '/^## / { here = $0 == "## Using it" } /^```$/ && on { exit } on { print }
-        here && $0 == "```" language { on = 1 }' README.md
+    awk -v language="$1" -v heading="## ${3:-Using it}" '/^## / { here = $0 == heading } /^```$/ && on { exit } on { print }
+        here && $0 == "```" language { on = 1 }' "${2:-README.md}"
 }
 
-# What README tells of the use of the library, to the letter but for the place, by CMake and by pkg-config; the examples.
+# What README and the first steps tell of the use of the library, to the letter but for the place, by CMake and by pkg-config;
+# the examples.
 check_package() {
     local place
     place=$(mktemp -d)
@@ -118,6 +119,13 @@ check_package() {
     diff <(block text) <("$place/server/build/server")
     (cd "$place/server" && sh -c "$(grep '^g++ main.cpp' "$OLDPWD/README.md")")
     diff <(block text) <(LD_LIBRARY_PATH=$(pkg-config --variable=libdir zbase) "$place/server/server")
+    local first=(docs/first-steps.md "A failure from thrower to reader")
+    mkdir "$place/first"
+    block cpp "${first[@]}" >"$place/first/main.cpp"
+    block cmake "${first[@]}" >"$place/first/CMakeLists.txt"
+    [[ $(export CMAKE_PREFIX_PATH="$place/installed" PATH="$place/installed/bin:$PATH"; command=$(grep '^cmake -B' "${first[0]}")
+        cd "$place/first" && sh -c "$command" 2>/dev/null) == *"Server 103  names.txt has a bad name."* ]] ||
+        { echo "The first steps lead elsewhere"; exit 1; }
     local found
     found=$(grep -r -l -a -F "$PWD" "$place/installed" || :)
     [ -z "$found" ] || { echo "The place of the tree is in what is installed: $found"; exit 1; }
