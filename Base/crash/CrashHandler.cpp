@@ -2,12 +2,11 @@
 #include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
+#include <Base/crash/detail/DumpDirectory.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/CrashDumps.h>
-#include <Base/platform/os/Files.h>
 #include <Base/platform/os/Forks.h>
 #include <Base/platform/os/ReportSender.h>
 #include <Base/platform/os/Threads.h>
@@ -95,13 +94,6 @@ bool IsSet(const unsigned short* key) {
     return setting != gCrashConfig.end() && IsCrashSettingTrue(setting->second);
 }
 
-// The directory of the dumps, made if it is missing; only its last level.
-bool HaveDumpDirectory(WideString& directory) {
-    const auto setting = gCrashConfig.find("dump_path"_w);
-    directory = setting == gCrashConfig.end() ? "crash_dumps"_w : setting->second;
-    return os::PathExists(directory.c_str()) || os::CreatePrivateDirectory(directory.c_str());
-}
-
 // An octet beyond ASCII becomes "?", whatever the locale.
 std::string KeepAscii(const char* text) {
     std::string ascii = text;
@@ -125,7 +117,7 @@ bool InstallCrashHandler() {
     if (IsSet("native_dump"_w)) gNativeDump = true;
     if (IsSet("keep_dump_file"_w)) gKeepDumpFile = true;
     WideString directory;
-    if (!HaveDumpDirectory(directory)) return false;
+    if (!detail::HaveDumpDirectory(directory)) return false;
 
     os::PrepareReportSender();
     os::DumpHandler* const handler =
@@ -133,8 +125,7 @@ bool InstallCrashHandler() {
     if (handler == nullptr) return false;
     detail::WatchTerminate();
     gExceptionHandler = handler;  // an earlier one stays behind it
-    const auto stacks = gCrashConfig.find("stacks_on"_w);
-    if (stacks != gCrashConfig.end()) os::WriteStacksAtSignal(stacks->second.c_str(), directory.c_str());
+    detail::WriteStacksWhenAsked(directory);
     LookAfterStore(directory);
     return true;
 }

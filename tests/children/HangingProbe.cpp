@@ -90,9 +90,9 @@ int main(int argc, char** argv) {
     if (argc != 3) return 2;
     alarm(100);
     const std::string what = argv[1];
-    if (what == "signal" && !ZBase::InstallCrashHandler()) return 3;
+    // Without crash reporting it installs no handler, and the signal is served all the same.
+    if (what == "signal" || what == "child") ZBase::InstallCrashHandler();
     if (what == "child") {
-        if (!ZBase::InstallCrashHandler()) return 3;
         const pid_t child = fork();
         if (child == 0) {
             raise(SIGQUIT);

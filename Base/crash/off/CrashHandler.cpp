@@ -1,8 +1,10 @@
 // What stands in for the crash handler in a library that is built without crash reporting: every process goes
-// on as one whose configuration is incomplete.
+// on as one whose configuration is incomplete, but for the stacks of one that hangs: they need no dumps.
 
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/detail/CrashState.h>
+#include <Base/crash/detail/DumpDirectory.h>
+#include <Base/frame/WideLiteral.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +29,10 @@ WideString WidenAscii(const char* text) {
 bool InstallCrashHandler() {
     gCrashConfigPath = FindCrashConfig().c_str();
     ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys);
+    WideString directory;
+    const bool isWanted =
+        gCrashConfig.contains("stacks_on"_w) && JudgeCrashSettings(gCrashConfig) == ECrashSettings::eComplete;
+    if (isWanted && detail::HaveDumpDirectory(directory)) detail::WriteStacksWhenAsked(directory);
     return false;
 }
 

@@ -11,6 +11,7 @@
 // again, or another thread's signal come first.
 
 #include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/linux/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/CrashChain.h>
 #include <Base/platform/os/linux/CrashStack.h>
 #include <Base/platform/os/linux/CrashTurns.h>
@@ -211,7 +212,7 @@ void AwaitCrashAtQuickExit() {
 
 DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
     static const bool sAwaits = std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
-    const std::string absolute = AbsoluteDumpDirectory(ToNative(directory));
+    const std::string absolute = AbsoluteDirectory(ToNative(directory));
     if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
     auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
     if (handler == nullptr) return nullptr;

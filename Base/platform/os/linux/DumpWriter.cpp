@@ -2,6 +2,7 @@
 // an earlier dump, or by the child of a fork.
 
 #include <Base/platform/os/Environment.h>
+#include <Base/platform/os/linux/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/CrashTurns.h>
 #include <Base/platform/os/linux/DumpWriter.h>
 
@@ -23,7 +24,6 @@ namespace {
 
 using google_breakpad::MinidumpDescriptor;
 
-constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789ab.dmp" - 1;
 constexpr char kNothing[kDumpMemories][8] = {};  // what a dump holds for a user that has nothing
 
 // "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
@@ -66,7 +66,7 @@ DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDeman
       mMostOctets(off_t{megabytes} << 20),
       mHandler(MinidumpDescriptor(STDIN_FILENO), nullptr, nullptr, nullptr, false, -1) {
     const char* const given = GetNarrowEnvironment("TMPDIR");
-    const std::string temporary = AbsoluteDumpDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
+    const std::string temporary = AbsoluteDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
     std::memcpy(mDirectory, directory.c_str(), directory.size() + 1);
     std::memcpy(mTemporary, temporary.c_str(), temporary.size() + 1);
     mPath[0] = 0;
@@ -183,17 +183,6 @@ void DumpWriter::SayWhere(const char* directory, const char* why, const char* re
         size += length;
     }
     mElsewhere[size] = 0;
-}
-
-std::string AbsoluteDumpDirectory(const std::string& directory) {
-    std::string absolute = directory;
-    if (absolute.empty() || absolute[0] != '/') {
-        char* present = getcwd(nullptr, 0);
-        if (present == nullptr) return "";
-        absolute = std::string(present) + "/" + directory;
-        std::free(present);
-    }
-    return absolute.size() + kNameLength < PATH_MAX ? absolute : "";
 }
 
 }  // namespace ZBase::os

@@ -45,7 +45,4 @@ private:
     google_breakpad::ExceptionHandler mHandler;
 };
 
-/// The absolute form of a directory; empty if it is too long or if there is none.
-std::string AbsoluteDumpDirectory(const std::string& directory);
-
 }  // namespace ZBase::os

@@ -4,7 +4,7 @@
 #include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/StayLoaded.h>
-#include <Base/platform/os/linux/DumpWriter.h>
+#include <Base/platform/os/linux/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/NativeText.h>
 
 #include <linux/futex.h>
@@ -128,8 +128,8 @@ bool WriteStacksAtSignal(const unsigned short* signal, const unsigned short* dir
     for (const Choice& choice : kChoices) {
         if (name != choice.name) continue;
         const char* const given = GetNarrowEnvironment("TMPDIR");
-        const std::string place = AbsoluteDumpDirectory(ToNative(directory));
-        const std::string temporary = AbsoluteDumpDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
+        const std::string place = AbsoluteDirectory(ToNative(directory));
+        const std::string temporary = AbsoluteDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
         StayLoaded();
         std::snprintf(sDirectory, sizeof sDirectory, "%s", place.c_str());
         std::snprintf(sTemporary, sizeof sTemporary, "%s", temporary.c_str());
