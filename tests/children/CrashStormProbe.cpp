@@ -174,6 +174,65 @@ void DumpBesideVfork(int) {
     forking.join();
 }
 
+// Each thread waits for its vfork, the next 700 ms longer than the one before: there is always one that is
+// about to come. Nobody waits for the output of the children.
+void CrashBesideManyVforks(int count) {
+    static std::atomic<int> sRunning = 0;
+    static std::atomic<bool> sCrashing = false;
+    for (int i = 1; i <= count; ++i) {
+        std::thread([i] {
+            const pid_t child = vfork();
+            if (child == 0) {
+                close(STDOUT_FILENO);
+                close(STDERR_FILENO);
+                ++sRunning;
+                while (!sCrashing) usleep(1000);
+                usleep(static_cast<useconds_t>(700'000 * i));
+                _exit(0);
+            }
+            waitpid(child, nullptr, 0);
+            pause();
+        }).detach();
+    }
+    while (sRunning != count) usleep(1000);
+    sCrashing = true;
+    WriteToNull();
+}
+
+std::atomic<bool> gLeavesTheHeap = false;
+
+// A stack leaves its innermost frames out.
+[[gnu::noipa]] void StayInTheHeap(int depth) {
+    if (depth != 0) StayInTheHeap(depth - 1);
+    for (std::size_t i = 1; depth == 0 && !gLeavesTheHeap; i = i * 5 % 100'003) {
+        void* volatile block = std::malloc(i);
+        std::free(block);
+    }
+    asm volatile("" ::: "memory");
+}
+
+// Captures a thread that is in the heap most of the time, and then crashes on it.
+void CaptureInTheHeap(int count) {
+    static std::atomic<bool> sIsThere = false;
+    std::thread busy([] {
+        sIsThere = true;
+        StayInTheHeap(20);
+        WriteToNull();
+    });
+    while (!sIsThere) usleep(100);
+    usleep(10'000);
+    int empty = 0;
+    for (int i = 0; i != count; ++i) {
+        ZBase::CallStack* const stack = ZBase::CreateCallStack(reinterpret_cast<void*>(busy.native_handle()));
+        empty += stack->GetLineCount() == 0;
+        stack->Delete();
+    }
+    std::printf("%d empty\n", empty);
+    std::fflush(stdout);
+    gLeavesTheHeap = true;
+    busy.join();
+}
+
 std::atomic<int> gChildSignals = 0;
 
 // As the one to whom orphans are given.
@@ -320,6 +379,8 @@ int main(int argc, char** argv) {
         {"fork-beside-dump", ForkWhileDumpIsSent},
         {"vfork", CrashInChildOfVfork},
         {"dump-beside-vfork", DumpBesideVfork},
+        {"captured-heap", CaptureInTheHeap},
+        {"beside-vforks", CrashBesideManyVforks},
         {"subreaper", DumpAsSubreaper},
         {"quick-exit", QuickExitBesideCrash},
         {"exit-beside-dump", ExitBesideDump},

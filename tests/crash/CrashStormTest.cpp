@@ -189,6 +189,18 @@ TEST_F(CrashStorm, ThreadThatWaitsForItsVforkIsNotWaitedFor) {
     EXPECT_EQ(ReceivedDumps().size(), 1u);
 }
 
+// All of them could be stopped within nine seconds. The half of one is for stopping threads.
+TEST_F(CrashStorm, ThreadsThatCanNotBeStoppedInTimeAreLeftOutOfTheDump) {
+    StartServer();
+    Configure("dump_seconds=1\n");
+    EXPECT_EQ(Storm({"beside-vforks", "12"}).signal, SIGSEGV);
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    const DumpFacts facts = FactsOf(ReceivedDumps()[0]);
+    EXPECT_TRUE(facts.hasCrashedThread);
+    EXPECT_LT(facts.threads, 13u);
+    EXPECT_TRUE(LeftDumps().empty());
+}
+
 TEST_F(CrashStorm, DumpLeavesNoChildToASubreaper) {
     StartServer();
     Configure();
