@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -205,6 +206,21 @@ TEST_F(CrashCommand, SendSendsWhatWasLeftBehindWithItsKeysAndDeletesIt) {
     EXPECT_TRUE(fs::exists(mFolder / "received" / "3.dmp"));
 }
 
+// A dump holds the command line too, here as the head of a block of no keys that would be newer.
+TEST_F(CrashCommand, SendKeepsTheKeysBesideATextThatLooksLikeThem) {
+    Configure("http://127.0.0.1:1/");
+    std::vector<std::string> keys(64);
+    keys[0] = "ZBase crash keys\x7F";
+    Probe("null", keys);
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    std::ifstream file(mFolder / "received" / "1.keys");
+    const std::string received((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_TRUE(Has(received, "run=7\n")) << received;
+    EXPECT_TRUE(Has(received, "product=probe\n")) << received;
+}
+
 TEST_F(CrashCommand, SendChoosesTheServerThatTheProcessWouldHaveChosen) {
     const auto configure = [this](const std::string& server, const std::string& production) {
         std::ofstream(mFolder / "crash_report.ini")
@@ -299,6 +315,28 @@ TEST_F(CrashCommand, CheckNamesWhatCanNeverWork) {
         EXPECT_EQ(child.exitCode, 1) << one.settings;
         EXPECT_TRUE(Has(child.output, one.said)) << child.output;
     }
+}
+
+TEST_F(CrashCommand, CheckNamesFilesThatWouldNotGoAlong) {
+    std::ofstream(mFolder / "there") << "x";
+    const auto setting = [this](const char* name, const char* file) {
+        return std::string("attachment_") + name + "=" + (mFolder / file).string() + "\n";
+    };
+    Configure("http://127.0.0.1:1/", "max_attachments=4\n" + setting("1", "there") + setting("2", "missing") +
+                                         setting("3", "received") + "attachment_4=\n" +
+                                         setting("5", "there") + "attachment=x\n");
+    const ChildResult child = Crash({"check"});
+    EXPECT_EQ(child.exitCode, 0) << child.output;
+    const std::string folder = mFolder.string();
+    const std::string lost = "No file would go along as attachment_";
+    EXPECT_TRUE(Has(child.output, lost + "2: " + folder + "/missing is not there.\n" + lost + "3: " + folder +
+                                      "/received is no regular file.\n" + lost + "4: names no file.\n" +
+                                      lost + "5: more than max_attachments.\n"))
+        << child.output;
+    EXPECT_FALSE(Has(child.output, lost + "1"));
+    EXPECT_TRUE(Has(child.output, "  a file whose end goes with each report\n"));
+    EXPECT_TRUE(Has(child.output, "the most files that go with a report\n"));
+    EXPECT_TRUE(Has(child.output, "counts for nothing: no setting has this name\n"));
 }
 
 TEST_F(CrashCommand, CheckNamesLinesThatCountForNothing) {

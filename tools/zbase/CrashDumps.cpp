@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <string_view>
 
 extern char** environ;
 
@@ -41,8 +42,10 @@ constexpr std::uint32_t kNeededStreams[] = {3, 4, 5};  // threads, modules, memo
 constexpr std::uint32_t kMostStreams = 256;
 
 constexpr std::uint32_t kThreads = 3;
+constexpr std::uint32_t kMemories = 5;
 constexpr std::uint32_t kThreadNames = 24;
 constexpr std::size_t kThreadSize = 48;
+constexpr std::size_t kMemorySize = 16;      // address, octets, and where they stand
 constexpr std::size_t kThreadNameSize = 12;  // id, and where the name stands in 64 bits
 
 using DumpStreams = std::map<std::uint32_t, DumpStream>;  // by their types
@@ -113,28 +116,45 @@ std::vector<DumpedThread> ThreadsOf(const std::string& content, const DumpStream
     return threads;
 }
 
+// Where what the process held for its report begins, marked so, from the place in the file on to its end. A
+// text that looks like it may stand anywhere else, on a stack or in the command line.
+std::vector<std::string_view> MemoriesOf(const std::string& content, const DumpStreams& streams,
+                                         std::string_view magic) {
+    std::vector<std::string_view> memories;
+    for (const std::size_t at : EntriesOf(content, streams, kMemories, kMemorySize)) {
+        const std::size_t size = NumberAt(content, at + 8);
+        const std::size_t place = NumberAt(content, at + 12);
+        if (place > content.size() || content.size() - place < size) continue;
+        const std::string_view memory = std::string_view(content).substr(place, size);
+        if (memory.starts_with(magic)) memories.push_back(memory);
+    }
+    return memories;
+}
+
 // Names and values of the block that counts, and its head; its sequence stays what it is if there is none.
-std::string NewestFields(const std::string& content, const char* magic, CrashKeysBlock& newest) {
-    std::string fields;
-    for (std::size_t at = 0; (at = content.find(magic, at)) != std::string::npos; ++at) {
+std::string_view NewestFields(const std::vector<std::string_view>& memories, CrashKeysBlock& newest) {
+    std::string_view fields;
+    for (const std::string_view memory : memories) {
         CrashKeysBlock block{};
-        if (content.size() - at < sizeof block) break;
-        std::memcpy(&block, &content[at], sizeof block);
-        const bool isWhole = block.size <= content.size() - at - sizeof block;
+        if (memory.size() < sizeof block) continue;
+        std::memcpy(&block, memory.data(), sizeof block);
+        const bool isWhole = block.size <= memory.size() - sizeof block;
         if (!isWhole || block.sequence <= newest.sequence) continue;
         newest = block;
-        fields = content.substr(at + sizeof block, block.size);
+        fields = memory.substr(sizeof block, block.size);
     }
     return fields;
 }
 
-void AddFields(const std::string& fields, CrashKeys& keys) {
-    for (std::size_t at = 0; at < fields.size();) {
-        const std::string name = &fields[at];
-        at = std::min(fields.size(), at + name.size() + 1);
-        const std::string value = fields.c_str() + at;
-        at += value.size() + 1;
-        keys[name] = value;
+void AddFields(std::string_view fields, CrashKeys& keys) {
+    const auto next = [&] {
+        const std::string_view text = fields.substr(0, fields.find('\0'));
+        fields.remove_prefix(std::min(fields.size(), text.size() + 1));
+        return std::string(text);
+    };
+    while (!fields.empty()) {
+        const std::string name = next();
+        keys[name] = next();
     }
 }
 
@@ -142,19 +162,18 @@ void AddFields(const std::string& fields, CrashKeys& keys) {
 class NoteRing {
 public:
     // False for what is not all there.
-    bool Find(const std::string& content) {
-        const std::size_t head = offsetof(CrashNotesBlock, words);
-        for (std::size_t at = 0;
-             (at = content.find(ZBase::detail::kCrashNotesMagic, at)) != std::string::npos; ++at) {
-            if (content.size() - at < sizeof(CrashNotesBlock)) return false;
-            std::uint64_t size = 0;
-            std::memcpy(&size, &content[at + offsetof(CrashNotesBlock, size)], sizeof size);
-            if (size != sizeof mWords) continue;  // a text that looks like one
-            std::memcpy(&mEnd, &content[at + offsetof(CrashNotesBlock, end)], sizeof mEnd);
-            std::memcpy(mWords, &content[at + head], sizeof mWords);
-            return true;
-        }
-        return false;
+    bool Find(const std::vector<std::string_view>& memories) {
+        const auto whole = std::find_if(memories.begin(), memories.end(), [](std::string_view memory) {
+            return memory.size() >= sizeof(CrashNotesBlock);
+        });
+        if (whole == memories.end()) return false;
+        const char* const start = whole->data();
+        std::uint64_t size = 0;
+        std::memcpy(&size, start + offsetof(CrashNotesBlock, size), sizeof size);
+        if (size != sizeof mWords) return false;  // of another version
+        std::memcpy(&mEnd, start + offsetof(CrashNotesBlock, end), sizeof mEnd);
+        std::memcpy(mWords, start + offsetof(CrashNotesBlock, words), sizeof mWords);
+        return true;
     }
 
     // From the oldest on. Between them may be what was being written.
@@ -212,15 +231,16 @@ DumpedReport ReportOfDump(const fs::path& dump) {
     report.isDump = IsWholeDump(streams);
     report.threads = ThreadsOf(content, streams);
     CrashKeysBlock newest{};
-    const std::string fields = NewestFields(content, ZBase::detail::kCrashKeysMagic, newest);
+    const auto memories = [&](const char* magic) { return MemoriesOf(content, streams, magic); };
+    const std::string_view fields = NewestFields(memories(ZBase::detail::kCrashKeysMagic), newest);
     report.hasKeys = newest.sequence != 0;
     report.isForProduction = newest.production == 1;
     if (newest.hanging == 1) report.keys["reason"] = "hanging";
     CrashKeysBlock words{};
-    AddFields(NewestFields(content, ZBase::detail::kLastWordsMagic, words), report.keys);
+    AddFields(NewestFields(memories(ZBase::detail::kLastWordsMagic), words), report.keys);
     AddFields(fields, report.keys);
     NoteRing ring;
-    if (ring.Find(content)) report.notes = ring.Notes();
+    if (ring.Find(memories(ZBase::detail::kCrashNotesMagic))) report.notes = ring.Notes();
     return report;
 }
 

@@ -5,7 +5,7 @@
 namespace ZBase::detail {
 
 /// The crash keys as every dump holds them: this head, and behind it names and values, each terminated by a
-/// zero. A dump holds two; the one with the higher sequence counts.
+/// zero. It begins a memory of the dump; of several the one with the highest sequence counts.
 struct CrashKeysBlock {
     char magic[16];
     std::uint64_t sequence;
