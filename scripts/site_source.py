@@ -58,10 +58,22 @@ def page(text):
     return text.replace("](../", "](tree/")
 
 
+def without_private(text):
+    """What is private is not shown, but Doxygen makes a link to private classes."""
+    lines, label = [], None
+    for line in text.split("\n"):
+        if match := re.fullmatch(r"(\s*)private:", line):
+            label = match[1]
+        elif label is None or re.match(label + r"(};|public:|protected:)", line):
+            label = None
+            lines.append(line)
+    return "\n".join(lines)
+
+
 def header(text):
     paragraphs = []
     said_before = []  # a comment of its own, directly before this paragraph
-    for block in text.split("\n\n"):
+    for block in without_private(text).split("\n\n"):
         lines = block.split("\n")
         comment, rest = split_comment(lines)
         count = declarations(rest)

@@ -276,6 +276,9 @@ ZBASE_API int Four();
 
 struct Five {
     int six;  // of six
+
+private:
+    struct Seven {};
 };
 END
     diff <(scripts/site_source.py header.h) - <<'END'
@@ -296,6 +299,7 @@ ZBASE_API int Four();
 
 struct Five {
     int six;  ///< of six
+
 };
 END
 }
