@@ -4,4 +4,6 @@ set -eu
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
 ZBASE_PRESET=demo scripts/build.sh zbase
-exec build/demo/tools/zbase/zbase road "${1:-README.md}"
+build/demo/tools/zbase/zbase road "${1:-README.md}"
+echo
+echo "That was build/demo/tools/zbase/zbase road ${1:-README.md}; docs/first-steps.md and examples/ show how programs use it."

@@ -126,8 +126,10 @@ private:
 
 int RunRoad(const std::string& file) {
     Print(
-        "The road of a failure: thrown where it happens, wrapped by every caller that knows more, shown at "
-        "the end.\n");
+        "ZBase at work. Threads read a file into memory that budgets pay for: a contract has the sum of one\n"
+        "request, a governor is asked for the whole process. What fails is a record: thrown where it "
+        "happens,\n"
+        "wrapped by every caller that knows more, shown at the end, and sent to another process as XML.\n");
     Arrive("1  " + file + " is read by several threads into one buffer", file, kPlenty, true);
     Arrive("2  The same, and the contract runs out", file, TooLittleFor(file), true);
     Arrive("3  A file that is not there", file + ".missing", kPlenty, false);
