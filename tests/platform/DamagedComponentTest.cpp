@@ -130,6 +130,24 @@ TEST_F(DamagedComponent, WrongOctetInItsHeadersDoesNotEndTheProcess) {
     for (const int code : Codes(cases)) EXPECT_TRUE(code == 0 || code == 193) << code;
 }
 
+// What lies in the file behind its data would be there instead of the zeros that variables begin with.
+TEST_F(DamagedComponent, DataThatReachesOverItsZerosIsNoValidImage) {
+    Elf64_Ehdr header{};
+    std::memcpy(&header, mWhole.data(), sizeof header);
+    std::string content = mWhole;
+    int changed = 0;
+    for (std::size_t at = header.e_phoff; changed == 0 && at < 4096; at += sizeof(Elf64_Phdr)) {
+        Elf64_Phdr segment{};
+        std::memcpy(&segment, content.data() + at, sizeof segment);
+        if (segment.p_type != PT_LOAD || segment.p_filesz == segment.p_memsz) continue;
+        segment.p_filesz = segment.p_memsz;
+        std::memcpy(content.data() + at, &segment, sizeof segment);
+        ++changed;
+    }
+    ASSERT_EQ(changed, 1);
+    EXPECT_EQ(Codes({{"data up to the end of the zeros", content}}), std::set<int>{193});
+}
+
 TEST_F(DamagedComponent, ZeroesInPlaceOfAPageAreNotRun) {
     std::vector<Case> cases;
     cases.push_back({"first page", mWhole});

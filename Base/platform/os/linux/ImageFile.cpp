@@ -153,10 +153,20 @@ private:
             const bool isCode = (section.sh_flags & SHF_EXECINSTR) != 0;
             const unsigned int rights =
                 (isCode ? PF_X : PF_R) | ((section.sh_flags & SHF_WRITE) != 0 ? PF_W : 0u);
-            return (segment->p_flags & rights) == rights &&
-                   (isFilled ||
-                    section.sh_offset == segment->p_offset + (section.sh_addr - segment->p_vaddr));
+            if ((segment->p_flags & rights) != rights) return false;
+            return isFilled ? IsEmpty(section, *segment)
+                            : section.sh_offset == segment->p_offset + (section.sh_addr - segment->p_vaddr);
         });
+    }
+
+    // Programs count on zeros there. A segment with too much of the file in it has other data instead.
+    bool IsEmpty(const Section& section, const Segment& segment) const {
+        const std::uint64_t inFile = segment.p_vaddr + segment.p_filesz;
+        if (section.sh_addr >= inFile) return true;
+        std::vector<char> content(std::min(section.sh_size, inFile - section.sh_addr));
+        return mFile.Read(segment.p_offset + (section.sh_addr - segment.p_vaddr), content.data(),
+                          content.size()) &&
+               std::all_of(content.begin(), content.end(), [](char octet) { return octet == 0; });
     }
 
     // What is not loaded for itself and is read where the segments lie.
