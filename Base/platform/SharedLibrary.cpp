@@ -15,10 +15,10 @@ constexpr unsigned int kPathCapacity = 260;
 constexpr int kLibraryFailure = 0x12345678;
 
 /// What happened, over why the system says that it did, over the system's `words` if it has more to say.
-Message SystemFailure(const char* textTemplate, const unsigned short* words = ""_w) {
+Message SystemFailure(const char* textTemplate, const unsigned short* words = nullptr) {
     const int code = static_cast<int>(os::GetLastCode());
     Message failure;
-    if (*words != 0) {
+    if (words != nullptr && *words != 0) {
         failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
         failure.SetMessage(words);
     }
