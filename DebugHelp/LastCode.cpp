@@ -1,7 +1,7 @@
 // Entry points tell of failures by their results alone, so what is shared with the library sets no last code
 // here.
 
-#include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/errors/ErrorCodes.h>
 
 namespace ZBase::os {
 

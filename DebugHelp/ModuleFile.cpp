@@ -12,8 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <Base/platform/os/linux/ModulePath.h>
-#include <Base/platform/os/linux/ModulePlace.h>
+#include <Base/platform/os/linux/modules/ModulePath.h>
+#include <Base/platform/os/linux/modules/ModulePlace.h>
 
 namespace DebugHelp {
 

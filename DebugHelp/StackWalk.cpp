@@ -10,10 +10,8 @@
 
 #include <Base/diagnostics/DebugHelpTypes.h>
 #include <Base/platform/os/ThreadContext.h>
-#include <Base/platform/os/linux/ForeignMemory.h>
-#include <Base/platform/os/linux/FrameRules.h>
-#include <Base/platform/os/linux/ModulePlace.h>
-#include <Base/platform/os/linux/RegisteredCode.h>
+#include <Base/platform/os/linux/modules/ModulePlace.h>
+#include <Base/platform/os/linux/stacks/unwind/RegisteredCode.h>
 #include <DebugHelp/Export.h>
 
 namespace {
@@ -44,26 +42,12 @@ void Begin(Walk& walk, const ThreadContext& context) {
                         &*walk.registry);
 }
 
-// Registers that a call does not keep are left as they were.
-void MoveContext(const FrameWalker& walker, ThreadContext& context) {
-    enum Number { Rbx = 3, Rbp = 6, R12 = 12, R13 = 13, R14 = 14, R15 = 15 };  // as the unwind tables number
-    context.rbx = walker.Register(Rbx);
-    context.rbp = walker.Register(Rbp);
-    context.r12 = walker.Register(R12);
-    context.r13 = walker.Register(R13);
-    context.r14 = walker.Register(R14);
-    context.r15 = walker.Register(R15);
-    context.rsp = walker.StackPointer();
-    context.rip = walker.Address();
-}
-
 bool StepRecorded(ZBase::STACKFRAME64& frame, ThreadContext& context) {
     const auto* const frames = reinterpret_cast<const RecordedFrame*>(context.parameterHome[1]);
     const std::uint64_t index = frame.Reserved[0] == Fresh ? 0 : frame.Reserved[1];
     frame.Reserved[1] = index + 1;
     if (index + 1 >= context.parameterHome[2]) return false;
-    context.rip = frames[index + 1].address;
-    context.rsp = frames[index + 1].stackPointer;
+    ZBase::os::SetPlace(context, frames[index + 1].address, frames[index + 1].stackPointer);
     return true;
 }
 
@@ -74,7 +58,7 @@ bool Step(ZBase::STACKFRAME64& frame, ThreadContext& context) {
     frame.Reserved[1] = walk.number;
     if (!walk.walker->Step()) return false;
     walk.registry->Passed(*walk.walker);
-    MoveContext(*walk.walker, context);
+    walk.walker->MoveContext(context);
     return true;
 }
 
@@ -89,12 +73,14 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t StackWalk64(std::uint32_t machine, void*, voi
     if (machine != ZBase::kMachineX64 || frame == nullptr || contextRecord == nullptr) return 0;
     auto& context = *static_cast<ThreadContext*>(contextRecord);
     if (frame->Reserved[0] == Ended) return 0;
-    frame->AddrPC = {context.rip, 0, ZBase::AddrModeFlat};
-    frame->AddrStack = {context.rsp, 0, ZBase::AddrModeFlat};
+    const ZBase::os::WalkStart callee = StartOfWalk(context);
+    frame->AddrPC = {callee.instruction, 0, ZBase::AddrModeFlat};
+    frame->AddrStack = {callee.stack, 0, ZBase::AddrModeFlat};
     if (Step(*frame, context)) {
-        frame->AddrReturn = {context.rip, 0, ZBase::AddrModeFlat};
+        const ZBase::os::WalkStart caller = StartOfWalk(context);
+        frame->AddrReturn = {caller.instruction, 0, ZBase::AddrModeFlat};
         // Where the function keeps, or would keep, its caller's frame pointer.
-        frame->AddrFrame = {context.rsp - 16, 0, ZBase::AddrModeFlat};
+        frame->AddrFrame = {caller.stack - 16, 0, ZBase::AddrModeFlat};
         frame->Reserved[0] = Going;
     } else {
         frame->AddrReturn = {0, 0, ZBase::AddrModeFlat};

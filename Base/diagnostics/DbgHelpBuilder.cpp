@@ -30,11 +30,11 @@ bool Resolve(void* library, const char* name, Function& entry) {
 }
 
 STACKFRAME64 Seed(const os::ThreadContext& context) {
+    const os::WalkStart start = os::StartOfWalk(context);
     STACKFRAME64 frame{};
-    frame.AddrPC = {context.rip, 0, AddrModeFlat};
-    frame.AddrStack = {context.rsp, 0, AddrModeFlat};
-    // Meant: the frame pointer comes from rdi, not from rbp.
-    frame.AddrFrame = {context.rdi, 0, AddrModeFlat};
+    frame.AddrPC = {start.instruction, 0, AddrModeFlat};
+    frame.AddrStack = {start.stack, 0, AddrModeFlat};
+    frame.AddrFrame = {start.frame, 0, AddrModeFlat};
     return frame;
 }
 

@@ -1,32 +1,16 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
-namespace ZBase::os {
+#if defined(__x86_64__) || defined(_M_X64)
+#include <Base/platform/os/x86_64/ContextRecord.h>
+#else
+#error \
+    "Another processor brings a ThreadContext and where a walk begins in it: see os/x86_64/ContextRecord.h \
+and docs/porting.md"
+#endif
 
-/// The register state of a thread, in the published layout of an x64 context record.
-struct alignas(16) ThreadContext {
-    std::uint64_t parameterHome[6];
-    std::uint32_t contextFlags;
-    std::uint32_t mxCsr;
-    std::uint16_t segments[6];
-    std::uint32_t flags;
-    std::uint64_t debugRegisters[6];
-    std::uint64_t rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi;
-    std::uint64_t r8, r9, r10, r11, r12, r13, r14, r15;
-    std::uint64_t rip;
-    unsigned char floatingPoint[512];
-    unsigned char vectors[416];
-    std::uint64_t vectorControl;
-    std::uint64_t branchRecords[5];
-};
-static_assert(sizeof(ThreadContext) == 1232);
-static_assert(offsetof(ThreadContext, contextFlags) == 0x30);
-static_assert(offsetof(ThreadContext, rax) == 0x78);
-static_assert(offsetof(ThreadContext, rsp) == 0x98);
-static_assert(offsetof(ThreadContext, rdi) == 0xB0);
-static_assert(offsetof(ThreadContext, rip) == 0xF8);
+namespace ZBase::os {
 
 /// A frame of a stack: where its code is, and the stack pointer there.
 struct RecordedFrame {
@@ -38,7 +22,6 @@ struct RecordedFrame {
 /// stands for them: its thread goes on, and a walk gives what was recorded.
 inline constexpr std::uint64_t kRecordedFrames = 0x7365'6D61'7246'425A;
 
-inline constexpr std::uint32_t kFullContext = 0x10000B;
 inline constexpr std::uint32_t kThreadGetContext = 8;
 
 /// Stores the general registers as the caller sees them when the call returns. No heap, no lock.

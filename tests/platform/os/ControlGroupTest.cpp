@@ -1,4 +1,4 @@
-#include <Base/platform/os/linux/ControlGroup.h>
+#include <Base/platform/os/linux/host/ControlGroup.h>
 
 #include <gtest/gtest.h>
 

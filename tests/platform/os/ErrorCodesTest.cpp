@@ -1,6 +1,6 @@
 #include <Base/messages/SystemErrors.h>
 #include <Base/platform/os/SystemErrors.h>
-#include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/errors/ErrorCodes.h>
 
 #include <gtest/gtest.h>
 #include <netdb.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/linux/ImageFile.h>
+#include <Base/platform/os/linux/modules/ImageFile.h>
 
 #include <gtest/gtest.h>
 #include <link.h>

@@ -1,5 +1,5 @@
 #include <Base/platform/os/Clock.h>
-#include <Base/platform/os/linux/ErrorCodes.h>
+#include <Base/platform/os/linux/errors/ErrorCodes.h>
 
 #include <ctime>
 

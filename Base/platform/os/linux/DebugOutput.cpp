@@ -16,8 +16,8 @@
 #include <string>
 #include <string_view>
 
-#include <Base/platform/os/linux/ModulePlace.h>
-#include <Base/platform/os/linux/NativeText.h>
+#include <Base/platform/os/linux/modules/ModulePlace.h>
+#include <Base/platform/os/linux/text/NativeText.h>
 
 namespace ZBase::os {
 

@@ -1,0 +1,274 @@
+// The path of a crash. The thread that crashed is in a signal handler; any lock may be held, the heap may be
+// broken, its stack may be used up. So all that is needed is set aside while the handler is made:
+//
+//  - an alternate stack for the thread, with a guard page;
+//  - address space and descriptors, which are let go first of all, since the process may have none left;
+//  - the names of directories, and what a report is made of.
+//
+// The signal handlers are our own. Breakpad's would restore those of the host when a second thread crashes,
+// which ends the process before the first one's report is out, and take a lock that a child of a fork finds
+// held. The process ends in the handler, by the signal of its crash: on return the fault might not happen
+// again, or another thread's signal come first.
+
+#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/linux/crash/CrashChain.h>
+#include <Base/platform/os/linux/crash/CrashStack.h>
+#include <Base/platform/os/linux/crash/CrashTurns.h>
+#include <Base/platform/os/linux/crash/DumpWriter.h>
+#include <Base/platform/os/linux/faults/FaultSignals.h>
+#include <Base/platform/os/linux/files/AbsoluteDirectory.h>
+#include <Base/platform/os/linux/text/NativeText.h>
+
+#include <client/linux/minidump_writer/dump_limit.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr std::size_t kReservedMemory = 32 << 20;  // a dump copies each stack, up to 16 MiB
+constexpr int kReservedDescriptors = 8;
+constexpr int kSignals[] = {SIGSEGV, SIGABRT, SIGFPE, SIGILL, SIGBUS, SIGTRAP};
+
+/// Address space and descriptors for a process that has none left.
+class Reserve {
+public:
+    void Take() {
+        if (mpMemory != nullptr) return;
+        void* memory =
+            mmap(nullptr, kReservedMemory, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory != MAP_FAILED) mpMemory = memory;
+        for (int& descriptor : mDescriptors) descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        struct stat file {};
+        if (mDescriptors[0] >= 0 && fstat(mDescriptors[0], &file) == 0) mDevice = file.st_rdev;
+    }
+
+    // Runs on the crashed thread. No heap, no lock. The memory of a guest is that of another process.
+    void LetGo(bool isGuest) {
+        if (mpMemory == nullptr) return;
+        if (!isGuest) {
+            munmap(mpMemory, kReservedMemory);
+            mpMemory = nullptr;
+        }
+        for (const int descriptor : mDescriptors) {
+            struct stat file {};  // a server that closes all it has may use the number for something else
+            if (descriptor >= 0 && fstat(descriptor, &file) == 0 && file.st_rdev == mDevice)
+                close(descriptor);
+        }
+    }
+
+private:
+    void* mpMemory = nullptr;  // owned
+    int mDescriptors[kReservedDescriptors] = {};
+    dev_t mDevice = 0;
+};
+
+Reserve sReserve;
+std::atomic<DumpHandler*> spNewest = nullptr;
+struct sigaction sBefore[NSIG];
+bool sIsInstalled = false;
+std::atomic<bool> sAsksEarlier = false;
+
+}  // namespace
+
+class DumpHandler {
+public:
+    DumpHandler(const std::string& directory, DumpUser user, unsigned int megabytes)
+        : mCrashes(directory, user, false, megabytes),
+          mGuestCrashes(directory, user, false, megabytes),
+          mDemands(directory, user, true, megabytes) {}
+
+    CrashStack mCrashStack;
+    DumpWriter mCrashes;
+    DumpWriter mGuestCrashes;
+    DumpWriter mDemands;
+    DumpHandler* mpOlder = nullptr;  // owned
+};
+
+namespace {
+
+void HandleCrash(int signal, siginfo_t* information, void* context);
+
+struct sigaction CrashAction() {
+    struct sigaction action {};
+    action.sa_sigaction = HandleCrash;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigfillset(&action.sa_mask);
+    return action;
+}
+
+void InstallHandlers() {
+    if (sIsInstalled) return;
+    const struct sigaction action = CrashAction();
+    for (const int signal : kSignals) {
+        sigaction(signal, nullptr, &sBefore[signal]);
+        sigaction(signal, &action, nullptr);
+    }
+    sIsInstalled = true;
+}
+
+// May run on the crashed thread, and in a guest, whose handlers are its own.
+void RestoreHandlers() {
+    for (const int signal : kSignals) sigaction(signal, &sBefore[signal], nullptr);
+    if (!IsGuest()) sIsInstalled = false;
+}
+
+// Some host saves and restores handlers by `signal`, and then the other arguments are missing. The signal
+// comes again when its handler returns.
+bool HasLostItsFlags(int signal) {
+    struct sigaction present {};
+    if (sigaction(signal, nullptr, &present) != 0 || present.sa_sigaction != HandleCrash) return false;
+    if ((present.sa_flags & SA_SIGINFO) != 0) return false;
+    const struct sigaction action = CrashAction();
+    sigaction(signal, &action, nullptr);
+    return true;
+}
+
+void SendAgain(int signal, siginfo_t* information) {
+    if (syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, information) != 0)
+        syscall(SYS_tgkill, getpid(), gettid(), signal);
+}
+
+// No core of a process whose crash has been dealt with, not even into a pipe.
+void ForbidCore() {
+    if (!IsGuest()) {
+        prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+        return;
+    }
+    const rlimit tooSmall{1,
+                          1};  // that a process may not be looked at holds for its memory, which is another's
+    setrlimit(RLIMIT_CORE, &tooSmall);
+}
+
+// Returns only in a process that no signal ends, the first one of a system or of a container.
+void EndBySignal(int signal, siginfo_t* information) {
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    sigaction(signal, &standard, nullptr);
+    SendAgain(signal, information);
+    sigset_t mine;
+    sigemptyset(&mine);
+    sigaddset(&mine, signal);
+    pthread_sigmask(SIG_UNBLOCK, &mine, nullptr);
+    const bool happensAgain = information->si_code > 0 && signal != SIGTRAP;
+    if (!happensAgain && signal != SIGABRT) _exit(128 + signal);  // as a shell would tell it
+}
+
+// To whoever was there before, or to the system.
+void PassOn(int signal, siginfo_t* information) {
+    RestoreHandlers();
+    // A fault happens again on return. What was sent does not, nor a trap, which is behind its instruction.
+    if (information->si_code <= 0 || signal == SIGABRT || signal == SIGTRAP) SendAgain(signal, information);
+}
+
+// Runs on the crashed thread, on its alternate stack where it has one, with all signals blocked. No heap, no
+// lock.
+void HandleCrash(int signal, siginfo_t* information, void* context) {
+    if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
+    // Nobody goes on after an abort.
+    if (sAsksEarlier && signal != SIGABRT && AskEarlierHandler(sBefore[signal], signal, information, context))
+        return;
+    DumpHandler* const handler = spNewest;
+    if (handler == nullptr || !TakeCrash()) {
+        WaitForCrash();
+        return PassOn(signal, information);
+    }
+    const bool isGuest = IsGuest();
+    sReserve.LetGo(isGuest);
+    DumpWriter& writer = isGuest ? handler->mGuestCrashes : handler->mCrashes;
+    const bool endsHere = writer.WriteCrash(signal, information, context);
+    if (endsHere) ForbidCore();
+    if (isGuest || !endsHere) LeaveCrash();
+    if (!endsHere) return PassOn(signal, information);
+    EndBySignal(signal, information);
+}
+
+// The system ends a process at once that faults with the signal blocked. Threads inherit what is blocked.
+void UnblockFaults() {
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (const int signal : kSignals) sigaddset(&faults, signal);
+    pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
+}
+
+// An end by another thread must not come before that of the crash.
+void AwaitCrashAtQuickExit() {
+    WaitForCrash();
+}
+
+}  // namespace
+
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
+    static const bool sAwaits = std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
+    const std::string absolute = AbsoluteDirectory(ToNative(directory));
+    if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
+    auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
+    if (handler == nullptr) return nullptr;
+    google_breakpad::DumpLimit::Set(1000LL * limits.seconds);
+    sAsksEarlier = limits.asksEarlier;
+    handler->mCrashStack.Install();
+    sReserve.Take();
+    handler->mpOlder = spNewest;
+    spNewest = handler;
+    InstallHandlers();
+    UnblockFaults();
+    return handler;
+}
+
+void DestroyDumpHandlers(DumpHandler* newest) {
+    if (newest == nullptr) return;
+    if (!TakeCrash()) WaitForCrash();
+    if (sIsInstalled) RestoreHandlers();
+    LeaveCrash();
+    spNewest = nullptr;
+    while (newest != nullptr) {
+        DumpHandler* const older = newest->mpOlder;
+        delete newest;
+        newest = older;
+    }
+    sReserve.LetGo(false);
+}
+
+bool WriteDump(DumpHandler* handler) {
+    return handler->mDemands.WriteNow();
+}
+
+bool SharesMemory() {
+    return spNewest != nullptr && IsGuest();
+}
+
+bool InstallCrashStack() {
+    static thread_local CrashStack tStack;
+    UnblockFaults();
+    return tStack.Install();
+}
+
+void DeleteDump(const char* path) {
+    unlink(path);
+}
+
+void MarkDumpSent(const char* path) {
+    constexpr std::size_t kSize = sizeof kSentMark - 1;
+    struct stat before {};
+    const int file = open(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return;
+    // Half a mark would say nothing.
+    if (fstat(file, &before) == 0 && write(file, kSentMark, kSize) != static_cast<ssize_t>(kSize))
+        while (ftruncate(file, before.st_size) != 0 && errno == EINTR) {
+        }
+    close(file);
+}
+
+}  // namespace ZBase::os

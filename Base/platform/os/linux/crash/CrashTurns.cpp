@@ -1,0 +1,109 @@
+#include <Base/platform/os/linux/crash/CrashTurns.h>
+#include <Base/platform/os/linux/memory/WipedMemory.h>
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace ZBase::os {
+
+namespace {
+
+// More than all that is bounded in a crash: its dump, and the upload.
+constexpr int kCrashMilliseconds = 300'000;
+constexpr int kDumpMilliseconds = 60'000;
+constexpr int kPauseMilliseconds = 1;
+constexpr int kPassedOnMilliseconds = 1000;
+
+struct Turns {
+    std::atomic<pid_t> process;  // whose memory this is
+    std::atomic<pid_t> crash;    // the thread that crashed
+    std::atomic<bool> isLeft;    // its crash is left to others
+    std::atomic<pid_t> guestCrash;
+    std::atomic<pid_t> dump;  // the thread whose dump is being written
+};
+
+Turns* spTurns = nullptr;  // never released: a crash may come at any time
+
+void Pause(int milliseconds) {
+    const timespec pause{milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+    nanosleep(&pause, nullptr);
+}
+
+// Threads, those of guests included, have ids as processes have.
+bool IsGone(pid_t thread) {
+    return kill(thread, 0) != 0 && errno == ESRCH;
+}
+
+bool Take(std::atomic<pid_t>& turn, int milliseconds) {
+    const pid_t self = gettid();
+    for (int waited = 0;; waited += kPauseMilliseconds) {
+        pid_t holder = 0;
+        if (turn.compare_exchange_strong(holder, self) || holder == self) return true;
+        if (IsGone(holder) && turn.compare_exchange_strong(holder, self)) return true;
+        if (waited >= milliseconds) return false;
+        Pause(kPauseMilliseconds);
+    }
+}
+
+void BeginInChild() {
+    std::memset(static_cast<void*>(spTurns), 0, sizeof *spTurns);
+    spTurns->process = getpid();
+}
+
+}  // namespace
+
+bool PrepareCrashTurns() {
+    if (spTurns != nullptr) return true;
+    spTurns = static_cast<Turns*>(AllocateWipedMemory(sizeof(Turns)));
+    if (spTurns == nullptr) return false;
+    spTurns->process = getpid();
+    // A child that is cloned behind the C library's back says who it is when it crashes.
+    return pthread_atfork(nullptr, nullptr, BeginInChild) == 0;
+}
+
+bool IsGuest() {
+    const pid_t self = getpid();
+    pid_t process = 0;
+    return !spTurns->process.compare_exchange_strong(process, self) && process != self;
+}
+
+bool TakeCrash() {
+    if (IsGuest()) return Take(spTurns->guestCrash, kCrashMilliseconds);
+    pid_t nobody = 0;
+    return spTurns->crash.compare_exchange_strong(nobody, gettid());
+}
+
+void LeaveCrash() {
+    if (IsGuest()) {
+        spTurns->guestCrash = 0;
+    } else {
+        spTurns->isLeft = true;
+    }
+}
+
+bool IsCrashing() {
+    return !IsGuest() && spTurns->crash != 0 && !spTurns->isLeft;
+}
+
+void WaitForCrash() {
+    if (!IsCrashing() || spTurns->crash == gettid()) return;
+    for (int waited = 0; waited < kCrashMilliseconds && IsCrashing(); waited += kPauseMilliseconds)
+        Pause(kPauseMilliseconds);
+    // Whoever it is left to ends the process, in most cases.
+    Pause(kPassedOnMilliseconds);
+}
+
+bool TakeDump() {
+    return Take(spTurns->dump, kDumpMilliseconds);
+}
+
+void LeaveDump() {
+    spTurns->dump = 0;
+}
+
+}  // namespace ZBase::os

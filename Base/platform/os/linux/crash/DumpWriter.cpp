@@ -1,0 +1,188 @@
+// The name of a file is made in the crash, without the heap: a name that was made earlier would be taken by
+// an earlier dump, or by the child of a fork.
+
+#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/linux/crash/CrashTurns.h>
+#include <Base/platform/os/linux/crash/DumpWriter.h>
+#include <Base/platform/os/linux/files/AbsoluteDirectory.h>
+
+#include <client/linux/minidump_writer/dump_limit.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace ZBase::os {
+
+namespace {
+
+using google_breakpad::MinidumpDescriptor;
+
+constexpr char kNothing[kDumpMemories][8] = {};  // what a dump holds for a user that has nothing
+
+// "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
+bool MakeName(char* name) {
+    unsigned char random[16];
+    if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) return false;
+    random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
+    random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
+    *name++ = '/';
+    for (std::size_t i = 0; i != sizeof random; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) *name++ = '-';
+        *name++ = "0123456789abcdef"[random[i] >> 4];
+        *name++ = "0123456789abcdef"[random[i] & 0x0F];
+    }
+    std::memcpy(name, ".dmp", sizeof ".dmp");
+    return true;
+}
+
+/// Keeps the handlers of other signals from the calling thread, and from the process that it clones.
+class SignalsHeldBack {
+public:
+    SignalsHeldBack() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
+    }
+    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+
+private:
+    sigset_t mBefore{};
+};
+
+}  // namespace
+
+DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDemand, unsigned int megabytes)
+    : mUser(user),
+      mOnDemand(onDemand),
+      mMostOctets(off_t{megabytes} << 20),
+      mHandler(MinidumpDescriptor(STDIN_FILENO), nullptr, nullptr, nullptr, false, -1) {
+    const char* const given = GetNarrowEnvironment("TMPDIR");
+    const std::string temporary = AbsoluteDirectory(given == nullptr || *given == 0 ? "/tmp" : given);
+    std::memcpy(mDirectory, directory.c_str(), directory.size() + 1);
+    std::memcpy(mTemporary, temporary.c_str(), temporary.size() + 1);
+    mPath[0] = 0;
+    mElsewhere[0] = 0;
+    // Each is known by its address.
+    for (const auto& nothing : kNothing)
+        mHandler.RegisterAppMemory(const_cast<char*>(nothing), sizeof nothing);
+}
+
+bool DumpWriter::WriteCrash(int signal, siginfo_t* information, void* context) {
+    const bool isMine = TakeDump();
+    const bool written = Dump(signal == SIGABRT ? EDumpCause::eAbort : EDumpCause::eFault,
+                              [&] { return mHandler.HandleSignal(signal, information, context); });
+    if (isMine) LeaveDump();
+    return EndDump(written);
+}
+
+bool DumpWriter::WriteNow() {
+    bool written = false;
+    {
+        const SignalsHeldBack heldBack;
+        if (!TakeDump()) return false;
+        // Who crashes from here on waits; who has crashed before has the threads for himself.
+        if (IsCrashing()) {
+            LeaveDump();
+            return false;
+        }
+        const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
+        written = Dump(EDumpCause::eDemand, [this] { return mHandler.WriteMinidump(); });
+        if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+        LeaveDump();
+    }
+    return EndDump(written);
+}
+
+// The file is held until the user is done with it.
+bool DumpWriter::EndDump(bool written) {
+    const bool answer = mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
+    CloseFile();
+    return answer;
+}
+
+// Writes into the directory, or into the temporary one if nothing can be written there. Runs on the crashed
+// thread. No heap, no lock.
+template <class Write>
+bool DumpWriter::Dump(EDumpCause cause, Write write) {
+    const DumpContent content = mUser.begin(cause);
+    for (std::size_t i = 0; i != kDumpMemories; ++i) {
+        const DumpMemory& part = content.parts[i];
+        mHandler.ReplaceAppMemory(
+            i, part.size == 0 ? const_cast<char*>(kNothing[i]) : const_cast<void*>(part.start),
+            part.size == 0 ? sizeof kNothing[i] : part.size);
+    }
+    mElsewhere[0] = 0;
+    if (OpenInDirectory()) {
+        const bool written = write();
+        if (!DropIfEmpty(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
+        SayWhere(mTemporary, mDirectory, "nothing can be written there");
+    } else {
+        if (errno == ENOTDIR) return false;  // never was a place for dumps
+        SayWhere(mTemporary, mDirectory, strerrordesc_np(errno));
+    }
+    if (!OpenFile(mTemporary)) return false;
+    const bool written = write();
+    DropIfEmpty(written);
+    return written;
+}
+
+// Makes the directory again if it has gone.
+bool DumpWriter::OpenInDirectory() {
+    if (OpenFile(mDirectory)) return true;
+    const int error = errno;
+    if (error == ENOENT && mkdir(mDirectory, S_IRWXU) == 0 && OpenFile(mDirectory)) {
+        SayWhere(mDirectory, mDirectory, "made again");
+        return true;
+    }
+    errno = error;
+    return false;
+}
+
+bool DumpWriter::OpenFile(const char* directory) {
+    if (!MakeName(stpcpy(mPath, directory))) return false;
+    mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (mFile < 0) return false;
+    flock(mFile, LOCK_EX | LOCK_NB);  // nobody sends it or makes room meanwhile
+    MinidumpDescriptor descriptor(mFile);
+    descriptor.set_size_limit(mMostOctets);
+    descriptor.set_sanitize_stacks(false);
+    mHandler.set_minidump_descriptor(descriptor);
+    return true;
+}
+
+// A file to which nothing could be written goes; true for such a one.
+bool DumpWriter::DropIfEmpty(bool written) {
+    struct stat file {};
+    const bool isEmpty = !written && fstat(mFile, &file) == 0 && (file.st_size == 0 || file.st_blocks == 0);
+    if (isEmpty) unlink(mPath);
+    if (isEmpty) CloseFile();
+    return isEmpty;
+}
+
+void DumpWriter::CloseFile() {
+    if (mFile < 0) return;
+    flock(mFile, LOCK_UN);  // the child of a fork may have the file open too
+    close(mFile);
+    mFile = -1;
+}
+
+void DumpWriter::SayWhere(const char* directory, const char* why, const char* reason) {
+    std::size_t size = 0;
+    for (const char* part : {directory, " (", why, ": ", reason == nullptr ? "?" : reason, ")"}) {
+        const std::size_t length = strnlen(part, sizeof mElsewhere - 1 - size);
+        std::memcpy(mElsewhere + size, part, length);
+        size += length;
+    }
+    mElsewhere[size] = 0;
+}
+
+}  // namespace ZBase::os

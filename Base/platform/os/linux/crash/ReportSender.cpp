@@ -1,0 +1,75 @@
+// What the sender of a report needs is set aside while the handler is made, since the process that starts it
+// may have no heap any more.
+
+#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/linux/memory/WipedMemory.h>
+#include <Base/platform/os/linux/processes/HelperProcess.h>
+
+#include <sys/mman.h>
+#include <cstring>
+#include <iterator>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr char kSender[] = "zbase-crash-sender";
+
+// What directs an upload, or is needed to load the sender.
+constexpr const char* kVariables[] = {"http_proxy",    "https_proxy",  "HTTPS_PROXY",     "all_proxy",
+                                      "ALL_PROXY",     "no_proxy",     "NO_PROXY",        "CURL_CA_BUNDLE",
+                                      "SSL_CERT_FILE", "SSL_CERT_DIR", "LD_LIBRARY_PATH", "PATH",
+                                      "HOME",          "ASAN_OPTIONS", "UBSAN_OPTIONS"};
+
+static_assert(std::size(kVariables) <= HelperProgram::kMostVariables);
+
+constexpr std::size_t kReports =
+    3;  // at a time: of a crash, of a dump on demand, of the crash of a child of vfork
+
+const HelperProgram* spProgram = nullptr;
+HelperLaunch* spLaunches = nullptr;
+
+HelperLaunch* TakeLaunch() {
+    for (HelperLaunch* launch = spLaunches; launch != spLaunches + kReports; ++launch) {
+        if (!launch->isTaken.exchange(true)) return launch;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+void PrepareReportSender() {
+    if (spLaunches == nullptr)
+        spLaunches = static_cast<HelperLaunch*>(AllocateWipedMemory(kReports * sizeof(HelperLaunch)));
+    std::size_t size = sizeof(HelperProgram);
+    for (const char* name : kVariables) {
+        const char* value = GetNarrowEnvironment(name);
+        if (value != nullptr) size += std::strlen(name) + std::strlen(value) + 2;
+    }
+    void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pages == MAP_FAILED) return;
+    auto* const program = static_cast<HelperProgram*>(pages);
+    if (!program->Find(kSender)) {
+        munmap(pages, size);
+        return;
+    }
+    char* text = reinterpret_cast<char*>(program + 1);
+    char** next = program->environment;
+    for (const char* name : kVariables) {
+        const char* value = GetNarrowEnvironment(name);
+        if (value == nullptr) continue;
+        *next++ = text;
+        text = stpcpy(stpcpy(stpcpy(text, name), "="), value) + 1;
+    }
+    *next = nullptr;
+    spProgram = program;  // one of an earlier installation stays: a crash may be using it
+}
+
+char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds) {
+    if (spProgram == nullptr || spLaunches == nullptr) return 0;
+    HelperLaunch* const launch = TakeLaunch();
+    return launch == nullptr ? static_cast<char>(0) : launch->Run(*spProgram, pieces, count, seconds);
+}
+
+}  // namespace ZBase::os

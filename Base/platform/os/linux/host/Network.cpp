@@ -1,0 +1,75 @@
+#include <Base/platform/os/Network.h>
+#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/linux/errors/ErrorCodes.h>
+#include <Base/platform/os/linux/host/SocketAddress.h>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace ZBase::os {
+
+namespace {
+
+bool IsSame(const NetworkAddress& a, const NetworkAddress& b) {
+    return a.length == b.length && a.scope == b.scope && std::memcmp(a.octets, b.octets, a.length) == 0;
+}
+
+}  // namespace
+
+unsigned int StartNetwork() {
+    return 0;
+}
+
+unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<NetworkAddress>& addresses) {
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    addrinfo* list = nullptr;
+    const int result = getaddrinfo(name, nullptr, family == EAddressFamily::IPv4 ? &hints : nullptr, &list);
+    if (result != 0) {
+        const unsigned int code = Win32CodeOfResolverResult(result);
+        SetLastCode(code);
+        return code;
+    }
+    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(list, freeaddrinfo);
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
+        NetworkAddress address;
+        if (!FromSocketAddress(*entry->ai_addr, address)) continue;
+        // Each address comes once for each kind of socket.
+        const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
+                                         [&](const NetworkAddress& each) { return IsSame(each, address); });
+        if (!isKnown) addresses.push_back(address);
+    }
+    return 0;
+}
+
+bool DescribeAddress(const NetworkAddress& address, EAddressText form, char* text, unsigned int capacity) {
+    sockaddr_storage storage;
+    const socklen_t length = ToSocketAddress(address, storage);
+    const int flags = form == EAddressText::Number ? NI_NUMERICHOST : 0;
+    const int result =
+        getnameinfo(reinterpret_cast<const sockaddr*>(&storage), length, text, capacity, nullptr, 0, flags);
+    if (result == 0) return true;
+    SetLastCode(Win32CodeOfResolverResult(result));
+    return false;
+}
+
+int ParseIPv4Address(const char* text) {
+    in_addr address{};
+    return inet_pton(AF_INET, text, &address);
+}
+
+bool GetNetworkHostName(char* name, unsigned int capacity) {
+    if (gethostname(name, capacity) != 0) {
+        SetLastCodeFromErrno();
+        return false;
+    }
+    return true;
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,57 @@
+#include <Base/platform/os/ProcessLimits.h>
+
+#include <sched.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include <Base/platform/os/Host.h>
+#include <Base/platform/os/linux/files/WholeFile.h>
+#include <Base/platform/os/linux/host/ControlGroup.h>
+
+namespace ZBase::os {
+
+namespace {
+
+ControlGroup OwnGroup() {
+    std::string groups;
+    std::string mounts;
+    ReadWholeFile("/proc/self/cgroup", groups);
+    ReadWholeFile("/proc/self/mountinfo", mounts);
+    return ControlGroup::FromProcess(groups, mounts);
+}
+
+struct FreeSet {
+    void operator()(cpu_set_t* set) const { CPU_FREE(set); }
+};
+
+// The kernel refuses a set that is smaller than its own.
+unsigned int AllowedProcessors() {
+    constexpr int kMostProcessors = 1 << 16;
+    for (int count = CPU_SETSIZE; count <= kMostProcessors; count *= 2) {
+        const std::unique_ptr<cpu_set_t, FreeSet> set(CPU_ALLOC(count));
+        const std::size_t size = CPU_ALLOC_SIZE(count);
+        if (set == nullptr) break;
+        CPU_ZERO_S(size, set.get());
+        if (sched_getaffinity(0, size, set.get()) == 0)
+            return static_cast<unsigned int>(CPU_COUNT_S(size, set.get()));
+        if (errno != EINVAL) break;
+    }
+    return ProcessorCount();
+}
+
+}  // namespace
+
+unsigned int UsableProcessors() {
+    const std::uint64_t allowed = std::max(1u, AllowedProcessors());
+    return static_cast<unsigned int>(std::min(allowed, OwnGroup().ProcessorLimit()));
+}
+
+std::uint64_t UsableMemory() {
+    const auto pages = static_cast<std::uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
+    const auto pageSize = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    return std::min(pages * pageSize, OwnGroup().MemoryLimit());
+}
+
+}  // namespace ZBase::os

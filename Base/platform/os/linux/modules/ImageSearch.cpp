@@ -1,0 +1,201 @@
+#include <Base/platform/os/linux/modules/ImageSearch.h>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <Base/platform/os/linux/modules/ImageFile.h>
+
+namespace ZBase::os {
+
+namespace {
+
+// Whose wish a folder is.
+enum class EWish { Image, User, System };
+
+struct Folder {
+    std::string path;
+    EWish wish;
+};
+using Folders = std::vector<Folder>;
+
+/// Where the loader looks on behalf of this library, in its order.
+Folders OwnFolders() {
+    Dl_info info{};
+    void* self = nullptr;
+    Dl_serinfo head{};
+    if (dladdr1(reinterpret_cast<const void*>(&OwnFolders), &info, &self, RTLD_DL_LINKMAP) == 0 ||
+        dlinfo(self, RTLD_DI_SERINFOSIZE, &head) != 0)
+        return {};
+    // An array of unknown length stands at the end of the record, and the names behind that.
+    std::vector<std::max_align_t> storage(head.dls_size / sizeof(std::max_align_t) + 1);
+    auto* const list = reinterpret_cast<Dl_serinfo*>(storage.data());
+    *list = head;
+    if (dlinfo(self, RTLD_DI_SERINFO, list) != 0) return {};
+    Folders folders;
+    constexpr unsigned int kOfTheUser = 0x02;   // LA_SER_LIBPATH
+    constexpr unsigned int kOfTheImage = 0x04;  // LA_SER_RUNPATH
+    for (unsigned int i = 0; i != list->dls_cnt; ++i) {
+        const unsigned int flags = list->dls_serpath[i].dls_flags;
+        const EWish wish = (flags & kOfTheImage) != 0  ? EWish::Image
+                           : (flags & kOfTheUser) != 0 ? EWish::User
+                                                       : EWish::System;
+        folders.push_back({list->dls_serpath[i].dls_name, wish});
+    }
+    return folders;
+}
+
+/// A path of folders with ":" between them, in the name of an image that lies in `origin`.
+Folders Split(std::string_view path, const std::string& origin) {
+    Folders folders;
+    while (!path.empty()) {
+        std::string folder(path.substr(0, path.find(':')));
+        path.remove_prefix(std::min(folder.size() + 1, path.size()));
+        for (const std::string_view mark : {"$ORIGIN", "${ORIGIN}"}) {
+            if (const std::size_t at = folder.find(mark); at != std::string::npos)
+                folder.replace(at, mark.size(), origin);
+        }
+        folders.push_back({std::move(folder), EWish::Image});
+    }
+    return folders;
+}
+
+Folders FoldersFor(const ImageNeeds& needs, const std::string& file, const Folders& own) {
+    const std::size_t slash = file.rfind('/');
+    Folders asked = Split(needs.path, slash == std::string::npos ? "." : file.substr(0, slash));
+    const auto add = [&own, &asked](EWish wish) {
+        std::copy_if(own.begin(), own.end(), std::back_inserter(asked),
+                     [wish](const Folder& folder) { return folder.wish == wish; });
+    };
+    if (needs.pathIsLate) {
+        // What the modules that load this one wish for does not count then.
+        Folders wished;
+        wished.swap(asked);
+        add(EWish::User);
+        asked.insert(asked.end(), wished.begin(), wished.end());
+    } else {
+        add(EWish::Image);
+        add(EWish::User);
+    }
+    add(EWish::System);
+    return asked;
+}
+
+/// The name that a loaded module goes by among the others; null if it has none.
+const char* OwnName(const dl_phdr_info& info) {
+    for (int i = 0; i != info.dlpi_phnum; ++i) {
+        if (info.dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
+        std::uintptr_t texts = 0;
+        const ElfW(Dyn)* name = nullptr;
+        auto* entry = reinterpret_cast<const ElfW(Dyn)*>(info.dlpi_addr + info.dlpi_phdr[i].p_vaddr);
+        for (; entry->d_tag != DT_NULL; ++entry) {
+            if (entry->d_tag == DT_STRTAB) texts = entry->d_un.d_ptr;
+            if (entry->d_tag == DT_SONAME) name = entry;
+        }
+        if (texts == 0 || name == nullptr) return nullptr;
+        if (texts < info.dlpi_addr) texts += info.dlpi_addr;  // the loader has not written there
+        return reinterpret_cast<const char*>(texts + name->d_un.d_val);
+    }
+    return nullptr;
+}
+
+/// Whether the loader has a module of that name already, and so opens no file for it. The name of the file
+/// alone does not count for it.
+bool IsInProcess(const std::string& name) {
+    const auto isIt = [](dl_phdr_info* info, std::size_t, void* argument) {
+        const auto& wanted = *static_cast<const std::string*>(argument);
+        const char* const own = OwnName(*info);
+        return static_cast<int>(info->dlpi_name == wanted || (own != nullptr && own == wanted));
+    };
+    return dl_iterate_phdr(isIt, const_cast<std::string*>(&name)) != 0;
+}
+
+/// The same of the name that is asked for, which the loader compares with all that it was asked for before.
+/// It reads no more than the headers of a file for that.
+bool IsLoaded(const char* name) {
+    void* const module = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+    if (module != nullptr) dlclose(module);
+    return module != nullptr;
+}
+
+// In what is none, the loader may wait as soon as it opens it.
+bool IsRegularFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// One image to look at, and where what it needs is looked for.
+struct Visit {
+    std::string name;
+    std::shared_ptr<const Folders> folders;
+};
+
+class Walk {
+public:
+    bool IsSafe(const std::string& name) {
+        mVisits.push_back({name, std::make_shared<const Folders>(mOwn)});
+        while (!mVisits.empty()) {
+            const Visit visit = std::move(mVisits.back());
+            mVisits.pop_back();
+            if (!Take(visit)) return visit.name == name && IsRegularFile(mFound) && IsLoaded(name.c_str());
+        }
+        return true;
+    }
+
+    /// The file that was looked at last.
+    const std::string& Found() const { return mFound; }
+
+private:
+    // Goes on with what the image needs. False if it is damaged.
+    bool Take(const Visit& visit) {
+        ImageNeeds needs;
+        std::string file = visit.name;
+        EImage image = EImage::kUnseen;
+        if (file.find('/') != std::string::npos) {
+            image = ReadImage(file, needs);
+        } else if (!IsInProcess(file)) {
+            image = Search(visit, file, needs);
+        }
+        if (image == EImage::kSound && mSeen.insert(file).second) {
+            const auto folders = std::make_shared<const Folders>(FoldersFor(needs, file, mOwn));
+            for (std::string& name : needs.names) mVisits.push_back({std::move(name), folders});
+        }
+        mFound = std::move(file);
+        return image != EImage::kDamaged;
+    }
+
+    // The loader takes the first file of the name that is for this machine.
+    static EImage Search(const Visit& visit, std::string& file, ImageNeeds& needs) {
+        for (const Folder& folder : *visit.folders) {
+            file = (folder.path.empty() ? "." : folder.path) + "/" + visit.name;
+            const EImage image = ReadImage(file, needs);
+            if (image == EImage::kDamaged || image == EImage::kSound) return image;
+        }
+        return EImage::kUnseen;
+    }
+
+    const Folders mOwn = OwnFolders();
+    std::vector<Visit> mVisits;
+    std::set<std::string> mSeen;
+    std::string mFound;
+};
+
+}  // namespace
+
+bool IsSafeToLoad(const std::string& name, std::string& damaged) {
+    Walk walk;
+    if (walk.IsSafe(name)) return true;
+    damaged = walk.Found();
+    return false;
+}
+
+}  // namespace ZBase::os

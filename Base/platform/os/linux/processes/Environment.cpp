@@ -1,0 +1,33 @@
+#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/linux/errors/ErrorCodes.h>
+#include <Base/platform/os/linux/text/NativeText.h>
+
+#include <sys/auxv.h>
+#include <cstdlib>
+#include <string>
+
+namespace ZBase::os {
+
+bool GetEnvironment(const unsigned short* name, std::basic_string<unsigned short>& value) {
+    const char* text = std::getenv(ToNative(name).c_str());
+    if (text == nullptr) return false;
+    value = FromNative(text);
+    return true;
+}
+
+bool PutEnvironment(const unsigned short* name, const unsigned short* value) {
+    const std::string text = ToNative(name) + "=" + ToNative(value);  // split where the system would split it
+    const std::size_t nameLength = text.find('=');
+    const std::string variable = text.substr(0, nameLength);
+    const char* content = text.c_str() + nameLength + 1;
+    const int result = *content == 0 ? unsetenv(variable.c_str()) : setenv(variable.c_str(), content, 1);
+    if (result != 0) SetLastCodeFromErrno();
+    return result == 0;
+}
+
+const char* GetNarrowEnvironment(const char* name) {
+    // The caller of a set-user-id program has chosen its environment, and may not direct what it does.
+    return getauxval(AT_SECURE) != 0 ? nullptr : std::getenv(name);
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,234 @@
+// A helper is started by `clone` without a copy of the memory and without the handlers that `fork` runs, on
+// stacks that were set aside: nothing here takes a lock, so it works while any thread holds the heap's or the
+// loader's. A process in between lives as long as the helper and collects it, so that a server that waits for
+// its children never sees it, not even one to which orphans are given. That process sends no signal when it
+// ends. This one does not wait for either without a bound.
+//
+// What runs in the new processes shares the memory, and the thread-local variables, of the thread that
+// started them and goes on: it makes system calls that leave `errno` alone.
+
+#include <Base/platform/os/linux/modules/ModulePlace.h>
+#include <Base/platform/os/linux/processes/HelperProcess.h>
+#include <Base/platform/os/linux/processes/x86_64/SystemCall.h>
+
+#include <fcntl.h>
+#include <link.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr unsigned int kEndMilliseconds = 2000;  // for the end of a helper that has answered
+
+// As the kernel has it.
+struct KernelAction {
+    void (*handler)(int);
+    unsigned long flags;
+    void (*restorer)();
+    unsigned long mask;
+};
+
+void ResetSignals() {
+    const KernelAction standard{};
+    const unsigned long none = 0;
+    for (int signal = 1; signal < NSIG; ++signal)
+        SystemCall(SYS_rt_sigaction, signal, &standard, nullptr, sizeof none);
+    SystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
+}
+
+// This process may be at its own ones.
+void ResetLimits(unsigned int seconds) {
+    const auto raise = [](int resource, rlim_t value) {
+        rlimit limit{};
+        SystemCall(SYS_prlimit64, 0, resource, nullptr, &limit);
+        const rlimit wanted{value, std::max(value, limit.rlim_max)};
+        if (SystemCall(SYS_prlimit64, 0, resource, &wanted, nullptr) == 0) return;
+        limit.rlim_cur = std::min(value, limit.rlim_max);
+        SystemCall(SYS_prlimit64, 0, resource, &limit, nullptr);
+    };
+    for (const int resource : {RLIMIT_AS, RLIMIT_DATA, RLIMIT_FSIZE}) raise(resource, RLIM_INFINITY);
+    raise(RLIMIT_STACK, 8 << 20);
+    raise(RLIMIT_NOFILE, 256);
+    raise(RLIMIT_CPU, seconds);
+    raise(RLIMIT_CORE, 0);
+}
+
+// A program with the rights of another user than its caller finds its libraries in the system's places only.
+// Its environment has nothing of the caller's.
+void TakeOneIdentity() {
+    const long user = SystemCall(SYS_geteuid);
+    const long group = SystemCall(SYS_getegid);
+    SystemCall(SYS_setresgid, group, group, group);
+    SystemCall(SYS_setresuid, user, user, user);
+}
+
+void CloseFrom(unsigned int first) {
+    if (SystemCall(SYS_close_range, first, ~0u, 0u) == 0) return;
+    for (unsigned int descriptor = first; descriptor != 65536; ++descriptor)
+        SystemCall(SYS_close, descriptor);
+}
+
+// Runs in the new process.
+int RunHelper(void* launch) {
+    const auto* const self = static_cast<const HelperLaunch*>(launch);
+    ResetSignals();
+    ResetLimits(self->seconds);
+    TakeOneIdentity();
+    SystemCall(SYS_dup2, self->connection, STDIN_FILENO);
+    const long sink = SystemCall(SYS_open, "/dev/null", O_RDWR);
+    SystemCall(SYS_dup2, sink, STDOUT_FILENO);
+    SystemCall(SYS_dup2, sink, STDERR_FILENO);
+    CloseFrom(3);
+    SystemCall(SYS_alarm, self->seconds);
+    SystemCall(SYS_execve, self->program->path, self->program->arguments, self->program->environment);
+    SystemCall(SYS_exit_group, 127);
+    return 127;
+}
+
+// Its end is that of the thread which started it, at the latest, so that no memory outlives the process for
+// long.
+int RunBetween(void* launch) {
+    auto* const self = static_cast<HelperLaunch*>(launch);
+    SystemCall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
+    SystemCall(SYS_setsid);
+    const int helper =
+        clone(RunHelper, self->innerStack + HelperLaunch::kStackSize, CLONE_VM | CLONE_VFORK | SIGCHLD, self);
+    CloseFrom(0);  // what the server closes is to be closed
+    if (helper > 0) SystemCall(SYS_wait4, helper, nullptr, __WALL, nullptr);
+    SystemCall(SYS_exit_group, 0);
+    return 0;
+}
+
+pid_t Start(HelperLaunch* launch) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &before);
+    const pid_t between = clone(RunBetween, launch->outerStack + HelperLaunch::kStackSize, CLONE_VM, launch);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return between;
+}
+
+// Waits for the end of the process in between; false if it goes on all the same.
+bool Collect(pid_t between) {
+    for (unsigned int waited = 0; waited != kEndMilliseconds; ++waited) {
+        const pid_t collected = waitpid(between, nullptr, __WALL | WNOHANG);
+        if (collected == between || (collected < 0 && errno != EINTR)) return true;
+        const timespec millisecond{0, 1'000'000};
+        nanosleep(&millisecond, nullptr);
+    }
+    return false;
+}
+
+/// The time until which all has to be done.
+class Deadline {
+public:
+    explicit Deadline(unsigned int seconds) { mEnd = Now() + 1000LL * seconds; }
+
+    // Waits until the connection can do `events`; false when the time is over.
+    bool Wait(int connection, short events) const {
+        for (;;) {
+            const long long left = mEnd - Now();
+            if (left <= 0) return false;
+            pollfd entry{connection, events, 0};
+            const int ready = poll(&entry, 1, static_cast<int>(left));
+            if (ready > 0) return true;
+            if (ready < 0 && errno != EINTR) return false;
+        }
+    }
+
+private:
+    static long long Now() {
+        timespec time{};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return 1000LL * time.tv_sec + time.tv_nsec / 1000000;
+    }
+
+    long long mEnd;  // milliseconds
+};
+
+bool Hand(int connection, ReportPiece piece, const Deadline& deadline) {
+    while (piece.length != 0) {
+        if (!deadline.Wait(connection, POLLOUT)) return false;
+        const ssize_t sent = send(connection, piece.start, piece.length, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno != EINTR && errno != EAGAIN) return false;
+        if (sent <= 0) continue;
+        piece.start += sent;
+        piece.length -= static_cast<std::size_t>(sent);
+    }
+    return true;
+}
+
+char Converse(int connection, const ReportPiece* pieces, std::size_t count, const Deadline& deadline) {
+    for (std::size_t i = 0; i != count; ++i) {
+        if (!Hand(connection, pieces[i], deadline)) return 0;
+    }
+    shutdown(connection, SHUT_WR);
+    char answer = 0;
+    while (deadline.Wait(connection, POLLIN)) {
+        const ssize_t received = recv(connection, &answer, 1, MSG_DONTWAIT);
+        if (received == 1) return answer;
+        if (received == 0 || (errno != EINTR && errno != EAGAIN)) return 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool HelperProgram::Find(const char* name) {
+    ModulePlace place{};
+    if (!ModulePlace::Find(reinterpret_cast<std::uint64_t>(&RunHelper), place)) return false;
+    // The library may have been found by a link from another directory; the program's own name is empty.
+    const char* const library = *place.map->l_name == 0 ? "/proc/self/exe" : place.map->l_name;
+    const int file = open(library, O_PATH | O_CLOEXEC);
+    char link[32];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    const ssize_t length = file < 0 ? -1 : readlink(link, path, sizeof path - 1);
+    if (file >= 0) close(file);
+    if (length <= 0) return false;
+    path[length] = 0;
+    char* const end = std::strrchr(path, '/');
+    const std::size_t size = std::strlen(name) + 1;
+    if (end == nullptr || end + 1 + size > path + sizeof path) return false;
+    std::memcpy(end + 1, name, size);
+    arguments[0] = path;
+    arguments[1] = nullptr;
+    environment[0] = nullptr;
+    return true;
+}
+
+char HelperLaunch::Run(const HelperProgram& helper, const ReportPiece* pieces, std::size_t count,
+                       unsigned int limit) {
+    int ends[2];
+    char answer = 0;
+    bool isOver = true;
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
+        const Deadline deadline(limit);
+        program = &helper;
+        connection = ends[1];
+        seconds = limit;
+        const pid_t between = Start(this);
+        close(ends[1]);
+        if (between > 0) answer = Converse(ends[0], pieces, count, deadline);
+        close(ends[0]);
+        isOver = between <= 0 || Collect(between);
+    }
+    isTaken = !isOver;
+    return answer;
+}
+
+}  // namespace ZBase::os
