@@ -71,8 +71,9 @@ bool IsChainFirst() {
 
 // One dump has no more room than all together.
 os::DumpLimits DumpLimits() {
-    const unsigned int all = CrashNumberOf(gCrashConfig, "max_dump_megabytes"_w);
-    const unsigned int one = CrashNumberOf(gCrashConfig, "dump_megabytes"_w);
+    // Not const: Clang 14 would try these as constants, and dies of the literal.
+    unsigned int all = CrashNumberOf(gCrashConfig, "max_dump_megabytes"_w);
+    unsigned int one = CrashNumberOf(gCrashConfig, "dump_megabytes"_w);
     return {CrashNumberOf(gCrashConfig, "dump_seconds"_w), all == 0 ? one : std::min(one, all),
             IsChainFirst()};
 }
