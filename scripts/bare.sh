@@ -56,7 +56,7 @@ environment() {
     env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING)=' || :
     if command -v npm >/dev/null; then echo "npm_config_registry=$(npm config get registry 2>/dev/null)"; fi
     if [ -e "$root/ccache" ]; then
-        env | grep -E '^(CMAKE_CXX_COMPILER_LAUNCHER|CCACHE_SLOPPINESS)='
+        env | grep -E '^(CMAKE_CXX_COMPILER_LAUNCHER|CCACHE_SLOPPINESS|LANG|LC_[A-Z]*)='  # its keys hold the locale
         printf '%s\n' CCACHE_DIR=/ccache CCACHE_BASEDIR=/root CCACHE_NOHASHDIR=1
     fi
 }
