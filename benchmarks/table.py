@@ -171,7 +171,7 @@ def plot(rows, script):
         svg.append(f"<path d='M{start} L{end}' stroke='#ddd'/>")
         svg.append(text(LEFT - 8, float(start.split(",")[1]) + 4, "end", "black", f"{value:g}"))
     for length in lengths:
-        name = f"{length}" if length < 1000 else f"{round(length / 1024)} Ki"
+        name = f"{length}" if length < 1000 else f"{length >> 10} Ki" if length < 1 << 20 else f"{length >> 20} Mi"
         svg.append(text(place(length, 1).split(",")[0], HEIGHT - BOTTOM + 18, "middle", "black", name))
     for index, ((work, whose), line) in enumerate(points.items()):
         colour = "#1565c0" if work == "decoding" else "#c62828"
