@@ -12,7 +12,7 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
 
-build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-dev libexpat1-dev nlohmann-json3-dev pkg-config uuid-dev"
+build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-dev libexpat1-dev nlohmann-json3-dev pkg-config uuid-dev zlib1g-dev"
 # Breakpad comes through npm if somebody has it. Debian's own would bring 372 packages, what asks npm's registry alone 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"

@@ -31,7 +31,9 @@ public:
 
     /// Posts `parameters` (name, value) and `files` (name, path) to `url`. A name is made of printable ASCII
     /// characters without quotes. On success the body of the answer, up to 64 KiB, is put into `reportCode`;
-    /// for a null it is not waited for. Waits 10 seconds for a connection and 60 for all.
+    /// for a null it is not waited for. Waits 10 seconds for a connection and 60 for all. With files of 1 MiB
+    /// and more the server is asked first, for 3 seconds, by OPTIONS, whether it takes requests that are
+    /// packed: it does if it answers with a status of 200 to 299 and `Accept-Encoding: gzip`.
     ReportResult SendCrashReport(const WideString& url, const Fields& parameters, const Fields& files,
                                  WideString* reportCode);
 

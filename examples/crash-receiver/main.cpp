@@ -1,7 +1,7 @@
 // crash-receiver: a report server for development. It takes crash reports as the library sends them, writes
 // each as NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, with each
 // file that goes along as NUMBER-NAME, and answers with the number once they are written; with 500 if they
-// can't be, so that the sender keeps its dump.
+// can't be, so that the sender keeps its dump. Large reports may come packed by gzip.
 //
 //   crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]
 //
@@ -79,6 +79,12 @@ private:
 
 int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     server.set_payload_max_length(kLargestReport);
+    // Who asks is told that a report may come packed; it is unpacked before it gets here.
+    server.Options(".*", [](const httplib::Request&, httplib::Response& response) {
+        response.status = 204;
+        response.set_header("Allow", "OPTIONS, POST");
+        response.set_header("Accept-Encoding", "gzip");
+    });
     server.Post(".*", [&store](const httplib::Request& request, httplib::Response& response) {
         if (!request.has_file(kDumpField)) {
             response.status = 400;
@@ -92,7 +98,8 @@ int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
             response.set_content("not stored\n", "text/plain");
             return;
         }
-        std::printf("report %s\n", number.c_str());
+        const bool isPacked = request.get_header_value("Content-Encoding") == "gzip";
+        std::printf("report %s%s\n", number.c_str(), isPacked ? " (packed)" : "");
         std::fflush(stdout);
         response.set_content(number, "text/plain");
     });

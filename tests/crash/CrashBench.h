@@ -53,6 +53,9 @@ protected:
     std::vector<std::filesystem::path> ReceivedDumps() const;
     CrashKeys ReceivedKeys(int number) const;
 
+    /// What the server says of the next report; waits for it.
+    std::string NextReport() { return mpServer->ReadLine(); }
+
     std::filesystem::path mFolder;
     std::filesystem::path mDumps;
     std::filesystem::path mReceived;

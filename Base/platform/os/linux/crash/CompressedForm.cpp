@@ -1,0 +1,153 @@
+// Reports are compressed by the process that sends them. zlib is opened when it is needed, as libcurl is: no
+// program that loads the library needs either.
+
+#include <Base/platform/os/linux/crash/CompressedForm.h>
+
+#include <dlfcn.h>
+#include <sys/random.h>
+#include <zlib.h>
+#include <cstdio>
+#include <string_view>
+#include <vector>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr std::size_t kPiece = std::size_t{1} << 16;
+constexpr std::size_t kLargest = std::size_t{128} << 20;
+constexpr int kFast = 1;        // the network is slower than the level that packs best
+constexpr int kGzip = 15 + 16;  // the largest window, in gzip's frame
+constexpr int kUsualMemory = 8;
+
+/// zlib, as far as it is needed.
+struct Zlib {
+    Zlib() : library(dlopen("libz.so.1", RTLD_NOW | RTLD_LOCAL)) {
+        if (library == nullptr) return;
+        begin = reinterpret_cast<decltype(&deflateInit2_)>(dlsym(library, "deflateInit2_"));
+        pack = reinterpret_cast<decltype(&deflate)>(dlsym(library, "deflate"));
+        end = reinterpret_cast<decltype(&deflateEnd)>(dlsym(library, "deflateEnd"));
+    }
+    ~Zlib() {
+        if (library != nullptr) dlclose(library);
+    }
+    Zlib(const Zlib&) = delete;
+    Zlib& operator=(const Zlib&) = delete;
+
+    bool IsThere() const { return begin != nullptr && pack != nullptr && end != nullptr; }
+
+    void* library;
+    decltype(&deflateInit2_) begin = nullptr;
+    decltype(&deflate) pack = nullptr;
+    decltype(&deflateEnd) end = nullptr;
+};
+
+class Packer {
+public:
+    Packer() : mRoom(kPiece) {
+        mIsGood = mZlib.IsThere() &&
+                  mZlib.begin(&mStream, kFast, Z_DEFLATED, kGzip, kUsualMemory, Z_DEFAULT_STRATEGY,
+                              ZLIB_VERSION, static_cast<int>(sizeof mStream)) == Z_OK;
+        mIsOpen = mIsGood;
+    }
+    ~Packer() {
+        if (mIsOpen) mZlib.end(&mStream);
+    }
+    Packer(const Packer&) = delete;
+    Packer& operator=(const Packer&) = delete;
+
+    bool Add(std::string_view piece) { return Pack(piece, Z_NO_FLUSH); }
+    bool Finish() { return Pack({}, Z_FINISH); }
+    std::string& Octets() { return mOctets; }
+
+private:
+    bool Pack(std::string_view piece, int flush) {
+        // zlib does not write there, its interface is only older than the word.
+        mStream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(piece.data()));
+        mStream.avail_in = static_cast<uInt>(piece.size());
+        do {
+            if (!mIsGood) return false;
+            mStream.next_out = reinterpret_cast<Bytef*>(mRoom.data());
+            mStream.avail_out = static_cast<uInt>(mRoom.size());
+            const int result = mZlib.pack(&mStream, flush);
+            mOctets.append(mRoom.data(), mRoom.size() - mStream.avail_out);
+            mIsGood = result != Z_STREAM_ERROR && mOctets.size() <= kLargest;
+        } while (mStream.avail_out == 0);
+        return mIsGood;
+    }
+
+    Zlib mZlib;
+    z_stream mStream{};
+    std::vector<char> mRoom;
+    std::string mOctets;
+    bool mIsGood = false;
+    bool mIsOpen = false;
+};
+
+std::string NewBoundary() {
+    unsigned char octets[16] = {};
+    if (getrandom(octets, sizeof octets, 0) != static_cast<ssize_t>(sizeof octets)) return "";
+    std::string boundary = "------------------------";
+    for (const unsigned char octet : octets) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", octet);
+        boundary += digits;
+    }
+    return boundary;
+}
+
+// Within quotes, as browsers write it.
+std::string Quoted(std::string_view text) {
+    std::string quoted = "\"";
+    for (const char octet : text) {
+        if (octet == '"')
+            quoted += "%22";
+        else if (octet == '\r')
+            quoted += "%0D";
+        else if (octet == '\n')
+            quoted += "%0A";
+        else
+            quoted += octet;
+    }
+    return quoted + '"';
+}
+
+bool AddFile(Packer& packer, const std::string& path) {
+    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return false;
+    std::vector<char> piece(kPiece);
+    bool isGood = true;
+    while (isGood) {
+        const std::size_t count = std::fread(piece.data(), 1, piece.size(), file);
+        isGood = packer.Add({piece.data(), count});
+        if (count != piece.size()) break;
+    }
+    isGood = isGood && std::ferror(file) == 0;
+    std::fclose(file);
+    return isGood;
+}
+
+}  // namespace
+
+std::optional<CompressedForm> CompressForm(const UploadFields& parameters, const UploadFields& files) {
+    Packer packer;
+    const std::string boundary = NewBoundary();
+    if (boundary.empty()) return std::nullopt;
+    const std::string head = "--" + boundary + "\r\nContent-Disposition: form-data; name=";
+    for (const auto& [name, value] : parameters) {
+        if (!packer.Add(head + Quoted(name) + "\r\n\r\n") || !packer.Add(value) || !packer.Add("\r\n"))
+            return std::nullopt;
+    }
+    for (const auto& [name, path] : files) {
+        const std::string file = path.substr(path.rfind('/') + 1);
+        if (!packer.Add(head + Quoted(name) + "; filename=" + Quoted(file) +
+                        "\r\nContent-Type: application/octet-stream\r\n\r\n") ||
+            !AddFile(packer, path) || !packer.Add("\r\n")) {
+            return std::nullopt;
+        }
+    }
+    if (!packer.Add("--" + boundary + "--\r\n") || !packer.Finish()) return std::nullopt;
+    return CompressedForm{boundary, std::move(packer.Octets())};
+}
+
+}  // namespace ZBase::os

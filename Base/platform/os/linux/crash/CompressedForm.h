@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <Base/platform/os/Upload.h>
+
+namespace ZBase::os {
+
+/// The body of a multipart form, as gzip packs it.
+struct CompressedForm {
+    std::string boundary;  // between its parts
+    std::string octets;
+};
+
+/// Nothing if a file can't be read, there is no zlib, or the form stays larger than 128 MiB.
+std::optional<CompressedForm> CompressForm(const UploadFields& parameters, const UploadFields& files);
+
+}  // namespace ZBase::os
