@@ -246,6 +246,28 @@ TEST(MultibyteMoreThanTheLongest, UnitOfThreeOctetsIsWrittenWhole) {
 }
 
 // The syllable of four characters, 0B B8 BC D0 C0 without their common high octet.
+TEST(MultibyteMoreThanTheLongest, OctetThatStandsForZeroIsBad) {
+    const test::ScopedLocale locale("POSIX.ISIRI-3342");
+    EXPECT_EQ(test::ConversionFailure([] {
+                  ZBase::MultiByteToWideChar(
+                      "a\x80"
+                      "b",
+                      false);
+              }),
+              "::mbstowcs() failed.");
+    EXPECT_EQ(test::Text(ZBase::MultiByteToWideChar("a\x80"
+                                                    "b",
+                                                    true)),
+              ToUnits("a?b"));
+}
+
+TEST(MultibyteMoreThanTheLongest, CodeThatTheSystemPassesOverIsBad) {
+    const test::ScopedLocale locale("POSIX.CP949");
+    EXPECT_EQ(test::ConversionFailure([] { ZBase::MultiByteToWideChar("a\xA2\xE8", false); }),
+              "::mbstowcs() failed.");
+    EXPECT_EQ(test::Text(ZBase::MultiByteToWideChar("a\xA2\xE8", true)), ToUnits("a??"));
+}
+
 TEST(MultibyteMoreThanTheLongest, OctetOfFourUnitsIsReadWhole) {
     const test::ScopedLocale locale("TSCII", 1);
     const Units syllable{0x0BB8, 0x0BCD, 0x0BB0, 0x0BC0};

@@ -25,8 +25,9 @@ bool IsSurrogate(wchar_t value) {
     return value >= 0xD800 && value <= 0xDFFF;
 }
 
+// U+0000 would end the text; there are encodings in which another octet than 0 stands for it.
 bool IsCharacter(wchar_t value) {
-    return value >= 0 && value <= 0x10FFFF && !IsSurrogate(value);
+    return value > 0 && value <= 0x10FFFF && !IsSurrogate(value);
 }
 
 /// Counts all that is put into it, and writes what there is room for.
@@ -103,7 +104,7 @@ bool TakeOctet(const char* octet, std::mbstate_t& state, Characters& characters)
         wchar_t value = kNoCharacter;
         const std::size_t taken = std::mbrtowc(&value, octet, 1, &state);
         if (taken == kBadText) return false;
-        if (value == 0) return true;
+        if (value == 0) return *octet == 0;
         // The octet is taken, whether or not a character came out before it.
         const bool isTaken = taken != 0;
         if (value != kNoCharacter) {
@@ -142,6 +143,8 @@ private:
         for (std::size_t end = mStart; end != mLength && end - mStart != MB_LEN_MAX;) {
             if (!TakeOctet(mpSource + end++, state, characters)) return false;
             if (CanEnd(state)) {
+                // The C library passes over a few codes that stand for nothing.
+                if (characters.count == 0 && mWaiting.count == 0) return false;
                 characters.PutTo(mOut);
                 mStart = end;
                 mState = state;
