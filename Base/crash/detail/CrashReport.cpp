@@ -65,7 +65,7 @@ std::string Server(const unsigned short* key) {
 
 // A relative path of an attachment is meant from the present directory on.
 std::string SettingText(const WideString& name, const WideString& value) {
-    const std::string text = ReportText(value);
+    std::string text = ReportText(value);
     if (!IsAttachment(name) || text.empty()) return text;
     std::error_code failed;
     const std::string absolute = std::filesystem::absolute(text, failed).string();
