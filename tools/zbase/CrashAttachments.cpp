@@ -91,7 +91,7 @@ std::string CopyEnd(const fs::path& file, const fs::path& copy, off_t most) {
     if (!S_ISREG(status.st_mode)) return "no regular file";
     const File to(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
     if (to.IsOpen() && Copy(from, to, status.st_size, most)) return "";
-    const std::string why = std::strerror(errno);
+    std::string why = std::strerror(errno);
     unlink(copy.c_str());
     return why;
 }
