@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """links.py [DIRECTORY]: follows every link of the Markdown pages of the tree; given a directory, of the HTML pages in it. Only
-what can be looked at here is: links that name a scheme are passed over. Tells each that leads nowhere, and then ends with 1."""
+what can be looked at here is: links that name a scheme are passed over. Of the tree it also looks for the files that each
+decision of docs/decisions.md says it governs. Prints each that leads nowhere, and then ends with 1."""
 
 import html.parser
+import itertools
 import os
 import pathlib
 import re
@@ -69,6 +71,21 @@ def broken_links(pages, read):
                 yield f"{page}:{line}: there is no such place in {target}"
 
 
+def governs_nothing(page):
+    """The decisions of a page that name no file right behind their heading, or one that is not there. A file may be named by its
+    stem, as a component is."""
+    lines = page.read_text(encoding="utf-8").split("\n") if page.exists() else []
+    for number, line in enumerate(lines, 1):
+        if line.startswith("### "):
+            named = list(itertools.takewhile(str.strip, lines[number:]))
+            files = re.findall(r"`([^`]*)`", " ".join(named)) if named and named[0].startswith("Governs `") else []
+            if not files:
+                yield f"{page}:{number}: governs no file"
+            for file in files:
+                if not (ROOT / file).exists() and not list((ROOT / file).parent.glob(pathlib.Path(file).name + ".*")):
+                    yield f"{page}:{number}: there is no {file}"
+
+
 def markdown_pages():
     """Those of the tree, without what is built or others'."""
     for directory, directories, files in os.walk(ROOT):
@@ -82,6 +99,8 @@ def main():
     else:
         pages, read = list(markdown_pages()), read_markdown
     broken = list(broken_links(pages, read))
+    if read is read_markdown:
+        broken += governs_nothing(ROOT / "docs/decisions.md")
     print("\n".join(broken + [f"{len(pages)} pages, {len(broken)} links that lead nowhere"]))
     return 1 if broken or not pages else 0
 
