@@ -1,4 +1,4 @@
-#include "tools/zbase/Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/zbase/Progress.h"
+#include "tools/zbase/terminal/Progress.h"
 
 #include <TestPlaces.h>
 #include <gtest/gtest.h>

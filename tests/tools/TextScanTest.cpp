@@ -1,4 +1,4 @@
-#include "tools/zbase/TextScan.h"
+#include "tools/zbase/text/TextScan.h"
 
 #include <gtest/gtest.h>
 

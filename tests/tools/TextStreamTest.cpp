@@ -1,4 +1,4 @@
-#include "tools/zbase/TextStream.h"
+#include "tools/zbase/text/TextStream.h"
 
 #include <Base/ZBase.h>
 

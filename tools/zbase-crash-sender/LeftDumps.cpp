@@ -1,6 +1,6 @@
 #include "LeftDumps.h"
 
-#include "tools/zbase/CrashDelivery.h"
+#include "tools/zbase/dumps/CrashDelivery.h"
 
 #include <poll.h>
 #include <sys/resource.h>

@@ -11,7 +11,7 @@
 
 #include "LeftDumps.h"
 
-#include "tools/zbase/CrashAttachments.h"
+#include "tools/zbase/dumps/CrashAttachments.h"
 
 #include <Base/ZBase.h>
 

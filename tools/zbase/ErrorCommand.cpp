@@ -1,8 +1,9 @@
 #include "Commands.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <strings.h>
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 namespace {
@@ -66,9 +67,7 @@ unsigned int ParseCode(const std::string& text) {
                   "\" is neither a number of 32 bits, decimal or hexadecimal behind 0x, nor a known symbol");
 }
 
-}  // namespace
-
-int RunError(const std::string& codeText) {
+int ShowMeanings(const std::string& codeText) {
     const unsigned int code = ParseCode(codeText);
     const int number = static_cast<int>(code);
     const Meaning meanings[] = {
@@ -92,4 +91,15 @@ int RunError(const std::string& codeText) {
         known = known || meaning.symbol != "-" || meaning.description != "-";
     }
     return known ? 0 : 1;
+}
+
+}  // namespace
+
+void AddErrorCommand(CLI::App& app, int& status) {
+    CLI::App* error =
+        app.add_subcommand("error", "Tell what a number or a symbol means in each domain of errors");
+    const auto code = std::make_shared<std::string>();
+    error->add_option("CODE", *code, "Decimal, hexadecimal behind 0x, or a symbol such as ENOENT")
+        ->required();
+    error->callback([code, &status] { status = ShowMeanings(*code); });
 }

@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 namespace {
 
@@ -11,9 +11,7 @@ std::string Login() {
     }
 }
 
-}  // namespace
-
-int RunHost() {
+int ShowHost() {
     const unsigned int process = ZBase::GetCurrentProcessID();
     std::size_t pageSize = 0;
     ZBase::GetSymPageSize(&pageSize);
@@ -33,4 +31,11 @@ int RunHost() {
     const auto* inLibrary = reinterpret_cast<const void*>(&ZBase::GetPrivateBytes);
     PrintRow("library", Narrow(ZBase::GetModuleFileNameByAddressWithinModule(inLibrary).c_str()));
     return 0;
+}
+
+}  // namespace
+
+void AddHostCommand(CLI::App& app, int& status) {
+    CLI::App* host = app.add_subcommand("host", "Tell what the library says of this host and process");
+    host->callback([&status] { status = ShowHost(); });
 }

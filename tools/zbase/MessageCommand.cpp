@@ -1,13 +1,27 @@
 #include "Commands.h"
-#include "Console.h"
-#include "MessageDocument.h"
-#include "RecordView.h"
+#include "tools/zbase/record/MessageDocument.h"
+#include "tools/zbase/record/RecordView.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <memory>
 
 namespace {
 
 using ZBase::Message;
+
+struct MessageRequest {
+    std::string file = "-";
+    unsigned short language = 0;
+    bool parameters = false;
+    bool texts = false;
+    bool xml = false;
+    bool json = false;
+    std::size_t depth = 10'000;                    // levels of the document at most
+    std::uint64_t size = std::uint64_t{64} << 20;  // bytes at most
+};
 
 std::string TextOf(const Message& message, unsigned short language) {
     ZBase::SimpleMessageLocalizer localizer;
@@ -72,10 +86,8 @@ void Show(const Message& message, const MessageRequest& request) {
     }
 }
 
-}  // namespace
-
 // Of a document that is bad or cut off what had arrived is shown, and then why it is not more.
-int RunMessage(const MessageRequest& request) {
+int ReadAndShow(const MessageRequest& request) {
     Message message;
     try {
         ReadDocument(request.file, message, {.depth = request.depth, .size = request.size});
@@ -86,4 +98,24 @@ int RunMessage(const MessageRequest& request) {
     }
     Show(message, request);
     return 0;
+}
+
+}  // namespace
+
+void AddMessageCommand(CLI::App& app, int& status) {
+    const auto request = std::make_shared<MessageRequest>();
+    CLI::App* message = app.add_subcommand("message", "Show an XML document of a message as a tree");
+    message->add_option("FILE", request->file, "The document; - is the standard input")
+        ->capture_default_str();
+    message->add_option("-l,--language", request->language, "Windows language id of the texts, such as 0x409")
+        ->capture_default_str();
+    message->add_flag("-p,--parameters", request->parameters, "Show the parameters of each message");
+    message->add_flag("-t,--texts", request->texts, "Show the stored texts of all languages");
+    message->add_option("--depth", request->depth, "Levels of the document at most")->capture_default_str();
+    message->add_option("--size", request->size, "Bytes of the document at most, such as 512MB")
+        ->transform(CLI::AsSizeValue(false))
+        ->capture_default_str();
+    CLI::Option* xml = message->add_flag("--xml", request->xml, "Write the message as XML");
+    message->add_flag("--json", request->json, "Write one JSON object for each message")->excludes(xml);
+    message->callback([request, &status] { status = ReadAndShow(*request); });
 }

@@ -1,14 +1,15 @@
 #include "Commands.h"
-#include "Console.h"
-#include "GovernedReading.h"
-#include "RecordView.h"
-#include "RoadCrossing.h"
+#include "tools/zbase/record/RecordView.h"
+#include "tools/zbase/road/GovernedReading.h"
+#include "tools/zbase/road/RoadCrossing.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -122,9 +123,7 @@ private:
     uid_t mUser = geteuid();
 };
 
-}  // namespace
-
-int RunRoad(const std::string& file) {
+int Travel(const std::string& file) {
     Print(
         "ZBase at work. Threads read a file into memory that budgets pay for: a contract has the sum of one\n"
         "request, a governor is asked for the whole process. What fails is a record: thrown where it "
@@ -142,4 +141,14 @@ int RunRoad(const std::string& file) {
     Print("\n" + Styled("6  The record of station 4 crosses into a second process, as XML", "1") + "\n");
     CrossProcesses(record);
     return 0;
+}
+
+}  // namespace
+
+void AddRoadCommand(CLI::App& app, int& status) {
+    CLI::App* road =
+        app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
+    const auto file = std::make_shared<std::string>("/etc/os-release");
+    road->add_option("FILE", *file, "A text to read")->capture_default_str();
+    road->callback([file, &status] { status = Travel(*file); });
 }

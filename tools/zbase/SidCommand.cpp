@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <cctype>
 #include <cstdint>
@@ -43,7 +43,7 @@ Octets FromDigits(const std::string& digits) {
 Octets FromText(const std::string& text) {
     unsigned char* octets = nullptr;
     std::uint64_t size = 0;
-    ZBase::SidWStringToBinary(ZBase::UTF8ToWideChar(text.c_str(), true).c_str(), octets, size);
+    ZBase::SidWStringToBinary(Wide(text).c_str(), octets, size);
     const std::unique_ptr<unsigned char[]> owner(octets);
     Octets sid(octets, octets + size);
     const std::string back = TextOf(sid);
@@ -54,12 +54,21 @@ Octets FromText(const std::string& text) {
     return sid;
 }
 
-}  // namespace
-
-int RunSid(const std::string& text) {
+// An empty text asks for a new identifier.
+int ShowSid(const std::string& text) {
     const std::string wanted = text.empty() ? NewSid() : text;
     const Octets sid = IsHexadecimal(wanted) ? FromDigits(wanted) : FromText(wanted);
     PrintRow("text", TextOf(sid));
     PrintRow("bytes", Narrow(ZBase::Binary2String(sid.data(), static_cast<int>(sid.size())).c_str()));
     return 0;
+}
+
+}  // namespace
+
+void AddSidCommand(CLI::App& app, int& status) {
+    CLI::App* sid =
+        app.add_subcommand("sid", "Make a new security identifier, or show one in both its forms");
+    const auto text = std::make_shared<std::string>();
+    sid->add_option("TEXT", *text, "Its text, or its bytes in hexadecimal");
+    sid->callback([text, &status] { status = ShowSid(*text); });
 }

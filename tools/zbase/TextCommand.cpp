@@ -1,8 +1,8 @@
 #include "Commands.h"
-#include "Console.h"
-#include "Progress.h"
-#include "TextScan.h"
-#include "TextStream.h"
+#include "tools/zbase/terminal/Console.h"
+#include "tools/zbase/terminal/Progress.h"
+#include "tools/zbase/text/TextScan.h"
+#include "tools/zbase/text/TextStream.h"
 
 #include <ZLiteXML/detail/Output.h>
 
@@ -11,6 +11,14 @@
 #include <memory>
 
 namespace {
+
+struct TextRequest {
+    std::string file;
+    std::string from = "utf8";
+    std::string to;  // empty: report only
+    std::string output;
+    bool replace = false;
+};
 
 using Sink = std::function<void(std::string_view octets)>;
 
@@ -84,9 +92,7 @@ void ConvertToOutput(const TextRequest& request) {
     Convert(request, progress, [](std::string_view octets) { Print(octets); });
 }
 
-}  // namespace
-
-int RunText(const TextRequest& request) {
+int ReportOrConvert(const TextRequest& request) {
     if (request.to.empty()) {
         if (request.from == "utf8" && !request.replace && request.output.empty()) return Report(request);
         throw Failure("--from, --replace and --output need --to");
@@ -97,4 +103,20 @@ int RunText(const TextRequest& request) {
         ConvertToFile(request);
     }
     return 0;
+}
+
+}  // namespace
+
+void AddTextCommand(CLI::App& app, int& status) {
+    const auto encodings = CLI::IsMember({"utf8", "utf16le", "ascii", "locale"});
+    const auto request = std::make_shared<TextRequest>();
+    CLI::App* text = app.add_subcommand("text", "Tell whether a file is UTF-8, and convert it");
+    text->add_option("FILE", request->file, "The file; - is the standard input")->required();
+    text->add_option("--from", request->from, "Its encoding: utf8, utf16le, ascii or locale")
+        ->check(encodings)
+        ->capture_default_str();
+    text->add_option("--to", request->to, "Convert to utf8, utf16le, ascii or locale")->check(encodings);
+    text->add_option("-o,--output", request->output, "Write there, not to the standard output");
+    text->add_flag("--replace", request->replace, "Replace what can't be converted instead of stopping");
+    text->callback([request, &status] { status = ReportOrConvert(*request); });
 }

@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <Base/frame/Version.h>
 
@@ -101,70 +101,8 @@ int Run(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", VersionText);
 
-    std::string roadFile = "/etc/os-release";
-    CLI::App* road =
-        app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
-    road->add_option("FILE", roadFile, "A text to read")->capture_default_str();
-
-    MessageRequest shown;
-    CLI::App* message = app.add_subcommand("message", "Show an XML document of a message as a tree");
-    message->add_option("FILE", shown.file, "The document; - is the standard input")->capture_default_str();
-    message->add_option("-l,--language", shown.language, "Windows language id of the texts, such as 0x409")
-        ->capture_default_str();
-    message->add_flag("-p,--parameters", shown.parameters, "Show the parameters of each message");
-    message->add_flag("-t,--texts", shown.texts, "Show the stored texts of all languages");
-    message->add_option("--depth", shown.depth, "Levels of the document at most")->capture_default_str();
-    message->add_option("--size", shown.size, "Bytes of the document at most, such as 512MB")
-        ->transform(CLI::AsSizeValue(false))
-        ->capture_default_str();
-    CLI::Option* xml = message->add_flag("--xml", shown.xml, "Write the message as XML");
-    message->add_flag("--json", shown.json, "Write one JSON object for each message")->excludes(xml);
-
-    std::string code;
-    CLI::App* error =
-        app.add_subcommand("error", "Tell what a number or a symbol means in each domain of errors");
-    error->add_option("CODE", code, "Decimal, hexadecimal behind 0x, or a symbol such as ENOENT")->required();
-
-    TextRequest request;
-    const auto encodings = CLI::IsMember({"utf8", "utf16le", "ascii", "locale"});
-    CLI::App* text = app.add_subcommand("text", "Tell whether a file is UTF-8, and convert it");
-    text->add_option("FILE", request.file, "The file; - is the standard input")->required();
-    text->add_option("--from", request.from, "Its encoding: utf8, utf16le, ascii or locale")
-        ->check(encodings)
-        ->capture_default_str();
-    text->add_option("--to", request.to, "Convert to utf8, utf16le, ascii or locale")->check(encodings);
-    text->add_option("-o,--output", request.output, "Write there, not to the standard output");
-    text->add_flag("--replace", request.replace, "Replace what can't be converted instead of stopping");
-
-    std::string guidText;
-    CLI::App* guid = app.add_subcommand("guid", "Make a new identifier, or show one in all its forms");
-    guid->add_option("TEXT", guidText, "An identifier in any text form");
-
-    std::string sidText;
-    CLI::App* sid =
-        app.add_subcommand("sid", "Make a new security identifier, or show one in both its forms");
-    sid->add_option("TEXT", sidText, "Its text, or its bytes in hexadecimal");
-
-    CLI::App* host = app.add_subcommand("host", "Tell what the library says of this host and process");
-
-    CLI::App* crash = app.add_subcommand("crash", "Check, try and use crash reporting");
-    crash->require_subcommand(1);
-    std::string config;
-    CLI::App* check = crash->add_subcommand("check", "Tell what each line of the configuration means");
-    check->add_option("FILE", config, "A configuration, in place of the one that would be used");
-    CLI::App* test = crash->add_subcommand("test", "Dump a process and send the report");
-    bool isLocal = false;
-    test->add_flag("--local", isLocal, "Send it to a report server of its own, and show what arrived");
-    std::string dump;
-    CLI::App* show = crash->add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
-    show->add_option("DUMP", dump, "The dump")->required();
-    bool hasAll = false;
-    show->add_flag("--all", hasAll, "Show the stacks of all threads, with their names");
-    std::string dumps;
-    CLI::App* send = crash->add_subcommand(
-        "send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
-    send->add_option("DIRECTORY", dumps, "Their directory, in place of that of the configuration");
-
+    int status = 0;
+    for (const auto add : {ZBASE_COMMANDS(ZBASE_COMMAND_ENTRY)}) add(app, status);
     RefuseEmptyArguments(app);
     try {
         app.parse(argc, argv);
@@ -179,19 +117,6 @@ int Run(int argc, char** argv) {
     } catch (const CLI::ParseError& wrong) {
         return Complain(wrong.what() + Suggestion(app, argc, argv) + "; see zbase --help", kUsage);
     }
-
-    int status = 0;
-    if (*road) status = RunRoad(roadFile);
-    if (*message) status = RunMessage(shown);
-    if (*error) status = RunError(code);
-    if (*text) status = RunText(request);
-    if (*guid) status = RunGuid(guidText);
-    if (*sid) status = RunSid(sidText);
-    if (*host) status = RunHost();
-    if (*check) status = RunCrashCheck(config);
-    if (*test) status = RunCrashTest(isLocal);
-    if (*show) status = RunCrashShow(dump, hasAll);
-    if (*send) status = RunCrashSend(dumps);
     FinishOutput();
     return status;
 }

@@ -1,10 +1,11 @@
-#include "Commands.h"
-#include "Console.h"
-#include "CrashDumps.h"
+#include "CrashCommands.h"
 #include "SymbolSizes.h"
+#include "tools/zbase/dumps/CrashDumps.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <unistd.h>
 #include <cstdlib>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -143,9 +144,8 @@ std::string NameOf(const DumpedReport& report, const std::string& number) {
     return number + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
 }
 
-}  // namespace
-
-int RunCrashShow(const std::string& dump, bool hasAll) {
+// With `hasAll` of all threads, else of the crashed one.
+int Show(const std::string& dump, bool hasAll) {
     const DumpedReport report = ReportOfDump(dump);
     Walk walk = WalkDump(dump, "/dev/null");
     const std::map<std::string, std::string> files = FilesOfModules(dump);
@@ -181,4 +181,15 @@ int RunCrashShow(const std::string& dump, bool hasAll) {
         Print("  " + module[5] + "  " + (file == files.end() ? module[1] : file->second) + "\n");
     }
     return 0;
+}
+
+}  // namespace
+
+void AddCrashShowCommand(CLI::App& crash, int& status) {
+    CLI::App* show = crash.add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
+    const auto dump = std::make_shared<std::string>();
+    const auto hasAll = std::make_shared<bool>(false);
+    show->add_option("DUMP", *dump, "The dump")->required();
+    show->add_flag("--all", *hasAll, "Show the stacks of all threads, with their names");
+    show->callback([dump, hasAll, &status] { status = Show(*dump, *hasAll); });
 }

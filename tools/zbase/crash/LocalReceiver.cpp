@@ -1,5 +1,5 @@
 #include "LocalReceiver.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <fcntl.h>
 #include <spawn.h>

@@ -1,5 +1,5 @@
 #include "SecondProcess.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,5 +1,5 @@
 #include "MessageDocument.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <Base/frame/ReferenceCountedImpl.h>
 #include <Base/frame/SmartPtrI.h>

@@ -1,7 +1,7 @@
 #include "CrashDelivery.h"
-#include "Console.h"
 #include "CrashAttachments.h"
 #include "CrashDumps.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <system_error>
 
@@ -15,10 +15,6 @@ using ZBase::WideString;
 
 constexpr char kCountFile[] = "crash-sender.count";
 constexpr std::uintmax_t kLargestDump = std::uintmax_t{2} << 30;
-
-WideString Wide(const std::string& text) {
-    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
-}
 
 WideString Setting(const CrashConfigTable& settings, const unsigned short* key) {
     const auto found = settings.find(key);

@@ -146,6 +146,10 @@ std::optional<std::uint64_t> FileSize(const std::string& file) {
     return static_cast<std::uint64_t>(facts.st_size);
 }
 
+ZBase::WideString Wide(const std::string& text) {
+    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
+}
+
 std::string Narrow(const unsigned short* text) {
     if (text == nullptr) return "";
     try {

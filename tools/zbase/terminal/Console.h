@@ -57,6 +57,9 @@ std::string ReadFile(const std::string& file);
 /// UTF-8 of a wide text, whatever is in it; for people.
 std::string Narrow(const unsigned short* text);
 
+/// The wide text of UTF-8; what is none is replaced.
+ZBase::WideString Wide(const std::string& text);
+
 /// A text from elsewhere as a terminal may show it: what is a control character, changes the direction of
 /// writing or is no UTF-8 comes as "\xNN", octet by octet.
 std::string Shown(std::string_view text);

@@ -34,9 +34,11 @@ public:
     /// Removes what was noted here, the count of the day and the pause, once no dump is left to be sent.
     void CleanUp() const;
 
+    /// Whether dumps stay once they are sent.
+    bool KeepsDumps() const;
+
 private:
     ZBase::ReportResult Send(const std::filesystem::path& dump, bool& isDump, ZBase::WideString& reportCode);
-    bool KeepsDumps() const;
 
     std::filesystem::path mDirectory;
     const ZBase::CrashConfigTable& mSettings;

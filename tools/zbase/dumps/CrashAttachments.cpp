@@ -1,5 +1,5 @@
 #include "CrashAttachments.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <Base/crash/detail/Attachments.h>
 
@@ -100,10 +100,6 @@ std::string CopyEnd(const fs::path& file, const fs::path& copy, off_t most) {
 bool IsOwnDirectory(const fs::path& place) {
     struct stat status {};
     return lstat(place.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
-}
-
-ZBase::WideString Wide(const std::string& text) {
-    return ZBase::UTF8ToWideChar(text.c_str(), true).c_str();
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "RoadCrossing.h"
-#include "Console.h"
-#include "MessageDocument.h"
-#include "RecordView.h"
 #include "SecondProcess.h"
+#include "tools/zbase/record/MessageDocument.h"
+#include "tools/zbase/record/RecordView.h"
+#include "tools/zbase/terminal/Console.h"
 
 using ZBase::Message;
 

@@ -1,5 +1,5 @@
 #include "CrashDumps.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <Base/crash/detail/CrashKeysBlock.h>
 #include <Base/crash/detail/CrashNotesBlock.h>

@@ -1,5 +1,5 @@
 #include "RecordView.h"
-#include "Console.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <algorithm>
 #include <cstdint>

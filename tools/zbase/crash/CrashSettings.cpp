@@ -1,0 +1,69 @@
+#include "CrashSettings.h"
+#include "tools/zbase/terminal/Console.h"
+
+#include <unistd.h>
+#include <cerrno>
+
+namespace fs = std::filesystem;
+using namespace ZBase::Literals;
+using ZBase::ECrashSettings;
+
+namespace {
+
+constexpr char kNoCrashReporting[] =
+    "the library was built without crash reporting (ZBASE_CRASH_REPORTING=OFF)";
+
+// Why no dump can be written to what stands there; empty if one can.
+std::string WhyNotForDumps(const fs::path& dumps) {
+    std::error_code none;
+    if (!fs::is_directory(dumps, none)) return "the dump path " + dumps.string() + " is no directory";
+    if (access(dumps.c_str(), W_OK | X_OK) == 0) return "";
+    return "nothing can be written to the dump path " + dumps.string() +
+           (errno == EROFS ? ": its file system is read-only" : "");
+}
+
+}  // namespace
+
+std::string CrashSettings::Get(const unsigned short* key, const char* absent) const {
+    const auto found = settings.find(key);
+    return found == settings.end() ? absent : Narrow(found->second.c_str());
+}
+
+fs::path CrashSettings::DumpDirectory() const {
+    return Get("dump_path"_w, "crash_dumps");
+}
+
+CrashSettings ReadCrashSettings(const std::string& file) {
+    CrashSettings config;
+    config.path = file.empty() ? ZBase::FindCrashConfig().c_str() : file;
+    if (!ZBase::ReadCrashConfig(config.path.c_str(), config.settings, config.crashKeys)) {
+        throw FileFailure(config.path, errno);
+    }
+    return config;
+}
+
+void NeedCrashReporting() {
+    if (!ZBASE_HAS_CRASH_REPORTING) throw Failure(kNoCrashReporting);
+}
+
+std::string CrashObstacle(const CrashSettings& config) {
+    if (!ZBASE_HAS_CRASH_REPORTING) return kNoCrashReporting;
+    switch (ZBase::JudgeCrashSettings(config.settings)) {
+        case ECrashSettings::eDisabled:
+            return "enable is not true";
+        case ECrashSettings::eNoServerURL:
+            return "ServerURL is missing";
+        case ECrashSettings::eNoServerProdURL:
+            return "ServerProdURL is missing";
+        case ECrashSettings::eComplete:
+            break;
+    }
+    const fs::path dumps = config.DumpDirectory();
+    std::error_code none;
+    if (dumps.empty()) return "dump_path is empty";
+    if (fs::exists(dumps, none)) return WhyNotForDumps(dumps);
+    const fs::path parent = fs::absolute(dumps, none).parent_path();
+    if (!fs::is_directory(parent, none))
+        return "there is no directory " + parent.string() + " to make the dump path in";
+    return access(parent.c_str(), W_OK) == 0 ? "" : "the dump path can't be made in " + parent.string();
+}

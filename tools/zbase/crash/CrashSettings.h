@@ -1,0 +1,27 @@
+#pragma once
+
+#include <Base/ZBase.h>
+
+#include <filesystem>
+#include <string>
+
+/// A crash configuration as the commands read it.
+struct CrashSettings {
+    std::string path;
+    ZBase::CrashConfigTable settings;
+    ZBase::CrashConfigTable crashKeys;
+
+    /// The value of a setting, or `absent`.
+    std::string Get(const unsigned short* key, const char* absent) const;
+
+    std::filesystem::path DumpDirectory() const;
+};
+
+/// Reads `file`, or if that is empty the configuration that the library would find. Throws `Failure`.
+CrashSettings ReadCrashSettings(const std::string& file);
+
+/// What would stop the installation, or every dump; empty if nothing would.
+std::string CrashObstacle(const CrashSettings& config);
+
+/// Throws `Failure` where the library was built without crash reporting.
+void NeedCrashReporting();

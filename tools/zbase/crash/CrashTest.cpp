@@ -1,0 +1,92 @@
+#include "CrashCommands.h"
+#include "CrashSettings.h"
+#include "LocalReceiver.h"
+#include "tools/zbase/dumps/CrashDumps.h"
+#include "tools/zbase/terminal/Console.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <set>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace ZBase::Literals;
+
+// Runs in a process of its own, so that this one keeps its handlers.
+bool DumpInChild() {
+    const pid_t child = fork();
+    if (child == 0) {
+        ZBase::SetCrashAttr("zbase_crash_test", "1", true);
+        _exit(ZBase::InstallCrashHandler() && ZBase::CreateDump() ? 0 : 1);
+    }
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return child > 0 && status == 0;
+}
+
+// The places where a dump of this process may lie, by the GUIDs of those that do.
+std::set<std::string> DumpNames(const CrashSettings& config) {
+    std::set<std::string> names;
+    for (const fs::path& place : {config.DumpDirectory(), fs::temp_directory_path()}) {
+        for (const fs::path& dump : DumpsIn(place)) {
+            const std::string name = dump.filename().string();
+            names.insert((place / name.substr(0, name.find('.'))).string());
+        }
+    }
+    return names;
+}
+
+// Dumps a process by the configuration that is in force, and tells whether the report arrived.
+int TestConfiguration() {
+    const CrashSettings config = ReadCrashSettings("");
+    const std::string obstacle = CrashObstacle(config);
+    if (!obstacle.empty()) throw Failure(config.path + ": " + obstacle);
+    const std::set<std::string> before = DumpNames(config);
+    if (!DumpInChild()) throw Failure("no dump could be written to " + config.DumpDirectory().string());
+    const std::string server = Shown(config.Get("ServerURL"_w, ""));
+    for (const std::string& dump : DumpNames(config)) {
+        const fs::path path = dump + ".dmp";
+        const ZBase::CrashStore store(path.parent_path().string(), config.settings);
+        if (before.contains(dump) || store.IsSent(path.filename().string())) continue;
+        Print("The dump was written: " + Shown(dump) + ".dmp\nThe report did not arrive at " + server +
+              ".\n");
+        return 1;
+    }
+    Print("A dump was written, and its report arrived at " + server + ".\n");
+    return 0;
+}
+
+// The same with a server, a configuration and a place for dumps of its own.
+int TestLocally() {
+    const LocalReceiver receiver;
+    const fs::path file = receiver.Directory() / "crash_report.ini";
+    std::ofstream(file) << "[Config]\nenable=true\nServerURL=" << receiver.Address()
+                        << "\nServerProdURL=" << receiver.Address()
+                        << "\ndump_path=" << (receiver.Directory() / "crash_dumps").string()
+                        << "\n[CrashKeys]\nproduct=zbase\n";
+    if (setenv("ZENT_CRASH_CONFIG_FILE", file.c_str(), 1) != 0) throw FileFailure(file, errno);
+    const int status = TestConfiguration();
+    std::ifstream keys(receiver.Directory() / "1.keys");
+    for (std::string line; std::getline(keys, line);) Print("  " + Shown(line) + "\n");
+    return status;
+}
+
+int Test(bool isLocal) {
+    NeedCrashReporting();
+    return isLocal ? TestLocally() : TestConfiguration();
+}
+
+}  // namespace
+
+void AddCrashTestCommand(CLI::App& crash, int& status) {
+    CLI::App* test = crash.add_subcommand("test", "Dump a process and send the report");
+    const auto isLocal = std::make_shared<bool>(false);
+    test->add_flag("--local", *isLocal, "Send it to a report server of its own, and show what arrived");
+    test->callback([isLocal, &status] { status = Test(*isLocal); });
+}
