@@ -1,0 +1,39 @@
+// The system's function stores the registers as its caller has them, so this one is nothing but the way
+// there.
+
+#include <Base/platform/os/ThreadContext.h>
+
+asm(R"(
+    .text
+    .p2align 4
+    .globl _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE
+    .def _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE; .scl 2; .type 32; .endef
+_ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE:
+    jmp *__imp_RtlCaptureContext(%rip)
+)");
+
+namespace ZBase::os {
+
+namespace {
+
+// Keeps a call from becoming a jump, which would take its frame away.
+inline void StayHere() {
+    asm volatile("" ::: "memory");
+}
+
+[[gnu::noinline]] void CallFilter(void (*filter)(void*, ThreadContext&), void* argument) {
+    ThreadContext context{};
+    CaptureContext(&context);
+    context.contextFlags = kFullContext;
+    filter(argument, context);
+    StayHere();
+}
+
+}  // namespace
+
+[[gnu::noinline]] void CallWithOwnContext(void (*filter)(void*, ThreadContext&), void* argument) {
+    CallFilter(filter, argument);
+    StayHere();
+}
+
+}  // namespace ZBase::os
