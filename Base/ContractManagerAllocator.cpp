@@ -1,6 +1,6 @@
 #include <Base/ContractManagerAllocator.h>
 
-#include <Base/memory/detail/ContractCharge.h>
+#include <Base/memory/detail/budgets/ContractCharge.h>
 
 #include <memory>
 

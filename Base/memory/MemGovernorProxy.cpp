@@ -2,7 +2,7 @@
 
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/detail/LibraryState.h>
-#include <Base/memory/detail/MemGovernors.h>
+#include <Base/memory/detail/budgets/MemGovernors.h>
 #include <Base/text/UnicodeConversions.h>
 
 namespace ZBase {

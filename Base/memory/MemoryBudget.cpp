@@ -1,5 +1,5 @@
 #include <Base/memory/MemoryBudget.h>
-#include <Base/memory/detail/BookedBytes.h>
+#include <Base/memory/detail/budgets/BookedBytes.h>
 
 namespace ZBase {
 

@@ -1,6 +1,6 @@
 #include <Base/memory/MemoryCeiling.h>
 
-#include <Base/memory/detail/BookedBytes.h>
+#include <Base/memory/detail/budgets/BookedBytes.h>
 #include <Base/text/UnicodeConversions.h>
 
 #include <string>

@@ -131,37 +131,6 @@ unsigned int Message::GetParameterCount() const {
     return count;
 }
 
-Message& Message::operator<<(const char* text) {
-    PlaceParameter(BlockOf(*this), text == nullptr ? "" : text);
-    return *this;
-}
-
-Message& Message::operator<<(std::string_view text) {
-    PlaceParameter(BlockOf(*this), text.substr(0, text.find('\0')));
-    return *this;
-}
-
-Message& Message::operator<<(const ReturnString& text) {
-    return *this << text.c_str();
-}
-
-Message& Message::operator<<(const ReturnWString& text) {
-    return *this << text.c_str();
-}
-
-Message& Message::operator<<(const ReturnUString& text) {
-    return *this << text.c_str();
-}
-
-Message& Message::operator<<(bool value) {
-    return *this << (value ? "true" : "false");
-}
-
-Message& Message::operator<<(void (*manipulator)(Message&)) {
-    manipulator(*this);
-    return *this;
-}
-
 namespace {
 
 template <class AnyBlock>

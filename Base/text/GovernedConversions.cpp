@@ -1,6 +1,6 @@
 #include <Base/text/GovernedConversions.h>
 
-#include <Base/memory/detail/ContractCharge.h>
+#include <Base/memory/detail/budgets/ContractCharge.h>
 #include <Base/text/detail/ResultText.h>
 #include <Base/text/detail/Utf8Encoder.h>
 

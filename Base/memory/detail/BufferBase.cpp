@@ -4,9 +4,9 @@
 #include <Base/frame/detail/LibraryState.h>
 #include <Base/memory/BufferFigures.h>
 #include <Base/memory/VirtualMemory.h>
-#include <Base/memory/detail/MemGovernors.h>
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
+#include <Base/memory/detail/budgets/MemGovernors.h>
 #include <Base/platform/os/Pages.h>
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/Upload.h>
-#include <Base/platform/os/linux/crash/AcceptedEncoding.h>
-#include <Base/platform/os/linux/crash/CompressedForm.h>
+#include <Base/platform/os/linux/crash/upload/AcceptedEncoding.h>
+#include <Base/platform/os/linux/crash/upload/CompressedForm.h>
 
 #include <common/linux/http_upload.h>
 #include <cstdint>

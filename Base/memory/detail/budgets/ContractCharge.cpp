@@ -1,4 +1,4 @@
-#include <Base/memory/detail/ContractCharge.h>
+#include <Base/memory/detail/budgets/ContractCharge.h>
 
 #include <Base/memory/MemoryContract.h>
 #include <Base/memory/detail/MemoryFailures.h>

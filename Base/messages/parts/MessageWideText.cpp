@@ -7,10 +7,6 @@ namespace ZBase {
 
 using namespace detail;
 
-Message& Message::operator<<(const unsigned short* text) {
-    return *this << WideCharToUTF8(text, true).c_str();
-}
-
 void Message::SetMessage(const unsigned short* text) {
     SetLocalizedText(0, WideCharToUTF8(text, true).c_str());
     Record* record = FindRecord(BlockOf(*this), TAG_WIDE_MESSAGE);

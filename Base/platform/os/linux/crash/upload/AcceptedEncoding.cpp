@@ -1,4 +1,4 @@
-#include <Base/platform/os/linux/crash/AcceptedEncoding.h>
+#include <Base/platform/os/linux/crash/upload/AcceptedEncoding.h>
 
 #include <dlfcn.h>
 #include <third_party/curl/curl.h>

@@ -1,7 +1,7 @@
 // Reports are compressed by the process that sends them. zlib is opened when it is needed, as libcurl is: no
 // program that loads the library needs either.
 
-#include <Base/platform/os/linux/crash/CompressedForm.h>
+#include <Base/platform/os/linux/crash/upload/CompressedForm.h>
 
 #include <dlfcn.h>
 #include <sys/random.h>

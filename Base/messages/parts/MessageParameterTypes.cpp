@@ -1,5 +1,6 @@
 #include <Base/messages/Message.h>
 #include <Base/messages/detail/Records.h>
+#include <Base/text/UnicodeConversions.h>
 
 #include <algorithm>
 #include <charconv>
@@ -46,6 +47,41 @@ private:
 };
 
 }  // namespace
+
+Message& Message::operator<<(const char* text) {
+    PlaceParameter(BlockOf(*this), text == nullptr ? "" : text);
+    return *this;
+}
+
+Message& Message::operator<<(const unsigned short* text) {
+    return *this << WideCharToUTF8(text, true).c_str();
+}
+
+Message& Message::operator<<(std::string_view text) {
+    PlaceParameter(BlockOf(*this), text.substr(0, text.find('\0')));
+    return *this;
+}
+
+Message& Message::operator<<(const ReturnString& text) {
+    return *this << text.c_str();
+}
+
+Message& Message::operator<<(const ReturnWString& text) {
+    return *this << text.c_str();
+}
+
+Message& Message::operator<<(const ReturnUString& text) {
+    return *this << text.c_str();
+}
+
+Message& Message::operator<<(bool value) {
+    return *this << (value ? "true" : "false");
+}
+
+Message& Message::operator<<(void (*manipulator)(Message&)) {
+    manipulator(*this);
+    return *this;
+}
 
 Message& Message::operator<<(int value) {
     unsigned char radix;
