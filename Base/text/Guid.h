@@ -5,14 +5,22 @@
 
 #include <cstdint>
 
-#if !defined(GUID_DEFINED)  // the mark of Windows' own declaration
+#if !defined(GUID_DEFINED)  // the mark of Windows' own declaration, which is the same
 /// An identifier of 16 bytes. The integers are little-endian in memory.
 struct _GUID {
+#if defined(_WIN32)
+    unsigned long Data1;
+#else
     std::uint32_t Data1;
+#endif
     std::uint16_t Data2;
     std::uint16_t Data3;
     unsigned char Data4[8];
 };
+#if defined(_WIN32)
+#define GUID_DEFINED
+typedef _GUID GUID;
+#endif
 #endif
 
 static_assert(sizeof(_GUID) == 16);

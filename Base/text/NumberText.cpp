@@ -4,11 +4,11 @@
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/Digits.h>
+#include <Base/text/detail/PowersOfTen.h>
 #include <Base/text/detail/ResultText.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstddef>
 #include <iomanip>
 #include <iterator>
@@ -243,7 +243,7 @@ double LocaleNeutralStringToDouble(const unsigned short* text) {
     double value = ReadMantissa(position);
     if (*position == 'e' || *position == 'E') {
         ++position;
-        value = value * std::pow(10.0, ReadExponent(position));
+        value = value * detail::PowerOfTen(ReadExponent(position));
     }
     if (*position != 0) ThrowNoDouble(text);
     return value * sign;
