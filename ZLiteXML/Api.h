@@ -7,6 +7,8 @@
 #if defined(_WIN32)
 #if defined(ZLITEXML_BUILDING)
 #define ZLITEXML_API __declspec(dllexport)
+#elif defined(ZLITEXML_STATIC)
+#define ZLITEXML_API
 #else
 #define ZLITEXML_API __declspec(dllimport)
 #endif

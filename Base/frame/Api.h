@@ -2,10 +2,13 @@
 
 #include <Base/frame/Standard.h>
 
-// ZBASE_API marks what the library exports; everything else stays inside it.
+// ZBASE_API marks what the library exports; everything else stays inside it. On Windows who links it
+// statically defines ZBASE_STATIC.
 #if defined(_WIN32)
 #if defined(ZBASE_BUILDING)
 #define ZBASE_API __declspec(dllexport)
+#elif defined(ZBASE_STATIC)
+#define ZBASE_API
 #else
 #define ZBASE_API __declspec(dllimport)
 #endif

@@ -12,6 +12,11 @@
 #include <string_view>
 #include <type_traits>
 
+#if defined(_WIN32)  // <windows.h> has macros of these names
+#pragma push_macro("GetMessage")
+#undef GetMessage
+#endif
+
 namespace ZBase {
 
 class Message;
@@ -193,6 +198,11 @@ public:
     /// for a message that is not nested in another: what a nested one keeps is never freed. Although it is
     /// constant it writes, so two threads must not call it on one message. Throws `std::bad_alloc`.
     const unsigned short* GetMessage() const;
+#if defined(_WIN32)
+    // What the call is named by the macro of <windows.h>.
+    const unsigned short* GetMessageA() const { return GetMessage(); }
+    const unsigned short* GetMessageW() const { return GetMessage(); }
+#endif
 
     /// The text of this message without those nested in it: the one stored for `language`, otherwise what
     /// `localizer` gives, which may be a null string. Throws `std::bad_alloc`.
@@ -300,3 +310,7 @@ private:
 };
 
 }  // namespace ZBase
+
+#if defined(_WIN32)
+#pragma pop_macro("GetMessage")
+#endif

@@ -4,6 +4,11 @@
 #include <Base/frame/ReturnString.h>
 #include <Base/messages/Message.h>
 
+#if defined(_WIN32)  // <windows.h> has macros of these names
+#pragma push_macro("FormatMessage")
+#undef FormatMessage
+#endif
+
 namespace ZBase {
 
 // A message tree as one text. The texts follow each other depth first with nothing between them but one tab
@@ -40,4 +45,20 @@ ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized,
 /// `size_t`.
 ZBASE_API ReturnString MergeParametersIntoTemplate(const char* textTemplate, const char* const parameters[]);
 
+#if defined(_WIN32)
+// What the calls are named by the macros of <windows.h>.
+template <class... Arguments>
+ReturnString FormatMessageA(Arguments&&... arguments) {
+    return FormatMessage(static_cast<Arguments&&>(arguments)...);
+}
+template <class... Arguments>
+ReturnString FormatMessageW(Arguments&&... arguments) {
+    return FormatMessage(static_cast<Arguments&&>(arguments)...);
+}
+#endif
+
 }  // namespace ZBase
+
+#if defined(_WIN32)
+#pragma pop_macro("FormatMessage")
+#endif

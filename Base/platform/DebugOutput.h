@@ -2,6 +2,11 @@
 
 #include <Base/frame/Api.h>
 
+#if defined(_WIN32)  // <windows.h> has macros of these names
+#pragma push_macro("OutputDebugString")
+#undef OutputDebugString
+#endif
+
 namespace ZBase {
 
 /// Tells a debugger, or whoever listens to the system's debug output, a text and then a line end. Where
@@ -9,4 +14,24 @@ namespace ZBase {
 ZBASE_API void OutputDebugString(const unsigned short* text);
 ZBASE_API void OutputDebugString(const char* text);
 
+#if defined(_WIN32)
+// What the calls are named by the macros of <windows.h>.
+inline void OutputDebugStringA(const unsigned short* text) {
+    OutputDebugString(text);
+}
+inline void OutputDebugStringA(const char* text) {
+    OutputDebugString(text);
+}
+inline void OutputDebugStringW(const unsigned short* text) {
+    OutputDebugString(text);
+}
+inline void OutputDebugStringW(const char* text) {
+    OutputDebugString(text);
+}
+#endif
+
 }  // namespace ZBase
+
+#if defined(_WIN32)
+#pragma pop_macro("OutputDebugString")
+#endif

@@ -3,6 +3,11 @@
 #include <Base/frame/Api.h>
 #include <Base/frame/ReturnWString.h>
 
+#if defined(_WIN32)  // <windows.h> has macros of these names
+#pragma push_macro("GetComputerName")
+#undef GetComputerName
+#endif
+
 namespace ZBase {
 
 /// The name of this computer in the DNS, without its domain; empty if the system does not tell.
@@ -24,4 +29,18 @@ ZBASE_API unsigned short GetNumberOfSystemProcessors();
 /// when the name does not resolve, or the resolver does not answer. Asks the resolver.
 ZBASE_API int GetUniqueMachineID();
 
+#if defined(_WIN32)
+// What the calls are named by the macros of <windows.h>.
+inline ReturnWString GetComputerNameA() {
+    return GetComputerName();
+}
+inline ReturnWString GetComputerNameW() {
+    return GetComputerName();
+}
+#endif
+
 }  // namespace ZBase
+
+#if defined(_WIN32)
+#pragma pop_macro("GetComputerName")
+#endif
