@@ -2,6 +2,7 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/frame/Threads.h>
+#include <Base/platform/os/Files.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -128,7 +129,7 @@ void CallStackLogger::RemoveDuplicates() {
 
 void CallStackLogger::FprintfCallStack(const char* path) {
     gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
-    const std::unique_ptr<std::FILE, CloseFile> file(path == nullptr ? nullptr : std::fopen(path, "w+"));
+    const std::unique_ptr<std::FILE, CloseFile> file(path == nullptr ? nullptr : os::OpenFile(path, "w+"));
     if (file == nullptr) return;
     AddressLines lines(mResolver);
     std::uint64_t total = 0;

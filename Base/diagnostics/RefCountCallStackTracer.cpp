@@ -6,6 +6,7 @@
 #include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
 #include <Base/diagnostics/detail/ReportText.h>
 #include <Base/frame/Threads.h>
+#include <Base/frame/detail/Utf8Path.h>
 #include <Base/platform/DebugOutput.h>
 
 #include <algorithm>
@@ -73,7 +74,7 @@ RefCountCallStackTracer::~RefCountCallStackTracer() = default;
 
 RefCountCallStackTracerImp::RefCountCallStackTracerImp(const unsigned short* label, const char* path)
     : mPath(path == nullptr ? "" : path), mLabel(label == nullptr ? kNothing : label) {
-    std::ofstream(mPath, std::ios::app).close();
+    std::ofstream(detail::Utf8Path(mPath), std::ios::app).close();
 }
 
 RefCountCallStackTracerImp::~RefCountCallStackTracerImp() {
@@ -105,7 +106,7 @@ void RefCountCallStackTracerImp::RecordRefCount(void* instance, long refCount) {
 }
 
 void RefCountCallStackTracerImp::ReportLeaks() {
-    std::ofstream file(mPath, std::ios::app);
+    std::ofstream file(detail::Utf8Path(mPath), std::ios::app);
     if (!file) return;
     const std::string process = "Proc<" + std::to_string(GetCurrentProcessID()) + ">: ";
     const std::string label = ReportText(mLabel.c_str());
@@ -143,7 +144,7 @@ RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* lab
 }
 
 void TraceCallStack(const char* path, const unsigned short* label) {
-    std::ofstream file(path == nullptr ? "" : path, std::ios::app);
+    std::ofstream file(detail::Utf8Path(path == nullptr ? "" : path), std::ios::app);
     if (!file) return;
     file << std::string("**<").append(ReportText(label)).append(">**:\n");
     const OwnedCallStack stack(CreateCallStack(nullptr));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -7,6 +8,9 @@ namespace ZBase::os {
 
 /// Whether a file or a directory stands there.
 bool PathExists(const unsigned short* path);
+
+/// The C library's `fopen` for a path in UTF-8.
+std::FILE* OpenFile(const char* path, const char* mode);
 
 /// Creates one directory, which only the owner can read; false if it can't be made.
 bool CreatePrivateDirectory(const unsigned short* path);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace ZBase::os {
@@ -28,7 +29,9 @@ public:
 private:
     bool Take(const std::string& path, bool isDirectory);
 
-    int mFile = -1;
+    // Handles of the system's.
+    std::intptr_t mFile = -1;
+    std::intptr_t mName = 0;  // of a directory, where the system can lock none
 };
 
 }  // namespace ZBase::os

@@ -1,6 +1,6 @@
 #include <Base/messages/SystemErrors.h>
 #include <Base/platform/os/SystemErrors.h>
-#include <Base/platform/os/linux/errors/SystemMessageTable.h>
+#include <Base/platform/os/shared/SystemMessageTable.h>
 
 #include <gtest/gtest.h>
 

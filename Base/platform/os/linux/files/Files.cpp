@@ -12,6 +12,10 @@ bool PathExists(const unsigned short* path) {
     return access(ToNative(path).c_str(), F_OK) == 0;
 }
 
+std::FILE* OpenFile(const char* path, const char* mode) {
+    return std::fopen(path, mode);
+}
+
 bool CreatePrivateDirectory(const unsigned short* path) {
     return mkdir(ToNative(path).c_str(), S_IRWXU) == 0;
 }

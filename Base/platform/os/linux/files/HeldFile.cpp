@@ -7,6 +7,14 @@
 
 namespace ZBase::os {
 
+namespace {
+
+int Descriptor(std::intptr_t file) {
+    return static_cast<int>(file);
+}
+
+}  // namespace
+
 bool HeldFile::Hold(const std::string& path) {
     return Take(path, false);
 }
@@ -17,13 +25,13 @@ bool HeldFile::HoldDirectory(const std::string& path) {
 
 bool HeldFile::IsOwn() const {
     struct stat held {};
-    return fstat(mFile, &held) == 0 && held.st_uid == geteuid();
+    return fstat(Descriptor(mFile), &held) == 0 && held.st_uid == geteuid();
 }
 
 void HeldFile::LetGo() {
     if (mFile < 0) return;
-    flock(mFile, LOCK_UN);  // the child of a fork may have the file open too
-    close(mFile);
+    flock(Descriptor(mFile), LOCK_UN);  // the child of a fork may have the file open too
+    close(Descriptor(mFile));
     mFile = -1;
 }
 
@@ -35,8 +43,8 @@ bool HeldFile::Take(const std::string& path, bool isDirectory) {
     struct stat held {};
     struct stat named {};
     const bool isKind =
-        fstat(mFile, &held) == 0 && (isDirectory ? S_ISDIR(held.st_mode) : S_ISREG(held.st_mode));
-    if (isKind && flock(mFile, LOCK_EX | LOCK_NB) == 0 && lstat(path.c_str(), &named) == 0 &&
+        fstat(Descriptor(mFile), &held) == 0 && (isDirectory ? S_ISDIR(held.st_mode) : S_ISREG(held.st_mode));
+    if (isKind && flock(Descriptor(mFile), LOCK_EX | LOCK_NB) == 0 && lstat(path.c_str(), &named) == 0 &&
         held.st_ino == named.st_ino && held.st_dev == named.st_dev)
         return true;
     LetGo();

@@ -1,4 +1,4 @@
-#include <Base/platform/os/linux/errors/SystemMessageTable.h>
+#include <Base/platform/os/shared/SystemMessageTable.h>
 
 #include <algorithm>
 #include <iterator>
@@ -13,9 +13,9 @@ struct SystemMessage {
 };
 
 constexpr SystemMessage kMessages[] = {
-#include <Base/platform/os/linux/errors/SystemMessages.inc>
+#include <Base/platform/os/shared/SystemMessages.inc>
 
-#include <Base/platform/os/linux/errors/SecurityAndNetworkMessages.inc>
+#include <Base/platform/os/shared/SecurityAndNetworkMessages.inc>
 };
 
 static_assert(std::ranges::adjacent_find(kMessages, std::ranges::greater_equal(), &SystemMessage::code) ==
