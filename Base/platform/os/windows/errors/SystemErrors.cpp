@@ -1,0 +1,63 @@
+#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/shared/SystemMessageText.h>
+#include <Base/platform/os/windows/WideText.h>
+
+#include <windows.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr DWORD kSource = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+
+// English is the same on every system: the texts of the table. What the table lacks, and what is in another
+// language, is the system's.
+template <class Ch, class FromSystem>
+unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsigned int capacity,
+                    FromSystem fromSystem) {
+    const bool isEnglish = language == kSystemLanguage || language == kEnglish;
+    if (const char* text = isEnglish ? FindCarriedMessage(code) : nullptr)
+        return WriteSystemMessage(text, buffer, capacity);
+    if (buffer == nullptr || capacity == 0) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return 0;
+    }
+    const DWORD length = fromSystem(isEnglish ? kEnglish : language);
+    if (length == 0 && GetLastError() != ERROR_INSUFFICIENT_BUFFER) SetLastError(ERROR_MR_MID_NOT_FOUND);
+    return length;
+}
+
+}  // namespace
+
+unsigned int GetLastCode() {
+    return GetLastError();
+}
+
+void SetLastCode(unsigned int code) {
+    SetLastError(code);
+}
+
+unsigned int FormatSystemMessage(unsigned int code, unsigned short language, unsigned short* buffer,
+                                 unsigned int capacity) {
+    return Format(code, language, buffer, capacity, [=](unsigned short served) {
+        return FormatMessageW(kSource, nullptr, code, served, ToSystem(buffer), capacity, nullptr);
+    });
+}
+
+unsigned int FormatSystemMessage(unsigned int code, unsigned short language, char* buffer,
+                                 unsigned int capacity) {
+    return Format(code, language, buffer, capacity, [=](unsigned short served) {
+        return FormatMessageA(kSource, nullptr, code, served, buffer, capacity, nullptr);
+    });
+}
+
+const char* DescribeErrorNumber(int errorNumber) {
+    if (errorNumber < 0 || errorNumber >= _sys_nerr) return nullptr;
+    const char* const text = _sys_errlist[errorNumber];
+    return text == nullptr || std::strcmp(text, "Unknown error") == 0 ? nullptr : text;
+}
+
+}  // namespace ZBase::os

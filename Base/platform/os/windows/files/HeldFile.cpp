@@ -1,0 +1,94 @@
+#include <Base/platform/os/HeldFile.h>
+#include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/files/OwnSecurity.h>
+
+#include <windows.h>
+
+#include <aclapi.h>
+
+#include <cwchar>
+
+// A file is held by a lock on an octet that no file is long enough to have: a lock keeps others even from
+// reading what it covers. A directory has no octets; what stands for it is a name of the system's made of its
+// number, which exists as long as somebody has it open.
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kLockedPlace = 0x40000000;  // the high half of the place
+
+HANDLE ToHandle(std::intptr_t file) {
+    return reinterpret_cast<HANDLE>(file);
+}
+
+bool LockFarOut(HANDLE file) {
+    OVERLAPPED place{};
+    place.OffsetHigh = kLockedPlace;
+    return LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) != 0;
+}
+
+// Of one directory all have the same name, by whichever path they came.
+HANDLE OpenNameOf(const BY_HANDLE_FILE_INFORMATION& facts) {
+    wchar_t name[64];
+    swprintf(name, sizeof name / sizeof *name, L"Global\\ZBase-directory-%08lx-%08lx%08lx",
+             facts.dwVolumeSerialNumber, facts.nFileIndexHigh, facts.nFileIndexLow);
+    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, name);
+    if (event == nullptr || GetLastError() != ERROR_ALREADY_EXISTS) return event;
+    CloseHandle(event);
+    return nullptr;
+}
+
+}  // namespace
+
+bool HeldFile::Hold(const std::string& path) {
+    return Take(path, false);
+}
+
+bool HeldFile::HoldDirectory(const std::string& path) {
+    return Take(path, true);
+}
+
+bool HeldFile::IsOwn() const {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetSecurityInfo(ToHandle(mFile), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
+                        nullptr, &descriptor) != ERROR_SUCCESS)
+        return false;
+    std::vector<unsigned char> user = OwnUser();
+    const bool isOwn = !user.empty() && owner != nullptr && EqualSid(owner, user.data()) != 0;
+    LocalFree(descriptor);
+    return isOwn;
+}
+
+void HeldFile::LetGo() {
+    if (mFile != -1) CloseHandle(ToHandle(mFile));
+    if (mName != 0) CloseHandle(ToHandle(mName));
+    mFile = -1;
+    mName = 0;
+}
+
+bool HeldFile::Take(const std::string& path, bool isDirectory) {
+    LetGo();
+    const HANDLE file =
+        CreateFileW(FromUtf8(path).c_str(), GENERIC_READ | READ_CONTROL, kShared, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    mFile = reinterpret_cast<std::intptr_t>(file);
+    BY_HANDLE_FILE_INFORMATION facts{};
+    constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DEVICE;
+    const DWORD wanted = isDirectory ? FILE_ATTRIBUTE_DIRECTORY : 0;
+    bool isHeld = GetFileType(file) == FILE_TYPE_DISK && GetFileInformationByHandle(file, &facts) != 0 &&
+                  (facts.dwFileAttributes & kinds) == wanted;
+    if (isHeld && isDirectory) {
+        mName = reinterpret_cast<std::intptr_t>(OpenNameOf(facts));
+        isHeld = mName != 0;
+    } else if (isHeld) {
+        isHeld = LockFarOut(file);
+    }
+    if (!isHeld) LetGo();
+    return isHeld;
+}
+
+}  // namespace ZBase::os

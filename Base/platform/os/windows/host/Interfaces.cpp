@@ -1,0 +1,75 @@
+#include <Base/platform/os/Interfaces.h>
+#include <Base/platform/os/windows/host/SocketAddress.h>
+
+#include <windows.h>
+
+#include <iphlpapi.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace ZBase::os {
+
+namespace {
+
+bool IsOfOneLink(const NetworkAddress& address) {
+    const unsigned char* const octets = address.octets;
+    return address.length == 4 ? octets[0] == 169 && octets[1] == 254
+                               : octets[0] == 0xFE && (octets[1] & 0xC0) == 0x80;
+}
+
+// A bridge or a tunnel may have the same address on every machine.
+bool IsOfADevice(const IP_ADAPTER_ADDRESSES& adapter) {
+    MIB_IF_ROW2 row{};
+    row.InterfaceLuid = adapter.Luid;
+    return GetIfEntry2(&row) == NO_ERROR && row.InterfaceAndOperStatusFlags.HardwareInterface != 0;
+}
+
+// The smaller the better.
+int Rank(const NetworkAddress& address, bool isOfADevice) {
+    return (IsOfOneLink(address) ? 4 : 0) + (address.length == 4 ? 0 : 2) + (isOfADevice ? 0 : 1);
+}
+
+// In the order in which the system gives them. Empty if it does not tell.
+std::vector<std::max_align_t> Adapters() {
+    constexpr ULONG flags = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST | GAA_FLAG_SKIP_DNS_SERVER;
+    std::vector<std::max_align_t> facts(16384 / sizeof(std::max_align_t));
+    // There may be more of them than a moment ago.
+    for (int attempt = 0; attempt != 4; ++attempt) {
+        auto size = static_cast<ULONG>(facts.size() * sizeof(std::max_align_t));
+        const ULONG result = GetAdaptersAddresses(
+            AF_UNSPEC, flags, nullptr, reinterpret_cast<IP_ADAPTER_ADDRESSES*>(facts.data()), &size);
+        if (result == NO_ERROR) return facts;
+        if (result != ERROR_BUFFER_OVERFLOW) break;
+        facts.resize(size / sizeof(std::max_align_t) + 1);
+    }
+    return {};
+}
+
+}  // namespace
+
+std::vector<NetworkAddress> OwnAddresses() {
+    const std::vector<std::max_align_t> facts = Adapters();
+    if (facts.empty()) return {};
+    std::vector<std::pair<int, NetworkAddress>> ranked;
+    const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(facts.data());
+    for (; adapter != nullptr; adapter = adapter->Next) {
+        if (adapter->OperStatus != IfOperStatusUp || adapter->IfType == IF_TYPE_SOFTWARE_LOOPBACK) continue;
+        const bool isOfADevice = IsOfADevice(*adapter);
+        for (const auto* entry = adapter->FirstUnicastAddress; entry != nullptr; entry = entry->Next) {
+            NetworkAddress address;
+            if (entry->Address.lpSockaddr != nullptr &&
+                FromSocketAddress(*entry->Address.lpSockaddr, address))
+                ranked.emplace_back(Rank(address, isOfADevice), address);
+        }
+    }
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<NetworkAddress> addresses;
+    addresses.reserve(ranked.size());
+    for (const auto& [rank, address] : ranked) addresses.push_back(address);
+    return addresses;
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,44 @@
+#include <Base/platform/os/windows/host/SocketAddress.h>
+
+#include <cstring>
+
+namespace ZBase::os {
+
+bool FromSocketAddress(const sockaddr& socketAddress, NetworkAddress& address) {
+    address = {};
+    if (socketAddress.sa_family == AF_INET) {
+        sockaddr_in internet{};
+        std::memcpy(&internet, &socketAddress, sizeof internet);
+        address.length = sizeof internet.sin_addr;
+        std::memcpy(address.octets, &internet.sin_addr, address.length);
+        return true;
+    }
+    if (socketAddress.sa_family == AF_INET6) {
+        sockaddr_in6 internet{};
+        std::memcpy(&internet, &socketAddress, sizeof internet);
+        address.length = sizeof internet.sin6_addr;
+        address.scope = internet.sin6_scope_id;
+        std::memcpy(address.octets, &internet.sin6_addr, address.length);
+        return true;
+    }
+    return false;
+}
+
+int ToSocketAddress(const NetworkAddress& address, sockaddr_storage& storage) {
+    storage = {};
+    if (address.length == sizeof(in_addr)) {
+        sockaddr_in internet{};
+        internet.sin_family = AF_INET;
+        std::memcpy(&internet.sin_addr, address.octets, address.length);
+        std::memcpy(&storage, &internet, sizeof internet);
+        return sizeof internet;
+    }
+    sockaddr_in6 internet{};
+    internet.sin6_family = AF_INET6;
+    internet.sin6_scope_id = address.scope;
+    std::memcpy(&internet.sin6_addr, address.octets, sizeof address.octets);
+    std::memcpy(&storage, &internet, sizeof internet);
+    return sizeof internet;
+}
+
+}  // namespace ZBase::os
