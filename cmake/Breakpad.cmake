@@ -2,6 +2,10 @@
 # become part of the library, and nothing of them is exported.
 set(ZBASE_BREAKPAD_DIR "" CACHE PATH "Breakpad's package, where scripts/setup.sh could not fetch it: as it came, or unpacked")
 
+if(WIN32)  # whose own debug help writes dumps
+    add_library(zbase_breakpad INTERFACE)
+    return()
+endif()
 if(NOT ZBASE_CRASH_REPORTING)
     message(WARNING "Built without crash reporting (ZBASE_CRASH_REPORTING is OFF). The library exports all its names, but "
                     "InstallCrashHandler installs nothing, CreateDump dumps nothing and CrashReportSender reaches no "

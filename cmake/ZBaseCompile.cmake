@@ -1,9 +1,19 @@
+# Which backend of the seam is built: the name of its folders.
+set(ZBASE_SYSTEM linux)
+if(WIN32)
+    set(ZBASE_SYSTEM windows)
+endif()
+
 # zbase_compile(target): the warnings and sanitizers that every target of this tree is built with.
 function(zbase_compile target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow $<$<BOOL:${ZBASE_WERROR}>:-Werror>)
     # Where calls are not all that throws, g++ 14 takes the growth of any vector of small things for a write before its block.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 14)
         target_compile_options(${target} PRIVATE -Wno-stringop-overflow)
+    endif()
+    if(WIN32)
+        # Windows 10 is the oldest that is served. No macro takes a name away from C++.
+        target_compile_definitions(${target} PRIVATE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
     endif()
     if(ZBASE_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${ZBASE_SANITIZE} -fno-sanitize-recover=all

@@ -3,6 +3,7 @@
 #   build  the library and the zbase command
 #   test   the tests
 #   check  formatting, static analysis, the second compilers, fuzzers
+#   windows  the compiler for 64-bit Windows, and Wine to run what it makes
 #   bench  the benchmarks and their peers
 #   package  Debian packages, and what looks at them
 #   docs   the pages and the reference as HTML
@@ -18,6 +19,7 @@ scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$b
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
 package="$build dpkg-dev fakeroot file lintian"
+windows="$test dpkg-dev googletest g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64"
 docs="doxygen python3"
 browse="$docs chromium"
 bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
@@ -29,12 +31,13 @@ for group in "$@"; do
         build) wanted="$wanted $build" breakpad=1 ;;
         test) wanted="$wanted $test" breakpad=1 ;;
         check) wanted="$wanted $check" breakpad=1 ;;
+        windows) wanted="$wanted $windows" breakpad=1 ;;
         bench) wanted="$wanted $bench" breakpad=1 ;;
         package) wanted="$wanted $package" breakpad=1 ;;
         docs) wanted="$wanted $docs" ;;
         browse) wanted="$wanted $browse" ;;
         bare) wanted="$wanted debootstrap" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check, bench, package, docs, browse or bare" >&2; exit 2 ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, windows, bench, package, docs, browse or bare" >&2; exit 2 ;;
     esac
 done
 

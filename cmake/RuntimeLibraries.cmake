@@ -1,0 +1,18 @@
+# The libraries of mingw-w64's compiler, which go where the product goes: all parts of a process have to use the same ones,
+# or no exception gets from one to the other.
+set(ZBASE_RUNTIME_LIBRARIES "")
+foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name} OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
+    if(NOT IS_ABSOLUTE "${file}")
+        find_file(found_${name} ${name} PATH_SUFFIXES lib bin NO_CACHE)
+        set(file ${found_${name}})
+    endif()
+    if(NOT EXISTS "${file}")
+        message(FATAL_ERROR "The compiler has no ${name}")
+    endif()
+    list(APPEND ZBASE_RUNTIME_LIBRARIES ${file})
+endforeach()
+file(COPY ${ZBASE_RUNTIME_LIBRARIES} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+if(ZBASE_INSTALL)
+    install(FILES ${ZBASE_RUNTIME_LIBRARIES} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
+endif()
