@@ -1,10 +1,12 @@
 #include <Base/crash/CrashConfig.h>
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/MultibyteText.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -20,18 +22,21 @@ constexpr char kFileInHome[] = "/crash_report.ini";
 #endif
 constexpr char kFile[] = "crash_report.ini";
 
-constexpr CrashNumber kNumbers[] = {
-    {"dump_seconds"_w, "the most seconds for writing a dump", 1, 60, 10},
-    {"dump_megabytes"_w, "the most that one dump may take", 1, 2000, 64},
-    {"max_dumps"_w, "the most dumps that are kept; 0: any number", 0, 1'000'000, 50},
-    {"max_dump_megabytes"_w, "the most that all dumps together may take; 0: any size", 0, 1'000'000, 512},
-    {"max_reports_per_day"_w, "the most dumps of those left behind that are sent in a day; 0: any number", 0,
-     1'000'000, 100},
-    {"send_pause_seconds"_w, "the first pause when they can't be sent; doubled up to an hour", 1, 3600, 60},
-    {"max_age_days"_w, "the days after which a dump goes; 0: never", 0, 100'000, 30},
-    {"max_attachments"_w, "the most files that go with a report", 0, 100, 8},
-    {"attachment_megabytes"_w, "the most of each file that goes along; of a longer one its end", 1, 100, 1},
-};
+constexpr bool IsNumber(const detail::CrashSetting& setting) {
+    return setting.kind == detail::ECrashSetting::eNumber;
+}
+
+// What the table of settings says of numbers.
+constexpr auto kNumbers = [] {
+    std::array<CrashNumber,
+               std::count_if(std::begin(detail::kCrashSettings), std::end(detail::kCrashSettings), IsNumber)>
+        numbers{};
+    auto* place = numbers.data();
+    for (const detail::CrashSetting& row : detail::kCrashSettings) {
+        if (IsNumber(row)) *place++ = {row.key, row.meaning, row.least, row.most, row.usualNumber};
+    }
+    return numbers;
+}();
 
 // Text in the encoding of the locale, zeros in it included; false if it is none. Between zeros it is decoded
 // as a whole: in some encodings a character depends on the next.
@@ -90,10 +95,9 @@ ECrashConfigLine CrashConfigReader::Read(const std::string& line, WideString& ke
 }
 
 ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings) {
-    const auto enable = settings.find("enable"_w);
-    if (enable != settings.end() && !IsCrashSettingTrue(enable->second)) return ECrashSettings::eDisabled;
-    if (!settings.contains("ServerURL"_w)) return ECrashSettings::eNoServerURL;
-    if (!settings.contains("ServerProdURL"_w)) return ECrashSettings::eNoServerProdURL;
+    if (!detail::ChoiceSetting<"enable">(settings)) return ECrashSettings::eDisabled;
+    if (!detail::HasTextSetting<"ServerURL">(settings)) return ECrashSettings::eNoServerURL;
+    if (!detail::HasTextSetting<"ServerProdURL">(settings)) return ECrashSettings::eNoServerProdURL;
     return ECrashSettings::eComplete;
 }
 
@@ -114,9 +118,9 @@ bool CrashNumber::Read(const WideString& value, unsigned int& number) const {
 }
 
 const CrashNumber* FindCrashNumber(const WideString& key) {
-    const auto* const found = std::find_if(std::begin(kNumbers), std::end(kNumbers),
-                                           [&](const CrashNumber& number) { return key == number.key; });
-    return found == std::end(kNumbers) ? nullptr : found;
+    const auto found = std::find_if(kNumbers.begin(), kNumbers.end(),
+                                    [&](const CrashNumber& number) { return key == number.key; });
+    return found == kNumbers.end() ? nullptr : &*found;
 }
 
 unsigned int CrashNumberOf(const CrashConfigTable& settings, const WideString& key) {

@@ -1,11 +1,11 @@
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/CrashStore.h>
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/DumpDirectory.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Forks.h>
 #include <Base/platform/os/ReportSender.h>
@@ -63,19 +63,12 @@ std::mutex& KeysMutex() {
     return *spMutex;
 }
 
-// For hosts whose run-time deals with faults of its own.
-bool IsChainFirst() {
-    const auto setting = gCrashConfig.find("chain"_w);
-    return setting != gCrashConfig.end() && setting->second == "first"_w;
-}
-
 // One dump has no more room than all together.
 os::DumpLimits DumpLimits() {
-    // Not const: Clang 14 would try these as constants, and dies of the literal.
-    unsigned int all = CrashNumberOf(gCrashConfig, "max_dump_megabytes"_w);
-    unsigned int one = CrashNumberOf(gCrashConfig, "dump_megabytes"_w);
-    return {CrashNumberOf(gCrashConfig, "dump_seconds"_w), all == 0 ? one : std::min(one, all),
-            IsChainFirst()};
+    const unsigned int all = detail::NumberSetting<"max_dump_megabytes">(gCrashConfig);
+    const unsigned int one = detail::NumberSetting<"dump_megabytes">(gCrashConfig);
+    return {detail::NumberSetting<"dump_seconds">(gCrashConfig), all == 0 ? one : std::min(one, all),
+            detail::ChoiceSetting<"chain">(gCrashConfig)};
 }
 
 void LookAfterStore(const WideString& directory) {
@@ -83,16 +76,10 @@ void LookAfterStore(const WideString& directory) {
         const std::string place = detail::ReportText(directory);
         CrashStore store(place, gCrashConfig);
         store.Trim();
-        const auto setting = gCrashConfig.find("send_left"_w);
-        const bool sends = setting == gCrashConfig.end() || IsCrashSettingTrue(setting->second);
+        const bool sends = detail::ChoiceSetting<"send_left">(gCrashConfig);
         if (sends && store.HasUnsent()) detail::SendLeftDumps(std::filesystem::absolute(place).string());
     } catch (const std::exception&) {  // no memory: the next one does it
     }
-}
-
-bool IsSet(const unsigned short* key) {
-    const auto setting = gCrashConfig.find(key);
-    return setting != gCrashConfig.end() && IsCrashSettingTrue(setting->second);
 }
 
 // An octet beyond ASCII becomes "?", whatever the locale.
@@ -115,8 +102,8 @@ bool InstallCrashHandler() {
     // A handler of an earlier installation goes on with what was read, even if this installation fails.
     detail::PrepareCrashReport();
     if (JudgeCrashSettings(gCrashConfig) != ECrashSettings::eComplete) return false;
-    if (IsSet("native_dump"_w)) gNativeDump = true;
-    if (IsSet("keep_dump_file"_w)) gKeepDumpFile = true;
+    if (detail::ChoiceSetting<"native_dump">(gCrashConfig)) gNativeDump = true;
+    if (detail::ChoiceSetting<"keep_dump_file">(gCrashConfig)) gKeepDumpFile = true;
     WideString directory;
     if (!detail::HaveDumpDirectory(directory)) return false;
 
@@ -148,7 +135,7 @@ bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     const auto [place, isNew] = gCrashKeys.try_emplace(Widen(narrowKey));
     if (!isNew && !overwrite) return false;
     place->second = Widen(narrowValue);
-    if (std::strcmp(key, "customer_dsi") == 0 && std::atoi(value) != 0) gCustomerDsi = true;
+    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCustomerDsi = true;
     if (gExceptionHandler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
     return true;
 }

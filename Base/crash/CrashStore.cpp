@@ -1,6 +1,5 @@
 #include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/Attachments.h>
-#include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/Files.h>
 #include <Base/platform/os/HeldFile.h>
@@ -19,8 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kDump[] = ".dmp";
-constexpr char kSending[] = ".sending.dmp";
+using detail::kDumpEnding;
+using detail::kSendingEnding;
 constexpr std::size_t kGuidLength = 36;
 constexpr long long kDay = 86400;  // in seconds
 
@@ -42,8 +41,8 @@ std::string GuidOf(const std::string& name, const std::string& ending) {
 }
 
 std::string GuidOfDump(const std::string& name) {
-    const std::string guid = GuidOf(name, kDump);
-    return guid.empty() ? GuidOf(name, kSending) : guid;
+    const std::string guid = GuidOf(name, kDumpEnding);
+    return guid.empty() ? GuidOf(name, kSendingEnding) : guid;
 }
 
 std::string WithoutEnding(const std::string& name, const std::string& ending) {
@@ -66,8 +65,8 @@ void RemoveAttachments(const std::string& place) {
 // What is left without a dump belongs to nobody. A sender may rename the dump meanwhile, and back.
 bool HasDump(const std::string& stem) {
     std::error_code failed;
-    return fs::exists(stem + kDump, failed) || fs::exists(stem + kSending, failed) ||
-           fs::exists(stem + kDump, failed);
+    return fs::exists(stem + kDumpEnding, failed) || fs::exists(stem + kSendingEnding, failed) ||
+           fs::exists(stem + kDumpEnding, failed);
 }
 
 void RemoveLostAttachments(const fs::path& directory) {
@@ -102,11 +101,11 @@ ClaimedDump::~ClaimedDump() {
 
 bool ClaimedDump::Claim(const std::string& path) {
     if (!mPath.empty() || !mpFile->Hold(path)) return false;
-    const std::string claimed = WithoutEnding(path, kSending);
-    const std::string stem = claimed.empty() ? WithoutEnding(path, kDump) : claimed;
-    if (!stem.empty() && (!claimed.empty() || Rename(path, stem + kSending))) {
-        mName = stem + kDump;
-        mPath = stem + kSending;
+    const std::string claimed = WithoutEnding(path, kSendingEnding);
+    const std::string stem = claimed.empty() ? WithoutEnding(path, kDumpEnding) : claimed;
+    if (!stem.empty() && (!claimed.empty() || Rename(path, stem + kSendingEnding))) {
+        mName = stem + kDumpEnding;
+        mPath = stem + kSendingEnding;
         return true;
     }
     mpFile->LetGo();
@@ -137,9 +136,9 @@ struct CrashStore::Entry {
 CrashStore::CrashStore(const std::string& directory, const CrashConfigTable& settings)
     : mDirectory(directory),
       mpSender(std::make_unique<os::HeldFile>()),
-      mMaxDumps(CrashNumberOf(settings, "max_dumps"_w)),
-      mMaxOctets(CrashNumberOf(settings, "max_dump_megabytes"_w) * (1ULL << 20)),
-      mMaxAgeDays(CrashNumberOf(settings, "max_age_days"_w)) {}
+      mMaxDumps(detail::NumberSetting<"max_dumps">(settings)),
+      mMaxOctets(detail::NumberSetting<"max_dump_megabytes">(settings) * (1ULL << 20)),
+      mMaxAgeDays(detail::NumberSetting<"max_age_days">(settings)) {}
 
 CrashStore::~CrashStore() = default;
 

@@ -80,6 +80,16 @@ TEST_F(CrashAttachments, OfALongFileTheEndGoesAlong) {
     EXPECT_TRUE(fs::is_empty(mDumps));
 }
 
+TEST_F(CrashAttachments, AsManyMebibytesGoAlongAsTheSettingSaysWhichIsNoFileItself) {
+    const std::string log = Lines(200'000);
+    Write(mFolder / "server.log", log);
+    StartServer();
+    Configure(Setting("log", "server.log") + "attachment_megabytes=2\n");
+    Crash({"null"});
+    EXPECT_EQ(Received("log").size(), 2 * kMebibyte);
+    EXPECT_FALSE(ReceivedKeys(1).contains("attachments_missing"));
+}
+
 TEST_F(CrashAttachments, OfAFileThatSaysItIsEmptyAllGoesAlong) {
     StartServer();
     Configure("attachment_limits=/proc/self/limits\nattachment_megabytes=2\n");

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <Base/crash/CrashConfig.h>
-#include <Base/frame/WideLiteral.h>
+#include <Base/crash/detail/CrashContract.h>
 
 #include <string>
 
@@ -11,16 +10,9 @@ namespace ZBase::detail {
 // held when the process crashed lies beside the dump, in a directory "GUID.attachments", one file for each
 // setting, and goes when the dump goes.
 
-inline constexpr char kAttachmentsEnding[] = ".attachments";
-
-inline bool IsAttachment(const WideString& setting) {
-    using namespace Literals;
-    return setting.starts_with("attachment_"_w);
-}
-
 /// The directory of a dump's attachments, whether somebody is sending the dump or not.
 inline std::string AttachmentsOf(const std::string& dump) {
-    for (const std::string ending : {".sending.dmp", ".dmp"}) {
+    for (const std::string_view ending : {kSendingEnding, kDumpEnding}) {
         if (dump.ends_with(ending)) return dump.substr(0, dump.size() - ending.size()) + kAttachmentsEnding;
     }
     return dump + kAttachmentsEnding;

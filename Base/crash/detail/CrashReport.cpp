@@ -1,11 +1,10 @@
-#include <Base/crash/detail/Attachments.h>
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/CrashNotesBlock.h>
 #include <Base/crash/detail/CrashReport.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/frame/WideLiteral.h>
 #include <Base/platform/os/Pages.h>
 #include <Base/platform/os/ReportSender.h>
 #include <Base/platform/os/Threads.h>
@@ -22,10 +21,6 @@ namespace {
 
 constexpr unsigned int kUploadSeconds = 60;
 constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
-constexpr char kReport[] = "report";
-constexpr char kLeftDumps[] = "left dumps";
-constexpr char kHanging[] = "reason\0hanging";
-constexpr char kElsewhere[] = "dump_directory";
 
 CrashKeyLog sKeys;
 
@@ -58,13 +53,12 @@ void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
 }
 
 // With its end.
-std::string Server(const unsigned short* key) {
-    const auto found = gCrashConfig.find(key);
-    return (found == gCrashConfig.end() ? "" : ReportText(found->second)) + '\0';
+std::string Server(const WideString& address) {
+    return ReportText(address) + '\0';
 }
 
 // A relative path of an attachment is meant from the present directory on.
-std::string SettingText(const WideString& name, const WideString& value) {
+std::string PreparedSetting(const WideString& name, const WideString& value) {
     std::string text = ReportText(value);
     if (!IsAttachment(name) || text.empty()) return text;
     std::error_code failed;
@@ -79,7 +73,7 @@ std::string Settings() {
     for (const auto& [name, value] : gCrashConfig) size += name.size() + value.size() + 2;
     texts.reserve(size);
     for (const auto& [name, value] : gCrashConfig) {
-        if (!name.empty()) texts += ReportText(name) + '\0' + SettingText(name, value) + '\0';
+        if (!name.empty()) texts += ReportText(name) + '\0' + PreparedSetting(name, value) + '\0';
     }
     return texts + '\0';
 }
@@ -88,8 +82,8 @@ std::string Settings() {
 
 void PrepareCrashReport() {
     sKeys.Write(gCrashKeys, gCustomerDsi);
-    Prepare(spServerUrl, Server("ServerURL"_w));
-    Prepare(spServerProdUrl, Server("ServerProdURL"_w));
+    Prepare(spServerUrl, Server(TextSetting<"ServerURL">(gCrashConfig)));
+    Prepare(spServerProdUrl, Server(TextSetting<"ServerProdURL">(gCrashConfig)));
     Prepare(spSettings, Settings());
 }
 
@@ -102,7 +96,7 @@ void SendLeftDumps(const std::string& directory) {
     if (settings == nullptr) return;
     const std::string process = std::to_string(os::CurrentProcessId());
     const os::ReportPiece pieces[] = {
-        {kLeftDumps, sizeof kLeftDumps},
+        {kLeftDumpsRequest, sizeof kLeftDumpsRequest},
         {process.c_str(), process.size() + 1},
         {directory.c_str(), directory.size() + 1},
         settings->Piece(),
@@ -136,19 +130,19 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
     const CrashKeysBlock* const keys = sKeys.Present();
     if (url == nullptr || settings == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
-        {kReport, sizeof kReport},
+        {kReportRequest, sizeof kReportRequest},
         url->Piece(),
         {dump.path, std::strlen(dump.path) + 1},
         settings->Piece(),
         // A crash key of one of these names comes later and wins.
-        {kHanging, dump.onDemand ? sizeof kHanging : 0},
-        {kElsewhere, dump.elsewhere == nullptr ? 0 : sizeof kElsewhere},
+        {kReasonField, dump.onDemand ? sizeof kReasonField : 0},
+        {kHangingReason, dump.onDemand ? sizeof kHangingReason : 0},
+        {kDumpDirectoryField, dump.elsewhere == nullptr ? 0 : sizeof kDumpDirectoryField},
         {dump.elsewhere, dump.elsewhere == nullptr ? 0 : std::strlen(dump.elsewhere) + 1},
         {sLastWords.fields, dump.onDemand ? 0 : sLastWords.head.size},
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
-    const char answer = os::RunReportSender(pieces, std::size(pieces), kUploadSeconds);
-    return answer >= '0' && answer <= '3' ? static_cast<ReportResult>(answer - '0') : RESULT_FAILED;
+    return ResultOf(os::RunReportSender(pieces, std::size(pieces), kUploadSeconds));
 }
 
 }  // namespace ZBase::detail

@@ -1,3 +1,4 @@
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
@@ -72,7 +73,7 @@ void SayPlainly(Words& words, const std::exception_ptr& exception) {
     try {
         std::rethrow_exception(exception);
     } catch (const std::exception& failure) {
-        words.Add("exception", failure.what());
+        words.Add(kExceptionField, failure.what());
     } catch (...) {
     }
 }
@@ -84,22 +85,22 @@ void SayType(Words& words, bool hasHeap) {
     int status = 0;
     const std::unique_ptr<char, void (*)(void*)> name(
         hasHeap ? abi::__cxa_demangle(type->name(), nullptr, nullptr, &status) : nullptr, std::free);
-    words.Add("exception_type", name == nullptr ? type->name() : name.get(), kMostTypeName);
+    words.Add(kExceptionTypeField, name == nullptr ? type->name() : name.get(), kMostTypeName);
 }
 
 void Say(Words& words) {
     const std::exception_ptr exception = std::current_exception();
     if (os::IsCalledFrom(reinterpret_cast<const void*>(&abi::__cxa_pure_virtual))) {
-        words.Add("pure_call", "pure virtual method called");
+        words.Add(kPureCallField, "pure virtual method called");
     } else if (exception == nullptr && abi::__cxa_current_exception_type() == nullptr) {
-        words.Add("terminate", "called without an exception");
+        words.Add(kTerminateField, "called without an exception");
     } else {
         const bool hasHeap = !os::MayHoldAllocator();
         SayType(words, hasHeap);
         if (exception == nullptr || !hasHeap) return;  // null if it is of another language
         try {
             const std::string text = TextOfAll(NestedExceptions(exception));
-            if (!text.empty()) words.Add("exception", text.c_str());
+            if (!text.empty()) words.Add(kExceptionField, text.c_str());
         } catch (...) {  // no memory for it
             SayPlainly(words, exception);
         }
@@ -146,15 +147,14 @@ std::size_t CopyLastWords(char* fields, os::EDumpCause cause) {
         size = words->size;
         std::memcpy(fields, words->fields, size);
     }
-    constexpr char kAbortMessage[] = "abort_message";
     if (cause != os::EDumpCause::eAbort) return size;
-    char* const value = fields + size + sizeof kAbortMessage;
-    std::size_t length = os::CopyAbortMessage(value, kMostLastWords - size - sizeof kAbortMessage);
+    char* const value = fields + size + sizeof kAbortMessageField;
+    std::size_t length = os::CopyAbortMessage(value, kMostLastWords - size - sizeof kAbortMessageField);
     while (length != 0 && value[length - 1] == '\n') --length;
     if (length == 0) return size;
-    std::memcpy(fields + size, kAbortMessage, sizeof kAbortMessage);
+    std::memcpy(fields + size, kAbortMessageField, sizeof kAbortMessageField);
     value[length] = 0;
-    return size + sizeof kAbortMessage + length + 1;
+    return size + sizeof kAbortMessageField + length + 1;
 }
 
 }  // namespace ZBase::detail

@@ -2,9 +2,9 @@
 // on as one whose configuration is incomplete, but for the stacks of one that hangs: they need no dumps.
 
 #include <Base/crash/CrashHandler.h>
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/DumpDirectory.h>
-#include <Base/frame/WideLiteral.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -30,8 +30,8 @@ bool InstallCrashHandler() {
     gCrashConfigPath = FindCrashConfig().c_str();
     ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys);
     WideString directory;
-    const bool isWanted =
-        gCrashConfig.contains("stacks_on"_w) && JudgeCrashSettings(gCrashConfig) == ECrashSettings::eComplete;
+    const bool isWanted = detail::HasTextSetting<"stacks_on">(gCrashConfig) &&
+                          JudgeCrashSettings(gCrashConfig) == ECrashSettings::eComplete;
     if (isWanted && detail::HaveDumpDirectory(directory)) detail::WriteStacksWhenAsked(directory);
     return false;
 }
@@ -45,7 +45,7 @@ bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     const WideString wideKey = WidenAscii(key);
     if (!overwrite && gCrashKeys.contains(wideKey)) return false;
     gCrashKeys[wideKey] = WidenAscii(value);
-    if (std::strcmp(key, "customer_dsi") == 0 && std::atoi(value) != 0) gCustomerDsi = true;
+    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCustomerDsi = true;
     return true;
 }
 

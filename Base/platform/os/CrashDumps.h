@@ -92,4 +92,6 @@ void MarkDumpSent(const char* path);
 
 inline constexpr char kSentMark[17] = "\nZBase: is sent\n";
 
+inline constexpr char kDumpEnding[] = ".dmp";
+
 }  // namespace ZBase::os

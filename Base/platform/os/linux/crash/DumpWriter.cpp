@@ -26,7 +26,7 @@ using google_breakpad::MinidumpDescriptor;
 
 constexpr char kNothing[kDumpMemories][8] = {};  // what a dump holds for a user that has nothing
 
-// "/" and a random GUID and ".dmp". Runs on the crashed thread. No heap, no lock.
+// "/" and a random GUID and the ending. Runs on the crashed thread. No heap, no lock.
 bool MakeName(char* name) {
     unsigned char random[16];
     if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) return false;
@@ -38,7 +38,7 @@ bool MakeName(char* name) {
         *name++ = "0123456789abcdef"[random[i] >> 4];
         *name++ = "0123456789abcdef"[random[i] & 0x0F];
     }
-    std::memcpy(name, ".dmp", sizeof ".dmp");
+    std::memcpy(name, kDumpEnding, sizeof kDumpEnding);
     return true;
 }
 
