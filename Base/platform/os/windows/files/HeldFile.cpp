@@ -1,5 +1,6 @@
 #include <Base/platform/os/HeldFile.h>
 #include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/files/FileLock.h>
 #include <Base/platform/os/windows/files/OwnSecurity.h>
 
 #include <windows.h>
@@ -17,16 +18,9 @@ namespace ZBase::os {
 namespace {
 
 constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr DWORD kLockedPlace = 0x40000000;  // the high half of the place
 
 HANDLE ToHandle(std::intptr_t file) {
     return reinterpret_cast<HANDLE>(file);
-}
-
-bool LockFarOut(HANDLE file) {
-    OVERLAPPED place{};
-    place.OffsetHigh = kLockedPlace;
-    return LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place) != 0;
 }
 
 // Of one directory all have the same name, by whichever path they came.

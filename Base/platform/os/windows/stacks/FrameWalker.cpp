@@ -52,19 +52,31 @@ bool SystemTables::Find(std::uint64_t address, FunctionEntry& function) {
     return RtlPcToFileHeader(reinterpret_cast<void*>(address), &module) != nullptr;
 }
 
-bool KnownTables::Find(std::uint64_t address, FunctionEntry& function) {
+const KnownTables::Module* KnownTables::FindModule(std::uint64_t address) const {
     const Module* const next =
         std::upper_bound(mModules, mModules + mCount, address,
                          [](std::uint64_t place, const Module& module) { return place < module.start; });
+    return next != mModules && address < next[-1].end ? next - 1 : nullptr;
+}
+
+KnownTables::Range KnownTables::ModuleOf(std::uint64_t address) const {
+    const Module* const module = FindModule(address);
+    return module == nullptr ? Range{0, 0} : Range{module->start, module->end};
+}
+
+KnownTables::Range KnownTables::ModuleAt(std::size_t index) const {
+    return index < mCount ? Range{mModules[index].start, mModules[index].end} : Range{0, 0};
+}
+
+bool KnownTables::Find(std::uint64_t address, FunctionEntry& function) {
     function = {};
-    if (next != mModules && address < next[-1].end) {
-        const Module& module = next[-1];
-        const std::uint64_t offset = address - module.start;
+    if (const Module* const module = FindModule(address)) {
+        const std::uint64_t offset = address - module->start;
         RUNTIME_FUNCTION* const above = std::upper_bound(
-            module.entries, module.entries + module.count, offset,
+            module->entries, module->entries + module->count, offset,
             [](std::uint64_t place, const RUNTIME_FUNCTION& entry) { return place < entry.BeginAddress; });
-        function.base = module.start;
-        if (above != module.entries && offset < above[-1].EndAddress) function.entry = above - 1;
+        function.base = module->start;
+        if (above != module->entries && offset < above[-1].EndAddress) function.entry = above - 1;
         return true;
     }
     const Place* const end = mPlaces + mKnown + mUnknown;

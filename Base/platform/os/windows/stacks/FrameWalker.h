@@ -38,6 +38,14 @@ public:
 
     bool Find(std::uint64_t address, FunctionEntry& function) override;
 
+    /// A module of those that were read.
+    struct Range {
+        std::uint64_t start;  // both 0 if there is none
+        std::uint64_t end;
+    };
+    Range ModuleOf(std::uint64_t address) const;
+    Range ModuleAt(std::size_t index) const;
+
     /// Learns what was not known; whether there is anything new. Asks the system, as `SystemTables` does.
     bool Learn();
 
@@ -56,6 +64,7 @@ private:
     static constexpr std::size_t kPlaces = 32;
 
     void ReadModules();
+    const Module* FindModule(std::uint64_t address) const;
 
     std::size_t mCount = 0;
     std::size_t mUnknown = 0;  // places that follow the known ones

@@ -1,0 +1,239 @@
+// The path of a crash. The thread that crashed is in a filter of the system, or in `abort`; any lock may be
+// held, the heap may be broken, its stack nearly used up. So all that is needed is set aside while the
+// handler is made: a sender that waits, directories, and what a report is made of. The process ends here,
+// with the code of its exception, as the system itself would end it.
+
+#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/crash/CrashTurns.h>
+#include <Base/platform/os/windows/crash/DumpWriter.h>
+
+#include <windows.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <new>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr DWORD kThrown = 0x20474343;  // an exception of the language, with bits for its kinds
+constexpr DWORD kThrownMask = 0x20FFFFFF;
+constexpr DWORD kAborted = 0x40000015;           // the system's code for a program that ends itself
+constexpr DWORD kOnDemand = 0xC0000025;          // of a dump without a crash
+constexpr DWORD kInvalidParameter = 0xC000000D;  // of a call of the C library
+constexpr UINT kEndOfAbort = 3;
+constexpr ULONG kCrashStack = 64 * 1024;
+
+using InvalidParameterHandler = void(__cdecl*)(const wchar_t*, const wchar_t*, const wchar_t*, unsigned int,
+                                               uintptr_t);
+using SetInvalidParameterHandler = InvalidParameterHandler(__cdecl*)(InvalidParameterHandler);
+using SignalHandler = void(__cdecl*)(int);
+
+std::atomic<DumpHandler*> spNewest = nullptr;
+LPTOP_LEVEL_EXCEPTION_FILTER spBefore = nullptr;
+SignalHandler spAbortBefore = SIG_DFL;
+InvalidParameterHandler spInvalidBefore = nullptr;
+std::atomic<bool> sIsInstalled = false;
+std::atomic<bool> sAsksEarlier = false;
+
+}  // namespace
+
+class DumpHandler {
+public:
+    DumpHandler(const std::wstring& directory, DumpUser user, DumpLimits limits)
+        : mCrashes(directory, user, false, limits), mDemands(directory, user, true, limits) {}
+
+    DumpWriter mCrashes;
+    DumpWriter mDemands;
+    DumpHandler* mpOlder = nullptr;  // owned
+};
+
+namespace {
+
+// Ends the process, unless the crash is for others to handle. Runs on the crashed thread. No heap, no lock.
+void HandleCrash(EDumpCause cause, EXCEPTION_POINTERS* pointers, UINT end) {
+    DumpHandler* const handler = spNewest;
+    if (handler == nullptr || !TakeCrash()) return WaitForCrash();
+    if (handler->mCrashes.Write(cause, pointers)) TerminateProcess(GetCurrentProcess(), end);
+    LeaveCrash();
+}
+
+LONG WINAPI FilterException(EXCEPTION_POINTERS* pointers) {
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    // Back in its throw it is known that nobody catches it.
+    if ((record.ExceptionCode & kThrownMask) == kThrown &&
+        (record.ExceptionFlags & EXCEPTION_NONCONTINUABLE) == 0)
+        return EXCEPTION_CONTINUE_EXECUTION;
+    const auto before = spBefore;
+    if (sAsksEarlier && before != nullptr && before(pointers) == EXCEPTION_CONTINUE_EXECUTION)
+        return EXCEPTION_CONTINUE_EXECUTION;
+    HandleCrash(EDumpCause::eFault, pointers, record.ExceptionCode);
+    return before == nullptr ? static_cast<LONG>(EXCEPTION_CONTINUE_SEARCH) : before(pointers);
+}
+
+/// The state of the calling thread as that of an exception.
+struct OwnState {
+    explicit OwnState(DWORD code) {
+        RtlCaptureContext(&context);
+        record.ExceptionCode = code;
+        record.ExceptionAddress = __builtin_return_address(0);
+    }
+
+    EXCEPTION_RECORD record{};
+    CONTEXT context{};
+    EXCEPTION_POINTERS pointers{&record, &context};
+};
+
+void __cdecl HandleAbort(int signal) {
+    OwnState state(kAborted);
+    HandleCrash(EDumpCause::eAbort, &state.pointers, kEndOfAbort);
+    if (spAbortBefore != SIG_DFL && spAbortBefore != SIG_IGN) spAbortBefore(signal);
+}
+
+void __cdecl HandleInvalidParameter(const wchar_t* expression, const wchar_t* function, const wchar_t* file,
+                                    unsigned int line, uintptr_t reserved) {
+    OwnState state(kInvalidParameter);
+    HandleCrash(EDumpCause::eFault, &state.pointers, kInvalidParameter);
+    if (spInvalidBefore != nullptr) spInvalidBefore(expression, function, file, line, reserved);
+}
+
+// Not every C library has it.
+InvalidParameterHandler ExchangeInvalidParameterHandler(InvalidParameterHandler handler) {
+    const HMODULE library = GetModuleHandleW(L"msvcrt.dll");
+    const auto set = library == nullptr
+                         ? nullptr
+                         : reinterpret_cast<SetInvalidParameterHandler>(reinterpret_cast<void*>(
+                               GetProcAddress(library, "_set_invalid_parameter_handler")));
+    return set == nullptr ? nullptr : set(handler);
+}
+
+// An end by another thread must not come before that of the crash.
+int __cdecl AwaitCrashAtExit() {
+    WaitForCrash();
+    return 0;
+}
+
+// What this library registers by itself is called at its unload, when no other thread is left.
+void AwaitCrashesAtExit() {
+    using OnExit = int(__cdecl*)();
+    const HMODULE library = GetModuleHandleW(L"msvcrt.dll");
+    const auto add = library == nullptr ? nullptr
+                                        : reinterpret_cast<OnExit(__cdecl*)(OnExit)>(
+                                              reinterpret_cast<void*>(GetProcAddress(library, "_onexit")));
+    if (add != nullptr) add(AwaitCrashAtExit);
+}
+
+void InstallHandlers() {
+    if (sIsInstalled.exchange(true)) return;
+    spBefore = SetUnhandledExceptionFilter(FilterException);
+    spAbortBefore = std::signal(SIGABRT, HandleAbort);
+    spInvalidBefore = ExchangeInvalidParameterHandler(HandleInvalidParameter);
+}
+
+// Those that were set since stay.
+void RestoreHandlers() {
+    if (!sIsInstalled.exchange(false)) return;
+    const auto filter = SetUnhandledExceptionFilter(spBefore);
+    if (filter != FilterException) SetUnhandledExceptionFilter(filter);
+    const auto abortHandler = std::signal(SIGABRT, spAbortBefore);
+    if (abortHandler != HandleAbort) std::signal(SIGABRT, abortHandler);
+    const auto invalid = ExchangeInvalidParameterHandler(spInvalidBefore);
+    if (invalid != HandleInvalidParameter) ExchangeInvalidParameterHandler(invalid);
+}
+
+std::wstring AbsoluteDirectory(const unsigned short* directory) {
+    constexpr DWORD kLongest = 0x7F00;  // leaves room for a name
+    std::wstring path(kLongest, 0);
+    const DWORD length = GetFullPathNameW(ToSystem(directory), kLongest, path.data(), nullptr);
+    path.resize(length < kLongest ? length : 0);
+    return path;
+}
+
+}  // namespace
+
+DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
+    static const bool sAwaits = (AwaitCrashesAtExit(), true);
+    std::wstring absolute;
+    DumpHandler* handler = nullptr;
+    try {
+        absolute = AbsoluteDirectory(directory);
+        if (absolute.empty() || !sAwaits || !PrepareInsideDumps()) return nullptr;
+        handler = new DumpHandler(absolute, user, limits);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    StayLoaded();  // its thread stays
+    sAsksEarlier = limits.asksEarlier;
+    InstallCrashStack();
+    handler->mpOlder = spNewest;
+    spNewest = handler;
+    InstallHandlers();
+    return handler;
+}
+
+void DestroyDumpHandlers(DumpHandler* newest) {
+    if (newest == nullptr) return;
+    if (!TakeCrash()) WaitForCrash();
+    RestoreHandlers();
+    LeaveCrash();
+    spNewest = nullptr;
+    while (newest != nullptr) {
+        DumpHandler* const older = newest->mpOlder;
+        delete newest;
+        newest = older;
+    }
+}
+
+bool WriteDump(DumpHandler* handler) {
+    OwnState state(kOnDemand);
+    return handler->mDemands.Write(EDumpCause::eDemand, &state.pointers);
+}
+
+bool SharesMemory() {
+    return false;
+}
+
+bool InstallCrashStack() {
+    ULONG size = kCrashStack;
+    return SetThreadStackGuarantee(&size) != 0;
+}
+
+void PrepareAbortMessage() {}
+
+// The C library writes what it says and keeps nothing.
+std::size_t CopyAbortMessage(char* text, std::size_t) {
+    *text = 0;
+    return 0;
+}
+
+namespace {
+
+// Runs on the crashed thread: the path is the last that was written.
+HANDLE OpenForEnd(const char* path, wchar_t* wide, int capacity) {
+    if (MultiByteToWideChar(CP_UTF8, 0, path, -1, wide, capacity) == 0) *wide = 0;
+    return CreateFileW(wide, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                       nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+}
+
+wchar_t sPath[0x8000];  // one thread at a time writes a dump
+
+}  // namespace
+
+void DeleteDump(const char* path) {
+    if (MultiByteToWideChar(CP_UTF8, 0, path, -1, sPath, static_cast<int>(std::size(sPath))) != 0)
+        DeleteFileW(sPath);
+}
+
+void MarkDumpSent(const char* path) {
+    const HANDLE file = OpenForEnd(path, sPath, static_cast<int>(std::size(sPath)));
+    if (file == INVALID_HANDLE_VALUE) return;
+    DWORD written = 0;
+    WriteFile(file, kSentMark, sizeof kSentMark - 1, &written, nullptr);
+    CloseHandle(file);
+}
+
+}  // namespace ZBase::os

@@ -1,0 +1,270 @@
+#include <Base/platform/os/windows/crash/DumpWriter.h>
+
+#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/windows/crash/CrashTurns.h>
+#include <Base/platform/os/windows/crash/DumpFile.h>
+#include <Base/platform/os/windows/files/FileLock.h>
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+
+namespace ZBase::os {
+
+namespace {
+
+constexpr char kDumpOfProcess[] = "dump";
+constexpr std::size_t kGuidOctets = 16;
+
+SenderProcess sForCrash;
+SenderProcess sForDemand;
+std::atomic<DWORD> sDumper{0};  // the thread whose dump a sender has written
+std::atomic<SenderProcess*> spOfDumper = nullptr;
+
+// --- names
+
+std::uint64_t Mix(std::uint64_t value) {
+    value = (value ^ value >> 30) * 0xBF58476D1CE4E5B9;
+    value = (value ^ value >> 27) * 0x94D049BB133111EB;
+    return value ^ value >> 31;
+}
+
+/// What makes names of this process differ from those of others.
+std::uint64_t Seed() {
+    static const std::uint64_t sSeed = [] {
+        unsigned char random[8] = {};
+        const HMODULE library = LoadLibraryW(L"advapi32.dll");
+        const auto fill = library == nullptr
+                              ? nullptr
+                              : reinterpret_cast<BOOLEAN(WINAPI*)(void*, ULONG)>(
+                                    reinterpret_cast<void*>(GetProcAddress(library, "SystemFunction036")));
+        if (fill != nullptr) fill(random, sizeof random);
+        std::uint64_t seed = 0;
+        std::memcpy(&seed, random, sizeof seed);
+        return seed;
+    }();
+    return sSeed;
+}
+
+// A random GUID and ".dmp". No heap, no lock.
+template <class Character>
+Character* PutName(Character* name, const unsigned char* random) {
+    for (std::size_t i = 0; i != kGuidOctets; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) *name++ = '-';
+        *name++ = static_cast<Character>("0123456789abcdef"[random[i] >> 4]);
+        *name++ = static_cast<Character>("0123456789abcdef"[random[i] & 0x0F]);
+    }
+    for (const char letter : {'.', 'd', 'm', 'p', '\0'}) *name++ = static_cast<Character>(letter);
+    return name;
+}
+
+void MakeRandom(unsigned char* random) {
+    LARGE_INTEGER ticks{};
+    FILETIME time{};
+    QueryPerformanceCounter(&ticks);
+    GetSystemTimeAsFileTime(&time);
+    const std::uint64_t now = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+    const std::uint64_t here = std::uint64_t{GetCurrentProcessId()} << 32 | GetCurrentThreadId();
+    const std::uint64_t halves[] = {Mix(Seed() ^ Mix(static_cast<std::uint64_t>(ticks.QuadPart)) ^ here),
+                                    Mix(Mix(Seed() + 1) ^ Mix(now) ^ Mix(here))};
+    std::memcpy(random, halves, kGuidOctets);
+    random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
+    random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
+}
+
+void Narrow(const wchar_t* text, char* narrow, std::size_t capacity) {
+    if (WideCharToMultiByte(CP_UTF8, 0, text, -1, narrow, static_cast<int>(capacity), nullptr, nullptr) == 0)
+        *narrow = 0;
+}
+
+// --- the thread that writes where there is no sender
+
+struct InsideDump {
+    HANDLE thread = nullptr;
+    HANDLE isWanted = nullptr;
+    HANDLE isDone = nullptr;
+    HANDLE file = nullptr;
+    DumpRequest request{};
+    bool written = false;
+};
+InsideDump sInside;
+
+DWORD WINAPI WriteInsideDumps(void*) {
+    PrepareDumpFile();
+    while (WaitForSingleObject(sInside.isWanted, INFINITE) == WAIT_OBJECT_0) {
+        sInside.written = WriteDumpFile(GetCurrentProcess(), sInside.file, sInside.request);
+        SetEvent(sInside.isDone);
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool PrepareInsideDumps() {
+    Seed();
+    if (sInside.thread != nullptr) return true;
+    constexpr SIZE_T kStack = 256 * 1024;
+    sInside.isWanted = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    sInside.isDone = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (sInside.isWanted == nullptr || sInside.isDone == nullptr) return false;
+    sInside.thread =
+        CreateThread(nullptr, kStack, WriteInsideDumps, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+    return sInside.thread != nullptr;
+}
+
+void PrepareSenderForCrash() {
+    if (!sForCrash.IsOpen()) sForCrash.Start();
+}
+
+SenderProcess* SenderOfThisDump() {
+    return sDumper == GetCurrentThreadId() ? spOfDumper.load() : nullptr;
+}
+
+DumpWriter::DumpWriter(const std::wstring& directory, DumpUser user, bool onDemand, DumpLimits limits)
+    : mUser(user), mOnDemand(onDemand), mLimits(limits) {
+    const std::size_t length = std::min(directory.size(), kLongestPath - 2);
+    directory.copy(mDirectory, length);
+    mDirectory[length] = 0;
+    if (length != 0 && mDirectory[length - 1] != L'\\') std::wcscpy(mDirectory + length, L"\\");
+    if (GetTempPathW(kLongestPath, mTemporary) == 0) *mTemporary = 0;
+    *mPath = 0;
+    *mNarrowPath = 0;
+    *mElsewhere = 0;
+}
+
+bool DumpWriter::Write(EDumpCause cause, EXCEPTION_POINTERS* pointers) {
+    const bool isMine = TakeDump();
+    if (mOnDemand && (!isMine || IsCrashing())) {  // who has crashed has the senders for himself
+        if (isMine) LeaveDump();
+        return false;
+    }
+    if (mOnDemand) sForDemand.Start();
+    sDumper = GetCurrentThreadId();
+    spOfDumper = mOnDemand ? &sForDemand : &sForCrash;
+    const DumpContent content = mUser.begin(cause);
+    const bool written = WriteFiles(content, pointers);
+    const bool answer = mUser.end({mNarrowPath, written, mOnDemand, *mElsewhere == 0 ? nullptr : mElsewhere});
+    CloseFile();  // held until the user is done with it
+    spOfDumper = nullptr;
+    sDumper = 0;
+    if (mOnDemand) sForDemand.Close();
+    if (isMine) LeaveDump();
+    return answer;
+}
+
+DumpRequest DumpWriter::RequestFor(const DumpContent& content, EXCEPTION_POINTERS* pointers) const {
+    DumpRequest request{GetCurrentProcessId(),
+                        GetCurrentThreadId(),
+                        reinterpret_cast<std::uint64_t>(pointers),
+                        std::uint64_t{mLimits.megabytes} << 20,
+                        {},
+                        {}};
+    for (std::size_t i = 0; i != kDumpMemories; ++i) {
+        request.start[i] = reinterpret_cast<std::uint64_t>(content.parts[i].start);
+        request.size[i] = content.parts[i].size;
+    }
+    return request;
+}
+
+// In the directory, or in the temporary one if nothing can be written there. No heap, no lock.
+bool DumpWriter::WriteFiles(const DumpContent& content, EXCEPTION_POINTERS* pointers) {
+    *mElsewhere = 0;
+    if (WriteIn(mDirectory, content, pointers)) return true;
+    const DWORD reason = GetLastError();
+    const DWORD kind = GetFileAttributesW(mDirectory);
+    if (kind != INVALID_FILE_ATTRIBUTES && (kind & FILE_ATTRIBUTE_DIRECTORY) == 0)
+        return false;  // never was a place for dumps
+    if (kind == INVALID_FILE_ATTRIBUTES && CreateDirectoryW(mDirectory, mOwner.Get())) {
+        if (WriteIn(mDirectory, content, pointers)) {
+            SayWhere(mDirectory, "made again");
+            return true;
+        }
+    }
+    if (*mTemporary == 0) return false;
+    char text[256];
+    const unsigned int length = FormatSystemMessage(reason, 0x409, text, sizeof text);
+    std::fill(std::find_if(text, text + length, [](char letter) { return letter == '\r' || letter == '\n'; }),
+              text + length, '\0');
+    if (!WriteIn(mTemporary, content, pointers)) return false;
+    SayWhere(mTemporary, length == 0 ? "nothing can be written there" : text);
+    return true;
+}
+
+bool DumpWriter::WriteIn(const wchar_t* directory, const DumpContent& content, EXCEPTION_POINTERS* pointers) {
+    if (!OpenFile(directory)) return false;
+    if (WriteFromOutside(content, pointers) || WriteFromInside(content, pointers)) return true;
+    CloseFile();
+    DeleteFileW(mPath);
+    SetLastError(ERROR_WRITE_FAULT);
+    return false;
+}
+
+bool DumpWriter::WriteFromOutside(const DumpContent& content, EXCEPTION_POINTERS* pointers) {
+    SenderProcess* const sender = SenderOfThisDump();
+    if (sender == nullptr || !sender->IsOpen()) return false;
+    const DumpRequest request = RequestFor(content, pointers);
+    const ReportPiece pieces[] = {{kDumpOfProcess, sizeof kDumpOfProcess},
+                                  {reinterpret_cast<const char*>(&request), sizeof request},
+                                  {mNarrowPath, std::strlen(mNarrowPath) + 1}};
+    if (sender->Ask(pieces, std::size(pieces), 1000 * mLimits.seconds) == '1') return true;
+    sender->Close();
+    return false;
+}
+
+// At the end of a process the other threads are gone before its libraries.
+bool DumpWriter::WriteFromInside(const DumpContent& content, EXCEPTION_POINTERS* pointers) {
+    const DumpRequest request = RequestFor(content, pointers);
+    if (sInside.thread == nullptr || WaitForSingleObject(sInside.thread, 0) == WAIT_OBJECT_0)
+        return WriteDumpFile(GetCurrentProcess(), mFile, request);
+    sInside.file = mFile;
+    sInside.request = request;
+    sInside.written = false;
+    ResetEvent(sInside.isDone);
+    SetEvent(sInside.isWanted);
+    return WaitForSingleObject(sInside.isDone, 1000 * mLimits.seconds) == WAIT_OBJECT_0 && sInside.written;
+}
+
+bool DumpWriter::OpenFile(const wchar_t* directory) {
+    unsigned char random[kGuidOctets];
+    MakeRandom(random);
+    const std::size_t length = std::wcslen(directory);
+    std::wmemcpy(mPath, directory, length);
+    PutName(mPath + length, random);
+    Narrow(mPath, mNarrowPath, sizeof mNarrowPath);
+    mFile = CreateFileW(mPath, GENERIC_READ | GENERIC_WRITE,
+                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, mOwner.Get(), CREATE_NEW,
+                        FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (mFile == INVALID_HANDLE_VALUE) return false;
+    LockFarOut(mFile);  // nobody sends it or makes room meanwhile
+    return true;
+}
+
+void DumpWriter::CloseFile() {
+    if (mFile != INVALID_HANDLE_VALUE) CloseHandle(mFile);
+    mFile = INVALID_HANDLE_VALUE;
+}
+
+void DumpWriter::SayWhere(const wchar_t* directory, const char* reason) {
+    char* const end = mElsewhere + sizeof mElsewhere;
+    const auto add = [&](char* place, const char* text) {
+        const std::size_t length = std::min(std::strlen(text), static_cast<std::size_t>(end - place) - 1);
+        std::memcpy(place, text, length);
+        place[length] = 0;
+        return place + length;
+    };
+    const auto addPath = [&](char* place, const wchar_t* path) {
+        Narrow(path, place, static_cast<std::size_t>(end - place));
+        const std::size_t length = std::strlen(place);
+        if (length > 3 && place[length - 1] == '\\') place[length - 1] = 0;  // of a drive it stays
+        return place + std::strlen(place);
+    };
+    char* place = addPath(mElsewhere, directory);
+    place = addPath(add(place, " ("), mDirectory);
+    add(add(add(place, ": "), reason), ")");
+}
+
+}  // namespace ZBase::os

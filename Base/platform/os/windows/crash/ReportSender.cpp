@@ -1,0 +1,18 @@
+#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/windows/crash/DumpWriter.h>
+
+namespace ZBase::os {
+
+void PrepareReportSender() {
+    PrepareSenderForCrash();
+}
+
+// What has no dump of its own takes a sender of its own.
+char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds) {
+    const DWORD milliseconds = 1000 * seconds;
+    if (SenderProcess* const present = SenderOfThisDump()) return present->Ask(pieces, count, milliseconds);
+    SenderProcess sender;
+    return sender.Start() ? sender.Ask(pieces, count, milliseconds) : static_cast<char>(0);
+}
+
+}  // namespace ZBase::os
