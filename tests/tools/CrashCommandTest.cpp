@@ -1,3 +1,5 @@
+#include <Base/ZBase.h>
+#include <Base/crash/detail/CrashContract.h>
 #include <TestPlaces.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 #include "tests/crash/FixedServer.h"
@@ -337,6 +340,30 @@ TEST_F(CrashCommand, CheckNamesFilesThatWouldNotGoAlong) {
     EXPECT_TRUE(Has(child.output, "  a file whose end goes with each report\n"));
     EXPECT_TRUE(Has(child.output, "the most files that go with a report\n"));
     EXPECT_TRUE(Has(child.output, "counts for nothing: no setting has this name\n"));
+}
+
+// Whatever the table of settings has.
+TEST_F(CrashCommand, CheckKnowsEachSetting) {
+    using ZBase::detail::ECrashSetting;
+    std::string settings;
+    std::string meanings;
+    for (const auto& row : ZBase::detail::kCrashSettings) {
+        const std::string key = ZBase::WideCharToUTF8(row.key, true).c_str();
+        std::string value = row.yes == nullptr ? "true" : row.yes;
+        if (row.kind == ECrashSetting::eNumber) value = std::to_string(row.usualNumber);
+        if (row.kind == ECrashSetting::eText) value = "http://a/";
+        const std::string line = key + "=" + value;
+        settings += line + "\n";
+        meanings += line + std::string(50 - line.size(), ' ') + row.meaning + "\n";
+    }
+    std::ofstream(mFolder / "crash_report.ini") << "[Config]\n" << settings;
+    std::string told;
+    std::istringstream lines(Crash({"check"}).output);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t tab = line.find('\t');
+        if (tab != std::string::npos && !line.starts_with("  1\t")) told += line.substr(tab + 1) + "\n";
+    }
+    EXPECT_EQ(told, meanings);
 }
 
 TEST_F(CrashCommand, CheckNamesLinesThatCountForNothing) {

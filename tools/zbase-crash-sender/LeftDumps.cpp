@@ -2,6 +2,8 @@
 
 #include "tools/zbase/dumps/CrashDelivery.h"
 
+#include <Base/crash/detail/CrashContract.h>
+
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -15,7 +17,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using namespace ZBase::Literals;
+using ZBase::WideString;
+using namespace ZBase::detail;
 
 constexpr long long kLongestPause = 3600;  // in seconds
 
@@ -50,11 +53,10 @@ private:
 class Pause {
 public:
     Pause(const fs::path& directory, const ZBase::CrashConfigTable& settings)
-        : mFile(directory / kPauseFile), mFirst(ZBase::CrashNumberOf(settings, "send_pause_seconds"_w)) {
-        for (const auto* key : {"ServerURL"_w, "ServerProdURL"_w}) {
-            const auto found = settings.find(key);
-            const std::string server =
-                found == settings.end() ? "" : ZBase::WideCharToUTF8(found->second.c_str(), true).c_str();
+        : mFile(directory / kPauseOfTheSender), mFirst(NumberSetting<"send_pause_seconds">(settings)) {
+        for (const WideString& address :
+             {TextSetting<"ServerURL">(settings), TextSetting<"ServerProdURL">(settings)}) {
+            const std::string server = ZBase::WideCharToUTF8(address.c_str(), true).c_str();
             mServers += std::to_string(server.size()) + ":" + server + " ";
         }
         std::ifstream file(mFile);

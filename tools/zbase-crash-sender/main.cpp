@@ -1,19 +1,13 @@
-// zbase-crash-sender: sends crash reports. The library starts it and hands it over what to do on its standard
-// input, as texts that are each terminated by a zero; what is answered there is one character.
-//
-// "report", the address of the server, the path of the dump, the names and values of the settings with an
-// empty text behind them, and then the names and values of the crash keys, to the end: a process that has
-// just crashed can't send its report itself. First the files that go along are copied as they are now. The
-// answer is "0" and the `ReportResult`. Then room is made where the dump lies.
-//
-// "left dumps", the number of the process, a directory, and the settings as above: sends what was left there.
-// The answer comes at once, and the work is done in the background.
+// zbase-crash-sender: sends crash reports, since a process that has just crashed can't send its own. The
+// library starts it and writes a request to its standard input, where it is answered too;
+// Base/crash/detail/CrashContract.h has both.
 
 #include "LeftDumps.h"
 
 #include "tools/zbase/dumps/CrashAttachments.h"
 
 #include <Base/ZBase.h>
+#include <Base/crash/detail/CrashContract.h>
 
 #include <unistd.h>
 #include <cerrno>
@@ -24,7 +18,7 @@
 
 namespace {
 
-using namespace ZBase::Literals;
+using namespace ZBase::detail;
 using ZBase::CrashReportSender;
 using ZBase::WideString;
 using Texts = std::vector<WideString>;
@@ -70,37 +64,32 @@ bool Answer(char answer) {
     return write(STDIN_FILENO, &answer, 1) == 1;
 }
 
-bool KeepsDumps(const ZBase::CrashConfigTable& settings) {
-    const auto setting = settings.find("keep_dump_file"_w);
-    return setting != settings.end() && ZBase::IsCrashSettingTrue(setting->second);
-}
-
 bool SendReport(const Texts& texts) {
-    std::size_t at = 3;
+    std::size_t at = kSettingsPlace;
     const ZBase::CrashConfigTable settings = Pairs(texts, at);
     CrashReportSender::Fields parameters = Pairs(texts, at);
-    CrashReportSender::Fields files = {{"upload_file_minidump"_w, texts[2]}};
-    const std::filesystem::path dump(Narrow(texts[2]));
+    CrashReportSender::Fields files = {{Wide(kDumpField), texts[kDumpPlace]}};
+    const std::filesystem::path dump(Narrow(texts[kDumpPlace]));
     const std::string missing = KeepAttachments(dump, settings);
-    if (!missing.empty()) parameters.try_emplace(Wide(kMissingAttachments), Wide(missing));
+    if (!missing.empty()) parameters.try_emplace(Wide(kMissingAttachmentsField), Wide(missing));
     AddAttachments(dump, parameters, files);
     const ZBase::ReportResult result =
-        CrashReportSender(WideString()).SendCrashReport(texts[1], parameters, files, nullptr);
-    const bool goes = result == ZBase::RESULT_SUCCEEDED && !KeepsDumps(settings);
+        CrashReportSender(WideString()).SendCrashReport(texts[kServerPlace], parameters, files, nullptr);
+    const bool goes = result == ZBase::RESULT_SUCCEEDED && !ChoiceSetting<"keep_dump_file">(settings);
     if (goes) RemoveAttachments(dump);
-    const bool isTaken = Answer(static_cast<char>('0' + result));
+    const bool isTaken = Answer(AnswerOf(result));
     ZBase::CrashStore(dump.parent_path().string(), settings).Trim(goes ? dump.string() : "");
     return isTaken;
 }
 
 bool SendInBackground(const Texts& texts) {
-    std::size_t at = 3;
+    std::size_t at = kSettingsPlace;
     const ZBase::CrashConfigTable settings = Pairs(texts, at);
     const pid_t child = fork();
-    if (child != 0) return Answer(child > 0 ? '1' : '0');
+    if (child != 0) return Answer(child > 0 ? kUnderWay : kNotUnderWay);
     close(STDIN_FILENO);
     setsid();
-    SendLeftDumps(std::atoi(Narrow(texts[1]).c_str()), Narrow(texts[2]), settings);
+    SendLeftDumps(std::atoi(Narrow(texts[kProcessPlace]).c_str()), Narrow(texts[kDirectoryPlace]), settings);
     return true;
 }
 
@@ -108,8 +97,8 @@ bool SendInBackground(const Texts& texts) {
 
 int main() {
     const Texts texts = Split(ReadInput());
-    if (texts.size() < 3) return 1;
-    if (texts[0] == "report"_w) return SendReport(texts) ? 0 : 1;
-    if (texts[0] == "left dumps"_w) return SendInBackground(texts) ? 0 : 1;
+    if (texts.size() < kSettingsPlace) return 1;
+    if (texts[kRequestPlace] == Wide(kReportRequest)) return SendReport(texts) ? 0 : 1;
+    if (texts[kRequestPlace] == Wide(kLeftDumpsRequest)) return SendInBackground(texts) ? 0 : 1;
     return 1;
 }

@@ -3,13 +3,12 @@
 #include "tools/zbase/dumps/CrashAttachments.h"
 #include "tools/zbase/terminal/Console.h"
 
-#include <Base/crash/detail/Attachments.h>
+#include <Base/crash/detail/CrashContract.h>
 
 #include <dlfcn.h>
 #include <strings.h>
 #include <unistd.h>
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -20,6 +19,10 @@ namespace fs = std::filesystem;
 using namespace ZBase::Literals;
 using ZBase::ECrashConfigLine;
 using ZBase::WideString;
+using ZBase::detail::CrashSetting;
+using ZBase::detail::ECrashSetting;
+using ZBase::detail::FindCrashSetting;
+using ZBase::detail::TextSetting;
 
 std::string Trimmed(const std::string& text) {
     const std::size_t first = text.find_first_not_of(" \t");
@@ -27,49 +30,32 @@ std::string Trimmed(const std::string& text) {
     return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
 }
 
-bool IsSetting(const std::string& key) {
-    static constexpr std::array kTexts = {"enable",    "ServerURL",   "ServerProdURL",
-                                          "dump_path", "native_dump", "keep_dump_file",
-                                          "send_left", "stacks_on",   "chain"};
-    return std::find(kTexts.begin(), kTexts.end(), key) != kTexts.end() ||
-           ZBase::FindCrashNumber(Wide(key)) != nullptr || ZBase::detail::IsAttachment(Wide(key));
+std::string MeaningOfNumber(const CrashSetting& row, const WideString& value) {
+    const ZBase::CrashNumber number{row.key, row.meaning, row.least, row.most, row.usualNumber};
+    unsigned int counts = 0;
+    if (number.Read(value, counts)) return row.meaning;
+    return std::string(row.meaning) + " (no number from " + std::to_string(row.least) + " to " +
+           std::to_string(row.most) + ": " + std::to_string(counts) + " counts)";
 }
 
-std::string MeaningOfNumber(const ZBase::CrashNumber& number, const WideString& value) {
-    unsigned int counts = 0;
-    const std::string range = std::to_string(number.least) + " to " + std::to_string(number.most);
-    if (number.Read(value, counts)) return number.meaning;
-    return std::string(number.meaning) + " (no number from " + range + ": " + std::to_string(counts) +
-           " counts)";
+std::string MeaningOfChoice(const CrashSetting& row, const WideString& value) {
+    const bool isTaken = ZBase::detail::IsCrashChoiceTaken(row, value);
+    const std::string meaning = isTaken ? row.meaning : row.otherwise;
+    if (row.yes != nullptr) return isTaken ? meaning : meaning + " (only \"" + row.yes + "\" has them be)";
+    const bool isClear = isTaken || value == "false"_w || value == "FALSE"_w;
+    return isClear ? meaning : meaning + " (only \"true\" and \"TRUE\" count as true)";
 }
 
 // What a setting means, or why it means nothing.
-std::string MeaningOf(const std::string& key, const WideString& value) {
-    const bool isTrue = ZBase::IsCrashSettingTrue(value);
-    const bool isFalse = value == "false"_w || value == "FALSE"_w;
-    const std::string doubt = isTrue || isFalse ? "" : " (only \"true\" and \"TRUE\" count as true)";
-    if (key == "enable") return (isTrue ? "crash reporting is on" : "crash reporting is off") + doubt;
-    if (key == "ServerURL") return "where reports go";
-    if (key == "ServerProdURL") return "where reports go once the crash key customer_dsi is set";
-    if (key == "native_dump")
-        return (isTrue ? "the system's own handling follows" : "the process ends") + doubt;
-    if (key == "keep_dump_file") return (isTrue ? "dumps stay" : "dumps go once they are sent") + doubt;
-    if (key == "dump_path") return "where dumps are written";
-    if (key == "chain")
-        return value == "first"_w
-                   ? "handlers that were there before are asked first"
-                   : "handlers that were there before are not asked (only \"first\" has them be)";
-    if (key == "send_left")
-        return (isTrue ? "dumps that were left are sent at the next start"
-                       : "left dumps stay until sent by hand") +
-               doubt;
-    if (const ZBase::CrashNumber* number = ZBase::FindCrashNumber(Wide(key)))
-        return MeaningOfNumber(*number, value);
-    if (key == "stacks_on")
-        return "the signal that has all stacks written: SIGQUIT, SIGHUP, SIGUSR1 or SIGUSR2; none else";
-    if (ZBase::detail::IsAttachment(Wide(key))) return "a file whose end goes with each report";
-    return "counts for nothing: no setting has this name" +
-           (IsSetting(Trimmed(key)) ? ", blanks belong to it" : std::string());
+std::string MeaningOf(const WideString& key, const WideString& value) {
+    const CrashSetting* const row = FindCrashSetting(key);
+    if (row == nullptr) {
+        const bool hasBlanks = FindCrashSetting(Wide(Trimmed(Narrow(key.c_str())))) != nullptr;
+        return std::string("counts for nothing: no setting has this name") +
+               (hasBlanks ? ", blanks belong to it" : "");
+    }
+    if (row->kind == ECrashSetting::eChoice) return MeaningOfChoice(*row, value);
+    return row->kind == ECrashSetting::eNumber ? MeaningOfNumber(*row, value) : row->meaning;
 }
 
 std::string MeaningOfCrashKey(const std::string& key) {
@@ -78,7 +64,8 @@ std::string MeaningOfCrashKey(const std::string& key) {
     });
     if (!isName)
         return "sent with each report; what is not printable ASCII, or a quote, as \"%\" and its number";
-    if (key == "customer_dsi") return "sent with each report; chooses no server, only a call does";
+    if (key == ZBase::detail::kProductionKey)
+        return "sent with each report; chooses no server, only a call does";
     return "sent with each report";
 }
 
@@ -93,7 +80,7 @@ std::string Describe(ECrashConfigLine meaning, const WideString& key, const Wide
         case ECrashConfigLine::eCrashKeysHeader:
             return "crash keys follow";
         case ECrashConfigLine::eSetting:
-            return MeaningOf(Narrow(key.c_str()), value);
+            return MeaningOf(key, value);
         case ECrashConfigLine::eCrashKey:
             return MeaningOfCrashKey(Narrow(key.c_str()));
         case ECrashConfigLine::eNoSection:
@@ -135,12 +122,12 @@ std::string WhyNoReport(const std::string& url) {
 
 // What would keep the reports from both or one of the servers, a line each.
 std::string LostReports(const CrashSettings& config) {
-    std::string lines;
-    for (const auto* key : {"ServerURL"_w, "ServerProdURL"_w}) {
-        const std::string why = WhyNoReport(config.Get(key, ""));
-        if (!why.empty()) lines += "No report would arrive: " + Narrow(key) + " " + why + ".\n";
-    }
-    return lines;
+    const auto line = [](const char* key, const WideString& address) {
+        const std::string why = WhyNoReport(Narrow(address.c_str()));
+        return why.empty() ? "" : std::string("No report would arrive: ") + key + " " + why + ".\n";
+    };
+    return line("ServerURL", TextSetting<"ServerURL">(config.settings)) +
+           line("ServerProdURL", TextSetting<"ServerProdURL">(config.settings));
 }
 
 // Which files would not go with reports as they stand now, a line each.

@@ -1,11 +1,12 @@
 #include "CrashSettings.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/detail/CrashContract.h>
+
 #include <unistd.h>
 #include <cerrno>
 
 namespace fs = std::filesystem;
-using namespace ZBase::Literals;
 using ZBase::ECrashSettings;
 
 namespace {
@@ -24,13 +25,8 @@ std::string WhyNotForDumps(const fs::path& dumps) {
 
 }  // namespace
 
-std::string CrashSettings::Get(const unsigned short* key, const char* absent) const {
-    const auto found = settings.find(key);
-    return found == settings.end() ? absent : Narrow(found->second.c_str());
-}
-
 fs::path CrashSettings::DumpDirectory() const {
-    return Get("dump_path"_w, "crash_dumps");
+    return Narrow(ZBase::detail::TextSetting<"dump_path">(settings).c_str());
 }
 
 CrashSettings ReadCrashSettings(const std::string& file) {

@@ -11,9 +11,6 @@ struct CrashSettings {
     ZBase::CrashConfigTable settings;
     ZBase::CrashConfigTable crashKeys;
 
-    /// The value of a setting, or `absent`.
-    std::string Get(const unsigned short* key, const char* absent) const;
-
     std::filesystem::path DumpDirectory() const;
 };
 

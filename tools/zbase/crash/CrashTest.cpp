@@ -4,6 +4,8 @@
 #include "tools/zbase/dumps/CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/detail/CrashContract.h>
+
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
@@ -15,7 +17,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using namespace ZBase::Literals;
 
 // Runs in a process of its own, so that this one keeps its handlers.
 bool DumpInChild() {
@@ -49,12 +50,13 @@ int TestConfiguration() {
     if (!obstacle.empty()) throw Failure(config.path + ": " + obstacle);
     const std::set<std::string> before = DumpNames(config);
     if (!DumpInChild()) throw Failure("no dump could be written to " + config.DumpDirectory().string());
-    const std::string server = Shown(config.Get("ServerURL"_w, ""));
+    const ZBase::WideString address = ZBase::detail::TextSetting<"ServerURL">(config.settings);
+    const std::string server = Shown(Narrow(address.c_str()));
     for (const std::string& dump : DumpNames(config)) {
-        const fs::path path = dump + ".dmp";
+        const fs::path path = dump + ZBase::detail::kDumpEnding;
         const ZBase::CrashStore store(path.parent_path().string(), config.settings);
         if (before.contains(dump) || store.IsSent(path.filename().string())) continue;
-        Print("The dump was written: " + Shown(dump) + ".dmp\nThe report did not arrive at " + server +
+        Print("The dump was written: " + Shown(path.string()) + "\nThe report did not arrive at " + server +
               ".\n");
         return 1;
     }

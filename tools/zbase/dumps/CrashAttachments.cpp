@@ -15,8 +15,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using namespace ZBase::Literals;
 using ZBase::CrashConfigTable;
+using ZBase::detail::kMissingAttachmentsField;
 
 constexpr std::size_t kLongestName = 200;
 
@@ -105,7 +105,7 @@ bool IsOwnDirectory(const fs::path& place) {
 }  // namespace
 
 std::vector<CrashAttachment> AttachmentsIn(const CrashConfigTable& settings) {
-    const unsigned int most = ZBase::CrashNumberOf(settings, "max_attachments"_w);
+    const unsigned int most = ZBase::detail::NumberSetting<"max_attachments">(settings);
     std::vector<CrashAttachment> attachments;
     for (const auto& [key, value] : settings) {
         if (!ZBase::detail::IsAttachment(key)) continue;
@@ -129,14 +129,14 @@ std::string KeepAttachments(const fs::path& dump, const CrashConfigTable& settin
     if (HasRightsOfAnother()) return "all: the program has the rights of another user";
     const fs::path place = ZBase::detail::AttachmentsOf(dump.string());
     if (mkdir(place.c_str(), S_IRWXU) != 0) return std::string("all: ") + std::strerror(errno);
-    const off_t most = off_t{ZBase::CrashNumberOf(settings, "attachment_megabytes"_w)} << 20;
+    const off_t most = off_t{ZBase::detail::NumberSetting<"attachment_megabytes">(settings)} << 20;
     std::string missing;
     for (const CrashAttachment& attachment : attachments) {
         std::string why = attachment.obstacle;
         if (why.empty()) why = CopyEnd(attachment.file, place / attachment.name, most);
         if (!why.empty()) missing += (missing.empty() ? "" : "; ") + attachment.name + ": " + why;
     }
-    if (!missing.empty()) std::ofstream(place / kMissingAttachments, std::ios::binary) << missing;
+    if (!missing.empty()) std::ofstream(place / kMissingAttachmentsField, std::ios::binary) << missing;
     return missing;
 }
 
@@ -149,7 +149,7 @@ void AddAttachments(const fs::path& dump, ZBase::CrashReportSender::Fields& para
         std::error_code none;
         if (at->symlink_status(none).type() != fs::file_type::regular) continue;
         const std::string name = at->path().filename().string();
-        if (name == kMissingAttachments)
+        if (name == kMissingAttachmentsField)
             parameters.try_emplace(Wide(name), Wide(ReadFile(at->path().string())));
         else
             files.try_emplace(Wide(name), Wide(at->path().string()));

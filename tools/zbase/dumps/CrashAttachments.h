@@ -8,9 +8,6 @@
 
 // Files that the configuration names and that go with the report of a crash.
 
-/// Where a report says which of them it does not have.
-inline constexpr char kMissingAttachments[] = "attachments_missing";
-
 struct CrashAttachment {
     std::string name;  // its setting, as a form and a directory can hold it
     std::filesystem::path file;

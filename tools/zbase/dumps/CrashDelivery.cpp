@@ -3,23 +3,19 @@
 #include "CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/detail/CrashContract.h>
+
 #include <system_error>
 
 namespace {
 
 namespace fs = std::filesystem;
-using namespace ZBase::Literals;
+using namespace ZBase::detail;
 using ZBase::CrashConfigTable;
 using ZBase::CrashReportSender;
 using ZBase::WideString;
 
-constexpr char kCountFile[] = "crash-sender.count";
 constexpr std::uintmax_t kLargestDump = std::uintmax_t{2} << 30;
-
-WideString Setting(const CrashConfigTable& settings, const unsigned short* key) {
-    const auto found = settings.find(key);
-    return found == settings.end() ? WideString() : found->second;
-}
 
 }  // namespace
 
@@ -58,22 +54,22 @@ ZBase::ReportResult CrashDelivery::Send(const fs::path& dump, bool& isDump, Wide
     CrashReportSender::Fields parameters;
     if (!report.hasKeys) parameters = mCrashKeys;
     for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
-    CrashReportSender::Fields files = {{"upload_file_minidump"_w, Wide(dump)}};
+    CrashReportSender::Fields files = {{Wide(kDumpField), Wide(dump)}};
     AddAttachments(dump, parameters, files);
-    const unsigned int most = ZBase::CrashNumberOf(mSettings, "max_reports_per_day"_w);
-    CrashReportSender sender(most == 0 ? WideString() : Wide(mDirectory / kCountFile));
+    const unsigned int most = NumberSetting<"max_reports_per_day">(mSettings);
+    CrashReportSender sender(most == 0 ? WideString() : Wide(mDirectory / kReportsOfTheDay));
     if (most != 0) sender.set_max_reports_per_day(static_cast<int>(most));
-    return sender.SendCrashReport(
-        Setting(mSettings, report.isForProduction ? "ServerProdURL"_w : "ServerURL"_w), parameters, files,
-        &reportCode);
+    const WideString server = report.isForProduction ? TextSetting<"ServerProdURL">(mSettings)
+                                                     : TextSetting<"ServerURL">(mSettings);
+    return sender.SendCrashReport(server, parameters, files, &reportCode);
 }
 
 void CrashDelivery::CleanUp() const {
     if (mStore.HasUnsent()) return;
     std::error_code failed;
-    for (const char* name : {kCountFile, kPauseFile}) fs::remove(mDirectory / name, failed);
+    for (const char* name : {kReportsOfTheDay, kPauseOfTheSender}) fs::remove(mDirectory / name, failed);
 }
 
 bool CrashDelivery::KeepsDumps() const {
-    return ZBase::IsCrashSettingTrue(Setting(mSettings, "keep_dump_file"_w));
+    return ChoiceSetting<"keep_dump_file">(mSettings);
 }

@@ -17,9 +17,6 @@ enum class EDelivery {
     eThrottled,    // the reports of this day are used up
 };
 
-/// What holds the pause between tries of the sender, beside the dumps.
-inline constexpr char kPauseFile[] = "crash-sender.pause";
-
 /// Sends dumps that were left behind as the processes that left them would have done: with their crash keys,
 /// to the server of theirs. However many do so in one directory, each dump is sent once.
 class CrashDelivery {

@@ -1,6 +1,7 @@
 #include "CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashKeysBlock.h>
 #include <Base/crash/detail/CrashNotesBlock.h>
 
@@ -218,7 +219,7 @@ std::vector<fs::path> DumpsIn(const fs::path& directory) {
     std::vector<fs::path> dumps;
     std::error_code none;
     for (const auto& entry : fs::directory_iterator(directory, none)) {
-        if (entry.path().extension() == ".dmp") dumps.push_back(entry.path());
+        if (entry.path().extension() == ZBase::detail::kDumpEnding) dumps.push_back(entry.path());
     }
     std::sort(dumps.begin(), dumps.end());
     return dumps;
@@ -235,7 +236,7 @@ DumpedReport ReportOfDump(const fs::path& dump) {
     const std::string_view fields = NewestFields(memories(ZBase::detail::kCrashKeysMagic), newest);
     report.hasKeys = newest.sequence != 0;
     report.isForProduction = newest.production == 1;
-    if (newest.hanging == 1) report.keys["reason"] = "hanging";
+    if (newest.hanging == 1) report.keys[ZBase::detail::kReasonField] = ZBase::detail::kHangingReason;
     CrashKeysBlock words{};
     AddFields(NewestFields(memories(ZBase::detail::kLastWordsMagic), words), report.keys);
     AddFields(fields, report.keys);
