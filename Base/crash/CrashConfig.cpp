@@ -133,7 +133,7 @@ unsigned int CrashNumberOf(const CrashConfigTable& settings, const WideString& k
 }
 
 ReturnString FindCrashConfig() {
-    return ReturnString(Locate(gCrashConfigPath).c_str());
+    return ReturnString(Locate(gCrash.tables->configPath).c_str());
 }
 
 bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTable& crashKeys) {

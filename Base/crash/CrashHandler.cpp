@@ -33,8 +33,9 @@ bool CrashDumpCallback(const os::TriedDump& dump) {
     const ReportResult result = dump.succeeded ? detail::SendPreparedReport(dump) : RESULT_FAILED;
     detail::EndReport();
     if (!dump.succeeded) return false;
-    if (result == RESULT_SUCCEEDED) gKeepDumpFile ? os::MarkDumpSent(dump.path) : os::DeleteDump(dump.path);
-    return dump.onDemand || !gNativeDump;
+    if (result == RESULT_SUCCEEDED)
+        gCrash.keepsDumpFile ? os::MarkDumpSent(dump.path) : os::DeleteDump(dump.path);
+    return dump.onDemand || !gCrash.isNativeDump;
 }
 
 // The calling thread as one that runs `CreateDump`. The child of a fork is another process.
@@ -47,8 +48,8 @@ bool IsOfThisProcess(std::uint64_t call) {
 }
 
 bool BeginCreateDump() {
-    std::uint64_t running = gInCreateDump;
-    return !IsOfThisProcess(running) && gInCreateDump.compare_exchange_strong(running, ThisCall());
+    std::uint64_t running = gCrash.createDump;
+    return !IsOfThisProcess(running) && gCrash.createDump.compare_exchange_strong(running, ThisCall());
 }
 
 // Whoever sets a key, or installs.
@@ -65,18 +66,18 @@ std::mutex& KeysMutex() {
 
 // One dump has no more room than all together.
 os::DumpLimits DumpLimits() {
-    const unsigned int all = detail::NumberSetting<"max_dump_megabytes">(gCrashConfig);
-    const unsigned int one = detail::NumberSetting<"dump_megabytes">(gCrashConfig);
-    return {detail::NumberSetting<"dump_seconds">(gCrashConfig), all == 0 ? one : std::min(one, all),
-            detail::ChoiceSetting<"chain">(gCrashConfig)};
+    const unsigned int all = detail::NumberSetting<"max_dump_megabytes">(gCrash.tables->settings);
+    const unsigned int one = detail::NumberSetting<"dump_megabytes">(gCrash.tables->settings);
+    return {detail::NumberSetting<"dump_seconds">(gCrash.tables->settings),
+            all == 0 ? one : std::min(one, all), detail::ChoiceSetting<"chain">(gCrash.tables->settings)};
 }
 
 void LookAfterStore(const WideString& directory) {
     try {
         const std::string place = detail::ReportText(directory);
-        CrashStore store(place, gCrashConfig);
+        CrashStore store(place, gCrash.tables->settings);
         store.Trim();
-        const bool sends = detail::ChoiceSetting<"send_left">(gCrashConfig);
+        const bool sends = detail::ChoiceSetting<"send_left">(gCrash.tables->settings);
         if (sends && store.HasUnsent()) detail::SendLeftDumps(std::filesystem::absolute(place).string());
     } catch (const std::exception&) {  // no memory: the next one does it
     }
@@ -97,13 +98,14 @@ WideString Widen(const std::string& ascii) {
 
 bool InstallCrashHandler() {
     const std::scoped_lock keys(KeysMutex());
-    gCrashConfigPath = FindCrashConfig().c_str();
-    if (!ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys)) return false;
+    gCrash.tables->configPath = FindCrashConfig().c_str();
+    if (!ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys))
+        return false;
     // A handler of an earlier installation goes on with what was read, even if this installation fails.
     detail::PrepareCrashReport();
-    if (JudgeCrashSettings(gCrashConfig) != ECrashSettings::eComplete) return false;
-    if (detail::ChoiceSetting<"native_dump">(gCrashConfig)) gNativeDump = true;
-    if (detail::ChoiceSetting<"keep_dump_file">(gCrashConfig)) gKeepDumpFile = true;
+    if (JudgeCrashSettings(gCrash.tables->settings) != ECrashSettings::eComplete) return false;
+    if (detail::ChoiceSetting<"native_dump">(gCrash.tables->settings)) gCrash.isNativeDump = true;
+    if (detail::ChoiceSetting<"keep_dump_file">(gCrash.tables->settings)) gCrash.keepsDumpFile = true;
     WideString directory;
     if (!detail::HaveDumpDirectory(directory)) return false;
 
@@ -112,18 +114,18 @@ bool InstallCrashHandler() {
         os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpLimits());
     if (handler == nullptr) return false;
     detail::WatchTerminate();
-    gExceptionHandler = handler;  // an earlier one stays behind it
+    gCrash.handler = handler;  // an earlier one stays behind it
     detail::WriteStacksWhenAsked(directory);
     LookAfterStore(directory);
     return true;
 }
 
 bool CreateDump() {
-    if (gExceptionHandler == nullptr || os::SharesMemory() || !BeginCreateDump()) return false;
+    if (gCrash.handler == nullptr || os::SharesMemory() || !BeginCreateDump()) return false;
     // Whoever unloads clears the handler first and then looks whether a call runs.
-    os::DumpHandler* const handler = gExceptionHandler;
+    os::DumpHandler* const handler = gCrash.handler;
     const bool written = handler != nullptr && os::WriteDump(handler);
-    gInCreateDump = 0;
+    gCrash.createDump = 0;
     return written;
 }
 
@@ -132,11 +134,11 @@ bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     const std::string narrowKey = KeepAscii(key);
     const std::string narrowValue = KeepAscii(value);
     const std::scoped_lock keys(KeysMutex());
-    const auto [place, isNew] = gCrashKeys.try_emplace(Widen(narrowKey));
+    const auto [place, isNew] = gCrash.tables->keys.try_emplace(Widen(narrowKey));
     if (!isNew && !overwrite) return false;
     place->second = Widen(narrowValue);
-    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCustomerDsi = true;
-    if (gExceptionHandler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
+    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCrash.isProduction = true;
+    if (gCrash.handler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
     return true;
 }
 
@@ -146,12 +148,14 @@ bool InstallCrashStack() {
 
 void ReleaseCrashHandler() {
     detail::UnwatchTerminate();
-    os::DumpHandler* const handler = gExceptionHandler.exchange(nullptr);
-    const auto isRunning = [] { return IsOfThisProcess(gInCreateDump) && gInCreateDump != ThisCall(); };
+    os::DumpHandler* const handler = gCrash.handler.exchange(nullptr);
+    const auto isRunning = [] {
+        return IsOfThisProcess(gCrash.createDump) && gCrash.createDump != ThisCall();
+    };
     for (unsigned long waited = 0; isRunning() && waited < kLongestCreateDump; ++waited) {
         os::SleepMilliseconds(1);
     }
-    if (!IsOfThisProcess(gInCreateDump)) os::DestroyDumpHandlers(handler);
+    if (!IsOfThisProcess(gCrash.createDump)) os::DestroyDumpHandlers(handler);
 }
 
 }  // namespace ZBase

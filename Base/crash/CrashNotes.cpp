@@ -1,5 +1,5 @@
 #include <Base/crash/CrashNotes.h>
-#include <Base/crash/detail/CrashNotesBlock.h>
+#include <Base/crash/detail/CrashState.h>
 
 #include <algorithm>
 #include <cstring>
@@ -7,8 +7,6 @@
 namespace ZBase {
 
 namespace {
-
-constinit detail::CrashNotesBlock sNotes{};
 
 // Not within a character of UTF-8.
 std::size_t KeptOctets(const char* text) {
@@ -28,7 +26,7 @@ std::uint64_t TextWord(const char* text, std::size_t octets) {
 }
 
 std::atomic<std::uint64_t>& WordAt(std::uint64_t place) {
-    return sNotes.words[place % detail::kCrashNoteWords];
+    return gCrash.notes.words[place % detail::kCrashNoteWords];
 }
 
 }  // namespace
@@ -37,7 +35,7 @@ bool AddCrashNote(const char* text) {
     if (text == nullptr) return false;
     const std::size_t octets = KeptOctets(text);
     const std::size_t words = (octets + 7) / 8;
-    const std::uint64_t place = sNotes.end.fetch_add(2 + words);
+    const std::uint64_t place = gCrash.notes.end.fetch_add(2 + words);
     const std::uint64_t head = detail::NoteHead(place, octets);
     std::uint64_t checksum = detail::NextNoteChecksum(0, head);
     for (std::size_t i = 0; i != words; ++i) {
@@ -51,9 +49,9 @@ bool AddCrashNote(const char* text) {
 }
 
 const detail::CrashNotesBlock& detail::CrashNotes() {
-    std::memcpy(sNotes.magic, kCrashNotesMagic, sizeof sNotes.magic);
-    sNotes.size = sizeof sNotes.words;
-    return sNotes;
+    std::memcpy(gCrash.notes.magic, kCrashNotesMagic, sizeof gCrash.notes.magic);
+    gCrash.notes.size = sizeof gCrash.notes.words;
+    return gCrash.notes;
 }
 
 }  // namespace ZBase

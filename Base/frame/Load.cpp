@@ -45,9 +45,12 @@ bool EnterUserLocale() {
     return true;
 }
 
-// Goes before the tables that the handler's reports are made of.
-struct CrashHandlerRelease {
-    ~CrashHandlerRelease() { ReleaseCrashHandler(); }
+// The handler goes before the tables that its reports are made of.
+struct CrashTablesInForce : CrashTables {
+    CrashTablesInForce() { gCrash.tables = this; }
+    ~CrashTablesInForce() { ReleaseCrashHandler(); }
+    CrashTablesInForce(const CrashTablesInForce&) = delete;
+    CrashTablesInForce& operator=(const CrashTablesInForce&) = delete;
 };
 
 }  // namespace
@@ -63,15 +66,8 @@ CallStackImp::CallStackCriticalSection gTracerLock;
 static const bool sLocksKeptSound = detail::KeepLocksSoundInChildren();
 DbgHelpBuilder gDbgHelpBuilder;
 
-std::string gCrashConfigPath;
-CrashConfigTable gCrashConfig;
-CrashConfigTable gCrashKeys;
-bool gNativeDump = false;
-bool gKeepDumpFile = false;
-std::atomic<bool> gCustomerDsi = false;
-std::atomic<std::uint64_t> gInCreateDump = 0;
-std::atomic<os::DumpHandler*> gExceptionHandler = nullptr;
-static const CrashHandlerRelease sCrashHandlerRelease;
+constinit CrashState gCrash{};
+static CrashTablesInForce sCrashTables;
 
 std::string gProcessLocale;
 static const bool sUserLocaleEntered = EnterUserLocale();

@@ -17,29 +17,18 @@
 
 namespace ZBase::detail {
 
-namespace {
-
-constexpr unsigned int kUploadSeconds = 60;
-constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
-
-CrashKeyLog sKeys;
-
-// What the crashed thread said, as a dump holds it.
-struct {
-    CrashKeysBlock head;
-    char fields[kMostLastWords];
-} sLastWords;
-
-// In pages of its own: the text stands behind this.
+/// In pages of its own: the text stands behind this.
 struct PreparedText {
     std::size_t length;
 
     const char* Start() const { return reinterpret_cast<const char*>(this + 1); }
     os::ReportPiece Piece() const { return {Start(), length}; }
 };
-std::atomic<const PreparedText*> spServerUrl = nullptr;
-std::atomic<const PreparedText*> spServerProdUrl = nullptr;
-std::atomic<const PreparedText*> spSettings = nullptr;
+
+namespace {
+
+constexpr unsigned int kUploadSeconds = 60;
+constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
 
 // What stood there before stays: it may be in use.
 void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
@@ -70,9 +59,9 @@ std::string PreparedSetting(const WideString& name, const WideString& value) {
 std::string Settings() {
     std::string texts;
     std::size_t size = 1;
-    for (const auto& [name, value] : gCrashConfig) size += name.size() + value.size() + 2;
+    for (const auto& [name, value] : gCrash.tables->settings) size += name.size() + value.size() + 2;
     texts.reserve(size);
-    for (const auto& [name, value] : gCrashConfig) {
+    for (const auto& [name, value] : gCrash.tables->settings) {
         if (!name.empty()) texts += ReportText(name) + '\0' + PreparedSetting(name, value) + '\0';
     }
     return texts + '\0';
@@ -81,18 +70,18 @@ std::string Settings() {
 }  // namespace
 
 void PrepareCrashReport() {
-    sKeys.Write(gCrashKeys, gCustomerDsi);
-    Prepare(spServerUrl, Server(TextSetting<"ServerURL">(gCrashConfig)));
-    Prepare(spServerProdUrl, Server(TextSetting<"ServerProdURL">(gCrashConfig)));
-    Prepare(spSettings, Settings());
+    gCrash.keyLog.Write(gCrash.tables->keys, gCrash.isProduction);
+    Prepare(gCrash.serverUrl, Server(TextSetting<"ServerURL">(gCrash.tables->settings)));
+    Prepare(gCrash.serverProdUrl, Server(TextSetting<"ServerProdURL">(gCrash.tables->settings)));
+    Prepare(gCrash.settingTexts, Settings());
 }
 
 void PrepareCrashKey(const std::string& name, const std::string& value) {
-    sKeys.Append(name, value, gCrashKeys, gCustomerDsi);
+    gCrash.keyLog.Append(name, value, gCrash.tables->keys, gCrash.isProduction);
 }
 
 void SendLeftDumps(const std::string& directory) {
-    const PreparedText* const settings = spSettings;
+    const PreparedText* const settings = gCrash.settingTexts;
     if (settings == nullptr) return;
     const std::string process = std::to_string(os::CurrentProcessId());
     const os::ReportPiece pieces[] = {
@@ -107,27 +96,27 @@ void SendLeftDumps(const std::string& directory) {
 os::DumpContent BeginReport(os::EDumpCause cause) {
     const CrashNotesBlock& notes = CrashNotes();
     os::DumpContent content{{{nullptr, 0}, {nullptr, 0}, {&notes, sizeof notes}}};
-    CrashKeysBlock* const keys = sKeys.BeginReading();
+    CrashKeysBlock* const keys = gCrash.keyLog.BeginReading();
     if (keys != nullptr) {
         keys->hanging = cause == os::EDumpCause::eDemand ? 1 : 0;
         content.parts[0] = {keys, sizeof *keys + keys->size};
     }
     if (cause == os::EDumpCause::eDemand) return content;
-    sLastWords.head.sequence = 1;
-    sLastWords.head.size = CopyLastWords(sLastWords.fields, cause);
-    std::memcpy(sLastWords.head.magic, kLastWordsMagic, sizeof sLastWords.head.magic);
-    content.parts[1] = {&sLastWords, sizeof sLastWords.head + sLastWords.head.size};
+    gCrash.lastWords.head.sequence = 1;
+    gCrash.lastWords.head.size = CopyLastWords(gCrash.lastWords.fields, cause);
+    std::memcpy(gCrash.lastWords.head.magic, kLastWordsMagic, sizeof gCrash.lastWords.head.magic);
+    content.parts[1] = {&gCrash.lastWords, sizeof gCrash.lastWords.head + gCrash.lastWords.head.size};
     return content;
 }
 
 void EndReport() {
-    sKeys.EndReading();
+    gCrash.keyLog.EndReading();
 }
 
 ReportResult SendPreparedReport(const os::TriedDump& dump) {
-    const PreparedText* const url = gCustomerDsi ? spServerProdUrl : spServerUrl;
-    const PreparedText* const settings = spSettings;
-    const CrashKeysBlock* const keys = sKeys.Present();
+    const PreparedText* const url = gCrash.isProduction ? gCrash.serverProdUrl : gCrash.serverUrl;
+    const PreparedText* const settings = gCrash.settingTexts;
+    const CrashKeysBlock* const keys = gCrash.keyLog.Present();
     if (url == nullptr || settings == nullptr || keys == nullptr) return RESULT_FAILED;
     const os::ReportPiece pieces[] = {
         {kReportRequest, sizeof kReportRequest},
@@ -139,7 +128,7 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
         {kHangingReason, dump.onDemand ? sizeof kHangingReason : 0},
         {kDumpDirectoryField, dump.elsewhere == nullptr ? 0 : sizeof kDumpDirectoryField},
         {dump.elsewhere, dump.elsewhere == nullptr ? 0 : std::strlen(dump.elsewhere) + 1},
-        {sLastWords.fields, dump.onDemand ? 0 : sLastWords.head.size},
+        {gCrash.lastWords.fields, dump.onDemand ? 0 : gCrash.lastWords.head.size},
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
     return ResultOf(os::RunReportSender(pieces, std::size(pieces), kUploadSeconds));

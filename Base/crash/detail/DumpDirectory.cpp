@@ -7,13 +7,13 @@
 namespace ZBase::detail {
 
 bool HaveDumpDirectory(WideString& directory) {
-    directory = TextSetting<"dump_path">(gCrashConfig);
+    directory = TextSetting<"dump_path">(gCrash.tables->settings);
     return os::PathExists(directory.c_str()) || os::CreatePrivateDirectory(directory.c_str());
 }
 
 void WriteStacksWhenAsked(const WideString& directory) {
-    if (!HasTextSetting<"stacks_on">(gCrashConfig)) return;
-    os::WriteStacksAtSignal(TextSetting<"stacks_on">(gCrashConfig).c_str(), directory.c_str());
+    if (!HasTextSetting<"stacks_on">(gCrash.tables->settings)) return;
+    os::WriteStacksAtSignal(TextSetting<"stacks_on">(gCrash.tables->settings).c_str(), directory.c_str());
 }
 
 }  // namespace ZBase::detail

@@ -1,4 +1,5 @@
 #include <Base/crash/detail/CrashContract.h>
+#include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
@@ -8,7 +9,6 @@
 
 #include <cxxabi.h>
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -21,28 +21,6 @@ namespace ZBase::detail {
 namespace {
 
 constexpr std::size_t kMostTypeName = 1024;  // octets
-constexpr std::size_t kThreads = 4;          // that end the process at the same time
-
-/// Names and values; the last one is cut where there is no more room.
-struct Words {
-    void Add(const char* name, const char* value, std::size_t most = kMostLastWords) {
-        const std::size_t nameSize = std::strlen(name) + 1;
-        if (nameSize + 1 > sizeof fields - size) return;
-        const std::size_t room = std::min(most, sizeof fields - size - nameSize - 1);
-        const auto length = static_cast<std::size_t>(std::find(value, value + room, '\0') - value);
-        std::memcpy(fields + size, name, nameSize);
-        std::memcpy(fields + size + nameSize, value, length);
-        size += nameSize + length + 1;
-        fields[size - 1] = 0;
-    }
-
-    std::atomic<unsigned long> thread = 0;  // whose they are
-    std::size_t size = 0;
-    char fields[kMostLastWords / 2];
-};
-
-Words sWords[kThreads];
-std::terminate_handler spBefore = nullptr;
 
 std::string TextOf(const std::exception_ptr& exception) {
     try {
@@ -69,7 +47,7 @@ std::string TextOfAll(NestedExceptions exception) {
 }
 
 // What an exception holds as it is.
-void SayPlainly(Words& words, const std::exception_ptr& exception) {
+void SayPlainly(ThreadWords& words, const std::exception_ptr& exception) {
     try {
         std::rethrow_exception(exception);
     } catch (const std::exception& failure) {
@@ -79,7 +57,7 @@ void SayPlainly(Words& words, const std::exception_ptr& exception) {
 }
 
 // Without the heap the name is the compiler's.
-void SayType(Words& words, bool hasHeap) {
+void SayType(ThreadWords& words, bool hasHeap) {
     const std::type_info* const type = abi::__cxa_current_exception_type();
     if (type == nullptr) return;
     int status = 0;
@@ -88,7 +66,7 @@ void SayType(Words& words, bool hasHeap) {
     words.Add(kExceptionTypeField, name == nullptr ? type->name() : name.get(), kMostTypeName);
 }
 
-void Say(Words& words) {
+void Say(ThreadWords& words) {
     const std::exception_ptr exception = std::current_exception();
     if (os::IsCalledFrom(reinterpret_cast<const void*>(&abi::__cxa_pure_virtual))) {
         words.Add(kPureCallField, "pure virtual method called");
@@ -107,43 +85,55 @@ void Say(Words& words) {
     }
 }
 
-Words* WordsOf(unsigned long thread) {
-    const auto found = std::find_if(std::begin(sWords), std::end(sWords),
-                                    [&](const Words& words) { return words.thread == thread; });
-    return found == std::end(sWords) ? nullptr : found;
+ThreadWords* WordsOf(unsigned long thread) {
+    const auto found = std::find_if(std::begin(gCrash.words), std::end(gCrash.words),
+                                    [&](const ThreadWords& words) { return words.thread == thread; });
+    return found == std::end(gCrash.words) ? nullptr : found;
 }
 
 // Of a thread that comes a second time, out of what is done here, nothing more is said.
 [[noreturn]] void HandleTerminate() {
     const unsigned long thread = os::CurrentThreadId();
     if (WordsOf(thread) == nullptr) {
-        for (Words& words : sWords) {
+        for (ThreadWords& words : gCrash.words) {
             unsigned long nobody = 0;
             if (!words.thread.compare_exchange_strong(nobody, thread)) continue;
             Say(words);
             break;
         }
     }
-    if (spBefore != nullptr) spBefore();
+    if (gCrash.terminateHandler != nullptr) gCrash.terminateHandler();
     std::abort();
 }
 
 }  // namespace
 
+void ThreadWords::Add(const char* name, const char* value, std::size_t most) {
+    const std::size_t nameSize = std::strlen(name) + 1;
+    if (nameSize + 1 > sizeof fields - size) return;
+    const std::size_t room = std::min(most, sizeof fields - size - nameSize - 1);
+    const auto length = static_cast<std::size_t>(std::find(value, value + room, '\0') - value);
+    std::memcpy(fields + size, name, nameSize);
+    std::memcpy(fields + size + nameSize, value, length);
+    size += nameSize + length + 1;
+    fields[size - 1] = 0;
+}
+
 void WatchTerminate() {
     os::PrepareCallers();
     os::PrepareAbortMessage();
-    if (std::get_terminate() != HandleTerminate) spBefore = std::set_terminate(HandleTerminate);
+    if (std::get_terminate() != HandleTerminate)
+        gCrash.terminateHandler = std::set_terminate(HandleTerminate);
 }
 
 void UnwatchTerminate() {
-    if (std::get_terminate() == HandleTerminate) std::set_terminate(spBefore);
+    if (std::get_terminate() == HandleTerminate) std::set_terminate(gCrash.terminateHandler);
 }
 
 std::size_t CopyLastWords(char* fields, os::EDumpCause cause) {
     std::size_t size = 0;
     if (cause == os::EDumpCause::eDemand) return 0;
-    if (const Words* const words = WordsOf(os::CurrentThreadId())) {
+    if (const ThreadWords* const words = WordsOf(os::CurrentThreadId())) {
         size = words->size;
         std::memcpy(fields, words->fields, size);
     }

@@ -27,11 +27,11 @@ WideString WidenAscii(const char* text) {
 
 // What is read is in force all the same.
 bool InstallCrashHandler() {
-    gCrashConfigPath = FindCrashConfig().c_str();
-    ReadCrashConfig(gCrashConfigPath.c_str(), gCrashConfig, gCrashKeys);
+    gCrash.tables->configPath = FindCrashConfig().c_str();
+    ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys);
     WideString directory;
-    const bool isWanted = detail::HasTextSetting<"stacks_on">(gCrashConfig) &&
-                          JudgeCrashSettings(gCrashConfig) == ECrashSettings::eComplete;
+    const bool isWanted = detail::HasTextSetting<"stacks_on">(gCrash.tables->settings) &&
+                          JudgeCrashSettings(gCrash.tables->settings) == ECrashSettings::eComplete;
     if (isWanted && detail::HaveDumpDirectory(directory)) detail::WriteStacksWhenAsked(directory);
     return false;
 }
@@ -43,9 +43,9 @@ bool CreateDump() {
 bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     if (key == nullptr || value == nullptr) return false;
     const WideString wideKey = WidenAscii(key);
-    if (!overwrite && gCrashKeys.contains(wideKey)) return false;
-    gCrashKeys[wideKey] = WidenAscii(value);
-    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCustomerDsi = true;
+    if (!overwrite && gCrash.tables->keys.contains(wideKey)) return false;
+    gCrash.tables->keys[wideKey] = WidenAscii(value);
+    if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCrash.isProduction = true;
     return true;
 }
 

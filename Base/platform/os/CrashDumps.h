@@ -24,14 +24,14 @@ enum class EDumpCause { eDemand, eFault, eAbort };
 
 /// A dump that was tried.
 struct TriedDump {
-    const char* path;  // of its file
+    const char* path;  // of its file, UTF-8
     bool succeeded;
     bool onDemand;
     const char* elsewhere;  // where it lies and why, unless that is simply the directory; else null
 };
 
-/// What is done with dumps. Both run on the crashed thread, on its alternate stack where it has one, or on
-/// the thread that wants a dump. No heap, no lock.
+/// What is done with dumps. Both run on the crashed thread, which may have little stack left, or on the
+/// thread that wants a dump. No heap, no lock.
 struct DumpUser {
     /// Called before a dump; gives what it shall hold.
     DumpContent (*begin)(EDumpCause cause);
@@ -66,12 +66,12 @@ void DestroyDumpHandlers(DumpHandler* newest);
 /// beside a crash. One call at a time.
 bool WriteDump(DumpHandler* handler);
 
-/// Whether this process runs in the memory of another one, as a child of vfork does: its crash is dumped, but
-/// it can't have a dump on demand. False without a handler.
+/// Whether this process runs in the memory of another one, where a system has such processes (a child of
+/// vfork): its crash is dumped, but it can't have a dump on demand. False without a handler.
 bool SharesMemory();
 
-/// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported, and unblocks
-/// the signals of faults for it. False if there is no memory for the stack.
+/// Gives the calling thread, until it ends, the stack on which a stack overflow can be reported, and lets it
+/// take faults, if the system has a thread that may not. False if there is no memory for the stack.
 bool InstallCrashStack();
 
 /// Call before the first `CopyAbortMessage`.

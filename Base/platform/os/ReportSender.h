@@ -4,7 +4,7 @@
 
 namespace ZBase::os {
 
-/// A part of what is handed to the sender.
+/// A part of what is handed to the sender: octets, whose texts are UTF-8.
 struct ReportPiece {
     const char* start;
     std::size_t length;
@@ -16,7 +16,8 @@ void PrepareReportSender();
 
 /// Starts the sender as a process of its own, hands it the pieces one behind the other, and waits at most
 /// `seconds` for the one character that it answers. Gives that, or 0.
-/// Runs on the crashed thread's alternate stack. No heap, no lock, and nothing of the C library that has one.
+/// Runs on the crashed thread, which may have little stack left. No heap, no lock, and nothing of the C
+/// library that has one.
 char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds);
 
 }  // namespace ZBase::os

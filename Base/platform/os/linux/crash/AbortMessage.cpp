@@ -2,6 +2,7 @@
 // in its headers.
 
 #include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/linux/crash/CrashEquipment.h>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -11,20 +12,18 @@
 
 namespace ZBase::os {
 
-namespace {
-
 struct AbortMessage {
     unsigned int size;  // of the pages
     char text[1];
 };
+
+namespace {
 
 using Place = const AbortMessage* const volatile*;
 
 Place FindAbortMessage() {
     return static_cast<Place>(dlvsym(RTLD_DEFAULT, "__abort_msg", "GLIBC_PRIVATE"));
 }
-
-Place spPlace = nullptr;
 
 // Another thread that aborts may release them. A pipe takes only what can be read.
 bool Read(void* to, const void* from, std::size_t size) {
@@ -40,11 +39,12 @@ bool Read(void* to, const void* from, std::size_t size) {
 }  // namespace
 
 void PrepareAbortMessage() {
-    if (spPlace == nullptr) spPlace = FindAbortMessage();
+    if (gEquipment.abortMessage == nullptr) gEquipment.abortMessage = FindAbortMessage();
 }
 
 std::size_t CopyAbortMessage(char* text, std::size_t size) {
-    const AbortMessage* const message = spPlace == nullptr ? nullptr : *spPlace;
+    const Place place = gEquipment.abortMessage;
+    const AbortMessage* const message = place == nullptr ? nullptr : *place;
     unsigned int pages = 0;
     if (message == nullptr || !Read(&pages, message, sizeof pages) || pages <= sizeof pages) return 0;
     const std::size_t octets = std::min<std::size_t>(size - 1, pages - sizeof pages);

@@ -12,6 +12,7 @@
 
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/linux/crash/CrashChain.h>
+#include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/crash/CrashStack.h>
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/crash/DumpWriter.h>
@@ -23,13 +24,11 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <new>
@@ -38,50 +37,11 @@ namespace ZBase::os {
 
 namespace {
 
-constexpr std::size_t kReservedMemory = 32 << 20;  // a dump copies each stack, up to 16 MiB
-constexpr int kReservedDescriptors = 8;
 constexpr int kSignals[] = {SIGSEGV, SIGABRT, SIGFPE, SIGILL, SIGBUS, SIGTRAP};
 
-/// Address space and descriptors for a process that has none left.
-class Reserve {
-public:
-    void Take() {
-        if (mpMemory != nullptr) return;
-        void* memory =
-            mmap(nullptr, kReservedMemory, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory != MAP_FAILED) mpMemory = memory;
-        for (int& descriptor : mDescriptors) descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        struct stat file {};
-        if (mDescriptors[0] >= 0 && fstat(mDescriptors[0], &file) == 0) mDevice = file.st_rdev;
-    }
-
-    // Runs on the crashed thread. No heap, no lock. The memory of a guest is that of another process.
-    void LetGo(bool isGuest) {
-        if (mpMemory == nullptr) return;
-        if (!isGuest) {
-            munmap(mpMemory, kReservedMemory);
-            mpMemory = nullptr;
-        }
-        for (const int descriptor : mDescriptors) {
-            struct stat file {};  // a server that closes all it has may use the number for something else
-            if (descriptor >= 0 && fstat(descriptor, &file) == 0 && file.st_rdev == mDevice)
-                close(descriptor);
-        }
-    }
-
-private:
-    void* mpMemory = nullptr;  // owned
-    int mDescriptors[kReservedDescriptors] = {};
-    dev_t mDevice = 0;
-};
-
-Reserve sReserve;
-std::atomic<DumpHandler*> spNewest = nullptr;
-struct sigaction sBefore[NSIG];
-bool sIsInstalled = false;
-std::atomic<bool> sAsksEarlier = false;
-
 }  // namespace
+
+constinit CrashEquipment gEquipment{};
 
 class DumpHandler {
 public:
@@ -110,19 +70,19 @@ struct sigaction CrashAction() {
 }
 
 void InstallHandlers() {
-    if (sIsInstalled) return;
+    if (gEquipment.isInstalled) return;
     const struct sigaction action = CrashAction();
     for (const int signal : kSignals) {
-        sigaction(signal, nullptr, &sBefore[signal]);
+        sigaction(signal, nullptr, &gEquipment.before[signal]);
         sigaction(signal, &action, nullptr);
     }
-    sIsInstalled = true;
+    gEquipment.isInstalled = true;
 }
 
 // May run on the crashed thread, and in a guest, whose handlers are its own.
 void RestoreHandlers() {
-    for (const int signal : kSignals) sigaction(signal, &sBefore[signal], nullptr);
-    if (!IsGuest()) sIsInstalled = false;
+    for (const int signal : kSignals) sigaction(signal, &gEquipment.before[signal], nullptr);
+    if (!IsGuest()) gEquipment.isInstalled = false;
 }
 
 // Some host saves and restores handlers by `signal`, and then the other arguments are missing. The signal
@@ -178,15 +138,16 @@ void PassOn(int signal, siginfo_t* information) {
 void HandleCrash(int signal, siginfo_t* information, void* context) {
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
     // Nobody goes on after an abort.
-    if (sAsksEarlier && signal != SIGABRT && AskEarlierHandler(sBefore[signal], signal, information, context))
+    if (gEquipment.asksEarlier && signal != SIGABRT &&
+        AskEarlierHandler(gEquipment.before[signal], signal, information, context))
         return;
-    DumpHandler* const handler = spNewest;
+    DumpHandler* const handler = gEquipment.newest;
     if (handler == nullptr || !TakeCrash()) {
         WaitForCrash();
         return PassOn(signal, information);
     }
     const bool isGuest = IsGuest();
-    sReserve.LetGo(isGuest);
+    gEquipment.reserve.LetGo(isGuest);
     DumpWriter& writer = isGuest ? handler->mGuestCrashes : handler->mCrashes;
     const bool endsHere = writer.WriteCrash(signal, information, context);
     if (endsHere) ForbidCore();
@@ -217,11 +178,11 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
     auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
     if (handler == nullptr) return nullptr;
     google_breakpad::DumpLimit::Set(1000LL * limits.seconds);
-    sAsksEarlier = limits.asksEarlier;
+    gEquipment.asksEarlier = limits.asksEarlier;
     handler->mCrashStack.Install();
-    sReserve.Take();
-    handler->mpOlder = spNewest;
-    spNewest = handler;
+    gEquipment.reserve.Take();
+    handler->mpOlder = gEquipment.newest;
+    gEquipment.newest = handler;
     InstallHandlers();
     UnblockFaults();
     return handler;
@@ -230,15 +191,15 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
 void DestroyDumpHandlers(DumpHandler* newest) {
     if (newest == nullptr) return;
     if (!TakeCrash()) WaitForCrash();
-    if (sIsInstalled) RestoreHandlers();
+    if (gEquipment.isInstalled) RestoreHandlers();
     LeaveCrash();
-    spNewest = nullptr;
+    gEquipment.newest = nullptr;
     while (newest != nullptr) {
         DumpHandler* const older = newest->mpOlder;
         delete newest;
         newest = older;
     }
-    sReserve.LetGo(false);
+    gEquipment.reserve.LetGo(false);
 }
 
 bool WriteDump(DumpHandler* handler) {
@@ -246,7 +207,7 @@ bool WriteDump(DumpHandler* handler) {
 }
 
 bool SharesMemory() {
-    return spNewest != nullptr && IsGuest();
+    return gEquipment.newest != nullptr && IsGuest();
 }
 
 bool InstallCrashStack() {

@@ -1,3 +1,4 @@
+#include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/memory/WipedMemory.h>
 
@@ -11,15 +12,7 @@
 
 namespace ZBase::os {
 
-namespace {
-
-// More than all that is bounded in a crash: its dump, and the upload.
-constexpr int kCrashMilliseconds = 300'000;
-constexpr int kDumpMilliseconds = 60'000;
-constexpr int kPauseMilliseconds = 1;
-constexpr int kPassedOnMilliseconds = 1000;
-
-struct Turns {
+struct CrashTurns {
     std::atomic<pid_t> process;  // whose memory this is
     std::atomic<pid_t> crash;    // the thread that crashed
     std::atomic<bool> isLeft;    // its crash is left to others
@@ -27,7 +20,13 @@ struct Turns {
     std::atomic<pid_t> dump;  // the thread whose dump is being written
 };
 
-Turns* spTurns = nullptr;  // never released: a crash may come at any time
+namespace {
+
+// More than all that is bounded in a crash: its dump, and the upload.
+constexpr int kCrashMilliseconds = 300'000;
+constexpr int kDumpMilliseconds = 60'000;
+constexpr int kPauseMilliseconds = 1;
+constexpr int kPassedOnMilliseconds = 1000;
 
 void Pause(int milliseconds) {
     const timespec pause{milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
@@ -51,17 +50,17 @@ bool Take(std::atomic<pid_t>& turn, int milliseconds) {
 }
 
 void BeginInChild() {
-    std::memset(static_cast<void*>(spTurns), 0, sizeof *spTurns);
-    spTurns->process = getpid();
+    std::memset(static_cast<void*>(gEquipment.turns), 0, sizeof *gEquipment.turns);
+    gEquipment.turns->process = getpid();
 }
 
 }  // namespace
 
 bool PrepareCrashTurns() {
-    if (spTurns != nullptr) return true;
-    spTurns = static_cast<Turns*>(AllocateWipedMemory(sizeof(Turns)));
-    if (spTurns == nullptr) return false;
-    spTurns->process = getpid();
+    if (gEquipment.turns != nullptr) return true;
+    gEquipment.turns = static_cast<CrashTurns*>(AllocateWipedMemory(sizeof(CrashTurns)));
+    if (gEquipment.turns == nullptr) return false;
+    gEquipment.turns->process = getpid();
     // A child that is cloned behind the C library's back says who it is when it crashes.
     return pthread_atfork(nullptr, nullptr, BeginInChild) == 0;
 }
@@ -69,29 +68,29 @@ bool PrepareCrashTurns() {
 bool IsGuest() {
     const pid_t self = getpid();
     pid_t process = 0;
-    return !spTurns->process.compare_exchange_strong(process, self) && process != self;
+    return !gEquipment.turns->process.compare_exchange_strong(process, self) && process != self;
 }
 
 bool TakeCrash() {
-    if (IsGuest()) return Take(spTurns->guestCrash, kCrashMilliseconds);
+    if (IsGuest()) return Take(gEquipment.turns->guestCrash, kCrashMilliseconds);
     pid_t nobody = 0;
-    return spTurns->crash.compare_exchange_strong(nobody, gettid());
+    return gEquipment.turns->crash.compare_exchange_strong(nobody, gettid());
 }
 
 void LeaveCrash() {
     if (IsGuest()) {
-        spTurns->guestCrash = 0;
+        gEquipment.turns->guestCrash = 0;
     } else {
-        spTurns->isLeft = true;
+        gEquipment.turns->isLeft = true;
     }
 }
 
 bool IsCrashing() {
-    return !IsGuest() && spTurns->crash != 0 && !spTurns->isLeft;
+    return !IsGuest() && gEquipment.turns->crash != 0 && !gEquipment.turns->isLeft;
 }
 
 void WaitForCrash() {
-    if (!IsCrashing() || spTurns->crash == gettid()) return;
+    if (!IsCrashing() || gEquipment.turns->crash == gettid()) return;
     for (int waited = 0; waited < kCrashMilliseconds && IsCrashing(); waited += kPauseMilliseconds)
         Pause(kPauseMilliseconds);
     // Whoever it is left to ends the process, in most cases.
@@ -99,11 +98,11 @@ void WaitForCrash() {
 }
 
 bool TakeDump() {
-    return Take(spTurns->dump, kDumpMilliseconds);
+    return Take(gEquipment.turns->dump, kDumpMilliseconds);
 }
 
 void LeaveDump() {
-    spTurns->dump = 0;
+    gEquipment.turns->dump = 0;
 }
 
 }  // namespace ZBase::os

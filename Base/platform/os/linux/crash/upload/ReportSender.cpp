@@ -3,6 +3,7 @@
 
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/memory/WipedMemory.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
 
@@ -27,11 +28,9 @@ static_assert(std::size(kVariables) <= HelperProgram::kMostVariables);
 constexpr std::size_t kReports =
     3;  // at a time: of a crash, of a dump on demand, of the crash of a child of vfork
 
-const HelperProgram* spProgram = nullptr;
-HelperLaunch* spLaunches = nullptr;
-
 HelperLaunch* TakeLaunch() {
-    for (HelperLaunch* launch = spLaunches; launch != spLaunches + kReports; ++launch) {
+    HelperLaunch* const launches = gEquipment.launches;
+    for (HelperLaunch* launch = launches; launch != launches + kReports; ++launch) {
         if (!launch->isTaken.exchange(true)) return launch;
     }
     return nullptr;
@@ -40,8 +39,9 @@ HelperLaunch* TakeLaunch() {
 }  // namespace
 
 void PrepareReportSender() {
-    if (spLaunches == nullptr)
-        spLaunches = static_cast<HelperLaunch*>(AllocateWipedMemory(kReports * sizeof(HelperLaunch)));
+    if (gEquipment.launches == nullptr)
+        gEquipment.launches =
+            static_cast<HelperLaunch*>(AllocateWipedMemory(kReports * sizeof(HelperLaunch)));
     std::size_t size = sizeof(HelperProgram);
     for (const char* name : kVariables) {
         const char* value = GetNarrowEnvironment(name);
@@ -63,13 +63,14 @@ void PrepareReportSender() {
         text = stpcpy(stpcpy(stpcpy(text, name), "="), value) + 1;
     }
     *next = nullptr;
-    spProgram = program;  // one of an earlier installation stays: a crash may be using it
+    gEquipment.sender = program;  // one of an earlier installation stays: a crash may be using it
 }
 
 char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds) {
-    if (spProgram == nullptr || spLaunches == nullptr) return 0;
+    const HelperProgram* const sender = gEquipment.sender;
+    if (sender == nullptr || gEquipment.launches == nullptr) return 0;
     HelperLaunch* const launch = TakeLaunch();
-    return launch == nullptr ? static_cast<char>(0) : launch->Run(*spProgram, pieces, count, seconds);
+    return launch == nullptr ? static_cast<char>(0) : launch->Run(*sender, pieces, count, seconds);
 }
 
 }  // namespace ZBase::os
