@@ -1,15 +1,11 @@
 #include "LeftDumps.h"
+#include "Starter.h"
 
 #include "tools/zbase/dumps/CrashDelivery.h"
 
 #include <Base/crash/detail/CrashContract.h>
 
-#include <poll.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 #include <algorithm>
-#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -21,32 +17,6 @@ using ZBase::WideString;
 using namespace ZBase::detail;
 
 constexpr long long kLongestPause = 3600;  // in seconds
-
-/// A process whose end is waited for.
-class Process {
-public:
-    explicit Process(pid_t process) : mDescriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0))) {}
-    ~Process() {
-        if (mDescriptor >= 0) close(mDescriptor);
-    }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    // False if it ends before, or has ended.
-    bool LivesFor(long long seconds) const {
-        const std::time_t end = std::time(nullptr) + seconds;
-        for (;;) {
-            const long long left = std::clamp<long long>(end - std::time(nullptr), 0, kLongestPause);
-            pollfd entry{mDescriptor, POLLIN, 0};
-            const int ready = mDescriptor < 0 ? 1 : poll(&entry, 1, static_cast<int>(left * 1000));
-            if (ready == 0) return true;
-            if (ready > 0 || errno != EINTR) return false;
-        }
-    }
-
-private:
-    int mDescriptor;
-};
 
 /// The pause after a failure, which outlives the process: a program that starts again and again must not try
 /// each time. It is kept in a file: the number of failures, the time of the next try and the servers.
@@ -91,14 +61,6 @@ private:
     long long mNext = 0;
 };
 
-// What the process that started this one may use is not what this one needs over hours.
-void RaiseLimit() {
-    rlimit limit{};
-    getrlimit(RLIMIT_CPU, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_CPU, &limit);
-}
-
 // False if there is something to be tried again.
 bool SendAll(CrashDelivery& delivery, const ZBase::CrashStore& store, Pause& pause) {
     bool isDone = true;
@@ -115,15 +77,15 @@ bool SendAll(CrashDelivery& delivery, const ZBase::CrashStore& store, Pause& pau
 
 }  // namespace
 
-void SendLeftDumps(pid_t process, const std::string& directory, const ZBase::CrashConfigTable& settings) {
+void SendLeftDumps(unsigned int process, const std::string& directory,
+                   const ZBase::CrashConfigTable& settings) {
     ZBase::CrashStore store(directory, settings);
     if (!store.BecomeSender()) return;
-    if (chdir("/") != 0) return;
-    RaiseLimit();
-    const Process starter(process);
+    if (!LeaveStarter()) return;
+    const Starter starter(process);
     Pause pause(directory, settings);
     CrashDelivery delivery(directory, settings, {});
-    while (pause.Left() == 0 || starter.LivesFor(pause.Left())) {
+    while (pause.Left() == 0 || starter.LivesFor(std::min(pause.Left(), kLongestPause))) {
         if (!fs::is_directory(directory) || SendAll(delivery, store, pause)) break;
         pause.Grow();
     }

@@ -2,10 +2,10 @@
 
 #include <Base/ZBase.h>
 
-#include <sys/types.h>
 #include <string>
 
 /// Sends the dumps that were left in a directory, the oldest first, each once. When one can't be sent it
 /// tries again, after pauses that grow, as long as the process lives that it does it for; the next one goes
 /// on with the same pauses. Does nothing while another process does it for this directory.
-void SendLeftDumps(pid_t process, const std::string& directory, const ZBase::CrashConfigTable& settings);
+void SendLeftDumps(unsigned int process, const std::string& directory,
+                   const ZBase::CrashConfigTable& settings);

@@ -3,14 +3,13 @@
 // Base/crash/detail/CrashContract.h has both.
 
 #include "LeftDumps.h"
+#include "Starter.h"
 
 #include "tools/zbase/dumps/CrashAttachments.h"
 
 #include <Base/ZBase.h>
 #include <Base/crash/detail/CrashContract.h>
 
-#include <unistd.h>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -22,16 +21,6 @@ using namespace ZBase::detail;
 using ZBase::CrashReportSender;
 using ZBase::WideString;
 using Texts = std::vector<WideString>;
-
-std::string ReadInput() {
-    std::string input;
-    char piece[4096];
-    for (;;) {
-        const ssize_t count = read(STDIN_FILENO, piece, sizeof piece);
-        if (count > 0) input.append(piece, static_cast<std::size_t>(count));
-        if (count == 0 || (count < 0 && errno != EINTR)) return input;
-    }
-}
 
 Texts Split(const std::string& input) {
     Texts texts;
@@ -60,10 +49,6 @@ std::string Narrow(const WideString& text) {
     return ZBase::WideCharToUTF8(text.c_str(), true).c_str();
 }
 
-bool Answer(char answer) {
-    return write(STDIN_FILENO, &answer, 1) == 1;
-}
-
 bool SendReport(const Texts& texts) {
     std::size_t at = kSettingsPlace;
     const ZBase::CrashConfigTable settings = Pairs(texts, at);
@@ -85,18 +70,17 @@ bool SendReport(const Texts& texts) {
 bool SendInBackground(const Texts& texts) {
     std::size_t at = kSettingsPlace;
     const ZBase::CrashConfigTable settings = Pairs(texts, at);
-    const pid_t child = fork();
-    if (child != 0) return Answer(child > 0 ? kUnderWay : kNotUnderWay);
-    close(STDIN_FILENO);
-    setsid();
-    SendLeftDumps(std::atoi(Narrow(texts[kProcessPlace]).c_str()), Narrow(texts[kDirectoryPlace]), settings);
+    const EPart part = GoOnInBackground();
+    if (part != EPart::eGoesOn) return Answer(part == EPart::eStays ? kUnderWay : kNotUnderWay);
+    SendLeftDumps(static_cast<unsigned int>(std::atoi(Narrow(texts[kProcessPlace]).c_str())),
+                  Narrow(texts[kDirectoryPlace]), settings);
     return true;
 }
 
 }  // namespace
 
 int main() {
-    const Texts texts = Split(ReadInput());
+    const Texts texts = Split(ReadRequest());
     if (texts.size() < kSettingsPlace) return 1;
     if (texts[kRequestPlace] == Wide(kReportRequest)) return SendReport(texts) ? 0 : 1;
     if (texts[kRequestPlace] == Wide(kLeftDumpsRequest)) return SendInBackground(texts) ? 0 : 1;

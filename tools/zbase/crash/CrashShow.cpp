@@ -1,5 +1,6 @@
 #include "CrashCommands.h"
 #include "SymbolSizes.h"
+#include "tools/system/Programs.h"
 #include "tools/zbase/dumps/CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 

@@ -54,10 +54,10 @@ ZBase::ReportResult CrashDelivery::Send(const fs::path& dump, bool& isDump, Wide
     CrashReportSender::Fields parameters;
     if (!report.hasKeys) parameters = mCrashKeys;
     for (const auto& [name, value] : report.keys) parameters[Wide(name)] = Wide(value);
-    CrashReportSender::Fields files = {{Wide(kDumpField), Wide(dump)}};
+    CrashReportSender::Fields files = {{Wide(kDumpField), Wide(dump.string())}};
     AddAttachments(dump, parameters, files);
     const unsigned int most = NumberSetting<"max_reports_per_day">(mSettings);
-    CrashReportSender sender(most == 0 ? WideString() : Wide(mDirectory / kReportsOfTheDay));
+    CrashReportSender sender(most == 0 ? WideString() : Wide((mDirectory / kReportsOfTheDay).string()));
     if (most != 0) sender.set_max_reports_per_day(static_cast<int>(most));
     const WideString server = report.isForProduction ? TextSetting<"ServerProdURL">(mSettings)
                                                      : TextSetting<"ServerURL">(mSettings);

@@ -29,7 +29,3 @@ struct DumpedReport {
 };
 
 DumpedReport ReportOfDump(const std::filesystem::path& dump);
-
-/// What a program prints. Throws `Failure` if it can't be run, or fails and prints nothing; its error stream
-/// is dropped.
-std::string OutputOf(const std::vector<std::string>& command);

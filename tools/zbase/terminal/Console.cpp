@@ -1,8 +1,7 @@
 #include "Console.h"
+#include "tools/system/Files.h"
+#include "tools/system/Terminal.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -16,7 +15,7 @@ class Descriptor {
 public:
     explicit Descriptor(int number) : mNumber(number) {}
     ~Descriptor() {
-        if (mNumber > STDIN_FILENO) close(mNumber);
+        if (mNumber > 0) CloseDescriptor(mNumber);
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -99,7 +98,7 @@ bool IsDumbTerminal() {
 }
 
 bool IsTerminal() {
-    return isatty(STDOUT_FILENO) == 1;
+    return IsTerminalStream(1);
 }
 
 bool IsColoured() {
@@ -117,17 +116,13 @@ std::string Styled(std::string_view text, const char* style) {
 
 void ReadPieces(const std::string& file,
                 const std::function<bool(const char* bytes, std::size_t size)>& take) {
-    const Descriptor input(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor input(file == "-" ? 0 : OpenToRead(file));
     if (input.Get() < 0) throw FileFailure(file, errno);
     char piece[65536];
     for (;;) {
-        const ssize_t count = read(input.Get(), piece, sizeof piece);
-        if (count == 0) return;
-        if (count > 0) {
-            if (!take(piece, static_cast<std::size_t>(count))) return;
-        } else if (errno != EINTR) {
-            throw FileFailure(file, errno);
-        }
+        const long count = ReadSome(input.Get(), piece, sizeof piece);
+        if (count < 0) throw FileFailure(file, errno);
+        if (count == 0 || !take(piece, static_cast<std::size_t>(count))) return;
     }
 }
 
@@ -141,9 +136,7 @@ std::string ReadFile(const std::string& file) {
 }
 
 std::optional<std::uint64_t> FileSize(const std::string& file) {
-    struct stat facts {};
-    if (file == "-" || stat(file.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
-    return static_cast<std::uint64_t>(facts.st_size);
+    return file == "-" ? std::nullopt : RegularFileSize(file);
 }
 
 ZBase::WideString Wide(const std::string& text) {

@@ -1,8 +1,7 @@
 #include "Progress.h"
 #include "Console.h"
+#include "tools/system/Terminal.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +15,6 @@ constexpr auto kFirst = 1s;
 constexpr auto kNext = 100ms;
 constexpr std::size_t kWidestBar = 30;
 constexpr std::size_t kWidestTitle = 30;  // octets
-
-std::size_t Columns() {
-    winsize size{};
-    constexpr std::size_t usual = 80;
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usual;
-}
 
 // The end of a name says the most.
 std::string Short(const std::string& title) {
@@ -50,7 +43,7 @@ std::string ProgressLine(const std::string& title, std::uint64_t done, std::opti
 Progress::Progress(std::string title, std::optional<std::uint64_t> total, bool isHidden)
     : mTitle(std::move(title)),
       mTotal(total),
-      mCanShow(!isHidden && isatty(STDERR_FILENO) == 1 && !IsDumbTerminal()),
+      mCanShow(!isHidden && IsTerminalStream(2) && !IsDumbTerminal()),
       mNext(Clock::now() + kFirst) {}
 
 void Progress::Add(std::uint64_t bytes) {
@@ -58,7 +51,7 @@ void Progress::Add(std::uint64_t bytes) {
     if (!mCanShow || Clock::now() < mNext) return;
     mNext = Clock::now() + kNext;
     mIsShown = true;
-    std::fprintf(stderr, "\r%s\033[K", ProgressLine(mTitle, mDone, mTotal, Columns() - 1).c_str());
+    std::fprintf(stderr, "\r%s\033[K", ProgressLine(mTitle, mDone, mTotal, TerminalColumns() - 1).c_str());
 }
 
 void Progress::Clear() {

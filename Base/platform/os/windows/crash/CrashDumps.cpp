@@ -193,13 +193,36 @@ bool WriteDump(DumpHandler* handler) {
     return handler->mDemands.Write(EDumpCause::eDemand, &state.pointers);
 }
 
+namespace {
+
+// Where a stack is given its memory as a whole, its guard page is the last one, and what is guaranteed comes
+// too late. The system moves a guard down until it reaches that, so there is one further up.
+void MoveGuardUp() {
+    constexpr ULONG_PTR kPage = 4096;
+    ULONG_PTR low = 0;
+    ULONG_PTR high = 0;
+    GetCurrentThreadStackLimits(&low, &high);
+    MEMORY_BASIC_INFORMATION last{};
+    const ULONG_PTR place = low + kPage + kCrashStack + 4 * kPage;
+    const auto here = reinterpret_cast<ULONG_PTR>(&last);
+    const bool isKnown = VirtualQuery(reinterpret_cast<void*>(low + kPage), &last, sizeof last) != 0;
+    if (!isKnown || last.State != MEM_COMMIT || (last.Protect & PAGE_GUARD) == 0 || here < place + 4 * kPage)
+        return;
+    DWORD before = 0;
+    VirtualProtect(reinterpret_cast<void*>(place), kPage, PAGE_READWRITE | PAGE_GUARD, &before);
+}
+
+}  // namespace
+
 bool SharesMemory() {
     return false;
 }
 
 bool InstallCrashStack() {
     ULONG size = kCrashStack;
-    return SetThreadStackGuarantee(&size) != 0;
+    if (SetThreadStackGuarantee(&size) == 0) return false;
+    MoveGuardUp();
+    return true;
 }
 
 void PrepareAbortMessage() {}

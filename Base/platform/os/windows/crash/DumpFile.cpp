@@ -11,6 +11,11 @@ namespace {
 using Write = decltype(&MiniDumpWriteDump);
 Write spWrite = nullptr;
 
+template <class Function>
+Function Find(HMODULE library, const char* name) {
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
 /// How many octets of stacks there is room for.
 struct Room {
     DWORD thread;  // whose stack is taken in any case
@@ -37,7 +42,11 @@ bool PrepareDumpFile() {
     if (spWrite != nullptr) return true;
     const HMODULE library = LoadLibraryW(L"dbghelp.dll");
     if (library == nullptr) return false;
-    spWrite = reinterpret_cast<Write>(reinterpret_cast<void*>(GetProcAddress(library, "MiniDumpWriteDump")));
+    spWrite = Find<Write>(library, "MiniDumpWriteDump");
+    // A dump needs no symbols; reading those of all modules takes seconds.
+    const auto getOptions = Find<decltype(&SymGetOptions)>(library, "SymGetOptions");
+    const auto setOptions = Find<decltype(&SymSetOptions)>(library, "SymSetOptions");
+    if (getOptions != nullptr && setOptions != nullptr) setOptions(getOptions() | SYMOPT_DEFERRED_LOADS);
     return spWrite != nullptr;
 }
 

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+// Files as the commands need them of the system. Paths are UTF-8.
+
+/// A descriptor of a file that is open for reading, octets as they are; -1 with `errno` if it can't be
+/// opened.
+int OpenToRead(const std::string& path);
+
+/// Reads up to `size` octets; 0 at the end, -1 with `errno`.
+long ReadSome(int descriptor, char* room, std::size_t size);
+
+void CloseDescriptor(int descriptor);
+
+/// Of a regular file.
+std::optional<std::uint64_t> RegularFileSize(const std::string& path);
+
+/// Copies the last `most` octets of a regular file into a new one that only the user can read. Why it could
+/// not; empty if it did. Some files of the system say that they are empty and are not; others grow while they
+/// are read; a pipe that nobody writes to is not waited for.
+std::string CopyEnd(const std::string& file, const std::string& copy, std::uint64_t most);
+
+/// Makes a directory that only the user can read. Why it could not; empty if it did.
+std::string MakePrivateDirectory(const std::string& path);
+
+/// Whether a directory, and no link, is the user's own.
+bool IsOwnDirectory(const std::string& path);
+
+/// Whether this program runs with the rights of another user than who started it.
+bool HasRightsOfAnother();

@@ -1,0 +1,140 @@
+#include "tools/system/Files.h"
+
+#include <windows.h>
+
+#include <aclapi.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/files/OwnSecurity.h>
+
+namespace {
+
+using ZBase::os::FromUtf8;
+using ZBase::os::OwnersOnly;
+
+constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// A file, closed at the end.
+class File {
+public:
+    File(const std::string& path, DWORD access, DWORD creation, SECURITY_ATTRIBUTES* owner, DWORD flags)
+        : mHandle(CreateFileW(FromUtf8(path).c_str(), access, kShared, owner, creation, flags, nullptr)) {}
+    ~File() {
+        if (IsOpen()) CloseHandle(mHandle);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    bool IsOpen() const { return mHandle != INVALID_HANDLE_VALUE; }
+    HANDLE Get() const { return mHandle; }
+
+private:
+    HANDLE mHandle;
+};
+
+std::string Why(DWORD code) {
+    wchar_t text[256];
+    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                                  MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), text, 256, nullptr);
+    while (length != 0 &&
+           (text[length - 1] == L'\n' || text[length - 1] == L'\r' || text[length - 1] == L'.'))
+        --length;
+    return length == 0 ? "error " + std::to_string(code) : ZBase::os::ToUtf8({text, length});
+}
+
+bool Copy(HANDLE from, HANDLE to, std::uint64_t size, std::uint64_t most) {
+    LARGE_INTEGER place{};
+    place.QuadPart = static_cast<LONGLONG>(size > most ? size - most : 0);
+    if (!SetFilePointerEx(from, place, nullptr, FILE_BEGIN)) return false;
+    std::vector<char> piece(65536);
+    for (std::uint64_t left = most; left != 0;) {
+        DWORD count = 0;
+        DWORD written = 0;
+        if (!ReadFile(from, piece.data(), static_cast<DWORD>(std::min<std::uint64_t>(piece.size(), left)),
+                      &count, nullptr))
+            return false;
+        if (count == 0) return true;
+        if (!WriteFile(to, piece.data(), count, &written, nullptr) || written != count) return false;
+        left -= count;
+    }
+    return true;
+}
+
+}  // namespace
+
+int OpenToRead(const std::string& path) {
+    return _wopen(FromUtf8(path).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
+}
+
+long ReadSome(int descriptor, char* room, std::size_t size) {
+    if (descriptor == 0) _setmode(descriptor, _O_BINARY);
+    return _read(descriptor, room, static_cast<unsigned int>(std::min<std::size_t>(size, 1 << 20)));
+}
+
+void CloseDescriptor(int descriptor) {
+    _close(descriptor);
+}
+
+std::optional<std::uint64_t> RegularFileSize(const std::string& path) {
+    WIN32_FILE_ATTRIBUTE_DATA facts{};
+    constexpr DWORD others = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
+    if (!GetFileAttributesExW(FromUtf8(path).c_str(), GetFileExInfoStandard, &facts) ||
+        (facts.dwFileAttributes & others) != 0)
+        return std::nullopt;
+    return std::uint64_t{facts.nFileSizeHigh} << 32 | facts.nFileSizeLow;
+}
+
+std::string CopyEnd(const std::string& file, const std::string& copy, std::uint64_t most) {
+    const DWORD kind = GetFileAttributesW(FromUtf8(file).c_str());
+    if (kind == INVALID_FILE_ATTRIBUTES) return Why(GetLastError());
+    if ((kind & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) != 0) return "no regular file";
+    const File from(file, GENERIC_READ, OPEN_EXISTING, nullptr, FILE_FLAG_SEQUENTIAL_SCAN);
+    LARGE_INTEGER size{};
+    if (!from.IsOpen()) return Why(GetLastError());
+    if (GetFileType(from.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(from.Get(), &size))
+        return "no regular file";
+    OwnersOnly owner;
+    std::string why;
+    {
+        const File to(copy, GENERIC_WRITE, CREATE_NEW, owner.Get(), FILE_ATTRIBUTE_NORMAL);
+        if (!to.IsOpen()) return Why(GetLastError());
+        if (Copy(from.Get(), to.Get(), static_cast<std::uint64_t>(size.QuadPart), most)) return "";
+        why = Why(GetLastError());
+    }
+    DeleteFileW(FromUtf8(copy).c_str());
+    return why;
+}
+
+std::string MakePrivateDirectory(const std::string& path) {
+    OwnersOnly owner;
+    if (owner.Get() != nullptr && CreateDirectoryW(FromUtf8(path).c_str(), owner.Get())) return "";
+    return Why(GetLastError());
+}
+
+bool IsOwnDirectory(const std::string& path) {
+    const std::wstring wide = FromUtf8(path);
+    const DWORD kind = GetFileAttributesW(wide.c_str());
+    if (kind == INVALID_FILE_ATTRIBUTES || (kind & FILE_ATTRIBUTE_DIRECTORY) == 0 ||
+        (kind & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+        return false;
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetNamedSecurityInfoW(wide.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
+                              nullptr, nullptr, &descriptor) != ERROR_SUCCESS)
+        return false;
+    std::vector<unsigned char> user = ZBase::os::OwnUser();
+    const bool isOwn = !user.empty() && owner != nullptr && EqualSid(owner, user.data());
+    LocalFree(descriptor);
+    return isOwn;
+}
+
+// No program has here what its file gives it.
+bool HasRightsOfAnother() {
+    return false;
+}
