@@ -10,8 +10,8 @@ struct Progress {
     std::size_t written;
 };
 
-/// The fast ways through texts, in one form for each kind of processor. A kernel takes from the front of a
-/// text what it can prove to be ordinary, whole characters only, and leaves the rest to the code that knows
+/// The fast ways through texts, in one form for each kind of processor. A conversion takes from the front of
+/// a text what it can prove to be ordinary, whole characters only, and leaves the rest to the code that knows
 /// all the rules. It may stop anywhere, also at once. Nothing is read beyond what is given.
 struct TextKernels {
     const char* name;
@@ -30,6 +30,14 @@ struct TextKernels {
     /// Units before the terminator, at most `length`. Beyond a terminator nothing is looked at but what a
     /// page holds anyway.
     std::size_t (*countUnits)(const unsigned short* source, std::size_t length);
+
+    /// The octets that a URL has escaped, and all octets in their form there: an escaped one takes three
+    /// instead of one. Nothing is written but the text.
+    std::size_t (*countReserved)(const unsigned char* source, std::size_t length);
+    void (*escapeReserved)(const unsigned char* source, std::size_t length, char* out);
+
+    /// Two upper-case hexadecimal digits for each octet.
+    void (*putDigits)(const unsigned char* source, std::size_t length, unsigned short* out);
 };
 
 /// Those of this processor, chosen at the first call. No lock and no heap: for signal handlers, the child of
@@ -51,5 +59,6 @@ const TextKernels* PlainKernels();
 const TextKernels* Sse2Kernels();
 const TextKernels* Avx2Kernels();
 const TextKernels* Avx512Kernels();
+const TextKernels* NeonKernels();
 
 }  // namespace ZBase::detail

@@ -139,6 +139,8 @@ TEST(TextKernels, TheLastKindIsTaken) {
     EXPECT_EQ(Kinds().front(), ZBase::detail::PlainKernels());
 #if defined(__x86_64__)
     EXPECT_GE(Kinds().size(), 2U);
+#elif defined(__aarch64__)
+    EXPECT_STREQ(Kinds().back()->name, "NEON");
 #endif
 }
 
@@ -337,6 +339,28 @@ TEST(TextKernels, UnitsAreReadUpToTheirEndOnly) {
                 if (!failure.empty()) continue;
                 ASSERT_EQ(behind, expected.text.c_str());
                 ASSERT_EQ(before, expected.text.c_str());
+            }
+        }
+    }
+}
+
+// A kernel may write four octets for each unit, and no more.
+TEST(TextKernels, EncodedOctetsStayInFourTimesTheUnits) {
+    const test::GuardedMemory room(4096);
+    for (const TextKernels* kernels : Kinds()) {
+        for (const std::string& piece : kTexts) {
+            const Units whole = AsUnits(Repeat(piece, kLongest));
+            for (std::size_t length = 1; length <= std::min<std::size_t>(whole.size(), 140); ++length) {
+                const Units units = whole.substr(0, length);
+                if ((units.back() & 0xFC00) == 0xD800) continue;  // half a pair
+                const std::string expected = test::SlowWideToUtf8(units, true).text;
+                char* const first = static_cast<char*>(room.GetFirst());
+                for (char* const out : {first, first + 4096 - 4 * length}) {
+                    const ZBase::detail::Progress done = kernels->encodeUtf8(units.data(), length, out);
+                    ASSERT_LE(done.read, length) << kernels->name;
+                    ASSERT_EQ(std::string(out, done.written), expected.substr(0, done.written))
+                        << kernels->name;
+                }
             }
         }
     }

@@ -1,3 +1,4 @@
+#include <Base/text/detail/Digits.h>
 #include <Base/text/detail/TextKernels.h>
 
 #if defined(ZBASE_X86_64_KERNELS)
@@ -15,6 +16,7 @@ namespace {
 // move octets do so within each half of a register, hence the order of the groups.
 struct Avx2 {
     static constexpr std::size_t kOctets = 32;
+    static constexpr bool kTakesParts = false;
     using Octets = __m256i;
     using Lanes = __m256i;
     using Units = __m256i;
@@ -89,9 +91,11 @@ struct Avx2 {
         return _mm256_or_si256(_mm256_cmpgt_epi8(wrong, _mm256_setzero_si256()), beyond);
     }
 
+    template <bool>
     static void PutUnits(Octets x, Octets y, std::uint64_t kept, unsigned short* put) {
         Keep8(Combine(_mm256_unpacklo_epi8(x, y)), Combine(_mm256_unpackhi_epi8(x, y)), kept, put);
     }
+    template <bool>
     static void PutUnits(Octets x, Octets y, Octets w, std::uint64_t kept, unsigned short* put) {
         const __m256i zero = _mm256_setzero_si256();
         Keep8(_mm256_add_epi16(Combine(_mm256_unpacklo_epi8(x, y)), _mm256_unpacklo_epi8(zero, w)),
@@ -190,6 +194,52 @@ struct Avx2 {
             _mm256_movemask_epi8(_mm256_cmpeq_epi16(units, _mm256_setzero_si256())));
     }
 
+    static Lanes Reserved(Octets octets) {
+        const __m256i nibble = Fill(0x0F);
+        const __m256i rows = _mm256_shuffle_epi8(Table(kUnreservedRows.rows), And(octets, nibble));
+        const __m256i bits = _mm256_shuffle_epi8(Table(kBitOfHighHalf), And(Right<4>(octets), nibble));
+        return Equal(And(rows, bits), _mm256_setzero_si256());
+    }
+    static void StoreOctets(char* put, Octets octets) { Store(put, octets); }
+    static char* PutEscaped(Octets octets, std::uint64_t reserved, char* put) {
+        const __m256i nibble = Fill(0x0F);
+        const __m256i digits = Table(reinterpret_cast<const unsigned char*>(kUpperDigits));
+        const __m256i first = Select(FromBits(reserved), Fill('%'), octets);
+        const __m256i second = _mm256_shuffle_epi8(digits, And(Right<4>(octets), nibble));
+        const __m256i third = _mm256_shuffle_epi8(digits, And(octets, nibble));
+        const __m256i frontLow = _mm256_unpacklo_epi8(first, second);
+        const __m256i backLow = _mm256_unpacklo_epi8(third, third);
+        const __m256i frontHigh = _mm256_unpackhi_epi8(first, second);
+        const __m256i backHigh = _mm256_unpackhi_epi8(third, third);
+        // Each holds four octets of the first half of the text and four of the second.
+        const __m256i quads[4] = {PickEscapes<0>(_mm256_unpacklo_epi16(frontLow, backLow), reserved),
+                                  PickEscapes<4>(_mm256_unpackhi_epi16(frontLow, backLow), reserved),
+                                  PickEscapes<8>(_mm256_unpacklo_epi16(frontHigh, backHigh), reserved),
+                                  PickEscapes<12>(_mm256_unpackhi_epi16(frontHigh, backHigh), reserved)};
+#pragma GCC unroll 4
+        for (const __m256i& quad : quads) {
+            StoreHalf(put, _mm256_castsi256_si128(quad));
+            put += 4 + 2 * Count(reserved & 0xF);
+            reserved >>= 4;
+        }
+#pragma GCC unroll 4
+        for (const __m256i& quad : quads) {
+            StoreHalf(put, _mm256_extracti128_si256(quad, 1));
+            put += 4 + 2 * Count(reserved & 0xF);
+            reserved >>= 4;
+        }
+        return put;
+    }
+    static void PutDigits16(const unsigned char* source, unsigned short* out) {
+        const __m128i octets = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
+        const __m128i digits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kUpperDigits));
+        const __m128i nibble = _mm_set1_epi8(0x0F);
+        const __m128i high = _mm_shuffle_epi8(digits, _mm_and_si128(_mm_srli_epi16(octets, 4), nibble));
+        const __m128i low = _mm_shuffle_epi8(digits, _mm_and_si128(octets, nibble));
+        Store(out, _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(high, low)));
+        Store(out + 16, _mm256_cvtepu8_epi16(_mm_unpackhi_epi8(high, low)));
+    }
+
     static std::size_t Count(std::uint64_t bits) { return static_cast<std::size_t>(_mm_popcnt_u64(bits)); }
 
 private:
@@ -203,6 +253,17 @@ private:
         return _mm256_inserti128_si256(
             _mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(table.rows[low]))),
             _mm_load_si128(reinterpret_cast<const __m128i*>(table.rows[high])), 1);
+    }
+    static __m256i Table(const unsigned char* octets) {
+        return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(octets)));
+    }
+    template <int At>
+    static __m256i PickEscapes(__m256i quads, std::uint64_t reserved) {
+        const auto row = [](std::uint64_t bits) {
+            return _mm_load_si128(reinterpret_cast<const __m128i*>(kEscapeRows.rows[bits & 0xF]));
+        };
+        return _mm256_shuffle_epi8(quads, _mm256_inserti128_si256(_mm256_castsi128_si256(row(reserved >> At)),
+                                                                  row(reserved >> (16 + At)), 1));
     }
     static __m256i Combine(__m256i pairs) { return _mm256_maddubs_epi16(pairs, _mm256_set1_epi16(0x0140)); }
 

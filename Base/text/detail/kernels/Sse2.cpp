@@ -14,6 +14,7 @@ namespace {
 // is computed together.
 struct Sse2 {
     static constexpr std::size_t kOctets = 16;
+    static constexpr bool kTakesParts = false;
     using Octets = __m128i;
     using Lanes = __m128i;
     using Units = __m128i;
@@ -70,9 +71,11 @@ struct Sse2 {
         return Or(Or(overlong, beyond), Or(surrogate, last));
     }
 
+    template <bool>
     static void PutUnits(Octets x, Octets y, std::uint64_t kept, unsigned short* put) {
-        PutUnits(x, y, _mm_setzero_si128(), kept, put);
+        PutUnits<false>(x, y, _mm_setzero_si128(), kept, put);
     }
+    template <bool>
     static void PutUnits(Octets x, Octets y, Octets w, std::uint64_t kept, unsigned short* put) {
         const __m128i zero = _mm_setzero_si128();
         const auto combine = [](__m128i a, __m128i b, __m128i c) {
@@ -183,6 +186,39 @@ struct Sse2 {
         return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128())));
     }
 
+    static Lanes Reserved(Octets octets) {
+        const __m128i folded = Or(octets, Fill(0x20));
+        const __m128i isLetter = _mm_andnot_si128(AtLeast(folded, 'z' + 1), AtLeast(folded, 'a'));
+        // "-", ".", "/" and the digits stand together.
+        const __m128i isNumber =
+            _mm_andnot_si128(Or(AtLeast(octets, '9' + 1), Equal(octets, Fill('/'))), AtLeast(octets, '-'));
+        const __m128i isOther = Or(Equal(octets, Fill('_')), Equal(octets, Fill('~')));
+        return _mm_cmpeq_epi8(Or(Or(isLetter, isNumber), isOther), _mm_setzero_si128());
+    }
+    static void StoreOctets(char* put, Octets octets) { StoreAll(put, octets); }
+    static char* PutEscaped(Octets octets, std::uint64_t, char* put) {
+        alignas(16) unsigned char lanes[16];
+        StoreAll(lanes, octets);
+#pragma GCC unroll 16
+        for (const unsigned char octet : lanes) {
+            std::memcpy(put, kUrlEscapes.texts[octet], 4);
+            put += kUrlEscapes.sizes[octet];
+        }
+        return put;
+    }
+    static void PutDigits16(const unsigned char* source, unsigned short* out) {
+        const __m128i octets = Load(source);
+        const __m128i high = Digits(And(Right<4>(octets), Fill(0x0F)));
+        const __m128i low = Digits(And(octets, Fill(0x0F)));
+        const __m128i front = _mm_unpacklo_epi8(high, low);
+        const __m128i back = _mm_unpackhi_epi8(high, low);
+        const __m128i zero = _mm_setzero_si128();
+        StoreAll(out, _mm_unpacklo_epi8(front, zero));
+        StoreAll(out + 8, _mm_unpackhi_epi8(front, zero));
+        StoreAll(out + 16, _mm_unpacklo_epi8(back, zero));
+        StoreAll(out + 24, _mm_unpackhi_epi8(back, zero));
+    }
+
     // Of at most 16 bits.
     static std::size_t Count(std::uint64_t bits) {
         bits -= bits >> 1 & 0x5555;
@@ -192,6 +228,10 @@ struct Sse2 {
     }
 
 private:
+    static __m128i Digits(__m128i values) {
+        const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(values, Fill(9)), Fill('A' - '9' - 1));
+        return Add(Add(values, Fill('0')), letters);
+    }
     static void StoreAll(void* put, __m128i value) { _mm_storeu_si128(static_cast<__m128i*>(put), value); }
 };
 

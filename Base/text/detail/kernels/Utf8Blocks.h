@@ -1,10 +1,12 @@
 #pragma once
 
 #include <Base/text/detail/TextKernels.h>
+#include <Base/text/detail/kernels/EscapeBlocks.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 // UTF-8 and units, a block of a register's width at a time. `V` is the register of one kind of processor.
 //
@@ -25,7 +27,9 @@
 // together. Each surrogate of a pair gives two of its four octets.
 //
 // The last block ends where the text does, so some of it was converted before; it is again, to the same
-// place. A text shorter than a block is left to the kind with the next smaller one.
+// place. A text shorter than a block is left to the kind with the next smaller one. A kind that reads and
+// writes any part of a register (`kTakesParts`) takes the rest of a text, or a short one, as a part of a
+// block instead: the lanes behind the text are zeros.
 
 // A sanitizer sees objects where these functions know of pages.
 #define ZBASE_READS_BESIDE __attribute__((no_sanitize("address"), no_sanitize("thread")))
@@ -46,7 +50,7 @@ template <class V>
 class Utf8Decoding {
 public:
     static Progress Run(const unsigned char* source, std::size_t length, unsigned short* out) {
-        if (length < kBlock) return V::DecodeShorter(source, length, out);
+        if (!V::kTakesParts && length < kBlock) return V::DecodeShorter(source, length, out);
         Utf8Decoding decoding(source, length, out);
         while (decoding.Left() >= kBlock + kAhead) {
             if (decoding.mContinued == 0 && V::Bits(V::AtLeast(V::Load(decoding.mpNext), 0x80)) == 0) {
@@ -90,9 +94,18 @@ private:
 
     // The octets `Distance` behind those at `block`; zeros behind the end of the text.
     template <bool IsLast, int Distance>
-    static Octets LoadBehind(const unsigned char* block) {
-        if constexpr (IsLast) return V::template LoadUpTo<Distance>(block);
+    Octets LoadBehind(const unsigned char* block) const {
+        if constexpr (IsLast && V::kTakesParts)
+            return V::LoadPart(block + Distance, Present<IsLast>() >> Distance);
+        if constexpr (IsLast && Distance != 0) return V::template LoadUpTo<Distance>(block);
         return V::Load(block + Distance);
+    }
+
+    // A bit for each octet of the block.
+    template <bool IsLast>
+    std::uint64_t Present() const {
+        if constexpr (IsLast && V::kTakesParts) return V::FirstBits(Left());
+        return kAll;
     }
 
     // The octets at the start of a block of which the first ones were decoded before that belong to the
@@ -109,7 +122,7 @@ private:
     bool Take(const unsigned char* block) {
         const auto count = static_cast<std::size_t>(mpNext - block);
         const std::uint64_t before = IsLast ? (std::uint64_t{1} << count) - 1 : 0;
-        const Octets first = V::Load(block);
+        const Octets first = LoadBehind<IsLast, 0>(block);
         const Lanes isHigh = V::AtLeast(first, 0x80);
         const std::uint64_t leads = V::Bits(V::AtLeast(first, 0xC0));
         const std::uint64_t longs = V::Bits(V::AtLeast(first, 0xE0));
@@ -126,8 +139,10 @@ private:
         const Octets second = LoadBehind<IsLast, 1>(block);
         const Octets x = V::Keep(isHigh, V::And(first, V::Fill(0x1F)));
         const Octets y = V::Select(isHigh, Payload(second), first);
-        Put<IsLast>(before, ~continuations & kAll,
-                    [&](std::uint64_t kept, unsigned short* put) { V::PutUnits(x, y, kept, put); });
+        Put<IsLast>(before, ~continuations & Present<IsLast>(),
+                    [&](auto part, std::uint64_t kept, unsigned short* put) {
+                        V::template PutUnits<part.value>(x, y, kept, put);
+                    });
         mContinued = next;
         mLow = false;
         return true;
@@ -136,7 +151,7 @@ private:
     template <bool IsLast>
     bool TakeLong(const unsigned char* block, std::uint64_t before, std::uint64_t leads, std::uint64_t longs,
                   std::uint64_t continuations, std::uint64_t continued, bool startsLow) {
-        const Octets first = V::Load(block);
+        const Octets first = LoadBehind<IsLast, 0>(block);
         const Octets second = LoadBehind<IsLast, 1>(block);
         const Octets third = LoadBehind<IsLast, 2>(block);
         const Lanes isHigh = V::AtLeast(first, 0x80);
@@ -165,27 +180,34 @@ private:
             y = V::Select(isLow, thirdPayload, y);
             w = V::Select(isLow, V::Fill(0xDC), w);
         }
-        Put<IsLast>(before, (~continuations & kAll) | lows,
-                    [&](std::uint64_t kept, unsigned short* put) { V::PutUnits(x, y, w, kept, put); });
+        Put<IsLast>(before, (~continuations & Present<IsLast>()) | lows,
+                    [&](auto part, std::uint64_t kept, unsigned short* put) {
+                        V::template PutUnits<part.value>(x, y, w, kept, put);
+                    });
         mContinued = next;
         mLow = fours >> (kBlock - 1) != 0;
         return true;
     }
 
-    // Calls `put(kept, place)` for the units of a block. What that spills behind them is remembered before.
+    // Calls `put(isPart, kept, place)` for the units of a block. What that spills behind them is remembered
+    // before; a part spills nothing.
     template <bool IsLast, class PutUnits>
     void Put(std::uint64_t before, std::uint64_t kept, PutUnits put) {
         const std::size_t count = V::Count(kept);
         const std::size_t again = IsLast ? V::Count(kept & before) : 0;
         unsigned short* const end = mpPut + (count - again);
-        if (IsLast && Written() + Left() + kSpill > static_cast<std::size_t>(mpEnd - mpSource)) {
+        if (IsLast && V::kTakesParts &&
+            Written() + count + kSpill > static_cast<std::size_t>(mpEnd - mpSource)) {
+            put(std::true_type(), kept, mpPut);
+        } else if (IsLast && !V::kTakesParts &&
+                   Written() + Left() + kSpill > static_cast<std::size_t>(mpEnd - mpSource)) {
             unsigned short units[kBlock + kSpill];
-            put(kept, units);
+            put(std::false_type(), kept, units);
             std::memcpy(mpPut, units + again, (count - again) * sizeof *units);
             mpSpilled = nullptr;
         } else {
             std::memcpy(mBehind, end, sizeof mBehind);
-            put(kept, mpPut - again);
+            put(std::false_type(), kept, mpPut - again);
             mpSpilled = end;
         }
         mpPut = end;
@@ -208,8 +230,12 @@ private:
 
     Progress TakeLast() {
         if (Left() <= kBlock) {
-            const unsigned char* const block = mpEnd - kBlock;
             TakeBackSpill();
+            if constexpr (V::kTakesParts) {
+                TakePart();
+                return Stop();
+            }
+            const unsigned char* const block = mpEnd - kBlock;
             if (mContinued == 0 && V::Bits(V::AtLeast(V::Load(block), 0x80)) == 0) {
                 V::WidenBlocks(block, kBlock, mpPut - (mpNext - block));
                 mpPut += Left();
@@ -222,6 +248,18 @@ private:
         const Progress done = Stop();
         const Progress last = V::DecodeShorter(mpNext, Left(), mpPut);
         return {done.read + last.read, done.written + last.written};
+    }
+
+    void TakePart() {
+        const std::uint64_t present = Present<true>();
+        const Octets octets = LoadBehind<true, 0>(mpNext);
+        if (mContinued == 0 && V::Bits(V::AtLeast(octets, 0x80)) == 0) {
+            V::WidenPart(octets, present, mpPut);
+            mpPut += Left();
+            mpNext = mpEnd;
+        } else if (Take<true>(mpNext)) {
+            mpNext = mpEnd;
+        }
     }
 
     const unsigned char* const mpSource;
@@ -239,7 +277,7 @@ template <class V>
 class Utf8Encoding {
 public:
     static Progress Run(const unsigned short* source, std::size_t units, char* out) {
-        if (units < kBlock) return V::EncodeShorter(source, units, out);
+        if (!V::kTakesParts && units < kBlock) return V::EncodeShorter(source, units, out);
         Utf8Encoding encoding(source, units, out);
         while (encoding.Left() > kBlock) {
             if (!encoding.mOpen && !V::AnyUnits(V::UnitsAtLeast(V::LoadUnits(encoding.mpNext), 0x80))) {
@@ -252,9 +290,7 @@ public:
                 return encoding.Stop();
             }
         }
-        if (encoding.Left() != 0 && encoding.template Take<true>(encoding.mpEnd - kBlock)) {
-            encoding.mpNext = encoding.mpEnd;
-        }
+        if (encoding.Left() != 0) encoding.TakeLast();
         return encoding.Stop();
     }
 
@@ -273,8 +309,26 @@ private:
     static bool IsOpening(unsigned int unit) { return (unit & 0xFC00) == 0xD800; }
     static bool IsClosing(unsigned int unit) { return (unit & 0xFC00) == 0xDC00; }
 
+    // A bit for each unit of the block.
+    template <bool IsLast>
+    std::uint64_t Present() const {
+        if constexpr (IsLast && V::kTakesParts) return V::FirstBits(Left());
+        return kAll;
+    }
+
+    template <bool IsLast>
+    Units LoadBlock(const unsigned short* block) const {
+        if constexpr (IsLast && V::kTakesParts) return V::LoadUnitsPart(block, Present<IsLast>());
+        return V::LoadUnits(block);
+    }
+
     // The units one place further in front. There may be nothing in front of the text.
+    template <bool IsLast>
     Units LoadBefore(const unsigned short* block) const {
+        if constexpr (IsLast && V::kTakesParts) {
+            return V::LoadUnitsPart(block - 1,
+                                    Present<IsLast>() & (block == mpSource ? ~std::uint64_t{1} : kAll));
+        }
         if (block != mpSource) return V::LoadUnits(block - 1);
         unsigned short units[kBlock];
         units[0] = 0;
@@ -289,7 +343,7 @@ private:
         const auto count = static_cast<std::size_t>(mpNext - block);
         const std::uint64_t before = (std::uint64_t{1} << count) - 1;
         const bool startsOpen = count == 0 ? mOpen : block != mpSource && IsOpening(block[-1]);
-        const Units unit = V::LoadUnits(block);
+        const Units unit = LoadBlock<IsLast>(block);
         const Lanes isHigh = V::UnitsAtLeast(unit, 0x80);
         const Lanes isThree = V::UnitsAtLeast(unit, 0x800);
         const std::uint64_t highs = V::UnitBits(isHigh);
@@ -299,7 +353,12 @@ private:
         char* const put = mpPut - count - V::Count(highs & before);
         if (threes == 0 && !startsOpen) {
             const Units lead = V::OrUnits(V::template RightUnits<6>(unit), V::FillUnits(0xC0));
-            mpPut = V::PutPairs(V::OrUnits(lead, V::template LeftUnits<8>(last)), highs, put);
+            const Units pairs = V::OrUnits(lead, V::template LeftUnits<8>(last));
+            if constexpr (IsLast && V::kTakesParts) {
+                mpPut = V::PutPairsPart(pairs, highs, Present<IsLast>(), put);
+            } else {
+                mpPut = V::PutPairs(pairs, highs, put);
+            }
             mOpen = false;
             return true;
         }
@@ -313,10 +372,14 @@ private:
         if (surrogates != 0 || startsOpen) {
             const bool mayStayOpen = !IsLast && IsClosing(block[IsLast ? 0 : kBlock]);
             if (!PairsAreWhole(unit, surrogates, startsOpen, mayStayOpen, staysOpen)) return false;
-            PutPairsInto(front, last, unit, LoadBefore(block));
+            PutPairsInto(front, last, unit, LoadBefore<IsLast>(block));
             threes &= ~surrogates;
         }
-        mpPut = V::PutQuads(front, last, highs, threes, put - V::Count(threes & before));
+        if constexpr (IsLast && V::kTakesParts) {
+            mpPut = V::PutQuadsPart(front, last, highs, threes, Present<IsLast>(), put);
+        } else {
+            mpPut = V::PutQuads(front, last, highs, threes, put - V::Count(threes & before));
+        }
         mOpen = staysOpen;
         return true;
     }
@@ -346,6 +409,19 @@ private:
             V::AndUnits(V::template LeftUnits<2>(unit), V::FillUnits(0x0F00)));
         front = V::SelectUnits(isOpening, openingFront, V::SelectUnits(isClosing, closingFront, front));
         last = V::SelectUnits(isOpening, openingLast, last);
+    }
+
+    void TakeLast() {
+        if constexpr (V::kTakesParts) {
+            const Units units = LoadBlock<true>(mpNext);
+            if (!mOpen && !V::AnyUnits(V::UnitsAtLeast(units, 0x80))) {
+                V::NarrowPart(units, Present<true>(), mpPut);
+                mpPut += Left();
+                mpNext = mpEnd;
+                return;
+            }
+        }
+        if (Take<true>(V::kTakesParts ? mpNext : mpEnd - kBlock)) mpNext = mpEnd;
     }
 
     // Behind the last block that was taken; completes the pair that reaches beyond it.
@@ -401,7 +477,8 @@ ZBASE_READS_BESIDE std::size_t CountUnits(const unsigned short* source, std::siz
 
 template <class V>
 constexpr TextKernels KernelsOf(const char* name) {
-    return {name, Utf8Decoding<V>::Run, Utf8Encoding<V>::Run, WidenAscii<V>, NarrowAscii<V>, CountUnits<V>};
+    return {name,          Utf8Decoding<V>::Run, Utf8Encoding<V>::Run, WidenAscii<V>, NarrowAscii<V>,
+            CountUnits<V>, CountReserved<V>,     EscapeReserved<V>,    PutDigits<V>};
 }
 
 }  // namespace
