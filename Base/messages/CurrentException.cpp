@@ -32,7 +32,7 @@ Message OfSystemError(const std::system_error& failure) {
 
 Message OfUnknownType() noexcept {
     char name[256];
-    os::GetCurrentExceptionType(name, sizeof name);
+    os::GetCurrentExceptionType(name, sizeof name, true);
     Message message(MESSAGE_DOMAIN_UNKNOWN, kNoCode, "An exception of type %1.");
     return std::move(message << name);
 }

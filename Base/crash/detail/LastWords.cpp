@@ -5,6 +5,7 @@
 #include <Base/messages/MessageFormat.h>
 #include <Base/messages/detail/NestedExceptions.h>
 #include <Base/platform/os/Callers.h>
+#include <Base/platform/os/CurrentExceptionType.h>
 #include <Base/platform/os/Threads.h>
 
 #include <cxxabi.h>
@@ -12,9 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
-#include <typeinfo>
 
 namespace ZBase::detail {
 
@@ -56,25 +55,17 @@ void SayPlainly(ThreadWords& words, const std::exception_ptr& exception) {
     }
 }
 
-// Without the heap the name is the compiler's.
-void SayType(ThreadWords& words, bool hasHeap) {
-    const std::type_info* const type = abi::__cxa_current_exception_type();
-    if (type == nullptr) return;
-    int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> name(
-        hasHeap ? abi::__cxa_demangle(type->name(), nullptr, nullptr, &status) : nullptr, std::free);
-    words.Add(kExceptionTypeField, name == nullptr ? type->name() : name.get(), kMostTypeName);
-}
-
 void Say(ThreadWords& words) {
     const std::exception_ptr exception = std::current_exception();
+    const bool hasHeap = !os::MayHoldAllocator();
+    char type[kMostTypeName + 1];
+    const bool hasType = os::GetCurrentExceptionType(type, sizeof type, hasHeap);
     if (os::IsCalledFrom(reinterpret_cast<const void*>(&abi::__cxa_pure_virtual))) {
         words.Add(kPureCallField, "pure virtual method called");
-    } else if (exception == nullptr && abi::__cxa_current_exception_type() == nullptr) {
+    } else if (exception == nullptr && !hasType) {
         words.Add(kTerminateField, "called without an exception");
     } else {
-        const bool hasHeap = !os::MayHoldAllocator();
-        SayType(words, hasHeap);
+        if (hasType) words.Add(kExceptionTypeField, type);
         if (exception == nullptr || !hasHeap) return;  // null if it is of another language
         try {
             const std::string text = TextOfAll(NestedExceptions(exception));
