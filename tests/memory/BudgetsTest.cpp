@@ -39,8 +39,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Budgets,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, Budgets, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(Budgets, ContractIsHeldByOneReference) {

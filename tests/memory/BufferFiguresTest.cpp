@@ -28,8 +28,7 @@ protected:
     const BufferFigures mBefore = GetBufferFigures();
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Figures,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, Figures, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(Figures, RiseByEachChunkAndFallWithTheBuffer) {

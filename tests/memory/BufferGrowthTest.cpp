@@ -37,8 +37,7 @@ protected:
     test::RecordingContract mContract;
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Growth,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, Growth, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(Growth, EndsAtTheLimitAndAnotherBufferGoesOn) {

@@ -170,8 +170,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, BufferAndModel,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, BufferAndModel, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(BufferAndModel, AgreeToTheByteOnRandomPrograms) {

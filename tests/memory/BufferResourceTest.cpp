@@ -22,8 +22,7 @@ protected:
     const BufferPtr mBuffer = test::MakeBuffer(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Resources,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, Resources, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(Resources, HoldContainers) {

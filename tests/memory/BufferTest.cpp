@@ -30,8 +30,7 @@ protected:
     BufferPtr Make(const BufferArguments& arguments = {}) { return test::MakeBuffer(GetParam(), arguments); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, AnyBuffer,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, AnyBuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(AnyBuffer, BlockSizeIsAtLeast256AndAMultipleOf256) {
@@ -233,8 +232,7 @@ TEST_P(AnyBuffer, LockingTwiceIsLocking) {
 }
 
 using AnyBufferDeathTest = AnyBuffer;
-INSTANTIATE_TEST_SUITE_P(Both, AnyBufferDeathTest,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, AnyBufferDeathTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(AnyBufferDeathTest, WriteIntoALockedPieceFaults) {

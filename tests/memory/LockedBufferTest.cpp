@@ -48,8 +48,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, LockedBuffer,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, LockedBuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(LockedBuffer, CleanupEndsAnObjectThatLiesInItsPages) {
@@ -159,8 +158,7 @@ TEST(LockedSingleThreadBuffer, CleanupRegistersAnotherThatWritesIntoItsPages) {
 // Through the buffer that hands everything on, over each implementation; the choice is for good, so it is
 // made in a process of its own.
 using LockedDebugBufferDeathTest = LockedBuffer;
-INSTANTIATE_TEST_SUITE_P(Both, LockedDebugBufferDeathTest,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, LockedDebugBufferDeathTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 Buffer* gGoing;

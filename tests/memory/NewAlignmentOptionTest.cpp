@@ -17,7 +17,7 @@ struct alignas(16) Sixteen {
 
 TEST(PlacementWithTheAlignmentOption, AlignsWhatNeedsExactlySixteen) {
     static_assert(__STDCPP_DEFAULT_NEW_ALIGNMENT__ == 8);
-    for (const auto implementation : {test::Implementation::kSingleThread, test::Implementation::kLockFree}) {
+    for (const auto implementation : test::kImplementations) {
         const test::BufferPtr buffer = test::MakeBuffer(implementation);
         for (int i = 0; i != 5; ++i) {
             buffer->Allocate(8);

@@ -37,8 +37,7 @@ protected:
     BufferPtr Make() { return test::MakeBuffer(GetParam(), {.initialBlocks = 1}); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, ObjectsInBuffer,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, ObjectsInBuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 template <std::size_t kAlignment>

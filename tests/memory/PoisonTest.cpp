@@ -31,9 +31,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Both, Poison,
-                         testing::Combine(testing::Values(Implementation::kSingleThread,
-                                                          Implementation::kLockFree),
-                                          testing::Bool()));
+                         testing::Combine(testing::ValuesIn(test::kImplementations), testing::Bool()));
 
 TEST_P(Poison, OnlyWhatWasHandedOutCanBeTouched) {
     BufferPtr buffer = Make();

@@ -165,9 +165,7 @@ TEST_F(VirtualMemory, DecommitOfForeignMemoryIsRefused) {
 
 class BufferOverCallbacks : public testing::TestWithParam<test::Implementation> {};
 
-INSTANTIATE_TEST_SUITE_P(Both, BufferOverCallbacks,
-                         testing::Values(test::Implementation::kSingleThread,
-                                         test::Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, BufferOverCallbacks, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 TEST_P(BufferOverCallbacks, OnBoundaryChunksComeFromTheHostAndGoBackWithoutASize) {

@@ -43,8 +43,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, BufferOverScript,
-                         testing::Values(Implementation::kSingleThread, Implementation::kLockFree),
+INSTANTIATE_TEST_SUITE_P(Both, BufferOverScript, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 std::vector<const void*> Addresses(const std::vector<PageCall>& calls) {

@@ -9,8 +9,10 @@ namespace test {
 
 using ZBase::BufferPtr;
 
-/// The two implementations, as the parameter of tests that hold for both.
+/// The implementations, as the parameter of tests that hold for each.
 enum class Implementation { kSingleThread, kLockFree };
+inline constexpr Implementation kImplementations[] = {Implementation::kSingleThread,
+                                                      Implementation::kLockFree};
 
 struct BufferArguments {
     int initialBlocks = 0;
