@@ -38,6 +38,8 @@ constexpr std::uint32_t kMostStreams = 256;
 constexpr std::uint32_t kThreads = 3;
 constexpr std::uint32_t kMemories = 5;
 constexpr std::uint32_t kThreadNames = 24;
+constexpr std::uint32_t kFirstOwnStream = 0x5A42'0001;  // where the system writes dumps, instead of memories
+constexpr std::uint32_t kOwnStreams = 3;
 constexpr std::size_t kThreadSize = 48;
 constexpr std::size_t kMemorySize = 16;      // address, octets, and where they stand
 constexpr std::size_t kThreadNameSize = 12;  // id, and where the name stands in 64 bits
@@ -120,6 +122,13 @@ std::vector<std::string_view> MemoriesOf(const std::string& content, const DumpS
         const std::size_t place = NumberAt(content, at + 12);
         if (place > content.size() || content.size() - place < size) continue;
         const std::string_view memory = std::string_view(content).substr(place, size);
+        if (memory.starts_with(magic)) memories.push_back(memory);
+    }
+    for (std::uint32_t type = kFirstOwnStream; type != kFirstOwnStream + kOwnStreams; ++type) {
+        const auto stream = streams.find(type);
+        if (stream == streams.end()) continue;
+        const std::string_view memory =
+            std::string_view(content).substr(stream->second.place, stream->second.size);
         if (memory.starts_with(magic)) memories.push_back(memory);
     }
     return memories;

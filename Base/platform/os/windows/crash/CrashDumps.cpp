@@ -8,6 +8,7 @@
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpWriter.h>
+#include <Base/platform/os/windows/files/NativeFile.h>
 
 #include <windows.h>
 
@@ -235,27 +236,25 @@ std::size_t CopyAbortMessage(char* text, std::size_t) {
 
 namespace {
 
-// Runs on the crashed thread: the path is the last that was written.
-HANDLE OpenForEnd(const char* path, wchar_t* wide, int capacity) {
-    if (MultiByteToWideChar(CP_UTF8, 0, path, -1, wide, capacity) == 0) *wide = 0;
-    return CreateFileW(wide, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                       nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-}
-
 wchar_t sPath[0x8000];  // one thread at a time writes a dump
+
+bool Widen(const char* path) {
+    return MultiByteToWideChar(CP_UTF8, 0, path, -1, sPath, static_cast<int>(std::size(sPath))) != 0;
+}
 
 }  // namespace
 
 void DeleteDump(const char* path) {
-    if (MultiByteToWideChar(CP_UTF8, 0, path, -1, sPath, static_cast<int>(std::size(sPath))) != 0)
-        DeleteFileW(sPath);
+    if (Widen(path)) DeleteNativeFile(sPath);
 }
 
 void MarkDumpSent(const char* path) {
-    const HANDLE file = OpenForEnd(path, sPath, static_cast<int>(std::size(sPath)));
+    const HANDLE file = Widen(path) ? OpenNativeFile(sPath, OPEN_EXISTING, nullptr) : INVALID_HANDLE_VALUE;
     if (file == INVALID_HANDLE_VALUE) return;
+    LARGE_INTEGER end{};
     DWORD written = 0;
-    WriteFile(file, kSentMark, sizeof kSentMark - 1, &written, nullptr);
+    if (SetFilePointerEx(file, end, nullptr, FILE_END))
+        WriteFile(file, kSentMark, sizeof kSentMark - 1, &written, nullptr);
     CloseHandle(file);
 }
 

@@ -4,6 +4,7 @@
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpFile.h>
 #include <Base/platform/os/windows/files/FileLock.h>
+#include <Base/platform/os/windows/files/NativeFile.h>
 
 #include <windows.h>
 
@@ -175,14 +176,12 @@ bool DumpWriter::WriteFiles(const DumpContent& content, EXCEPTION_POINTERS* poin
     *mElsewhere = 0;
     if (WriteIn(mDirectory, content, pointers)) return true;
     const DWORD reason = GetLastError();
-    const DWORD kind = GetFileAttributesW(mDirectory);
-    if (kind != INVALID_FILE_ATTRIBUTES && (kind & FILE_ATTRIBUTE_DIRECTORY) == 0)
-        return false;  // never was a place for dumps
-    if (kind == INVALID_FILE_ATTRIBUTES && CreateDirectoryW(mDirectory, mOwner.Get())) {
-        if (WriteIn(mDirectory, content, pointers)) {
-            SayWhere(mDirectory, "made again");
-            return true;
-        }
+    const EPlace kind = LookAtNativePlace(mDirectory);
+    if (kind == EPlace::eOther) return false;  // never was a place for dumps
+    if (kind == EPlace::eNothing && MakeNativeDirectory(mDirectory, Owner()) &&
+        WriteIn(mDirectory, content, pointers)) {
+        SayWhere(mDirectory, "made again");
+        return true;
     }
     if (*mTemporary == 0) return false;
     char text[256];
@@ -198,7 +197,7 @@ bool DumpWriter::WriteIn(const wchar_t* directory, const DumpContent& content, E
     if (!OpenFile(directory)) return false;
     if (WriteFromOutside(content, pointers) || WriteFromInside(content, pointers)) return true;
     CloseFile();
-    DeleteFileW(mPath);
+    DeleteNativeFile(mPath);
     SetLastError(ERROR_WRITE_FAULT);
     return false;
 }
@@ -235,12 +234,15 @@ bool DumpWriter::OpenFile(const wchar_t* directory) {
     std::wmemcpy(mPath, directory, length);
     PutName(mPath + length, random);
     Narrow(mPath, mNarrowPath, sizeof mNarrowPath);
-    mFile = CreateFileW(mPath, GENERIC_READ | GENERIC_WRITE,
-                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, mOwner.Get(), CREATE_NEW,
-                        FILE_ATTRIBUTE_NORMAL, nullptr);
+    mFile = OpenNativeFile(mPath, CREATE_NEW, Owner());
     if (mFile == INVALID_HANDLE_VALUE) return false;
     LockFarOut(mFile);  // nobody sends it or makes room meanwhile
     return true;
+}
+
+SECURITY_DESCRIPTOR* DumpWriter::Owner() {
+    SECURITY_ATTRIBUTES* const owner = mOwner.Get();
+    return owner == nullptr ? nullptr : static_cast<SECURITY_DESCRIPTOR*>(owner->lpSecurityDescriptor);
 }
 
 void DumpWriter::CloseFile() {

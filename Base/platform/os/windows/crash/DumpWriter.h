@@ -33,6 +33,7 @@ private:
     bool WriteFromInside(const DumpContent& content, EXCEPTION_POINTERS* pointers);
     bool OpenFile(const wchar_t* directory);
     void CloseFile();
+    SECURITY_DESCRIPTOR* Owner();
     void SayWhere(const wchar_t* directory, const char* reason);
 
     DumpUser mUser;
