@@ -2,12 +2,13 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/frame/Threads.h>
+#include <Base/frame/detail/LibraryState.h>
 #include <Base/platform/os/Files.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <iostream>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -144,7 +145,7 @@ void CallStackLogger::FprintfCallStack(const char* path) {
         total += record->count;
     }
     // As text, which no setting of the stream changes.
-    std::cout << "Total Call Stacks Captured: " << std::to_string(total) << std::endl;
+    StandardOutput() << "Total Call Stacks Captured: " << std::to_string(total) << std::endl;
 }
 
 std::list<CallStackRec*>::const_iterator CallStackLogger::begin() const {

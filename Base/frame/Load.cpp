@@ -1,7 +1,8 @@
 // What happens when the library is loaded and unloaded. The objects of this file are constructed from the
 // first to the last while the library is loaded, before any call can reach it, and destroyed from the last to
 // the first when it is unloaded or the process exits. Nothing else in the library has a constructor that runs
-// at load, so this order is the whole order.
+// at load, so this order is the whole order; a test reads it off the library. The streams of <iostream> come
+// before all of them.
 
 #include <Base/crash/detail/CrashState.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
@@ -15,6 +16,7 @@
 #include <Base/switches/FeatureFlagMgr.h>
 
 #include <clocale>
+#include <iostream>
 
 namespace ZBase {
 
@@ -54,6 +56,10 @@ struct CrashTablesInForce : CrashTables {
 };
 
 }  // namespace
+
+std::ostream& StandardOutput() {
+    return std::cout;
+}
 
 std::string gContainerPath;
 static const bool sSettingsRead = ReadSettings();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <iosfwd>
 #include <set>
 #include <string>
 
@@ -19,6 +20,9 @@ extern std::set<MemGovernorProxy*> gMemGovernors;
 
 // Whoever listens to the application's events; null at first. Held, not owned.
 extern AppGlobalEventCallback* gAppGlobalEventCallback;
+
+/// `std::cout`. Whoever includes <iostream> for it has a constructor at load, so only Load.cpp does.
+std::ostream& StandardOutput();
 
 // Settings of the buffers that are read at load.
 extern std::size_t sGrowLimitBytes;
