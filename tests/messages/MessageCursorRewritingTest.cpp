@@ -221,7 +221,7 @@ TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
 INSTANTIATE_TEST_SUITE_P(MessageCursor, RewrittenLevel, testing::ValuesIn(kRewritings),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
-TEST(MessageCursor, AdditionsAreNoRewriting) {
+TEST(MessageCursorRewriting, AdditionsAreNoRewriting) {
     Message root = Tree("tree");
     MessageCursor cursor(root);
     for (int level = 0; level != 2; ++level) {
@@ -297,29 +297,29 @@ int CountLowerLevelMessages(const Message& message) {
 
 }  // namespace
 
-TEST(MessageCursor, WalkOfAnotherLeavesAVisitedBranchVisited) {
+TEST(MessageCursorRewriting, WalkOfAnotherLeavesAVisitedBranchVisited) {
     ExpectVisitedBranchStaysVisited<MessageCursor>();
 }
 
-TEST(ConstMessageCursor, WalkOfAnotherLeavesAVisitedBranchVisited) {
+TEST(ConstMessageCursorRewriting, WalkOfAnotherLeavesAVisitedBranchVisited) {
     ExpectVisitedBranchStaysVisited<ConstMessageCursor>();
 }
 
-TEST(MessageCursor, LoopThatFormatsTheCurrentMessageEndsAfterOneTurn) {
+TEST(MessageCursorRewriting, LoopThatFormatsTheCurrentMessageEndsAfterOneTurn) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     EXPECT_EQ(CountTurnsWithFormatting<MessageCursor>(message, message), 1);
     EXPECT_EQ(CountLowerLevelMessages(message), 1);
 }
 
-TEST(ConstMessageCursor, LoopThatFormatsTheMessageEndsAfterOneTurn) {
+TEST(ConstMessageCursorRewriting, LoopThatFormatsTheMessageEndsAfterOneTurn) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     EXPECT_EQ(CountTurnsWithFormatting<ConstMessageCursor>(message, message), 1);
     EXPECT_EQ(CountLowerLevelMessages(message), 1);
 }
 
-TEST(MessageCursor, CreatingStepOnAVisitedBranchBeginsAnewAfterTheWalkOfAnother) {
+TEST(MessageCursorRewriting, CreatingStepOnAVisitedBranchBeginsAnewAfterTheWalkOfAnother) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     MessageCursor cursor(message);
@@ -334,7 +334,7 @@ TEST(MessageCursor, CreatingStepOnAVisitedBranchBeginsAnewAfterTheWalkOfAnother)
 }
 
 // The branch that another cursor has packed in anew is the one the step goes to, and the only one.
-TEST(MessageCursor, WalkOfAnotherLeavesAnUnvisitedBranchToStepTo) {
+TEST(MessageCursorRewriting, WalkOfAnotherLeavesAnUnvisitedBranchToStepTo) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     MessageCursor cursor(message);
@@ -348,7 +348,7 @@ TEST(MessageCursor, WalkOfAnotherLeavesAnUnvisitedBranchToStepTo) {
 }
 
 // Seen from its records alone, such a leaf was only added to.
-TEST(MessageCursor, LeafThatWasWrappedInItsLikeIsSteppedInto) {
+TEST(MessageCursorRewriting, LeafThatWasWrappedInItsLikeIsSteppedInto) {
     Message message(1, 2, "a");
     MessageCursor cursor(message);
     ConstMessageCursor reader(message);
@@ -360,7 +360,7 @@ TEST(MessageCursor, LeafThatWasWrappedInItsLikeIsSteppedInto) {
 }
 
 // The record of the branch below, dead while the cursor is there, tells it too.
-TEST(MessageCursor, RootThatIsClearedWhileTheCursorIsBelowHasNothingVisited) {
+TEST(MessageCursorRewriting, RootThatIsClearedWhileTheCursorIsBelowHasNothingVisited) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     MessageCursor cursor(message);
@@ -374,7 +374,7 @@ TEST(MessageCursor, RootThatIsClearedWhileTheCursorIsBelowHasNothingVisited) {
     ASSERT_TRUE(cursor.GoToParent());
 }
 
-TEST(MessageCursor, TwoOnOneMessageNeverHaveTheSameBranch) {
+TEST(MessageCursorRewriting, TwoOnOneMessageNeverHaveTheSameBranch) {
     Message root = Tree("tree");
     MessageCursor one(root);
     MessageCursor other(root);
@@ -393,7 +393,7 @@ TEST(MessageCursor, TwoOnOneMessageNeverHaveTheSameBranch) {
     EXPECT_EQ(test::Layout(&copy).find("#5", test::Layout(&copy).find("#5") + 1), std::string::npos);
 }
 
-TEST(MessageCursor, CopyAtARootThatWasRewrittenGoesOnFromItToo) {
+TEST(MessageCursorRewriting, CopyAtARootThatWasRewrittenGoesOnFromItToo) {
     Message root = Tree("tree");
     MessageCursor cursor(root);
     MessageCursor copy(cursor);
@@ -408,7 +408,7 @@ TEST(MessageCursor, CopyAtARootThatWasRewrittenGoesOnFromItToo) {
     EXPECT_FALSE(assigned.GoToSameLevelMessage(false));
 }
 
-TEST(MessageCursor, LevelThatIsWrappedBeforeEachStepKeepsItsContent) {
+TEST(MessageCursorRewriting, LevelThatIsWrappedBeforeEachStepKeepsItsContent) {
     Message root(1, 0, "innermost");
     MessageCursor cursor(root);
     for (int i = 1; i != 20; ++i) {
@@ -423,7 +423,7 @@ TEST(MessageCursor, LevelThatIsWrappedBeforeEachStepKeepsItsContent) {
     EXPECT_EQ(TemplateOf(at), "innermost");
 }
 
-TEST(ConstMessageCursor, TakesNoTemporary) {
+TEST(ConstMessageCursorRewriting, TakesNoTemporary) {
     EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, Message&>));
     EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, const Message&>));
     EXPECT_FALSE((std::is_constructible_v<ConstMessageCursor, Message>));

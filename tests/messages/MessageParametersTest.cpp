@@ -29,7 +29,7 @@ std::vector<std::string> All(const Message& message) {
 
 }  // namespace
 
-TEST(MessageParametersRange, OfAMessageWithoutAnyIsEmpty) {
+TEST(MessageParameters, OfAMessageWithoutAnyIsEmpty) {
     const Message message(300, 42, "none");
     EXPECT_EQ(All(message), std::vector<std::string>());
     EXPECT_EQ(message.GetParameterCount(), 0u);
@@ -37,7 +37,7 @@ TEST(MessageParametersRange, OfAMessageWithoutAnyIsEmpty) {
     EXPECT_TRUE(MessageParameters(empty).begin() == std::default_sentinel);
 }
 
-TEST(MessageParametersRange, GivesAllInTheirOrderAcrossBlocksAndRecordsOfOtherKinds) {
+TEST(MessageParameters, GivesAllInTheirOrderAcrossBlocksAndRecordsOfOtherKinds) {
     Message message;
     std::vector<std::string> expected;
     for (int i = 0; i != 50; ++i) {
@@ -50,7 +50,7 @@ TEST(MessageParametersRange, GivesAllInTheirOrderAcrossBlocksAndRecordsOfOtherKi
     EXPECT_EQ(message.GetParameterCount(), 50u);
 }
 
-TEST(MessageParametersRange, DoesNotGiveThoseOfNestedMessages) {
+TEST(MessageParameters, DoesNotGiveThoseOfNestedMessages) {
     Message message(300, 42, "inner %1");
     message << "inner";
     message.WrapBy(300, 43, "outer %1") << "outer";
@@ -58,7 +58,7 @@ TEST(MessageParametersRange, DoesNotGiveThoseOfNestedMessages) {
     EXPECT_EQ(message.GetParameterCount(), 1u);
 }
 
-TEST(MessageParametersRange, AllocatesNothingAndCanBeReadTwice) {
+TEST(MessageParameters, AllocatesNothingAndCanBeReadTwice) {
     Message message;
     for (int i = 0; i != 100; ++i) message << i;
     const MessageParameters parameters(message);

@@ -24,7 +24,7 @@ std::string Long(std::size_t length) {
 
 }  // namespace
 
-TEST(MessageFormat, HeaderTemplateAndParameterLieBackToBack) {
+TEST(MessageRecord, HeaderTemplateAndParameterLieBackToBack) {
     Message message(300, 42, "Cannot open %1");
     message << "x";
     const std::string expected =
@@ -35,12 +35,12 @@ TEST(MessageFormat, HeaderTemplateAndParameterLieBackToBack) {
     EXPECT_EQ(Hex(&message, 56), expected);
 }
 
-TEST(MessageFormat, EmptyMessageIsAHeaderOfSixteenBytes) {
+TEST(MessageRecord, EmptyMessageIsAHeaderOfSixteenBytes) {
     const Message message;
     EXPECT_EQ(Hex(&message, 16), "64 00 00 00 54 00 00 00 00 00 00 00 00 00 00 00");
 }
 
-TEST(MessageFormat, NegativeIdAndLargestDomainAreLittleEndian) {
+TEST(MessageRecord, NegativeIdAndLargestDomainAreLittleEndian) {
     const Message message(0xFFFE, -2, nullptr);
     EXPECT_EQ(Hex(Bytes(message) + 16, 13), "0d 00 00 00 01 fe ff ff ff fe ff 0a 00");
     EXPECT_EQ(message.GetDomain(), 0xFFFE);
@@ -48,21 +48,21 @@ TEST(MessageFormat, NegativeIdAndLargestDomainAreLittleEndian) {
     EXPECT_EQ(message.GetErrorCode(), 0xFFFFFFFEu);
 }
 
-TEST(MessageFormat, LocalizedTextHasItsLanguageInFrontAndAByteToSpare) {
+TEST(MessageRecord, LocalizedTextHasItsLanguageInFrontAndAByteToSpare) {
     Message message;
     message.SetLocalizedText(1033, "ab");
     EXPECT_EQ(Hex(Bytes(message) + 16, 10), "0b 00 00 00 06 09 04 61 62 00");
     EXPECT_EQ(Layout(&message), "100-73: 11#6");
 }
 
-TEST(MessageFormat, MessageIsOneHundredBytesWithoutAlignment) {
+TEST(MessageRecord, MessageIsOneHundredBytesWithoutAlignment) {
     EXPECT_EQ(sizeof(Message), 100u);
     EXPECT_EQ(alignof(Message), 1u);
     const unsigned int* const minSize = &Message::MIN_SIZE;
     EXPECT_EQ(*minSize, 16u);
 }
 
-TEST(MessageFormat, HeapBlockIsAsLargeAsItsRecordOrOneHundredBytes) {
+TEST(MessageRecord, HeapBlockIsAsLargeAsItsRecordOrOneHundredBytes) {
     Message message;
     message << Long(94).c_str();  // record of 100 bytes
     EXPECT_EQ(Layout(&message), "100-84: | 116-0: 100#3");
@@ -74,7 +74,7 @@ TEST(MessageFormat, HeapBlockIsAsLargeAsItsRecordOrOneHundredBytes) {
     EXPECT_EQ(Layout(&third), "100-2: 66#3 16#3 | 100-18: 66#3");
 }
 
-TEST(MessageFormat, RecordThatFillsTheBlockToTheByteTakesNoHeapBlock) {
+TEST(MessageRecord, RecordThatFillsTheBlockToTheByteTakesNoHeapBlock) {
     Message message;
     message << Long(78).c_str();
     EXPECT_EQ(Layout(&message), "100-0: 84#3");
@@ -218,77 +218,6 @@ TEST(MessageTemplate, TextFromTheMessageItselfIsTaken) {
     EXPECT_STREQ(message.GetTemplate(), "a longer parameter");
     message << message.GetTemplate();
     EXPECT_STREQ(message.GetParameter(1), "a longer parameter");
-}
-
-TEST(MessageParameters, NullIsAnEmptyOne) {
-    Message message;
-    message << static_cast<const char*>(nullptr) << "second";
-    EXPECT_STREQ(message.GetParameter(0), "");
-    EXPECT_STREQ(message.GetParameter(1), "second");
-    EXPECT_EQ(message.GetParameter(2), nullptr);
-    EXPECT_EQ(message.GetParameter(0xFFFFFFFF), nullptr);
-    EXPECT_EQ(Layout(&message), "100-66: 6#3 12#3");
-}
-
-TEST(MessageParameters, BoolIsAWord) {
-    Message message;
-    message << true << false;
-    EXPECT_STREQ(message.GetParameter(0), "true");
-    EXPECT_STREQ(message.GetParameter(1), "false");
-}
-
-TEST(MessageParameters, ShortOneAfterALongOneFollowsItToTheHeap) {
-    Message message;
-    message << Long(60).c_str() << Long(50).c_str() << "s";
-    EXPECT_EQ(Layout(&message), "100-18: 66#3 | 100-21: 56#3 7#3");
-    EXPECT_STREQ(message.GetParameter(2), "s");
-}
-
-template <class T>
-concept IsParameter = requires(Message& message, T operand) { message << operand; };
-
-TEST(MessageParameters, OrdinaryOperandsFindTheirForm) {
-    Message message;
-    char text[] = "array";
-    char* const pointer = text;
-    const std::string string = "string";
-    const unsigned short wide[] = {'w', 0};
-    enum { kSeven = 7 };
-    message << text << pointer << string.c_str() << string.size() << std::uint64_t{8} << std::int64_t{-9};
-    message << short{-1} << static_cast<unsigned char>(200) << 'A' << L'B' << kSeven << wide;
-    const char* const expected[] = {"array", "array", "string", "6",  "8", "-9",
-                                    "-1",    "200",   "65",     "66", "7", "w"};
-    for (unsigned int i = 0; i != 12; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
-}
-
-TEST(MessageParameters, PointerThatIsNoTextIsNotTakenForABool) {
-    EXPECT_TRUE(IsParameter<const char*> && IsParameter<const unsigned short*> && IsParameter<bool>);
-    EXPECT_FALSE(IsParameter<const wchar_t*>);
-    EXPECT_FALSE(IsParameter<const char16_t*>);
-    EXPECT_FALSE(IsParameter<const char8_t*>);
-    EXPECT_FALSE(IsParameter<unsigned char*>);
-    EXPECT_FALSE(IsParameter<void*>);
-    EXPECT_FALSE(IsParameter<Message*>);
-}
-
-TEST(MessageParameters, ThousandsKeepTheirOrder) {
-    Message message;
-    for (int i = 0; i != 5000; ++i) message << i;
-    EXPECT_EQ(test::FindFlaw(&message), nullptr);
-    const Message copy(message);
-    EXPECT_EQ(test::FindFlaw(&copy), nullptr);
-    for (const unsigned int i : {0u, 1u, 9u, 10u, 999u, 4999u}) {
-        EXPECT_EQ(message.GetParameter(i), std::to_string(i));
-        EXPECT_EQ(copy.GetParameter(i), std::to_string(i));
-    }
-    EXPECT_EQ(copy.GetParameter(5000), nullptr);
-}
-
-TEST(MessageParameters, ManipulatorIsCalledOnTheMessage) {
-    Message message;
-    message << [](Message& called) { called.SetDomainAndID(7, 8); } << "x";
-    EXPECT_EQ(message.GetDomain(), 7);
-    EXPECT_STREQ(message.GetParameter(0), "x");
 }
 
 TEST(MessageLocalizedText, EachLanguageHasItsOwn) {

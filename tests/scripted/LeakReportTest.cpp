@@ -229,7 +229,7 @@ TEST_F(LeakReport, TraceIntoAFileThatCannotBeOpenedDoesNothing) {
     TraceCallStack(nullptr, "here"_w);
 }
 
-TEST(DebugOutput, MakesTwoCallsTheSecondWithTheLineEnd) {
+TEST(LeakReportOutput, MakesTwoCallsTheSecondWithTheLineEnd) {
     gDebugOutput.clear();
     OutputDebugString("wide"_w);
     OutputDebugString("narrow");

@@ -231,11 +231,4 @@ TEST(MessageCommand, DeepTreesAreShownInEveryForm) {
     }
 }
 
-TEST(RoadCommand, EndsWithTheRecordInASecondProcess) {
-    const ChildResult child = test::RunChild({ZBASE_COMMAND, "road", ZBASE_SOURCE_DIR "/CMakeLists.txt"});
-    EXPECT_EQ(child.exitCode, 0) << child.errors;
-    EXPECT_NE(child.output.find("<domain>Windows Standard C Library</domain>"), std::string::npos);
-    EXPECT_TRUE(child.output.ends_with("  It came back the same.\n")) << child.output;
-}
-
 }  // namespace

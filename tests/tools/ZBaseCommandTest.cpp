@@ -309,4 +309,11 @@ TEST(RoadCommand, OfAMissingFileShowsThatToo) {
     EXPECT_NE(child.output.find("Cannot open /no/such/file."), std::string::npos);
 }
 
+TEST(RoadCommand, EndsWithTheRecordInASecondProcess) {
+    const ChildResult child = ZBase({"road", ZBASE_SOURCE_DIR "/CMakeLists.txt"});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_NE(child.output.find("<domain>Windows Standard C Library</domain>"), std::string::npos);
+    EXPECT_TRUE(child.output.ends_with("  It came back the same.\n")) << child.output;
+}
+
 }  // namespace

@@ -161,14 +161,14 @@ TEST_P(Hostile, TakesTimeInProportionToItsOctets) {
 }
 
 // It would delay what is complete.
-TEST(Reader, DeferralOfANewerExpatIsTurnedOff) {
+TEST(HostileDocument, DeferralOfANewerExpatIsTurnedOff) {
     gDeferralsTurnedOff = 0;
     ZLiteXML::CreateReader();
     EXPECT_EQ(gDeferralsTurnedOff, 1);
 }
 
 // Long enough for a reader that looks at a token anew with each further MiB.
-TEST(Reader, LongTokensAreLookedAtNoMoreThanThreeTimes) {
+TEST(HostileDocument, LongTokensAreLookedAtNoMoreThanThreeTimes) {
     const std::string filling(24 * kMiB, 'x');
     for (const std::string& document : {"<a><!--" + filling + "--></a>", "<a b='" + filling + "'/>"}) {
         for (const std::size_t piece : {kWhole, std::size_t{65536}}) {
