@@ -161,19 +161,14 @@ void* BufferImplementation::AllocateInside(std::size_t size) {
 }
 
 bool BufferImplementation::EnsureAvailable(std::size_t size) {
-    try {
+    return IsGranted([&] {
         Enter();
         const Leaving leaving(*this);
         if (IsLocked()) return false;
         const std::size_t pieceSize = PieceSize(size);
         if (!Fits(pieceSize)) MakeRoom(pieceSize);
         return true;
-    } catch (const std::bad_alloc&) {
-    } catch (const ExceptionImpl<BufferException>&) {
-    } catch (const ExceptionImpl<ContractManagerAllocException>&) {
-    } catch (const MemGoverningException&) {
-    }
-    return false;
+    });
 }
 
 void BufferImplementation::MakeRoom(std::size_t size) {

@@ -158,18 +158,13 @@ std::size_t BufferLockFreeImplementation::NewChunkSize(std::size_t size) {
 }
 
 bool BufferLockFreeImplementation::EnsureAvailable(std::size_t size) {
-    try {
+    return IsGranted([&] {
         if (IsLocked()) return false;
         const std::size_t pieceSize = PieceSize(size);
         if (pieceSize == 0) return false;
         if (!mSlots.HasRoom(pieceSize)) MakeRoom(pieceSize);
         return true;
-    } catch (const std::bad_alloc&) {
-    } catch (const ExceptionImpl<BufferException>&) {
-    } catch (const ExceptionImpl<ContractManagerAllocException>&) {
-    } catch (const MemGoverningException&) {
-    }
-    return false;
+    });
 }
 
 void BufferLockFreeImplementation::MakeRoom(std::size_t size) {

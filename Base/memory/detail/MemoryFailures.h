@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Base/frame/Exceptions.h>
+
 #include <new>
 
 namespace ZBase {
@@ -15,5 +17,19 @@ public:
 
 /// What a contract answered: throws `ContractManagerAllocException` with that code unless it is 0.
 void CheckContractAnswer(unsigned int code);
+
+/// What `attempt` answers, or false where it fails because memory is refused: by the heap, by the buffer, by
+/// a contract or by a governor. Any other failure passes.
+template <class Attempt>
+bool IsGranted(Attempt attempt) {
+    try {
+        return attempt();
+    } catch (const std::bad_alloc&) {
+    } catch (const ExceptionImpl<BufferException>&) {
+    } catch (const ExceptionImpl<ContractManagerAllocException>&) {
+    } catch (const MemGoverningException&) {
+    }
+    return false;
+}
 
 }  // namespace ZBase
