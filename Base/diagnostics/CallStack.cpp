@@ -1,6 +1,6 @@
-// A snapshot begins five frames inside the caller of the factory, and the walk drops five: the factory, the
-// constructor, `CaptureCurrentThread` and the two of the system's `CallWithOwnContext`. None of them may be
-// inlined or become a jump.
+// A snapshot begins `kDroppedFrames` inside the caller of the factory, and the walk drops as many: those of
+// `CallStackImp`, and those of the system's `CallWithOwnContext`. None of them may be inlined or become a
+// jump.
 
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>

@@ -1,4 +1,5 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
+#include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/CallStackLineImp.h>
 #include <Base/platform/os/DebugHelp.h>
 #include <Base/platform/os/ModuleList.h>
@@ -12,11 +13,35 @@ namespace ZBase {
 
 namespace {
 
+// The entry points: the name, what gives it, and whether that binds the library first. `DbgHelpFunctions` has
+// one of each, in this order.
+#define ZBASE_DEBUG_HELP_ENTRIES(ENTRY)                               \
+    ENTRY(SymFunctionTableAccess64, GetSymFunctionTableAccess, false) \
+    ENTRY(SymGetModuleBase64, GetSymGetModuleBase, false)             \
+    ENTRY(SymGetSymFromAddr64, GetSymGetSymFromAddr, false)           \
+    ENTRY(StackWalk64, GetStackWalk, false)                           \
+    ENTRY(SymGetLineFromAddr64, GetSymGetLineFromAddr, false)         \
+    ENTRY(SymCleanup, GetSymCleanup, false)                           \
+    ENTRY(SymSetOptions, GetSymSetOptions, true)                      \
+    ENTRY(SymInitialize, GetSymInitialize, true)                      \
+    ENTRY(SymGetOptions, GetSymGetOptions, true)                      \
+    ENTRY(SymGetSearchPath, GetSymGetSearchPath, false)               \
+    ENTRY(SymSetSearchPath, GetSymSetSearchPath, false)               \
+    ENTRY(SymEnumerateModules64, GetSymEnumerateModules, false)       \
+    ENTRY(SymLoadModule64, GetSymLoadModule, false)                   \
+    ENTRY(SymGetModuleInfo64, GetSymGetModuleInfo64, false)
+
+#define ZBASE_ONE(NAME, ACCESSOR, BINDS) +1
+constexpr std::size_t kEntries = 0 ZBASE_DEBUG_HELP_ENTRIES(ZBASE_ONE);
+#undef ZBASE_ONE
+static_assert(sizeof(DbgHelpFunctions) == (kEntries + 1) * sizeof(void*));  // and the library's handle
+
 constexpr unsigned long kCapturedFrames = 40;
 constexpr unsigned long kTopFrames = 128;
-constexpr unsigned int kDroppedFrames = 5;
+constexpr unsigned int kDroppedFrames = kFramesOfSnapshot + os::kFramesOfOwnContext;
 constexpr std::size_t kUsualFrames = 32;
 constexpr unsigned int kPathUnits = 260;
+static_assert(kDroppedFrames == 5);  // of other threads, too, whose callers count on it
 
 // Deferred loading, lines, the nearest symbol, modules of 32 bits.
 constexpr std::uint32_t kSymbolOptions = 0x2034;
@@ -108,20 +133,10 @@ bool DbgHelpBuilder::LoadDbgHelpFunctions() {
     // What an earlier try had is closed behind it, so that entries which were given out stay.
     void* const earlier = std::exchange(f.mpLibrary, os::OpenDebugHelp());
     if (earlier != nullptr) os::CloseDebugHelp(earlier);
-    bool isWhole = Resolve(f.mpLibrary, "SymFunctionTableAccess64", f.mpSymFunctionTableAccess64);
-    isWhole &= Resolve(f.mpLibrary, "SymGetModuleBase64", f.mpSymGetModuleBase64);
-    isWhole &= Resolve(f.mpLibrary, "SymGetSymFromAddr64", f.mpSymGetSymFromAddr64);
-    isWhole &= Resolve(f.mpLibrary, "StackWalk64", f.mpStackWalk64);
-    isWhole &= Resolve(f.mpLibrary, "SymGetLineFromAddr64", f.mpSymGetLineFromAddr64);
-    isWhole &= Resolve(f.mpLibrary, "SymCleanup", f.mpSymCleanup);
-    isWhole &= Resolve(f.mpLibrary, "SymSetOptions", f.mpSymSetOptions);
-    isWhole &= Resolve(f.mpLibrary, "SymInitialize", f.mpSymInitialize);
-    isWhole &= Resolve(f.mpLibrary, "SymGetOptions", f.mpSymGetOptions);
-    isWhole &= Resolve(f.mpLibrary, "SymGetSearchPath", f.mpSymGetSearchPath);
-    isWhole &= Resolve(f.mpLibrary, "SymSetSearchPath", f.mpSymSetSearchPath);
-    isWhole &= Resolve(f.mpLibrary, "SymEnumerateModules64", f.mpSymEnumerateModules64);
-    isWhole &= Resolve(f.mpLibrary, "SymLoadModule64", f.mpSymLoadModule64);
-    isWhole &= Resolve(f.mpLibrary, "SymGetModuleInfo64", f.mpSymGetModuleInfo64);
+    bool isWhole = true;
+#define ZBASE_RESOLVE(NAME, ACCESSOR, BINDS) isWhole &= Resolve(f.mpLibrary, #NAME, f.mp##NAME);
+    ZBASE_DEBUG_HELP_ENTRIES(ZBASE_RESOLVE)
+#undef ZBASE_RESOLVE
     // Meant: a library that is not there is bound, with all entries null.
     return isWhole || f.mpLibrary == nullptr;
 }
@@ -252,51 +267,13 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
     while (size != 0) *out++ = found[--size];
 }
 
-SymFunctionTableAccess64Function DbgHelpBuilder::GetSymFunctionTableAccess() {
-    return mFunctions.mpSymFunctionTableAccess64;
-}
-SymGetModuleBase64Function DbgHelpBuilder::GetSymGetModuleBase() {
-    return mFunctions.mpSymGetModuleBase64;
-}
-SymGetSymFromAddr64Function DbgHelpBuilder::GetSymGetSymFromAddr() {
-    return mFunctions.mpSymGetSymFromAddr64;
-}
-StackWalk64Function DbgHelpBuilder::GetStackWalk() {
-    return mFunctions.mpStackWalk64;
-}
-SymGetLineFromAddr64Function DbgHelpBuilder::GetSymGetLineFromAddr() {
-    return mFunctions.mpSymGetLineFromAddr64;
-}
-SymCleanupFunction DbgHelpBuilder::GetSymCleanup() {
-    return mFunctions.mpSymCleanup;
-}
-SymSetOptionsFunction DbgHelpBuilder::GetSymSetOptions() {
-    if (mBound == 0) Bind();
-    return mFunctions.mpSymSetOptions;
-}
-SymInitializeFunction DbgHelpBuilder::GetSymInitialize() {
-    if (mBound == 0) Bind();
-    return mFunctions.mpSymInitialize;
-}
-SymGetOptionsFunction DbgHelpBuilder::GetSymGetOptions() {
-    if (mBound == 0) Bind();
-    return mFunctions.mpSymGetOptions;
-}
-SymGetSearchPathFunction DbgHelpBuilder::GetSymGetSearchPath() {
-    return mFunctions.mpSymGetSearchPath;
-}
-SymSetSearchPathFunction DbgHelpBuilder::GetSymSetSearchPath() {
-    return mFunctions.mpSymSetSearchPath;
-}
-SymEnumerateModules64Function DbgHelpBuilder::GetSymEnumerateModules() {
-    return mFunctions.mpSymEnumerateModules64;
-}
-SymLoadModule64NarrowFunction DbgHelpBuilder::GetSymLoadModule() {
-    return mFunctions.mpSymLoadModule64;
-}
-SymGetModuleInfo64Function DbgHelpBuilder::GetSymGetModuleInfo64() {
-    return mFunctions.mpSymGetModuleInfo64;
-}
+#define ZBASE_GIVE(NAME, ACCESSOR, BINDS)                             \
+    decltype(DbgHelpFunctions::mp##NAME) DbgHelpBuilder::ACCESSOR() { \
+        if ((BINDS) && mBound == 0) Bind();                           \
+        return mFunctions.mp##NAME;                                   \
+    }
+ZBASE_DEBUG_HELP_ENTRIES(ZBASE_GIVE)
+#undef ZBASE_GIVE
 
 void InitializeDBGHelpBuilder() {
     gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();

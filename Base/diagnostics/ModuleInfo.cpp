@@ -1,6 +1,6 @@
 #include <Base/diagnostics/ModuleInfo.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
-#include <Base/diagnostics/detail/ReportText.h>
+#include <Base/diagnostics/detail/LineText.h>
 #include <Base/platform/os/ModuleList.h>
 
 #include <algorithm>

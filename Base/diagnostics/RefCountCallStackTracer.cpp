@@ -3,8 +3,8 @@
 
 #include <Base/diagnostics/RefCountCallStackTracer.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
+#include <Base/diagnostics/detail/LineText.h>
 #include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
-#include <Base/diagnostics/detail/ReportText.h>
 #include <Base/frame/Threads.h>
 #include <Base/frame/detail/Utf8Path.h>
 #include <Base/platform/DebugOutput.h>
@@ -18,8 +18,8 @@ namespace ZBase {
 
 namespace {
 
+using detail::LineText;
 using detail::PointerText;
-using detail::ReportText;
 
 constexpr unsigned int kFirstReportedLine = 6;
 constexpr unsigned int kFirstTracedLine = 5;
@@ -60,7 +60,7 @@ void Report(std::string& text, WideString& line, const CallStack* stack) {
     for (std::size_t i = kFirstReportedLine; i < lines.size(); ++i) {
         line.clear();
         lines[i].AppendText(line);
-        text.append("\t\t").append(ReportText(line.c_str())).append("\n");
+        text.append("\t\t").append(LineText(line.c_str())).append("\n");
         (DebuggerText() << "\t\t" << line << "\n").Tell();
     }
 }
@@ -109,7 +109,7 @@ void RefCountCallStackTracerImp::ReportLeaks() {
     std::ofstream file(detail::Utf8Path(mPath), std::ios::app);
     if (!file) return;
     const std::string process = "Proc<" + std::to_string(GetCurrentProcessID()) + ">: ";
-    const std::string label = ReportText(mLabel.c_str());
+    const std::string label = LineText(mLabel.c_str());
     const std::string count = std::to_string(mInstances.size());
     file << process + "******<" + label + ">: Number of leaked objects = " + count + "\n" << std::flush;
     (DebuggerText() << "******<" << mLabel << ">: Number of leaked objects = " << count << ":\n").Tell();
@@ -146,10 +146,10 @@ RefCountCallStackTracer* CreateRefCountCallStackTracer(const unsigned short* lab
 void TraceCallStack(const char* path, const unsigned short* label) {
     std::ofstream file(detail::Utf8Path(path == nullptr ? "" : path), std::ios::app);
     if (!file) return;
-    file << std::string("**<").append(ReportText(label)).append(">**:\n");
+    file << std::string("**<").append(LineText(label)).append(">**:\n");
     const OwnedCallStack stack(CreateCallStack(nullptr));
     for (unsigned int i = kFirstTracedLine; stack != nullptr && i < stack->GetLineCount(); ++i)
-        file << std::string("\t").append(ReportText(stack->GetLine(i).GetText())).append("\n") << std::flush;
+        file << std::string("\t").append(LineText(stack->GetLine(i).GetText())).append("\n") << std::flush;
 }
 
 }  // namespace ZBase

@@ -14,6 +14,9 @@ namespace detail {
 struct HeldAtFork;
 }
 
+/// Frames of a snapshot above `CallWithOwnContext`: the factory, the constructor, `CaptureCurrentThread`.
+inline constexpr unsigned int kFramesOfSnapshot = 3;
+
 class CallStackImp final : public CallStack {
 public:
     /// A plain lock that its holder may take again. Assignment copies its raw octets, without locking.

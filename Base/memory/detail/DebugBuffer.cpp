@@ -1,5 +1,5 @@
 #include <Base/diagnostics/CallStack.h>
-#include <Base/diagnostics/detail/ReportText.h>
+#include <Base/diagnostics/detail/LineText.h>
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/WideLiteral.h>
 #include <Base/memory/BufferGrowth.h>

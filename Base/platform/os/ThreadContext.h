@@ -27,8 +27,9 @@ inline constexpr std::uint32_t kThreadGetContext = 8;
 /// Stores the general registers as the caller sees them when the call returns. No heap, no lock.
 void CaptureContext(ThreadContext* context);
 
-/// Calls `filter(argument, context)` with a register state of the calling thread two frames further in than
-/// the caller of this function; those frames stay in place meanwhile.
+/// Calls `filter(argument, context)` with a register state of the calling thread so many frames further in
+/// than the caller of this function; those frames stay in place meanwhile.
+inline constexpr unsigned int kFramesOfOwnContext = 2;
 void CallWithOwnContext(void (*filter)(void* argument, ThreadContext& context), void* argument);
 
 // Threads are named by handle: the native handle of `std::thread`, or what `OpenThread` gives.

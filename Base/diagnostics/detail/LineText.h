@@ -9,7 +9,8 @@ namespace ZBase::detail {
 std::string PointerText(std::uint64_t address);
 std::string PointerText(const void* address);
 
-/// A wide text as reports hold it: UTF-8, what is no character replaced. Null is empty.
-std::string ReportText(const unsigned short* text);
+/// A wide text as a line of a report holds it: UTF-8, with U+FFFD for each unit that is no character. Null is
+/// empty.
+std::string LineText(const unsigned short* text);
 
 }  // namespace ZBase::detail

@@ -1,4 +1,4 @@
-#include <Base/diagnostics/detail/ReportText.h>
+#include <Base/diagnostics/detail/LineText.h>
 #include <Base/frame/WideString.h>
 #include <Base/text/UnicodeConversions.h>
 
@@ -16,7 +16,7 @@ std::string PointerText(const void* address) {
     return PointerText(reinterpret_cast<std::uint64_t>(address));
 }
 
-std::string ReportText(const unsigned short* text) {
+std::string LineText(const unsigned short* text) {
     const unsigned short* end = text;
     while (end != nullptr && *end != 0 && *end < 0x80) ++end;
     if (end == nullptr || *end == 0) return std::string(text, end);  // plain, as nearly all are
