@@ -7,16 +7,8 @@
 namespace ZBase::detail {
 namespace {
 
-bool IsOdd(const void* address) {
-    return (reinterpret_cast<std::uintptr_t>(address) & 1u) != 0;
-}
-
 unsigned char* WideTextStart(Record& record) {
-    return record.Payload() + (IsOdd(record.Payload()) ? 1 : 0);
-}
-
-const unsigned char* WideTextStart(const Record& record) {
-    return record.Payload() + (IsOdd(record.Payload()) ? 1 : 0);
+    return reinterpret_cast<unsigned char*>(const_cast<unsigned short*>(WideText(record)));
 }
 
 Block* NewBlock(std::uint32_t capacity) {
@@ -29,7 +21,7 @@ Block* NewBlock(std::uint32_t capacity) {
 
 void CopyWideText(const Record& source, Record& destination) {
     const std::size_t maxSize = source.PayloadSize() - WideTextPayloadSize(0);
-    const unsigned char* text = WideTextStart(source);
+    const auto* text = reinterpret_cast<const unsigned char*>(WideText(source));
     std::size_t size = 0;
     while (size < maxSize && (text[size] | text[size + 1]) != 0) size += 2;
     std::memcpy(WideTextStart(destination), text, size);
@@ -242,10 +234,6 @@ bool Holds(const Block& first, const void* address) {
         if (place >= start && place - start < block->capacity) return true;
     }
     return false;
-}
-
-const unsigned short* WideText(const Record& record) {
-    return reinterpret_cast<const unsigned short*>(WideTextStart(record));
 }
 
 void WriteWideText(Record& record, const unsigned short* text, std::size_t length) {

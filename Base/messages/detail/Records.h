@@ -305,8 +305,14 @@ bool PutAside(Block& block, Block& aside);
 /// Whether an address lies in one of the blocks.
 bool Holds(const Block& first, const void* address);
 
+inline bool IsOdd(const void* address) {
+    return (reinterpret_cast<std::uintptr_t>(address) & 1u) != 0;
+}
+
 /// The wide text of a record of `TAG_WIDE_MESSAGE`.
-const unsigned short* WideText(const Record& record);
+inline const unsigned short* WideText(const Record& record) {
+    return reinterpret_cast<const unsigned short*>(record.Payload() + (IsOdd(record.Payload()) ? 1 : 0));
+}
 void WriteWideText(Record& record, const unsigned short* text, std::size_t length);
 
 /// The payload that `length` units need wherever they come to lie.

@@ -1,38 +1,21 @@
 #include "RecordView.h"
 #include "tools/zbase/terminal/Console.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <vector>
+#include <Base/messages/detail/Records.h>
 
-// The layout that is read here: a block is a header of 16 bytes (capacity, free, next block) and records back
-// to back; a record is its length in 4 bytes, a tag, and a payload. All numbers are little-endian, at any
-// address.
+#include <algorithm>
+#include <vector>
 
 namespace {
 
 using ZBase::Message;
-
-constexpr std::size_t kBlockHeader = 16;
-constexpr std::size_t kRecordHead = 5;
-
-template <class Number>
-Number Read(const unsigned char* at) {
-    Number number;
-    std::memcpy(&number, at, sizeof number);
-    return number;
-}
-
-struct Block {
-    std::uint32_t capacity;
-    std::uint32_t free;
-    const unsigned char* next;
-};
-
-Block ReadBlock(const unsigned char* at) {
-    return {Read<std::uint32_t>(at), Read<std::uint32_t>(at + 4), Read<const unsigned char*>(at + 8)};
-}
+using ZBase::detail::Block;
+using ZBase::detail::BlockOf;
+using ZBase::detail::Header;
+using ZBase::detail::Record;
+using ZBase::detail::RecordWalker;
+using ZBase::detail::WideText;
+using enum ZBase::detail::ETag;
 
 std::string Quoted(const std::string& text) {
     std::string quoted = "\"";
@@ -40,39 +23,40 @@ std::string Quoted(const std::string& text) {
     return quoted + "\"";
 }
 
-std::string QuotedNarrow(const unsigned char* text) {
-    return Quoted(reinterpret_cast<const char*>(text));
+std::string DescribeHeader(const Record& record) {
+    const auto& header = record.As<Header>();
+    return "id " + std::to_string(header.id) + ", domain " + std::to_string(header.domain) +
+           ", numbers in base " + std::to_string(header.radix) + ", width " + std::to_string(header.width);
 }
 
-std::string QuotedWide(const unsigned char* payload) {
-    const bool odd = reinterpret_cast<std::uintptr_t>(payload) % 2 != 0;
-    return Quoted(Narrow(reinterpret_cast<const unsigned short*>(payload + (odd ? 1 : 0))));
+std::string DescribeText(const Record& record) {
+    return Quoted(record.Text());
 }
 
-std::string DescribeHeader(const unsigned char* payload) {
-    return "id " + std::to_string(Read<std::int32_t>(payload)) + ", domain " +
-           std::to_string(Read<std::uint16_t>(payload + 4)) + ", numbers in base " +
-           std::to_string(payload[6]) + ", width " + std::to_string(payload[7]);
+std::string DescribeLocalizedText(const Record& record) {
+    const auto& text = record.As<ZBase::detail::LocalizedText>();
+    return "language " + std::to_string(text.language) + " " + Quoted(text.Text());
+}
+
+std::string DescribeWideText(const Record& record) {
+    return Quoted(Narrow(WideText(record)));
 }
 
 struct Kind {
-    unsigned char tag;
+    ZBase::detail::ETag tag;
     const char* name;
-    std::string (*describe)(const unsigned char* payload);
+    std::string (*describe)(const Record& record);
 };
 
 const Kind kKinds[] = {
-    {0, "deleted", nullptr},
-    {1, "header", DescribeHeader},
-    {2, "template", QuotedNarrow},
-    {3, "parameter", QuotedNarrow},
-    {4, "same level", nullptr},
-    {5, "lower level", nullptr},
-    {6, "localized text",
-     [](const unsigned char* payload) {
-         return "language " + std::to_string(Read<std::uint16_t>(payload)) + " " + QuotedNarrow(payload + 2);
-     }},
-    {15, "wide message", QuotedWide},
+    {TAG_DELETED, "deleted", nullptr},
+    {TAG_HEADER, "header", DescribeHeader},
+    {TAG_TEMPLATE, "template", DescribeText},
+    {TAG_PARAMETER, "parameter", DescribeText},
+    {TAG_SAME_LEVEL, "same level", nullptr},
+    {TAG_LOWER_LEVEL, "lower level", nullptr},
+    {TAG_LOCALIZED_TEXT, "localized text", DescribeLocalizedText},
+    {TAG_WIDE_MESSAGE, "wide message", DescribeWideText},
 };
 
 const Kind& KindOf(unsigned char tag) {
@@ -87,38 +71,24 @@ std::string Column(std::string text, std::size_t width) {
     return text;
 }
 
-void PrintBlocks(const unsigned char* block, const std::string& indent) {
-    for (bool first = true; block != nullptr; first = false) {
-        const Block head = ReadBlock(block);
-        Print(indent + Styled(first ? "block" : "heap block", "2") + " of " + std::to_string(head.capacity) +
-              " bytes, " + std::to_string(head.free) + " free\n");
-        const std::size_t used = head.capacity - head.free;
-        for (std::size_t offset = kBlockHeader; offset < used;) {
-            const unsigned char* record = block + offset;
-            const auto length = Read<std::uint32_t>(record);
-            const Kind& kind = KindOf(record[4]);
-            const unsigned char* payload = record + kRecordHead;
-            Print(indent + Column(std::to_string(offset), 6) + Column(std::to_string(length), 6) + "  " +
-                  Styled(kind.name, "36") + (kind.describe == nullptr ? "" : "  " + kind.describe(payload)) +
-                  "\n");
-            if (kind.tag == 4 || kind.tag == 5) PrintBlocks(payload, indent + "              ");
-            offset += length;
-        }
-        block = head.next;
-    }
+void PrintBlock(const Block& block, const char* name, const std::string& indent) {
+    Print(indent + Styled(name, "2") + " of " + std::to_string(block.capacity) + " bytes, " +
+          std::to_string(block.free) + " free\n");
 }
 
-// Calls `visit` with the payload of each record of a tag.
-template <class Visitor>
-void ForEachRecord(const Message& message, unsigned char tag, Visitor visit) {
-    for (auto* block = reinterpret_cast<const unsigned char*>(&message); block != nullptr;) {
-        const Block head = ReadBlock(block);
-        const std::size_t used = head.capacity - head.free;
-        for (std::size_t offset = kBlockHeader; offset < used;
-             offset += Read<std::uint32_t>(block + offset)) {
-            if (block[offset + 4] == tag) visit(reinterpret_cast<const char*>(block + offset + kRecordHead));
-        }
-        block = head.next;
+void PrintBlocks(const Block& first, const std::string& indent) {
+    const Block* block = &first;
+    PrintBlock(first, "block", indent);
+    RecordWalker walker(first);
+    while (const Record* record = walker.Next()) {
+        for (; block != &walker.CurrentBlock(); block = block->next)
+            PrintBlock(*block->next, "heap block", indent);
+        const Kind& kind = KindOf(record->tag);
+        Print(indent + Column(std::to_string(walker.PlaceOf(*record).offset), 6) +
+              Column(std::to_string(record->length), 6) + "  " + Styled(kind.name, "36") +
+              (kind.describe == nullptr ? "" : "  " + kind.describe(*record)) + "\n");
+        if (kind.tag == TAG_SAME_LEVEL || kind.tag == TAG_LOWER_LEVEL)
+            PrintBlocks(record->As<Block>(), indent + "              ");
     }
 }
 
@@ -126,9 +96,12 @@ void ForEachRecord(const Message& message, unsigned char tag, Visitor visit) {
 
 std::vector<LocalizedText> LocalizedTexts(const Message& message) {
     std::vector<LocalizedText> texts;
-    ForEachRecord(message, 6, [&](const char* payload) {
-        texts.push_back({Read<std::uint16_t>(reinterpret_cast<const unsigned char*>(payload)), payload + 2});
-    });
+    RecordWalker walker(BlockOf(message));
+    while (const Record* record = walker.Next()) {
+        if (record->tag != TAG_LOCALIZED_TEXT) continue;
+        const auto& text = record->As<ZBase::detail::LocalizedText>();
+        texts.push_back({text.language, text.Text()});
+    }
     return texts;
 }
 
@@ -148,5 +121,5 @@ void PrintTree(const Message& message) {
 }
 
 void PrintRecords(const Message& message) {
-    PrintBlocks(reinterpret_cast<const unsigned char*>(&message), "  ");
+    PrintBlocks(BlockOf(message), "  ");
 }
