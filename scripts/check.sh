@@ -1,6 +1,6 @@
 #!/bin/bash
-# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "bare",
-# "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, and "docs", which needs a browser.
+# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "windows",
+# "bare", "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, and "docs", which needs a browser.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
@@ -59,6 +59,11 @@ check_headers() {
 check_portability() {
     quietly "Compiling the logic for another system" each x86_64-w64-mingw32-g++-posix -std=c++20 -DZBASE_BUILDING \
         -Wall -Wextra -Wconversion -Wshadow -Werror -I. -fsyntax-only < <(sources 'Base/*.cpp' | grep -v /os/)
+}
+
+# All of it for 64-bit Windows, and its tests under Wine.
+check_windows() {
+    scripts/test.sh --preset windows
 }
 
 check_exports() {
@@ -156,7 +161,7 @@ check_tidy() {
     cmake --preset clang >/dev/null
     # What the configuration leaves out has no compile command.
     quietly "Analysing" each clang-tidy-16 --quiet -p build/clang \
-        < <(sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v /off/)
+        < <(sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v -e /off/ -e /windows/)
 }
 
 check_sanitizers() {

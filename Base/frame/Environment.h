@@ -5,6 +5,11 @@
 
 #include <cstdint>
 
+#if defined(_WIN32)  // <windows.h> has macros of these names
+#pragma push_macro("SetEnvironmentVariable")
+#undef SetEnvironmentVariable
+#endif
+
 namespace ZBase {
 
 // The environment of the process. Names and values are wide text and pass the system as UTF-8, bad units
@@ -24,4 +29,18 @@ ZBASE_API void SetEnvironmentVariable(const unsigned short* name, const unsigned
 /// set, begins with no number or goes beyond 64 bits. Never throws.
 ZBASE_API std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue);
 
+#if defined(_WIN32)
+// What the calls are named by the macros of <windows.h>.
+inline void SetEnvironmentVariableA(const unsigned short* name, const unsigned short* value) {
+    SetEnvironmentVariable(name, value);
+}
+inline void SetEnvironmentVariableW(const unsigned short* name, const unsigned short* value) {
+    SetEnvironmentVariable(name, value);
+}
+#endif
+
 }  // namespace ZBase
+
+#if defined(_WIN32)
+#pragma pop_macro("SetEnvironmentVariable")
+#endif

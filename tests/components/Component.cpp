@@ -31,19 +31,19 @@ Initialiser* gpInitialiser = nullptr;  // held by whoever asked for it
 
 extern "C" {
 
-ZBASE_API void SetLog(component::Log log) {
+COMPONENT_API void SetLog(component::Log log) {
     gLog = log;
 }
 
-ZBASE_API void GiveNull() {
+COMPONENT_API void GiveNull() {
     gGivesNull = true;
 }
 
-ZBASE_API void GiveAnother() {
+COMPONENT_API void GiveAnother() {
     gGivesAnother = true;
 }
 
-ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
+COMPONENT_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
     Tell("asked");
     if (gGivesNull) return nullptr;
     if (gpInitialiser == nullptr || gGivesAnother) gpInitialiser = new Initialiser;
@@ -51,7 +51,7 @@ ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
     return gpInitialiser;
 }
 
-ZBASE_API int AddOne(int number) {
+COMPONENT_API int AddOne(int number) {
     return number + 1;
 }
 }

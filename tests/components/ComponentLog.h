@@ -4,6 +4,13 @@
 
 #include <cstddef>
 
+// What a component exports.
+#if defined(_WIN32)
+#define COMPONENT_API __declspec(dllexport)
+#else
+#define COMPONENT_API [[gnu::visibility("default")]]
+#endif
+
 namespace component {
 
 using Log = void (*)(const char* what);

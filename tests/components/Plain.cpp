@@ -14,11 +14,11 @@ extern "C" {
 
 int AddOne(int number);  // of Component
 
-ZBASE_API void SetLog(component::Log log) {
+COMPONENT_API void SetLog(component::Log log) {
     gLog = log;
 }
 
-ZBASE_API int AddTwo(int number) {
+COMPONENT_API int AddTwo(int number) {
     return AddOne(AddOne(number));
 }
 }

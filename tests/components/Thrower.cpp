@@ -4,15 +4,17 @@
 
 #include <stdexcept>
 
+#include "tests/components/ComponentLog.h"
+
 static int gKind = 0;
 
 extern "C" {
 
-ZBASE_API void SetKind(int kind) {
+COMPONENT_API void SetKind(int kind) {
     gKind = kind;
 }
 
-ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
+COMPONENT_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
     switch (gKind) {
         case 0:
             throw ZBase::Message(7, 8, "not today");

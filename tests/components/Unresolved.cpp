@@ -2,11 +2,13 @@
 
 #include <Base/frame/Api.h>
 
+#include "tests/components/ComponentLog.h"
+
 extern "C" {
 
 int NobodyHasThisFunction();
 
-ZBASE_API int Run() {
+COMPONENT_API int Run() {
     return NobodyHasThisFunction();
 }
 }

@@ -5,26 +5,28 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tests/components/ComponentLog.h"
+
 static std::uint64_t gUsed = 0;
 static std::uint64_t gTotal = 0;
 static int gAnswer = 1;
 
 extern "C" {
 
-ZBASE_API void SetFigures(std::uint64_t used, std::uint64_t total, int answer) {
+COMPONENT_API void SetFigures(std::uint64_t used, std::uint64_t total, int answer) {
     gUsed = used;
     gTotal = total;
     gAnswer = answer;
 }
 
-ZBASE_API int MemProcessInfo2(std::uint64_t* words) {
+COMPONENT_API int MemProcessInfo2(std::uint64_t* words) {
     for (std::uint64_t i = 0; i != 14; ++i) words[i] = 0x1000000010000 * (i + 1) + i;
     words[7] = gUsed;
     words[8] = gTotal;
     return gAnswer;
 }
 
-ZBASE_API std::size_t ShrinkCache(std::size_t size) {
+COMPONENT_API std::size_t ShrinkCache(std::size_t size) {
     return size / 2;
 }
 }

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "tests/support/Allocations.h"
+#include "tests/support/System.h"
 
 namespace {
 
@@ -15,8 +16,8 @@ using ZBase::WideString;
 
 class EnvironmentFunctions : public testing::Test {
 protected:
-    void SetUp() override { unsetenv("ZBASE_TEST"); }
-    void TearDown() override { unsetenv("ZBASE_TEST"); }
+    void SetUp() override { test::SetVariable("ZBASE_TEST", nullptr); }
+    void TearDown() override { test::SetVariable("ZBASE_TEST", nullptr); }
 };
 
 TEST_F(EnvironmentFunctions, UnsetNameIsEmptyOrNull) {
@@ -79,10 +80,9 @@ TEST_F(EnvironmentFunctions, BadUnitsAreReplacedOnTheWayIn) {
 }
 
 TEST_F(EnvironmentFunctions, BadOctetsAreReplacedOnTheWayOut) {
-    setenv("ZBASE_TEST",
-           "a\xE9"
-           "b\xC0\x80\xE2\x82",
-           1);
+    test::SetVariable("ZBASE_TEST",
+                      "a\xE9"
+                      "b\xC0\x80\xE2\x82");
     EXPECT_EQ(WideString(ZBase::ReadEnvironmentVariable("ZBASE_TEST"_w).c_str()),
               WideString("a\uFFFDb\uFFFD\uFFFD\uFFFD\uFFFD"_w));
 }
@@ -102,7 +102,7 @@ TEST_F(EnvironmentFunctions, WantOfMemoryIsThrownAndNothingLeaks) {
 }
 
 TEST_F(EnvironmentFunctions, NumberIsTheDefaultWhereEvenTheFailureFindsNoMemory) {
-    setenv("ZBASE_TEST", "abc", 1);
+    test::SetVariable("ZBASE_TEST", "abc");
     const std::size_t failures = test::ForEachFailingAllocation(
         [] { EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("ZBASE_TEST", 5), 5); });
     EXPECT_GE(failures, 1u);
@@ -129,10 +129,10 @@ class NumericEnvironmentVariable : public testing::TestWithParam<NumericCase> {}
 constexpr std::int64_t kDefault = -777;
 
 TEST_P(NumericEnvironmentVariable, IsTheNumberInFrontOrTheDefault) {
-    unsetenv("ZBASE_TEST");
-    if (GetParam().value != nullptr) setenv("ZBASE_TEST", GetParam().value, 1);
+    test::SetVariable("ZBASE_TEST", nullptr);
+    if (GetParam().value != nullptr) test::SetVariable("ZBASE_TEST", GetParam().value);
     EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("ZBASE_TEST", kDefault), GetParam().expected);
-    unsetenv("ZBASE_TEST");
+    test::SetVariable("ZBASE_TEST", nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(

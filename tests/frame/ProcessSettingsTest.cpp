@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/System.h"
+
 namespace {
 
 TEST(ContainerPath, IsEmptyAndNotNullUntilItIsSet) {
@@ -35,7 +37,7 @@ TEST(ProcessLocale, IsWhatTheProcessIsIn) {
 TEST(PageSize, IsTheSystemsOwn) {
     std::size_t size = 0;
     EXPECT_TRUE(ZBase::GetSymPageSize(&size));
-    EXPECT_EQ(size, static_cast<std::size_t>(getpagesize()));
+    EXPECT_EQ(size, test::PageSize());
 }
 
 TEST(PageSize, IsToldToNobodyAsWell) {
@@ -44,7 +46,7 @@ TEST(PageSize, IsToldToNobodyAsWell) {
 
 TEST(Identifiers, AreTheSystemsOwn) {
     EXPECT_EQ(ZBase::GetCurrentProcessID(), static_cast<unsigned int>(getpid()));
-    EXPECT_EQ(ZBase::GetCurrentThreadID(), static_cast<unsigned long>(gettid()));
+    EXPECT_EQ(ZBase::GetCurrentThreadID(), test::ThreadId());
     EXPECT_EQ(ZBase::GetCurrentThreadIDNative(), ZBase::GetCurrentThreadID());
 }
 

@@ -54,9 +54,9 @@ TEST_P(AnyBuffer, BlockSizeOfZeroMeansTheDefaultAtTheTimeOfTheCall) {
 }
 
 TEST_P(AnyBuffer, DefaultBlockSizeIsThatOfTheEnvironmentAtLoad) {
-    ::setenv("ZENT_BUFFER_BLOCK_SIZE", "8192", 1);
+    SetEnvironmentVariable("ZENT_BUFFER_BLOCK_SIZE"_w, "8192"_w);
     EXPECT_EQ(Make({.initialBlocks = 1, .blockSize = 0})->GetTotalBytes(), 4096u);
-    ::unsetenv("ZENT_BUFFER_BLOCK_SIZE");
+    SetEnvironmentVariable("ZENT_BUFFER_BLOCK_SIZE"_w, nullptr);
 }
 
 TEST_P(AnyBuffer, WithoutInitialBlocksThereIsNoMemoryUntilTheFirstPiece) {

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <malloc.h>
 #include <fstream>
 #include <string>
 
 #include "tests/support/MessageBytes.h"
 #include "tests/support/MessageTrees.h"
+#include "tests/support/PeakMemory.h"
 #include "tests/support/XmlDocuments.h"
 
 // Documents that somebody wrote to harm the reader: each ends in an error or in a message that is what the
@@ -54,26 +54,11 @@ bool Read(const std::string& document) {
     return taken;
 }
 
-// The peak of this process's memory since `PeakFromNowOn`, in bytes.
-std::size_t Peak() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) * 1024;
-    }
-    return 0;
-}
-
-std::size_t PeakFromNowOn() {
-    malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << "5";
-    return Peak();
-}
-
 std::size_t PeakAbove(std::size_t before) {
 #if defined(__SANITIZE_ADDRESS__)
     return before * 0;  // the sanitizer holds back what is freed
 #else
-    return Peak() - before;
+    return test::PeakMemory() - before;
 #endif
 }
 
@@ -106,7 +91,7 @@ TEST(MessageXmlHostile, DefaultsOfAttributesAreRefused) {
 TEST(MessageXmlHostile, MillionLevelsAreRefusedWithinLittleMemory) {
     for (const char* name : {"a", "lower_level_message", "same_level_message", "text", "parameter"}) {
         const std::string document = "<m>" + Repeated(StartTag(name), 1000000);
-        const std::size_t before = PeakFromNowOn();
+        const std::size_t before = test::PeakMemoryFromNowOn();
         EXPECT_FALSE(Read(document)) << name;
         EXPECT_LT(PeakAbove(before), kMostForLevels) << name;
     }
@@ -116,7 +101,7 @@ TEST(MessageXmlHostile, MillionLevelsAreReadWithinMemoryInProportionWhereTheyAre
     for (const std::string name : {"a", "lower_level_message", "text"}) {
         const std::string document =
             "<m>" + Repeated(StartTag(name), 1000000) + Repeated(EndTag(name), 1000000) + "</m>";
-        const std::size_t before = PeakFromNowOn();
+        const std::size_t before = test::PeakMemoryFromNowOn();
         Message message;
         test::FromXML(document, message, 65536, {.depth = 1000000});
         EXPECT_LT(PeakAbove(before), 500 * 1000000u) << name;
@@ -127,7 +112,7 @@ TEST(MessageXmlHostile, MillionAttributesAreReadWithinMemoryInProportion) {
     std::string document = "<m><text";
     for (int number = 0; number < 1000000; ++number) document += " a" + std::to_string(number) + "=\"\"";
     document += ">t</text></m>";
-    const std::size_t before = PeakFromNowOn();
+    const std::size_t before = test::PeakMemoryFromNowOn();
     EXPECT_TRUE(Read(document));
     EXPECT_LT(PeakAbove(before), 30 * document.size());
 }
@@ -266,7 +251,7 @@ TEST(MessageXmlHostile, MemoryStaysInProportionToTheDocument) {
             std::string document = nested ? "<m><lower_level_message>" : "<m>";
             document += Repeated(piece, static_cast<int>((4u << 20) / piece.size()));
             document += nested ? "</lower_level_message></m>" : "</m>";
-            const std::size_t before = PeakFromNowOn();
+            const std::size_t before = test::PeakMemoryFromNowOn();
             Message message;
             ASSERT_TRUE(Read(document, message));
             EXPECT_LT(PeakAbove(before), 5 * document.size()) << piece << nested;

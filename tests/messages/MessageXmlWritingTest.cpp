@@ -157,7 +157,7 @@ TEST_F(MessageXmlFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
 }
 
 TEST_F(MessageXmlFile, HoldsTheWholeMessage) {
-    const std::string file = mFolder / "new.xml";
+    const std::string file = (mFolder / "new.xml").string();
     ZBase::SerializeToXML(Message(300, 1, "t"), *ZLiteXML::CreateFileWriter(file.c_str()));
     EXPECT_EQ(ReadAll(file), test::ToXML(Message(300, 1, "t")));
 }

@@ -2,13 +2,12 @@
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/detail/DebugBuffer.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 #include "tests/scripted/ScriptedDebugHelp.h"
@@ -33,9 +32,9 @@ protected:
     void SetUp() override {
         gDebugHelp = {};
         mBefore = std::filesystem::current_path();
-        std::string place = testing::TempDir() + "debugbufXXXXXX";
-        ASSERT_NE(mkdtemp(place.data()), nullptr);
-        mPlace = place;
+        std::random_device random;
+        do mPlace = std::filesystem::temp_directory_path() / ("debugbuf" + std::to_string(random()));
+        while (!std::filesystem::create_directory(mPlace));
         std::filesystem::current_path(mPlace);
     }
     void TearDown() override {
@@ -128,7 +127,7 @@ TEST_F(DebugBufferReport, IsWrittenByEachOperationAndReplacesTheLast) {
 TEST_F(DebugBufferReport, ThatCannotBeWrittenLeavesTheCallAlone) {
     WatchedBuffer buffer;
     buffer.MarkDeleted();
-    ASSERT_EQ(mkdir("DebugBuf.log", 0700), 0);
+    ASSERT_TRUE(std::filesystem::create_directory("DebugBuf.log"));
     EXPECT_NE(buffer.Allocate(8), nullptr);
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace test {
 
@@ -33,7 +34,7 @@ std::size_t PageSize() {
 
 void* AllocatePages(std::size_t size) {
     if (!Answer("allocate", nullptr, size, test::gPages.failingAllocation)) return nullptr;
-    void* const memory = std::aligned_alloc(test::kScriptedPageSize, size);
+    void* const memory = ::operator new(size, std::align_val_t{test::kScriptedPageSize}, std::nothrow);
     if (memory == nullptr) return nullptr;
     ++test::gPages.held;
     return std::memset(memory, 0, size);
@@ -42,7 +43,7 @@ void* AllocatePages(std::size_t size) {
 bool ReleasePages(void* address) {
     test::gPages.calls.push_back({"release", address, 0});
     --test::gPages.held;
-    std::free(address);
+    ::operator delete(address, std::align_val_t{test::kScriptedPageSize});
     return true;
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace test {
@@ -14,9 +14,11 @@ namespace test {
 /// A name for a file of a test; the file is gone with it.
 class TemporaryFile {
 public:
-    TemporaryFile() : mPath(testing::TempDir() + "zbaseXXXXXX") {
-        const int file = mkstemp(mPath.data());
-        if (file >= 0) close(file);
+    TemporaryFile() {
+        std::random_device random;
+        do mPath = (std::filesystem::temp_directory_path() / ("zbase" + std::to_string(random()))).string();
+        while (std::filesystem::exists(mPath));
+        std::ofstream(mPath).close();
     }
     ~TemporaryFile() { std::remove(mPath.c_str()); }
     TemporaryFile(const TemporaryFile&) = delete;

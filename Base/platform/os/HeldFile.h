@@ -31,7 +31,7 @@ private:
 
     // Handles of the system's.
     std::intptr_t mFile = -1;
-    std::intptr_t mName = 0;  // of a directory, where the system can lock none
+    [[maybe_unused]] std::intptr_t mName = 0;  // of a directory, where the system can lock none
 };
 
 }  // namespace ZBase::os

@@ -13,6 +13,15 @@ namespace {
 
 constexpr DWORD kSource = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
 
+// Whether the system has a text, which goes to nobody.
+bool HasText(unsigned int code, unsigned short language) {
+    wchar_t* text = nullptr;
+    const DWORD length = FormatMessageW(kSource | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, code, language,
+                                        reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    LocalFree(text);
+    return length != 0;
+}
+
 // English is the same on every system: the texts of the table. What the table lacks, and what is in another
 // language, is the system's.
 template <class Ch, class FromSystem>
@@ -21,11 +30,12 @@ unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsi
     const bool isEnglish = language == kSystemLanguage || language == kEnglish;
     if (const char* text = isEnglish ? FindCarriedMessage(code) : nullptr)
         return WriteSystemMessage(text, buffer, capacity);
+    const unsigned short served = isEnglish ? kEnglish : language;
     if (buffer == nullptr || capacity == 0) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        SetLastError(HasText(code, served) ? ERROR_INSUFFICIENT_BUFFER : ERROR_MR_MID_NOT_FOUND);
         return 0;
     }
-    const DWORD length = fromSystem(isEnglish ? kEnglish : language);
+    const DWORD length = fromSystem(served);
     if (length == 0 && GetLastError() != ERROR_INSUFFICIENT_BUFFER) SetLastError(ERROR_MR_MID_NOT_FOUND);
     return length;
 }
