@@ -122,7 +122,7 @@ if(children OR components_built)
 endif()
 
 add_library(zbase_os_for_scripts STATIC $<TARGET_OBJECTS:zbase_os>)
-target_link_libraries(zbase_os_for_scripts PUBLIC rpcrt4 advapi32 psapi ws2_32 iphlpapi)
+target_link_libraries(zbase_os_for_scripts PUBLIC rpcrt4 advapi32 psapi ws2_32 iphlpapi ntdll)
 zbase_tests(scripted LIBRARIES zbase_logic zbase_os_for_scripts)
 
 get_property(not_built GLOBAL PROPERTY zbase_not_built)
