@@ -52,7 +52,7 @@ struct Request {
 constinit Request sRequest;
 constinit std::mutex sTurn;
 constinit std::atomic<int> sSignal{0};
-constinit std::atomic<pid_t> sStopped{0};
+constinit std::atomic<void*> sStopped{nullptr};  // the handle that it was stopped by
 [[gnu::tls_model("initial-exec")]] thread_local constinit bool tHolds = false;  // the turn, while it forks
 
 void Wait(std::atomic<std::uint32_t>& word, std::uint32_t value, const timespec* timeout) {
@@ -64,7 +64,8 @@ void Wake(std::atomic<std::uint32_t>& word) {
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
-// Runs on the thread that is asked, wherever it is. No heap, no lock.
+// Runs on the thread that is asked, wherever it is. No heap, no lock. It looks again from time to time: a
+// wake that the system refuses must not hold it for ever.
 void Answer(int, siginfo_t* information, void* context) {
     const int error = errno;
     const auto number = static_cast<std::uint32_t>(information->si_value.sival_int);
@@ -75,8 +76,9 @@ void Answer(int, siginfo_t* information, void* context) {
         const bool stop = sRequest.stop.load();
         sRequest.state.store(Stored);
         Wake(sRequest.state);
+        const timespec poll{0, kPollNanoseconds};
         while (stop && sRequest.state.load() == Stored && sRequest.number.load() == number)
-            Wait(sRequest.state, Stored, nullptr);
+            Wait(sRequest.state, Stored, &poll);
         if (stop) {
             sRequest.state.store(Free);
             Wake(sRequest.state);
@@ -313,7 +315,7 @@ bool SuspendThread(void* thread) {
     sTurn.lock();
     const pid_t id = IdOf(thread);
     if (id != 0 && InstallAnswerForGood() && Ask(id, true)) {
-        sStopped.store(id);
+        sStopped.store(thread);
         return true;
     }
     sTurn.unlock();
@@ -322,11 +324,11 @@ bool SuspendThread(void* thread) {
 }
 
 bool ResumeThread(void* thread) {
-    if (thread == nullptr || IsId(thread) || sStopped.load() == 0 || sStopped.load() != IdOf(thread)) {
+    if (thread == nullptr || sStopped.load() != thread) {
         SetLastCode(kAccessDenied);
         return false;
     }
-    sStopped.store(0);
+    sStopped.store(nullptr);
     LetGo();
     sTurn.unlock();
     return true;
@@ -345,14 +347,14 @@ void ReleaseThreadStops() {
 
 void ForgetThreadStops() {
     tHolds = false;
-    sStopped.store(0);
+    sStopped.store(nullptr);
     sRequest.state.store(Free);
     sRequest.thread.store(0);
     ::new (static_cast<void*>(&sTurn)) std::mutex;
 }
 
 bool IsSuspended(void* thread) {
-    return sStopped.load() != 0 && sStopped.load() == IdOf(thread);
+    return thread != nullptr && sStopped.load() == thread;
 }
 
 bool GetThreadContext(void* thread, ThreadContext& context) {
