@@ -27,4 +27,8 @@ struct FileEntry {
 /// nothing from the heap.
 void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit);
 
+/// Calls `visit` with the name of each directory in it, links left out, as far as it can be read. Takes
+/// nothing from the heap.
+void VisitDirectories(const std::string& directory, const std::function<void(const char*)>& visit);
+
 }  // namespace ZBase::os

@@ -3,6 +3,7 @@
 #include <unistd.h>
 #include <climits>
 #include <cstdlib>
+#include <memory>
 
 namespace ZBase::os {
 
@@ -15,10 +16,9 @@ constexpr std::size_t kNameLength = sizeof "/01234567-0123-0123-0123-0123456789a
 std::string AbsoluteDirectory(const std::string& directory) {
     std::string absolute = directory;
     if (absolute.empty() || absolute[0] != '/') {
-        char* present = getcwd(nullptr, 0);
+        const std::unique_ptr<char, void (*)(void*)> present(getcwd(nullptr, 0), std::free);
         if (present == nullptr) return "";
-        absolute = std::string(present) + "/" + directory;
-        std::free(present);
+        absolute = std::string(present.get()) + "/" + directory;
     }
     return absolute.size() + kNameLength < PATH_MAX ? absolute : "";
 }

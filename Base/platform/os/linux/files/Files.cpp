@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <string_view>
 
 namespace ZBase::os {
 
@@ -20,9 +21,17 @@ bool CreatePrivateDirectory(const unsigned short* path) {
     return mkdir(ToNative(path).c_str(), S_IRWXU) == 0;
 }
 
-void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit) {
+namespace {
+
+// Calls `visit` with the name and the status of all that stands there.
+template <class Visitor>
+void VisitEntries(const std::string& directory, Visitor visit) {
     const int place = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
     if (place < 0) return;
+    const struct Close {
+        int file;
+        ~Close() { close(file); }
+    } closing{place};  // a visitor may throw
     alignas(dirent64) char names[8192];
     ssize_t size = 0;
     while ((size = getdents64(place, names, sizeof names)) > 0) {
@@ -30,13 +39,26 @@ void VisitFiles(const std::string& directory, const std::function<void(const Fil
             const auto* const entry = reinterpret_cast<const dirent64*>(names + at);
             at += entry->d_reclen;
             struct stat file {};
-            if (fstatat(place, entry->d_name, &file, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(file.st_mode))
-                continue;
-            visit({entry->d_name, static_cast<unsigned long long>(file.st_size), file.st_mtim.tv_sec,
-                   static_cast<unsigned int>(file.st_mtim.tv_nsec)});
+            if (fstatat(place, entry->d_name, &file, AT_SYMLINK_NOFOLLOW) == 0) visit(entry->d_name, file);
         }
     }
-    close(place);
+}
+
+}  // namespace
+
+void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit) {
+    VisitEntries(directory, [&](const char* name, const struct stat& file) {
+        if (!S_ISREG(file.st_mode)) return;
+        visit({name, static_cast<unsigned long long>(file.st_size), file.st_mtim.tv_sec,
+               static_cast<unsigned int>(file.st_mtim.tv_nsec)});
+    });
+}
+
+void VisitDirectories(const std::string& directory, const std::function<void(const char*)>& visit) {
+    VisitEntries(directory, [&](const char* name, const struct stat& file) {
+        const std::string_view view = name;
+        if (S_ISDIR(file.st_mode) && view != "." && view != "..") visit(name);
+    });
 }
 
 }  // namespace ZBase::os

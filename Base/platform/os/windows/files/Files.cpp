@@ -3,6 +3,7 @@
 #include <Base/platform/os/windows/files/OwnSecurity.h>
 
 #include <windows.h>
+#include <string_view>
 
 namespace ZBase::os {
 
@@ -39,10 +40,13 @@ bool CreatePrivateDirectory(const unsigned short* path) {
     return owners.Get() != nullptr && CreateDirectoryW(ToSystem(path), owners.Get()) != 0;
 }
 
-// What the system itself needs to look through a directory comes from its own heap.
-void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit) {
-    constexpr DWORD passedOver =
-        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DEVICE;
+namespace {
+
+// Calls `visit` with all that stands there, but for links and devices. What the system itself needs to look
+// through a directory comes from its own heap.
+template <class Visitor>
+void VisitEntries(const std::string& directory, Visitor visit) {
+    constexpr DWORD passedOver = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DEVICE;
     constexpr int kMostOctets = 3 * MAX_PATH;
     wchar_t pattern[0x8000];
     const int length = MultiByteToWideChar(CP_UTF8, 0, directory.c_str(), static_cast<int>(directory.size()),
@@ -55,14 +59,33 @@ void VisitFiles(const std::string& directory, const std::function<void(const Fil
     const HANDLE search =
         FindFirstFileExW(pattern, FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0);
     if (search == INVALID_HANDLE_VALUE) return;
+    const struct Close {
+        HANDLE handle;
+        ~Close() { FindClose(handle); }
+    } closing{search};  // a visitor may throw
     do {
         char name[kMostOctets + 1];
         if ((found.dwFileAttributes & passedOver) != 0 ||
             WideCharToMultiByte(CP_UTF8, 0, found.cFileName, -1, name, sizeof name, nullptr, nullptr) == 0)
             continue;
-        visit(Describe(found, name));
+        visit(found, name);
     } while (FindNextFileW(search, &found) != 0);
-    FindClose(search);
+}
+
+}  // namespace
+
+void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit) {
+    VisitEntries(directory, [&](const WIN32_FIND_DATAW& found, const char* name) {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) visit(Describe(found, name));
+    });
+}
+
+void VisitDirectories(const std::string& directory, const std::function<void(const char*)>& visit) {
+    VisitEntries(directory, [&](const WIN32_FIND_DATAW& found, const char* name) {
+        const std::string_view view = name;
+        const bool isOne = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (isOne && view != "." && view != "..") visit(name);
+    });
 }
 
 }  // namespace ZBase::os
