@@ -96,8 +96,9 @@ WideString Widen(const std::string& ascii) {
 
 }  // namespace
 
-bool InstallCrashHandler() {
-    const std::scoped_lock keys(KeysMutex());
+namespace {
+
+bool ReadAndInstall() {
     gCrash.tables->configPath = FindCrashConfig().c_str();
     if (!ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys))
         return false;
@@ -120,6 +121,17 @@ bool InstallCrashHandler() {
     return true;
 }
 
+}  // namespace
+
+bool InstallCrashHandler() {
+    const std::scoped_lock keys(KeysMutex());
+    try {
+        return ReadAndInstall();
+    } catch (const std::bad_alloc&) {  // nothing throws behind the handler
+        return false;
+    }
+}
+
 bool CreateDump() {
     if (gCrash.handler == nullptr || os::SharesMemory() || !BeginCreateDump()) return false;
     // Whoever unloads clears the handler first and then looks whether a call runs.
@@ -133,12 +145,20 @@ bool SetCrashAttr(const char* key, const char* value, bool overwrite) {
     if (key == nullptr || value == nullptr) return false;
     const std::string narrowKey = KeepAscii(key);
     const std::string narrowValue = KeepAscii(value);
+    WideString wideValue = Widen(narrowValue);
     const std::scoped_lock keys(KeysMutex());
     const auto [place, isNew] = gCrash.tables->keys.try_emplace(Widen(narrowKey));
     if (!isNew && !overwrite) return false;
-    place->second = Widen(narrowValue);
+    place->second.swap(wideValue);
+    const bool wasProduction = gCrash.isProduction;
     if (std::strcmp(key, detail::kProductionKey) == 0 && std::atoi(value) != 0) gCrash.isProduction = true;
-    if (gCrash.handler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
+    try {
+        if (gCrash.handler != nullptr) detail::PrepareCrashKey(detail::ReportName(narrowKey), narrowValue);
+    } catch (const std::bad_alloc&) {  // what no report has is not set
+        gCrash.isProduction = wasProduction;
+        isNew ? void(gCrash.tables->keys.erase(place)) : place->second.swap(wideValue);
+        throw;
+    }
     return true;
 }
 

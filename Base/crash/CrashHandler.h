@@ -6,8 +6,8 @@ namespace ZBase {
 
 /// Reads "crash_report.ini" and, if that switches it on, has every crash of the process dumped and reported
 /// from now on. False, with no new handler and no message, if there is no file, if it says so or leaves a
-/// server out, or if the dump directory can't be made. Call once, early. Another call adds what it reads to
-/// what was read before; `native_dump` and `keep_dump_file` stay true once they are.
+/// server out, if the dump directory can't be made, or if there is no memory. Call once, early. Another call
+/// adds what it reads to what was read before; `native_dump` and `keep_dump_file` stay true once they are.
 ///
 /// A crash ends the process by its signal, once the report was sent; that takes at most 10 seconds for the
 /// dump and 60 for the upload. While it is sent, other threads go on, but for those that crash too and for
@@ -27,7 +27,7 @@ ZBASE_API bool CreateDump();
 /// for a key that is there already unless `overwrite`. The key "customer_dsi" with a number that is not 0
 /// directs reports to `ServerProdURL` from now on. Any thread may call, beside a crash too; a report has the
 /// keys that were set when it is sent. In a name what is not printable, and a quote, is reported as "%" and
-/// its number, and an empty name as "%".
+/// its number, and an empty name as "%". Throws `std::bad_alloc` with nothing changed.
 ZBASE_API bool SetCrashAttr(const char* key, const char* value, bool overwrite);
 
 /// Gives the calling thread, until it ends, the second stack on which its stack overflow can be reported, and

@@ -9,8 +9,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <system_error>
 #include <tuple>
+#include <vector>
 
 namespace ZBase {
 
@@ -56,10 +58,15 @@ bool Rename(const std::string& from, const std::string& to) {
     return !failed;
 }
 
+// The standard's ways through a directory end the process when there is no memory.
 void RemoveAttachments(const std::string& place) {
     os::HeldFile directory;
+    if (!directory.HoldDirectory(place) || !directory.IsOwn()) return;
+    std::vector<std::string> files;
+    os::VisitFiles(place, [&](const os::FileEntry& file) { files.push_back(place + "/" + file.name); });
     std::error_code failed;
-    if (directory.HoldDirectory(place) && directory.IsOwn()) fs::remove_all(place, failed);
+    for (const std::string& file : files) fs::remove(file, failed);
+    fs::remove(place, failed);
 }
 
 // What is left without a dump belongs to nobody. A sender may rename the dump meanwhile, and back.
@@ -69,12 +76,13 @@ bool HasDump(const std::string& stem) {
            fs::exists(stem + kDumpEnding, failed);
 }
 
-void RemoveLostAttachments(const fs::path& directory) {
-    std::error_code failed;
-    for (fs::directory_iterator at(directory, failed), end; !failed && at != end; at.increment(failed)) {
-        const std::string guid = GuidOf(at->path().filename().string(), detail::kAttachmentsEnding);
-        if (!guid.empty() && !HasDump((directory / guid).string())) RemoveAttachments(at->path().string());
-    }
+void RemoveLostAttachments(const std::string& directory) {
+    std::vector<std::string> lost;
+    os::VisitDirectories(directory, [&](const char* name) {
+        const std::string guid = GuidOf(name, detail::kAttachmentsEnding);
+        if (!guid.empty() && !HasDump(directory + "/" + guid)) lost.push_back(directory + "/" + name);
+    });
+    for (const std::string& place : lost) RemoveAttachments(place);
 }
 
 // Its attachments go first: without the dump nobody would know whose they are.
@@ -95,21 +103,28 @@ unsigned long long OctetsOfAttachments(const fs::path& dump) {
 
 ClaimedDump::ClaimedDump() : mpFile(std::make_unique<os::HeldFile>()) {}
 
+// Without memory it keeps the name that it has here; its claim ends all the same.
 ClaimedDump::~ClaimedDump() {
-    if (!mPath.empty()) Rename(mPath, mName);
+    try {
+        if (!mPath.empty()) Rename(mPath, mName);
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 bool ClaimedDump::Claim(const std::string& path) {
-    if (!mPath.empty() || !mpFile->Hold(path)) return false;
+    if (!mPath.empty()) return false;
     const std::string claimed = WithoutEnding(path, kSendingEnding);
     const std::string stem = claimed.empty() ? WithoutEnding(path, kDumpEnding) : claimed;
-    if (!stem.empty() && (!claimed.empty() || Rename(path, stem + kSendingEnding))) {
-        mName = stem + kDumpEnding;
-        mPath = stem + kSendingEnding;
-        return true;
-    }
-    mpFile->LetGo();
-    return false;
+    if (stem.empty()) return false;
+    // What it is called by comes before it is, and what holds it goes when there is no memory.
+    std::string name = stem + kDumpEnding;
+    std::string sending = stem + kSendingEnding;
+    auto file = std::make_unique<os::HeldFile>();
+    if (!file->Hold(path) || (claimed.empty() && !Rename(path, sending))) return false;
+    mpFile.swap(file);
+    mName.swap(name);
+    mPath.swap(sending);
+    return true;
 }
 
 bool ClaimedDump::Remove() {

@@ -4,6 +4,7 @@
 #include <Base/platform/os/Threads.h>
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace ZBase::detail {
@@ -34,7 +35,7 @@ std::atomic_ref<std::uint64_t> SizeOf(CrashKeysBlock& block) {
 void CrashKeyLog::Write(const CrashConfigTable& keys, bool isProduction) {
     const std::string fields = Fields(keys);
     const Pages pages = NewPages(sizeof(CrashKeysBlock) + fields.size());
-    if (pages.text == nullptr) return;
+    if (pages.text == nullptr) throw std::bad_alloc();
     auto* const block = reinterpret_cast<CrashKeysBlock*>(pages.text);
     const CrashKeysBlock* const present = mpPresent;
     std::memset(pages.text, 0, sizeof *block);

@@ -13,7 +13,8 @@ namespace ZBase::detail {
 /// is set is appended, and of several values the last one counts; when there is no more room the keys are
 /// written anew, into other pages. A reader finds a whole block at any time, whoever writes.
 ///
-/// One thread writes at a time. When there is no memory, what was there before stays.
+/// One thread writes at a time. When there is no memory, both throw `std::bad_alloc`, and what
+/// was there before stays.
 class CrashKeyLog {
 public:
     constexpr CrashKeyLog() = default;

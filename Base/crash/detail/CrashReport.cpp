@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -35,7 +36,7 @@ void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
     const PreparedText* const present = place;
     if (present != nullptr && text == std::string_view(present->Start(), present->length)) return;
     auto* const pages = static_cast<PreparedText*>(os::AllocatePages(sizeof(PreparedText) + text.size()));
-    if (pages == nullptr) return;
+    if (pages == nullptr) throw std::bad_alloc();
     pages->length = text.size();
     std::memcpy(pages + 1, text.data(), text.size());
     place = pages;

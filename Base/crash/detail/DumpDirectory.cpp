@@ -4,6 +4,8 @@
 #include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/Files.h>
 
+#include <new>
+
 namespace ZBase::detail {
 
 bool HaveDumpDirectory(WideString& directory) {
@@ -12,8 +14,11 @@ bool HaveDumpDirectory(WideString& directory) {
 }
 
 void WriteStacksWhenAsked(const WideString& directory) {
-    if (!HasTextSetting<"stacks_on">(gCrash.tables->settings)) return;
-    os::WriteStacksAtSignal(TextSetting<"stacks_on">(gCrash.tables->settings).c_str(), directory.c_str());
+    try {
+        if (!HasTextSetting<"stacks_on">(gCrash.tables->settings)) return;
+        os::WriteStacksAtSignal(TextSetting<"stacks_on">(gCrash.tables->settings).c_str(), directory.c_str());
+    } catch (const std::bad_alloc&) {  // a dump is worth more
+    }
 }
 
 }  // namespace ZBase::detail
