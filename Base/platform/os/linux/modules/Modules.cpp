@@ -46,10 +46,9 @@ int VisitName(dl_phdr_info* info, std::size_t, void* argument) noexcept {
 std::string LoaderComplaint() {
     const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);  // always there, and not made anew
     const locale_t users = uselocale(english);
-    const char* complaint = dlerror();
-    std::string text = complaint == nullptr ? "" : complaint;
+    const char* const complaint = dlerror();
     uselocale(users);
-    return text;
+    return complaint == nullptr ? "" : complaint;
 }
 
 // The loader says of an image for another machine that it is not there.
