@@ -14,7 +14,8 @@ namespace ZBase {
 ZBASE_API unsigned int GetUsableProcessors();
 
 /// The memory in bytes that it can have: that of the machine, or the limit of its control group (version 2)
-/// and those above it where that is less. What others hold is not taken off.
+/// and those above it where that is less. What others hold is not taken off. 0 where the system does not
+/// tell.
 ZBASE_API std::uint64_t GetUsableMemory();
 
 }  // namespace ZBase

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -94,7 +95,7 @@ bool IsLineEnd(const Ch* text) {
     return *text == 0;
 }
 
-// `native` gives the text in octets; it may be costly.
+// `native` gives the text in octets; it may be costly, and find no memory.
 template <class Ch, class Native>
 void Write(const Ch* text, Native native) {
     if (text == nullptr) return;
@@ -115,7 +116,10 @@ void WriteDebugText(const char* text) {
 }
 
 void WriteDebugText(const unsigned short* text) {
-    Write(text, ToNative);
+    try {
+        Write(text, ToNative);
+    } catch (const std::bad_alloc&) {  // who listens can do without
+    }
 }
 
 }  // namespace ZBase::os

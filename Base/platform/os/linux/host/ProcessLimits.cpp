@@ -49,9 +49,11 @@ unsigned int UsableProcessors() {
 }
 
 std::uint64_t UsableMemory() {
-    const auto pages = static_cast<std::uint64_t>(std::max(0L, sysconf(_SC_PHYS_PAGES)));
-    const auto pageSize = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
-    return std::min(pages * pageSize, OwnGroup().MemoryLimit());
+    const long pages = sysconf(_SC_PHYS_PAGES);
+    const long pageSize = sysconf(_SC_PAGESIZE);
+    const std::uint64_t limit = OwnGroup().MemoryLimit();
+    if (pages <= 0 || pageSize <= 0) return limit == ControlGroup::kUnlimited ? 0 : limit;
+    return std::min(static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize), limit);
 }
 
 }  // namespace ZBase::os
