@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace test {
+
+// Failures on purpose. This program stands in front of the heap (`malloc` and its kin, so `operator new` too)
+// and of the calls of the system that the library and what it uses make. While failures are armed, one such
+// call of this thread fails, by its number; in a child that shares the memory of this thread, too.
+
+/// What fails, and how.
+enum class EFailing {
+    eHeap,         // an allocation gives null
+    eSystem,       // a call of the system fails
+    eInterrupted,  // a call that a signal may interrupt ends with EINTR
+    eShort,        // a transfer of octets moves one
+};
+
+inline constexpr EFailing kAllFailing[] = {EFailing::eHeap, EFailing::eSystem, EFailing::eInterrupted,
+                                           EFailing::eShort};
+
+const char* NameOf(EFailing failing);
+
+/// From now on number `index`, counted from 0, of the armed calls of this kind fails.
+void PrepareFailure(EFailing failing, std::size_t index);
+
+/// Whether it has come to that.
+bool HasFailed();
+
+/// Whether it may still come to that, here or in a process that this one starts.
+bool MayFail();
+
+/// Which call it was, and from where, by modules and offsets for `addr2line`.
+std::string DescribeFailure();
+
+/// Counts and lets fail while it lives.
+class Armed {
+public:
+    Armed();
+    ~Armed();
+    Armed(const Armed&) = delete;
+    Armed& operator=(const Armed&) = delete;
+};
+
+/// What a process holds.
+struct Holdings {
+    long blocks;       // of the heap
+    long mappings;     // made by `mmap` through this program
+    long descriptors;  // below 256
+    bool IsMoreThan(const Holdings& other) const {
+        return blocks > other.blocks || mappings > other.mappings || descriptors > other.descriptors;
+    }
+};
+
+Holdings PresentHoldings();
+
+/// The names of all calls that are stood in front of, sorted.
+const std::vector<std::string_view>& InterposedNames();
+
+}  // namespace test
