@@ -171,9 +171,9 @@ check_sanitizers() {
 
 # What threads may share, under ThreadSanitizer, whose own memory would count as the process's.
 check_threads() {
-    ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests
+    ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests together_tests
     local program
-    for program in memory platform switches; do
+    for program in memory platform switches together; do
         (cd build/thread/tests && quietly "Testing $program" "./${program}_tests" --gtest_filter='-PrivateBytes.*')
     done
 }
