@@ -172,7 +172,8 @@ void AwaitCrashAtQuickExit() {
 }  // namespace
 
 DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
-    static const bool sAwaits = std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
+    static bool sAwaits = false;  // what failed once is tried again
+    sAwaits = sAwaits || std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
     const std::string absolute = AbsoluteDirectory(ToNative(directory));
     if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
     auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
