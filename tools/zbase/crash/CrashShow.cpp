@@ -5,6 +5,7 @@
 #include "tools/zbase/terminal/Console.h"
 
 #include <unistd.h>
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <set>
@@ -95,14 +96,18 @@ Walk WalkDump(const std::string& dump, const fs::path& symbols) {
             walk.address = fields[2];
             walk.thread = fields[3];
         } else if (fields[0] == "Module") {
-            // Files of data that are mapped have no identifier of code.
-            if (fields[4].find_first_not_of('0') != std::string::npos) walk.modules.push_back(fields);
+            walk.modules.push_back(fields);
         } else if (!walk.thread.empty() && fields[0] == walk.thread) {
             walk.frames.push_back(fields);
         } else if (!fields[0].empty() && fields[0].find_first_not_of("0123456789") == std::string::npos) {
             walk.others[std::atoi(fields[0].c_str())].push_back(fields);
         }
     }
+    // Files of data that are mapped have no identifier of code. In some dumps nothing has one.
+    const auto isData = [](const std::vector<std::string>& fields) {
+        return fields[4].find_first_not_of('0') == std::string::npos;
+    };
+    if (!std::all_of(walk.modules.begin(), walk.modules.end(), isData)) std::erase_if(walk.modules, isData);
     return walk;
 }
 
