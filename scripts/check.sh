@@ -1,6 +1,7 @@
 #!/bin/bash
 # check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "windows",
-# "bare", "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, and "docs", which needs a browser.
+# "bare", "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, "docs", which needs a browser,
+# and "arm64", which needs a cross compiler and an emulator.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
@@ -210,6 +211,14 @@ check_ways() {
     tests/packaging/builds.sh --configure type_none type_release without_test_packages subdirectory subdirectory_static
 }
 
+# What knows no processor, compiled for ARM64, with its tests under an emulator.
+check_arm64() {
+    scripts/setup.sh arm64
+    cmake --preset arm64 >/dev/null
+    quietly "Building for ARM64" cmake --build --preset arm64
+    quietly "Testing under qemu-aarch64" ctest --preset arm64 -j "$(nproc)"
+}
+
 # Both commands on a system that has nothing.
 check_bare() {
     scripts/setup.sh bare
@@ -234,7 +243,7 @@ steps=("$@")
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done
-if [[ " bare packages builds docs " != *" ${steps[*]} "* ]]; then
+if [[ " bare packages builds docs arm64 " != *" ${steps[*]} "* ]]; then
     scripts/setup.sh check
     [ -d build/release ] || scripts/build.sh
 fi

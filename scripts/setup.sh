@@ -8,6 +8,7 @@
 #   package  Debian packages, and what looks at them
 #   docs   the pages and the reference as HTML
 #   browse a browser that looks at them
+#   arm64  what knows no processor, and its tests, for ARM64 under an emulator
 #   bare   a bare system to try all of it on
 set -eu
 cd "$(dirname "$0")/.."
@@ -22,6 +23,7 @@ package="$build dpkg-dev fakeroot file lintian"
 windows="$test dpkg-dev googletest g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64"
 docs="doxygen python3"
 browse="$docs chromium"
+arm64="cmake ninja-build g++-aarch64-linux-gnu googletest qemu-user"
 bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
 
 wanted=""
@@ -36,8 +38,9 @@ for group in "$@"; do
         package) wanted="$wanted $package" breakpad=1 ;;
         docs) wanted="$wanted $docs" ;;
         browse) wanted="$wanted $browse" ;;
+        arm64) wanted="$wanted $arm64" ;;
         bare) wanted="$wanted debootstrap" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check, windows, bench, package, docs, browse or bare" >&2; exit 2 ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, windows, bench, package, docs, browse, arm64 or bare" >&2; exit 2 ;;
     esac
 done
 

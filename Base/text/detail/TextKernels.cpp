@@ -30,6 +30,7 @@ KernelList RunnableKernels() {
     add(Sse2Kernels(), true);
     add(Avx2Kernels(), os::ProcessorHasAvx2());
     add(Avx512Kernels(), os::ProcessorHasAvx512());
+    add(NeonKernels(), true);
     return list;
 }
 
@@ -42,6 +43,11 @@ const TextKernels* Avx2Kernels() {
     return nullptr;
 }
 const TextKernels* Avx512Kernels() {
+    return nullptr;
+}
+#endif
+#if !defined(ZBASE_ARM64_KERNELS)
+const TextKernels* NeonKernels() {
     return nullptr;
 }
 #endif
