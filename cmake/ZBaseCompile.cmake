@@ -22,9 +22,25 @@ function(zbase_compile target)
     endif()
 endfunction()
 
-# zbase_placeless(target): for what is installed, the same octets wherever the tree and the build are. Sources are named from the top of the tree.
-function(zbase_placeless target)
+# zbase_installed(target): for what is installed, the same octets wherever the tree and the build are, with sources named from
+# the top of the tree; and hardened.
+function(zbase_installed target)
     target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
                                              -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
     set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
+    zbase_hardened(${target})
+endfunction()
+
+# zbase_hardened(target): checked calls of the C library, guarded stacks, checked targets of jumps and returns, and nothing that
+# the loader has bound can be written. For optimised builds: the checked calls need the optimiser, and sanitizers check more.
+function(zbase_hardened target)
+    if(NOT ZBASE_HARDENING OR ZBASE_SANITIZE OR NOT CMAKE_EXECUTABLE_FORMAT STREQUAL "ELF")
+        return()
+    endif()
+    set(options -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+        list(APPEND options -fcf-protection=full)
+    endif()
+    target_compile_options(${target} PRIVATE "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:${options}>")
+    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now,-z,noexecstack)
 endfunction()

@@ -89,6 +89,15 @@ check_abi() {
     rm -rf "$place"
 }
 
+# The binaries that are installed are hardened.
+check_hardening() {
+    local place
+    place=$(mktemp -d)
+    cmake --install build/release --prefix "$place" >/dev/null
+    find "$place" -type f -exec sh -c 'head -c 4 "$1" | grep -q ELF' sh {} \; -print0 | xargs -0 scripts/hardening.sh
+    rm -rf "$place"
+}
+
 # check_man_page COMMAND [SUBCOMMAND...]: the man page tells of each command and option that the help tells of.
 check_man_page() {
     local help name
@@ -239,7 +248,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports abi package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
+[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

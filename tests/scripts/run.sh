@@ -56,6 +56,26 @@ test_LongCommandTellsHowFarItIs() {
         "downloading 39 %: Retrieving file 33 of 89"
 }
 
+test_ABinaryThatIsNotHardenedIsNamedWithWhatItLacks() {
+    echo '#include <string.h>
+        void use(char*); void copy(const char* text) { char block[64]; strcpy(block, text); use(block); }
+        void a(void) {} void b(void) {} void c(void) {} void d(void) {} void e(void) {} void f(void) {}' >one.c
+    local hard="-O2 -D_FORTIFY_SOURCE=2 -fstack-protector-strong -Wl,-z,now" said
+    [ "$(uname -m)" != x86_64 ] || hard="$hard -fcf-protection=full"
+    gcc -shared -fPIC $hard one.c -o hard.so
+    scripts/hardening.sh hard.so || fail "a hardened binary lacks something"
+    gcc -shared -fPIC $hard -z execstack one.c -o stack.so
+    said=$(scripts/hardening.sh hard.so stack.so) && fail "an executable stack passed"
+    [ "$said" = "stack.so lacks a stack without code" ] || fail "$said"
+    gcc -shared -fPIC -O2 -fno-stack-protector -fcf-protection=none -z norelro -z lazy one.c -o soft.so
+    said=$(scripts/hardening.sh soft.so) && fail "nothing passed"
+    expect "$said" "soft.so lacks guarded stacks"
+    expect "$said" "soft.so lacks read-only addresses"
+    expect "$said" "soft.so lacks addresses bound at load"
+    expect "$said" "soft.so lacks checked calls of the C library"
+    [ "$(uname -m)" != x86_64 ] || expect "$said" "soft.so lacks marked targets of jumps"
+}
+
 test_MissingSudoNamesThePackages() {
     nobody_with_nothing
     only
