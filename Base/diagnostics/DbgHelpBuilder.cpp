@@ -31,9 +31,9 @@ namespace {
     ENTRY(SymLoadModule64, GetSymLoadModule, false)                   \
     ENTRY(SymGetModuleInfo64, GetSymGetModuleInfo64, false)
 
-#define ZBASE_ONE(NAME, ACCESSOR, BINDS) +1
-constexpr std::size_t kEntries = 0 ZBASE_DEBUG_HELP_ENTRIES(ZBASE_ONE);
-#undef ZBASE_ONE
+#define ZBASE_PLACE(NAME, ACCESSOR, BINDS) e##NAME,
+enum EEntryPlace : std::uint8_t { ZBASE_DEBUG_HELP_ENTRIES(ZBASE_PLACE) kEntries };
+#undef ZBASE_PLACE
 static_assert(sizeof(DbgHelpFunctions) == (kEntries + 1) * sizeof(void*));  // and the library's handle
 
 constexpr unsigned long kCapturedFrames = 40;

@@ -8,12 +8,28 @@
 #include <cstdio>
 #include <cstdlib>
 
-extern "C" void syslog(int priority, const char* form, ...) {
-    std::va_list arguments;
-    va_start(arguments, form);
+namespace {
+
+void Print(int priority, const char* form, std::va_list arguments) {
     std::printf("%d [", priority);
     std::vprintf(form, arguments);
     std::printf("]\n");
+}
+
+}  // namespace
+
+extern "C" void syslog(int priority, const char* form, ...) {
+    std::va_list arguments;
+    va_start(arguments, form);
+    Print(priority, form, arguments);
+    va_end(arguments);
+}
+
+// What hardened code calls instead.
+extern "C" void __syslog_chk(int priority, int, const char* form, ...) {
+    std::va_list arguments;
+    va_start(arguments, form);
+    Print(priority, form, arguments);
     va_end(arguments);
 }
 

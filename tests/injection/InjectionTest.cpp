@@ -272,6 +272,13 @@ std::vector<std::string> CalledBy(const char* library) {
     return names;
 }
 
+// A call that checks the room for its result fails no more often than the one that does not.
+std::string_view Unchecked(std::string_view name) {
+    constexpr std::string_view before = "__", behind = "_chk";
+    if (!name.starts_with(before) || !name.ends_with(behind)) return name;
+    return name.substr(before.size(), name.size() - before.size() - behind.size());
+}
+
 TEST(InjectionTable, HasEachCallBelowTheSeamThatCanFail) {
     if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer's own calls are among them";
     for (const char* library : {"libZBase.so", "libZLiteXML.so"}) {
@@ -281,8 +288,9 @@ TEST(InjectionTable, HasEachCallBelowTheSeamThatCanFail) {
             if (name.starts_with("_Z") || name.starts_with("XML_")) continue;
             const auto is = [&](std::string_view known) { return known == name; };
             const auto& interposed = test::InterposedNames();
+            const auto isUnchecked = [&](std::string_view known) { return known == Unchecked(name); };
             EXPECT_TRUE(std::any_of(interposed.begin(), interposed.end(), is) ||
-                        std::any_of(std::begin(test::kNeverFail), std::end(test::kNeverFail), is))
+                        std::any_of(std::begin(test::kNeverFail), std::end(test::kNeverFail), isUnchecked))
                 << name << ", which " << library << " calls, is neither stood in front of nor listed";
         }
     }

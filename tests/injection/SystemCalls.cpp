@@ -49,6 +49,8 @@ ZBASE_INTERPOSE(ssize_t, readlink, (const char* path, char* text, std::size_t si
 ZBASE_INTERPOSE(ssize_t, readlinkat, (int place, const char* path, char* text, std::size_t size),
                 (place, path, text, size), -1, EACCES, false)
 ZBASE_INTERPOSE(char*, realpath, (const char* path, char* resolved), (path, resolved), nullptr, EACCES, false)
+ZBASE_INTERPOSE(char*, __realpath_chk, (const char* path, char* resolved, std::size_t room),
+                (path, resolved, room), nullptr, EACCES, false)
 ZBASE_INTERPOSE(char*, getcwd, (char* path, std::size_t size), (path, size), nullptr, ENOENT, false)
 ZBASE_INTERPOSE(ssize_t, getdents64, (int file, void* entries, std::size_t size), (file, entries, size), -1,
                 EIO, false)
@@ -87,6 +89,11 @@ ZBASE_INTERPOSED(ssize_t, read, (int file, void* octets, std::size_t size)) {
 ZBASE_INTERPOSED(ssize_t, pread, (int file, void* octets, std::size_t size, off_t offset)) {
     if (test::Fails("pread", EIO, true)) return -1;
     return Real_pread()(file, octets, size > 1 && test::IsShort("pread") ? 1 : size, offset);
+}
+ZBASE_INTERPOSED(ssize_t, __pread_chk,
+                 (int file, void* octets, std::size_t size, off_t offset, std::size_t room)) {
+    if (test::Fails("pread", EIO, true)) return -1;
+    return Real___pread_chk()(file, octets, size > 1 && test::IsShort("pread") ? 1 : size, offset, room);
 }
 ZBASE_INTERPOSED(ssize_t, write, (int file, const void* octets, std::size_t size)) {
     if (test::Fails("write", ENOSPC, true)) return -1;
