@@ -16,9 +16,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -262,12 +262,19 @@ std::string Comments(const fs::path& path) {
 
 /// What a header says of threads that may come at any time, with `count` characters around it.
 std::vector<std::string> Promises(const std::string& comments) {
-    static const std::regex kPromise(
-        "[^.;:]*([Aa]ny (number of )?threads?|on any threads|[Tt]hreads may (share|use))[^.;]*");
+    constexpr std::string_view phrases[] = {
+        "Any thread",        "any thread",        "Any number of threads", "any number of threads",
+        "Threads may share", "threads may share", "Threads may use",       "threads may use"};
     std::vector<std::string> promises;
-    for (std::sregex_iterator at(comments.begin(), comments.end(), kPromise), end; at != end; ++at)
-        promises.push_back(at->str());
-    return promises;
+    for (std::size_t at = 0;;) {
+        std::size_t found = std::string::npos;
+        for (const std::string_view phrase : phrases) found = std::min(found, comments.find(phrase, at));
+        if (found == std::string::npos) return promises;
+        const std::size_t start = std::max(at, comments.find_last_of(".;:", found) + 1);  // 0 without any
+        const std::size_t end = std::min(comments.find_first_of(".;", found), comments.size());
+        promises.push_back(comments.substr(start, end - start));
+        at = end;
+    }
 }
 
 TEST(TogetherTable, QuotesTheHeaders) {
