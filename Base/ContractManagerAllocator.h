@@ -12,14 +12,15 @@ class MemoryContract;
 
 namespace detail {
 
-/// `bytes` of the heap, paid for by `contract` unless that is null.
+/// `bytes` of the heap, charged to `contract` unless that is null.
 ZBASE_API void* AllocateUnderContract(std::size_t bytes, MemoryContract* contract);
 
 }  // namespace detail
 
-/// Standard allocator for containers whose memory a contract pays for: it requests the bytes, takes them from
-/// the heap and settles. Memory given back is not told. Throws `ContractManagerAllocException` when the
-/// contract refuses, `std::bad_alloc`, and whatever the contract throws.
+/// Standard allocator for containers whose memory is charged to a contract: it requests the bytes, takes them
+/// from the heap and settles. The contract is not called when memory is freed. Throws
+/// `ContractManagerAllocException` when the contract refuses, `std::bad_alloc`, and whatever the contract
+/// throws.
 template <class T>
 class ContractManagerAllocator {
 public:
@@ -41,7 +42,7 @@ public:
 
     MemoryContract* GetContract() const noexcept { return mpContract; }
 
-    /// Memory of one can be given back to any other.
+    /// Memory of one can be freed by any other.
     template <class U>
     bool operator==(const ContractManagerAllocator<U>&) const noexcept {
         return true;

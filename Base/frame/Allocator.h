@@ -11,33 +11,32 @@ namespace ZBase {
 class Buffer;
 }
 
-// Declared with `Buffer`: a piece of the buffer, which is never given back on its own.
+// Declared with `Buffer`: a piece of the buffer, which is not freed on its own.
 ZBASE_API void* operator new(std::size_t size, ZBase::Buffer* buffer);
 
 namespace ZBase {
 
 /// Standard allocator of the strings and containers in exported signatures. Without a `Buffer` it allocates
-/// from the heap; with one it allocates pieces of the buffer and never frees, since a buffer gives back
-/// memory only as a whole. Throws `std::bad_array_new_length` for a count whose bytes no object can
-/// have, and whatever the heap or `Buffer::Allocate` throws.
+/// from the heap; with one it allocates pieces of the buffer and never frees, since a buffer frees its memory
+/// only as a whole. Throws `std::bad_array_new_length` for a count whose bytes no object can have, and
+/// whatever the heap or `Buffer::Allocate` throws.
 ///
-/// What lives in a buffer ends no later than the buffer. A copy of it is in the heap, and so is the sum of
-/// two strings, unless one of them is a temporary, which it then continues; what is assigned to it, copied or
-/// moved, comes into its buffer. Only swapping and moving into a new object carry the buffer along with the
-/// content.
+/// A container in a buffer must end before the buffer. A copy of it is in the heap, and so is the sum of two
+/// strings, unless one of them is a temporary, whose memory it then uses; an assignment, by copy or move,
+/// keeps the target's buffer. Only swap and move construction carry the buffer over.
 template <class T>
 class Allocator {
 public:
     using value_type = T;
 
-    // A swap exchanges the blocks, so each must take along who gives it back.
+    // A swap exchanges the blocks, so it must exchange the buffers that free them.
     using propagate_on_container_swap = std::true_type;
-    // An assignment may not: what stands in the heap, or in one buffer, would come to depend on another.
+    // An assignment must not: a container in the heap, or in one buffer, would come to depend on another.
     using propagate_on_container_copy_assignment = std::false_type;
     using propagate_on_container_move_assignment = std::false_type;
     using is_always_equal = std::false_type;
 
-    /// The allocator of a copy: that of the heap, since nobody sees from a copy that it needs a buffer.
+    /// The allocator of a copy: the heap, since the copy's code does not show that it needs a buffer.
     Allocator select_on_container_copy_construction() const noexcept { return Allocator(); }
 
     Allocator() noexcept = default;

@@ -2,7 +2,7 @@
 
 namespace ZBase {
 
-/// Deleter that destroys an object through its virtual destructor; null is left alone.
+/// Deleter that destroys an object through its virtual destructor; null is allowed.
 template <class T>
 struct DeleteC {
     void operator()(T* object) const { delete object; }

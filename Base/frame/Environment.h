@@ -12,9 +12,9 @@
 
 namespace ZBase {
 
-// The environment of the process. Names and values are wide text and pass the system as UTF-8, bad units
-// replaced. As the C library's own, these must not run beside a writer of the environment. Those that take
-// wide text throw `std::bad_alloc`.
+// The environment of the process. Names and values are wide text and are converted to UTF-8 for the system,
+// bad units replaced. Like the C library's functions, these must not run beside a writer of the environment.
+// Those that take wide text throw `std::bad_alloc`.
 
 /// The value, or a null string if the variable is not set.
 ZBASE_API ReturnWString GetEnvironmentVariableOrNULL(const unsigned short* name);
@@ -22,11 +22,11 @@ ZBASE_API ReturnWString GetEnvironmentVariableOrNULL(const unsigned short* name)
 /// The value; empty if the variable is not set or `name` is null.
 ZBASE_API ReturnWString ReadEnvironmentVariable(const unsigned short* name);
 
-/// Sets a variable; an empty or null value removes it. A null name does nothing, a failure is not told.
+/// Sets a variable; an empty or null value removes it. A null name does nothing, and failures are ignored.
 ZBASE_API void SetEnvironmentVariable(const unsigned short* name, const unsigned short* value);
 
-/// The decimal number that the value begins with, or `defaultValue` if `name` is null, or the variable is not
-/// set, begins with no number or goes beyond 64 bits. Never throws.
+/// The decimal number that the value begins with, or `defaultValue` if `name` is null, or if the variable is
+/// not set, does not begin with a number or exceeds 64 bits. Never throws.
 ZBASE_API std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue);
 
 #if defined(_WIN32)

@@ -31,7 +31,7 @@ public:
     }
 };
 
-// Each marks the subsystem that failed; what happened is in the `Message`.
+// Each marks the subsystem that failed; the failure itself is in the `Message`.
 
 /// An allocator failed.
 class ZBASE_API BufferException : public Message {

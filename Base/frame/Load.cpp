@@ -28,7 +28,7 @@ namespace {
 std::size_t ReadGrowLimitBytes() {
     const auto limit = static_cast<std::size_t>(GetNumericEnvironmentVariable(
         "ZENT_BUFFER_DYNAMIC_GROW_LIMIT", static_cast<std::int64_t>(Buffer::sDefaultGrowLimitInMB)));
-    // Meant: compared as unsigned, so a negative limit is an enormous one.
+    // Compared as unsigned, so a negative limit is a huge one; kept for settings that use -1 for no limit.
     return (limit < Buffer::sMinimumGrowLimitInMB ? Buffer::sMinimumGrowLimitInMB : limit) << 20;
 }
 

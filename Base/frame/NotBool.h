@@ -6,10 +6,10 @@
 
 namespace ZBase {
 
-/// A number, an enumerator or a pointer, which would pass for a `bool`, or an object that becomes one by way
-/// of these, as a `std::atomic<std::size_t>` does. Functions that take a flag are deleted for it: a size or a
-/// text in the place of the flag does not compile. An object that itself says it is a `bool`, as
-/// `std::true_type` and what a `std::vector<bool>` gives do, is a flag.
+/// A number, an enumerator or a pointer, which would convert to `bool`, or an object that converts through
+/// one of these, as a `std::atomic<std::size_t>` does. Functions that take a flag are deleted for it: a size
+/// or a text in the place of the flag does not compile. An object that converts to `bool` itself, such as
+/// `std::true_type` and an element of a `std::vector<bool>`, is a flag.
 template <class T>
 concept NotBool =
     !std::is_same_v<T, bool> &&

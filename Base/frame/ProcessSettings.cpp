@@ -19,7 +19,7 @@ const char* GetProcessLocale() {
 }
 
 bool GetSymPageSize(std::size_t* pageSize) {
-    // Asked twice at worst, and never behind a guard: the child of a fork might find that taken for ever.
+    // Read twice at worst, and without a guard variable, which a forked child might find locked for ever.
     static constinit std::atomic<std::size_t> sSize{0};
     std::size_t size = sSize.load(std::memory_order_relaxed);
     if (size == 0) sSize.store(size = os::PageSize(), std::memory_order_relaxed);

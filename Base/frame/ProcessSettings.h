@@ -14,7 +14,7 @@ ZBASE_API ReturnString GetContainerPath();
 /// `path` must not be null; an empty one empties the path. Throws `std::bad_alloc`.
 ZBASE_API void SetContainerPath(const char* path);
 
-/// The locale that the process moved to when the library was loaded; empty if the system refused. Good for
+/// The locale that the process moved to when the library was loaded; empty if the system refused. Valid for
 /// the life of the library.
 ZBASE_API const char* GetProcessLocale();
 

@@ -4,7 +4,7 @@
 
 namespace ZBase {
 
-/// An object that lives as long as somebody holds a reference to it. Used as a virtual base.
+/// An object that lives as long as it is referenced. Used as a virtual base.
 class ZBASE_API ReferenceCounted {
 public:
     virtual ~ReferenceCounted() = default;
@@ -12,7 +12,7 @@ public:
     /// Takes a reference.
     virtual void AddRef() = 0;
 
-    /// Gives a reference back; the last one destroys the object.
+    /// Drops a reference; the last one destroys the object.
     virtual void Release() = 0;
 };
 

@@ -16,7 +16,7 @@ public:
         if (--mCounter == 0) delete this;
     }
 
-    /// Called by the last `Release`, while the object is still whole and its counter still 1.
+    /// Called by the last `Release`, before the destruction, with the counter still 1.
     virtual void OnFinalRelease() {}
 
 private:

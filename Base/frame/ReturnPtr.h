@@ -5,7 +5,7 @@
 namespace ZBase {
 
 /// One owned pointer, or null, as an exported function returns it. Copying transfers the object and leaves
-/// the source null; `D` runs on the pointer when the holder ends, unless the pointer was taken over.
+/// the source null; `D` runs on the pointer when the holder ends, unless it was detached.
 template <class T, class D>
 class ReturnPtr {
 public:
@@ -24,7 +24,7 @@ public:
     bool IsNull() const { return mpObject == nullptr; }
     explicit operator bool() const { return mpObject != nullptr; }
 
-    /// Takes the object over: the caller destroys it, and the holder is null.
+    /// Releases the object to the caller, who destroys it; the holder is null.
     [[nodiscard]] T* Detach() {
         T* object = mpObject;
         mpObject = nullptr;

@@ -5,7 +5,7 @@
 namespace ZBase {
 
 /// A pointer with one reference already held, or null, as an exported function returns it. Copying transfers
-/// the reference and leaves the source null; the holder's end gives the reference back.
+/// the reference and leaves the source null; the holder's end drops the reference.
 template <class T>
 class ReturnPtrI {
 public:
@@ -27,7 +27,7 @@ public:
     bool IsNull() const { return mpObject == nullptr; }
     explicit operator bool() const { return mpObject != nullptr; }
 
-    /// Takes the pointer over with its reference, which the caller gives back with `Release`.
+    /// Releases the pointer with its reference to the caller, who drops it by `Release`.
     [[nodiscard]] T* Detach() {
         T* object = mpObject;
         mpObject = nullptr;

@@ -7,19 +7,18 @@
 namespace ZBase {
 
 /// Wide text that a function of the library returns: one pointer to a block that the library allocates and
-/// frees, so that it may cross between modules with heaps of their own. The pointer may be null.
-/// Its units are 16 bits wide; supplementary characters are surrogate pairs.
+/// frees, so that it may pass between modules with heaps of their own. The pointer may be null. Its units are
+/// 16 bits wide; supplementary characters are surrogate pairs.
 class ZBASE_API ReturnWString {
 public:
     /// A copy of `text`; null gives a null string. Throws `std::bad_alloc` when there is no memory for it.
     ReturnWString(const unsigned short* text);
 
-    /// A block of `length` units and a terminator. With `length` 0 the text is empty and `text` not looked
-    /// at. A null `text` leaves the block all zero, to be written into through `c_str`. Otherwise at most
+    /// A block of `length` units and a terminator. With `length` 0 the text is empty and `text` is not read.
+    /// A null `text` leaves the block all zero, to be written into through `c_str`. Otherwise at most
     /// `length` units are copied, up to a terminator in `text`, and the rest is zero; the text is also cut at
-    /// the position that the low 32 bits of `length` give as a signed number, where that lies inside the
-    /// block. Throws `std::bad_alloc`, for a block beyond the largest `size_t` as
-    /// `std::bad_array_new_length`.
+    /// the position that the low 32 bits of `length` give as a signed number, if that is inside the block.
+    /// Throws `std::bad_alloc`, for a block beyond the largest `size_t` as `std::bad_array_new_length`.
     ReturnWString(std::size_t length, const unsigned short* text);
 
     /// Takes the block over: `other` is null afterwards, although it is `const`.
@@ -34,8 +33,8 @@ public:
     /// Units before the terminator; 0 for a null string.
     std::size_t GetLength() const;
 
-    /// Exchanges the held pointer with the caller's: the way to take a block out, or to put one in that came
-    /// out of another `ReturnWString`.
+    /// Exchanges the held pointer with the caller's: to take a block out, or to put in one from another
+    /// `ReturnWString`.
     void Swap(unsigned short*& other);
 
 private:

@@ -4,8 +4,8 @@
 
 namespace ZBase {
 
-/// A pointer to a reference-counted object, or null. Takes a reference when it takes the pointer and gives it
-/// back when it ends or is reset.
+/// A pointer to a reference-counted object, or null. Takes a reference with the pointer and drops it when it
+/// ends or is reset.
 template <class T>
 class SmartPtrI {
 public:
@@ -36,8 +36,8 @@ public:
     bool IsNull() const { return mpObject == nullptr; }
     explicit operator bool() const { return mpObject != nullptr; }
 
-    /// Leaves the holder null. It is cleared before the object is released, so that an object which looks
-    /// back at its holder as it ends finds it null.
+    /// Makes the holder null, before the object is released, so that a destructor that reads its holder finds
+    /// null.
     void Reset() {
         T* object = mpObject;
         mpObject = nullptr;

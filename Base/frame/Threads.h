@@ -11,10 +11,10 @@ ZBASE_API unsigned int GetCurrentProcessID();
 ZBASE_API unsigned long GetCurrentThreadID();
 ZBASE_API unsigned long GetCurrentThreadIDNative();
 
-/// Gives the rest of the time slice up.
+/// Gives up the rest of the time slice.
 ZBASE_API void YieldToAnotherThread();
 
-/// Suspends the calling thread; with 0 it gives the rest of the time slice up.
+/// Suspends the calling thread; with 0 it gives up the rest of the time slice.
 ZBASE_API void Sleep(unsigned long milliseconds);
 
 }  // namespace ZBase

@@ -8,8 +8,8 @@
 
 namespace ZBase {
 
-/// The version of the library that is loaded, in the form of ZBASE_VERSION. It differs from that where a
-/// program was built with the headers of another version.
+/// The version of the loaded library, in the form of ZBASE_VERSION. It differs from that in a program that
+/// was built with the headers of another version.
 ZBASE_API const char* GetLibraryVersion() noexcept;
 
 /// The same as a number, in the form of ZBASE_VERSION_NUMBER.

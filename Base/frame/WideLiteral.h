@@ -16,7 +16,7 @@ struct LiteralText {
     }
 };
 
-/// The 16-bit units of a literal, worked out by the compiler. A narrow literal is read as UTF-8; a malformed
+/// The 16-bit units of a literal, computed by the compiler. A narrow literal is read as UTF-8; a malformed
 /// one does not compile.
 template <LiteralText Text>
 struct WideLiteralUnits {

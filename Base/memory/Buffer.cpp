@@ -21,7 +21,7 @@ constexpr std::size_t kPieceAlignment = 8;
 void* AllocateAligned(std::size_t size, std::size_t alignment, Buffer* buffer) {
     if (alignment <= kPieceAlignment) return buffer->Allocate(size);
     const std::size_t padding = alignment - kPieceAlignment;
-    size = std::max<std::size_t>(size, 1);  // so that what is padded is not all there is
+    size = std::max<std::size_t>(size, 1);  // so that the padding is not the whole size
     if (!std::has_single_bit(alignment) || size > std::numeric_limits<std::size_t>::max() - padding)
         throw BadAllocation();
     auto* const piece = static_cast<unsigned char*>(buffer->Allocate(size + padding));

@@ -10,8 +10,8 @@
 
 namespace ZBase {
 
-/// A region allocator: pieces are asked for and never freed; all memory goes back when the buffer is
-/// destroyed. Made by a factory function (CreateBuffer.h), destroyed by `Delete`.
+/// A region allocator: pieces are never freed one by one; all memory is freed when the buffer is destroyed.
+/// Made by a factory function (CreateBuffer.h), destroyed by `Delete`.
 class ZBASE_API Buffer {
 public:
     /// Which class a process runs on.
@@ -22,16 +22,16 @@ public:
     };
 
     /// Destroys the buffer with everything in it, after the clean-ups have run. They may write to its pieces
-    /// also when it is locked, and register further ones. What a clean-up throws passes through, after the
-    /// memory has gone back; the clean-ups behind it are not called.
+    /// even when it is locked, and register further ones. An exception of a clean-up passes through, after
+    /// the memory was freed; later clean-ups are not called.
     virtual void Delete() = 0;
 
-    /// Makes sure that a later `Allocate(size)` can be served. False where `Allocate` would throw; does not
-    /// throw, but for what a contract or a governor throws of its own.
+    /// Makes sure that a later `Allocate(size)` can be served. False where `Allocate` would throw; throws
+    /// only what a contract or a governor throws itself.
     ///
-    /// On a lock-free buffer a chunk that is refused here leaves an empty entry of some 26 bytes; and a size
-    /// from the growth limit up (`ZENT_BUFFER_DYNAMIC_GROW_LIMIT`) brings an ordinary chunk, which smaller
-    /// pieces will be taken from, while `Allocate` of such a size asks for a chunk of its own in any case.
+    /// On a lock-free buffer a refused chunk leaves an empty entry of some 26 bytes; and a size from the
+    /// growth limit up (`ZENT_BUFFER_DYNAMIC_GROW_LIMIT`) brings an ordinary chunk, which smaller pieces will
+    /// be taken from, while `Allocate` of such a size always takes a chunk of its own.
     virtual bool EnsureAvailable(std::size_t size) = 0;
 
     /// A piece of at least `size` bytes, 0 counting as 1, aligned to 8 bytes. Never null. Throws
@@ -39,10 +39,10 @@ public:
     /// `MemGoverningException` when a budget refuses, `std::bad_alloc` when there is no memory.
     ///
     /// Chunks grow by half, up to the first that passes the growth limit (with its default of 256 MiB the
-    /// last is 377,524,224 bytes). On a lock-free buffer the next chunk grows before this one is asked for,
-    /// and a refusal does not take that back: who is refused again and again asks for more each time. Nothing
-    /// is asked for a second time in reply to a refusal. Where budgets refuse often, lower the growth limit,
-    /// clear `sGrowDanamically`, or use a buffer for one thread, which grows only by chunks that came.
+    /// last is 377,524,224 bytes). On a lock-free buffer the next chunk grows before this one is requested,
+    /// and a refusal does not undo that: after each refusal the next request is larger. After a refusal
+    /// nothing is requested again. Where budgets refuse often, lower the growth limit, clear
+    /// `sGrowDanamically`, or use a buffer for one thread, which grows only by chunks that it got.
     virtual void* Allocate(std::size_t size) = 0;
 
     /// Memory held, in KiB, rounded down.
@@ -58,29 +58,29 @@ public:
     virtual std::size_t GetUsedBytes() = 0;
 
     /// Makes all memory of the buffer read-only and refuses further allocation. Of a heap buffer only whole
-    /// pages within its chunks are protected. Throws `BufferException` when memory can't be protected; what
-    /// was protected until then stays so, and a lock-free buffer refuses allocation all the same.
+    /// pages within its chunks are protected. Throws `BufferException` when memory can't be protected; pages
+    /// protected until then stay so, and a lock-free buffer refuses allocation all the same.
     ///
     /// Other threads may use a lock-free buffer meanwhile: `AddCleanup` and `Allocate` either succeed or
-    /// throw. A piece that was handed out in that moment may be read-only already, or stay writable.
+    /// throw. A piece that is handed out at that moment may be read-only already, or stay writable.
     virtual void Lock() = 0;
 
-    /// Limits the memory held to `limit` bytes; 0 or less means no limit. A total at or below the limit may
-    /// be passed by one more chunk.
+    /// Limits the memory held to `limit` bytes; 0 or less means no limit. One more chunk may exceed it, if
+    /// the total is at or below the limit before.
     virtual void SetLimit(std::int64_t limit) = 0;
 
     /// Registers `function(argument)` to be called when the buffer is destroyed: the oldest first on a buffer
     /// for one thread, the newest first on a lock-free one, where it also fails as `Allocate` does.
     virtual void AddCleanup(void (*function)(void*), void* argument) = 0;
 
-    /// Gives the governors back what this buffer holds; from now on they are neither asked nor told. Of a
-    /// chunk for which another thread, or a governor's function that calls this, is just asking them, they
-    /// are credited once it has come: all at once then, by the thread whose chunk is the last of those.
+    /// Credits the governors with what this buffer holds; from now on they are not called for it. A chunk
+    /// whose request to the governors is under way, in another thread or in the governor that calls this, is
+    /// credited once it was acquired, with all other such chunks, by the thread of the last of them.
     virtual void DetachFromGovernors() = 0;
 
     virtual bool IsDetachedFromGovernors() = 0;
 
-    /// The class that `CreateBuffer` makes, decided now if it can be; undecided while the feature flags are
+    /// The class that `CreateBuffer` makes, decided now if possible; undecided while the feature flags are
     /// not initialised.
     static EBufferChoice GetDefaultBufferImplementation();
 
@@ -91,7 +91,7 @@ public:
     /// `ZENT_BUFFER_BLOCK_SIZE` at load; may be written.
     static std::size_t sDefaultBlockSize;
 
-    /// Whether chunks grow. May be written. The name is spelt so.
+    /// Whether chunks grow. May be written. Misspelt; kept for callers that use the name.
     static bool sGrowDanamically;
 
     /// Default and smallest value of `ZENT_BUFFER_DYNAMIC_GROW_LIMIT`, in MiB.
@@ -104,8 +104,8 @@ protected:
 
 namespace detail {
 
-/// What a placement with an alignment takes for a buffer: for `new (memory) T` with a `void*` g++ would take
-/// forms with a plain `Buffer*` too, and then refuse it.
+/// Parameter of the placement operators with an alignment. With a plain `Buffer*` g++ would consider them for
+/// `new (memory) T` with a `void*` too, and reject that.
 struct PlaceInBuffer {
     template <class AnyBuffer>
         requires std::is_convertible_v<AnyBuffer*, Buffer*>
@@ -118,18 +118,17 @@ struct PlaceInBuffer {
 
 }  // namespace ZBase
 
-/// A piece of the buffer: `buffer->Allocate(size)`, so aligned to 8 bytes and no more. No destructor is
-/// registered.
+/// A piece of the buffer: `buffer->Allocate(size)`, so aligned to 8 bytes only. No destructor is registered.
 ///
-/// For a type that needs more the compiler takes the forms with an alignment below, but only where the type
-/// needs more than `__STDCPP_DEFAULT_NEW_ALIGNMENT__`: one that needs exactly 16 bytes is misaligned by
-/// `new (buffer) T` without a word, as nothing here learns of its type. `New<T>(buffer, ...)` (New.h) aligns
-/// every type; or compile with `-faligned-new=8`, and the compiler takes the right form for 16 too. The form
-/// for one object is declared with `Allocator`.
+/// For a type that needs more the compiler takes the forms with an alignment below, but only if it needs more
+/// than `__STDCPP_DEFAULT_NEW_ALIGNMENT__`: one that needs exactly 16 bytes is silently misaligned by `new
+/// (buffer) T`, as this operator does not get the type. `New<T>(buffer, ...)` (New.h) aligns every type; or
+/// compile with `-faligned-new=8`, and the compiler takes the right form for 16 too. The form for one object
+/// is declared with `Allocator`.
 ZBASE_API void* operator new[](std::size_t size, ZBase::Buffer* buffer);
 
-/// A piece with as much room as it takes to begin at a multiple of `alignment`, a power of two. Throws what
-/// `Allocate` throws, and `std::bad_alloc` where no memory can be aligned like that.
+/// A piece that is large enough to begin at a multiple of `alignment`, a power of two. Throws what `Allocate`
+/// throws, and `std::bad_alloc` for an alignment that no memory can have.
 ZBASE_API void* operator new(std::size_t size, std::align_val_t alignment,
                              ZBase::detail::PlaceInBuffer place);
 ZBASE_API void* operator new[](std::size_t size, std::align_val_t alignment,

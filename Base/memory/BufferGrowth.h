@@ -8,12 +8,12 @@ namespace ZBase {
 
 class Buffer;
 
-/// From now on the chunks of one buffer grow to at most `chunkBytes`; those of the others as before. A buffer
-/// whose chunks are as large already takes further ones of that size and no larger; a piece that needs more
-/// still gets it, and 0 keeps chunks from growing at all. The last call counts; it may be made on any thread.
-/// Where budgets refuse often, this keeps a lock-free buffer from asking for more each time.
+/// From now on the chunks of one buffer grow to at most `chunkBytes`; other buffers are not affected. A
+/// buffer with chunks that are larger already takes further ones of that size and no larger; a piece that
+/// needs more still gets it, and 0 keeps chunks from growing at all. The last call counts; it may be made on
+/// any thread. Where budgets refuse often, this keeps the requests of a lock-free buffer from growing.
 ///
-/// False, and nothing happens, for null and for a buffer that is not the library's own.
+/// False, without effect, for null and for a buffer of another implementation.
 ZBASE_API bool LimitGrowth(Buffer* buffer, std::size_t chunkBytes);
 
 }  // namespace ZBase

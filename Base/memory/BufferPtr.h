@@ -11,8 +11,8 @@ struct DeleteBuffer {
     void operator()(Buffer* buffer) const { buffer->Delete(); }
 };
 
-/// Owns a buffer: `const BufferPtr buffer(CreateBuffer(...))`. As the destructor of a `std::unique_ptr` does,
-/// it ends the process when a clean-up throws; who has such clean-ups calls `release()->Delete()`.
+/// Owns a buffer: `const BufferPtr buffer(CreateBuffer(...))`. Like the destructor of a `std::unique_ptr` it
+/// ends the process when a clean-up throws; with such clean-ups call `release()->Delete()`.
 using BufferPtr = std::unique_ptr<Buffer, DeleteBuffer>;
 
 }  // namespace ZBase

@@ -14,9 +14,9 @@ class Buffer;
 ///     BufferResource memory(buffer);
 ///     std::pmr::vector<int> numbers(&memory);
 ///
-/// What is given back stays with the buffer until it ends, so what grows costs the sum of its sizes: reserve
-/// where the size is known. Threads may share it as they may share the buffer. Asking for memory throws what
-/// `Buffer::Allocate` throws, and `std::bad_alloc` for an alignment that no memory can have.
+/// Freed memory stays with the buffer until that ends, so a growing container costs the sum of its sizes:
+/// reserve where the size is known. Threads may share it as they may share the buffer. An allocation throws
+/// what `Buffer::Allocate` throws, and `std::bad_alloc` for an alignment that no memory can have.
 class ZBASE_API BufferResource final : public std::pmr::memory_resource {
 public:
     /// `buffer` is not null and must outlive the resource and what lies in it.
@@ -29,7 +29,7 @@ private:
     void* do_allocate(std::size_t bytes, std::size_t alignment) override;
     void do_deallocate(void* memory, std::size_t bytes, std::size_t alignment) override;
 
-    // Resources over one buffer are as one.
+    // Resources over the same buffer are equal.
     bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override;
 
     Buffer* mpBuffer;  // held, not owned

@@ -10,7 +10,7 @@ namespace ZBase {
 
 namespace {
 
-// Whoever decides writes the same value, so no more than the word itself need be atomic.
+// Every thread that decides writes the same value, so no compare-and-swap is needed.
 std::atomic<Buffer::EBufferChoice> sBufferChoice{Buffer::eBufferChoiceUndecided};
 
 }  // namespace

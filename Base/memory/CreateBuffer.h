@@ -18,7 +18,7 @@ class MemoryContract;
 //                  `Buffer::sDefaultBlockSize`
 //   onBoundary     whether chunks are whole pages from the virtual memory service instead of heap blocks
 //
-// They throw what the first chunk throws, as told at `Buffer::Allocate`. The result is never null.
+// They throw what the first chunk throws, see `Buffer::Allocate`. The result is never null.
 
 /// A buffer of the implementation that the process has chosen: one for a single thread until the feature
 /// flags are initialised; from then on, and for good, the lock-free one unless "Base/UseLockFreeBuffer" is
@@ -32,8 +32,9 @@ ZBASE_API Buffer* CreateBuffer(int initialBlocks, int growthBlocks, std::size_t 
 ZBASE_API Buffer* CreateBufferSingleThread(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                            std::size_t blockSize, bool onBoundary);
 
-/// A buffer that hands every call on to an inner one, as `CreateBuffer` gives it; to the governors it counts
-/// as detached. Whether it asks for pages is ignored, and its inner buffer takes heap blocks: that is meant.
+/// A buffer that forwards every call to an inner one, made by `CreateBuffer`; for the governors it counts as
+/// detached. `onBoundary` is ignored, and the inner buffer takes heap blocks; kept for callers that rely on
+/// it.
 ZBASE_API Buffer* CreateDebugBuffer(int initialBlocks, int growthBlocks, MemoryContract* contract,
                                     std::size_t blockSize, bool onBoundary);
 

@@ -8,15 +8,15 @@
 
 namespace ZBase {
 
-/// A process-wide budget: every registered governor is asked about every chunk of every buffer, in the order
-/// of their addresses, until one refuses. Those before it have said yes and are not told that the chunk did
-/// not come. A function that is empty when it is called throws `std::bad_function_call`.
+/// A process-wide budget: every registered governor is called for every chunk of every buffer, in the order
+/// of their addresses, until one refuses. Those called before it are not called again when the chunk is
+/// refused. A function that is empty when it is called throws `std::bad_function_call`.
 struct MemGovernorProxy {
-    /// Asked for the bytes of a chunk; true grants.
+    /// Called with the bytes of a chunk; true grants.
     std::function<bool(std::size_t)> mRequest;
 
-    /// Told the bytes that a buffer gives back when it ends or is detached: all that it ever held, whoever
-    /// was asked for it.
+    /// Called with the bytes that a buffer frees when it ends or is detached: all that it ever held,
+    /// including chunks that other governors were called for.
     std::function<void(std::size_t)> mRelease;
 
     /// The text of a refusal of so many bytes.
@@ -27,7 +27,7 @@ struct MemGovernorProxy {
 /// that is registered already, changes nothing. Must not run while a buffer takes or gives back memory.
 ZBASE_API void RegisterMemGovernor(MemGovernorProxy* proxy);
 
-/// Takes a governor out; an unknown one changes nothing. It is not credited for what it granted before.
+/// Unregisters a governor; an unknown one changes nothing. It is not credited for what it granted before.
 ZBASE_API void UnregisterMemGovernor(MemGovernorProxy* proxy);
 
 }  // namespace ZBase

@@ -9,15 +9,15 @@
 
 namespace ZBase {
 
-/// A contract with a fixed sum of bytes, for one request of a server: what its buffers and conversions may
-/// take together. Any number of threads may use it, and its reference count is atomic; the last reference
-/// destroys it.
+/// A contract with a fixed sum of bytes, for one request of a server: the limit for its buffers and
+/// conversions together. Any number of threads may use it, and its reference count is atomic; the last
+/// reference destroys it.
 ///
 ///     const SmartPtrI<MemoryBudget> budget = MemoryBudget::Create(400'000);
 ///     const BufferPtr buffer(CreateBufferThreadSafe(0, 1, budget.Get(), 0, false));
 class ZBASE_API MemoryBudget final : public MemoryContract {
 public:
-    /// What asks for more than is left of `bytes` is refused with the system code 1816, "not enough quota".
+    /// A request for more than is left of `bytes` is refused with the system code 1816, "not enough quota".
     /// Throws `std::bad_alloc`.
     static SmartPtrI<MemoryBudget> Create(std::size_t bytes);
 
@@ -27,15 +27,15 @@ public:
     unsigned int Request(unsigned int bytes) override;
     void Settle(unsigned int bytes) override;
 
-    /// Gives bytes back that were granted and are no longer used; no more than are granted. Nobody but the
-    /// owner of the budget calls it.
+    /// Takes back a grant of bytes that are no longer used, at most all that is granted. Only the owner of
+    /// the budget calls it.
     void Refund(unsigned int bytes) override;
 
     unsigned int RequestChunk(std::size_t bytes, bool chunk) override;
     void SettleChunk(std::size_t bytes) override;
 
-    // In bytes, each by itself as it is at the moment. What was granted and did not come, for want of memory
-    // or because a governor refused, is granted and not settled.
+    // In bytes, each read by itself. Bytes that were granted but not allocated, for want of memory or because
+    // a governor refused, are granted and not settled.
     std::size_t GetLimit() const { return mLimit; }
     std::size_t GetGranted() const { return mGranted; }
     std::size_t GetRefused() const { return mRefused; }

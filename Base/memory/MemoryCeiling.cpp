@@ -8,7 +8,7 @@
 namespace ZBase {
 
 MemoryCeiling::MemoryCeiling(std::size_t bytes) : mCeiling(bytes) {
-    // The chunk is booked with the yes, since nobody tells later that it has come.
+    // Booked at the grant: a governor is not called when the chunk was acquired.
     mProxy.mRequest = [this](std::size_t asked) { return Ask(asked); };
     mProxy.mRelease = [this](std::size_t given) { GiveBack(mHeld, given); };
     mProxy.mRefusalText = [this](std::size_t asked) { return TellRefusal(asked); };

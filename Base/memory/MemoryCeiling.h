@@ -9,8 +9,8 @@
 namespace ZBase {
 
 /// A ceiling on what all buffers of the process hold together: a governor that is registered as long as it
-/// lives. Any number of threads may ask it. Make it before the first buffer and destroy it after the last, as
-/// the registration of a governor wants it.
+/// lives. Any thread may use it. Make it before the first buffer and destroy it after the last, as the
+/// registration of a governor requires.
 class ZBASE_API MemoryCeiling {
 public:
     /// Throws `std::bad_alloc`.
@@ -21,8 +21,8 @@ public:
 
     std::size_t GetCeiling() const { return mCeiling; }  // bytes
 
-    /// Bytes that the buffers hold. A chunk that was granted here and then did not come, because another
-    /// governor refused or there was no memory, stays booked.
+    /// Bytes that the buffers hold. A chunk that was granted here but not acquired, because another governor
+    /// refused or there was no memory, stays booked.
     std::size_t GetHeld() const { return mHeld; }
 
     /// How many chunks were refused.

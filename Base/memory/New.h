@@ -13,7 +13,7 @@ namespace ZBase {
 
 namespace detail {
 
-// The object at `memory`, also of an aggregate.
+// Constructs an object at `memory`, aggregates included.
 template <class T, class... Arguments>
 T* Construct(void* memory, Arguments&&... arguments) {
     if constexpr (std::is_constructible_v<T, Arguments...>) {
@@ -28,7 +28,7 @@ void Destroy(void* object) {
     std::destroy_at(static_cast<T*>(object));
 }
 
-// An array in a buffer, if its elements are to be destroyed: their number, then they themselves.
+// An array in a buffer whose elements are to be destroyed: the count, then the elements.
 template <class T>
 struct CountedArray {
     static constexpr std::size_t kAlignment = alignof(T) > alignof(std::size_t) ? alignof(T)
@@ -39,7 +39,7 @@ struct CountedArray {
         return static_cast<T*>(static_cast<void*>(static_cast<unsigned char*>(memory) + kOffset));
     }
 
-    // The last first, as the language does it.
+    // In reverse order, as the language does.
     static void Destroy(void* memory) {
         T* const elements = Elements(memory);
         for (std::size_t left = *static_cast<std::size_t*>(memory); left != 0; --left)
@@ -47,7 +47,7 @@ struct CountedArray {
     }
 };
 
-// Registers the end of what was made; ends it at once if that fails.
+// Registers the destruction of an object; destroys it at once if that fails.
 inline void EndWith(Buffer* buffer, void (*end)(void*), void* made) {
     try {
         buffer->AddCleanup(end, made);
@@ -59,10 +59,10 @@ inline void EndWith(Buffer* buffer, void (*end)(void*), void* made) {
 
 }  // namespace detail
 
-/// An object in the buffer, aligned as its type wants it, that is destroyed with the buffer: among the
-/// clean-ups, which run the newest first on a lock-free buffer and the oldest first on one for one thread. A
-/// type without a destructor of its own registers none. `buffer` is not null. Throws what `Allocate`,
-/// `AddCleanup` and the constructor throw; then there is no object, and its memory stays with the buffer.
+/// An object in the buffer, aligned for its type, that is destroyed with the buffer, as one of its clean-ups,
+/// which run the newest first on a lock-free buffer and the oldest first on one for one thread. A trivially
+/// destructible type registers none. `buffer` is not null. Throws what `Allocate`, `AddCleanup` and the
+/// constructor throw; then there is no object, and its memory stays with the buffer.
 template <class T, class... Arguments>
     requires(!std::is_array_v<T>)
 T* New(Buffer* buffer, Arguments&&... arguments) {
@@ -72,9 +72,9 @@ T* New(Buffer* buffer, Arguments&&... arguments) {
     return object;
 }
 
-/// `New<T[]>(buffer, count)`: the first of `count` objects, each as `T()` makes it, which are destroyed from
-/// the last to the first. Never null. Throws `std::bad_array_new_length` for a count whose bytes no object
-/// can have, and what the form for one object throws.
+/// `New<T[]>(buffer, count)`: the first of `count` value-initialised objects, which are destroyed from the
+/// last to the first. Never null. Throws `std::bad_array_new_length` for a count whose bytes no object can
+/// have, and what the form for one object throws.
 template <class T>
     requires std::is_unbounded_array_v<T>
 std::remove_extent_t<T>* New(Buffer* buffer, std::size_t count) {

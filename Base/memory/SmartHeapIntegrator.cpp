@@ -8,7 +8,7 @@ namespace ZBase {
 
 namespace {
 
-// The vendor's record, which is known as words only, with room to spare behind the known ones.
+// The vendor's record: only its words are known; space behind the known ones.
 struct MEM_PROCESS_INFO2 {
     std::uint64_t words[32];
 };
@@ -16,9 +16,8 @@ struct MEM_PROCESS_INFO2 {
 constexpr std::size_t kKnownWords = 14;
 static_assert(sizeof(MEM_PROCESS_INFO2) >= kKnownWords * sizeof(std::uint64_t));
 
-// An entry point of the heap. What the first look-up found holds for good, be it that there is none. Of two
-// threads at once both may look, and the first result counts; nobody waits, so no child of a fork finds a
-// look-up that never ends.
+// An entry point of the heap. The result of the first look-up is kept, also if there is none. Two threads may
+// look at once, and the first result counts; there is no lock that a forked child could find taken.
 class EntryPoint {
 public:
     constexpr explicit EntryPoint(const char* name) : mName(name) {}
@@ -40,7 +39,7 @@ private:
         return heap == nullptr ? nullptr : os::FindFunction(heap, mName);
     }
 
-    static constinit inline char sUnknown = 0;  // its address: nobody has looked yet
+    static constinit inline char sUnknown = 0;  // its address: not looked up yet
 
     const char* const mName;
     std::atomic<void*> mFunction{&sUnknown};

@@ -7,12 +7,12 @@
 
 namespace ZBase {
 
-/// The link to SmartHeap, a vendor's heap ("shsmp64.dll", "libshsmp64.so"), where that is in the process; the
-/// library never loads it. Where it is not, every question is answered with "no". It is looked for once, by
-/// the first call that needs it: one that arrives later is not noticed.
+/// The link to SmartHeap, a vendor's heap ("shsmp64.dll", "libshsmp64.so"), if that is in the process; the
+/// library never loads it. If it is not, every query returns false or 0. It is looked for once, by the first
+/// call that needs it; if it is loaded later it is not noticed.
 class ZBASE_API SmartHeapIntegrator {
 public:
-    /// What the heap holds, as it reports it. The fields are named after what they are taken for.
+    /// What the heap holds, as it reports it. The field names are guesses at their meaning.
     struct MemInfo {
         std::uint64_t usedBytes;  // with the on-boundary memory of buffers, which the heap can't see
         std::uint64_t freeBytes;  // held and not used
@@ -33,17 +33,17 @@ public:
     static void Init();
     static void MemPatchProcess();
 
-    /// `mSmartHeapEnabled`, also where the heap is not there.
+    /// `mSmartHeapEnabled`, also without the heap.
     static bool IsSmartHeapEnabled();
 
     /// Sets `mHookEnabled`; there is no way back.
     static void SetHookingEnabled();
     static bool GetHookingEnabled();
 
-    /// False, with `info` untouched, when the heap is not there or does not answer.
+    /// False, with `info` untouched, without the heap or when it fails.
     static bool GetMemoryUsageInfo(MemInfo& info);
 
-    /// Tells the heap to shrink its cache; its answer, 0 when it is not there.
+    /// Has the heap shrink its cache; its result, 0 without the heap.
     static std::size_t ShrinkSmartHeapMemoryCache(std::size_t size);
 
     static bool mSmartHeapEnabled;       // true; for the application to write

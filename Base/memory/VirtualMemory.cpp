@@ -26,7 +26,7 @@ int ZNTVirtualFree(void* address, std::size_t size, bool useCallback) {
 }
 
 int ZNTVirtualProtect(void* address, std::size_t size, bool) {
-    // Meant: a protection callback forbids protection and is not called.
+    // A protection callback disables protection and is never called; kept for hosts that set it for that.
     if (gVirtualProtectCallback.load() != nullptr) return 1;
     return os::ProtectPages(address, size) ? 0 : 1;
 }

@@ -12,7 +12,7 @@ namespace {
 
 struct Level {
     const Message* message;
-    Links<const Record> links;  // at the root those of the last look
+    Links<const Record> links;  // at the root those of the last step
     CursorOffset offset;
     bool lowerLevelVisited = false;
     bool sameLevelVisited = false;
@@ -35,7 +35,7 @@ struct ConstMessageCursor::State {
     }
     ~State() { FreeBlockChain(missing); }
 
-    // What `GetMessage` keeps in `missing` has one owner.
+    // The text that `GetMessage` keeps in `missing` has one owner.
     State& operator=(const State& other) {
         levels = other.levels;
         rootLinks = other.rootLinks;

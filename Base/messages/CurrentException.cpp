@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kNoCode = -1;
 
-// The words are a parameter: in a template "%%" would be something else.
+// The text is passed as a parameter: in a template "%%" would be a placeholder.
 Message Saying(const char* words) noexcept {
     Message message(MESSAGE_DOMAIN_UNKNOWN, kNoCode, "%1");
     return std::move(message << words);
@@ -37,7 +37,7 @@ Message OfUnknownType() noexcept {
     return std::move(message << name);
 }
 
-// The failure without those that it was thrown with.
+// The failure without its nested ones.
 Message OfFailureAlone(const std::exception_ptr& failure) noexcept {
     try {
         std::rethrow_exception(failure);

@@ -39,7 +39,7 @@ Message::~Message() {
 }
 
 Message& Message::operator=(const Message& other) noexcept {
-    // A message nested in this one would go with the old content. This one itself is simply emptied.
+    // A message nested in this one would be destroyed with the old content.
     if (&other != this && Holds(BlockOf(*this), &other)) return *this = Message(other);
     Clear();
     CopyContent(BlockOf(other), BlockOf(*this));
@@ -47,7 +47,7 @@ Message& Message::operator=(const Message& other) noexcept {
 }
 
 Message& Message::operator=(Message&& other) noexcept {
-    // What is nested in this one has a place in its bytes, and so nothing to give away.
+    // A message nested in this one is part of its bytes and can't be moved from.
     if (&other != this && Holds(BlockOf(*this), &other)) return *this = std::as_const(other);
     Clear();
     TakeContent(BlockOf(other), BlockOf(*this));

@@ -23,7 +23,7 @@ class Message;
 
 namespace detail {
 
-// What `message << operand` would be taken for.
+// The kinds of operands of `message << operand`.
 struct MessageOperand {
     static std::true_type IsBool(bool);
     static std::false_type IsBool(int);
@@ -43,7 +43,7 @@ struct MessageOperand {
     static std::false_type IsBool(void (*)(Message&));
 };
 
-/// Operands that only turn into a `bool`: functions, members, other pointers, what has an `operator bool`.
+/// Operands that convert to `bool`: functions, members, other pointers, types with an `operator bool`.
 template <class T>
 concept TurnsIntoBool = !std::same_as<std::remove_cv_t<T>, bool> && requires(T& operand) {
     { MessageOperand::IsBool(operand) } -> std::same_as<std::true_type>;
@@ -54,16 +54,16 @@ concept TurnsIntoBool = !std::same_as<std::remove_cv_t<T>, bool> && requires(T& 
 /// An error or a piece of information: a domain and an id, a template text with its parameters, texts in
 /// several languages, a wide text, and further messages nested inside.
 ///
-/// A message is one flat run of tagged records in a block of 100 bytes, with all that it holds inline; when
-/// the block is full it goes on in a chain of heap blocks, each of 100 bytes or as large as the one record
-/// that it holds. What fits in the block is built, copied and swapped without the heap, and thrown with no
-/// more than what the language takes for the thrown object. Nesting and localising take heap. A message may
-/// stand at any address and belongs to one thread at a time.
+/// A message is one flat sequence of tagged records in a block of 100 bytes, with all its content inline;
+/// when the block is full it continues in a chain of heap blocks, each of 100 bytes or as large as the one
+/// record in it. What fits in the block is built, copied and swapped without the heap, and thrown with no
+/// more than the language takes for the thrown object. Nesting and localising take heap. A message may be at
+/// any address and belongs to one thread at a time.
 ///
 /// Additions never throw for want of memory: what can't be stored is lost and the message stays well-formed.
-/// Texts are copied in; a pointer that is handed out is good until the message changes. Room that a deleted
-/// or replaced text took comes back when the message is copied. An addition and a look-up walk the message,
-/// so that n parameters cost n * n; a message is meant for tens of them.
+/// Texts are copied in; a returned pointer is valid until the message changes. The space of a deleted or
+/// replaced text is reclaimed when the message is copied. An addition and a look-up walk the message, so n
+/// parameters cost O(n^2); a message is made for tens of them.
 class ZBASE_API Message {
 public:
     /// The smallest memory in bytes that a message can be built in.
@@ -82,18 +82,18 @@ public:
 
     Message(const Message& other) noexcept;
 
-    /// Leaves an empty message when it is assigned to itself: it is cleared first, and that is meant.
+    /// Assigned to itself it becomes empty, as it is cleared first; kept for callers that clear by it.
     Message& operator=(const Message& other) noexcept;
 
-    /// Take the content over with its heap blocks and leave `other` empty. Only what `other` holds in a first
-    /// block that is larger than this one, as a message in memory of its own may, is copied; then `other`
-    /// keeps its content where there is no memory for all of the copy.
+    /// Take the content over with its heap blocks and leave `other` empty. Only if `other` has a larger first
+    /// block than this one, as a message in memory of its own may, is that copied; without memory for all of
+    /// the copy `other` keeps its content.
     Message(Message&& other) noexcept;
     Message& operator=(Message&& other) noexcept;
 
     ~Message();
 
-    /// Drops all content and gives the heap blocks back.
+    /// Drops all content and frees the heap blocks.
     void Clear();
 
     /// True when there is nothing in the message.
@@ -122,17 +122,16 @@ public:
     /// The UTF-8 text of parameter `index`, counted from 0; null past the end.
     const char* GetParameter(unsigned int index) const;
 
-    /// The number of parameters. To read them all, `MessageParameters` takes one walk instead of one for
-    /// each.
+    /// The number of parameters. To read them all use `MessageParameters`, which takes one walk for all.
     unsigned int GetParameterCount() const;
 
     /// Appends a parameter. A null text counts as an empty one. When there is no memory for a text, an empty
-    /// parameter stands in for it, so that later ones keep their numbers. The call does not return before
-    /// that one has a place: it lets other threads run, and then sleeps, between its tries.
+    /// parameter is stored instead, so that later ones keep their numbers. The call does not return before
+    /// that one is stored: it yields, and then sleeps, between its tries.
     Message& operator<<(const char* text);
 
-    /// Appends wide text as UTF-8, bad units replaced. Throws `StringConversionException` for a surrogate
-    /// that has no partner, and `std::bad_alloc`, before the message is touched.
+    /// Appends wide text as UTF-8. Throws `StringConversionException` for a lone surrogate, and
+    /// `std::bad_alloc`, before the message changes. Other bad units are replaced.
     Message& operator<<(const unsigned short* text);
 
     /// The same with a text that has its length. A parameter ends at its first zero, and so does this one. A
@@ -146,16 +145,16 @@ public:
     /// Appends "true" or "false".
     Message& operator<<(bool value);
 
-    /// What would only turn into a `bool` is none: the name of a function, a `wchar_t` text or any other
-    /// pointer, a handle that tells whether it is set, an element of a `std::vector<bool>`. Write
+    /// Deleted for operands that only convert to `bool`: the name of a function, a `wchar_t` text or any
+    /// other pointer, a handle with an `operator bool`, an element of a `std::vector<bool>`. Write
     /// `bool(...)`.
     template <detail::TurnsIntoBool T>
     Message& operator<<(const T& operand) = delete;
 
-    /// Appends a number in the number format of the message: its low 32 bits, so that 4294967297 in a `long`
-    /// is 1; what may have more, such as a `std::size_t`, goes whole as a `long long` or an `unsigned long
-    /// long`. Characters and plain enumerations go as the numbers they are: 'c' is 99. What has more than one
-    /// way to go, such as a `long double` or `nullptr`, does not compile.
+    /// Appends a number in the number format of the message: its low 32 bits, so 4294967297 in a `long` is 1;
+    /// cast what may have more, such as a `std::size_t`, to `long long` or `unsigned long long`. Characters
+    /// and plain enumerations are appended as numbers: 'c' is 99. An ambiguous operand, such as a `long
+    /// double` or `nullptr`, does not compile.
     Message& operator<<(int value);
     Message& operator<<(unsigned int value);
     Message& operator<<(long value);
@@ -172,8 +171,8 @@ public:
     /// Calls the manipulator on this message: `message << Message::Hex << 255`.
     Message& operator<<(void (*manipulator)(Message&));
 
-    /// Set how further numbers are written: decimal; "0x" and as many upper-case hexadecimal digits as it
-    /// takes, at least 8, at least 16. The format stays with the message and its copies. Nothing happens on a
+    /// Set how further numbers are written: decimal; "0x" and as many upper-case hexadecimal digits as
+    /// needed, at least 8, at least 16. The format stays with the message and its copies. No effect on a
     /// message that has neither domain nor id.
     static void Dec(Message& message);
     static void Hex(Message& message);
@@ -188,15 +187,14 @@ public:
     /// Stores a UTF-8 text for a language in place of the one there; null removes it.
     void SetLocalizedText(unsigned short language, const char* text);
 
-    /// Stores a wide text, and its UTF-8 twin as the text of language 0; null removes both. Throws
-    /// `StringConversionException` for a surrogate that has no partner, and `std::bad_alloc`, before the
-    /// message is touched.
+    /// Stores a wide text, and the same in UTF-8 as the text of language 0; null removes both. Throws
+    /// `StringConversionException` for a lone surrogate, and `std::bad_alloc`, before the message changes.
     void SetMessage(const unsigned short* text);
 
     /// The wide text that was set, or else the text of the whole tree in language 0x409, which is then kept
-    /// in the message and not made anew when the message changes. Null when there is no room to keep it. Only
-    /// for a message that is not nested in another: what a nested one keeps is never freed. Although it is
-    /// constant it writes, so two threads must not call it on one message. Throws `std::bad_alloc`.
+    /// in the message and not made anew when the message changes. Null when there is no memory to keep it.
+    /// Only for a message that is not nested in another: what a nested one keeps is never freed. Although it
+    /// is const it writes, so two threads must not call it on one message. Throws `std::bad_alloc`.
     const unsigned short* GetMessage() const;
 #if defined(_WIN32)
     // What the call is named by the macro of <windows.h>.
@@ -204,33 +202,33 @@ public:
     const unsigned short* GetMessageW() const { return GetMessage(); }
 #endif
 
-    /// The text of this message without those nested in it: the one stored for `language`, otherwise what
-    /// `localizer` gives, which may be a null string. Throws `std::bad_alloc`.
+    /// The text of this message without those nested in it: the one stored for `language`, otherwise the
+    /// result of `localizer`, which may be a null string. Throws `std::bad_alloc`.
     ReturnString Localize(Localizer& localizer, unsigned short language) const;
 
     // Nesting
 
     /// Makes the content a lower-level message, the cause, of a new message with this domain, id and
-    /// template. On an empty message only the new one is made. Copies the content twice, so that n wraps cost
-    /// n * n. Without memory for the first copy the message stays as it is, as it does where the content
-    /// would come to 4 GiB; without memory for the second, the content is lost and the new message stays.
+    /// template. On an empty message only the new one is made. Copies the content twice, so n wraps cost
+    /// O(n^2). Without memory for the first copy the message stays unchanged, and also if the content would
+    /// reach 4 GiB; without memory for the second, the content is lost and the new message stays.
     Message& WrapBy(unsigned short domain, int id, const char* textTemplate);
 
     /// The same, with the content following the new message on its own level.
     Message& PrependBy(unsigned short domain, int id, const char* textTemplate);
 
     /// Puts `other` and what follows it on its level in front of this message, at a cost that is linear in
-    /// both. `other` may be this message or one nested in it. What is lost without memory is as above, the
-    /// messages behind `other` with the content.
+    /// both. `other` may be this message or one nested in it. Losses without memory are as above, including
+    /// the messages after `other`.
     Message& PrependBy(const Message& other);
 
-    /// The message that this one wraps, or that follows it on its level; null if there is none. Good until
+    /// The message that this one wraps, or that follows it on its level; null if there is none. Valid until
     /// this message changes.
     const Message* GetLowerLevelMessageOrNULL() const;
     const Message* GetSameLevelMessageOrNULL() const;
 
 private:
-    // `size` is the number of bytes of the memory that `this` stands in.
+    // `size` is the number of bytes of the memory at `this`.
     explicit Message(unsigned int size) noexcept;
     Message(unsigned int size, const Message& other) noexcept;
     Message(unsigned int size, unsigned short domain, int id, const char* textTemplate) noexcept;
@@ -241,8 +239,8 @@ private:
     unsigned char mBlock[100];
 };
 
-/// Whether two trees say the same: domains, ids, templates, parameters and the texts of all languages,
-/// message by message. Number formats and wide texts are no part of it. Throws `std::bad_alloc`.
+/// Whether two trees are equal: domains, ids, templates, parameters and the texts of all languages, message
+/// by message. Number formats and wide texts are not compared. Throws `std::bad_alloc`.
 ZBASE_API bool operator==(const Message& one, const Message& other);
 
 /// Writes the whole tree as `FormatMessage(message, 0)` gives it. Throws `std::bad_alloc`.
@@ -251,7 +249,7 @@ ZBASE_API std::ostream& operator<<(std::ostream& stream, const Message& message)
 static_assert(sizeof(Message) == 100);
 static_assert(alignof(Message) == 1);
 
-/// Makes the text of one message late, for one language.
+/// Makes the text of one message when it is read, for one language.
 class ZBASE_API Message::Localizer {
 public:
     /// The UTF-8 text for `language`, or a null string. `textTemplate` is null if the message has none;
@@ -262,8 +260,8 @@ public:
     virtual ~Localizer() = default;
 };
 
-/// A message in memory that the caller supplies and keeps: its heap blocks go with the holder, the memory
-/// does not.
+/// A message in memory that the caller supplies and keeps: the holder frees its heap blocks, but not that
+/// memory.
 class ZBASE_API Message::PlacementPtr {
 public:
     /// Null when `memory` is null or `size`, in bytes, is below `Message::MIN_SIZE`.
@@ -284,12 +282,12 @@ private:
     Message* mpMessage = nullptr;  // in the caller's memory
 };
 
-/// Messages back to back in memory that the caller supplies and keeps.
+/// Consecutive messages in memory that the caller supplies and keeps.
 class ZBASE_API Message::PlacementArrayPtr {
 public:
     /// As many messages of `elementSize` bytes as fit in `totalSize`. Null when `memory` is null,
     /// `elementSize` is below `Message::MIN_SIZE`, or not smaller than `totalSize`: memory for exactly one is
-    /// refused, and that is meant.
+    /// refused; kept for callers that rely on it.
     PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize);
     PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize, const Message& other);
     PlacementArrayPtr(void* memory, unsigned int totalSize, unsigned int elementSize, unsigned short domain,

@@ -11,7 +11,7 @@ using namespace detail;
 
 namespace {
 
-// A message below the root, out of its parent while the cursor stands on it or further down.
+// A message below the root, copied out of its parent while the cursor is at it or below it.
 struct Level {
     LiveLinks links;  // those to which no step was taken
     CursorOffset offset;
@@ -42,7 +42,7 @@ struct MessageCursor::State {
 
     LiveLinks& CurrentLinks() { return levels.empty() ? rootLinks : levels.back().links; }
 
-    // Whoever has the current message may have done anything to it since the last look.
+    // The current message may have been changed in any way since the last step.
     Links<Record> Look() {
         bool isRewritten = false;
         return CurrentLinks().Look(CurrentBlock(), isRewritten);
@@ -86,7 +86,7 @@ bool MessageCursor::State::GoTo(ETag tag, bool create) {
 void MessageCursor::State::PackLastLevel() {
     Level level = std::move(levels.back());
     levels.pop_back();
-    // What was rewritten meanwhile is told by what is there before the level comes back.
+    // The comparison with the records before the step must come before the level is packed in.
     const Links<Record> now = Look();
     const bool isLower = level.offset.same_level_offset == CurrentOffset().same_level_offset;
     const ETag tag = isLower ? TAG_LOWER_LEVEL : TAG_SAME_LEVEL;

@@ -41,7 +41,7 @@ constexpr Domain kDomains[] = {
     {300, "Server"},
 };
 
-// The row of each number; the first, "Unknown", for those without one.
+// The row of each number; the first, "Unknown", for numbers without a domain.
 constexpr auto kRows = [] {
     std::array<unsigned char, std::end(kDomains)[-1].number + 1> rows{};
     for (unsigned char row = 0; row != std::size(kDomains); ++row) rows[kDomains[row].number] = row;
@@ -57,7 +57,7 @@ const char* ToString(unsigned short domain) {
 unsigned short ToMessageDomain(const char* name) {
     if (name == nullptr) return MESSAGE_DOMAIN_UNKNOWN;
     for (const Domain& row : kDomains) {
-        if (row.number == kAppleSignal) continue;  // meant: this name has no way back
+        if (row.number == kAppleSignal) continue;  // read back as 0; the XML form has it so
         if (detail::EqualsInAnyAsciiCase(row.name, name)) return row.number;
     }
     return MESSAGE_DOMAIN_UNKNOWN;

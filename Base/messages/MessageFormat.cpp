@@ -16,7 +16,8 @@ using namespace detail;
 
 namespace {
 
-// Brings a cursor home: what a `MessageCursor` holds when an exception ends the walk would be lost.
+// Steps a cursor back to the root: messages that a `MessageCursor` has taken out would be lost when an
+// exception ends the walk.
 class ClimbToRoot {
 public:
     explicit ClimbToRoot(MessageCursor& cursor) : mCursor(cursor) {}
@@ -31,7 +32,7 @@ private:
     MessageCursor& mCursor;
 };
 
-// A step to a message that is there fails only for want of memory.
+// A step to an existing message fails only for want of memory.
 void Demand(bool stepped) {
     if (!stepped) throw std::bad_alloc();
 }
@@ -40,20 +41,20 @@ void AppendText(std::string& text, const ReturnString& own) {
     text.append(own.c_str() != nullptr ? own.c_str() : "Unknown.");
 }
 
-// Room for the text of an ordinary tree, whose records have what goes into it, and some more for the name of
-// a domain and an id. Larger trees may have much that does not, such as texts of other languages.
+// Enough for the text of an ordinary tree, whose records contain it, plus the name of a domain and an id.
+// Larger trees may have much else, such as texts of other languages.
 std::size_t ExpectedLength(const Block& root) {
     constexpr std::uint64_t kOrdinary = 4096;
     return static_cast<std::size_t>(std::min(2 * SumRecordLengths(root, kDeleted), kOrdinary));
 }
 
-// One allocation, without another look for the end.
+// One allocation, without a `strlen`.
 ReturnString MakeResult(const std::string& text) {
     Unfinished<ReturnString> result(text.size());
     return result.Finish(std::copy_n(text.data(), text.size(), result.Get()));
 }
 
-// Appends the line of the message where the cursor stands; gives its text, which may be a null string.
+// Appends the line of the message at the cursor; returns its text, which may be a null string.
 template <class Cursor>
 ReturnString AppendMessage(std::string& text, const Cursor& cursor, Message::Localizer& localizer,
                            unsigned short language) {
@@ -128,7 +129,8 @@ ReturnString FormatMessage(const Message& message, Message& localized, unsigned 
     for (;;) {
         const ReturnString own = AppendMessage(text, source, localizer, language);
         if (own.c_str() != nullptr) destination.GetCurrentMessage().SetLocalizedText(language, own.c_str());
-        // Meant: only this link is followed, so same-level messages are in neither text.
+        // Only this link is followed, so same-level messages are in neither text; kept for callers that show
+        // a chain of causes.
         if (!source.LowerLevelMessageIsUnvisited()) break;
         Demand(source.GoToLowerLevelMessage(false));
         Demand(destination.GoToLowerLevelMessage(true));

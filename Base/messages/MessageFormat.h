@@ -11,30 +11,30 @@
 
 namespace ZBase {
 
-// A message tree as one text. The texts follow each other depth first with nothing between them but one tab
-// for each lower-level step on the way; "Unknown." stands for a message without text. Throw `std::bad_alloc`.
-// The tabs are counted in 16 bits: at a depth of 65536 there is none.
+// A message tree as one text. The texts follow each other depth first, separated only by one tab for each
+// lower-level step on the way; "Unknown." stands for a message without text. Throw `std::bad_alloc`. The tabs
+// are counted in 16 bits: at a depth of 65536 there is none.
 
 /// The whole tree, by `SimpleMessageLocalizer`.
 ZBASE_API ReturnString FormatMessage(const Message& message, unsigned short language);
 
-/// The whole tree, by `localizer`. Only reads, in memory that is linear in the text. A message that is not
-/// constant takes the form below: give this one `std::as_const(message)`.
+/// The whole tree, by `localizer`. Only reads, in memory that is linear in the text. For a message that is
+/// not const overload resolution takes the form below: pass `std::as_const(message)`.
 ZBASE_API ReturnString FormatMessage(const Message& message, unsigned short language,
                                      Message::Localizer& localizer);
 
 /// The whole tree, by `localizer`, and it writes: the walk takes each nested message out of `message` and
-/// packs it in again, also when `localizer` throws, which ends it. So each call leaves `message` larger by
-/// what is nested in it, until it is copied, and costs the more the deeper the tree is: a record of 1 MB with
-/// 3,000 levels takes 3 GiB. Who has no use for that gives a constant message.
-/// Another message that `localizer` changes is no concern of the walk; `message` must be left alone.
+/// packs it in again, also when an exception of `localizer` ends it. So each call leaves `message` larger by
+/// what is nested in it, until it is copied, and costs more the deeper the tree is: a record of 1 MB with
+/// 3,000 levels takes 3 GiB. Pass a const message unless you need that. `localizer` may change other
+/// messages, but not `message`.
 ZBASE_API ReturnString FormatMessage(Message& message, unsigned short language,
                                      Message::Localizer& localizer);
 
 /// `message` and the chain of lower-level messages under it, by `localizer`; each text is also stored in
-/// `localized`, in a tree of the same shape. Leaves out every same-level message, and that is meant. Each
-/// call leaves `localized` larger by what is nested in it, until it is copied, and costs as the form above
-/// does.
+/// `localized`, in a tree of the same shape. Leaves out every same-level message; kept for callers that show
+/// a chain of causes. Each call leaves `localized` larger by what is nested in it, until it is copied, and
+/// costs as the form above does.
 ZBASE_API ReturnString FormatMessage(const Message& message, Message& localized, unsigned short language,
                                      Message::Localizer& localizer);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// What lets `std::format("{}", message)` and `fmt::format("{}", message)` write a message, or an exception
-// that is one, as `FormatMessage(message, 0)` does, with the options of a text: "{:>20}". Each is there where
-// its library is.
+// Formatters for `std::format("{}", message)` and `fmt::format("{}", message)`: a message, or an exception
+// that is one, as `FormatMessage(message, 0)`, with the options of a text: "{:>20}". Each is defined if its
+// library was included.
 
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>

@@ -12,7 +12,7 @@ namespace ZBase {
 ///
 ///     for (const char* parameter : MessageParameters(message)) ...
 ///
-/// All of them are read in one walk. The message must outlive the range, and its texts are good until it
+/// All of them are read in one walk. The message must outlive the range, and its texts are valid until it
 /// changes. Allocates nothing.
 class MessageParameters {
 public:
@@ -20,7 +20,7 @@ public:
 
     explicit MessageParameters(const Message& message) noexcept : mpMessage(&message) {}
 
-    /// A temporary would be gone before the first parameter is read.
+    /// Deleted: a temporary would end before the first parameter is read.
     explicit MessageParameters(const Message&&) = delete;
 
     Iterator begin() const noexcept;
@@ -30,7 +30,7 @@ private:
     const Message* mpMessage;  // held, not owned
 };
 
-/// A forward iterator, good as long as the message does not change.
+/// A forward iterator, valid as long as the message does not change.
 class ZBASE_API MessageParameters::Iterator {
 public:
     using value_type = const char*;
@@ -49,7 +49,7 @@ public:
     bool operator==(std::default_sentinel_t) const noexcept { return mpText == nullptr; }
 
 private:
-    const void* mpBlock = nullptr;  // of the message, where the text lies
+    const void* mpBlock = nullptr;  // of the message, the block with the text
     const char* mpText = nullptr;
 };
 

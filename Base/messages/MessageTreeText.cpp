@@ -15,7 +15,7 @@ using namespace detail;
 
 namespace {
 
-// Deeper levels are not moved further to the right, or a deep tree would be nothing but spaces.
+// Deeper levels are not indented further, or a deep tree would be mostly spaces.
 constexpr std::size_t kDeepestIndentation = 32;
 
 constexpr const char* kDomainColour = "36";
@@ -29,7 +29,7 @@ std::string Hex(int value, std::size_t digits) {
     return text;
 }
 
-// A text on one line, and harmless to a terminal.
+// A text on one line, with control characters escaped.
 void AppendOneLine(std::string& line, std::string_view text) {
     for (std::size_t i = 0; i != text.size(); ++i) {
         const auto octet = static_cast<unsigned char>(text[i]);
@@ -76,7 +76,7 @@ private:
         if (mOptions.colour) mText += "\033[0m";
     }
 
-    // Without the end of a line that the system's descriptions bring.
+    // Without the line end of the system's descriptions.
     std::string TextOf(const Message& message) {
         SimpleMessageLocalizer simple;
         Message::Localizer& localizer = mOptions.localizer == nullptr ? simple : *mOptions.localizer;

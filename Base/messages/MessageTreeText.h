@@ -6,7 +6,7 @@
 
 namespace ZBase {
 
-/// What `FormatTree` shows, and how.
+/// The options of `FormatTree`.
 struct TreeOptions {
     unsigned short language = 0;              // Windows language id of the texts
     Message::Localizer* localizer = nullptr;  // held, not owned; null: a `SimpleMessageLocalizer`
@@ -21,9 +21,9 @@ struct TreeOptions {
 ///     Server 110  Process 7 could not load its text. (Server message 110)
 ///       Server 103  names.txt is not text. (Server message 103)
 ///
-/// Control characters in texts are escaped ("\n", "\x1B"), so a line stays one. "Unknown." stands for a
-/// message without text. Reads only, in memory that is linear in what it gives. Throws `std::bad_alloc` and
-/// what the localizer throws.
+/// Control characters in texts are escaped ("\n", "\x1B"), so a message stays on one line. "Unknown." stands
+/// for a message without text. Only reads, in memory that is linear in the result. Throws `std::bad_alloc`
+/// and what the localizer throws.
 ZBASE_API ReturnString FormatTree(const Message& message, const TreeOptions& options = {});
 
 }  // namespace ZBase

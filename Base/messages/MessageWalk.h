@@ -9,14 +9,14 @@
 
 namespace ZBase {
 
-/// How a walk of a tree comes to a message.
+/// How a message is linked to its parent in a walk.
 enum class EMessageRelation {
     eRoot,
     eLowerLevel,  // wrapped by the parent
     eSameLevel,   // follows the parent on its level
 };
 
-/// One message of a tree as a walk meets it.
+/// One message of a tree in a walk.
 struct MessageVisit {
     const Message* message;  // in the root
     std::size_t number;      // of messages before this one
@@ -29,19 +29,19 @@ struct MessageVisit {
 ///
 ///     for (const MessageVisit& visit : MessageWalk(message)) ...
 ///
-/// Reads only, takes time that is linear in the tree, and memory only for messages that are still to follow
-/// on the levels above. The tree must outlive the walk and must not change meanwhile. A visit is good until
-/// the next one, the message in it as long as the tree is as it is.
+/// Only reads, takes time that is linear in the tree, and memory only for messages still to come on the
+/// levels above. The tree must outlive the walk and must not change meanwhile. A visit is valid until the
+/// next one, its message as long as the tree does not change.
 class ZBASE_API MessageWalk {
 public:
     class Iterator;
 
     explicit MessageWalk(const Message& root) noexcept : mpRoot(&root), mVisit() {}
 
-    /// A temporary would be gone before the first visit.
+    /// Deleted: a temporary would end before the first visit.
     explicit MessageWalk(const Message&&) = delete;
 
-    /// Stands on the root; a walk that was under way begins anew.
+    /// Goes to the root; a walk under way starts over.
     Iterator begin() noexcept;
     std::default_sentinel_t end() const noexcept { return {}; }
 
@@ -49,11 +49,11 @@ private:
     void GoToNext();
 
     const Message* mpRoot;  // held, not owned
-    MessageVisit mVisit;    // without a message behind the last one
+    MessageVisit mVisit;    // without a message after the last one
     std::vector<MessageVisit> mFollowing;
 };
 
-/// Steps throw `std::bad_alloc`, and the walk stays where it is.
+/// Steps throw `std::bad_alloc`, and the walk does not move.
 class MessageWalk::Iterator {
 public:
     using value_type = MessageVisit;

@@ -76,7 +76,7 @@ void Serializer::WriteTexts(const Block& block) {
     }
 }
 
-// Lower-level messages come before what follows on the level. False when the whole tree was walked.
+// Lower-level messages come before same-level ones. False at the end of the tree.
 bool Serializer::GoToNext() {
     if (mCursor.LowerLevelMessageIsUnvisited()) {
         if (!mCursor.GoToLowerLevelMessage(false)) throw std::bad_alloc();

@@ -21,7 +21,7 @@ struct Symbol {
     const char* name;
 };
 
-// The numbers are those of the Windows C library; the gaps are deliberate.
+// The numbers are those of the Windows C library, which has the same gaps.
 constexpr Symbol kErrorNumbers[] = {
     {1, "EPERM"},      {2, "ENOENT"},  {3, "ESRCH"},     {4, "EINTR"},         {5, "EIO"},     {6, "ENXIO"},
     {7, "E2BIG"},      {8, "ENOEXEC"}, {9, "EBADF"},     {10, "ECHILD"},       {11, "EAGAIN"}, {12, "ENOMEM"},
@@ -98,7 +98,7 @@ ReturnWString GetSystemErrorDescription(unsigned int code) {
 }
 
 bool IsSystemError(unsigned int code) {
-    // Not a test for success: with no buffer a known code fails because the buffer is too small.
+    // Called for its last code: without a buffer a known code fails with "buffer too small".
     os::FormatSystemMessage(code, 0, static_cast<char*>(nullptr), 0);
     return os::GetLastCode() == kInsufficientBuffer;
 }
@@ -115,7 +115,7 @@ ReturnWString GetWin32APIErrorDescriptionOrNULL(unsigned int code, unsigned shor
 
 ReturnWString GetStandardCLibraryErrorDescriptionOrNULL(int errorNumber) {
     const char* text = os::DescribeErrorNumber(errorNumber);
-    // Some C libraries say "unknown error" of a number that they don't know.
+    // Some C libraries return "unknown error" for a number without a description.
     if (text == nullptr || *text == 0 || detail::EqualsInAnyAsciiCase(text, "unknown error")) {
         return ReturnWString(nullptr);
     }

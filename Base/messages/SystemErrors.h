@@ -10,13 +10,12 @@ namespace ZBase {
 // platform, alone or in the form of an `HRESULT` (0x8007000E is 14) or an `NTSTATUS` (0xC007000E). Throw
 // `std::bad_alloc`.
 //
-// A C library error number is described as this system's C library does, but its symbol is the one that the
-// number has in the library's own table, whatever the system. Up to 34 they do not contradict each other on
-// Linux. Above they do: 36 is "EDEADLK" and "File name too long", 38 "ENAMETOOLONG" and "Function not
-// implemented", 39 "ENOLCK" and "Directory not empty", 40 "ENOSYS" and "Too many levels of symbolic links",
-// 42 "EILSEQ" and "No message of desired type"; 41 and 139 have a symbol alone, 35, 37 and all others a
-// description alone. The symbol is for comparing and logging across systems, the description for who reads it
-// here.
+// A C library error number has the description of this system's C library, but the symbol of the library's
+// own table, which is the same on every system. Up to 34 they agree on Linux. Above they differ: 36 is
+// "EDEADLK" and "File name too long", 38 "ENAMETOOLONG" and "Function not implemented", 39 "ENOLCK" and
+// "Directory not empty", 40 "ENOSYS" and "Too many levels of symbolic links", 42 "EILSEQ" and "No message of
+// desired type"; 41 and 139 have only a symbol, 35, 37 and all others only a description. Use the symbol to
+// compare and log across systems, the description for a reader on this one.
 
 /// The last system code of the calling thread.
 ZBASE_API unsigned int GetLastError();
@@ -25,10 +24,10 @@ ZBASE_API unsigned int GetLastError();
 /// description. Never null.
 ZBASE_API ReturnWString GetSystemErrorDescription(unsigned int code);
 
-/// Whether there is a description for a system code. Changes the last system code of the thread.
+/// Whether there is a description for a system code. Sets the last system code of the thread.
 ZBASE_API bool IsSystemError(unsigned int code);
 
-/// The description of a system code, in a language by its Windows id, 0 being the system's own; null if there
+/// The description of a system code, in a language by its Windows id, 0 for the system's own; null if there
 /// is none.
 ZBASE_API ReturnWString GetWin32APIErrorDescriptionOrNULL(unsigned int code, unsigned short language);
 

@@ -22,7 +22,7 @@ constinit std::atomic<std::terminate_handler> sFormer{nullptr};
             const std::string tree = FormatTree(MessageOfCurrentException()).c_str();
             os::WriteErrorText("An exception was not caught:\n" + tree);
         } catch (...) {
-            // The process ends, told or not.
+            // The process ends, printed or not.
         }
     }
     const std::terminate_handler former = sFormer;
@@ -33,7 +33,7 @@ constinit std::atomic<std::terminate_handler> sFormer{nullptr};
 }  // namespace
 
 void InstallTerminateHandler() {
-    os::StayLoaded();  // whoever comes later may keep the handler and call it
+    os::StayLoaded();  // a later handler may have kept a pointer to this one
     const std::terminate_handler former = std::set_terminate(TellAndTerminate);
     if (former != TellAndTerminate) sFormer = former;
 }

@@ -15,10 +15,10 @@ struct MemGovernorProxy;
 extern std::string gContainerPath;
 extern std::string gProcessLocale;
 
-// The registered governors, in the order of their addresses; the proxies belong to who registered them.
+// The registered governors, in the order of their addresses; not owned.
 extern std::set<MemGovernorProxy*> gMemGovernors;
 
-// Whoever listens to the application's events; null at first. Held, not owned.
+// Receives the application's events; null at first. Held, not owned.
 extern AppGlobalEventCallback* gAppGlobalEventCallback;
 
 /// `std::cout`. Whoever includes <iostream> for it has a constructor at load, so only Load.cpp does.

@@ -33,9 +33,9 @@ Ch* CopyText(const Ch* text) {
     return block;
 }
 
-/// Where a block of `length` units puts its last terminator. Meant: the low 32 bits of the length say it, as
-/// a signed number, so a text of 4 GiB and more is cut. A negative position lies outside of the block and
-/// cuts nothing.
+/// The position of the last terminator of a block of `length` units: the low 32 bits of the length as a
+/// signed number, so a text of 4 GiB and more is cut; kept for callers of that cut. A negative position is
+/// outside of the block and cuts nothing.
 inline std::size_t CutPosition(std::size_t length) {
     const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(length));
     return position < 0 ? length : static_cast<std::size_t>(position);

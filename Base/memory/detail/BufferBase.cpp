@@ -36,7 +36,7 @@ std::size_t RoundUp(std::size_t size, std::size_t unit) {
 std::size_t RoundBlockSize(std::size_t size) {
     if (size == 0) size = Buffer::sDefaultBlockSize;
     if (size < kSmallestBlock) return kSmallestBlock;
-    // A block that no memory can hold stays one, and fails when its chunk is acquired.
+    // A block size that no memory can hold is kept, and fails when its chunk is acquired.
     if (size > kLargestSize - (kSmallestBlock - 1)) return kLargestSize - (kSmallestBlock - 1);
     return RoundUp(size, kSmallestBlock);
 }
@@ -48,7 +48,7 @@ BufferBase::Room BufferBase::RoomForFirstChunk(int initialBlocks, MemoryContract
     if (initialBlocks < 1 || contract != nullptr || onBoundary || !gMemGovernors.empty()) return {0};
     const std::size_t block = RoundBlockSize(blockSize);
     const auto count = static_cast<std::size_t>(initialBlocks);
-    // Of what is at most a page each, the product does not wrap.
+    // Both factors are at most a page, so the product does not wrap.
     const bool small = block <= sPageSize && count <= sPageSize && block * count <= sPageSize;
     return {small ? block * count : 0};
 }
@@ -67,7 +67,7 @@ void BufferBase::operator delete(void* memory) noexcept {
 
 Chunk BufferBase::AdoptRoom(void* objectEnd, Room room) {
     auto* const end = static_cast<char*>(objectEnd);
-    // A chunk of a whole page that began on one would be that page.
+    // A page-aligned chunk of a page size would contain a whole page.
     const bool onPage = (reinterpret_cast<std::uintptr_t>(end) & (sPageSize - 1)) == 0;
     mAdopted.start = onPage ? end + kChunkAlignment : end;
     mAdopted.end = mAdopted.start + room.size;
@@ -92,7 +92,7 @@ BufferBase::~BufferBase() noexcept(false) {
     try {
         CreditGovernors();
     } catch (...) {
-        // The failure that is under way, a refused first chunk for one, is the one to be told.
+        // The pending exception, such as a refused first chunk, is the one to report.
         if (std::uncaught_exceptions() == 0) throw;
     }
 }
@@ -124,15 +124,15 @@ std::size_t BufferBase::NextGrowth(std::size_t growthBlocks, std::size_t chunkSi
     if (!sGrowDanamically || chunkSize >= sGrowLimitBytes) return growthBlocks;
     const std::size_t grown = growthBlocks + growthBlocks / 2 + growthBlocks % 2;
     const std::size_t limit = mGrowthLimit.load(std::memory_order_relaxed);
-    // What is that large already does not become smaller.
+    // A chunk above the limit does not shrink.
     if (grown > limit / mBlockSize) [[unlikely]]
         return std::max(growthBlocks, limit / mBlockSize);
     return grown;
 }
 
-// The governors' part in the acquisition of a chunk. A chunk that comes while the buffer is detached is
-// either asked for and credited or neither; nobody waits for that, and the credit comes once, from the last
-// who was asking, be it that his chunk came or not.
+// The governors' part in the acquisition of a chunk. A chunk acquired during a detachment is either requested
+// and credited or neither. No thread waits for that; the credit is given once, by the last thread with a
+// request under way, whether its chunk was acquired or not.
 class BufferBase::GovernorsAsked {
 public:
     explicit GovernorsAsked(BufferBase& buffer) : mBuffer(buffer), mIsInside(buffer.mGovernors.Enter()) {}
@@ -141,9 +141,9 @@ public:
         try {
             mBuffer.CreditGovernors();
         } catch (...) {
-            // The chunk's own failure is the one to be told.
+            // The chunk's own failure is the one to report.
             if (std::uncaught_exceptions() != mUncaught) return;
-            Total().fetch_sub(mAdded, std::memory_order_relaxed);  // the chunk goes back
+            Total().fetch_sub(mAdded, std::memory_order_relaxed);  // the chunk is freed
             throw;
         }
     }
@@ -169,7 +169,7 @@ private:
     std::size_t mAdded = 0;
 };
 
-// Memory of a chunk that is still to come.
+// Memory of a chunk that is being acquired.
 class BufferBase::FreshMemory {
 public:
     explicit FreshMemory(BufferBase& buffer) : mBuffer(buffer) {}
@@ -187,13 +187,14 @@ private:
     char* mStart = nullptr;
 };
 
-// The cheap tests of our own come first, then the contract, then the governors, then the system. Who has said
-// yes is not told when somebody behind says no.
+// Our own cheap tests come first, then the contract, then the governors, then the system. An earlier grant is
+// not taken back when a later one refuses.
 Chunk BufferBase::AcquireChunk(std::size_t size) {
     if (IsLocked()) ThrowLocked();
     if (mOnBoundary) size = RoundUp(size, sPageSize);
     const std::size_t limit = mLimit;
-    // Meant: without the new chunk, so that a limit may be passed by one.
+    // Without the new chunk, so one chunk may exceed the limit; kept for callers that set limits by that
+    // rule.
     if (limit != 0 && limit < TotalAllocated())
         ThrowBufferException("The buffer memory usage is over the predefined limit."_w);
     if (mContract) CheckContractAnswer(mContract->RequestChunk(size, true));
@@ -233,10 +234,10 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     if (chunk.start == nullptr) return;
     Unpoison(chunk.start, chunk.Size());
     if (mOnBoundary) sOnBoundaryAllocTotal -= chunk.Size();
-    // The heap writes into what it gets back, so there a chunk that can't be made writable is better lost.
+    // The heap writes into freed blocks, so a chunk that can't be made writable is leaked.
     const bool writable = !mProtected || UnprotectChunk(chunk);
     if (!writable && !mOnBoundary) return;
-    // What lies behind the object goes with it.
+    // The memory behind the object is freed with it.
     if (chunk.start == mAdopted.start) return;
     if (!mOnBoundary) {
         sHeapChunks.fetch_sub(1, std::memory_order_relaxed);

@@ -12,7 +12,7 @@
 
 namespace ZBase {
 
-// A run of memory that a buffer got from the heap or the virtual memory service. Both null: an empty entry.
+// Memory from the heap or the virtual memory service. Both null: an empty entry.
 struct Chunk {
     char* start = nullptr;
     char* end = nullptr;  // one past the last byte
@@ -20,8 +20,8 @@ struct Chunk {
     std::size_t Size() const { return static_cast<std::size_t>(end - start); }
 };
 
-// What the implementations have in common: the totals, the budgets, and the one way by which memory enters
-// and leaves a buffer. Everything here may be called by any number of threads at once.
+// The common part of the implementations: the totals, the budgets, and the only way to acquire and free
+// memory. All functions may be called by any number of threads at once.
 class BufferBase : public Buffer {
 public:
     void Delete() override;
@@ -31,7 +31,7 @@ public:
     void DetachFromGovernors() override;
     bool IsDetachedFromGovernors() override { return mGovernors.IsClosed(); }
 
-    // Chunks grow to at most so many bytes.
+    // The largest size that chunks grow to, in bytes.
     void LimitGrowth(std::size_t chunkBytes) { mGrowthLimit.store(chunkBytes, std::memory_order_relaxed); }
 
     // Bytes behind an object, in its heap block, for its first chunk.
@@ -39,9 +39,9 @@ public:
         std::size_t size;
     };
 
-    // The room with which a factory makes its object: 0 where one block can't serve both. Who is to be asked
-    // for a chunk must be asked before its memory is taken; and a locked chunk must not lock its object, so
-    // no whole page may lie within it.
+    // The room with which a factory makes its object: 0 where one block can't serve both. A budget must be
+    // called before the memory is taken, and `Lock` must not protect the object, so the room contains no
+    // whole page.
     static Room RoomForFirstChunk(int initialBlocks, MemoryContract* contract, std::size_t blockSize,
                                   bool onBoundary);
 
@@ -55,7 +55,7 @@ protected:
     BufferBase& operator=(const BufferBase&) = delete;
     ~BufferBase() noexcept(false) override;
 
-    // No memory has more bytes than this, so nobody is asked for it.
+    // No allocation can be larger, so larger requests fail at once.
     static constexpr std::size_t kLargestChunk = std::numeric_limits<std::size_t>::max() / 2;
 
     // The bytes that a piece of `size` takes: 0 for a size that can't be rounded.
@@ -79,14 +79,14 @@ protected:
     // throws.
     Chunk AcquireChunk(std::size_t size);
 
-    // Gives a chunk back, for the destructors; the totals keep it. An empty entry is skipped.
+    // Frees a chunk, for the destructors; the totals keep it. An empty entry is skipped.
     void ReleaseChunk(const Chunk& chunk);
 
-    // Makes a chunk read-only; false if the system refuses. The release makes it writable again.
+    // Makes a chunk read-only; false if the system refuses. `ReleaseChunk` makes it writable again.
     bool ProtectChunk(const Chunk& chunk);
 
-    // For the destructors, before they hand the memory to somebody who may write there. `forEachChunk` calls
-    // what it is given with every chunk. What the system does not make writable now is tried again later.
+    // For the destructors, before clean-ups that may write to the memory. `forEachChunk` calls its argument
+    // with every chunk. A chunk that can't be made writable now is tried again later.
     template <class ForEachChunk>
     void MakeWritable(ForEachChunk forEachChunk) {
         if (!mProtected.exchange(false)) return;
@@ -119,7 +119,8 @@ private:
     }
 
     const std::size_t mBlockSize;
-    // Of all chunks ever acquired: what the governors are credited with, and what they were not asked for.
+    // Of all chunks ever acquired: what the governors are credited with, and chunks without a request to
+    // them.
     std::atomic<std::size_t> mTotalGoverned{0};
     std::atomic<std::size_t> mTotalDetached{0};
     std::atomic<std::size_t> mLimit{0};                                              // 0: none
@@ -129,10 +130,10 @@ private:
     const bool mOnBoundary;
     std::atomic<bool> mLocked{false};
     std::atomic<bool> mProtected{false};  // some chunk may be read-only
-    std::atomic<bool> mCredited{false};   // the governors, or somebody is about to
-    // Inside is a chunk from the question to the governors to its entry in the total. It is closed by the
-    // detachment, and who is alone then credits the governors with all that they were asked for. In the child
-    // of a fork he may be missing: whoever detaches again or destroys the buffer does it there.
+    std::atomic<bool> mCredited{false};   // the governors, or a thread is about to
+    // A chunk is inside from its request to the governors until the total includes it. The detachment closes
+    // the gate, and the last one out credits the governors with all requests. A fork may leave no last one in
+    // the child; then the next detachment or the destructor gives the credit.
     Gate mGovernors;
 };
 

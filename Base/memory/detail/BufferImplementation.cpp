@@ -24,7 +24,7 @@ void Say(const char* line) {
     std::fflush(stdout);
 }
 
-// Off the path of the allocations, so that they stay short.
+// Separate from the allocations, so that they stay short.
 [[gnu::noinline]] void ReportOverlap() {
     if (WideString(ReadEnvironmentVariable("ZENT_BUFERROR_ABORT"_w).c_str()) == "NO"_w) {
         Say("Detect multithreading issue in BufferImplementation.\n");
@@ -44,9 +44,9 @@ Buffer* CreateBufferSingleThread(int initialBlocks, int growthBlocks, MemoryCont
         BufferImplementation(initialBlocks, growthBlocks, contract, blockSize, onBoundary, room);
 }
 
-// The detector: one atomic exchange of an allocation. Meant: the thread that is inside is not asked for its
-// name, so a thread that comes back from within counts too, and of two calls that were tolerated the first to
-// leave clears the way for the others.
+// The detector: one compare-and-swap for each allocation. Ids are not compared, which would be another
+// branch, so a nested call of the same thread counts too. Of two tolerated calls the first to leave marks the
+// buffer as free.
 inline bool BufferImplementation::TryEnter(unsigned long thread) {
     unsigned int nobody = 0;
     return mActiveThread.compare_exchange_strong(nobody, static_cast<unsigned int>(thread),
@@ -90,7 +90,7 @@ BufferImplementation::BufferImplementation(int initialBlocks, int growthBlocks, 
 
 BufferImplementation::~BufferImplementation() noexcept(false) {
     try {
-        // By index and copy: a clean-up may register another one, which moves the row.
+        // By index and copy: a clean-up may register another one, which may reallocate the vector.
         for (std::size_t i = 0; i != mCleanups.size(); ++i) {
             const Cleanup cleanup = mCleanups[i];
             MakeWritable([this](auto visit) { ForEachChunk(visit); });
@@ -127,7 +127,7 @@ inline void* BufferImplementation::Take(std::size_t pieceSize) {
     return piece;
 }
 
-// The ordinary way calls nothing and so needs no stack.
+// The fast path makes no calls, so it needs no stack frame.
 void* BufferImplementation::Allocate(std::size_t size) {
     const unsigned long thread = os::AlreadyRememberedThreadId();
     if (thread == 0) [[unlikely]]
@@ -175,7 +175,7 @@ void BufferImplementation::MakeRoom(std::size_t size) {
     if (size == 0) throw BadAllocation();
     const std::size_t blocks = std::max(mGrowthBlocks, BlocksOfBytes(size));
     const std::size_t chunkSize = BytesOfBlocks(blocks);
-    // A chunk that does not come leaves its entry empty.
+    // A chunk that can't be acquired leaves its entry empty.
     const std::size_t index = mChunks.size();
     mChunks.emplace_back();
     const Chunk chunk = AcquireChunk(chunkSize);
@@ -185,7 +185,7 @@ void BufferImplementation::MakeRoom(std::size_t size) {
 }
 
 void BufferImplementation::Lock() {
-    // Meant: empty entries are passed on as well.
+    // Empty entries are passed on too: protecting an empty range succeeds.
     ForEachChunk([this](const Chunk& chunk) {
         if (!ProtectChunk(chunk)) ThrowBufferException("Unable to lock buffer"_w);
     });

@@ -9,9 +9,9 @@
 
 namespace ZBase {
 
-// The buffer for one thread at a time: a pointer that moves through a growing row of chunks. It takes no
-// lock; instead a detector turns calls that overlap, which would corrupt it in silence, into a loud failure.
-// Two threads that allocate one after the other are harmless and go unnoticed.
+// The buffer for one thread at a time: a pointer that moves through a growing list of chunks. It takes no
+// lock; a detector makes overlapping calls, which would silently corrupt it, fail loudly. Two threads that
+// allocate one after the other are harmless and are not reported.
 class alignas(16) BufferImplementation final : public BufferBase {
 public:
     BufferImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract, std::size_t blockSize,
@@ -24,8 +24,8 @@ public:
     void Lock() override;
     void AddCleanup(void (*function)(void*), void* argument) override;
 
-    // Gives the physical memory of all chunks back and keeps their addresses, so that a later access faults.
-    // Throws `BufferException` when the system refuses, with the chunks before that one gone.
+    // Frees the physical memory of all chunks and keeps their addresses, so that a later access faults.
+    // Throws `BufferException` when the system refuses, with earlier chunks already freed.
     void DeCommitChunk();
 
 private:
@@ -34,7 +34,7 @@ private:
         void* argument;
     };
 
-    class Leaving;  // ends the call that is inside, on every way out
+    class Leaving;  // marks the buffer as free again, on every way out
 
     ~BufferImplementation() noexcept(false) override;
 
@@ -42,13 +42,13 @@ private:
     void Enter();
     void Leave();
 
-    // Off the path of the ordinary allocation, so that it stays short: of a thread that is new here, of a
-    // call that found another inside, and the rest of a call that is inside.
+    // Separate from the ordinary allocation, so that it stays short: for a thread that is new here, for an
+    // overlapping call, and for the slow part of an allocation.
     [[gnu::noinline]] void* AllocateFirst(std::size_t size);
     [[gnu::noinline]] void* AllocateOverlapping(std::size_t size);
     [[gnu::noinline]] void* AllocateInside(std::size_t size);
 
-    // Of the current chunk. A piece of 0 bytes, which no size can be rounded to, is larger than any room.
+    // Of the current chunk. A piece size of 0, for sizes that can't be rounded, never fits.
     bool Fits(std::size_t pieceSize) const {
         return pieceSize - 1 < static_cast<std::size_t>(mCurrentEnd - mCurrentPos);
     }
@@ -60,7 +60,7 @@ private:
     void Fill(const Chunk& chunk);
     void ReleaseChunks();
 
-    // Calls `visit` with the chunks in the order in which they came.
+    // Calls `visit` with the chunks, oldest first.
     template <class Visit>
     void ForEachChunk(Visit visit) const;
 

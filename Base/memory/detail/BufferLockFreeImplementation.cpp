@@ -39,7 +39,7 @@ BufferLockFreeImplementation::BufferLockFreeImplementation(int initialBlocks, in
 
 BufferLockFreeImplementation::~BufferLockFreeImplementation() noexcept(false) {
     try {
-        // From the head each time: a clean-up may register another one, which is the newest then.
+        // From the head each time: a clean-up may register another one, which is then the newest.
         while (const CleanupNode* const node = mCleanups) {
             mCleanups = node->next;
             MakeWritable([this](auto visit) { ForEachChunk(visit); });
@@ -56,7 +56,7 @@ void BufferLockFreeImplementation::ReleaseChunks() {
     ForEachChunk([this](const Chunk& chunk) { ReleaseChunk(chunk); });
 }
 
-// Those of big allocations first: their nodes lie in the others.
+// Big allocations first: their nodes are in the other chunks.
 template <class Visit>
 void BufferLockFreeImplementation::ForEachChunk(Visit visit) {
     for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;
@@ -65,8 +65,8 @@ void BufferLockFreeImplementation::ForEachChunk(Visit visit) {
     mSlots.ForEach([&visit](const Slot& slot) { visit(slot.GetChunk()); });
 }
 
-// The nodes are the only memory of a buffer that the library itself writes to, so their writers and `Lock`
-// take care of each other. Nobody is asked for anything on the way, and whoever waits waits for a few stores.
+// Nodes are the only memory of a buffer that the library itself writes to, so `Lock` waits for their writers.
+// No budget is called in between, so that wait is for a few stores.
 template <class Node>
 bool BufferLockFreeImplementation::Push(std::atomic<Node*>& head, void* memory, const Node& content) {
     if (!mNodeWriters.Enter()) return false;
@@ -82,7 +82,7 @@ bool BufferLockFreeImplementation::Push(std::atomic<Node*>& head, void* memory, 
 void BufferLockFreeImplementation::StopNodeWriters() {
     mNodeWriters.Close();
     for (int tries = 0; !mNodeWriters.IsEmpty(); ++tries) {
-        // Who writes may be of a lower priority than who only yields.
+        // The writer may have a lower priority than a thread that only yields.
         if (tries < kTriesOfAWait) {
             os::YieldThread();
         } else {
@@ -91,11 +91,11 @@ void BufferLockFreeImplementation::StopNodeWriters() {
     }
 }
 
-// The ordinary way calls nothing and so needs no stack.
+// The fast path makes no calls, so it needs no stack frame.
 void* BufferLockFreeImplementation::Allocate(std::size_t size) {
     const std::size_t pieceSize = PieceSize(size);
-    // A piece of 0 bytes, which no size can be rounded to, is larger than any limit. Like any piece of a
-    // locked buffer it is refused there.
+    // A piece size of 0, for sizes that can't be rounded, wraps and exceeds any limit. Refused there like any
+    // piece of a locked buffer.
     if (IsLocked() || pieceSize - 1 >= sGrowLimitBytes - 1) [[unlikely]]
         return AllocateBig(pieceSize);
     char* const piece = mSlots.TakeOfActive(pieceSize);
@@ -118,7 +118,7 @@ char* BufferLockFreeImplementation::AllocatePiece(std::size_t size) {
 
 char* BufferLockFreeImplementation::AllocateInNewChunk(std::size_t size) {
     const Chunk chunk = AcquireChunk(NewChunkSize(size));
-    // Its first piece is the caller's before anybody else sees the chunk.
+    // The first piece is the caller's before other threads see the chunk.
     Publish(chunk, size);
     return chunk.start;
 }
@@ -135,10 +135,10 @@ void BufferLockFreeImplementation::Publish(const Chunk& chunk, std::size_t used)
 void* BufferLockFreeImplementation::AllocateBig(std::size_t size) {
     if (IsLocked()) ThrowLocked();
     if (size == 0 || size > kLargestChunk) throw BadAllocation();
-    // The node stays spent when its chunk does not come. It never is a big allocation itself.
+    // If the chunk can't be acquired the node stays unused. The node itself is never a big allocation.
     char* const node = AllocatePiece(sizeof(BigAllocation));
     const Chunk chunk = AcquireChunk(size);
-    // When the buffer has been locked meanwhile, the node can't be written to any more; a slot can.
+    // If the buffer was locked meanwhile, the node can't be written; a slot can.
     if (!Push(mBigAllocations, node, {chunk})) Publish(chunk, chunk.Size());
     Unpoison(chunk.start, size);
     return chunk.start;
@@ -152,7 +152,7 @@ std::size_t BufferLockFreeImplementation::NewChunkSize(std::size_t size) {
     std::size_t growth = mGrowthBlocks;
     const std::size_t chunkSize = ChunkSize(growth, size);
     const std::size_t next = NextGrowth(growth, chunkSize);
-    // When this fails, another thread has just grown it.
+    // If this fails, another thread has just grown it.
     if (next != growth) mGrowthBlocks.compare_exchange_strong(growth, next);
     return chunkSize;
 }
@@ -168,8 +168,9 @@ bool BufferLockFreeImplementation::EnsureAvailable(std::size_t size) {
 }
 
 void BufferLockFreeImplementation::MakeRoom(std::size_t size) {
-    ChunkSize(mGrowthBlocks, size);  // throws before anything is spent
-    // Meant: here the index comes before the chunk, and a chunk that does not come leaves its slot empty.
+    ChunkSize(mGrowthBlocks, size);  // throws before an index is spent
+    // The index is claimed before the chunk is acquired, so no two threads fill one slot; a refused chunk
+    // leaves its slot empty.
     const Slot slot = mSlots.Claim();
     try {
         slot.Publish(AcquireChunk(NewChunkSize(size)), 0);
@@ -189,7 +190,7 @@ std::size_t BufferLockFreeImplementation::GetUsedBytes() {
 }
 
 void BufferLockFreeImplementation::Lock() {
-    // First of all, so that allocation stops at once; it stays so when memory can't be protected.
+    // First, so that allocation stops at once; it stays set when memory can't be protected.
     SetLocked();
     StopNodeWriters();
     for (const BigAllocation* node = mBigAllocations.load(std::memory_order_acquire); node != nullptr;

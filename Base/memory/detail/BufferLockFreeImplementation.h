@@ -9,10 +9,10 @@
 
 namespace ZBase {
 
-// The buffer for any number of threads at once. It takes no lock and nobody waits: bytes are claimed by
-// compare-and-swap, and a thread that finds no room brings a chunk. Every operation but the destructor may
-// run on any thread at any time; a thread that is past the test for `Lock` goes on. `Lock` alone waits, for
-// threads that are just writing a node.
+// The buffer for any number of threads at once. It takes no lock: bytes are claimed by compare-and-swap, and
+// a thread that finds no space adds a chunk. Every operation but the destructor may run on any thread at any
+// time; a thread that has passed the test for `Lock` continues. Only `Lock` waits, for threads that are
+// writing a node.
 class alignas(16) BufferLockFreeImplementation final : public BufferBase {
 public:
     BufferLockFreeImplementation(int initialBlocks, int growthBlocks, MemoryContract* contract,
@@ -22,14 +22,14 @@ public:
     void* Allocate(std::size_t size) override;
     std::size_t GetUsedKB() override { return GetUsedBytes() >> 10; }
 
-    // Walks all chunks; while threads allocate, the sum of what each of them had at its moment.
+    // Walks all chunks; while threads allocate, each chunk's value is from another moment.
     std::size_t GetUsedBytes() override;
 
     void Lock() override;
     void AddCleanup(void (*function)(void*), void* argument) override;
 
 private:
-    // Both kinds of node are pieces of this buffer.
+    // Both kinds of node are allocated in this buffer.
     struct BigAllocation {
         Chunk chunk;
         BigAllocation* next = nullptr;
@@ -42,7 +42,7 @@ private:
 
     ~BufferLockFreeImplementation() noexcept(false) override;
 
-    // Off the path of the ordinary allocation, so that it stays short; sizes are of pieces.
+    // Separate from the ordinary allocation, so that it stays short; sizes are of pieces.
     [[gnu::noinline]] void* AllocateBig(std::size_t size);
     [[gnu::noinline]] void* AllocateBehind(std::size_t size);
 
@@ -62,8 +62,8 @@ private:
     void StopNodeWriters();
 
     SlotTable mSlots;
-    std::atomic<BigAllocation*> mBigAllocations{nullptr};  // a stack that is only pushed on
-    std::atomic<CleanupNode*> mCleanups{nullptr};          // a stack that is only pushed on
+    std::atomic<BigAllocation*> mBigAllocations{nullptr};  // a stack without pops
+    std::atomic<CleanupNode*> mCleanups{nullptr};          // a stack without pops
     std::atomic<std::size_t> mGrowthBlocks;                // blocks of the next chunk
     Gate mNodeWriters;                                     // closed by `Lock`
 };

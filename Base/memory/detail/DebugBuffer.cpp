@@ -62,10 +62,10 @@ void DebugBuffer::Delete() {
     Destroy(mDeletionStack);
     mDeletionStack = CreateCallStack(nullptr);
     try {
-        // Meant: debugging mode needs a buffer of this class and does not ask whether it is one.
+        // Not checked: debugging mode needs a buffer of this class.
         static_cast<BufferImplementation*>(mBuffer)->DeCommitChunk();
     } catch (const BufferException&) {
-        // The memory stays; the report tells all the same.
+        // The memory stays accessible; uses are reported all the same.
     }
     gDebugBufferList.Append(this);
 }

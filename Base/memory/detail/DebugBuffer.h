@@ -10,9 +10,9 @@ namespace ZBase {
 class CallStack;
 class MemoryContract;
 
-/// Wraps a buffer to catch its use after its end. In debugging mode a deleted one keeps its addresses without
-/// memory, and each later call reports where it was created and deleted before it goes on and faults. Nothing
-/// turns the mode on.
+/// Wraps a buffer to detect its use after its end. In debugging mode a deleted buffer keeps its addresses
+/// without memory, and each later call reports where it was created and deleted before it continues and
+/// faults. Nothing turns the mode on.
 class DebugBuffer : public Buffer {
 public:
     DebugBuffer(int initialBlocks, int growthBlocks, MemoryContract* contract, std::size_t blockSize,
@@ -31,11 +31,11 @@ public:
     void Lock() override;
     void SetLimit(std::int64_t limit) override;
     void AddCleanup(void (*function)(void*), void* argument) override;
-    /// Meant: neither reaches the inner buffer.
+    /// Neither reaches the inner buffer; kept for callers that rely on it.
     void DetachFromGovernors() override {}
     bool IsDetachedFromGovernors() override { return true; }
 
-    /// As the function of that name has it, for the inner buffer.
+    /// `ZBase::LimitGrowth` for the inner buffer.
     bool LimitGrowth(std::size_t chunkBytes);
 
 protected:
@@ -51,7 +51,7 @@ private:
     Buffer* mBuffer = nullptr;  // owned
 };
 
-/// The deleted buffers of debugging mode, which are destroyed with it. Without a lock.
+/// The deleted buffers of debugging mode, destroyed with it. Not locked.
 class DebugBufferList {
 public:
     DebugBufferList() = default;

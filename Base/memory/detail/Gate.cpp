@@ -14,7 +14,7 @@ void Nothing() {}
 }  // namespace
 
 std::uint64_t Gate::ThisProcess() {
-    // To be asked for twice does no harm: each count is another process all the same.
+    // Two registrations do no harm: a counter that rises by two still differs.
     if (!sForksCounted.load(std::memory_order_relaxed) && os::CallAtFork(Nothing, Nothing, [] { ++sForks; }))
         sForksCounted.store(true, std::memory_order_relaxed);
     return std::uint64_t{sForks.load(std::memory_order_relaxed)} << 32;

@@ -5,15 +5,15 @@
 
 namespace ZBase {
 
-// A stretch of code that any number of threads may be inside at once, until it is closed for good: who came
-// before stays and goes on, nobody comes after. One word holds both, so that of a thread that comes and one
-// that closes each knows what the other has done.
+// A section of code that any number of threads may be inside at once, until it is closed for good: threads
+// inside finish, no other enters. One atomic word holds both the flag and the count, so entering and closing
+// are ordered.
 //
-// A fork leaves threads behind that were inside and never leave. So the word also holds in which process they
-// came, and those of another do not count.
+// A forked child has no threads that would leave for those inside at the fork. So the word also holds the
+// process that they entered in, and a count of another process is ignored.
 class Gate {
 public:
-    // False, and the caller is not inside, when the gate is closed.
+    // False, and the caller is not inside, if the gate is closed.
     bool Enter() {
         const std::uint64_t process = ThisProcess();
         std::uint64_t word = mWord.load(std::memory_order_relaxed);
@@ -24,13 +24,13 @@ public:
         return true;
     }
 
-    // True for the one who leaves a closed gate last. What all who were inside have done before is seen then.
+    // True for the last to leave a closed gate, who then sees all writes of the others.
     bool Leave() {
         return (mWord.fetch_sub(kOne, std::memory_order_acq_rel) & kClosedAndInside) == (kClosed | kOne);
     }
 
-    // Nobody comes in after this. Who still was inside is told by `IsEmpty`, and by `Leave` to the last of
-    // them.
+    // No thread enters after this. If some are inside, `IsEmpty` is false, and `Leave` returns true to the
+    // last of them.
     void Close() {
         const std::uint64_t process = ThisProcess();
         std::uint64_t word = mWord.load(std::memory_order_relaxed);
@@ -41,20 +41,20 @@ public:
 
     bool IsClosed() const { return (mWord.load(std::memory_order_acquire) & kClosed) != 0; }
 
-    // Whether a gate that this process has closed has nobody inside any more. What they have done is seen
-    // then.
+    // Whether a gate that this process has closed is empty. If so the caller sees all writes of those who
+    // were inside.
     bool IsEmpty() const { return (mWord.load(std::memory_order_acquire) & kClosedAndInside) == kClosed; }
 
 private:
-    // From the lowest bit: closed, how many are inside, and the process in the upper half.
+    // From the lowest bit: closed, the number inside, and the process in the upper half.
     static constexpr std::uint64_t kClosed = 1;
     static constexpr std::uint64_t kOne = 2;
     static constexpr std::uint64_t kClosedAndInside = 0xFFFFFFFF;
 
-    // How many forks lie between the process and that which loaded the library, in the upper half.
+    // The number of forks between the process that loaded the library and this one, in the upper half.
     static std::uint64_t ThisProcess();
 
-    // The word without those that are inside in another process.
+    // The word without the count of another process.
     static std::uint64_t Present(std::uint64_t word, std::uint64_t process) {
         return (word & ~kClosedAndInside) == process ? word : process | (word & kClosed);
     }

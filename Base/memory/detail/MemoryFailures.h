@@ -15,7 +15,7 @@ public:
 /// Throws `BufferException` with a terminated text.
 [[noreturn]] void ThrowBufferException(const unsigned short* text);
 
-/// What a contract answered: throws `ContractManagerAllocException` with that code unless it is 0.
+/// Throws `ContractManagerAllocException` with a contract's code, unless that is 0.
 void CheckContractAnswer(unsigned int code);
 
 /// What `attempt` answers, or false where it fails because memory is refused: by the heap, by the buffer, by

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-// Under AddressSanitizer the memory of a chunk that was not yet handed out can't be touched.
+// Under AddressSanitizer memory of a chunk that was not handed out is poisoned.
 
 #if defined(__SANITIZE_ADDRESS__)
 #define ZBASE_ADDRESS_SANITIZER 1

@@ -6,7 +6,7 @@ namespace ZBase {
 
 namespace {
 
-// Room in bytes with which a slot is left behind, by the number of open slots, itself included.
+// The free bytes at which a slot is given up, by the number of open slots, itself included.
 constexpr std::uint32_t kMostOpen = 12;
 constexpr std::size_t kLeaveBehind[kMostOpen + 1] = {
     4294967295,  // never read
@@ -28,7 +28,7 @@ SlotPage* SlotPage::NextInUse() {
     while (page != nullptr && page->IsGivenUp()) {
         SlotPage* const behind = page->next.load(std::memory_order_acquire);
         if (behind == nullptr) return nullptr;
-        // Who fails here finds what another has linked, which lies farther on.
+        // A thread that fails here finds another's link, which goes farther.
         if (next.compare_exchange_strong(page, behind, std::memory_order_acq_rel, std::memory_order_acquire))
             page = behind;
     }
@@ -100,7 +100,7 @@ SlotPage* SlotTable::MakePagesTo(std::uint32_t index) {
     return page;
 }
 
-// A page is there once the one before it links to it; the newest one is then known to all who help.
+// A page exists once the one before it links to it; then it is made known as the newest.
 SlotPage* SlotTable::AddPage(SlotPage* newest) {
     SlotPage* page = newest->next.load(std::memory_order_acquire);
     if (page == nullptr) {

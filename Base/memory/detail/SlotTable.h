@@ -2,23 +2,23 @@
 
 // The chunks of a lock-free buffer, and how its threads share them.
 //
-// Each chunk has a slot: where it starts and ends, and `current`, its next free byte. A thread takes a piece
-// by moving `current` with a compare-and-swap; that is the one locked operation of an ordinary allocation.
-// Slots are numbered. An index is claimed by counting up, once for each chunk, and the slot is published by
-// the store of its `current`; until then it reads as empty, and everybody passes it by. Nothing is ever taken
-// out, so a slot that was found stays where it is.
+// Each chunk has a slot: its start, its end, and `current`, its next free byte. A thread takes a piece by
+// moving `current` with a compare-and-swap; that is the one locked operation of an ordinary allocation. Slots
+// are numbered. An index is claimed by an atomic increment, once for each chunk, and the slot is published by
+// the store of its `current`; until then it reads as empty and is skipped. Slots are never removed, so a
+// found slot stays where it is.
 //
-// Several threads that find no room each bring a chunk, so more than one slot may have some. A search starts
-// at the active slot and goes on through all later ones. To keep it short the active slot is left behind
-// while it still has some room: the more slots are open behind it, the more room it may take with it. With
-// more than twelve it goes whatever it has. Wasted tails are the price of looking at a dozen slots at most.
+// Several threads that find no space each add a chunk, so more than one slot may have free space. A search
+// starts at the active slot and goes through all later ones. To keep it short the active slot is given up
+// while it still has free bytes: the more slots are open behind it, the more bytes may be wasted. With more
+// than twelve it is given up whatever it has. So wasted tails limit a search to a dozen slots.
 //
-// Slots lie in pages of sixteen, the first of which is part of the buffer. Pages are only ever added behind
-// the newest one, by a compare-and-swap whose loser takes the winner's page, and never go while the buffer
-// lives. Each knows the one before it, and the next one behind it that is worth a look: a page whose slots
-// were all given up, since their chunks did not come, stays so for good, and whoever meets it links past it.
-// So a search costs the slots that are open, however many were refused. Searches start from a page near the
-// active slot that the table remembers.
+// Slots are in pages of sixteen, the first of which is part of the buffer. Pages are only added behind the
+// newest one, by a compare-and-swap whose loser uses the winner's page, and are freed with the buffer. Each
+// links to the one before it, and to the next one worth a search: a page whose slots were all given up, since
+// their chunks were refused, stays empty for good, and any thread that meets it links past it. So a search
+// costs the open slots, however many were refused. Searches start from a page near the active slot, which the
+// table remembers.
 
 #include <Base/memory/detail/BufferBase.h>
 
@@ -37,8 +37,8 @@ struct SlotPage {
     // Next free byte of each chunk; null: the slot is empty or not yet published.
     std::atomic<char*> current[kSlots]{};
 
-    // Bounds, which stand apart so that who reads them does not wait for those who fight for the bytes.
-    // Written once, before `current`; nobody looks at them earlier, so a new page need not clear them.
+    // Bounds, in arrays of their own so that reading them does not contend with `current`. Written once,
+    // before `current`, and not read earlier, so a new page need not clear them.
     char* starts[kSlots];
     char* ends[kSlots];
 
@@ -46,7 +46,7 @@ struct SlotPage {
     std::uint32_t firstIndex = 0;
     std::atomic<std::uint32_t> givenUp{0};  // slots that stay empty for good
 
-    // The next page; later, the next that was not given up as a whole. Null on the newest one.
+    // The next page, later the next with a slot in use. Null on the newest one.
     std::atomic<SlotPage*> next{nullptr};
 
     std::uint32_t EndIndex() const { return firstIndex + kSlots; }
@@ -54,11 +54,11 @@ struct SlotPage {
     bool IsGivenUp() const { return givenUp.load(std::memory_order_acquire) == kSlots; }
     Slot At(std::uint32_t index);
 
-    // The next page with a slot that is or may come to be published; null if there is none.
+    // The next page with a slot that is or may be published; null if there is none.
     SlotPage* NextInUse();
 };
 
-// The slot at a place of its page.
+// A slot of a page.
 class Slot {
 public:
     Slot(SlotPage& page, std::uint32_t place) : mPage(page), mPlace(place) {}
@@ -69,7 +69,7 @@ public:
     Chunk GetChunk() const { return {mPage.starts[mPlace], mPage.ends[mPlace]}; }
     std::size_t Used() const { return static_cast<std::size_t>(Current() - mPage.starts[mPlace]); }
 
-    // Whether a published slot has at most `size` bytes of room.
+    // Whether a published slot has at most `size` free bytes.
     bool HasAtMost(std::size_t size) const {
         const char* const current = Current();
         return current != nullptr && Room(current) <= size;
@@ -80,7 +80,7 @@ public:
         return current != nullptr && Room(current) >= size;
     }
 
-    // A piece of the chunk, or null if it has no room.
+    // A piece of the chunk, or null if it is too full.
     char* Take(std::size_t size) const {
         char* current = Current();
         if (current == nullptr) return nullptr;
@@ -98,7 +98,7 @@ public:
         mPage.current[mPlace].store(chunk.start + used, std::memory_order_release);
     }
 
-    // Instead of that: no chunk came.
+    // Instead of `Publish`: the chunk was refused.
     void GiveUp() const { mPage.givenUp.fetch_add(1, std::memory_order_release); }
 
 private:
@@ -122,14 +122,14 @@ public:
     SlotTable& operator=(const SlotTable&) = delete;
     ~SlotTable();
 
-    // The first slot, of a table that no other thread knows yet.
+    // The first slot, of a table that no other thread has yet.
     void PublishFirst(const Chunk& chunk) {
         Slot(mFirstPage, 0).Publish(chunk, 0);
         mSlotCount.store(1, std::memory_order_relaxed);
     }
 
-    // A piece of the active slot, or null. `size` is not 0. Looks into the first and the active page only,
-    // where that slot nearly always lies.
+    // A piece of the active slot, or null. `size` is not 0. Searches the first and the active page only,
+    // where that slot nearly always is.
     char* TakeOfActive(std::size_t size) {
         const std::uint32_t active = mActiveSlot.load(std::memory_order_acquire);
         if (active < SlotPage::kSlots) [[likely]]
@@ -138,10 +138,10 @@ public:
         return page->Has(active) ? page->At(active).Take(size) : nullptr;
     }
 
-    // A piece of the open slots, or null if none of them has room. `size` is not 0.
+    // A piece of the open slots, or null if none has space. `size` is not 0.
     char* Take(std::size_t size);
 
-    // Whether an open slot has room. Takes nothing and leaves no slot behind.
+    // Whether an open slot has space. Takes nothing and gives up no slot.
     bool HasRoom(std::size_t size) const;
 
     // A new slot for the caller to publish. When there is no memory for a page it throws `std::bad_alloc`,
@@ -159,7 +159,7 @@ public:
     }
 
 private:
-    // The last page in use that begins at or before an index, sought from the active page.
+    // The last page in use that begins at or before an index, searched from the active page.
     SlotPage* PageAtOrBefore(std::uint32_t index) const;
 
     // The page of an index that was claimed. Throws `std::bad_alloc`.
@@ -169,7 +169,7 @@ private:
     char* TakeBehind(SlotPage* page, std::uint32_t active, std::size_t size);
     static bool IsWorthLeaving(SlotPage* page, std::uint32_t active, std::uint32_t open);
 
-    // Calls `visit` with the slots from `from` to `to` in order, until it gives something. `page` begins at
+    // Calls `visit` with the slots from `from` to `to` in order, until it returns something. `page` begins at
     // or before `from`.
     template <class Visit>
     static auto Search(SlotPage* page, std::uint32_t from, std::uint32_t to, Visit visit);
@@ -178,8 +178,8 @@ private:
     std::atomic<std::uint32_t> mSlotCount{0};   // indices claimed so far
     std::atomic<SlotPage*> mNewestPage{&mFirstPage};
     std::atomic<SlotPage*> mActivePage{&mFirstPage};  // that of the active slot, or one nearby
-    // The slots are written all the time, what stands before them hardly ever: no two cache lines that the
-    // processor fetches together have both.
+    // The slots are written all the time, the members before them hardly ever: padding keeps both out of the
+    // pairs of cache lines that the processor fetches together.
     [[maybe_unused]] char mPadding[128 - 24];
     SlotPage mFirstPage;
 };

@@ -8,14 +8,15 @@
 
 namespace ZBase::detail {
 
-/// The records of a level through which a cursor goes on; null where there is none.
+/// The records of a level that lead to further messages; null if there is none.
 template <class AnyRecord>
 struct Links {
     AnyRecord* lowerLevel = nullptr;
     AnyRecord* sameLevel = nullptr;
 };
 
-/// Meant: of two records of a tag the later one counts, as long as there was none of the other tag before it.
+/// Of two records of a tag the later one is used, unless one of the other tag precedes it; kept for readers
+/// of records with several.
 template <class AnyBlock>
 auto FindLinks(AnyBlock& block) {
     RecordWalker<AnyBlock> walker(block);
@@ -30,9 +31,9 @@ auto FindLinks(AnyBlock& block) {
 }
 
 /// The links of a level that may be rewritten between two steps. They are kept as places and looked up in
-/// what the level holds by then, so none outlives it. What is only added to, whoever does it, keeps its
-/// records where they are, though some may be dead by then. So a level counts as rewritten when at the place
-/// of a record that the cursor left there is none of its length that has its tag or is dead.
+/// what the level holds by then, so none outlives it. Additions keep records at their places, though some may
+/// be dead by then. So a level counts as rewritten when at the place of a record that the cursor left there
+/// is none of its length with its tag or the deleted one.
 class LiveLinks {
 public:
     /// Throws `std::bad_alloc`.
@@ -46,9 +47,9 @@ public:
         Remember(level);
     }
 
-    /// The records behind the links, as the level is now; null where there is none, or it was dropped. Where
-    /// the record of a link is dead, or there was none, looks for another. Begins anew on a level that was
-    /// rewritten, and tells so.
+    /// The records behind the links, as the level is now; null if there is none, or it was dropped. If the
+    /// record of a link is dead, or there was none, searches for another. Starts over on a level that was
+    /// rewritten, and returns that it did.
     template <class AnyBlock>
     auto Look(AnyBlock& level, bool& isRewritten) {
         isRewritten = !HoldsAllRemembered(level);
@@ -66,8 +67,8 @@ public:
     /// Drops the link of a tag, to which a step was taken.
     void Drop(ETag tag) { (tag == TAG_LOWER_LEVEL ? mLowerLevel : mSameLevel) = {{}, true}; }
 
-    /// Takes note of what is there after a step of the cursor. Without memory it notes nothing: then no
-    /// rewriting is told until the next step, and a link still leads only to what is there.
+    /// Records what is there after a step of the cursor. Without memory it records nothing: then rewriting is
+    /// not noticed until the next step, and links still lead only to existing records.
     void Remember(const Block& level) {
         try {
             Note(level);
@@ -106,7 +107,7 @@ private:
         return {};
     }
 
-    // New records stand only behind those of their block, so the remembered ones come in their order.
+    // New records are only appended to their block, so the remembered ones come in their order.
     bool HoldsAllRemembered(const Block& level) const {
         auto next = mRecords.begin();
         RecordWalker walker(level);

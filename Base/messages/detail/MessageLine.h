@@ -8,7 +8,7 @@
 
 namespace ZBase::detail {
 
-/// What the text of one message, without those nested in it, is made of. Points into the message.
+/// The parts of the text of one message, without those nested in it. Points into the message.
 class MessageLine {
 public:
     /// Throws `std::bad_alloc`.
@@ -38,12 +38,12 @@ private:
     std::vector<const char*> mMore;  // else all of them
 };
 
-// Texts that are appended, so that those of a tree come together without a block for each.
+// Functions that append, so that the texts of a tree need no block each.
 
-/// As `MergeParametersIntoTemplate` makes it. Throws `std::bad_alloc`.
+/// As `MergeParametersIntoTemplate`. Throws `std::bad_alloc`.
 void AppendMerged(std::string& text, const char* textTemplate, const char* const parameters[]);
 
-/// As `SimpleMessageLocalizer` makes it. Throws as that does.
+/// As `SimpleMessageLocalizer`. Throws as that does.
 void AppendSimpleText(std::string& text, unsigned short language, unsigned short domain, int id,
                       const char* textTemplate, const char* const parameters[]);
 

@@ -5,11 +5,11 @@
 
 namespace ZBase::detail {
 
-/// An exception and those that it was thrown with (`std::throw_with_nested`), one after the other, the
-/// outermost first. Each is looked at by a `rethrow_exception` of `Present()`.
+/// An exception and those nested in it (`std::throw_with_nested`), the outermost first. Read each by a
+/// `rethrow_exception` of `Present()`.
 class NestedExceptions {
 public:
-    /// Behind the outermost; a walk ends there whatever follows.
+    /// Levels below the outermost; a walk ends there.
     static constexpr std::size_t kDeepest = 64;
 
     explicit NestedExceptions(std::exception_ptr outermost) noexcept;
@@ -17,8 +17,8 @@ public:
     /// Null at the end.
     const std::exception_ptr& Present() const noexcept { return mPresent; }
 
-    /// Goes on to the cause of the present one. Takes memory for the rethrown exception, and where the heap
-    /// has none, from what the run-time has set aside.
+    /// Steps to the cause of the present one. Takes memory for the rethrown exception, from the run-time's
+    /// emergency pool if the heap has none.
     void Step() noexcept;
 
 private:

@@ -28,7 +28,7 @@ void CopyWideText(const Record& source, Record& destination) {
     std::memset(WideTextStart(destination) + size, 0, 2);
 }
 
-// Brings the wide text in `block`, whose bytes were moved here from `from`, to even addresses again.
+// Moves the wide text in `block`, whose bytes were copied here from `from`, to an even address again.
 void ShiftWideText(Block& block, const void* from) {
     if (IsOdd(&block) == IsOdd(from)) return;
     const std::uint32_t used = block.capacity - block.free;
@@ -73,8 +73,8 @@ Record* PlaceText(Block& first, std::string_view text, ETag tag, bool atEnd) {
 void PlaceParameter(Block& first, std::string_view text) {
     constexpr unsigned int kYields = 100;
     if (PlaceText(first, text, TAG_PARAMETER, true) != nullptr) return;
-    // A parameter is never left out, or the later ones would change their numbers. Whoever gives memory back
-    // may be of a lower priority, and then runs only while this thread sleeps.
+    // A parameter is never left out, or the later ones would change their numbers. The thread that could free
+    // memory may have a lower priority, and then runs only while this one sleeps.
     for (unsigned int tries = 0; PlaceText(first, "", TAG_PARAMETER, true) == nullptr;) {
         if (tries == kYields) {
             os::SleepMilliseconds(1);

@@ -1,19 +1,18 @@
 #pragma once
 
-// A message is a run of tagged records in a chain of blocks. The first block is the `Message` itself, or
-// memory that its holder supplied, or the payload of a record that nests it; the others come from the global
+// A message is a sequence of tagged records in a chain of blocks. The first block is the `Message` itself, or
+// memory that its holder supplied, or the payload of a record that nests it; the others are from the global
 // heap.
 //
 //   block   capacity 4 | free 4 | next 8 | records, back to back | free bytes
 //   record  length 4 | tag 1 | payload of length - 5 bytes, its meaning by the tag
 //
-// Nothing is aligned: a nested block starts five bytes into a record, and a message may stand at any address.
-// So every number is read and written through `Unaligned`, in little-endian order, and wide text starts at
-// the first even address in its payload, wherever the block lies today. The only address in a block is
-// `next`: all else can be moved as bytes but wide text, which is shifted when it moves from an odd place to
-// an even one. A record never changes its length and a block never moves; what is deleted gets tag 0, and its
-// room comes back when the message is copied. A nested block is one record, made to measure: nothing free,
-// and no next block.
+// Nothing is aligned: a nested block starts five bytes into a record, and a message may be at any address. So
+// every number is read and written through `Unaligned`, in little-endian order, and wide text starts at the
+// first even address in its payload. The only address in a block is `next`: all else can be moved as bytes,
+// except wide text, which is shifted when it moves from an odd address to an even one. A record never changes
+// its length and a block never moves; a deleted record gets tag 0, and its space is reclaimed when the
+// message is copied. A nested block is one record of exactly its size: nothing free, and no next block.
 
 #include <Base/messages/Message.h>
 
@@ -117,7 +116,7 @@ static_assert(offsetof(Header, radix) == 6 && offsetof(Header, width) == 7);
 static_assert(sizeof(LocalizedText) == 2 && alignof(LocalizedText) == 1);
 static_assert(sizeof(Message) == kStockCapacity);
 
-/// A message and its first block are one and the same.
+/// A message and its first block are the same bytes.
 inline Block& BlockOf(Message& message) {
     return reinterpret_cast<Block&>(message);
 }
@@ -144,10 +143,10 @@ private:
 };
 
 inline constexpr TagSet kDeleted{TAG_DELETED};
-inline constexpr TagSet kNotNested{TAG_DELETED, TAG_WIDE_MESSAGE};  // wide text would not be moved on
+inline constexpr TagSet kNotNested{TAG_DELETED, TAG_WIDE_MESSAGE};  // wide text would not be shifted
 
-/// Where a record stands: its block, counted along the chain, and its offset in that. A record keeps its
-/// place while a message is only added to, wherever its memory is.
+/// The place of a record: its block, counted along the chain, and its offset in that. Additions to a message
+/// don't change places, at whatever address its blocks are.
 struct Place {
     std::uint64_t block = 0;
     std::uint32_t offset = 0;  // 0 is nowhere
@@ -164,7 +163,7 @@ public:
 
     explicit RecordWalker(AnyBlock& first) { Enter(first); }
 
-    /// Goes on behind a record of `block`; at its beginning if there is none.
+    /// Continues after a record of `block`; at its beginning if `record` is null.
     RecordWalker(AnyBlock& block, AnyRecord* record) {
         Enter(block);
         if (record != nullptr) mpNext = reinterpret_cast<AnyByte*>(record) + record->length;
@@ -186,7 +185,7 @@ public:
     /// The block that the walk is in.
     AnyBlock& CurrentBlock() const { return *mpBlock; }
 
-    /// Where a record of the block that the walk is in stands.
+    /// The place of a record of the current block.
     Place PlaceOf(const Record& record) const {
         const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
         return {mBlockNumber, static_cast<std::uint32_t>(bytes - mpBlock->Bytes())};
@@ -214,7 +213,7 @@ auto* FindRecord(AnyBlock& block, ETag tag) {
     return record;
 }
 
-/// The payload that a localized text of `length` octets gets: one more than it takes, that is the format.
+/// The payload size of a localized text of `length` octets: one more than needed; the format has it so.
 constexpr std::size_t LocalizedTextPayloadSize(std::size_t length) {
     return length + 4;
 }
@@ -226,7 +225,7 @@ inline void InitializeBlock(Block& block, std::uint32_t capacity) {
     block.next = nullptr;
 }
 
-/// The record that takes `size` bytes of what is free in a block.
+/// Takes `size` free bytes of a block for a record.
 inline Record* UseBlock(Block& block, std::uint32_t size, ETag tag) {
     auto* record = reinterpret_cast<Record*>(block.Bytes() + (block.capacity - block.free));
     block.free = block.free - size;
@@ -235,14 +234,14 @@ inline Record* UseBlock(Block& block, std::uint32_t size, ETag tag) {
     return record;
 }
 
-/// As below, for any chain.
+/// As `PlaceRecord`, for any chain.
 Record* PlaceRecordInChain(Block& first, std::size_t payloadSize, ETag tag, bool atEnd);
 
-/// Adds a record with a payload that is yet to be written: in the first block with room, or with `atEnd` in
-/// the last block, where the order of records matters. A message grows nowhere else. Null, with the chain as
-/// it was, when there is no memory or the sizes would not fit in 32 bits.
+/// Adds a record whose payload the caller writes: in the first block with enough free bytes, or with `atEnd`
+/// in the last block, where the order of records matters. A message grows only here. Null, with the chain
+/// unchanged, when there is no memory or the sizes would not fit in 32 bits.
 inline Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool atEnd) {
-    // Most messages are one block with room.
+    // Most messages are one block with enough space.
     if (first.next == nullptr && payloadSize <= kMaxPayloadSize &&
         payloadSize + sizeof(Record) <= first.free) {
         return UseBlock(first, static_cast<std::uint32_t>(payloadSize + sizeof(Record)), tag);
@@ -253,56 +252,56 @@ inline Record* PlaceRecord(Block& first, std::size_t payloadSize, ETag tag, bool
 /// The same for a text and its terminator.
 Record* PlaceText(Block& first, std::string_view text, ETag tag, bool atEnd);
 
-/// Appends a parameter, or an empty one when there is no memory for its text. Returns no sooner than that one
-/// has a place; meanwhile other threads run.
+/// Appends a parameter, or an empty one when there is no memory for its text. Waits until that one is stored;
+/// meanwhile other threads run.
 void PlaceParameter(Block& first, std::string_view text);
 
-/// Adds a header with the default number format and then, if it is there and the header had a place, the
-/// template. False when there was no place for the header.
+/// Adds a header with the default number format and then, if the header was stored, the template, if any.
+/// False when the header could not be stored.
 bool PlaceHeader(Block& first, unsigned short domain, int id);
 void PlaceHeaderAndTemplate(Block& first, unsigned short domain, int id, const char* textTemplate);
 
-/// Frees all blocks behind the first, whose header stays as it is.
+/// Frees all blocks after the first, whose header is not changed.
 void FreeBlocks(Block* next);
 inline void FreeBlockChain(Block& first) {
     if (first.next != nullptr) FreeBlocks(first.next);
 }
 
-/// Bytes in all records whose tag is not left out.
+/// Bytes in all records whose tag is not excluded.
 std::uint64_t SumRecordLengths(const Block& source, TagSet excluded);
 
 struct CopyResult {
-    bool complete = true;          // every record found its place
+    bool complete = true;          // every record was stored
     Record* lowerLevel = nullptr;  // the last copy of each tag
     Record* sameLevel = nullptr;
 };
 
-/// Appends copies of all records whose tag is not left out, in their order, up to the first that finds no
-/// place.
+/// Appends copies of all records whose tag is not excluded, in their order, up to the first that can't be
+/// stored.
 CopyResult CopyRecords(const Block& source, Block& destination, TagSet excluded);
 
-/// The same without what is deleted, into an empty block.
+/// The same without deleted records, into an empty block.
 void CopyContent(const Block& source, Block& destination);
 
-/// Nests a copy of what is in `source` into `parent`, in one record. Null when there is no place for it.
+/// Nests a copy of the content of `source` into `parent`, in one record. Null when it can't be stored.
 Record* NestCopy(const Block& source, Block& parent, ETag tag);
 
 /// Exchanges the contents; the capacities stay. Between blocks of different capacity it takes one allocation,
-/// after which the smaller one holds all of its content in the chain; false, with both unchanged, when it
+/// after which the smaller one has all of its content in the chain; false, with both unchanged, when it
 /// fails.
 bool SwapContents(Block& one, Block& other);
 
-/// Moves the content into an empty block: with the chain of `from`, if the records in the first block have
-/// room in that of `to`; else, and where they are nested, by copying them. Without memory for all of the
-/// copies the content stays in `from`, and `to` has what found its place.
+/// Moves the content into an empty block: with the chain of `from`, if the records in the first block fit in
+/// that of `to`; else, and where they are nested, by copying them. Without memory for all of the copies the
+/// content stays in `from`, and `to` has the records copied so far.
 void TakeContent(Block& from, Block& to);
 
 /// Empties `block`, whose content is then in the chain of `aside`, an empty block of the smallest size. Takes
-/// at most one allocation, as large as what lay in the block itself, which keeps its offsets there; false,
-/// with both unchanged, when it fails. Wide text may come to lie one byte off.
+/// at most one allocation, as large as the content of the block itself, which keeps its offsets there; false,
+/// with both unchanged, when it fails. Wide text may be one byte off then.
 bool PutAside(Block& block, Block& aside);
 
-/// Whether an address lies in one of the blocks.
+/// Whether an address is in one of the blocks.
 bool Holds(const Block& first, const void* address);
 
 inline bool IsOdd(const void* address) {
@@ -315,7 +314,7 @@ inline const unsigned short* WideText(const Record& record) {
 }
 void WriteWideText(Record& record, const unsigned short* text, std::size_t length);
 
-/// The payload that `length` units need wherever they come to lie.
+/// The payload size that `length` units need at any address.
 constexpr std::size_t WideTextPayloadSize(std::size_t length) {
     return 2 * length + 4;
 }

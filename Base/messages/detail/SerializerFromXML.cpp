@@ -39,8 +39,8 @@ EElement ToElement(const char* name) {
 
 }  // namespace
 
-// Told of a text element, and of what is in it. One does for all: only one text is open at a time. An element
-// within a text begins the text anew, and ends as the text itself does.
+// Handles the events of a text element and of its children. One object for all: only one text is open at a
+// time. An element within a text starts the text anew, and ends like the text itself.
 class SerializerFromXML::TextElementParser final : public ZLiteXML::UTF8EventHandler,
                                                    public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
@@ -59,8 +59,8 @@ public:
 
     void Characters(const char* text) override { mCharacters += text; }
 
-    // Of an element within the text: what has grown since the last one ended is added to what was stored
-    // then, or many ends within one long text would store all of it many times.
+    // Of an element within the text: only the growth since the last end is stored, or many ends within one
+    // long text would store all of it many times.
     void EndElement(const char*) override {
         mStored = mTree.GrowLocalizedText(mLanguage, mCharacters, mStored) ? mCharacters.size() : 0;
     }
@@ -71,11 +71,11 @@ public:
 private:
     TreeBuilder& mTree;
     std::string& mCharacters;
-    std::size_t mStored = 0;  // characters that the tree has
+    std::size_t mStored = 0;  // characters stored in the tree
     unsigned short mLanguage = 0;
 };
 
-// One for each message element; told of its content. The serializer outlives the reading.
+// One for each message element; handles its content. The serializer outlives the reading.
 class SerializerFromXML::MessageElementParser final : public ZLiteXML::UTF8EventHandler,
                                                       public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
@@ -108,7 +108,7 @@ void SerializerFromXML::MessageElementParser::StartElement(const char* name) {
     }
 }
 
-// A reader may tell the attributes of a text here or to the text's own parser.
+// A reader may pass the attributes of a text here or to the text's own parser.
 void SerializerFromXML::MessageElementParser::Attribute(const char* name, const char* value) {
     if (mElement == EElement::Text) mSerializer.mpTextParser->Attribute(name, value);
 }
@@ -117,8 +117,8 @@ void SerializerFromXML::MessageElementParser::Characters(const char* text) {
     if (mElement != EElement::None) mSerializer.mCharacters += text;
 }
 
-// What ends is the child that is open, whatever name is told. No child is open any more then: the end of an
-// unknown element around it does nothing.
+// Ends the child that is open, whatever the name. After that no child is open: the end of an unknown element
+// around it does nothing.
 void SerializerFromXML::MessageElementParser::EndElement(const char*) {
     TreeBuilder& tree = mSerializer.mTree;
     const std::string& characters = mSerializer.mCharacters;

@@ -10,11 +10,11 @@
 
 namespace ZBase {
 
-/// Takes a document whose root is a message, and fills a message from it.
+/// Handles a document whose root is a message, and fills a message from it.
 class SerializerFromXML final : public ZLiteXML::UTF8EventHandler,
                                 public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
-    /// Clears the message before anything looks at what is nested in it.
+    /// Clears the message before its nested content is read.
     SerializerFromXML(Message& message, ZLiteXML::UTF8Reader& reader);
     ~SerializerFromXML() override;
 

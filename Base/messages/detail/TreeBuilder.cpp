@@ -59,7 +59,7 @@ void TreeBuilder::Begin(ETag tag) {
     }
 }
 
-// The sizes of a nested message that takes up the run from `start` to `end`.
+// Writes the sizes of a nested message that is the run from `start` to `end`.
 void TreeBuilder::WriteSizes(std::size_t start, std::size_t end) {
     Record& record = *reinterpret_cast<Record*>(&mRun[start]);
     record.length = static_cast<std::uint32_t>(end - start);
@@ -87,7 +87,7 @@ void TreeBuilder::MoveRunToRoot() {
     mRun.clear();
 }
 
-// Once for the whole run, at its end, so that it stays linear. A packed message has no dead records.
+// Once for the whole run, at its end, so that it is linear. A packed message has no dead records.
 void TreeBuilder::DropDeadRecords() {
     struct Nested {
         std::size_t oldEnd;
@@ -115,7 +115,7 @@ Record& TreeBuilder::At(Place place) {
     return IsAtRoot() ? *reinterpret_cast<Record*>(place) : *reinterpret_cast<Record*>(&mRun[place]);
 }
 
-// Adds a record to the current message, where order does not matter; nowhere if that is impossible.
+// Adds a record to the current message, in any order; `kNowhere` if that is impossible.
 TreeBuilder::Place TreeBuilder::Add(std::size_t payloadSize, ETag tag) {
     if (IsAtRoot()) {
         const Record* record = PlaceRecord(RootSearchStart(), payloadSize, tag, false);
@@ -135,8 +135,8 @@ bool TreeBuilder::HasRoom(Place place, std::size_t payloadSize, ETag tag) {
     return place != kNowhere && At(place).tag == tag && At(place).PayloadSize() >= payloadSize;
 }
 
-// Sees to it that the record at `place` can hold a payload. False when that is impossible; what was there is
-// gone then.
+// Makes the record at `place` large enough for a payload. False when that is impossible; then the old record
+// is deleted.
 bool TreeBuilder::MakeRoom(Place& place, std::size_t payloadSize, ETag tag) {
     if (HasRoom(place, payloadSize, tag)) return true;
     const Place added = Add(payloadSize, tag);
@@ -166,7 +166,7 @@ void TreeBuilder::SetTemplate(const std::string& text) {
     if (MakeRoom(place, size, TAG_TEMPLATE)) std::memcpy(At(place).Payload(), text.c_str(), size);
 }
 
-// A parameter never goes without a place, or the later ones would change their numbers.
+// A parameter is never left out, or the later ones would change their numbers.
 void TreeBuilder::AddParameter(const std::string& text) {
     if (IsAtRoot()) {
         PlaceParameter(*mpLastRootBlock, text.c_str());
@@ -181,7 +181,7 @@ void TreeBuilder::AddParameter(const std::string& text) {
     }
 }
 
-// Where the text of a language is noted; nowhere if there is none.
+// The place of the text of a language; `kNowhere` if there is none.
 TreeBuilder::Place& TreeBuilder::TextOf(unsigned short language) {
     for (Place& text : mLevels.back().texts) {
         if (text == kNowhere || At(text).As<LocalizedText>().language == language) return text;

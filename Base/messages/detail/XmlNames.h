@@ -2,7 +2,7 @@
 
 namespace ZBase::detail {
 
-// What the XML form of a message is made of.
+// The names of the XML form of a message.
 inline constexpr char kMessageElement[] = "message";
 inline constexpr char kDomainElement[] = "domain";
 inline constexpr char kIDElement[] = "id";

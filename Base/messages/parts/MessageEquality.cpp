@@ -26,7 +26,7 @@ bool HasParametersOf(const Message& one, const Message& other) {
     return at == std::default_sentinel;
 }
 
-// Whether `other` has the text of every language that `one` has a text of.
+// Whether `other` has a text in every language that `one` has a text in.
 bool HasTextsOf(const Message& one, const Message& other) {
     RecordWalker walker(BlockOf(one));
     while (const Record* record = walker.Next()) {

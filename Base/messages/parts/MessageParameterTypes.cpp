@@ -43,7 +43,7 @@ public:
     const char* Get() const { return mText; }
 
 private:
-    char mText[sizeof("-2.2250738585072014e-308")];  // no text of a number is longer
+    char mText[sizeof("-2.2250738585072014e-308")];  // the longest text of a number
 };
 
 }  // namespace
@@ -119,7 +119,7 @@ Message& Message::operator<<(double value) {
     return *this << DecimalText(value).Get();
 }
 
-// A long has 32 bits in a message on every platform; what is above them is dropped.
+// A long has 32 bits in a message on every platform; the upper ones are dropped.
 
 Message& Message::operator<<(long value) {
     return *this << static_cast<int>(value);

@@ -3,8 +3,8 @@
 
 #include <new>
 
-// The memory of a placement message is not that of a whole `Message`, so no destructor of one runs here: the
-// compiler may take all 100 bytes for dead afterwards, the neighbour's among them.
+// The memory of a placement message may be smaller than a `Message`, so no destructor is called on it: the
+// compiler may treat all 100 bytes as dead afterwards, the neighbour's among them.
 
 namespace ZBase {
 
@@ -30,10 +30,10 @@ Message::PlacementPtr::~PlacementPtr() {
 
 namespace {
 
-/// Calls `build` with the place of each element. Gives the first place, or null when there is to be no array.
+/// Calls `build` with the address of each element. Returns the first one, or null if there is no array.
 template <class Build>
 Message* BuildArray(void* memory, unsigned int totalSize, unsigned int elementSize, Build build) {
-    // Meant: memory for exactly one element is refused.
+    // Memory for exactly one element is refused; kept for callers that rely on it.
     if (memory == nullptr || elementSize < Message::MIN_SIZE || elementSize >= totalSize) return nullptr;
     auto* at = static_cast<unsigned char*>(memory);
     for (unsigned int left = totalSize / elementSize; left != 0; --left, at += elementSize) build(at);

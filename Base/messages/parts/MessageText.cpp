@@ -19,7 +19,7 @@ const unsigned short* Message::GetMessage() const {
     if (const Record* kept = FindRecord(BlockOf(*this), TAG_WIDE_MESSAGE)) return WideText(*kept);
     const ReturnWString text = UTF8ToWideChar(FormatMessage(*this, keptLanguage).c_str(), true);
     const std::size_t length = text.GetLength();
-    // The text is kept although the message is constant: a cache is no part of what it says.
+    // The text is cached although the message is const; the cache is not part of its value.
     Block& block = BlockOf(const_cast<Message&>(*this));
     Record* record = PlaceRecord(block, WideTextPayloadSize(length), TAG_WIDE_MESSAGE, false);
     if (record == nullptr) return nullptr;

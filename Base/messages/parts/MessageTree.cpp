@@ -15,7 +15,7 @@ namespace {
 constexpr TagSet kNotPrepended{TAG_DELETED, TAG_SAME_LEVEL, TAG_WIDE_MESSAGE};
 constexpr std::uint32_t kNestedHead = sizeof(Record) + sizeof(Block);
 
-// The smallest block. Content that is put aside lies in its chain.
+// The smallest block. Content that is put aside is in its chain.
 struct Aside : Block {
     Aside() { InitializeBlock(*this, sizeof(Block)); }
     ~Aside() { FreeBlockChain(*this); }
@@ -23,7 +23,7 @@ struct Aside : Block {
     Aside& operator=(const Aside&) = delete;
 };
 
-// A text that may lie in the block itself, from where it goes aside with the content.
+// A text that may be in the block itself, and is moved aside with the content.
 class FollowedText {
 public:
     FollowedText(const char* text, const Block& block)
@@ -60,7 +60,7 @@ const Block* FollowingOrNull(const Block& block) {
     return record == nullptr ? nullptr : &record->As<Block>();
 }
 
-// The bytes of what follows a message that `other` is put in front of: the messages behind `other`, each
+// The bytes of what follows a message that `other` is put in front of: the messages after `other`, each
 // nested in the one before, and innermost the content of `block`.
 std::uint64_t SizeOfLevelBehind(const Block& other, const Block& block) {
     std::uint64_t size = sizeof(Block) + SumRecordLengths(block, kNotNested);
@@ -70,8 +70,8 @@ std::uint64_t SizeOfLevelBehind(const Block& other, const Block& block) {
     return size;
 }
 
-// The bytes of the records of `message` that would come before a record of `nestedLength` bytes, if all of
-// them were placed at the end of an empty message of `capacity` and that one then in the first gap.
+// The bytes of the records of `message` before a record of `nestedLength` bytes, if all of them were placed
+// at the end of an empty message of `capacity` and then that one in the first gap.
 std::size_t BytesBeforeNested(const Block& message, std::uint32_t capacity, std::uint32_t nestedLength) {
     std::size_t bytes = 0;
     std::uint64_t free = capacity - sizeof(Block);
@@ -90,13 +90,13 @@ std::size_t BytesBeforeNested(const Block& message, std::uint32_t capacity, std:
 }
 
 // Writes a level into the bytes from `front` to `back`: message after message, each nested in the one before,
-// in a block that they fill exactly. What a message has in front of its nested one grows from the front, what
-// it has behind it from the back.
+// in a block that they fill exactly. The fields before a nested message are written forward from the front,
+// those after it backward from the back.
 class LevelWriter {
 public:
     LevelWriter(unsigned char* front, std::size_t size) : mpFront(front), mpBack(front + size) {}
 
-    // Writes a message and the heads of the one nested in it, as it would lie in a message of `capacity`.
+    // Writes a message and the heads of the one nested in it, as it would be in a message of `capacity`.
     void Add(const Block& message, std::uint32_t capacity) {
         BeginBlock();
         const auto total = static_cast<std::size_t>(SumRecordLengths(message, kNotPrepended));
@@ -139,8 +139,8 @@ private:
     unsigned char* mpBack;
 };
 
-// The result is, byte for byte, that of prepending the messages one by one, the last one first; but the
-// content is copied once and not once for each.
+// The result is, byte for byte, the same as from prepending the messages one by one, the last one first; but
+// the content is copied once and not once for each.
 void PrependLevel(Block& block, const Block& other) {
     const std::uint64_t size = SizeOfLevelBehind(other, block);
     if (size > kMaxPayloadSize) return;

@@ -10,8 +10,8 @@
 
 namespace ZBase {
 
-// The text is made twice by one function: first into a sink that only measures, then into a block of exactly
-// that size, so there is one allocation and the two can't disagree.
+// One function produces the text twice: first into a sink that only counts, then into a block of exactly that
+// size, so there is one allocation and the two can't differ.
 
 namespace {
 

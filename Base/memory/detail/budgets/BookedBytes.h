@@ -6,7 +6,7 @@
 
 namespace ZBase {
 
-// Raises `booked` by `bytes`, unless it would pass `limit`.
+// Raises `booked` by `bytes`, unless it would exceed `limit`.
 inline bool Book(std::atomic<std::size_t>& booked, std::size_t bytes, std::size_t limit) {
     std::size_t before = booked.load(std::memory_order_relaxed);
     do {

@@ -6,8 +6,8 @@ namespace ZBase {
 
 class MemoryContract;
 
-// The two steps of a charge for memory that is not a chunk. A contract is asked in 32 bits: what is more is
-// asked for, and settled, as 4,294,967,295 bytes, so that nobody pays less by taking more.
+// The two steps of a charge for memory that is not a chunk. A contract takes 32 bits: larger sizes are
+// requested, and settled, as 4,294,967,295 bytes, so that more memory never costs less.
 
 /// Throws `ContractManagerAllocException` when the contract refuses.
 void RequestFromContract(MemoryContract& contract, std::size_t bytes);
