@@ -7,22 +7,22 @@
 
 namespace ZBase::detail {
 
-// Runs of ASCII in plain C++: eight elements a step, of which the last is written as a whole where elements
-// behind the run may be written. Short runs between flaws cost no call and no loop over what is left.
-// Compilers make lanes of a register one by one out of a loop over octets, hence the arithmetic.
+// Runs of ASCII in plain C++: eight elements a step, of which the last is written as a whole where the
+// elements after the run may be written. Short runs between flaws cost no call and no loop over the rest.
+// Integer arithmetic, since compilers turn a loop over octets into single lanes of a register.
 
 inline constexpr std::size_t kAsciiStep = 8;
 inline constexpr std::uint64_t kHighOctets = 0x8080808080808080;
 inline constexpr std::uint64_t kHighUnits = 0xFF80FF80FF80FF80;
 
-/// Elements of `bits` bits, as they stand in memory, in front of the first that has a mark.
+/// The number of elements of `bits` bits, in memory order, before the first with a mark.
 inline std::size_t UnmarkedInFront(std::uint64_t marks, unsigned int bits) {
     const int zeros =
         std::endian::native == std::endian::little ? std::countr_zero(marks) : std::countl_zero(marks);
     return static_cast<unsigned int>(zeros) / bits;
 }
 
-/// Four octets as four units, each order that of the memory.
+/// Four octets as four units, both in memory order.
 inline std::uint64_t WidenFour(std::uint32_t octets) {
     std::uint64_t units = octets;
     units = (units | units << 16) & 0x0000FFFF0000FFFF;
@@ -36,7 +36,7 @@ inline std::uint32_t NarrowFour(std::uint64_t units) {
     return static_cast<std::uint32_t>(units | units >> 16);
 }
 
-/// Widens the ASCII octets in front. Gives their number. `MaySpill`: up to a step of units behind them,
+/// Widens the leading ASCII octets. Returns their number. `MaySpill`: up to a step of units after them,
 /// within `length`, may be written.
 template <bool MaySpill>
 std::size_t WidenAsciiRun(const unsigned char* source, std::size_t length, unsigned short* out) {
@@ -55,7 +55,7 @@ std::size_t WidenAsciiRun(const unsigned char* source, std::size_t length, unsig
     return done;
 }
 
-/// Narrows the ASCII units in front, likewise.
+/// Narrows the leading ASCII units, likewise.
 template <bool MaySpill>
 std::size_t NarrowAsciiRun(const unsigned short* source, std::size_t length, char* out) {
     std::size_t done = 0;

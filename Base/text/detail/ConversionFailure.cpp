@@ -14,7 +14,7 @@ void ThrowConversionFailure(const unsigned short* text) {
     throw failure;
 }
 
-// In replace mode, since a text may quote input that is no UTF-8.
+// In replace mode, since a text may quote input that is not UTF-8.
 void ThrowConversionFailure(const char* text) {
     ThrowConversionFailure(UTF8ToWideChar(text, true).c_str());
 }

@@ -6,7 +6,7 @@ namespace ZBase::detail {
 [[noreturn]] void ThrowConversionFailure(const unsigned short* text);
 [[noreturn]] void ThrowConversionFailure(const char* text);
 
-/// The same with `value` behind the text, in at least `width` upper-case hexadecimal digits, and a full stop.
+/// The same with `value` after the text, in at least `width` upper-case hexadecimal digits, and a full stop.
 [[noreturn]] void ThrowConversionFailure(const char* text, unsigned int value, int width);
 
 }  // namespace ZBase::detail

@@ -7,7 +7,7 @@ namespace ZBase::detail {
 inline constexpr char kUpperDigits[] = "0123456789ABCDEF";
 inline constexpr char kLowerDigits[] = "0123456789abcdef";
 
-/// `value` in upper-case hexadecimal, with zeros in front up to `width` digits.
+/// `value` in upper-case hexadecimal, zero-padded to `width` digits.
 inline std::string HexDigits(unsigned int value, int width) {
     std::string text;
     for (int shift = 28; shift >= 0; shift -= 4) {

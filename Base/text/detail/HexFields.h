@@ -5,8 +5,8 @@
 
 namespace ZBase::detail {
 
-/// Reads hexadecimal fields of fixed widths one behind the other. Only digits count: no white space, sign or
-/// prefix. The text must be as long as what is read.
+/// Reads hexadecimal fields of fixed widths one after the other. Only digits are accepted: no white space,
+/// sign or prefix. The text must be as long as what is read.
 class HexFields {
 public:
     explicit HexFields(const unsigned short* text) : mpText(text) {}
@@ -28,7 +28,7 @@ public:
 
     void Expect(char character) { mGood = *mpText++ == static_cast<unsigned char>(character) && mGood; }
 
-    /// Whether all that was read was there.
+    /// Whether all that was read were digits.
     bool IsGood() const { return mGood; }
 
 private:

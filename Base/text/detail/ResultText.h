@@ -11,13 +11,13 @@
 
 namespace ZBase::detail {
 
-/// The block of a result that is still being made, to be written into.
+/// The block of an unfinished result, to be written into.
 template <class Result>
 auto* Writable(const Result& result) {
     return const_cast<std::remove_const_t<std::remove_pointer_t<decltype(result.c_str())>>*>(result.c_str());
 }
 
-/// A result that is being made: a block for `length` units, of which only those that are written are touched.
+/// An unfinished result: a block for `length` units, of which only the written ones are touched.
 template <class Result>
 class Unfinished {
 public:
@@ -30,7 +30,7 @@ public:
 
     Ch* Get() const { return mpBlock; }
 
-    /// The text up to `end`, which stands in the block. All behind it is 0.
+    /// The text up to `end`, an address in the block. The rest is 0.
     Result Finish(Ch* end) {
         *end = 0;
         Ch* const behind = end + 1;
@@ -46,7 +46,7 @@ private:
     Ch* mpBlock;  // owned
 };
 
-/// `count` * `size`. Throws `std::bad_array_new_length` when that does not fit.
+/// `count` * `size`. Throws `std::bad_array_new_length` when that overflows.
 inline std::size_t CheckedProduct(std::size_t count, std::size_t size) {
     if (size != 0 && count > std::numeric_limits<std::size_t>::max() / size) {
         throw std::bad_array_new_length();

@@ -16,19 +16,19 @@ struct Progress {
 struct TextKernels {
     const char* name;
 
-    /// UTF-8 as units. `out` has room for `length` + 1 of them; nothing stays changed behind those written.
+    /// UTF-8 to units. `out` has space for `length` + 1 of them; those after the written ones are not
+    /// changed.
     Progress (*decodeUtf8)(const unsigned char* source, std::size_t length, unsigned short* out);
 
-    /// Units as UTF-8. May write up to 4 * `units` octets whatever it reports.
+    /// Units to UTF-8. May write up to 4 * `units` octets whatever it returns.
     Progress (*encodeUtf8)(const unsigned short* source, std::size_t units, char* out);
 
-    /// Widens, or narrows, the ASCII elements in front, and no others. Gives their number. May write all
-    /// `length` elements whatever it reports.
+    /// Widens, or narrows, only the leading ASCII elements. Returns their number. May write all `length`
+    /// elements whatever it returns.
     std::size_t (*widenAscii)(const unsigned char* source, std::size_t length, unsigned short* out);
     std::size_t (*narrowAscii)(const unsigned short* source, std::size_t length, char* out);
 
-    /// Units before the terminator, at most `length`. Beyond a terminator nothing is looked at but what a
-    /// page holds anyway.
+    /// Units before the terminator, at most `length`. Reads beyond a terminator only within its page.
     std::size_t (*countUnits)(const unsigned short* source, std::size_t length);
 
     /// The octets that a URL has escaped, and all octets in their form there: an escaped one takes three
@@ -40,21 +40,21 @@ struct TextKernels {
     void (*putDigits)(const unsigned char* source, std::size_t length, unsigned short* out);
 };
 
-/// Those of this processor, chosen at the first call. No lock and no heap: for signal handlers, the child of
-/// a fork, and before any constructor.
+/// The kernels of this processor, chosen at the first call. No lock and no heap: may be called in signal
+/// handlers, in a forked child, and before any constructor.
 const TextKernels& Kernels();
 
-/// The kinds that this processor can run, the simplest first, the one that is chosen last.
+/// The kinds that this processor can run, from the simplest to the one that is chosen.
 struct KernelList {
     const TextKernels* kinds[4] = {};
     std::size_t count = 0;
 };
 KernelList RunnableKernels();
 
-/// Makes all conversions of the process take `kernels`, to compare the kinds; null makes them choose anew.
+/// Makes all conversions of the process use `kernels`, to compare the kinds; null chooses again.
 void UseKernels(const TextKernels* kernels);
 
-// One for each kind; null for those of another family of processors.
+// One for each kind; null for other processor families.
 const TextKernels* PlainKernels();
 const TextKernels* Sse2Kernels();
 const TextKernels* Avx2Kernels();

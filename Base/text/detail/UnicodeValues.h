@@ -8,7 +8,7 @@ inline bool IsSurrogate(unsigned int value) {
     return (value & 0xFFFFF800) == 0xD800;
 }
 
-// The failures of the two helpers below, which name them.
+// The failures of the two helpers below, which contain their names.
 [[noreturn]] void ThrowInvalidUnicodeValue(unsigned int value);
 [[noreturn]] void ThrowInvalidWideChar(unsigned int unit);
 
@@ -19,7 +19,7 @@ inline unsigned short UnicodeValueToWideChar(unsigned int value, bool replace) {
     return kReplacementValue;
 }
 
-/// The value of a unit, screened likewise.
+/// The value of a unit, checked likewise.
 inline unsigned int WideCharToUnicodeValue(unsigned short unit, bool replace) {
     if (unit < 0xFFFE) return unit;
     if (!replace) ThrowInvalidWideChar(unit);

@@ -13,12 +13,12 @@ namespace ZBase::detail {
 
 namespace {
 
-// Octets that are decoded one by one where a kernel stopped, and where it stops again and again: then asking
-// it each time would cost more than it saves.
+// Octets that are decoded one by one where a kernel stopped, and where it stops again and again, since
+// calling it each time would cost more than it saves.
 constexpr std::uint64_t kFewOctets = 64;
 constexpr std::uint64_t kManyOctets = 4096;
 
-// Octets that make a whole step of units at least, where flaws are replaced: six make one.
+// Octets that give at least a whole step of units, with flaws replaced: six give one.
 constexpr std::uint64_t kSpillOctets = 6 * kAsciiStep;
 
 // The value of a sequence of two or three octets that has no flaw, or 0.
@@ -34,8 +34,8 @@ unsigned int ShortSequence(const unsigned char* source, std::uint64_t length) {
     return value < 0x800 || value > 0xFFFD || IsSurrogate(value) ? 0 : value;
 }
 
-// The value of the sequence at `position`, which is moved behind it. A flaw gives U+FFFD or throws; an octet
-// that breaks a sequence off is not part of it.
+// The value of the sequence at `position`, which is moved past it. A flaw gives U+FFFD or throws; an octet
+// that ends a sequence early is not part of it.
 unsigned int NextValue(const unsigned char* source, std::uint64_t length, std::uint64_t& position,
                        bool replace) {
     const unsigned char lead = source[position++];
@@ -62,7 +62,7 @@ unsigned int NextValue(const unsigned char* source, std::uint64_t length, std::u
     }
 
     constexpr unsigned int smallest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
-    // Meant: an overlong form of U+FFFD is U+FFFD.
+    // An overlong form of U+FFFD is U+FFFD, which replacing gives anyway; kept for callers in strict mode.
     if (value < smallest[octets] && value != kReplacementValue) {
         if (replace) return kReplacementValue;
         ThrowConversionFailure("ZBase::UTF8ToWideChar: Overlong sequence for UNICODE value U+", value, 4);
@@ -70,7 +70,7 @@ unsigned int NextValue(const unsigned char* source, std::uint64_t length, std::u
     return value;
 }
 
-// Writes a value as one or two units. Gives the position behind them.
+// Writes a value as one or two units. Returns the position after them.
 unsigned short* PutUnits(unsigned short* out, unsigned int value, bool replace) {
     if (value >= 0x10000 && value <= 0x10FFFF) {
         const unsigned int offset = value - 0x10000;
@@ -96,10 +96,10 @@ unsigned int Utf8SequenceLength(unsigned char octet) {
 
 namespace {
 
-// Decodes one by one up to `stop`, or only until what a kernel may have stopped at is behind.
+// Decodes one by one up to `stop`, or only past the character that a kernel may have stopped at.
 void DecodeSlowly(const unsigned char* source, std::uint64_t length, std::uint64_t stop, bool onlyOne,
                   bool replace, std::uint64_t& position, unsigned short*& destination) {
-    // What is spilled before this is overwritten by what follows.
+    // What is written too far up to here is overwritten later.
     const std::uint64_t spillStop =
         replace && length > kSpillOctets ? std::min(stop, length - kSpillOctets) : 0;
     while (position < stop) {

@@ -11,24 +11,24 @@ namespace ZBase::detail {
 
 // The parts of a conversion from wide text to UTF-8, for all its forms.
 
-/// Units before the terminator, with at most `length` units looked at; `length` 0 means terminated text.
+/// Units before the terminator, reading at most `length`; `length` 0 means terminated text.
 std::size_t CountUnits(const unsigned short* source, std::size_t length);
 
-/// Octets that suffice for `units` units, the terminator not counted.
+/// Octets that suffice for `units` units, without the terminator.
 std::size_t Utf8Capacity(std::size_t units);
 
-/// Encodes `units` units, none of them 0, and a terminator into `destination`. Gives where that stands. What
-/// is behind it, within the capacity, may have been written to. Any two surrogates make a character; a
-/// surrogate without another behind it throws, whatever `replace` says.
+/// Encodes `units` units, none of them 0, and a terminator into `destination`. Returns its address. The rest
+/// of the capacity may have been written to. Any two surrogates make a character; a surrogate that is not
+/// followed by another throws, whatever `replace` is.
 char* EncodeUtf8(const unsigned short* source, std::size_t units, bool replace, char* destination);
 
-// Units that are encoded one by one where a kernel stopped, and where it stops again and again: then asking
+// Units that are encoded one by one where a kernel stopped, and where it stops again and again, since calling
 // it each time would cost more than it saves.
 inline constexpr std::size_t kFewUnits = 16;
 inline constexpr std::size_t kManyUnits = 2048;
 
-/// The same by the rules of `nextValue(source)`, which gives the value of the character at `source`, where no
-/// ASCII stands, and moves it behind it.
+/// The same by the rules of `nextValue(source)`, which returns the value of the character at `source`, which
+/// is not ASCII, and moves it past that.
 template <class NextValue>
 char* EncodeUnits(const unsigned short* source, std::size_t units, char* destination, NextValue nextValue) {
     const unsigned short* const end = source + units;

@@ -12,8 +12,8 @@ namespace ZBase::detail {
 
 namespace {
 
-// Lanes of octets are told apart by their highest bit, lanes of units by all of theirs. Instructions that
-// move octets do so within each half of a register, hence the order of the groups.
+// Octet lanes are selected by their highest bit, unit lanes by all bits. Instructions that move octets do so
+// within each half of a register, hence the order of the groups.
 struct Avx2 {
     static constexpr std::size_t kOctets = 32;
     static constexpr bool kTakesParts = false;
@@ -32,7 +32,7 @@ struct Avx2 {
     static Octets Load(const unsigned char* source) {
         return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(source));
     }
-    // From `Distance` octets behind `block` to its end, then zeros.
+    // From `Distance` octets after `block` to its end, then zeros.
     template <int Distance>
     static Octets LoadUpTo(const unsigned char* block) {
         const __m256i octets = Load(block);
@@ -42,7 +42,7 @@ struct Avx2 {
     static Octets And(Octets a, Octets b) { return _mm256_and_si256(a, b); }
     static Octets Or(Octets a, Octets b) { return _mm256_or_si256(a, b); }
     static Octets Add(Octets a, Octets b) { return _mm256_add_epi8(a, b); }
-    // Shifts may bring in bits of the octet beside; the caller masks them.
+    // Shifts may bring in bits of the neighbouring octet; the caller masks them.
     template <int Bits>
     static Octets Left(Octets a) {
         return _mm256_slli_epi16(a, Bits);
@@ -66,7 +66,7 @@ struct Avx2 {
     static Octets Select(Lanes lanes, Octets a, Octets b) { return _mm256_blendv_epi8(b, a, lanes); }
     static Octets Keep(Lanes lanes, Octets a) { return Select(lanes, a, _mm256_setzero_si256()); }
 
-    // What is wrong about two octets, a bit for each reason: by the halves of the first, by the second.
+    // The flaws of two octets, a bit for each reason: by the nibbles of the first, and by the second.
     static Lanes Flaws(Octets first, Octets second, Octets third) {
         constexpr char isOverlong2 = 1, isOverlong3 = 2, isSurrogate = 4, isOverlong4 = 8, isLarge = 16,
                        isLead = 32, always = isOverlong2 | isLead;

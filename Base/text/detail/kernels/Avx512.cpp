@@ -36,7 +36,7 @@ struct Avx512 {
     }
 
     static Octets Load(const unsigned char* source) { return _mm512_loadu_si512(source); }
-    // From `Distance` octets behind `block` to its end, then zeros.
+    // From `Distance` octets after `block` to its end, then zeros.
     template <int Distance>
     static Octets LoadUpTo(const unsigned char* block) {
         return _mm512_maskz_loadu_epi8(~__mmask64{0} >> Distance, block + Distance);
@@ -45,7 +45,7 @@ struct Avx512 {
     static Octets And(Octets a, Octets b) { return _mm512_and_si512(a, b); }
     static Octets Or(Octets a, Octets b) { return _mm512_or_si512(a, b); }
     static Octets Add(Octets a, Octets b) { return _mm512_add_epi8(a, b); }
-    // Shifts may bring in bits of the octet beside; the caller masks them.
+    // Shifts may bring in bits of the neighbouring octet; the caller masks them.
     template <unsigned int Bits>
     static Octets Left(Octets a) {
         return _mm512_slli_epi16(a, Bits);
@@ -62,7 +62,7 @@ struct Avx512 {
     static Octets Select(Lanes lanes, Octets a, Octets b) { return _mm512_mask_blend_epi8(lanes, b, a); }
     static Octets Keep(Lanes lanes, Octets a) { return _mm512_maskz_mov_epi8(lanes, a); }
 
-    // What is wrong about two octets, a bit for each reason: by the halves of the first, by the second.
+    // The flaws of two octets, a bit for each reason: by the nibbles of the first, and by the second.
     static Lanes Flaws(Octets first, Octets second, Octets third) {
         constexpr char isOverlong2 = 1, isOverlong3 = 2, isSurrogate = 4, isOverlong4 = 8, isLarge = 16,
                        isLead = 32, always = isOverlong2 | isLead;
@@ -135,7 +135,7 @@ struct Avx512 {
     }
     static UnitLanes UnitsAtLeast(Units a, int unit) { return _mm512_cmpge_epu16_mask(a, FillUnits(unit)); }
     static UnitLanes EqualUnits(Units a, Units b) { return _mm512_cmpeq_epi16_mask(a, b); }
-    // By way of an ordinary register: GCC 12 takes a spilled mask of 32 bits for one of 64.
+    // Through a general register: GCC 12 reads a spilled 32-bit mask as a 64-bit one.
     static std::uint64_t UnitBits(UnitLanes lanes) {
         std::uint32_t bits = lanes;
         asm("" : "+r"(bits));

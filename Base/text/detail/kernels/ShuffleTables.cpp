@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned char kNone = 0x80;  // picks a zero
 
-// A row picks each octet for which `keeps(mask, octet)` is true.
+// A row selects each octet for which `keeps(mask, octet)` is true.
 template <class Keeps>
 constexpr ShuffleTable MakeTable(Keeps keeps) {
     ShuffleTable table{};

@@ -2,7 +2,7 @@
 
 namespace ZBase::detail {
 
-// For the instructions that pick the octets of a register by number: which ones to keep, moved to the front.
+// Indices for byte shuffles that move the kept octets of a register to the front.
 
 struct ShuffleTable {
     alignas(16) unsigned char rows[256][16];

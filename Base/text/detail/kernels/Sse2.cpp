@@ -10,8 +10,7 @@ namespace ZBase::detail {
 
 namespace {
 
-// There is no instruction that moves octets by number, so lanes go one by one; all that is computed of them
-// is computed together.
+// SSE2 has no byte shuffle, so lanes are moved one by one; their values are computed together.
 struct Sse2 {
     static constexpr std::size_t kOctets = 16;
     static constexpr bool kTakesParts = false;
@@ -26,7 +25,7 @@ struct Sse2 {
     static Octets Load(const unsigned char* source) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
     }
-    // From `Distance` octets behind `block` to its end, then zeros.
+    // From `Distance` octets after `block` to its end, then zeros.
     template <int Distance>
     static Octets LoadUpTo(const unsigned char* block) {
         return _mm_srli_si128(Load(block), Distance);
@@ -35,7 +34,7 @@ struct Sse2 {
     static Octets And(Octets a, Octets b) { return _mm_and_si128(a, b); }
     static Octets Or(Octets a, Octets b) { return _mm_or_si128(a, b); }
     static Octets Add(Octets a, Octets b) { return _mm_add_epi8(a, b); }
-    // Shifts may bring in bits of the octet beside; the caller masks them.
+    // Shifts may bring in bits of the neighbouring octet; the caller masks them.
     template <int Bits>
     static Octets Left(Octets a) {
         return _mm_slli_epi16(a, Bits);

@@ -10,8 +10,8 @@
 
 // UTF-8 and units, a block of a register's width at a time. `V` is the register of one kind of processor.
 //
-// Decoding. Of each octet a unit is computed as if a character began there, from it and the two octets behind
-// it; then the units of the octets that do begin one are moved together. A unit is 64 * x + y + 256 * w, with
+// Decoding. For each octet a unit is computed as if a character began there, from it and the next two octets;
+// then the units of the octets that do begin one are compacted. A unit is 64 * x + y + 256 * w, with
 //
 //                             x               y                              w
 //     0xxxxxxx                0               the octet                      0
@@ -20,18 +20,18 @@
 //     11110xxx                3               of the second and third        0xD7 + of the first
 //     the second of four      of the third    of the fourth                  0xDC
 //
-// so the third and fourth line of four octets are its surrogates; 0xD7C0 is 0xD800 less 0x10000 >> 10.
-// Blocks stand side by side, so a character may reach into the next one, where it was looked at already.
+// so the third and fourth line of four octets are its surrogates; 0xD7C0 is 0xD800 less 0x10000 >> 10. Blocks
+// are adjacent, so a character may extend into the next one, where it was checked already.
 //
-// Encoding. Of each unit the octets are computed in lanes of a fixed width and those that count are moved
-// together. Each surrogate of a pair gives two of its four octets.
+// Encoding. For each unit the octets are computed in lanes of a fixed width and the used ones are compacted.
+// Each surrogate of a pair gives two of its four octets.
 //
 // The last block ends where the text does, so some of it was converted before; it is again, to the same
 // place. A text shorter than a block is left to the kind with the next smaller one. A kind that reads and
 // writes any part of a register (`kTakesParts`) takes the rest of a text, or a short one, as a part of a
 // block instead: the lanes behind the text are zeros.
 
-// A sanitizer sees objects where these functions know of pages.
+// These functions read beside an object within its page, which a sanitizer reports.
 #define ZBASE_READS_BESIDE __attribute__((no_sanitize("address"), no_sanitize("thread")))
 
 namespace ZBase::detail {
@@ -72,8 +72,8 @@ private:
     using Lanes = typename V::Lanes;
 
     static constexpr std::size_t kBlock = V::kOctets;
-    static constexpr std::size_t kAhead = 8;  // octets behind a block that there must be; three are read
-    static constexpr std::size_t kSpill = 8;  // units that may be written behind those of a block
+    static constexpr std::size_t kAhead = 8;  // octets that must follow a block; three are read
+    static constexpr std::size_t kSpill = 8;  // units that may be written after those of a block
     static constexpr std::uint64_t kAll = ~std::uint64_t{0} >> (64 - kBlock);
 
     Utf8Decoding(const unsigned char* source, std::size_t length, unsigned short* out)
@@ -82,7 +82,7 @@ private:
     std::size_t Left() const { return static_cast<std::size_t>(mpEnd - mpNext); }
     std::size_t Written() const { return static_cast<std::size_t>(mpPut - mpOut); }
 
-    // Whether the octets behind a block that `next` has a bit for are continuation octets.
+    // Whether the octets after a block that `next` has a bit for are continuation octets.
     static bool Continues(const unsigned char* behind, std::uint64_t next) {
         constexpr std::uint32_t marks[8] = {0, 0xC0, 0, 0xC0C0, 0, 0, 0, 0xC0C0C0};
         std::uint32_t octets;
@@ -92,7 +92,7 @@ private:
 
     static Octets Payload(Octets octets) { return V::And(octets, V::Fill(0x3F)); }
 
-    // The octets `Distance` behind those at `block`; zeros behind the end of the text.
+    // The octets `Distance` after those at `block`; zeros after the end of the text.
     template <bool IsLast, int Distance>
     Octets LoadBehind(const unsigned char* block) const {
         if constexpr (IsLast && V::kTakesParts)
@@ -116,8 +116,8 @@ private:
         return run == before ? mContinued << count | before : run;
     }
 
-    // The block whose octets before `mpNext` were decoded before. False, with nothing changed, if it is not
-    // ordinary.
+    // The block whose octets before `mpNext` were decoded before. False, with nothing changed, if it has a
+    // flaw.
     template <bool IsLast>
     bool Take(const unsigned char* block) {
         const auto count = static_cast<std::size_t>(mpNext - block);
@@ -218,7 +218,7 @@ private:
         mpSpilled = nullptr;
     }
 
-    // Behind the last block that was taken; completes the character that reaches beyond it.
+    // After the last converted block; completes the character that extends beyond it.
     Progress Stop() {
         TakeBackSpill();
         if (mLow) {
@@ -270,7 +270,7 @@ private:
     std::uint64_t mContinued = 0;         // the octets at `mpNext` that belong to the last character
     bool mLow = false;                    // whether the first of them is the second of four
     unsigned short* mpSpilled = nullptr;  // where units were spilled
-    unsigned short mBehind[kSpill]{};     // what stood there
+    unsigned short mBehind[kSpill]{};     // their old values
 };
 
 template <class V>
@@ -336,8 +336,8 @@ private:
         return V::LoadUnits(units);
     }
 
-    // The block whose units before `mpNext` were encoded before. False, with nothing changed, if it is not
-    // ordinary.
+    // The block whose units before `mpNext` were encoded before. False, with nothing changed, if it has a
+    // flaw.
     template <bool IsLast>
     bool Take(const unsigned short* block) {
         const auto count = static_cast<std::size_t>(mpNext - block);
@@ -384,7 +384,7 @@ private:
         return true;
     }
 
-    // Whether each surrogate is of a pair in its proper order.
+    // Whether each surrogate is part of a pair in its proper order.
     static bool PairsAreWhole(Units unit, std::uint64_t surrogates, bool startsOpen, bool mayStayOpen,
                               bool& staysOpen) {
         const std::uint64_t opening =
@@ -394,7 +394,7 @@ private:
         return closing == (surrogates & ~opening) && (!staysOpen || mayStayOpen);
     }
 
-    // The octets of surrogates, in the lanes where they stand.
+    // Puts the octets of surrogates into their lanes.
     static void PutPairsInto(Units& front, Units& last, Units unit, Units before) {
         const Units kind = V::AndUnits(unit, V::FillUnits(0xFC00));
         const Lanes isOpening = V::EqualUnits(kind, V::FillUnits(0xD800));
@@ -442,7 +442,7 @@ private:
     bool mOpen = false;  // the last unit before `mpNext` was a high surrogate
 };
 
-// The blocks in front by registers, the rest one by one.
+// Whole registers first, the rest one by one.
 template <class V>
 std::size_t WidenAscii(const unsigned char* source, std::size_t length, unsigned short* out) {
     std::size_t done = V::WidenBlocks(source, length, out);
@@ -457,7 +457,7 @@ std::size_t NarrowAscii(const unsigned short* source, std::size_t length, char* 
     return done;
 }
 
-// By whole registers of aligned addresses: what they read beside the text is of the same page.
+// By whole registers at aligned addresses: what they read beside the text is in the same page.
 template <class V>
 ZBASE_READS_BESIDE std::size_t CountUnits(const unsigned short* source, std::size_t length) {
     const std::size_t before = reinterpret_cast<std::uintptr_t>(source) % V::kOctets;
