@@ -13,12 +13,11 @@ class ZBASE_API AddrToLine {
 public:
     AddrToLine();
 
-    /// Notes that it was called, and no more.
+    /// Records that it was called, and nothing else.
     void Initialize();
 
-    /// The path of the module, the symbol, the source file and the decimal line of an address, as far as they
-    /// are known: the module is empty otherwise, the others stay as they were. `gDbgHelpBuilder` has to be
-    /// ready.
+    /// The path of the module, the symbol, the source file and the decimal line of an address. An unknown
+    /// module is set to empty, the others are not changed if unknown. `gDbgHelpBuilder` has to be ready.
     void Fetch(const std::uint64_t& address, std::string& module, std::string& symbol, std::string& file,
                std::string& line);
 

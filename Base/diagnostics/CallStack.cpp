@@ -13,7 +13,7 @@
 #include <memory>
 #include <new>
 
-// Compilers differ in what keeps a function whole, also when the program is optimised at link time.
+// Compilers need different attributes to keep a function whole, also with link-time optimisation.
 #if defined(__GNUC__) && !defined(__clang__)
 #define ZBASE_OWN_FRAME [[gnu::noipa]]
 #else
@@ -24,7 +24,7 @@ namespace ZBase {
 
 namespace {
 
-/// The register state is a copy, since the walk moves it along.
+/// The register state is a copy, since the walk changes it.
 void Build(std::vector<CallStackLineImp>& lines, os::ThreadContext context) {
     gDbgHelpBuilder.EnumerateModulesAndLoadSymbols();
     gDbgHelpBuilder.BuildCallStack(lines, context);
@@ -39,8 +39,8 @@ struct Suspension {
     void* thread;
 };
 
-/// The thread goes on before anything is looked up: while it stands, nobody else can have the locks that it
-/// holds, of the heap or the loader maybe.
+/// The thread resumes before anything is looked up: while it is stopped it may hold locks of the heap or the
+/// loader.
 void BuildSuspended(std::vector<CallStackLineImp>& lines, void* thread) {
     os::ThreadContext context{};
     os::RecordedStack stack;
@@ -90,8 +90,7 @@ ZBASE_OWN_FRAME CallStackImp::CallStackImp(void* thread) {
         CaptureCurrentThread();
 }
 
-// The state that could be read of the own thread would be that of the reading call, whose frames are gone
-// then.
+// Registers read of the calling thread would be those of the reading call, whose frames are gone by the walk.
 ZBASE_OWN_FRAME CallStackImp::CallStackImp(unsigned long threadId) {
     const CallStackGuard guard(gCallStackLock);
     if (threadId != os::CurrentThreadId())
@@ -101,7 +100,7 @@ ZBASE_OWN_FRAME CallStackImp::CallStackImp(unsigned long threadId) {
 }
 
 ZBASE_OWN_FRAME void CallStackImp::CaptureCurrentThread() {
-    // Its address is given away, so the call below has to come back here.
+    // Its address escapes, so the call below can't become a tail call.
     struct Capture {
         std::vector<CallStackLineImp>& lines;
     } capture{mLines};
@@ -116,7 +115,8 @@ void CallStackImp::CaptureThreadByHandle(void* thread) {
     BuildSuspended(mLines, thread);
 }
 
-// Meant: a handle with no right but to read the state, so the thread keeps running.
+// The handle has no right but to read the state, so the thread is not stopped; kept for callers that must not
+// stop it.
 void CallStackImp::CaptureThreadById(unsigned long threadId) {
     struct Handle {
         void* thread;
@@ -128,7 +128,7 @@ void CallStackImp::CaptureThreadById(unsigned long threadId) {
 }
 
 void CallStackImp::Delete() {
-    // A null object is let be, and the compiler must not know that there is none.
+    // Null is allowed; volatile stops the compiler from assuming this != nullptr.
     CallStackImp* volatile object = this;
     delete object;
 }

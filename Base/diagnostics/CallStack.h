@@ -13,10 +13,10 @@ public:
 
     virtual unsigned int GetLineCount() = 0;
 
-    /// Destroys the stack. As a virtual function it can't be reached through a null pointer.
+    /// Destroys the stack. As a virtual function it can't be called on a null pointer.
     virtual void Delete() = 0;
 
-    /// The texts of all frames, a line feed between them; good until the next call.
+    /// The texts of all frames, separated by line feeds; valid until the next call.
     virtual const unsigned short* ToString() = 0;
 
     virtual ~CallStack() = default;
@@ -28,15 +28,15 @@ public:
 /// thread must not pass its own handle: it would wait for itself for ever. Throws `std::bad_alloc` when
 /// memory runs out during the walk. One capture runs at a time in the process.
 ///
-/// Another thread is stopped wherever it is, mostly once and for less than a millisecond, and goes on before
-/// anything is looked up. It is stopped by a real-time signal, the highest below SIGRTMAX that nobody uses,
-/// whose handler restarts calls of the system; those that are never restarted end with EINTR (sleeps, `poll`,
-/// `epoll_wait`, `pause`, calls with a time-out). A thread that blocks that signal or waits for it by
-/// `sigtimedwait` is left alone, and has no lines.
+/// Another thread is stopped wherever it is, mostly once and for less than a millisecond, and resumes before
+/// anything is looked up. It is stopped by a real-time signal, the highest free one below SIGRTMAX, with
+/// SA_RESTART; system calls that are never restarted fail with EINTR (sleeps, `poll`, `epoll_wait`, `pause`,
+/// calls with a time-out). A thread that blocks that signal or waits for it by `sigtimedwait` is not stopped,
+/// and has no lines.
 ZBASE_API CallStack* CreateCallStack(void* thread);
 
-/// The same by the system's id of a thread. Another thread keeps running, so its stack is as good as can be
-/// had; of the calling thread line 0 is the caller.
+/// The same by the system's id of a thread. Another thread keeps running, so its stack may be inconsistent;
+/// of the calling thread line 0 is the caller.
 ZBASE_API CallStack* CreateCallStackByThreadId(unsigned long threadId);
 
 }  // namespace ZBase

@@ -8,8 +8,8 @@ namespace ZBase {
 class ZBASE_API CallStackLine {
 public:
     /// The frame as "0x<address> 0x<frame address> Mod:[<module path>]", a tab,
-    /// "Sym:[<symbol>]+0x<displacement>", a tab and "File:[<file>](<line>)"; good until the next call on this
-    /// line.
+    /// "Sym:[<symbol>]+0x<displacement>", a tab and "File:[<file>](<line>)"; valid until the next call on
+    /// this line.
     virtual const unsigned short* GetText() = 0;
 
 protected:

@@ -66,7 +66,7 @@ void CallStackLineImp::AppendText(WideString& text) const {
     Append(text, "\tFile:[");
     text += mFile;
     Append(text, "](");
-    // Meant: printed as a signed number.
+    // Printed as a signed number; kept for readers that parse it so.
     Append(text, std::to_string(static_cast<std::int32_t>(mLine)));
     Append(text, ")");
 }

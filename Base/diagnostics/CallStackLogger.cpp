@@ -19,9 +19,9 @@ namespace {
 
 constexpr std::int32_t kTaken = 0x12345678;
 constexpr unsigned long kAddresses = std::size(CallStackRec{}.addresses);
-constexpr unsigned long kEverything = 39;  // skipping as many and one more leaves nothing
+constexpr unsigned long kEverything = 39;  // skipping this many and one more leaves nothing
 
-/// What makes two records duplicates: the category and the addresses up to the first zero.
+/// The key of a duplicate: the category and the addresses up to the first zero.
 struct Stack {
     std::uint32_t lockCategory;
     const std::uint64_t* addresses;
@@ -93,11 +93,11 @@ private:
 
 CallStackLogger::CallStackLogger() = default;
 
-// The walk begins in this function, so the other of the name is written out and does not call it.
+// The walk begins in this function, so the other overload repeats the code and does not call it.
 void CallStackLogger::AppendCallStack(unsigned int lockCategory, unsigned long skip) {
     auto record = std::make_unique<CallStackRec>(CallStackRec{lockCategory, 1, {}});
-    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then waits for no heap
-    static_cast<void>(record.release());          // never freed, which is meant
+    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then never waits for the heap
+    static_cast<void>(record.release());          // never freed: records live to the end of the process
     const SpinGuard guard(mLock);
     gDbgHelpBuilder.DoStackWalk(node.front()->addresses, kAddresses, std::min(skip, kEverything) + 1);
     mRecords.splice(mRecords.end(), node);
@@ -105,8 +105,8 @@ void CallStackLogger::AppendCallStack(unsigned int lockCategory, unsigned long s
 
 void CallStackLogger::AppendCallStack(unsigned long skip) {
     auto record = std::make_unique<CallStackRec>(CallStackRec{0, 1, {}});
-    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then waits for no heap
-    static_cast<void>(record.release());          // never freed, which is meant
+    std::list<CallStackRec*> node{record.get()};  // outside the lock, which then never waits for the heap
+    static_cast<void>(record.release());          // never freed: records live to the end of the process
     const SpinGuard guard(mLock);
     gDbgHelpBuilder.DoStackWalk(node.front()->addresses, kAddresses, std::min(skip, kEverything) + 1);
     mRecords.splice(mRecords.end(), node);
@@ -122,7 +122,8 @@ void CallStackLogger::RemoveDuplicates() {
             ++next;
             continue;
         }
-        // Meant: the count of the one that goes is lost, and it stays allocated.
+        // The count of the removed record is dropped, and it stays allocated; kept for callers that hold
+        // records.
         ++first->second->count;
         next = mRecords.erase(next);
     }

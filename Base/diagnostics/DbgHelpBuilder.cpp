@@ -43,7 +43,7 @@ constexpr std::size_t kUsualFrames = 32;
 constexpr unsigned int kPathUnits = 260;
 static_assert(kDroppedFrames == 5);  // of other threads, too, whose callers count on it
 
-// Deferred loading, lines, the nearest symbol, modules of 32 bits.
+// Deferred loading, lines, nearest symbol, 32-bit modules.
 constexpr std::uint32_t kSymbolOptions = 0x2034;
 
 constexpr char kNotAvailable[] = "(NA)";
@@ -70,8 +70,8 @@ CallStackLineImp LoadFailure() {
 
 }  // namespace
 
-/// The modules that a walk has come through. Each is described once, and nothing outlives the walk: where a
-/// module is now there may be another by the next one.
+/// The modules of a walk. Each is described once, and the descriptions end with the walk: another module may
+/// be at that address by the next one.
 class DbgHelpBuilder::WalkedModules {
 public:
     /// False if the address is in no module or, in its module, in no section.
@@ -85,7 +85,7 @@ public:
         for (std::uint32_t index = 0; index != module->sections.size(); ++index) {
             const os::ModuleSection& section = module->sections[index];
             const std::uint64_t size = std::max(section.virtualSize, section.sizeOfRawData);
-            // Meant: the end is inclusive.
+            // The end is inclusive; kept for callers that compare sections of older stacks.
             if (relative < section.virtualAddress || relative > section.virtualAddress + size) continue;
             logical = {index + 1, relative - section.virtualAddress, module->path};
             return true;
@@ -130,7 +130,8 @@ bool DbgHelpBuilder::LoadSymbols() {
 
 bool DbgHelpBuilder::LoadDbgHelpFunctions() {
     DbgHelpFunctions& f = mFunctions;
-    // What an earlier try had is closed behind it, so that entries which were given out stay.
+    // The library of an earlier try is closed after the new one was opened, so that entries handed out stay
+    // valid.
     void* const earlier = std::exchange(f.mpLibrary, os::OpenDebugHelp());
     if (earlier != nullptr) os::CloseDebugHelp(earlier);
     bool isWhole = true;
@@ -141,7 +142,7 @@ bool DbgHelpBuilder::LoadDbgHelpFunctions() {
     return isWhole || f.mpLibrary == nullptr;
 }
 
-/// Binds and starts the symbol engine, once. False if a later call is to try again, or if the engine fails.
+/// Binds and starts the symbol engine, once. False if a later call should try again, or if the engine fails.
 bool DbgHelpBuilder::Bind() {
     if (!LoadDbgHelpFunctions()) return false;
     mBound = 1;  // before the start, which is tried only once
@@ -203,7 +204,8 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
         IMAGEHLP_LINE64 line{};
         line.SizeOfStruct = sizeof line;
         std::uint32_t lineDisplacement = 0;
-        // Meant: the line where the function begins, not that of the call.
+        // The line where the function begins, not that of the call; kept for readers that group lines by
+        // function.
         if (mFunctions.mpSymGetLineFromAddr64(mpProcess, record.symbol.Address, &lineDisplacement, &line) !=
             0) {
             displacement = lineDisplacement;
@@ -258,7 +260,7 @@ CallStackLineImp DbgHelpBuilder::ResolveFrame(const STACKFRAME64& frame, WalkedM
     if (out == nullptr || !CanWalk()) return;
     STACKFRAME64 frame = Seed(context);
     for (unsigned long step = 0; step < count; ++step) {
-        // Meant: a stack that ends before the count gives nothing.
+        // A stack that ends before the count writes nothing; kept for callers that compare whole tops.
         if (!Step(frame, context)) return;
         if (step <= skip) continue;
         if (frame.AddrPC.Offset == 0) break;

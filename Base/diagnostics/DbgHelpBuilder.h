@@ -14,13 +14,13 @@ struct ThreadContext;
 
 class CallStackLineImp;
 
-/// What turns a register state into the lines of a stack.
+/// Turns a register state into the lines of a stack.
 class ZBASE_API CallStackBuilder {
 public:
-    /// Makes the symbols ready; true on success.
+    /// Loads the symbols; true on success.
     virtual bool LoadSymbols() = 0;
 
-    /// Walks the stack from `context`, which moves along, and replaces `lines` with its frames.
+    /// Walks the stack from `context`, which it changes, and replaces `lines` with its frames.
     virtual void BuildCallStack(std::vector<CallStackLineImp>& lines, os::ThreadContext& context) = 0;
 
 protected:
@@ -51,8 +51,9 @@ struct ZBASE_API DbgHelpFunctions {
     void* mpLibrary = nullptr;  // owned
 };
 
-/// The library's one door to debug help, which is opened at first use and may be missing. Nothing here takes
-/// a lock but `CreateCallStack`, which calls it under its own: symbols are asked for by one thread at a time.
+/// The library's only access to debug help, which is opened at first use and may be missing. Nothing here
+/// takes a lock except `CreateCallStack`, which calls it under its own: symbols are looked up by one thread
+/// at a time.
 class ZBASE_API DbgHelpBuilder final : public CallStackBuilder {
 public:
     DbgHelpBuilder();
@@ -62,20 +63,20 @@ public:
     bool LoadSymbols() override;
     void BuildCallStack(std::vector<CallStackLineImp>& lines, os::ThreadContext& context) override;
 
-    /// Makes debug help ready: 1 if it is, with its options set, else 0. It enumerates nothing.
+    /// Prepares debug help: 1 if it is ready, with its options set, else 0. It enumerates nothing.
     int EnumerateModulesAndLoadSymbols();
 
     /// Writes return addresses of the calling thread to `out`, innermost first, without the first `skip`; the
-    /// very first is in this function. At most `count`, and at most 40 less `skip`; what is not written stays
-    /// as it is. No heap, no lock, and good inside a signal handler. Without the system's capture it walks by
+    /// first is in this function. At most `count`, and at most 40 less `skip`; the rest of `out` is not
+    /// changed. No heap, no lock; may be called in a signal handler. Without the system's capture it walks by
     /// debug help, if that is ready, and writes at most `count` - `skip` - 1.
     void DoStackWalk(std::uint64_t* out, unsigned long count, unsigned long skip);
 
-    /// Walks `count` frames, at most 128, by debug help and writes what lies beyond the first `skip` + 1,
-    /// outermost first. A stack that ends before writes nothing.
+    /// Walks `count` frames, at most 128, by debug help and writes those beyond the first `skip` + 1,
+    /// outermost first. A stack with fewer frames writes nothing.
     void DoStackWalkTopN(std::uint64_t* out, unsigned long count, unsigned long skip);
 
-    // The entry points as they stand; null if not bound. Three bind the library first.
+    // The entry points; null if not bound. Three bind the library first.
     SymFunctionTableAccess64Function GetSymFunctionTableAccess();
     SymGetModuleBase64Function GetSymGetModuleBase();
     SymGetSymFromAddr64Function GetSymGetSymFromAddr();
@@ -109,7 +110,7 @@ private:
 
 ZBASE_API extern DbgHelpBuilder gDbgHelpBuilder;
 
-/// `gDbgHelpBuilder.EnumerateModulesAndLoadSymbols()`, for its effect alone.
+/// Calls `gDbgHelpBuilder.EnumerateModulesAndLoadSymbols()` and drops the result.
 ZBASE_API void InitializeDBGHelpBuilder();
 
 }  // namespace ZBase

@@ -7,8 +7,8 @@
 
 namespace ZBase {
 
-// The records and entry points of the debug help library, laid out and named as published by the system that
-// it comes from. The process and the thread are handles.
+// The records and entry points of the debug help library, with the layout and the names that its system
+// publishes. The process and the thread are handles.
 
 enum AddressMode : std::uint32_t { AddrMode1616, AddrMode1632, AddrModeReal, AddrModeFlat };
 
@@ -54,8 +54,8 @@ struct STACKFRAME64 {
 };
 static_assert(sizeof(ADDRESS64) == 16 && sizeof(KDHELP64) == 112 && sizeof(STACKFRAME64) == 264);
 
-/// A symbol. The caller sets `SizeOfStruct` and `MaxNameLength`, and leaves room for a name of that many
-/// characters behind the record; the name that comes back is cut to it, terminator included.
+/// A symbol. The caller sets `SizeOfStruct` and `MaxNameLength`, and leaves space for a name of that many
+/// characters after the record; the returned name is cut to it, terminator included.
 struct IMAGEHLP_SYMBOL64 {
     std::uint32_t SizeOfStruct;
     std::uint64_t Address;
@@ -67,19 +67,19 @@ struct IMAGEHLP_SYMBOL64 {
 
 inline constexpr std::uint32_t kMaxSymbolName = 1024;
 
-/// In `Flags` of a symbol's record and `Key` of a line's on the way in: the address is one that a call
-/// returns to. Our own debug help then names the function that called, also where the call never returns and
-/// another function begins behind it; any other takes no notice.
+/// Input in `Flags` of a symbol's record and `Key` of a line's: the address is a return address. Our own
+/// debug help then names the calling function, also if the call never returns and another function begins
+/// after it; others ignore it.
 inline constexpr std::uint32_t kIsReturnAddress = 0x5A425241;
 
-/// A symbol with the room for its name.
+/// A symbol with space for its name.
 struct SymbolRecord {
     IMAGEHLP_SYMBOL64 symbol;
     char room[kMaxSymbolName];
 };
 static_assert(sizeof(IMAGEHLP_SYMBOL64) == 32 && sizeof(SymbolRecord) == 1056);
 
-/// A source line. `FileName` stays the library's.
+/// A source line. The library owns `FileName`.
 struct IMAGEHLP_LINE64 {
     std::uint32_t SizeOfStruct;
     void* Key;
@@ -150,7 +150,7 @@ using SymEnumerateModules64Function = std::int32_t (*)(void* process, EnumerateM
 using SymLoadModule64Function = std::uint64_t (*)(void* process, void* file, const char* imageName,
                                                   const char* moduleName, std::uint64_t base,
                                                   std::uint32_t size);
-/// The same entry, declared with a narrower result: what the accessor gives. That is meant.
+/// The same entry with a narrower result, as the accessor declares it; kept for its callers.
 using SymLoadModule64NarrowFunction = int (*)(void* process, void* file, const char* imageName,
                                               const char* moduleName, std::uint64_t base, std::uint32_t size);
 using SymGetModuleInfo64Function = std::int32_t (*)(void* process, std::uint64_t address,

@@ -20,7 +20,7 @@ ModuleInfo::~ModuleInfo() = default;
 
 void ModuleInfo::Initialize() {
     if (mIsInitialized) return;
-    // The first of them is known at a fork, so that the second is free in every child.
+    // The first of them is released in a forked child, so the second is free there.
     const std::scoped_lock enumeration(detail::ModuleEnumeration());
     const std::scoped_lock lock(mLock);
     if (mIsInitialized) return;
@@ -41,7 +41,8 @@ void ModuleInfo::Initialize() {
 bool ModuleInfo::FprintfModuleInfo(std::FILE* file) {
     if (!mIsInitialized) Initialize();
     for (const auto& [base, name] : mNames) {
-        // Meant: an end that is not known becomes 0 and stays so, and look-ups then find nothing.
+        // An unknown end becomes 0 and stays so, and look-ups then find nothing; kept as `FprintfModuleInfo`
+        // documents it.
         const auto size = static_cast<std::int32_t>(static_cast<std::uint32_t>(mEnds[base] - base));
         if (file != nullptr)
             std::fprintf(file, "%s %s %ld\n", name.c_str(), detail::PointerText(base).c_str(), long{size});
@@ -52,7 +53,7 @@ bool ModuleInfo::FprintfModuleInfo(std::FILE* file) {
 void ModuleInfo::FetchModuleNameAndBaseAddress(const std::uint64_t& address, std::string& name,
                                                std::uint64_t& base) {
     if (!mIsInitialized || mNames.empty()) return;
-    // Meant: the address of a base selects the module below it.
+    // The address of a base selects the module below it; kept as the header documents it.
     const auto next = mNames.lower_bound(address);
     if (next == mNames.begin()) return;
     const auto found = std::prev(next);

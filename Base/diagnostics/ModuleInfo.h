@@ -11,8 +11,7 @@
 
 namespace ZBase {
 
-/// The modules of the process by where they begin. The look-ups take no lock and may not run beside each
-/// other.
+/// The modules of the process by base address. The look-ups take no lock and may not run at the same time.
 class ZBASE_API ModuleInfo {
 public:
     ModuleInfo();
@@ -28,14 +27,14 @@ public:
     /// to 32 bits, since no ends are known. Initialises if need be. True.
     bool FprintfModuleInfo(std::FILE* file);
 
-    /// The name and base of the last module that begins below `address`; that the address lies behind its end
-    /// is not seen. Leaves the results alone if there is none, before `Initialize`, and after
+    /// The name and base of the last module that begins below `address`, even if the address is beyond its
+    /// end. Leaves the results unchanged if there is none, before `Initialize`, and after
     /// `FprintfModuleInfo`.
     void FetchModuleNameAndBaseAddress(const std::uint64_t& address, std::string& name, std::uint64_t& base);
 
 private:
     std::map<std::uint64_t, std::string> mNames;
-    std::map<std::uint64_t, std::uint64_t> mEnds;  // filled by `FprintfModuleInfo` alone, with zeros
+    std::map<std::uint64_t, std::uint64_t> mEnds;  // filled only by `FprintfModuleInfo`, with zeros
     std::atomic<bool> mIsInitialized{false};
     std::recursive_mutex mLock;
 };

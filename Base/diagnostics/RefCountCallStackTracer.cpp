@@ -1,5 +1,5 @@
-// The report is written twice, to a file and to the debugger, in words that differ here and there. That is
-// meant, as is that its stacks begin one line later than those of TraceCallStack.
+// The report is written twice, to a file and to the debugger, with texts that differ in places, and its
+// stacks begin one line later than those of TraceCallStack; kept for tools that parse either.
 
 #include <Base/diagnostics/RefCountCallStackTracer.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
@@ -24,7 +24,7 @@ using detail::PointerText;
 constexpr unsigned int kFirstReportedLine = 6;
 constexpr unsigned int kFirstTracedLine = 5;
 
-/// A text for the debugger, which takes at most 511 units of it.
+/// A text for the debugger, which shows at most 511 units.
 class DebuggerText {
 public:
     DebuggerText& operator<<(std::string_view plain) {
@@ -53,7 +53,7 @@ private:
 
 constexpr unsigned short kNothing[] = {0};
 
-/// The lines of a stack, in memory that serves all of them. It is one of ours.
+/// The lines of a stack; `line` is reused for all of them. The stack is of our own class.
 void Report(std::string& text, WideString& line, const CallStack* stack) {
     if (stack == nullptr) return;
     const auto& lines = static_cast<const CallStackImp*>(stack)->Lines();
@@ -81,14 +81,14 @@ RefCountCallStackTracerImp::~RefCountCallStackTracerImp() {
     try {
         ReportLeaks();
     } catch (const std::bad_alloc&) {
-        // What was reported so far has to do.
+        // The report ends with what was written so far.
     }
 }
 
 void RefCountCallStackTracerImp::RecordRefCount(void* instance, long refCount) {
     const CallStackGuard guard(gTracerLock);
     const auto address = reinterpret_cast<std::uint64_t>(instance);
-    // What uses the heap comes before or behind a change of the map: a child of a fork finds it whole.
+    // The heap is used only before or after a change of the map, so a forked child finds it consistent.
     if (refCount == 0) {
         mInstances.extract(address);
         return;
@@ -123,7 +123,7 @@ void RefCountCallStackTracerImp::ReportLeaks() {
             text = "\t*CallStack when RefCount = " + std::to_string(change.refCount) + ":\n";
             (DebuggerText() << text).Tell();
             Report(text, line, change.stack.get());
-            // A stack goes out at once, so that the lines of two processes stay whole.
+            // One write for each stack, so that the lines of two processes don't mix.
             file << text << std::flush;
         }
     }
@@ -134,7 +134,7 @@ void RefCountCallStackTracerImp::Clear() {
 }
 
 void RefCountCallStackTracerImp::Delete() {
-    // A null object is let be, and the compiler must not know that there is none.
+    // Null is allowed; volatile stops the compiler from assuming this != nullptr.
     RefCountCallStackTracerImp* volatile object = this;
     delete object;
 }

@@ -5,8 +5,8 @@
 
 namespace ZBase {
 
-/// A fault of the processor, such as an access violation, that arrived as an exception. As a `Message` it is
-/// empty: what happened is in `StructuredExceptionImp`.
+/// A fault of the processor, such as an access violation, as an exception. The `Message` is empty: the fault
+/// is in `StructuredExceptionImp`.
 class ZBASE_API StructuredException : public Message {
 public:
     using Message::Message;
@@ -17,7 +17,7 @@ public:
 /// code that faults must be compiled with `-fnon-call-exceptions` (GCC), as users of the library's CMake
 /// target and pkg-config file are. clang has no such option: there a fault is caught around a call of a
 /// function that another source file defines, and one in the `try` block's own code, or in a function that
-/// the compiler sees to throw nothing, ends the process. There is no way back.
+/// the compiler knows not to throw, ends the process. It can't be undone.
 ZBASE_API void SetExceptionTranslator();
 
 }  // namespace ZBase

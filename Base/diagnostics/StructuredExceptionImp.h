@@ -7,7 +7,7 @@
 
 namespace ZBase {
 
-/// What the translator throws.
+/// The exception that the translator throws.
 class ZBASE_API StructuredExceptionImp : public StructuredException {
 public:
     /// `code` is the Win32 exception code, `pointers` are not used.

@@ -4,11 +4,11 @@
 
 namespace ZBase {
 
-/// An event of the application, which defines what it holds.
+/// An event of the application, which defines its content.
 class AppGlobalEvent;
 
-/// Is told of the application's events. The application may derive what it likes from it; the library calls
-/// this operation only.
+/// Receives the application's events. The application may derive from it freely; the library calls this
+/// operation only.
 class AppGlobalEventCallback {
 public:
     virtual void OnEvent(AppGlobalEvent& event) = 0;
@@ -18,8 +18,8 @@ protected:
 };
 
 /// The one channel for the application's events in a process: one party registers a callback, and any part of
-/// the process reports to it without knowing who listens. There is no lock: the registration must be over
-/// before the first report that is to arrive.
+/// the process reports to it without knowing the receiver. There is no lock: the registration must be
+/// complete before the first report that is to arrive.
 class ZBASE_API AppGlobalEventReporter {
 public:
     AppGlobalEventReporter(const AppGlobalEventReporter&);
@@ -29,11 +29,11 @@ public:
     /// `Report`. Throws `AppGlobalEventReporterException` when there is one already, which then stays.
     static void RegisterCallback(AppGlobalEventCallback* callback);
 
-    /// Hands the event to the callback, on this thread; what that throws passes through. Does nothing when
-    /// there is none.
+    /// Passes the event to the callback, on this thread; its exceptions pass through. No effect without a
+    /// callback.
     static void Report(AppGlobalEvent& event);
 
-    /// Always null: a registered callback can't be read back, and that is meant.
+    /// Always null: a registered callback can't be read back; kept for callers of the name.
     static AppGlobalEventCallback* GetCallback();
 
 private:

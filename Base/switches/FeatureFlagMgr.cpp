@@ -14,7 +14,8 @@ namespace ZBase {
 
 namespace {
 
-// Meant: "Base/UseLockFreeBuffer" is none of them, so it is on; "Engine" and "ENGINE" are two prefixes.
+// "Base/UseLockFreeBuffer" is not among them, so it is on by default; "Engine" and "ENGINE" are two prefixes.
+// Kept for servers that set these names.
 constexpr const unsigned short* kKnownNames[21] = {
     "COM/SampleFeature"_w,
     "FolioEA"_w,
@@ -39,13 +40,13 @@ constexpr const unsigned short* kKnownNames[21] = {
     "DS/GroupRecipients"_w,
 };
 
-// Held while the map changes, inside the lock of the table, and given back in any case. A fork waits for it,
-// so no child finds a map that is half changed. It does not wait for the lock itself, which a thread may have
-// kept.
+// Held while the map changes, inside the lock of the table, and always released. A fork waits for it, so no
+// child finds a map that is half changed. A fork does not wait for the table's lock, which a thread may keep
+// for good.
 std::mutex sChange;
 
-// A name as it is before the lock is taken, whose memory then is nobody else's. An ordinary one has no block
-// on the heap.
+// A copy of a name, made before the lock is taken, so that the caller's memory is not read under it. An
+// ordinary name takes no heap.
 class NameCopy {
 public:
     explicit NameCopy(const unsigned short* name) {
@@ -84,7 +85,7 @@ private:
 
 }  // namespace
 
-// In a child the lock may belong to a thread that is not there.
+// In a child the lock may belong to a thread that does not exist.
 FeatureFlagMgr::FeatureFlagMgr() {
     os::CallAtFork([] { sChange.lock(); }, [] { sChange.unlock(); },
                    [] {
@@ -103,8 +104,8 @@ bool FeatureFlagMgr::IsFeatureEnabled(const unsigned short* name) {
     return flag == mFlags.end() || flag->second;
 }
 
-// Meant, here and below: no guard gives the lock back when the map finds no memory. Whoever goes on after
-// that does so on the same thread.
+// No guard, here and below: without memory for the map the lock stays with the calling thread, which alone
+// may go on, as the header says.
 void FeatureFlagMgr::SetFeatureEnabled(const unsigned short* name, bool enabled) {
     if (name == nullptr) return;
     WideString key(name);
@@ -121,7 +122,7 @@ void FeatureFlagMgr::NotifyInitialized() {
         mLock.lock();
         {
             const std::lock_guard change(sChange);
-            mFlags.try_emplace(WideString(name), false);  // a value that was set before wins
+            mFlags.try_emplace(WideString(name), false);  // an earlier value wins
         }
         mLock.unlock();
     }

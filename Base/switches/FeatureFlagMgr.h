@@ -10,10 +10,9 @@
 
 namespace ZBase {
 
-/// The process-wide table of named on/off switches. The server sets those that it knows and then declares the
-/// table ready; from then on anybody can ask. A name that the library knows is off unless somebody turned it
-/// on; any other name that nobody set is on. Names are case-sensitive. Every member may be called on any
-/// thread.
+/// The process-wide table of named on/off switches. The server sets its switches and then declares the table
+/// ready; from then on any code may query. A name that the library knows is off unless it was turned on; any
+/// other name that was not set is on. Names are case-sensitive. Every member may be called on any thread.
 class ZBASE_API FeatureFlagMgr {
 public:
     /// The one instance, usable from load to unload.
@@ -29,10 +28,10 @@ public:
     bool IsFeatureEnabled(const unsigned short* name);
 
     /// Turns a feature on or off, at any time; a null name does nothing. Throws `std::bad_alloc` with nothing
-    /// changed; if it was the table that found no memory, it stays locked to the calling thread.
+    /// changed; if the table itself found no memory, it stays locked to the calling thread.
     void SetFeatureEnabled(const unsigned short* name, bool enabled);
 
-    /// Declares the table ready: turns the known names that nobody has set off. Throws as `SetFeatureEnabled`
+    /// Declares the table ready: turns off the known names that were not set. Throws as `SetFeatureEnabled`
     /// does.
     void NotifyInitialized();
 
@@ -41,7 +40,7 @@ public:
 private:
     FeatureFlagMgr();
 
-    // By units, so that a name can be looked up that is no string of its own.
+    // By units, so that a name can be looked up without a string of its own.
     struct Less {
         using is_transparent = void;
         using View = std::basic_string_view<unsigned short>;

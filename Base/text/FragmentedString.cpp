@@ -22,7 +22,7 @@ constexpr int kBufferFailed = static_cast<int>(0x80041FF2);
 constexpr int kUnexpected = static_cast<int>(0x8000FFFF);
 constexpr long kNoFragment = static_cast<long>(0x8007000E);
 
-// One allocation: this header, and behind it the text, without a terminator.
+// One allocation: this header, followed by the text, without a terminator.
 struct Fragment {
     std::uint32_t size;  // in bytes, this header included
     Fragment* next;      // null at the tail
@@ -55,7 +55,7 @@ class FragmentedStringImpl final : public FragmentedString {
 public:
     explicit FragmentedStringImpl(Buffer* buffer) : mpBuffer(buffer) {}
 
-    // What is left of a creation: the first fragment of `size` bytes, and the text with which it begins.
+    // Completes a creation: the first fragment of `size` bytes, and the text that it begins with.
     void Start(std::uint64_t size, const unsigned short* text);
     void SetInitialCapacity(std::uint64_t capacity) {
         mInitialCapacity = static_cast<unsigned int>(capacity);
@@ -96,7 +96,8 @@ void FragmentedStringImpl::Start(std::uint64_t size, const unsigned short* text)
     void* const memory = AllocateFragment(size);
     if (memory == nullptr) throw kNoFragment;
     Link(memory, size);
-    // Meant: a text that does not fit is cut where the memory ends, and nobody is told.
+    // A text that does not fit is cut where the memory ends, without an error: the creation itself succeeded,
+    // and the header says so.
     if (text != nullptr) AppendUnits(text, detail::TextLength(text), OnNull::kThrow);
 }
 
@@ -106,8 +107,7 @@ int FragmentedStringImpl::Append(const unsigned short* text, unsigned int length
 
 int FragmentedStringImpl::AppendChar(unsigned short character) {
     if (character == 0) return 1;
-    // Each number is read once, before the unit is written, which might be one of them for all the compiler
-    // knows.
+    // Each number is read once, before the unit is written, which might alias it for all the compiler knows.
     Fragment* const tail = mpCurrent;
     const unsigned int used = mUsedBytes;
     const unsigned int length = mLength;
@@ -118,7 +118,7 @@ int FragmentedStringImpl::AppendChar(unsigned short character) {
     return 0;
 }
 
-// Aside from the form above, which would have to keep registers for it.
+// Separate from the form above, which would need more registers for it.
 int FragmentedStringImpl::AppendOne(unsigned short character) {
     return AppendUnits(&character, 1, OnNull::kFail);
 }
@@ -132,7 +132,7 @@ int FragmentedStringImpl::AppendUnits(const unsigned short* text, std::uint64_t 
     const std::uint64_t fitting = std::min(room, length);
     Store(text, fitting);
     if (fitting == length) return 0;
-    // What has been stored stays, whatever comes of the rest.
+    // Stored text stays, whatever happens to the rest.
     const std::uint64_t rest = length - fitting;
     int failure = 0;
     if (OpenFragment(RoundUp(rest * kUnit + kHeader), onNull, failure)) Store(text + fitting, rest);
@@ -147,7 +147,7 @@ void FragmentedStringImpl::Store(const unsigned short* text, std::uint64_t lengt
     mLength += static_cast<unsigned int>(length);
 }
 
-// False when there is no new fragment, with the reason in `failure`; the reason of a contract may be 0.
+// False when there is no new fragment, with the error in `failure`; the code of a contract may be 0.
 bool FragmentedStringImpl::OpenFragment(std::uint64_t size, OnNull onNull, int& failure) {
     failure = kOutOfMemory;
     if (!FitsInSize(mTotalBytes + size)) return false;
@@ -177,7 +177,7 @@ void* FragmentedStringImpl::AllocateFragment(std::uint64_t size) {
     return AllocateBytes(mpBuffer, static_cast<std::size_t>(size));
 }
 
-// Makes `memory` the tail, with no text in it.
+// Makes `memory` the tail, empty.
 void FragmentedStringImpl::Link(void* memory, std::uint64_t size) {
     auto* const fragment = new (memory) Fragment{static_cast<std::uint32_t>(size), nullptr};
     (mpCurrent == nullptr ? mpFirst : mpCurrent->next) = fragment;
@@ -200,7 +200,7 @@ int FragmentedStringImpl::CopyTo(unsigned int count, unsigned short* destination
 }
 
 void FragmentedStringImpl::Delete() {
-    if (mpBuffer != nullptr) return;  // all of it goes when the buffer does
+    if (mpBuffer != nullptr) return;  // freed with the buffer
     for (Fragment* fragment = mpFirst; fragment != nullptr;) {
         Fragment* const next = fragment->next;
         ::operator delete(fragment);
@@ -214,7 +214,7 @@ FragmentedStringImpl* Create(const Allocator<unsigned short>& allocator) {
     return memory == nullptr ? nullptr : new (memory) FragmentedStringImpl(allocator.GetBuffer());
 }
 
-// Creation that fails leaves nothing behind.
+// A failed creation frees everything.
 FragmentedString* Start(FragmentedStringImpl* string, std::uint64_t size, const unsigned short* text) {
     if (string == nullptr) return nullptr;
     try {
@@ -230,7 +230,7 @@ FragmentedString* Start(FragmentedStringImpl* string, std::uint64_t size, const 
 
 FragmentedString* CreateFragmentedString(const unsigned short* text, std::uint64_t capacity,
                                          const Allocator<unsigned short>& allocator) {
-    // A capacity beyond 32 bits is as good as a size beyond them.
+    // A capacity beyond 32 bits fails like a size beyond them.
     const std::uint64_t size = FitsInSize(capacity) ? capacity * kUnit + kHeader : capacity;
     FragmentedStringImpl* const string = Create(allocator);
     if (string != nullptr) string->SetInitialCapacity(capacity);

@@ -7,12 +7,12 @@
 
 namespace ZBase {
 
-/// Wide text that is built by appending. It lies in a chain of fragments: what is stored never moves, and a
-/// fragment is opened only for what does not fit into the last one. A text belongs to one thread at a time.
+/// Wide text that is built by appending, in a chain of fragments: stored text never moves, and a new fragment
+/// is added only when the last one is full. A text belongs to one thread at a time.
 ///
-/// The operations give 0 for success and 1 for a null argument. An append that finds no memory keeps what
-/// fitted and gives 0x8007000E; or 0x80041FF2 when a buffer refused, the id of the failure when a contract
-/// did (which may be 0: `GetLength` tells), and 0x8000FFFF for any other failure.
+/// The operations return 0 for success and 1 for a null argument. An append without memory keeps what fitted
+/// and returns 0x8007000E; or 0x80041FF2 when a buffer refused, the id of the failure when a contract did
+/// (which may be 0: `GetLength` tells), and 0x8000FFFF for any other failure.
 class ZBASE_API FragmentedString {
 public:
     /// Appends `length` units.
@@ -47,10 +47,10 @@ protected:
 };
 
 /// A text that begins with `text`, which may be null, in the heap or in the buffer of `allocator`, which it
-/// must not outlive. With a capacity the first fragment has room for exactly so many units; when a fragment
-/// for the rest of `text` fails, the result holds what fitted. Null when an allocator gives null for the
-/// object; an allocator that gives null for a fragment throws 0x8007000E as a `long`. Throw what the
-/// allocation of the first fragment throws, and `std::bad_alloc` for one of 4 GiB or more.
+/// must not outlive. With a capacity the first fragment has space for exactly that many units; when a
+/// fragment for the rest of `text` fails, the result holds what fitted. Null when an allocator returns null
+/// for the object; an allocator that returns null for a fragment throws 0x8007000E as a `long`. Throw what
+/// the allocation of the first fragment throws, and `std::bad_alloc` for one of 4 GiB or more.
 ZBASE_API FragmentedString* CreateFragmentedString(const unsigned short* text, std::uint64_t capacity,
                                                    const Allocator<unsigned short>& allocator);
 ZBASE_API FragmentedString* CreateFragmentedString(const unsigned short* text,

@@ -10,7 +10,7 @@ namespace ZBase {
 
 namespace {
 
-// Small conversions are common and shall not pay for their governing.
+// Small conversions are common and should not pay for a budget.
 constexpr std::size_t kSmallestRequest = 0x10000;
 
 }  // namespace
@@ -25,7 +25,7 @@ ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, uns
     if (source == nullptr) return nullptr;
     const std::size_t units = detail::CountUnits(source, length);
     const std::size_t capacity = detail::Utf8Capacity(units);
-    const std::size_t request = 2 * (capacity + 1);  // meant: as if the result held units of two bytes
+    const std::size_t request = 2 * (capacity + 1);  // two bytes a unit; kept for contracts set by it
     const bool governed = !contract.IsNull() && request >= kSmallestRequest;
     if (governed) RequestFromContract(*contract, request);
     detail::Unfinished<ReturnString> result(capacity);

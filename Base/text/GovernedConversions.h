@@ -9,10 +9,10 @@
 namespace ZBase {
 
 // `WideCharToUTF8` and `WideCharToUTF8UsingLength` under a budget: before a result for 8,192 units or more is
-// allocated, the contract is asked for 8 bytes a unit and 2 more, and told when it has been. Smaller ones and
-// an empty `contract` ask nobody; 4 GiB and more are asked for as 4,294,967,295 bytes. Throw
+// allocated, 8 bytes a unit and 2 more are requested from the contract, and settled after. Smaller ones and
+// an empty `contract` need no request; 4 GiB and more are requested as 4,294,967,295 bytes. Throw
 // `ContractManagerAllocException` when it refuses, with nothing allocated, and what the ungoverned forms
-// throw. Flag and contract stand in a different order in the two.
+// throw. The order of flag and contract differs in the two.
 
 ZBASE_API ReturnString WideCharToUTF8Governed(const unsigned short* source, bool replace,
                                               SmartPtrI<MemoryContract>& contract);
@@ -20,7 +20,7 @@ ZBASE_API ReturnString WideCharToUTF8Governed(const unsigned short* source, bool
 ZBASE_API ReturnString WideCharToUTF8UsingLengthGoverned(const unsigned short* source, unsigned int length,
                                                          SmartPtrI<MemoryContract>& contract, bool replace);
 
-// The flag is a `bool` and nothing that becomes one.
+// The flag must be exactly a `bool`.
 template <NotBool Flag>
 ReturnString WideCharToUTF8Governed(const unsigned short* source, Flag replace,
                                     SmartPtrI<MemoryContract>& contract) = delete;

@@ -18,7 +18,7 @@ constexpr std::size_t kLibraryLength = 32;
 constexpr std::size_t kPlainLength = 36;
 constexpr std::size_t kBracesLength = 38;
 
-/// Writes upper-case digits one behind the other.
+/// Writes upper-case digits one after the other.
 class FormWriter {
 public:
     void Digits(std::uint32_t value, int count) {
@@ -60,8 +60,8 @@ void ReadPlain(detail::HexFields& fields, _GUID& guid) {
     fields.TakeOctets(guid.Data4 + 2, 6);
 }
 
-// The library form: the record as four little-endian words. The first holds `Data1`, the second `Data3` above
-// `Data2`, and the other two `Data4` from behind.
+// The library form: the record as four little-endian words. The first is `Data1`, the second `Data3` above
+// `Data2`, and the other two are `Data4` in reverse.
 void ReadLibraryForm(detail::HexFields& fields, _GUID& guid) {
     guid.Data1 = fields.Take(8);
     guid.Data3 = static_cast<std::uint16_t>(fields.Take(4));

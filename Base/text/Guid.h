@@ -58,7 +58,7 @@ public:
 
 static_assert(sizeof(GUID) == sizeof(_GUID));
 
-// With these the record may stand on either side, and of two identifiers neither order is the better one.
+// With these the record may be on either side, and no overload is ambiguous.
 inline bool operator==(const _GUID& left, const GUID& right) {
     return right.operator==(left);
 }
@@ -73,7 +73,7 @@ inline bool operator!=(const GUID& left, const GUID& right) {
 }
 
 /// Makes a new random identifier. Throws a `Message` with the system code as id when the system can't make
-/// one that is unique everywhere: 1824 where it has no random numbers to give.
+/// one that is unique everywhere: 1824 if it has no random numbers.
 ZBASE_API void CreateGUID(_GUID& guid);
 
 /// Negative, 0 or positive: the order of `Data1`, `Data2` and `Data3` as numbers, then of the bytes of
@@ -83,8 +83,8 @@ ZBASE_API int CompareGUID(const _GUID& left, const _GUID& right);
 // Text forms of {00112233-4455-6677-8899-AABBCCDDEEFF}, which is the Microsoft form. Without its braces it is
 // the form of RFC 4122. The library's own form is "0011223366774455BBAA9988FFEEDDCC": the 16 bytes as four
 // little-endian numbers, so only the first eight digits agree. Digits are written in upper case and read in
-// either. A parser gives false for any other text and for null, and leaves `guid` zero then; it never throws.
-// The others throw `std::bad_alloc`.
+// either. A parser returns false for any other text and for null, and sets `guid` to zero then; it never
+// throws. The others throw `std::bad_alloc`.
 
 /// Reads the library form, or the Microsoft form without braces, told apart by the length.
 ZBASE_API bool String2Guid(_GUID& guid, const unsigned short* text);

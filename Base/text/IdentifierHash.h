@@ -1,6 +1,6 @@
 #pragma once
 
-// `std::hash` of the identifiers, for `std::unordered_map` and its kin.
+// `std::hash` of the identifiers, for unordered containers.
 
 #include <Base/text/Guid.h>
 #include <Base/text/Udid.h>
@@ -12,7 +12,7 @@
 
 namespace ZBase::detail {
 
-/// All bytes count, since identifiers are not always random.
+/// All bytes are used, since identifiers are not always random.
 template <class Identifier>
 std::size_t HashBytes(const Identifier& identifier) noexcept {
     char bytes[sizeof identifier];

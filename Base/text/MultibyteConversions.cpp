@@ -22,7 +22,7 @@ constexpr char kReplacement = '?';
         (text + detail::HexDigits(value, width) + " at offset " + std::to_string(offset) + '.').c_str());
 }
 
-// The result of `convert(out, capacity)`, which gives the length of the whole text. Few encodings need more
+// The result of `convert(out, capacity)`, which returns the length of the whole text. Few encodings need more
 // than the first capacity.
 template <class Result, class Convert>
 Result ConvertAll(std::size_t capacity, Convert convert) {
@@ -34,10 +34,10 @@ Result ConvertAll(std::size_t capacity, Convert convert) {
     }
 }
 
-// Elements that are gone through one by one where a kernel stopped.
+// Elements that are converted one by one where a kernel stopped.
 constexpr std::size_t kFewElements = 32;
 
-// Writes `length` elements of ASCII; `fail(element, offset)` throws for any other. Gives the end.
+// Writes `length` elements of ASCII; `fail(element, offset)` throws for any other. Returns the end.
 template <class In, class Out, class Fail>
 Out* ConvertAscii(const In* source, std::size_t length, bool replace, Out* out,
                   std::size_t (*take)(const In*, std::size_t, Out*), Fail fail) {
@@ -73,7 +73,7 @@ std::unique_ptr<unsigned short[]> Units(std::u16string_view text) {
     return units;
 }
 
-// Calls `convert(piece)` for each terminated piece of `length` elements, and `zero()` between two.
+// Calls `convert(piece)` for each terminated piece of `length` elements, and `zero()` between two of them.
 template <class Ch, class Convert, class Zero>
 void ForEachPiece(const Ch* text, std::size_t length, Convert convert, Zero zero) {
     const Ch* const end = text + length;
@@ -86,7 +86,8 @@ void ForEachPiece(const Ch* text, std::size_t length, Convert convert, Zero zero
     }
 }
 
-// What ordinary text in front there is, where the locale has it in UTF-8; it is the same in every system's.
+// Converts the valid UTF-8 in front by a kernel, if that is the locale's encoding, which is the same on every
+// system.
 template <class Take, class In, class Out>
 detail::Progress TakeUtf8(Take take, const In* source, std::size_t length, Out* out) {
     return os::MultibyteIsUtf8() ? take(source, length, out) : detail::Progress{0, 0};

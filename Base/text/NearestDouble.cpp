@@ -9,8 +9,8 @@ namespace ZBase {
 
 namespace {
 
-// Whether the digits of a number, which is not 0, mean one of at least 1. Called for those alone that are
-// beyond all doubles, on either side.
+// Whether the digits of a number, which is not 0, mean one of at least 1. Called only for numbers outside the
+// range of all doubles, on either side.
 bool IsLarge(std::string_view number) {
     constexpr long long kBeyondAll = std::numeric_limits<long long>::max() / 4;
     const std::size_t exponentAt = std::min(number.find_first_of("eE"), number.size());
@@ -25,7 +25,7 @@ bool IsLarge(std::string_view number) {
     }
     const std::size_t point = std::min(digits.find('.'), digits.size());
     const std::size_t first = digits.find_first_of("123456789");
-    // The place of the first digit: 1 right before the point, 0 right behind it.
+    // The position of the first digit: 1 right before the point, 0 right after it.
     const long long place =
         first < point ? static_cast<long long>(point - first) : -static_cast<long long>(first - point) + 1;
     return place + exponent > 0;

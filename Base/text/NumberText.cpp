@@ -19,7 +19,7 @@ namespace ZBase {
 
 namespace {
 
-// A null text is read as an empty one.
+// A null text counts as an empty one.
 constexpr char kNoText[] = "";
 constexpr unsigned short kNoWideText[] = {0};
 
@@ -75,7 +75,7 @@ unsigned int DigitValue(Ch unit) {
     return 16;
 }
 
-// Moves behind white space and one sign. True for "-".
+// Skips white space and one sign. True for "-".
 template <class Ch>
 bool SkipToDigits(const Ch*& text) {
     while (IsSpace(*text)) ++text;
@@ -84,7 +84,7 @@ bool SkipToDigits(const Ch*& text) {
     return negative;
 }
 
-// Moves behind digits. Gives their value, or `kTooLarge` if it is more than `limit`.
+// Skips digits. Returns their value, or `kTooLarge` if it is more than `limit`.
 constexpr std::uint64_t kTooLarge = std::numeric_limits<std::uint64_t>::max();
 
 template <class Ch>
@@ -117,7 +117,7 @@ Number ReadDecimal(const Ch* text) {
     detail::ThrowConversionFailure(message.c_str());
 }
 
-// As a `strtoul` with 32 bits. Text that is no number leaves `text` where it was.
+// A `strtoul` with 32 bits. For text that is no number `text` is not moved.
 template <class Ch>
 unsigned int ReadHex(const Ch*& text) {
     const Ch* position = text;
@@ -134,7 +134,7 @@ unsigned int ReadHex(const Ch*& text) {
     return negative ? 0 - bits : bits;
 }
 
-// A bare "0x" is a 0 with an "x" left over, which only the lenient form takes.
+// A bare "0x" is a 0 followed by "x", which only the lenient form takes.
 template <class Ch>
 unsigned int HexValue(const Ch* text, bool lenient) {
     const Ch* end = text;
@@ -142,14 +142,14 @@ unsigned int HexValue(const Ch* text, bool lenient) {
     if (end == text || (!lenient && *end != 0)) {
         ThrowHexFailure("ZBase::HexToUnsignedInt: failed to parse '", text);
     }
-    // Meant: "FFFFFFFF" itself counts as overflow.
+    // "FFFFFFFF" itself counts as overflow; kept for callers that use that value for errors.
     if (value == std::numeric_limits<unsigned int>::max()) {
         ThrowHexFailure("ZBase::HexToUnsignedInt: overflow while parsing '", text);
     }
     return value;
 }
 
-// Moves behind white space and "+" in any mix, then one "-". Gives the sign.
+// Skips white space and "+" in any mix, then one "-". Returns the sign.
 int SkipToMantissa(const unsigned short*& text) {
     while (IsSpace(*text) || *text == '+') ++text;
     if (*text != '-') return 1;
@@ -157,7 +157,7 @@ int SkipToMantissa(const unsigned short*& text) {
     return -1;
 }
 
-// Each step rounds; the result is what these steps give, not the nearest `double`.
+// Each step rounds; the result is that of these steps, not the nearest `double`.
 double ReadMantissa(const unsigned short*& text) {
     double value = 0.0;
     for (; IsDigit(*text); ++text) value = value * 10 + (*text - '0');
@@ -172,7 +172,7 @@ double ReadMantissa(const unsigned short*& text) {
     return value;
 }
 
-// Moves behind a sign and digits, each optional. The value wraps at 32 bits.
+// Skips a sign and digits, each optional. The value wraps at 32 bits.
 std::int32_t ReadExponent(const unsigned short*& text) {
     const bool negative = *text == '-';
     if (negative || *text == '+') ++text;

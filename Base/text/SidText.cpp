@@ -26,12 +26,12 @@ std::uint32_t SubAuthorityOf(const unsigned char* sid, std::size_t index) {
     return value;
 }
 
-/// The fields behind the dashes of a text, one after the other; empty ones when there are no more.
+/// The fields after the dashes of a text, one after the other; empty ones when there are no more.
 class DashFields {
 public:
     explicit DashFields(const WideString& text) : mText(text), mPosition(text.find(kDash)) {}
 
-    /// The number that the next field begins with, as `scanf` reads an unsigned one: behind white space and a
+    /// The number that the next field begins with, as `scanf` reads an unsigned one: after white space and a
     /// sign, a number that is too large being the largest; 0 if there is none.
     std::uint64_t TakeNumber() {
         if (mPosition == WideString::npos) return 0;
@@ -57,7 +57,7 @@ private:
     }
 
     const WideString& mText;
-    std::size_t mPosition;  // of the dash in front of the next field
+    std::size_t mPosition;  // of the dash before the next field
 };
 
 }  // namespace
@@ -75,7 +75,8 @@ bool SidWStringToBinary(const WideString& text, unsigned char*& sid, std::uint64
     size = 0;
     if (text.empty()) return false;
 
-    // Meant: a text with fewer than two dashes wraps to 254 or 255 sub-authorities.
+    // A text with fewer than two dashes wraps to 254 or 255 sub-authorities; kept for callers that rely on
+    // it.
     const auto dashes = static_cast<std::size_t>(std::count(text.begin(), text.end(), kDash));
     const auto count = static_cast<unsigned char>(dashes - 2);
     const std::size_t octets = kHeaderSize + kSubAuthoritySize * count;

@@ -17,8 +17,8 @@ using ::_UDID;
 /// 20 zero bytes.
 ZBASE_API extern const _UDID UDID_NULL;
 
-/// Reads 40 hexadecimal digits of either case, two for each byte. Gives false for any other text and for
-/// null, and leaves `UDID_NULL` then. Never throws.
+/// Reads 40 hexadecimal digits of either case, two for each byte. Returns false for any other text and for
+/// null, and sets `UDID_NULL` then. Never throws.
 ZBASE_API bool String2Udid(_UDID& udid, const unsigned short* text);
 
 /// 40 upper-case hexadecimal digits. Throws `std::bad_alloc`.

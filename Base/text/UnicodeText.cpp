@@ -16,7 +16,7 @@ namespace {
 struct Sequence {
     std::size_t octets;
     std::size_t units;
-    bool isFlaw;  // then it is as long as what one U+FFFD replaces
+    bool isFlaw;  // then it is what one U+FFFD replaces
 };
 
 // The sequence at `at`, by the rules of the decoder.
@@ -40,7 +40,7 @@ Sequence SequenceAt(std::string_view text, std::size_t at) {
     return {length, value < 0x10000 ? 1u : 2u, false};
 }
 
-// The ASCII octets from `at` on.
+// The length of the ASCII run at `at`.
 std::size_t AsciiOctets(std::string_view text, std::size_t at) {
     std::size_t end = at;
     for (std::uint64_t block; text.size() - end >= sizeof block; end += sizeof block) {

@@ -9,11 +9,11 @@
 
 namespace ZBase {
 
-// UTF-8 and UTF-16 as the standard's texts, which have a length: zeros in them are characters like others.
-// What is bad UTF-8 is what `UTF8ToWideChar` takes for it; bad UTF-16 is every surrogate that is not part of
-// a proper pair, and in both U+FFFE and U+FFFF.
+// UTF-8 and UTF-16 as the standard's texts, which have a length: zeros in them are ordinary characters. Bad
+// UTF-8 is as in `UTF8ToWideChar`; bad UTF-16 is every surrogate that is not part of a proper pair, and in
+// both U+FFFE and U+FFFF.
 
-/// What a text is, up to its first flaw.
+/// The figures of a text, up to its first flaw.
 struct UTF8Scan {
     bool isWhole;            // without a flaw; then the figures are those of the whole text
     std::size_t octets;      // where the flawed sequence begins
@@ -21,16 +21,16 @@ struct UTF8Scan {
     std::size_t units;       // of UTF-16 that these characters take
 };
 
-/// Looks a text over without converting it; allocates nothing.
+/// Scans a text without converting it; allocates nothing.
 ZBASE_API UTF8Scan ScanUTF8(std::string_view text) noexcept;
 
 /// Convert. With `replace` false bad input throws `StringConversionException`, which names the function and
 /// the bad value; with `replace` true it becomes U+FFFD. Throw `std::bad_alloc`, and `std::length_error` for
-/// a result that no string can hold.
+/// a result that exceeds the largest string.
 ZBASE_API std::u16string ToUTF16(std::string_view text, bool replace);
 ZBASE_API std::string ToUTF8(std::u16string_view text, bool replace);
 
-// The flag is a `bool` and nothing that becomes one.
+// The flag must be exactly a `bool`.
 template <NotBool Flag>
 std::u16string ToUTF16(std::string_view text, Flag replace) = delete;
 template <NotBool Flag>

@@ -19,7 +19,7 @@ inline constexpr unsigned int kFramesOfSnapshot = 3;
 
 class CallStackImp final : public CallStack {
 public:
-    /// A plain lock that its holder may take again. Assignment copies its raw octets, without locking.
+    /// A recursive lock. Assignment copies its raw octets, without locking.
     class ZBASE_API CallStackCriticalSection {
     public:
         CallStackCriticalSection();

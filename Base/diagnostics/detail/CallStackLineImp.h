@@ -9,7 +9,7 @@
 
 namespace ZBase {
 
-/// Where an address lies in the image of its module; zeros and an empty path if it lies in none.
+/// The position of an address in the image of its module; zeros and an empty path if it is in none.
 struct LogicalAddress {
     std::uint32_t section = 0;  // from 1
     std::uint32_t offset = 0;
@@ -18,15 +18,15 @@ struct LogicalAddress {
 
 class CallStackLineImp final : public CallStackLine {
 public:
-    /// The two narrow texts become wide octet by octet with their sign: an octet of 0x80 or above gets the
-    /// high octet 0xFF. That is meant.
+    /// The two narrow texts are widened octet by octet with sign extension: an octet of 0x80 or above becomes
+    /// 0xFF80 or above; kept for readers of such lines.
     CallStackLineImp(std::uint32_t section, std::uint32_t offset, std::uint64_t address,
                      std::uint64_t frameAddress, WideString module, std::string_view symbol,
                      std::uint64_t displacement, std::string_view file, std::uint32_t line);
 
     const unsigned short* GetText() override;
 
-    /// The text of `GetText` behind what is in `text`, and kept nowhere.
+    /// Appends the text of `GetText` to `text`, without keeping it.
     void AppendText(WideString& text) const;
 
 private:
@@ -39,7 +39,7 @@ private:
     std::uint64_t mDisplacement;
     WideString mFile;
     std::uint32_t mLine;
-    WideString mText;  // what `GetText` gave last
+    WideString mText;  // the last result of `GetText`
 };
 
 }  // namespace ZBase

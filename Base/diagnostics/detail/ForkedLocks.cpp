@@ -1,8 +1,7 @@
-// A fork copies locks as they are, but of the threads that hold them only the one that forks. So it takes
-// them all before. It can't wait for ever: heaps have their own hooks at a fork, which may have run before
-// and hold the heap's lock now, while a thread inside of diagnostics waits for that. Then the child makes the
-// locks anew. What they guard is whole also then, since all that may wait for the heap is done before
-// anything is changed.
+// A fork copies locks in their state, but only the forking thread. So that thread takes them all first. Its
+// wait is bounded: a heap's own fork hook may have run before and hold the heap's lock, while a thread inside
+// diagnostics waits for that. Then the child makes the locks anew. The data under them is consistent all the
+// same, since all that may wait for the heap is done before anything is changed.
 
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
@@ -42,8 +41,8 @@ std::uint64_t Milliseconds() {
                : 0;
 }
 
-/// Waits for something that can be tried, until its time is up. Goes by the clock: on a busy machine a yield
-/// may last as long as a pause.
+/// Waits for a condition until its time is up. Measured by the clock: on a busy machine a yield may take as
+/// long as a pause.
 class Patience {
 public:
     template <class Try>
@@ -66,7 +65,7 @@ private:
 
 }  // namespace
 
-/// What the forking thread holds. Two threads may fork at once.
+/// The locks of the forking thread. Two threads may fork at once.
 struct HeldAtFork {
     bool tracer;
     bool callStack;
@@ -100,7 +99,7 @@ struct HeldAtFork {
         sForks = 0;
         os::ForgetThreadStops();
         ::new (static_cast<void*>(&sModuleEnumeration)) std::mutex;
-        // The holder's name in them is that of the parent's thread, so they can't be released.
+        // Their owner is recorded as the parent's thread, so they can't be released.
         ::new (static_cast<void*>(&gCallStackLock.Mutex())) std::recursive_mutex;
         ::new (static_cast<void*>(&gTracerLock.Mutex())) std::recursive_mutex;
     }

@@ -6,13 +6,13 @@
 
 namespace ZBase::detail {
 
-/// Makes a fork wait until no thread is inside of diagnostics, but not for long: whoever is there may wait
-/// for a lock of the heap that the forking thread holds already. In the child all locks of diagnostics are
-/// free. For `Load.cpp`.
+/// Makes a fork wait until no thread is inside diagnostics, for a bounded time: such a thread may wait for a
+/// lock of the heap that the forking thread already holds. In the child all locks of diagnostics are free.
+/// For `Load.cpp`.
 bool KeepLocksSoundInChildren();
 
-/// Held around a lock that lies in an object of a caller, where no child would find it: whose holders are
-/// known here. Short, and one of a thread at a time.
+/// Held around a lock in a caller's object, which the fork handlers can't reach. Held shortly, by one thread
+/// at a time.
 class ForkGate {
 public:
     explicit ForkGate(std::atomic<std::int32_t>& lock);

@@ -19,10 +19,10 @@ std::string PointerText(const void* address) {
 std::string LineText(const unsigned short* text) {
     const unsigned short* end = text;
     while (end != nullptr && *end != 0 && *end < 0x80) ++end;
-    if (end == nullptr || *end == 0) return std::string(text, end);  // plain, as nearly all are
+    if (end == nullptr || *end == 0) return std::string(text, end);  // ASCII, as nearly all are
     constexpr unsigned short kReplacement = 0xFFFD;
     const auto isSurrogate = [](unsigned int unit, unsigned int first) { return unit - first < 0x400; };
-    WideString good;  // without surrogates that are no pair, which no conversion lets pass
+    WideString good;  // lone surrogates replaced, which the conversion rejects
     for (; text != nullptr && *text != 0; ++text) {
         if (isSurrogate(*text, 0xD800) && isSurrogate(text[1], 0xDC00)) {
             good.append(text++, 2);

@@ -4,7 +4,7 @@
 
 namespace ZBase {
 
-/// What `AppGlobalEventReporter` does.
+/// The implementation of `AppGlobalEventReporter`.
 class AppGlobalEventReporterImpl {
 public:
     virtual ~AppGlobalEventReporterImpl() = default;
