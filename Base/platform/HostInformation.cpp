@@ -26,7 +26,7 @@ struct CloseToken {
     void operator()(os::Token token) const { os::CloseToken(token); }
 };
 
-// The security identifier of the token's user, behind which the length is rounded up.
+// The security identifier of the token's user, in a block with the length rounded up.
 std::unique_ptr<unsigned char[]> ReadTokenUser(os::Token token) {
     unsigned int length = 0;
     const bool unexpected = os::GetTokenUser(token, nullptr, 0, length);
@@ -43,7 +43,7 @@ std::unique_ptr<unsigned char[]> ReadTokenUser(os::Token token) {
 
 constexpr unsigned int kResolverIsSilent = 11002;
 
-/// Of this host itself or of none, so the same on every machine.
+/// A loopback address or none, which is the same on every machine.
 bool IsLoopback(const os::NetworkAddress& address) {
     const unsigned char* octets = address.octets;
     if (address.length == 16) {
@@ -61,13 +61,13 @@ const os::NetworkAddress* FindTelling(const std::vector<os::NetworkAddress>& add
     return found == addresses.end() ? nullptr : &*found;
 }
 
-/// The address that tells this host apart: one that its name resolves to, of IPv4 if there is one. Many hosts
-/// give their own name an address of the loopback; then it is one of their interfaces, and only of a host
-/// that has no other is it that of the loopback. Null if the name does not resolve.
+/// The address that identifies this host: one that its name resolves to, of IPv4 if there is one. Many hosts
+/// give their own name a loopback address; then it is one of their interfaces, and a loopback address only if
+/// the host has no other. Null if the name does not resolve.
 const os::NetworkAddress* FindOwnAddress(const char* name, std::vector<os::NetworkAddress>& addresses) {
     const unsigned int code = os::ResolveName(name, os::EAddressFamily::IPv4, addresses);
     if (const auto* telling = FindTelling(addresses); code == 0 && telling != nullptr) return telling;
-    // A resolver that does not answer is not waited for twice.
+    // A silent resolver is waited for only once.
     if (code == kResolverIsSilent) return nullptr;
     std::vector<os::NetworkAddress> all;
     const bool resolved = code == 0 || os::ResolveName(name, os::EAddressFamily::Any, all) == 0;

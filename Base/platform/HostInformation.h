@@ -10,23 +10,23 @@
 
 namespace ZBase {
 
-/// The name of this computer in the DNS, without its domain; empty if the system does not tell.
+/// The name of this computer in the DNS, without its domain; empty if the system has none.
 ZBASE_API ReturnWString GetComputerName();
 
-/// The name of this computer, with "." and its DNS domain if it is in one; empty if the system does not tell.
+/// The name of this computer, with "." and its DNS domain if it is in one; empty if the system has none.
 ZBASE_API ReturnWString GetComputerFullName();
 
-/// The account that this process acts for, as "domain\user". Throws a `Message` with the system code as id
-/// when the system does not tell, or the account is none of a user.
+/// The account of this process, as "domain\user". Throws a `Message` with the system code as id when the
+/// system refuses, or the account is not a user's.
 ZBASE_API ReturnWString GetCurrentLogin();
 
-/// The processors that are online. Of these the process may use fewer: `GetUsableProcessors`.
+/// The processors that are online. The process may be limited to fewer: `GetUsableProcessors`.
 ZBASE_API unsigned short GetNumberOfSystemProcessors();
 
-/// A number that tells this machine from others of its network: the IPv4 address that its own host name
-/// resolves to, the most significant octet first, or the four words of an IPv6 address together. Where the
-/// name resolves to the loopback only, the address is that of an interface, if the host has one that is up. 0
-/// when the name does not resolve, or the resolver does not answer. Asks the resolver.
+/// A number that identifies this machine in its network: the IPv4 address that its own host name resolves to,
+/// the most significant octet first, or the four words of an IPv6 address together. If the name resolves to
+/// the loopback only, the address is that of an interface, if the host has one that is up. 0 when the name
+/// does not resolve, or the resolver does not reply. Queries the resolver.
 ZBASE_API int GetUniqueMachineID();
 
 #if defined(_WIN32)

@@ -36,8 +36,8 @@ ReturnWString Translate(const WideString& input, os::EAddressText form) {
     return ReturnWString(input.c_str());
 }
 
-/// Puts the IPv4 addresses of a host into `addresses`; 0, a system code, or -1 for a name that the locale
-/// can't hold.
+/// Puts the IPv4 addresses of a host into `addresses`; 0, a system code, or -1 for a name that the locale's
+/// encoding lacks.
 int ResolveIPv4(const WideString& name, Addresses& addresses) {
     try {
         return static_cast<int>(
@@ -82,7 +82,7 @@ int ConvertServerNameURL2IpAddrURL(const WideString& url, WideString& result) {
     WideString address;
     const int failure = MachineName2IPv4Address(url.substr(start, second - start), address);
     if (failure != 0) return refuse(failure);
-    // Meant: the terminator of the URL becomes part of the result.
+    // The terminator of the URL becomes part of the result; kept for callers that read it.
     address.append(url.c_str() + second, url.size() - second + 1);
     address.insert(0, url, 0, start);
     result += address;

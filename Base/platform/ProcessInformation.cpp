@@ -16,7 +16,7 @@ constexpr unsigned int kModulePathCapacity = 260;
 
 enum class ECounters : unsigned char { Unknown, Ready, Missing };
 
-// No guarded static: a process that is forked while another thread finds them would wait for that thread.
+// No guarded static: a forked child could find the guard locked for ever.
 std::atomic<ECounters> sCounters{ECounters::Unknown};
 
 bool FindMemoryCounters() {
@@ -33,7 +33,7 @@ bool FindMemoryCounters() {
     return false;
 }
 
-// Two first calls at once may both look, and find the same.
+// Two first calls at once may both look, with the same result.
 bool HasMemoryCounters() {
     ECounters counters = sCounters;
     if (counters == ECounters::Unknown) {
@@ -50,7 +50,7 @@ ReturnWString GetCurrentProcessName() {
 }
 
 ReturnWString GetProcessName(unsigned int processId) {
-    // Meant: neither answer is looked at, and the process is not closed.
+    // Neither result is checked, and the process is not closed; the header says so.
     unsigned short path[kImagePathCapacity]{};
     os::GetProcessImagePath(os::OpenProcess(processId, os::EProcessAccess::Query), path, kImagePathCapacity);
     const unsigned short separator = os::PathSeparator();

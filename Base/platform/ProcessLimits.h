@@ -6,11 +6,11 @@
 
 namespace ZBase {
 
-// What this process may use of its machine, to size thread pools and ceilings by. Both look at each call,
-// since an administrator may change it while the process runs. Throw `std::bad_alloc`.
+// The limits of this process on its machine, to size thread pools and ceilings by. Both are read at each
+// call, since an administrator may change them while the process runs. Throw `std::bad_alloc`.
 
-/// The processors that it can run on at a time, at least 1: those that it may be scheduled on (affinity), or
-/// fewer where its control group (version 2) has less time than that, a part of one counting as one.
+/// The processors that it can run on at a time, at least 1: those of its affinity, or fewer if its control
+/// group (version 2) has less time than that, rounded up.
 ZBASE_API unsigned int GetUsableProcessors();
 
 /// The memory in bytes that it can have: that of the machine, or the limit of its control group (version 2)

@@ -10,7 +10,7 @@ namespace {
 
 constexpr unsigned int kRandomBits = 15;
 
-// Two first calls at once may both seed, which does no harm.
+// Two first calls at once may both seed, which is harmless.
 std::atomic<bool> sSeeded{false};
 
 unsigned int TimeSeed() {
@@ -20,7 +20,7 @@ unsigned int TimeSeed() {
     return static_cast<unsigned int>(whole.count() + duration_cast<milliseconds>(now - whole).count());
 }
 
-// The upper 15 bits of what the C library gives.
+// The upper 15 bits of the C library's number.
 unsigned int RandomBits() {
     constexpr unsigned int range = static_cast<unsigned int>(RAND_MAX) + 1;
     return static_cast<unsigned int>(std::rand()) / (range >> kRandomBits);

@@ -14,7 +14,7 @@ namespace {
 constexpr unsigned int kPathCapacity = 260;
 constexpr int kLibraryFailure = 0x12345678;
 
-/// What happened, over why the system says that it did, over the system's `words` if it has more to say.
+/// The failure, which wraps the system's code, which wraps the system's `words` if there are any.
 Message SystemFailure(const char* textTemplate, const unsigned short* words = nullptr) {
     const int code = static_cast<int>(os::GetLastCode());
     Message failure;
@@ -63,7 +63,7 @@ void* SharedLibraryImpl::GetFunctionAddress(const unsigned short* name) {
 void* SharedLibraryImpl::GetFunctionAddressOrNULL(const unsigned short* name, Message* message) {
     const ReturnString narrow = WideCharToASCII(name == nullptr ? ""_w : name, false);
     void* address = os::FindFunction(mModule, narrow.c_str());
-    const bool isFound = address != nullptr || os::GetLastCode() == 0;  // what is exported may be a 0
+    const bool isFound = address != nullptr || os::GetLastCode() == 0;  // an exported symbol may be 0
     if (!isFound && message != nullptr) {
         Message failure = SystemFailure("Failed to look up function '%1' in library '%2'.");
         failure << narrow.c_str() << mNarrowFileName.c_str();
@@ -92,7 +92,7 @@ void SharedLibraryImpl::ZENTInitialize() {
             reinterpret_cast<ReferenceCounted* (*)()>(GetFunctionAddress("GetZENTDLLInitializer"_w));
         ReferenceCounted* initialiser = getInitialiser();
         if (initialiser != mInitialiser.Get()) {
-            mInitialiser.Reset();  // first, and where what it throws is caught
+            mInitialiser.Reset();  // first, and where its exceptions are caught
             mInitialiser = initialiser;
         }
     } catch (const Message&) {

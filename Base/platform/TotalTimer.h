@@ -7,9 +7,9 @@
 namespace ZBase {
 
 /// Adds up the time that scoped timers measured, in ticks, and counts the measurements. It has no lock:
-/// timers that end together on one total must be kept apart. Readings are truncated to whole units; the
-/// microseconds, from which the others come, are worked out in 64 bits and wrap for very long spans. Readings
-/// throw a `Message` with the system code as id when the system does not tell how fast its ticks are.
+/// timers must not end at the same time on one total. Readings are truncated to whole units; the
+/// microseconds, from which the others are computed, have 64 bits and wrap for very long spans. Readings
+/// throw a `Message` with the system code as id when the system has no tick frequency.
 class ZBASE_API TotalTimer {
 public:
     class Timer;
@@ -40,11 +40,11 @@ private:
     std::uint64_t mIncrements = 0;
 };
 
-// The scoped timers measure from their construction to `Stop` or, failing that, to their end, and add one
+// The scoped timers measure from their construction to `Stop` or, without that, to their end, and add one
 // measurement to each of their totals. Constructor, `Stop` and destructor throw a `Message` with the system
-// code as id when the system refuses to count. A timer whose `Stop` has thrown runs on, and its end counts
-// again: unless the system has come to count by then, that is a second exception while the first one is on
-// its way, and the process is terminated. A copy of a running timer measures for itself.
+// code as id when the system has no tick count. A timer whose `Stop` has thrown continues, and its destructor
+// reads the count again: if that fails too it is a second exception during the first one, and the process is
+// terminated. A copy of a running timer measures for itself.
 
 /// Adds to one total.
 class ZBASE_API TotalTimer::Timer {
@@ -62,7 +62,7 @@ private:
     std::uint64_t mStart;  // ticks
 };
 
-/// Adds to two totals, which may be one and the same; then that gets the measurement twice.
+/// Adds to two totals; if they are the same it gets the measurement twice.
 class ZBASE_API TotalTimer::Timer2 {
 public:
     Timer2(TotalTimer& first, TotalTimer& second);

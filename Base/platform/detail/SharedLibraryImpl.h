@@ -23,14 +23,14 @@ public:
     void ZENTInitialize() override;
 
 private:
-    // Meant: both kinds of library are decorated alike.
+    // Components and other libraries get the same suffix; kept for callers that pass either.
     static ReturnWString GetDecoratedLibraryName(const unsigned short* name, bool isComponent);
 
     os::Module mModule = nullptr;
     WideString mFileName;
     std::string mNarrowFileName;
     bool mDismissed = false;
-    SmartPtrI<ReferenceCounted> mInitialiser;  // its code lies in the module
+    SmartPtrI<ReferenceCounted> mInitialiser;  // its code is in the module
 };
 
 }  // namespace ZBase

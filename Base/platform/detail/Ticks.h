@@ -15,10 +15,10 @@ inline std::uint64_t Now() {
     return ticks;
 }
 
-/// The frequency of the tick count, asked for by the first reading that needs it.
+/// The frequency of the tick count, read at its first use.
 class Frequency {
 public:
-    /// The product wraps for very long spans, and that is meant. A frequency of 0 is not caught.
+    /// The product wraps for very long spans, as `Timer` documents. A frequency of 0 is not caught.
     std::uint64_t Microseconds(std::uint64_t ticks) { return ticks * 1'000'000 / Get(); }
 
 private:
@@ -33,7 +33,7 @@ private:
         return frequency;
     }
 
-    std::atomic<std::uint64_t> mTicksPerSecond{0};  // 0: not asked yet
+    std::atomic<std::uint64_t> mTicksPerSecond{0};  // 0: not read yet
 };
 
 }  // namespace ZBase::detail

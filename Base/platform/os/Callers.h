@@ -2,16 +2,16 @@
 
 namespace ZBase::os {
 
-// What the calling thread came from. No heap, no lock.
+// The callers of the calling thread. No heap, no lock.
 
 /// Whether the function is among the innermost callers.
 bool IsCalledFrom(const void* function);
 
 /// Whether the calling thread interrupted the allocator, or was called back by it, and so may hold its locks.
-/// An operator `new` that throws holds none. `PrepareCallers` comes first.
+/// An operator `new` that throws holds none. Call `PrepareCallers` first.
 bool MayHoldAllocator();
 
-/// Looks up where the allocator's code is.
+/// Looks up the address range of the allocator's code.
 void PrepareCallers();
 
 }  // namespace ZBase::os

@@ -7,7 +7,7 @@ namespace ZBase::os {
 // Dumps of this process: when it crashes, and on demand. All of them go to one directory, each named by a
 // GUID and ".dmp" and readable by the owner only.
 
-/// Memory that a dump holds beside the stacks.
+/// Memory that a dump has in addition to the stacks.
 struct DumpMemory {
     const void* start;
     std::size_t size;  // octets; 0 for none
@@ -22,48 +22,47 @@ struct DumpContent {
 /// Why a dump is made.
 enum class EDumpCause { eDemand, eFault, eAbort };
 
-/// A dump that was tried.
+/// The result of an attempt to dump.
 struct TriedDump {
     const char* path;  // of its file, UTF-8
     bool succeeded;
     bool onDemand;
-    const char* elsewhere;  // where it lies and why, unless that is simply the directory; else null
+    const char* elsewhere;  // its directory and why, unless that is the configured one; else null
 };
 
 /// What is done with dumps. Both run on the crashed thread, which may have little stack left, or on the
 /// thread that wants a dump. No heap, no lock.
 struct DumpUser {
-    /// Called before a dump; gives what it shall hold.
+    /// Called before a dump; returns what it is to contain.
     DumpContent (*begin)(EDumpCause cause);
 
-    /// Called after a dump. After a crash it answers whether the process ends here (true), or whether the
-    /// system's own handling follows (false).
+    /// Called after a dump. After a crash it returns whether the process ends here (true), or the system's
+    /// own handling follows (false).
     bool (*end)(const TriedDump& dump);
 };
 
-/// What a dump may take, and which crashes are dumped. With too little room for all, the stack of the thread
-/// that crashed is whole and the others are cut behind their innermost frames.
+/// The limits of a dump, and which crashes are dumped. With too little space for all, the stack of the thread
+/// that crashed is whole and the outer frames of the others are cut.
 struct DumpLimits {
     unsigned int seconds;
     unsigned int megabytes;  // up to 2000
-    bool asksEarlier;        // a handler of faults that was there before is asked first
+    bool asksEarlier;        // an earlier handler of faults is called first
 };
 
 class DumpHandler;
 
 /// From now on a crash of the process is dumped; the calling thread gets its crash stack. A relative
-/// directory is meant from the present one on; where it can't be written to, not even made again, the
-/// process's temporary directory takes the dump. Null if there is no memory. The newest of several handlers
-/// takes a crash, and no crash is taken twice: a thread that crashes beside another waits for the end of the
-/// process.
+/// directory starts at the current one; if it is not writable and can't be made again, the process's
+/// temporary directory gets the dump. Null if there is no memory. The newest of several handlers gets a
+/// crash, and only one crash is handled: a thread that crashes meanwhile waits for the end of the process.
 DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits);
 
-/// Ends the handling of crashes: `newest` goes, and those that were made before it. A crash that is being
-/// reported comes to its end first, and the process with it.
+/// Ends the handling of crashes by `newest` and those created before it. A crash that is being reported is
+/// completed first, and ends the process.
 void DestroyDumpHandlers(DumpHandler* newest);
 
-/// Dumps this process, which goes on. Gives what `DumpUser::end` answers; false if there was no dump, and
-/// beside a crash. One call at a time.
+/// Dumps this process, which continues. Returns the result of `DumpUser::end`; false if there was no dump,
+/// and during a crash. One call at a time.
 bool WriteDump(DumpHandler* handler);
 
 /// Whether this process runs in the memory of another one, where a system has such processes (a child of
@@ -77,9 +76,9 @@ bool InstallCrashStack();
 /// Call before the first `CopyAbortMessage`.
 void PrepareAbortMessage();
 
-/// What the system's libraries said when they aborted the process, as of an assertion or of a damaged heap:
-/// at most `size - 1` octets, and a zero. Gives their number, 0 if they said nothing. Runs on the crashed
-/// thread. No heap, no lock.
+/// The message of the system's libraries when they aborted the process, as of an assertion or of a damaged
+/// heap: at most `size - 1` octets, and a zero. Returns their number, 0 without a message. Runs on the
+/// crashed thread. No heap, no lock.
 std::size_t CopyAbortMessage(char* text, std::size_t size);
 
 // These run on the crashed thread. No heap, no lock.
@@ -87,7 +86,7 @@ std::size_t CopyAbortMessage(char* text, std::size_t size);
 /// Removes a dump.
 void DeleteDump(const char* path);
 
-/// Notes at the end of a dump that stays that its server has it. Readers pass over what stands there.
+/// Marks a dump that stays as sent, at its end, which readers ignore.
 void MarkDumpSent(const char* path);
 
 inline constexpr char kSentMark[17] = "\nZBase: is sent\n";

@@ -4,7 +4,7 @@
 
 namespace ZBase::os {
 
-/// Writes a text to the error stream of the process, past all buffers. What can't be written is left out.
+/// Writes a text to the error stream of the process, unbuffered. Errors are ignored.
 void WriteErrorText(std::string_view text);
 
 }  // namespace ZBase::os

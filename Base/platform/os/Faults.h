@@ -2,12 +2,12 @@
 
 namespace ZBase::os {
 
-/// Called on the faulting thread, in place of the instruction that faulted, with the Win32 exception code
-/// that the fault means. Does not return: it leaves by an exception.
+/// Called on the faulting thread, in place of the faulting instruction, with the Win32 exception code of the
+/// fault. Does not return: it throws.
 using FaultTranslator = void (*)(unsigned int code, void* context);
 
-/// From now on the faults of the calling thread are translated, before any crash handler sees them. A stack
-/// overflow is not. The faults of other threads go where they went before.
+/// From now on the faults of the calling thread are translated, before any crash handler gets them. A stack
+/// overflow is not. The faults of other threads go to the previous handlers.
 void SetFaultTranslator(FaultTranslator translator);
 
 }  // namespace ZBase::os

@@ -6,7 +6,7 @@
 
 namespace ZBase::os {
 
-/// Whether a file or a directory stands there.
+/// Whether a file or a directory exists at `path`.
 bool PathExists(const unsigned short* path);
 
 /// The C library's `fopen` for a path in UTF-8.
@@ -23,8 +23,8 @@ struct FileEntry {
     unsigned int nanoseconds;
 };
 
-/// Calls `visit` with each regular file of the directory, links left out, as far as it can be read. Takes
-/// nothing from the heap.
+/// Calls `visit` with each regular file of the directory, without links, as far as it can be read. Does not
+/// use the heap.
 void VisitFiles(const std::string& directory, const std::function<void(const FileEntry&)>& visit);
 
 /// Calls `visit` with the name of each directory in it, links left out, as far as it can be read. Takes

@@ -5,8 +5,8 @@
 
 namespace ZBase::os {
 
-/// A file or a directory that this process keeps others from holding, until the end of the object or of the
-/// process. It stands in nobody's way who does not hold.
+/// An advisory lock on a file or a directory, until the end of the object or of the process. It affects only
+/// processes that lock too.
 class HeldFile {
 public:
     HeldFile() = default;
@@ -14,14 +14,14 @@ public:
     HeldFile(const HeldFile&) = delete;
     HeldFile& operator=(const HeldFile&) = delete;
 
-    /// False if somebody else holds it, or if it is no regular file: links are not followed, and nothing that
-    /// stands there is waited for.
+    /// False if another process holds the lock, or if it is not a regular file: links are not followed, and
+    /// opening does not wait.
     bool Hold(const std::string& path);
 
     /// The same for a directory.
     bool HoldDirectory(const std::string& path);
 
-    /// Whether what is held belongs to the user of this process.
+    /// Whether the locked file belongs to the user of this process.
     bool IsOwn() const;
 
     void LetGo();

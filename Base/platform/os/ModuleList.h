@@ -10,7 +10,7 @@ struct ModuleSection {
     std::uint32_t sizeOfRawData;
 };
 
-/// Section number `index`, from 0, of the module that begins at `base`; false behind the last one.
+/// Section number `index`, from 0, of the module that begins at `base`; false after the last one.
 bool GetModuleSection(std::uint64_t base, unsigned int index, ModuleSection& section);
 
 struct ModuleInformation {
@@ -18,8 +18,8 @@ struct ModuleInformation {
     std::uint64_t size;
 };
 
-/// Puts the handles of the process's modules, as many as fit into `bytes`, into `modules`, and how many
-/// bytes all of them need into `needed`.
+/// Puts the handles of the process's modules, as many as fit into `bytes`, into `modules`, and the bytes
+/// needed for all of them into `needed`.
 bool EnumerateModules(std::uint64_t* modules, std::uint32_t bytes, std::uint32_t& needed);
 
 /// Writes the file name of a module without its directory, cut to `capacity` with the terminator.

@@ -4,8 +4,8 @@
 
 namespace ZBase::os {
 
-/// The processors that this process can be run on at a time, at least 1: of those online the ones that it may
-/// use, as far as the time that its group is given reaches.
+/// The processors that this process can run on at a time, at least 1: those online that its affinity allows,
+/// within the time of its control group.
 unsigned int UsableProcessors();
 
 /// The memory in bytes that this process can have: that of the machine, or less if its group is given less. 0

@@ -2,7 +2,8 @@
 
 namespace ZBase::os {
 
-// What the processor can do and the system lets programs use. No lock and no heap, at any time.
+// The instruction sets that the processor has and the system lets programs use. No lock and no heap, at any
+// time.
 
 /// AVX2, with BMI1, BMI2 and POPCNT.
 bool ProcessorHasAvx2();

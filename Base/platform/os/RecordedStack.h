@@ -9,8 +9,8 @@
 
 namespace ZBase::os {
 
-/// The frames of another thread's stack, taken while it stands, to be looked up when it goes on. All memory
-/// is set aside before:
+/// The frames of another thread's stack, recorded while it is stopped, to be looked up after it has resumed.
+/// All memory is allocated before:
 ///
 ///     RecordedStack stack;
 ///     do {
@@ -24,20 +24,20 @@ public:
     RecordedStack(const RecordedStack&) = delete;
     RecordedStack& operator=(const RecordedStack&) = delete;
 
-    /// Walks from `context`, which stands for the recorded frames then and must not outlive this. No heap,
-    /// and no lock while the thread is stopped.
+    /// Walks from `context`, which then refers to the recorded frames and must not outlive this. No heap, and
+    /// no lock while the thread is stopped.
     void Record(void* thread, ThreadContext& context);
 
-    /// Makes ready what the last `Record` lacked: room for all frames, or what is known of code that no
-    /// module holds. False if it lacked nothing, and after a few tries. The thread must not be stopped.
-    /// Throws `std::bad_alloc`.
+    /// Provides what the last `Record` lacked: memory for all frames, or the rules of code outside of
+    /// modules. False if it lacked nothing, and after a few tries. The thread must not be stopped. Throws
+    /// `std::bad_alloc`.
     bool NeedsAnotherTry();
 
 private:
     struct Work;
 
     std::vector<RecordedFrame> mFrames;
-    std::size_t mCount = 0;  // of all frames, also of those that found no room
+    std::size_t mCount = 0;  // of all frames, also of those that did not fit
     unsigned int mTries = 0;
     std::unique_ptr<Work> mpWork;
 };

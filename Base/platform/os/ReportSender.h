@@ -10,8 +10,8 @@ struct ReportPiece {
     std::size_t length;
 };
 
-/// Sets aside what `RunReportSender` needs: the path of "zbase-crash-sender", which stands beside the
-/// library, and a copy of the environment as far as it directs an upload.
+/// Prepares `RunReportSender`: the path of "zbase-crash-sender", which is in the library's directory, and a
+/// copy of the environment variables of an upload.
 void PrepareReportSender();
 
 /// Starts the sender as a process of its own, hands it the pieces one behind the other, and waits at most

@@ -2,7 +2,7 @@
 
 namespace ZBase::os {
 
-/// Keeps this library in the process for good. For what leaves a handler behind that can't safely go.
+/// Keeps this library in the process for good, for handlers that can't safely be removed.
 void StayLoaded();
 
 }  // namespace ZBase::os

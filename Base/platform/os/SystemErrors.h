@@ -8,7 +8,7 @@ unsigned int GetLastCode();
 void SetLastCode(unsigned int code);
 
 /// Writes the description of `code`, or of the Win32 code in an `HRESULT` or `NTSTATUS`, in `language` (0:
-/// the system's own) and a terminator into `buffer`, which has room for `capacity` units. Gives the units
+/// the system's own) and a terminator into `buffer`, which has space for `capacity` units. Returns the units
 /// written before the terminator. 0 is a failure: last code 317 when the code has no text in that language,
 /// 122 when the buffer is too small.
 unsigned int FormatSystemMessage(unsigned int code, unsigned short language, unsigned short* buffer,

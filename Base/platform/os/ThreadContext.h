@@ -12,14 +12,14 @@ and docs/porting.md"
 
 namespace ZBase::os {
 
-/// A frame of a stack: where its code is, and the stack pointer there.
+/// A frame of a stack: its instruction address, and the stack pointer there.
 struct RecordedFrame {
     std::uint64_t address;
     std::uint64_t stackPointer;
 };
 
-/// A context whose `parameterHome` begins with this mark, the address of recorded frames and their number
-/// stands for them: its thread goes on, and a walk gives what was recorded.
+/// Marks a context as recorded: `parameterHome` begins with this, the address of the recorded frames and
+/// their number. Its thread has resumed, and a walk returns the recorded frames.
 inline constexpr std::uint64_t kRecordedFrames = 0x7365'6D61'7246'425A;
 
 inline constexpr std::uint32_t kThreadGetContext = 8;
@@ -32,30 +32,30 @@ void CaptureContext(ThreadContext* context);
 inline constexpr unsigned int kFramesOfOwnContext = 2;
 void CallWithOwnContext(void (*filter)(void* argument, ThreadContext& context), void* argument);
 
-// Threads are named by handle: the native handle of `std::thread`, or what `OpenThread` gives.
+// Threads are given by handle: the native handle of `std::thread`, or the result of `OpenThread`.
 
 /// A handle on the thread with this id, or null if there is none.
 void* OpenThread(std::uint32_t access, unsigned long threadId);
 
 void CloseThread(void* thread);
 
-/// Stops a thread wherever it is, whatever locks it holds: until `ResumeThread` the caller may want none, not
-/// that of the heap either. False if the thread has ended, takes no signals now (all of them blocked, or
-/// waited for by `sigtimedwait`) or does not answer within a second, or if the handle has no right to it: a
-/// handle of `OpenThread` with `kThreadGetContext` alone has none.
+/// Stops a thread wherever it is, whatever locks it holds: until `ResumeThread` the caller must take no lock,
+/// including the heap's. False if the thread has ended, takes no signals now (all of them blocked, or waited
+/// for by `sigtimedwait`) or does not stop within a second, or if the handle has no right to it: a handle of
+/// `OpenThread` with only `kThreadGetContext` has none.
 bool SuspendThread(void* thread);
 
 bool ResumeThread(void* thread);
 
 /// The register state of a thread, which may be running; false if it has ended, takes no signals, does not
-/// answer or is the calling one.
+/// reply or is the calling one.
 bool GetThreadContext(void* thread, ThreadContext& context);
 
 /// Whether `SuspendThread` has stopped the thread.
 bool IsSuspended(void* thread);
 
-// For a fork: waits, for a while, until no thread is being stopped, and holds that until one of the others is
-// called, in the child the last: there no thread is stopped, and none is being stopped.
+// For a fork: waits, for a bounded time, until no thread is being stopped, and keeps it so until one of the
+// others is called. The last one is for the child, where no thread is stopped or being stopped.
 void HoldThreadStops();
 void ReleaseThreadStops();
 void ForgetThreadStops();

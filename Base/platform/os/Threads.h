@@ -22,10 +22,10 @@ inline unsigned long AlreadyRememberedThreadId() {
 }
 #endif
 
-/// Lets another thread run.
+/// Yields to another thread.
 void YieldThread();
 
-/// Suspends the calling thread; 0 lets another thread run.
+/// Suspends the calling thread; 0 yields to another thread.
 void SleepMilliseconds(unsigned long milliseconds);
 
 }  // namespace ZBase::os

@@ -2,7 +2,7 @@
 
 namespace ZBase::os {
 
-/// Writes a value up to 0x10FFFF as one to four octets. Gives the position behind them.
+/// Writes a value up to 0x10FFFF as one to four octets. Returns the position after them.
 inline char* PutUtf8(char* out, unsigned int value) {
     const auto put = [&out](unsigned int octet) { *out++ = static_cast<char>(octet); };
     if (value < 0x80) {

@@ -36,13 +36,12 @@ bool LookForDebugger() {
     return tracer != nullptr && std::atol(tracer + std::strlen(kTracer)) != 0;
 }
 
-/// What was seen holds for a moment, since to look costs more than to write: a report has a hundred thousand
-/// lines.
+/// Caches a test for a moment, since it costs more than a write: a report has a hundred thousand lines.
 template <bool (*Look)()>
 bool IsSo(bool& isNew) {
     constexpr std::int64_t kMoment = 50'000'000;
     static constinit std::atomic<std::int64_t> seen{
-        -1};  // the time in nanoseconds, the lowest bit the answer
+        -1};  // the time in nanoseconds, the result in the lowest bit
     timespec time{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     const std::int64_t now = std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -59,7 +58,7 @@ bool IsDebuggerAttached() {
     return IsSo<LookForDebugger>(isNew);
 }
 
-// Whether somebody listens to the C library's `syslog`. A program that has one of its own hears all.
+// Whether the C library's `syslog` has a reader. A program with a `syslog` of its own gets all texts.
 bool LookForLog() {
     ModulePlace function{};
     ModulePlace library{};
@@ -78,8 +77,8 @@ bool LookForLog() {
     return isThere;
 }
 
-// Where nobody listens, `syslog` tries to connect anew at each text, which takes ten times as long as all
-// else. So then it has so many of them in each moment: its host may have chosen another place to print them.
+// Without a reader `syslog` tries to connect at each text, which takes ten times as long as all else. So it
+// gets a limited number of texts per interval, since the host may print them elsewhere.
 bool MayLog() {
     constexpr int kOfAMoment = 256;
     static constinit std::atomic<int> left{kOfAMoment};
@@ -99,7 +98,7 @@ bool IsLineEnd(const Ch* text) {
 template <class Ch, class Native>
 void Write(const Ch* text, Native native) {
     if (text == nullptr) return;
-    // An entry of the log ends its line by itself.
+    // A log entry ends its line by itself.
     const bool logs = !IsLineEnd(text) && MayLog();
     const bool debugs = IsDebuggerAttached();
     if (!logs && !debugs) return;

@@ -2,7 +2,7 @@
 
 namespace ZBase::os {
 
-// No server ever answers: what would post the form is a part of crash reporting.
+// No server ever replies: the code that posts the form is part of crash reporting.
 long PostForm(const std::string&, const UploadFields&, const UploadFields&, std::string*) {
     return 0;
 }

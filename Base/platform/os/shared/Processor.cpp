@@ -4,7 +4,7 @@ namespace ZBase::os {
 
 #if defined(__x86_64__)
 
-// The compiler's run-time support asks the processor once, and whether the system saves the wide registers.
+// The compiler's run-time support runs cpuid once, and tests whether the system saves the wide registers.
 
 bool ProcessorHasAvx2() {
     __builtin_cpu_init();

@@ -28,22 +28,22 @@ static_assert(offsetof(ThreadContext, rsp) == 0x98);
 static_assert(offsetof(ThreadContext, rdi) == 0xB0);
 static_assert(offsetof(ThreadContext, rip) == 0xF8);
 
-/// Which parts of a context are there: all that this library stores.
+/// The flags for the parts of a context that this library stores.
 inline constexpr std::uint32_t kFullContext = 0x10000B;
 
-/// Where a walk of a stack begins.
+/// The start of a stack walk.
 struct WalkStart {
     std::uint64_t instruction;
     std::uint64_t stack;
     std::uint64_t frame;
 };
 
-/// Meant: the frame comes from rdi, not from rbp.
+/// The frame is taken from rdi, not from rbp; kept for callers that compare such frame addresses.
 inline WalkStart StartOfWalk(const ThreadContext& context) {
     return {context.rip, context.rsp, context.rdi};
 }
 
-/// Moves a context of which no more is known.
+/// Sets the place in a context of which nothing else is known.
 inline void SetPlace(ThreadContext& context, std::uint64_t instruction, std::uint64_t stack) {
     context.rip = instruction;
     context.rsp = stack;

@@ -14,13 +14,13 @@ struct Row {
     Win32Code code;
 };
 
-// What is missing has no counterpart: leftovers of other systems that no Linux call gives to a server.
+// Missing numbers have no counterpart: leftovers of other systems that no Linux call returns to a server.
 constexpr Row kErrnoRows[] = {
     // files, processes, memory
     {0, kSuccess},
     {EPERM, kAccessDenied},
     {ENOENT, kFileNotFound},
-    {ESRCH, kInvalidParameter},  // what opening a process that does not exist gives
+    {ESRCH, kInvalidParameter},  // from opening a process that does not exist
     {EINTR, kSocketInterrupted},
     {EIO, kDeviceFailure},
     {ENXIO, kNoSuchDevice},
@@ -51,7 +51,7 @@ constexpr Row kErrnoRows[] = {
     {EMLINK, kTooManyLinks},
     {EPIPE, kBrokenPipe},
     {EDOM, kInvalidParameter},
-    {ERANGE, kInsufficientBuffer},  // calls that fill a buffer give it; only mathematics mean a range
+    {ERANGE, kInsufficientBuffer},  // from calls that fill a buffer; only mathematics mean a range
     {EDEADLK, kPossibleDeadlock},
     {ENAMETOOLONG, kNameTooLong},
     {ENOLCK, kLockFailed},
@@ -107,7 +107,7 @@ constexpr Row kErrnoRows[] = {
     {ENOPROTOOPT, kNoProtocolOption},
     {EPROTONOSUPPORT, kProtocolNotSupported},
     {ESOCKTNOSUPPORT, kSocketTypeNotSupported},
-    {EOPNOTSUPP, kNotSupported},  // files give it as well as sockets
+    {EOPNOTSUPP, kNotSupported},  // for files as well as sockets
     {EPFNOSUPPORT, kProtocolFamilyNotSupported},
     {EAFNOSUPPORT, kAddressFamilyNotSupported},
     {EADDRINUSE, kAddressInUse},

@@ -2,7 +2,7 @@
 
 namespace ZBase::os {
 
-// The Win32 codes that results of this system are translated to, and what the seam's own failures are.
+// The Win32 codes of this system's results and of the seam's own failures.
 enum Win32Code : unsigned int {
     kSuccess = 0,
     kInvalidFunction = 1,
@@ -110,7 +110,7 @@ enum Win32Code : unsigned int {
 /// The code of an `errno`; `kGeneralFailure` for one that has no counterpart.
 unsigned int Win32CodeOf(int errnoValue);
 
-/// The code of a resolver result (`EAI_...`); that of `errno` where the result says to look there.
+/// The code of a resolver result (`EAI_...`); that of `errno` for EAI_SYSTEM.
 unsigned int Win32CodeOfResolverResult(int result);
 
 /// Makes the code of `errno` the last code of the thread. `errno` keeps its value.

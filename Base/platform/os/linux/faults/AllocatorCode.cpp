@@ -1,5 +1,5 @@
-// The allocator is known by its entry points: the function of a frame is one of them, or the frame lies
-// between those of the C library, whose allocator is one run of code, or in the module that took its place.
+// The allocator is recognised by its entry points: the function of a frame is one of them, or the frame is
+// within the range of the C library's ones, whose allocator is contiguous, or in the module that replaces it.
 
 #include <Base/platform/os/Callers.h>
 #include <Base/platform/os/linux/faults/AllocatorCode.h>
@@ -15,7 +15,7 @@ namespace ZBase::os {
 
 namespace {
 
-constexpr unsigned int kFramesToSearch = 16;  // what an allocator calls is not deep
+constexpr unsigned int kFramesToSearch = 16;  // the calls below an allocator entry are not deep
 constexpr unsigned int kCallersToSearch = 256;
 
 constexpr const char* kEntries[] = {"malloc",          "free",
@@ -57,7 +57,7 @@ FrameWalker WalkerAt(const ucontext_t& context) {
     return FrameWalker(state, {LoadForeignWord, nullptr}, nullptr);
 }
 
-// Whether one of the innermost frames is in the allocator; of its entries the first count.
+// Whether one of the innermost frames is in the allocator; uses the first `entries` entries.
 bool IsInAllocator(FrameWalker& walker, unsigned int frames, std::size_t entries) {
     for (unsigned int i = 0; i != frames; ++i) {
         const std::uint64_t address = walker.Address();
@@ -83,7 +83,7 @@ void FindAllocatorCode() {
         if (hasSystem && entry >= system.start && entry < system.end) sSystem.Reach(entry);
     }
     if (!hasSystem || !FindUnwindModule(AddressOf("malloc"), own) || own.start == system.start) return;
-    // In the program itself the allocator is one part among others.
+    // In the program itself the allocator is only a part.
     if (program < own.start || program >= own.end) sReplacement = {own.start, own.end};
 }
 

@@ -4,9 +4,8 @@
 
 namespace ZBase::os {
 
-/// Leaves by an exception if the fault is one that the calling thread wants translated; gives false
-/// otherwise. Runs in the signal handler of the faulting thread. No heap, no lock before the translator is
-/// called.
+/// Throws if the fault is one that the calling thread wants translated; returns false otherwise. Runs in the
+/// signal handler of the faulting thread. No heap, no lock before the translator is called.
 bool TranslateFault(int signal, siginfo_t* information, void* context);
 
 }  // namespace ZBase::os

@@ -4,10 +4,10 @@
 
 namespace ZBase::os {
 
-// What the processor's state at a fault tells, and what of it is made good before an exception leaves the
-// handler. All of it runs in a signal handler: no heap, no lock.
+// Processor state at a fault, and its repair before an exception leaves the handler. All of it runs in a
+// signal handler: no heap, no lock.
 
-/// Which unmasked floating point fault it is, where its signal tells too little.
+/// Which unmasked floating point fault it is, where the signal code is ambiguous.
 bool IsDenormalOperand(const ucontext_t& context);
 bool IsFloatingPointStackFault(const ucontext_t& context);
 
@@ -15,12 +15,11 @@ bool IsFloatingPointStackFault(const ucontext_t& context);
 /// stay unmasked, their flags are cleared.
 void RestoreFloatingPoint(const ucontext_t& context);
 
-/// Lets the handler read what is not aligned: with the check of alignment on, the library's own code would
-/// fault next.
+/// Clears the alignment check flag (AC) for the handler: the library's own code makes unaligned accesses.
 void AllowMisalignment();
 
-/// A breakpoint is reported behind its instruction, which may be the last one that a handler covers: goes
-/// back into it.
+/// At a breakpoint the program counter is after the instruction, which may be the last one that a catch block
+/// covers: goes back into it.
 void StepIntoBreakpoint(ucontext_t& context);
 
 }  // namespace ZBase::os

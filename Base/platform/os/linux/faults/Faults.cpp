@@ -1,10 +1,9 @@
-// A fault arrives as a signal, and the exception is thrown out of its handler: the unwinder knows the frame
-// of a signal and goes on from the instruction that faulted. What the return from a handler would have
-// restored is restored by hand before: the signal mask and the control words of the floating point units.
+// A fault arrives as a signal, and the exception is thrown out of its handler: the unwinder steps through the
+// signal frame to the faulting instruction. The state that sigreturn would restore is restored by hand
+// before: the signal mask and the control words of the floating point units.
 //
-// The handlers are those of the process, the translator is one of a thread. On a thread without one they pass
-// the signal on to whoever was there before. A crash handler that was installed later asks `TranslateFault`
-// first.
+// The handlers are process-wide, the translator is per thread. On a thread without one they chain to the
+// previous handler. A crash handler that was installed later calls `TranslateFault` first.
 
 #include <Base/platform/os/Faults.h>
 #include <Base/platform/os/StayLoaded.h>
@@ -50,7 +49,7 @@ constexpr std::uintptr_t kStackNeighbourhood = 65536;
 
 struct sigaction sBefore[NSIG];
 
-// Reachable in a signal handler without the allocation that a first touch of other thread-local data makes.
+// In the static TLS block: accessible in a signal handler without an allocation.
 struct ThreadFaults {
     FaultTranslator translator;
     std::uintptr_t stackBottom;  // of the guard pages
@@ -60,7 +59,7 @@ struct ThreadFaults {
 
 unsigned int FloatingPointCode(int reason, const ucontext_t& context) {
     switch (reason) {
-        case FPE_INTDIV:  // the kernel tells both by one number
+        case FPE_INTDIV:  // one signal code for both
             return IsDivisionOverflow(context) ? kIntegerOverflow : kIntegerDivideByZero;
         case FPE_INTOVF:
             return kIntegerOverflow;
@@ -68,7 +67,7 @@ unsigned int FloatingPointCode(int reason, const ucontext_t& context) {
             return kFloatDivideByZero;
         case FPE_FLTOVF:
             return kFloatOverflow;
-        case FPE_FLTUND:  // and both of these
+        case FPE_FLTUND:  // one for these as well
             return IsDenormalOperand(context) ? kFloatDenormal : kFloatUnderflow;
         case FPE_FLTRES:
             return kFloatInexact;
@@ -91,7 +90,7 @@ unsigned int CodeOf(int signal, const siginfo_t& information, const ucontext_t& 
                                                                 : kIllegalInstruction;
         case SIGTRAP:
             return reason == TRAP_TRACE || reason == TRAP_HWBKPT ? kSingleStep : kBreakpoint;
-        default:  // the kernel tells an address beyond all memory and a privileged instruction alike
+        default:  // one for a non-canonical address and a privileged instruction
             return reason == SI_KERNEL && IsPrivilegedInstruction(context) ? kPrivilegedInstruction
                                                                            : kAccessViolation;
     }
@@ -107,7 +106,7 @@ bool IsStackOverflow(int signal, const siginfo_t& information, const ucontext_t&
     return address - stack + kStackNeighbourhood < 2 * kStackNeighbourhood;  // as unsigned
 }
 
-// What a return from the handler would restore.
+// Restores what sigreturn would.
 void RestoreThread(const ucontext_t& context) {
     RestoreFloatingPoint(context);
     pthread_sigmask(SIG_SETMASK, &context.uc_sigmask, nullptr);
@@ -125,7 +124,7 @@ void PassOn(int signal, siginfo_t* information, void* context) {
     }
     const bool isSent = information->si_code <= 0;
     if (isSent && before.sa_handler == SIG_IGN) return;
-    // The default: a fault happens again; a signal that was sent, and a trap, is sent again.
+    // The default action: a fault recurs; a signal that was sent, and a trap, is sent again.
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
@@ -137,7 +136,7 @@ void HandleFault(int signal, siginfo_t* information, void* context) {
 }
 
 void InstallHandlers() {
-    StayLoaded();  // the handlers stay
+    StayLoaded();  // the handlers are never removed
     FindAllocatorCode();
     struct sigaction action {};
     action.sa_sigaction = HandleFault;
@@ -149,7 +148,7 @@ void InstallHandlers() {
     }
 }
 
-// The range of the calling thread's stack, its guard pages included; empty if that is unknown.
+// The range of the calling thread's stack, guard pages included; empty if unknown.
 void FindStack() {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) return;
@@ -169,10 +168,10 @@ void FindStack() {
 bool TranslateFault(int signal, siginfo_t* information, void* rawContext) {
     AllowMisalignment();
     if (tFaults.translator == nullptr) return false;
-    const bool isFault = information->si_code > 0;  // the others were sent by someone
+    const bool isFault = information->si_code > 0;  // the others were sent by a process
     auto& context = *static_cast<ucontext_t*>(rawContext);
     if (signal == SIGABRT || !isFault || IsStackOverflow(signal, *information, context)) return false;
-    // What becomes of the fault needs the heap, whose lock this thread may hold.
+    // The exception needs the heap, whose lock this thread may hold.
     if (StandsInAllocator(context)) return false;
     const unsigned int code = CodeOf(signal, *information, context);
     if (!ReturnFromCallToNowhere(context)) return false;

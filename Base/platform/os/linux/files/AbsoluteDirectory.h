@@ -4,8 +4,7 @@
 
 namespace ZBase::os {
 
-/// The absolute form of a directory; empty if it is too long for the name of a dump in it, or if there is
-/// none.
+/// The absolute form of a directory; empty if it is too long for a dump's path, or can't be resolved.
 std::string AbsoluteDirectory(const std::string& directory);
 
 }  // namespace ZBase::os

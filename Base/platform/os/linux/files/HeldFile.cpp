@@ -35,7 +35,7 @@ void HeldFile::LetGo() {
     mFile = -1;
 }
 
-// What was renamed or removed between the two looks is not what is asked for.
+// A file that was renamed or removed between open and lock is refused.
 bool HeldFile::Take(const std::string& path, bool isDirectory) {
     LetGo();
     mFile = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);

@@ -4,7 +4,7 @@
 
 namespace ZBase::os {
 
-/// Appends what a file of the process list holds to `content`. False with the reason as last code.
+/// Appends the content of a /proc file to `content`. False with the reason as last code.
 bool ReadWholeFile(const char* path, std::string& content);
 
 }  // namespace ZBase::os

@@ -10,7 +10,7 @@ namespace ZBase::os {
 
 namespace {
 
-// Takes the text up to `end`, and what follows it stays.
+// Takes the text up to `end`; the rest stays.
 std::string_view TakeUntil(std::string_view& text, char end) {
     const std::size_t at = std::min(text.find(end), text.size());
     const std::string_view taken = text.substr(0, at);
@@ -18,14 +18,14 @@ std::string_view TakeUntil(std::string_view& text, char end) {
     return taken;
 }
 
-// The number of a field; unlimited for "max" and for what is none.
+// The number of a field; unlimited for "max" and for an invalid one.
 std::uint64_t ReadNumber(std::string_view field) {
     std::uint64_t number = 0;
     const auto parsed = std::from_chars(field.data(), field.data() + field.size(), number);
     return parsed.ec == std::errc() ? number : ControlGroup::kUnlimited;
 }
 
-// "max 100000" or "150000 100000": the microseconds in each period of so many.
+// "max 100000" or "150000 100000": microseconds of processor time per period.
 std::uint64_t ReadProcessors(std::string_view text) {
     const std::uint64_t quota = ReadNumber(TakeUntil(text, ' '));
     const std::uint64_t period = ReadNumber(TakeUntil(text, '\n'));
@@ -46,7 +46,7 @@ std::string_view FindGroup(std::string_view groups) {
 }  // namespace
 
 ControlGroup::ControlGroup(std::string mount, std::string_view path) : mMount(std::move(mount)) {
-    // A group outside of what is mounted here shows itself by "..".
+    // A group outside of the mounted hierarchy has ".." in its path.
     if (path.find("..") == std::string_view::npos) mPath = path;
     while (mPath.ends_with('/')) mPath.pop_back();
 }

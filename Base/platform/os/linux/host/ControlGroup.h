@@ -6,8 +6,8 @@
 
 namespace ZBase::os {
 
-/// A control group of version 2: a folder below the place where the hierarchy is mounted. What limits a group
-/// limits all below it, so each answer is the smallest from the group up to the mount.
+/// A control group of version 2: a folder below the mount of the hierarchy. A group's limits apply to all
+/// groups below it, so each result is the smallest from the group up to the mount.
 class ControlGroup {
 public:
     static constexpr std::uint64_t kUnlimited = UINT64_MAX;
@@ -15,13 +15,14 @@ public:
     /// The group at the end of `path`, such as "/system.slice/server.service", below `mount`.
     ControlGroup(std::string mount, std::string_view path);
 
-    /// By what /proc/self/cgroup and /proc/self/mountinfo hold. Without such a hierarchy nothing is limited.
+    /// From the contents of /proc/self/cgroup and /proc/self/mountinfo. Without such a hierarchy nothing is
+    /// limited.
     static ControlGroup FromProcess(std::string_view groups, std::string_view mounts);
 
     /// Bytes, or `kUnlimited`.
     std::uint64_t MemoryLimit() const;
 
-    /// Whole processors, a part of one counting as one, or `kUnlimited`.
+    /// Whole processors, rounded up, or `kUnlimited`.
     std::uint64_t ProcessorLimit() const;
 
 private:

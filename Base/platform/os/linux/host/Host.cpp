@@ -47,7 +47,7 @@ std::string CanonicalName(const std::string& name) {
     return list->ai_canonname == nullptr ? name : list->ai_canonname;
 }
 
-// The name that the user database has for `id`. Last code 1332 if it has none.
+// The name of `id` in the user database. Last code 1332 if it has none.
 bool AccountName(uid_t id, std::string& name) {
     std::vector<char> buffer(1024);
     passwd record{};
@@ -57,7 +57,7 @@ bool AccountName(uid_t id, std::string& name) {
         buffer.resize(2 * buffer.size());
     }
     if (found == nullptr) {
-        // A database that has no such user answers in several ways; see getpwuid_r(3).
+        // For an unknown user the result varies; see getpwuid_r(3).
         const bool unknown =
             result == 0 || result == ENOENT || result == ESRCH || result == EBADF || result == EPERM;
         SetLastCode(unknown ? kNoneMapped : Win32CodeOf(result));
@@ -81,11 +81,11 @@ bool GetDnsHostName(unsigned short* name, unsigned int capacity) {
 bool GetDnsDomain(unsigned short* domain, unsigned int capacity) {
     std::string node;
     if (!NodeName(node)) return false;
-    // What the node's own name says needs no resolver, which may be wrong about it, and may be slow.
+    // The domain in the node's own name needs no resolver, which may be wrong about it, and may be slow.
     std::string text = DomainPart(node);
     if (text.empty()) {
         const std::string canonical = CanonicalName(node);
-        // The name that every host has for itself says nothing of this one.
+        // "localhost" is the name of every host for itself.
         if (HostPart(canonical) != "localhost") text = DomainPart(canonical);
     }
     return PutText(text, domain, capacity);
@@ -95,8 +95,8 @@ unsigned int ProcessorCount() {
     return static_cast<unsigned int>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
 }
 
-// Who a process acts for is no object of this system: the token stands for the process itself, and its user's
-// security identifier is the effective user id.
+// Linux has no token object: the token stands for the process itself, and its user's security identifier is
+// the effective user id.
 Token OpenProcessToken() {
     static char process;
     return &process;

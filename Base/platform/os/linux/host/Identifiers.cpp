@@ -19,7 +19,7 @@ bool HasRandomNumbers() {
 
 }  // namespace
 
-// Where there are no random numbers, libuuid goes by the time and the process, and does not tell.
+// Without random numbers libuuid silently uses the time and the process id.
 unsigned int CreateIdentifier(unsigned char* octets) {
     if (!HasRandomNumbers()) return kIdentifierIsLocal;
     uuid_generate_random(octets);

@@ -25,7 +25,7 @@ bool IsOfADevice(const char* interface) {
     return access(("/sys/class/net/" + std::string(interface) + "/device").c_str(), F_OK) == 0;
 }
 
-// The smaller the better.
+// Smaller is better.
 int Rank(const NetworkAddress& address, const char* interface) {
     return (IsOfOneLink(address) ? 4 : 0) + (address.length == 4 ? 0 : 2) + (IsOfADevice(interface) ? 0 : 1);
 }

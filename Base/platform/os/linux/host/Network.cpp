@@ -40,7 +40,7 @@ unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<Ne
     for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
         NetworkAddress address;
         if (!FromSocketAddress(*entry->ai_addr, address)) continue;
-        // Each address comes once for each kind of socket.
+        // The resolver returns each address once for each socket type.
         const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
                                          [&](const NetworkAddress& each) { return IsSame(each, address); });
         if (!isKnown) addresses.push_back(address);

@@ -26,7 +26,7 @@ struct FreeSet {
     void operator()(cpu_set_t* set) const { CPU_FREE(set); }
 };
 
-// The kernel refuses a set that is smaller than its own.
+// The kernel refuses a set smaller than its own.
 unsigned int AllowedProcessors() {
     constexpr int kMostProcessors = 1 << 16;
     for (int count = CPU_SETSIZE; count <= kMostProcessors; count *= 2) {

@@ -6,10 +6,10 @@
 
 namespace ZBase::os {
 
-/// The address of the internet in a socket address; false if it is of another family.
+/// The IPv4 or IPv6 address in a socket address; false for other families.
 bool FromSocketAddress(const sockaddr& socketAddress, NetworkAddress& address);
 
-/// Gives the octets used.
+/// Returns the octets used.
 socklen_t ToSocketAddress(const NetworkAddress& address, sockaddr_storage& storage);
 
 }  // namespace ZBase::os

@@ -10,15 +10,15 @@ namespace ZBase::os {
 struct MappedRegion {
     std::uintptr_t start;
     std::uintptr_t end;
-    unsigned long inode;  // of the file; 0 for a mapping of no file
-    std::string path;     // empty for a mapping of no file
+    unsigned long inode;  // of the file; 0 without one
+    std::string path;     // empty without a file
 };
 
-/// Calls `visit` with each mapping, from the lowest, until it gives true; whether it did. Uses no stream of
-/// the C library: a thread that is stopped may hold the lock of those.
+/// Calls `visit` with each mapping, lowest first, until it returns true; returns whether it did. Uses no
+/// stream of the C library: a stopped thread may hold its lock.
 bool VisitMappedRegions(const std::function<bool(const MappedRegion&)>& visit);
 
-/// Finds the mapping that `address` lies in; false if there is none.
+/// Finds the mapping that contains `address`; false if there is none.
 bool FindMappedRegion(std::uintptr_t address, MappedRegion& region);
 
 }  // namespace ZBase::os

@@ -8,7 +8,7 @@ namespace ZBase::os {
 
 namespace {
 
-constexpr std::size_t kRoom = 1 << 16;  // octets that entries are cut from
+constexpr std::size_t kRoom = 1 << 16;  // octets of the pages for entries
 
 }  // namespace
 
@@ -81,7 +81,7 @@ void PageRegistry::Insert(Entry* entry) noexcept {
     }
 }
 
-// The entry behind which one of this start belongs, on every level and on the lowest.
+// The last entry before `start` at the lowest level; `path` gets that of every level.
 PageRegistry::Entry* PageRegistry::Before(std::uintptr_t start, Path& path) noexcept {
     Entry* entry = &mHead;
     for (std::size_t level = kLevels; level-- != 0;) {

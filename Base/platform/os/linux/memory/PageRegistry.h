@@ -10,11 +10,10 @@
 
 namespace ZBase::os {
 
-/// The page allocations of the process that were not given back, in the order of their addresses: a skip list
-/// whose nodes lie in pages of its own, so it needs no heap. Each store of a change leaves a list that is
-/// whole: an entry is in the list from the store of its lowest link on, and the links above are short cuts
-/// only. So a child that was forked in the midst of a change of another thread finds the list as it was or as
-/// it is to be.
+/// The page allocations of the process that were not freed, in the order of their addresses: a skip list
+/// whose nodes are in pages of its own, so it needs no heap. Each store of a change leaves a valid list: an
+/// entry is in the list from the store of its lowest link on, and the links above are only shortcuts. So a
+/// child that was forked during a change of another thread finds the list either before or after it.
 class PageRegistry {
 public:
     static constexpr std::size_t kLevels = 12;  // a quarter of the entries of one level is in the next
@@ -27,16 +26,16 @@ public:
 
     constexpr PageRegistry() = default;
 
-    /// Notes an allocation; false if the system has no pages for that.
+    /// Adds an allocation; false if the system has no pages for the entry.
     bool Add(std::uintptr_t start, std::uintptr_t end) noexcept;
 
-    /// Takes the allocation that begins at `start` out; null if there is none. It is then given to `Drop`, or
-    /// back with `Restore`.
+    /// Removes the allocation that begins at `start`; null if there is none. Pass it to `Drop`, or back by
+    /// `Restore`.
     Entry* Take(std::uintptr_t start) noexcept;
     void Drop(Entry* entry) noexcept;
     void Restore(Entry* entry) noexcept;
 
-    /// The allocation that `address` lies in; false if there is none.
+    /// The allocation that contains `address`; false if there is none.
     bool Find(std::uintptr_t address, std::uintptr_t& start, std::uintptr_t& end) noexcept;
 
 private:
@@ -48,8 +47,8 @@ private:
     std::size_t NextHeight() noexcept;
 
     ForkLock mLock;
-    Entry mHead{};                          // before all
-    std::atomic<Entry*> mpUnused{nullptr};  // by their lowest link
+    Entry mHead{};                          // before all others
+    std::atomic<Entry*> mpUnused{nullptr};  // linked by their lowest link
     std::uint32_t mRandom = 1;
 };
 

@@ -26,7 +26,7 @@ bool Check(bool succeeded) {
     return succeeded;
 }
 
-// A run of addresses.
+// A range of addresses.
 struct Range {
     std::uintptr_t start;
     std::uintptr_t end;
@@ -35,7 +35,7 @@ struct Range {
     std::size_t Size() const { return end - start; }
 };
 
-// What `AllocatePages` has given and not yet got back.
+// The allocations of `AllocatePages` that were not freed.
 constinit PageRegistry sAllocations;
 
 std::uintptr_t RoundDown(std::uintptr_t address) {
@@ -46,7 +46,7 @@ std::uintptr_t RoundUp(std::uintptr_t address) {
     return RoundDown(address + PageSize() - 1);
 }
 
-// The pages that a change of protection of this range falls on; false if it leaves its allocation.
+// The pages that a change of protection of this range applies to; false if it exceeds its allocation.
 bool PagesToProtect(void* address, std::size_t size, Range& pages) {
     const auto start = reinterpret_cast<std::uintptr_t>(address);
     constexpr std::uintptr_t last = std::numeric_limits<std::uintptr_t>::max();
@@ -70,7 +70,8 @@ bool SetProtection(void* address, std::size_t size, int protection) {
 }  // namespace
 
 std::size_t PageSize() {
-    // No guarded static, which a child could find taken: two first calls ask twice, and get the same.
+    // No guarded static, whose guard a forked child could find locked: two first calls read twice, with the
+    // same result.
     static constinit std::atomic<std::size_t> sSize{0};
     if (sSize == 0) sSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     return sSize;
@@ -92,7 +93,7 @@ void* AllocatePages(std::size_t size) {
 }
 
 bool ReleasePages(void* address) {
-    // Taken out first: once the system has the addresses, another thread may be given them.
+    // Removed before munmap: after it another thread may get the addresses.
     PageRegistry::Entry* const entry = sAllocations.Take(reinterpret_cast<std::uintptr_t>(address));
     if (entry == nullptr) return Fail(kInvalidAddress);
     if (Check(munmap(address, entry->end - entry->start) == 0)) {
@@ -116,16 +117,16 @@ bool DecommitPages(void* address, std::size_t size) {
     Range allocation{};
     if (!sAllocations.Find(start, allocation.start, allocation.end) || size > allocation.end - start)
         return Fail(kInvalidAddress);
-    // The whole allocation is meant by its start and a size of 0.
+    // A size of 0 with the start means the whole allocation.
     if (size == 0 && start != allocation.start) return Fail(kInvalidParameter);
     const Range pages{RoundDown(start), size == 0 ? allocation.end : RoundUp(start + size)};
-    // A fresh mapping in the place of the old one: its memory goes, and nobody else can get the addresses.
+    // A new mapping over the old one: its memory is freed, and no other thread can get the addresses.
     return Check(mmap(pages.Address(), pages.Size(), PROT_NONE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0) != MAP_FAILED);
 }
 
 void ClearMemory(void* address, std::size_t size) {
-    // Below, writing is quicker than asking the system.
+    // Below this size writing is faster than a system call.
     constexpr std::size_t large = 0x10000;
     if (size >= large) {
         const auto start = reinterpret_cast<std::uintptr_t>(address);
@@ -136,7 +137,7 @@ void ClearMemory(void* address, std::size_t size) {
         if (given) {
             std::memset(reinterpret_cast<void*>(pages.end), 0, start + size - pages.end);
             size = pages.start - start;
-        }  // otherwise the pages are locked
+        }  // otherwise the pages are locked in memory
     }
     std::memset(address, 0, size);
 }

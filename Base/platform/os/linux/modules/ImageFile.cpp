@@ -32,17 +32,17 @@ constexpr unsigned char kClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
 constexpr unsigned char kEncoding = std::endian::native == std::endian::little ? ELFDATA2LSB : ELFDATA2MSB;
 constexpr std::uint64_t kLargestImage = std::uint64_t{1} << 46;  // octets of address space
 
-/// Whether `size` octets from `start` lie within the `space` octets from 0.
+/// Whether `size` octets from `start` are within the `space` octets from 0.
 bool IsWithin(std::uint64_t start, std::uint64_t size, std::uint64_t space) {
     return size <= space && start <= space - size;
 }
 
-/// A regular file, read at given places.
+/// A regular file, read by pread.
 class File {
 public:
     explicit File(const char* path) {
         struct stat status {};
-        // What is no regular file may wait in `open`, or do something on it.
+        // Opening anything but a regular file may block, or have an effect.
         if (stat(path, &status) != 0) return;
         mIsThere = true;
         mIsRegular = S_ISREG(status.st_mode);
@@ -62,7 +62,7 @@ public:
     bool IsSomethingElse() const { return mIsThere && !mIsRegular; }
     std::uint64_t Size() const { return mSize; }
 
-    /// Fills `target`; false if the file ends before.
+    /// Fills `target`; false at the end of the file.
     bool Read(std::uint64_t offset, void* target, std::size_t size) const {
         auto* out = static_cast<char*>(target);
         while (size != 0) {
@@ -84,8 +84,7 @@ private:
     std::uint64_t mSize = 0;
 };
 
-/// What the loader reads of the dynamic section: values by tag, and the offsets of the names of other
-/// modules.
+/// The loader's part of the dynamic section: values by tag, and the name offsets of needed modules.
 struct Dynamic {
     std::optional<std::uint64_t> values[DT_NUM];
     std::optional<std::uint64_t> gnuHash, relativeCount, versionSymbols, versionNeeds, versionDefinitions;
@@ -111,7 +110,7 @@ public:
 private:
     bool HasHeaders() {
         if (mHeader.e_phentsize != sizeof(Segment) || mHeader.e_phnum == 0) return false;
-        // The table of the sections is the last thing in a file, so a file without it was cut.
+        // The section table is the last part of a file, so a file without it was truncated.
         if (mHeader.e_shnum != 0 && mHeader.e_shentsize != sizeof(Section)) return false;
         mSections.resize(mHeader.e_shnum);
         if (!mFile.Read(mHeader.e_shoff, mSections.data(), mSections.size() * sizeof(Section))) return false;
@@ -139,7 +138,7 @@ private:
         return any;
     }
 
-    // The loader does not look at sections, but they say the same as the segments once more.
+    // The loader does not read sections, but they repeat the layout of the segments.
     bool HasSections() const {
         return std::all_of(mSections.begin(), mSections.end(), [this](const Section& section) {
             if ((section.sh_flags & SHF_ALLOC) == 0 || section.sh_size == 0) return true;
@@ -159,7 +158,7 @@ private:
         });
     }
 
-    // Programs count on zeros there. A segment with too much of the file in it has other data instead.
+    // Programs rely on zeros there. If a segment has too much of the file in it there is other data instead.
     bool IsEmpty(const Section& section, const Segment& segment) const {
         const std::uint64_t inFile = segment.p_vaddr + segment.p_filesz;
         if (section.sh_addr >= inFile) return true;
@@ -169,7 +168,7 @@ private:
                std::all_of(content.begin(), content.end(), [](char octet) { return octet == 0; });
     }
 
-    // What is not loaded for itself and is read where the segments lie.
+    // Tables that are not loaded and are read at the segments' addresses.
     bool HasTables() const {
         for (const Segment& segment : mSegments) {
             switch (segment.p_type) {
@@ -200,8 +199,8 @@ private:
         return true;
     }
 
-    // What is made read-only after the start is all in the file, but for what fills it up to its end. So it
-    // has gone too far if anything else to be written begins in it behind that.
+    // The read-only-after-relocation range (PT_GNU_RELRO) is all in the file, except for the padding at its
+    // end. So it is too long if other writable data begins in that padding.
     bool HidesData(const Segment& readOnly) const {
         const std::uint64_t end = readOnly.p_vaddr + readOnly.p_memsz;
         return std::any_of(mSections.begin(), mSections.end(), [&](const Section& section) {
@@ -212,7 +211,7 @@ private:
         });
     }
 
-    // The segment of which the first `part(segment)` octets hold the range.
+    // The segment whose first `part(segment)` octets contain the range.
     template <class Part>
     const Segment* Find(std::uint64_t address, std::uint64_t size, Part part) const {
         for (const Segment& segment : mSegments) {
@@ -227,7 +226,7 @@ private:
         return size == 0 || Find(address, size, [](const Segment& each) { return each.p_filesz; }) != nullptr;
     }
 
-    // The end of a range of pages may lie behind the end of a segment.
+    // A range of pages may end after its segment.
     bool IsInMemory(std::uint64_t address, std::uint64_t size) const {
         return size == 0 || Find(address, size, [](const Segment& each) {
                                 const std::uint64_t last = each.p_align - 1;  // at least that of a page
@@ -246,7 +245,7 @@ private:
                                           [](const Segment& each) { return each.p_type == PT_DYNAMIC; });
         if (section == mSegments.rend() || section->p_vaddr % alignof(Entry) != 0) return false;
         std::uint64_t address = section->p_vaddr;
-        // The loader reads on to the end mark, whatever the size is said to be.
+        // The loader reads up to DT_NULL, whatever the size is.
         for (std::uint64_t left = section->p_filesz; left >= sizeof(Entry); left -= sizeof(Entry)) {
             Entry entry{};
             if (!ReadAt(address, &entry, sizeof entry)) return false;
@@ -276,7 +275,7 @@ private:
         }
     }
 
-    /// Whether the table at the address of one tag, with the size of another, lies within what is mapped of
+    /// Whether the table at the address of one tag, with the size of another, is within the mapped part of
     /// the file, or there is none.
     bool HasTable(int start, int size) const {
         const auto& address = mDynamic.values[start];
@@ -286,7 +285,7 @@ private:
 
     bool Is(int tag, std::uint64_t value) const { return mDynamic.values[tag].value_or(value) == value; }
 
-    // A single value is where its table begins; where it ends is written in it.
+    // A value that a table begins with must be in the file; the table's length is computed from it.
     bool BeginsInFile(const std::optional<std::uint64_t>& address, std::uint64_t size) const {
         return !address.has_value() || IsInFile(*address, size);
     }

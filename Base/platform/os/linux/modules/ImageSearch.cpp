@@ -19,7 +19,7 @@ namespace ZBase::os {
 
 namespace {
 
-// Whose wish a folder is.
+// The source of a folder in the search path.
 enum class EWish { Image, User, System };
 
 struct Folder {
@@ -28,7 +28,7 @@ struct Folder {
 };
 using Folders = std::vector<Folder>;
 
-/// Where the loader looks on behalf of this library, in its order.
+/// The folders that the loader searches for this library, in its order.
 Folders OwnFolders() {
     Dl_info info{};
     void* self = nullptr;
@@ -36,7 +36,7 @@ Folders OwnFolders() {
     if (dladdr1(reinterpret_cast<const void*>(&OwnFolders), &info, &self, RTLD_DL_LINKMAP) == 0 ||
         dlinfo(self, RTLD_DI_SERINFOSIZE, &head) != 0)
         return {};
-    // An array of unknown length stands at the end of the record, and the names behind that.
+    // The record ends with an array of variable length, followed by the names.
     std::vector<std::max_align_t> storage(head.dls_size / sizeof(std::max_align_t) + 1);
     auto* const list = reinterpret_cast<Dl_serinfo*>(storage.data());
     *list = head;
@@ -54,7 +54,7 @@ Folders OwnFolders() {
     return folders;
 }
 
-/// A path of folders with ":" between them, in the name of an image that lies in `origin`.
+/// A path of folders separated by ":", from an image in the directory `origin`.
 Folders Split(std::string_view path, const std::string& origin) {
     Folders folders;
     while (!path.empty()) {
@@ -77,7 +77,7 @@ Folders FoldersFor(const ImageNeeds& needs, const std::string& file, const Folde
                      [wish](const Folder& folder) { return folder.wish == wish; });
     };
     if (needs.pathIsLate) {
-        // What the modules that load this one wish for does not count then.
+        // The run paths of the modules that load this one are not used then.
         Folders wished;
         wished.swap(asked);
         add(EWish::User);
@@ -90,7 +90,7 @@ Folders FoldersFor(const ImageNeeds& needs, const std::string& file, const Folde
     return asked;
 }
 
-/// The name that a loaded module goes by among the others; null if it has none.
+/// The soname of a loaded module; null if it has none.
 const char* OwnName(const dl_phdr_info& info) {
     for (int i = 0; i != info.dlpi_phnum; ++i) {
         if (info.dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
@@ -102,14 +102,14 @@ const char* OwnName(const dl_phdr_info& info) {
             if (entry->d_tag == DT_SONAME) name = entry;
         }
         if (texts == 0 || name == nullptr) return nullptr;
-        if (texts < info.dlpi_addr) texts += info.dlpi_addr;  // the loader has not written there
+        if (texts < info.dlpi_addr) texts += info.dlpi_addr;  // not relocated by the loader
         return reinterpret_cast<const char*>(texts + name->d_un.d_val);
     }
     return nullptr;
 }
 
-/// Whether the loader has a module of that name already, and so opens no file for it. The name of the file
-/// alone does not count for it.
+/// Whether the loader has a module of that name already, and so opens no file for it. The file name alone
+/// does not count.
 bool IsInProcess(const std::string& name) {
     const auto isIt = [](dl_phdr_info* info, std::size_t, void* argument) {
         const auto& wanted = *static_cast<const std::string*>(argument);
@@ -119,21 +119,21 @@ bool IsInProcess(const std::string& name) {
     return dl_iterate_phdr(isIt, const_cast<std::string*>(&name)) != 0;
 }
 
-/// The same of the name that is asked for, which the loader compares with all that it was asked for before.
-/// It reads no more than the headers of a file for that.
+/// The same for a name passed to `dlopen`, which the loader compares with all earlier ones. It reads only the
+/// headers of a file for that.
 bool IsLoaded(const char* name) {
     void* const module = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
     if (module != nullptr) dlclose(module);
     return module != nullptr;
 }
 
-// In what is none, the loader may wait as soon as it opens it.
+// Opening anything else may block in the loader.
 bool IsRegularFile(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/// One image to look at, and where what it needs is looked for.
+/// An image to check, and the folders for its dependencies.
 struct Visit {
     std::string name;
     std::shared_ptr<const Folders> folders;
@@ -151,11 +151,11 @@ public:
         return true;
     }
 
-    /// The file that was looked at last.
+    /// The file that was checked last.
     const std::string& Found() const { return mFound; }
 
 private:
-    // Goes on with what the image needs. False if it is damaged.
+    // Adds the dependencies of an image. False if it is damaged.
     bool Take(const Visit& visit) {
         ImageNeeds needs;
         std::string file = visit.name;
@@ -173,7 +173,7 @@ private:
         return image != EImage::kDamaged;
     }
 
-    // The loader takes the first file of the name that is for this machine.
+    // The loader uses the first file of the name that is for this machine.
     static EImage Search(const Visit& visit, std::string& file, ImageNeeds& needs) {
         for (const Folder& folder : *visit.folders) {
             file = (folder.path.empty() ? "." : folder.path) + "/" + visit.name;

@@ -4,10 +4,9 @@
 
 namespace ZBase::os {
 
-/// Whether the loader can be given this name, of a file or as it is written where a module is needed, without
-/// the process being ended by an image that is damaged: it, or one that it needs and is not in the process.
-/// Where the loader takes a bare name from its cache is not looked at. If not, `damaged` is the file. See
-/// `ReadImage`.
+/// Whether the loader can be called with this name, a file's or one in a dependency list, without the process
+/// being ended by a damaged image: it, or a dependency that is not loaded yet. The loader's cache for bare
+/// names is not searched. If not, `damaged` is the file. See `ReadImage`.
 bool IsSafeToLoad(const std::string& name, std::string& damaged);
 
 }  // namespace ZBase::os

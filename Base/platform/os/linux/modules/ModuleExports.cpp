@@ -28,7 +28,7 @@ std::uint32_t OldHash(const char* name) {
     return hash;
 }
 
-/// The tables of a module that is in the process.
+/// The dynamic tables of a loaded module.
 class Tables {
 public:
     explicit Tables(const link_map& module) : mModule(module) {}
@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    // The loader has made some of these addresses absolute, and has left others.
+    // The loader has relocated some of these addresses, and left others.
     template <class T>
     const T* Find(std::int64_t tag) const {
         for (const ElfW(Dyn)* entry = mModule.l_ld; entry->d_tag != DT_NULL; ++entry) {
@@ -67,7 +67,7 @@ private:
         const unsigned char visibility = ELF64_ST_VISIBILITY(symbol.st_other);
         const unsigned char types[] = {STT_NOTYPE, STT_OBJECT, STT_FUNC, STT_COMMON, STT_TLS, STT_GNU_IFUNC};
         const bool hasValue = symbol.st_value != 0 || symbol.st_shndx == SHN_ABS || type == STT_TLS;
-        // A version with this mark is for modules that were linked against it.
+        // A hidden version is only for modules that were linked against it.
         constexpr std::uint16_t kOldVersion = 0x8000;
         return symbol.st_shndx != SHN_UNDEF && hasValue &&
                (binding == STB_GLOBAL || binding == STB_WEAK || binding == STB_GNU_UNIQUE) &&
@@ -88,7 +88,7 @@ private:
         if (index < first) return false;
         for (const std::uint32_t* chain = buckets + bucketCount - first;; ++index) {
             if ((chain[index] | 1) == (hash | 1) && isIt(index)) return true;
-            if ((chain[index] & 1) != 0) return false;  // the last one of the bucket
+            if ((chain[index] & 1) != 0) return false;  // the end of the chain
         }
     }
 

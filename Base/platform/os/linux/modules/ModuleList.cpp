@@ -27,7 +27,7 @@ bool FindModuleAt(std::uint64_t base, ModulePlace& module) {
 struct Segments {
     const ElfW(Phdr) * first;
     unsigned int count;
-    std::uint64_t bias;  // the lowest address in the file, which lies at the base
+    std::uint64_t bias;  // the lowest address in the file, which is mapped at the base
 };
 
 bool FindSegments(std::uint64_t base, Segments& segments) {

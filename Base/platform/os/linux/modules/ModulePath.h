@@ -5,8 +5,8 @@
 
 namespace ZBase::os {
 
-/// The absolute path of a loaded module. What the loader calls it is empty for the program, and may be
-/// relative to a directory that was current once.
+/// The absolute path of a loaded module. The loader's name is empty for the program, and may be relative to
+/// an earlier current directory.
 std::string ModulePath(const link_map& module);
 
 }  // namespace ZBase::os

@@ -35,7 +35,8 @@ struct Extent {
     std::uint64_t end;
 };
 
-// From the program's first segment to its last, which stays the same; several threads may find it at once.
+// From the program's first segment to its last, which does not change; several threads may compute it at
+// once.
 Extent ProgramExtent(std::uint64_t bias) {
     static constinit std::atomic<std::uint64_t> sStart{0};
     static constinit std::atomic<std::uint64_t> sEnd{0};
@@ -63,8 +64,8 @@ bool ModulePlace::Find(std::uint64_t address, ModulePlace& place) {
     if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0) return false;
     place = {reinterpret_cast<std::uint64_t>(found.dlfo_map_start),
              reinterpret_cast<std::uint64_t>(found.dlfo_map_end), found.dlfo_link_map};
-    // The loader maps a module in one piece. Only of the program, which the kernel maps, there may be holes
-    // between the segments, and then each of them is found by itself.
+    // The loader maps a module contiguously. Only the program, which the kernel maps, may have gaps between
+    // its segments; then each of them is found by itself.
     if (*found.dlfo_link_map->l_name != 0) return true;
     const Extent program = ProgramExtent(found.dlfo_link_map->l_addr);
     if (address >= program.start && address < program.end)

@@ -26,11 +26,11 @@ namespace ZBase::os {
 
 namespace {
 
-// The name of a module of the process and whether the search ended with it. The loader holds its lock
-// meanwhile, so nothing is thrown there.
+// A search for a module by name, and its result. The loader holds its lock during the search, so nothing may
+// be thrown.
 struct NameSearch {
     const std::string& file;
-    char* found;  // of the C heap; may be relative to a folder that was current once
+    char* found;  // on the C heap; may be relative to an earlier current directory
 };
 
 int VisitName(dl_phdr_info* info, std::size_t, void* argument) noexcept {
@@ -41,23 +41,23 @@ int VisitName(dl_phdr_info* info, std::size_t, void* argument) noexcept {
     return 1;
 }
 
-// The loader's own words for its last failure, in English whatever the locale is. They are put together only
-// here, so the locale need not change while the module's code runs.
+// The loader's text for its last failure, in English whatever the locale is. It is formatted only here, so
+// the locale need not change while the module's code runs.
 std::string LoaderComplaint() {
-    const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);  // always there, and not made anew
+    const locale_t english = newlocale(LC_ALL_MASK, "C", nullptr);  // predefined, so this can't fail
     const locale_t users = uselocale(english);
     const char* const complaint = dlerror();
     uselocale(users);
     return complaint == nullptr ? "" : complaint;
 }
 
-// The loader says of an image for another machine that it is not there.
+// For an image of another machine the loader says that it is not there.
 bool IsThereAllTheSame(const std::string& file, std::string_view complaint) {
     return file.find('/') != std::string::npos && complaint.starts_with(file + ": ") &&
            access(file.c_str(), F_OK) == 0;
 }
 
-// The loader reports in words only.
+// The loader reports reasons as text only.
 Win32Code LoadFailure(const std::string& file, std::string_view complaint) {
     const auto says = [complaint](std::string_view words) {
         return complaint.find(words) != std::string_view::npos;
@@ -89,7 +89,7 @@ const unsigned short* ComponentEnding() {
 
 Module LoadModule(const unsigned short* fileName, std::basic_string<unsigned short>& words) {
     const std::string file = ToNative(fileName);
-    // The loader puts the name on its stack. No file has one of this length.
+    // The loader copies the name to its stack. No file has a name of this length.
     if (file.size() >= PATH_MAX) {
         SetLastCode(kNameTooLong);
         return nullptr;
@@ -126,7 +126,7 @@ Module FindLoadedModule(const char* name) {
 }
 
 void* FindFunction(Module module, const char* name) {
-    // The loader's search goes on in the modules that this one needs; what they export is not its own.
+    // The loader's search includes the dependencies of this module, whose exports are not its own.
     if (!Exports(*static_cast<const link_map*>(module), name)) {
         SetLastCode(kProcedureNotFound);
         return nullptr;
@@ -157,7 +157,7 @@ bool FindAllocationBase(const void* address, const void*& base) {
         base = reinterpret_cast<const void*>(region.start);
     } else if (const std::uintptr_t page = value & ~(static_cast<std::uintptr_t>(getpagesize()) - 1);
                IsMapped(page)) {
-        base = reinterpret_cast<const void*>(page);  // the mappings are not told, but this one is there
+        base = reinterpret_cast<const void*>(page);  // mapped, but the list of mappings is unreadable
     }
     return true;
 }

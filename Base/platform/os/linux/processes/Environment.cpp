@@ -26,7 +26,7 @@ bool PutEnvironment(const unsigned short* name, const unsigned short* value) {
 }
 
 const char* GetNarrowEnvironment(const char* name) {
-    // The caller of a set-user-id program has chosen its environment, and may not direct what it does.
+    // The caller of a set-user-id program controls its environment, which must not direct the program.
     return getauxval(AT_SECURE) != 0 ? nullptr : std::getenv(name);
 }
 

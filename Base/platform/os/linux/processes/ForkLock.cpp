@@ -14,7 +14,7 @@ namespace {
 
 enum : std::uint32_t { kFree, kHeld, kWanted };
 
-// Locks whose page the kernel does not empty.
+// Locks in pages that the kernel does not zero in a child.
 constinit std::atomic<ForkLock*> sRenewed{nullptr};
 
 void Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value) noexcept {

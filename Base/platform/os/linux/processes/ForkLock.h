@@ -5,9 +5,9 @@
 
 namespace ZBase::os {
 
-/// A lock that is free in a child, however that came to be: by `fork`, by `_Fork`, which calls no handlers,
-/// or by the kernel's own call. There no thread is left that could give it back. It needs no heap and can't
-/// fail. What it guards must be sound after each single store, since a child may find it between any two.
+/// A lock that is free in a child, however that was made: by `fork`, by `_Fork`, which calls no handlers, or
+/// by the system call itself; the child has no thread that would release it. It needs no heap and can't fail.
+/// The data under it must be valid after each single store, since a child may be made between any two.
 class ForkLock {
 public:
     constexpr ForkLock() = default;
@@ -23,9 +23,9 @@ private:
     Word& FindWord() noexcept;
     static void RenewAll() noexcept;
 
-    std::atomic<Word*> mpWord{nullptr};      // in a page that the kernel empties in a child
+    std::atomic<Word*> mpWord{nullptr};      // in a page that the kernel zeroes in a child
     Word mOwnWord{0};                        // where there is no such page
-    std::atomic<ForkLock*> mpNext{nullptr};  // of those that a handler renews
+    std::atomic<ForkLock*> mpNext{nullptr};  // of those that a fork handler resets
 };
 
 }  // namespace ZBase::os

@@ -1,11 +1,11 @@
 // A helper is started by `clone` without a copy of the memory and without the handlers that `fork` runs, on
-// stacks that were set aside: nothing here takes a lock, so it works while any thread holds the heap's or the
-// loader's. A process in between lives as long as the helper and collects it, so that a server that waits for
-// its children never sees it, not even one to which orphans are given. That process sends no signal when it
-// ends. This one does not wait for either without a bound.
+// stacks that were allocated before: nothing here takes a lock, so it works while any thread holds the heap's
+// or the loader's. A process in between lives as long as the helper and reaps it, so a server that waits for
+// its children never sees it, not even as a subreaper. That process sends no signal when it ends. Every wait
+// for either has a bound.
 //
-// What runs in the new processes shares the memory, and the thread-local variables, of the thread that
-// started them and goes on: it makes system calls that leave `errno` alone.
+// The code in the new processes shares the memory, and the thread-local variables, of the thread that started
+// them and continues: its system calls don't set `errno`.
 
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
@@ -32,9 +32,9 @@ namespace ZBase::os {
 
 namespace {
 
-constexpr unsigned int kEndMilliseconds = 2000;  // for the end of a helper that has answered
+constexpr unsigned int kEndMilliseconds = 2000;  // for the end of a helper that has replied
 
-// As the kernel has it.
+// The kernel's layout.
 struct KernelAction {
     void (*handler)(int);
     unsigned long flags;
@@ -50,7 +50,7 @@ void ResetSignals() {
     SystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
 }
 
-// This process may be at its own ones.
+// This process may have reached its own limits.
 void ResetLimits(unsigned int seconds) {
     const auto raise = [](int resource, rlim_t value) {
         rlimit limit{};
@@ -67,8 +67,8 @@ void ResetLimits(unsigned int seconds) {
     raise(RLIMIT_CORE, 0);
 }
 
-// A program with the rights of another user than its caller finds its libraries in the system's places only.
-// Its environment has nothing of the caller's.
+// A program with the rights of another user than its caller loads libraries from the system's directories
+// only. Its environment has no variable of the caller.
 void TakeOneIdentity() {
     const long user = SystemCall(SYS_geteuid);
     const long group = SystemCall(SYS_getegid);
@@ -99,15 +99,14 @@ int RunHelper(void* launch) {
     return 127;
 }
 
-// Its end is that of the thread which started it, at the latest, so that no memory outlives the process for
-// long.
+// It ends with the thread that started it, at the latest, so that no memory outlives the process for long.
 int RunBetween(void* launch) {
     auto* const self = static_cast<HelperLaunch*>(launch);
     SystemCall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
     SystemCall(SYS_setsid);
     const int helper =
         clone(RunHelper, self->innerStack + HelperLaunch::kStackSize, CLONE_VM | CLONE_VFORK | SIGCHLD, self);
-    CloseFrom(0);  // what the server closes is to be closed
+    CloseFrom(0);  // so that files the server closes are closed
     if (helper > 0) SystemCall(SYS_wait4, helper, nullptr, __WALL, nullptr);
     SystemCall(SYS_exit_group, 0);
     return 0;
@@ -123,7 +122,7 @@ pid_t Start(HelperLaunch* launch) {
     return between;
 }
 
-// Waits for the end of the process in between; false if it goes on all the same.
+// Waits for the end of the process in between; false if it continues.
 bool Collect(pid_t between) {
     for (unsigned int waited = 0; waited != kEndMilliseconds; ++waited) {
         const pid_t collected = waitpid(between, nullptr, __WALL | WNOHANG);
@@ -134,12 +133,12 @@ bool Collect(pid_t between) {
     return false;
 }
 
-/// The time until which all has to be done.
+/// The time limit for all steps.
 class Deadline {
 public:
     explicit Deadline(unsigned int seconds) { mEnd = Now() + 1000LL * seconds; }
 
-    // Waits until the connection can do `events`; false when the time is over.
+    // Waits until the connection is ready for `events`; false when the time is over.
     bool Wait(int connection, short events) const {
         for (;;) {
             const long long left = mEnd - Now();
@@ -192,7 +191,7 @@ char Converse(int connection, const ReportPiece* pieces, std::size_t count, cons
 bool HelperProgram::Find(const char* name) {
     ModulePlace place{};
     if (!ModulePlace::Find(reinterpret_cast<std::uint64_t>(&RunHelper), place)) return false;
-    // The library may have been found by a link from another directory; the program's own name is empty.
+    // The library may have been found through a link in another directory; the program's own name is empty.
     const char* const library = *place.map->l_name == 0 ? "/proc/self/exe" : place.map->l_name;
     const int file = open(library, O_PATH | O_CLOEXEC);
     char link[32];

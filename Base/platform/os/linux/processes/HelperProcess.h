@@ -9,7 +9,7 @@
 
 namespace ZBase::os {
 
-/// A program that stands beside the library, with the environment that it is given.
+/// A program in the library's directory, with its environment.
 struct HelperProgram {
     static constexpr std::size_t kMostVariables = 24;
 
@@ -21,8 +21,7 @@ struct HelperProgram {
     bool Find(const char* name);
 };
 
-/// What one run of a helper needs; memory of its own, since new processes stand on it. A child of fork must
-/// find it free.
+/// The memory of one run of a helper; new processes run on it. It must be free in a forked child.
 struct HelperLaunch {
     static constexpr std::size_t kStackSize = 32768;
 
@@ -33,10 +32,10 @@ struct HelperLaunch {
     alignas(16) char outerStack[kStackSize];
     alignas(16) char innerStack[kStackSize];
 
-    /// Starts the program, hands it the pieces, one behind the other, on its standard input, and waits at
-    /// most `limit` seconds for the one character that it answers. Gives that, or 0. `isTaken` is true
-    /// behind it if a process still stands on this memory. No heap, no lock, and nothing of the C library
-    /// that has one.
+    /// Starts the program, passes it the pieces, one after the other, on its standard input, and waits at
+    /// most `limit` seconds for its reply of one character. Returns that, or 0. Afterwards `isTaken` is true
+    /// if a process still runs on this memory. No heap, no lock, and no function of the C library that has
+    /// one.
     char Run(const HelperProgram& helper, const ReportPiece* pieces, std::size_t count, unsigned int limit);
 };
 

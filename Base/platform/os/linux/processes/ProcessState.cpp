@@ -14,7 +14,7 @@ namespace {
 
 enum class EState { Unknown, Running, Ended };
 
-// An ended process has no current folder any more, and no thread beside its first.
+// A zombie has no current directory, and no thread but its first.
 EState StateFromTheProcessList(int id) {
     const std::string folder = "/proc/" + std::to_string(id);
     struct stat threads {};
@@ -25,7 +25,7 @@ EState StateFromTheProcessList(int id) {
     return errno == ENOENT ? EState::Ended : EState::Unknown;
 }
 
-// Leaves the result of a child to whoever waits for it.
+// WNOWAIT leaves the result of a child to the thread that waits for it.
 bool IsEndedChild(int id) {
     siginfo_t info{};
     return waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOHANG | WNOWAIT | __WALL) == 0 &&
@@ -37,7 +37,7 @@ bool IsEndedChild(int id) {
 bool IsRunning(int id) {
     if (id <= 0) return false;
     if (id == getpid()) return true;
-    // The id of a thread that is not the first of its process is none of a process.
+    // The id of a thread that is not the first of its process is not a process id.
     if (syscall(SYS_tgkill, id, id, 0) != 0 && errno == ESRCH) return false;
     const EState state = StateFromTheProcessList(id);
     return state == EState::Running || (state == EState::Unknown && !IsEndedChild(id));

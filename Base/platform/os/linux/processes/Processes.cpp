@@ -22,7 +22,7 @@ namespace ZBase::os {
 
 namespace {
 
-// A process is its id and, where it is to be waited for and the system gives one, a descriptor: 31 bits each,
+// A process is its id and, if it is to be waited for and the system gives one, a descriptor: 31 bits each,
 // and one bit so that it is never null as a pointer.
 constexpr unsigned int kNumberBits = 31;
 constexpr std::uintptr_t kNoDescriptor = (std::uintptr_t{1} << kNumberBits) - 1;
@@ -40,7 +40,7 @@ int DescriptorOf(Process process) {
     return descriptor == kNoDescriptor ? -1 : static_cast<int>(descriptor);
 }
 
-// Nobody tells when it ends, so it is looked at again and again.
+// There is no notification of its end, so it is polled.
 EWaitResult WaitById(int id, unsigned int milliseconds) {
     constexpr unsigned int kPause = 10;
     for (; IsRunning(id); milliseconds -= kPause) {
@@ -54,7 +54,7 @@ bool NeedsQuotes(std::string_view argument) {
     return argument.empty() || argument.find_first_of(" \t\n\v\"") != std::string_view::npos;
 }
 
-// A program's name is read up to the closing quote; nothing in it is escaped.
+// A program's name is read up to the closing quote; there is no escaping.
 void AppendProgram(std::string& line, std::string_view name) {
     const bool quoted = NeedsQuotes(name);
     if (quoted) line += '"';
@@ -62,8 +62,8 @@ void AppendProgram(std::string& line, std::string_view name) {
     if (quoted) line += '"';
 }
 
-// Backslashes stand for themselves, save in front of a quote: there they are doubled, and a quote that is
-// part of the argument has one more.
+// Backslashes are literal, except before a quote: there they are doubled, and a quote in the argument gets
+// one more.
 void AppendArgument(std::string& line, std::string_view argument) {
     line += ' ';
     if (!NeedsQuotes(argument)) {
@@ -81,7 +81,7 @@ void AppendArgument(std::string& line, std::string_view argument) {
     line += '"';
 }
 
-// Adds up the KiB in the lines with these labels, as they come and without the heap.
+// Sums the KiB in the lines with these labels, while reading and without the heap.
 class MemoryLines {
 public:
     void Take(char c) {
@@ -99,7 +99,7 @@ public:
     std::uint64_t Kib() const { return mKib; }
 
 private:
-    char mLine[64];  // what a line has beyond that is passed over
+    char mLine[64];  // the rest of a line is skipped
     std::size_t mLength = 0;
     std::uint64_t mKib = 0;
 };
@@ -133,7 +133,7 @@ EWaitResult WaitForProcess(Process process, unsigned int milliseconds) {
     while (count < 0 && errno == EINTR);
     if (count == 0) return EWaitResult::Timeout;
     if (count > 0 && (ended.revents & POLLIN) != 0) return EWaitResult::Ended;
-    return WaitById(IdOf(process), milliseconds);  // the system refuses to wait
+    return WaitById(IdOf(process), milliseconds);  // the system refuses the wait
 }
 
 bool GetProcessImagePath(Process process, unsigned short* path, unsigned int capacity) {
@@ -170,8 +170,8 @@ EMemoryCounters OpenMemoryCounters() {
     return EMemoryCounters::Ready;
 }
 
-// What is private and backed, in memory or in swap. Address space that was only reserved, such as the stacks
-// of threads, does not count, and pages made read-only still do.
+// Private and backed memory, resident or in swap. Reserved address space, such as the stacks of threads, does
+// not count, and pages made read-only still do.
 bool GetCommittedBytes(std::uint64_t& bytes) {
     const int file = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
     ssize_t count = -1;

@@ -11,14 +11,14 @@
 
 #include <Base/platform/os/linux/files/WholeFile.h>
 
-// Where the kernel put the number of arguments and then the pointers to them. Told by the loader.
+// The address of the number of arguments and the pointers to them, from the loader.
 extern "C" [[gnu::weak]] void* __libc_stack_end;
 
 namespace ZBase::os {
 
 namespace {
 
-// The pointers are the program's own, and `getopt` puts them in another order. The texts stay where they are.
+// The pointers belong to the program, and `getopt` reorders them. The texts stay where they are.
 std::vector<std::string> ArgumentsOnTheStack() {
     if (&__libc_stack_end == nullptr || __libc_stack_end == nullptr) return {};
     const auto* const start = static_cast<const std::uintptr_t*>(__libc_stack_end);

@@ -27,8 +27,8 @@ unsigned long CurrentThreadId() {
 
 unsigned long RememberedThreadId() {
     if (detail::tThreadId != 0) return detail::tThreadId;
-    // The thread that comes out of a fork is another one than went in.
-    // No guarded static: a child would wait for a thread that was in it. Two handlers do the same as one.
+    // A forked child's thread has another id. No guarded static: a child could wait for ever for a thread in
+    // it. Two handlers do the same as one.
     if (!sForkHandled && pthread_atfork(nullptr, nullptr, [] { detail::tThreadId = 0; }) == 0)
         sForkHandled = true;
     const unsigned long thread = CurrentThreadId();

@@ -1,7 +1,6 @@
-// The process hangs: any thread may hold the heap's lock, or the loader's, for ever. So a thread is stopped,
-// its stack walked, and let go on, one after the other, all of it in memory that comes from the system, and
-// the text goes to the file at once. Names need the heap, so another process adds them. That process is given
-// the path alone and reads what stands there.
+// The process hangs: any thread may hold the heap's lock, or the loader's, for ever. So each thread in turn
+// is stopped, walked and resumed, all in memory from mmap, and the text is written at once. Names need the
+// heap, so another process adds them. That process gets the path only and reads the file.
 
 #include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/linux/modules/ModulePlace.h>
@@ -77,18 +76,18 @@ private:
     char mText[std::size_t{1} << 16];
 };
 
-/// The modules that frames were found in, by copies: what the loader has of them may go meanwhile.
+/// The modules of the frames, copied: the loader's data may be unmapped meanwhile.
 class MetModules {
 public:
     struct Module {
         std::uint64_t start;
         std::uint64_t end;
-        std::uint64_t bias;  // what an address in the file is moved by
+        std::uint64_t bias;  // the difference between addresses in memory and in the file
         const char* path;
         char id[2 * 32 + 1];  // hexadecimal; "-" if it has none
     };
 
-    /// Null if the address lies in none, and for want of room.
+    /// Null if the address is in none, or the table is full.
     const Module* Find(std::uint64_t address) {
         for (Module& module : *this) {
             if (address >= module.start && address < module.end) return &module;
@@ -131,7 +130,7 @@ private:
     char mPaths[kPaths];
 };
 
-/// What a report is made with.
+/// The memory of a report.
 struct Work {
     explicit Work(int file) : text(file) {}
 
@@ -153,7 +152,7 @@ struct Work {
     HelperProgram names{};
 };
 
-/// Where a thread stands that the system holds, which tells of it where it entered and its stack pointer.
+/// The instruction and stack pointers of a thread that sleeps in a system call, from /proc.
 bool FindEntry(pid_t thread, ThreadContext& context) {
     char room[512];
     std::string_view text = ReadThreadFile(thread, "syscall", room, sizeof room);
@@ -189,7 +188,7 @@ const char* Describe(char state) {
 void WriteFrames(Work& work) {
     for (std::size_t i = 0; i != work.count; ++i) {
         const std::uint64_t address = work.addresses[i];
-        // What stands behind a call may be in the next module.
+        // The address after a call may be in the next module.
         const MetModules::Module* const module = work.modules.Find(address - (i == 0 ? 0 : 1));
         if (module == nullptr)
             work.text.Add("  0x%016lX ?\n", static_cast<unsigned long>(address));
@@ -200,7 +199,7 @@ void WriteFrames(Work& work) {
     if (work.count == kMostFrames) work.text.Add("  and more\n");
 }
 
-/// The name as it is, but for what would break its line.
+/// The name, cut at a line feed.
 std::string_view NameOf(pid_t thread, char* room, std::size_t capacity) {
     const std::string_view name = ReadThreadFile(thread, "comm", room, capacity);
     for (char* letter = room; letter != room + name.size(); ++letter) {
@@ -283,7 +282,7 @@ void AddNames(Work& work, int file, const char* path) {
 bool WriteAllStacks(const char* path) {
     ThreadContext own{};
     CaptureContext(&own);
-    // A pipe that nobody reads would hold this thread.
+    // A pipe without a reader would block this thread.
     const int file =
         open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, S_IRUSR | S_IWUSR);
     if (file < 0) return false;

@@ -16,7 +16,7 @@ constexpr char kLibrary[] = "libzbase_debughelp.so";
 }  // namespace
 
 void* OpenDebugHelp() {
-    // From the place of this library and from nowhere else: what is loaded into a server is never looked for.
+    // Only from the directory of this library: no search path is used for code loaded into a server.
     dl_find_object self;
     void* library = nullptr;
     if (_dl_find_object(reinterpret_cast<void*>(&OpenDebugHelp), &self) == 0) {

@@ -14,12 +14,12 @@ namespace {
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kMostPages = 4096;
 
-// The first thread's stack has no other mapping within 128 MiB below its top: the kernel leaves that much
-// room for it. Other threads have theirs right below their own record, to which the thread pointer points.
+// The first thread's stack has no other mapping within 128 MiB below its top: the kernel leaves that gap.
+// Other threads' stacks end right below their own record, to which the thread pointer points.
 constexpr std::uint64_t kFirstStack = std::uint64_t{128} << 20;
 constexpr std::uint64_t kThreadStack = std::uint64_t{8} << 20;
 
-/// Pages of another stack that could be read; a coroutine that goes on finds them again.
+/// Readable pages of another stack; a resumed coroutine finds them again.
 struct Window {
     std::uint64_t start;
     std::uint64_t end;
@@ -29,10 +29,10 @@ struct Window {
 std::uint64_t ThreadStackEnd(std::uint64_t stackPointer) {
     const std::uint64_t self = ThreadPointer();
     if (self - stackPointer < kThreadStack) return self;
-    static constinit std::uint64_t top = 0;  // the same from every thread
+    static constinit std::uint64_t top = 0;  // the same in every thread
     std::uint64_t first = __atomic_load_n(&top, __ATOMIC_RELAXED);
     if (first == 0) {
-        first = getauxval(AT_EXECFN);  // the name of the program lies above all frames
+        first = getauxval(AT_EXECFN);  // the name of the program is above all frames
         __atomic_store_n(&top, first, __ATOMIC_RELAXED);
     }
     return first - stackPointer < kFirstStack ? first : 0;
@@ -44,7 +44,7 @@ bool IsPageReadable(std::uint64_t page) {
     const iovec to{&octet, 1};
     const iovec from{reinterpret_cast<void*>(page), 1};
     bool isReadable = process_vm_readv(getpid(), &to, 1, &from, 1, 0) == 1;
-    // Where the call is forbidden, what is mapped has to do.
+    // If the call is forbidden, a mapped page counts as readable.
     if (!isReadable && (errno == EPERM || errno == ENOSYS))
         isReadable = mincore(reinterpret_cast<void*>(page), kPage, &octet) == 0;
     errno = error;

@@ -6,31 +6,30 @@
 
 namespace ZBase::os {
 
-/// Which memory of the calling thread's stack can be read, so that a damaged frame ends a walk and not the
-/// process. Of the stack that the thread was started on this is known without a call of the system. On
-/// another one (a signal's, a coroutine's) the system is asked once for each page, and the thread remembers
-/// the answer.
+/// The readable memory of the calling thread's stack, so that a damaged frame ends a walk and not the
+/// process. On the stack that the thread was started on this takes no system call. On another one (a
+/// signal's, a coroutine's) each page is tested once by a system call, and the thread caches the result.
 class OwnStack {
 public:
-    /// Of the stack that `stackPointer` points into.
+    /// For the stack that `stackPointer` points into.
     explicit OwnStack(std::uint64_t stackPointer);
 
-    /// All from the stack pointer to here can be read.
+    /// Memory from the stack pointer to here is readable.
     std::uint64_t End() const { return mEnd; }
 
-    /// Moves the end to `end` or above it; false if not all the memory below can be read.
+    /// Moves the end to `end` or above it; false if memory below is not readable.
     bool Reach(std::uint64_t end);
 
-    /// Whether the word at `address` can be read, on this stack or elsewhere.
+    /// Whether the word at `address` is readable, on this stack or elsewhere.
     bool Holds(std::uint64_t address);
 
-    /// Reads words that can be read; the argument is an `OwnStack`.
+    /// Reads a word if it is readable; the argument is an `OwnStack`.
     static bool Load(void* stack, std::uint64_t address, std::uint64_t& value);
 
 private:
     std::uint64_t mStart;
     std::uint64_t mEnd;
-    std::uint64_t mPage = 1;  // one more that can be read
+    std::uint64_t mPage = 1;  // another readable page
     bool mIsThreads;
 };
 

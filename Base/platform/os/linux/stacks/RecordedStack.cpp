@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t kUsualFrames = 1024;
 constexpr unsigned int kMostTries = 4;
 
-/// What the compiler's run-time library says of addresses that lie in no module. It has a lock, so it is
-/// asked when the thread goes on, and what it said serves the next try.
+/// The rules of the compiler's run-time library for addresses outside of modules. It has a lock, so it is
+/// called after the thread has resumed, and the result is for the next try.
 class KnownCode final : public CodeOutsideModules {
 public:
     bool Find(std::uint64_t address, FrameRules& rules) override {
@@ -26,7 +26,7 @@ public:
         return false;
     }
 
-    /// Whether there is something new.
+    /// Whether new rules were found.
     bool Ask() {
         bool isNew = false;
         for (; mAsked != mCount; ++mAsked) {
@@ -46,7 +46,7 @@ private:
         FrameRules rules{};
     };
 
-    // An expression stays in the registered table, which may be gone when the thread is stopped again.
+    // An expression is in the registered table, which may be freed when the thread is stopped again.
     static bool IsByExpression(const FrameRules& rules) {
         return rules.cfaIsExpression ||
                std::any_of(std::begin(rules.kinds), std::end(rules.kinds), [](RuleKind kind) {
@@ -83,8 +83,8 @@ void RecordedStack::Record(void* thread, ThreadContext& context) {
     if (IsSuspended(thread)) {
         walk();
     } else {
-        // The stack of a thread that runs may lead into a module that is just being unloaded, whose tables
-        // would be gone in the middle of the walk. No module goes while the loader's list is being read.
+        // The stack of a running thread may lead into a module that is being unloaded, whose tables would
+        // vanish during the walk. While dl_iterate_phdr runs no module is unloaded.
         const auto visit = [](dl_phdr_info*, std::size_t, void* argument) {
             (*static_cast<const decltype(walk)*>(argument))();
             return 1;

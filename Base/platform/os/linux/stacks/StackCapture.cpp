@@ -1,22 +1,22 @@
-// The walk of the calling thread's own stack: no heap, no lock, no system call, good inside a signal handler.
+// The walk of the calling thread's own stack: no heap, no lock, no system call; for signal handlers too.
 //
-// Code without frame pointers tells where a caller's frame is only by its unwind tables, and reading those
-// takes a search and a small interpreter for each frame. But almost every frame comes to the same few facts:
-// the CFA is the stack pointer or the frame pointer plus a constant (or a word at such a place), the return
-// address lies below it, and the frame pointer is as it was or stored at a constant distance. These fit into
-// one word, and a return address always has the same word, so they are kept in a table by address and a warm
-// walk is a few loads a frame. Where the facts are different (a signal frame, a CFA in another register) the
-// word says so and the whole walk is done over by FrameWalker, which follows all registers.
+// Code without frame pointers describes a caller's frame only in its unwind tables, and reading those takes a
+// search and a small interpreter for each frame. But for almost every frame the result is simple: CFA = stack
+// or frame pointer plus a constant (or a word at such an address), the return address is below it, and the
+// frame pointer is unchanged or stored at a constant offset. That fits into one word, and a return address
+// always has the same word, so they are cached in a table by address and a warm walk is a few loads a frame.
+// For other frames (a signal frame, a CFA in another register) the word says so and the walk is repeated by
+// FrameWalker, which restores every register.
 //
-// The table takes no lock. An entry is two words, the rule and a tag in which the address, the identity of
-// its module and a hash of the rule are mixed by exclusive or. A reader that sees the two halves of different
-// entries finds a tag that does not fit, and reads the unwind tables instead. The identity changes when a
-// module is unloaded and another takes its place, so what is remembered of the old one is never used. A
-// module without a build id has none: there a hash of the function's own tables stands for it, found by an
-// index that is remembered with the rule.
+// The table takes no lock. An entry is two words, the rule and a tag: the exclusive or of the address, the
+// identity of its module and a hash of the rule. A reader that sees the halves of different entries finds a
+// tag that does not match, and reads the unwind tables instead. The identity changes when a module is
+// unloaded and another is mapped in its place, so the old one's rules are never used. A module without a
+// build id has none: there a hash of the function's own tables is used, found by an index that is cached with
+// the rule.
 //
-// A damaged stack may lead anywhere. Every address that is read lies between the stack pointer and the end of
-// what is known to be readable (OwnStack).
+// A damaged stack may lead anywhere. Every address that is read is between the stack pointer and the end of
+// memory known to be readable (OwnStack).
 
 #include <atomic>
 
@@ -29,15 +29,15 @@ namespace ZBase::os {
 
 namespace {
 
-// Fields of a rule: kind in 3 bits, the frame pointer's distance below the CFA in words in 9 (0: unchanged),
-// the index in the table of a module without identity in 20, the CFA's offset in 32.
+// Fields of a rule: kind in 3 bits, the distance of the stored frame pointer below the CFA in words in 9 (0:
+// unchanged), the table index of a module without identity in 20, the CFA's offset in 32.
 enum Kind : std::uint64_t {
     None,
-    FromStackPointer,  // the CFA is the stack pointer plus the offset
-    FromFramePointer,  // the frame pointer plus the offset
-    Realigned,  // the word at the frame pointer plus the offset; the caller's frame pointer is the word at it
-    End,        // no caller
-    Whole,      // a matter of whole rules
+    FromStackPointer,  // CFA = stack pointer + offset
+    FromFramePointer,  // CFA = frame pointer + offset
+    Realigned,         // CFA = *(frame pointer + offset); the caller's frame pointer = *frame pointer
+    End,               // no caller
+    Whole,             // needs FrameWalker
 };
 constexpr unsigned int kDistanceShift = 3;
 constexpr std::uint64_t kDistanceLimit = std::uint64_t{1} << 9;
@@ -56,7 +56,7 @@ std::uint64_t Tag(std::uint64_t address, std::uint64_t identity, std::uint64_t r
     return address ^ identity ^ (rule * 0x9E3779B97F4A7C15);
 }
 
-// Two neighbours, on one cache line, may hold an address.
+// An address may be in one of two adjacent entries, on one cache line.
 Entry* Place(std::uint64_t address) {
     return &sEntries[(address * 0x9E3779B97F4A7C15) >> 51 & (kEntries - 2)];
 }
@@ -84,7 +84,7 @@ std::uint64_t Recall(std::uint64_t address, std::uint64_t identity) {
 
 void Remember(std::uint64_t address, std::uint64_t identity, std::uint64_t rule) {
     Entry* const entry = Place(address);
-    // The newest goes first; what was first is kept behind it.
+    // The newest is first; the previous one is kept after it.
     entry[1].rule.store(entry[0].rule.load(std::memory_order_relaxed), std::memory_order_relaxed);
     entry[1].tag.store(entry[0].tag.load(std::memory_order_relaxed), std::memory_order_relaxed);
     entry[0].rule.store(rule, std::memory_order_relaxed);
@@ -93,8 +93,8 @@ void Remember(std::uint64_t address, std::uint64_t identity, std::uint64_t rule)
 
 constexpr std::uint8_t kFromFramePointer = dwarf::op::Breg0 + kFramePointer;
 
-/// The rules of a function that realigns its stack, as compilers write them: the CFA is the word at the frame
-/// pointer plus an offset of one octet, the frame pointer the word at itself.
+/// The rules of a function that realigns its stack, as compilers write them: CFA = *(frame pointer + offset),
+/// with the offset in one octet, and the caller's frame pointer = *frame pointer.
 bool IsRealigned(const FrameRules& rules, std::int64_t& offset) {
     if (rules.kinds[kFramePointer] != RuleKind::StoredAt) return false;
     const Expression cfa = ExpressionAt(rules.cfaOffset);
@@ -103,7 +103,7 @@ bool IsRealigned(const FrameRules& rules, std::int64_t& offset) {
     if (stored.start[0] != kFromFramePointer || stored.start[1] != 0) return false;
     if (cfa.start[0] != kFromFramePointer || cfa.start[1] >= 0x80 || cfa.start[2] != dwarf::op::Deref)
         return false;
-    offset = cfa.start[1] - ((cfa.start[1] & 0x40) << 1);  // seven bits with a sign
+    offset = cfa.start[1] - ((cfa.start[1] & 0x40) << 1);  // seven bits with a sign (SLEB128)
     return true;
 }
 

@@ -1,5 +1,5 @@
-// The signal's handler only wakes a thread that was begun before, since in a process that hangs none can be:
-// that takes the heap. What the thread needs beside its stack lies here.
+// The signal's handler only wakes a thread that was started before, since a process that hangs can't start
+// one: that takes the heap. The thread's memory besides its stack is here.
 
 #include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/Environment.h>
@@ -33,7 +33,7 @@ constexpr Choice kChoices[] = {
     {"SIGHUP", SIGHUP}, {"SIGQUIT", SIGQUIT}, {"SIGUSR1", SIGUSR1}, {"SIGUSR2", SIGUSR2}};
 
 constinit std::atomic<std::uint32_t> sWanted{0};
-constinit std::atomic<pid_t> sProcess{0};  // in which the thread is; a child of fork has none
+constinit std::atomic<pid_t> sProcess{0};  // that the thread belongs to; a forked child has no such thread
 char sDirectory[PATH_MAX];
 char sTemporary[PATH_MAX];
 struct sigaction sBefore[NSIG];
@@ -53,7 +53,7 @@ void Wake(int signal, siginfo_t* information, void* context) {
         syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&sWanted), FUTEX_WAKE_PRIVATE, 1, nullptr,
                 nullptr, 0);
     } else if ((sBefore[signal].sa_flags & SA_SIGINFO) == 0 && sBefore[signal].sa_handler == SIG_DFL) {
-        std::signal(signal, SIG_DFL);  // taken when this returns
+        std::signal(signal, SIG_DFL);  // delivered when this returns
         raise(signal);
     }
     errno = error;
@@ -90,7 +90,7 @@ void* Watch(void*) {
     return nullptr;
 }
 
-// It takes no signals but the one that it waits for: the others are the host's.
+// It blocks all signals but the one that it waits for: the others are the host's.
 bool BeginWatching(int signal) {
     constexpr std::size_t kStack = std::size_t{256} * 1024;
     sigset_t others;

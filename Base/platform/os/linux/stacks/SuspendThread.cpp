@@ -1,9 +1,9 @@
 // A thread is stopped by a real-time signal: its handler stores the register state, reports, and waits on a
-// futex until it is resumed. It may hold any lock meanwhile, so whoever stopped it wants none.
+// futex until it is resumed. It may hold any lock meanwhile, so the stopping thread must take none.
 //
-// A thread that blocks the signal would find it pending later, and one that waits for all signals
-// (`sigtimedwait`) would be handed it; so the system is asked first whether the thread takes signals. If it
-// begins to block them in that moment, what is pending is discarded again.
+// A thread that blocks the signal would find it pending later, and `sigtimedwait` for all signals would
+// return it; so /proc is read first to see whether the thread takes signals. If it begins to block them at
+// that moment, the pending signal is discarded.
 
 #include <linux/futex.h>
 #include <pthread.h>
@@ -38,8 +38,8 @@ constexpr long kMomentNanoseconds = 50'000;
 
 enum State : std::uint32_t { Free, Asked, Storing, Stored, Released };
 
-// What the signal carries is the number of the request, never an address: a signal that comes too late finds
-// another number and does nothing.
+// The signal carries the number of the request, never an address: a late signal has another number and does
+// nothing.
 struct Request {
     std::atomic<std::uint32_t> state{Free};
     std::atomic<std::uint32_t> number{0};
@@ -96,12 +96,12 @@ void SetAnswer(int number) {
     struct sigaction action {};
     action.sa_sigaction = Answer;
     action.sa_flags = SA_SIGINFO | SA_RESTART | SA_ONSTACK;
-    // Also what the C library never blocks, by which a thread in the handler is known.
+    // Including those that the C library never blocks, which marks a thread in the handler.
     std::memset(&action.sa_mask, 0xFF, sizeof action.sa_mask);
     sigaction(number, &action, nullptr);
 }
 
-// To ignore a signal discards it wherever it is pending.
+// Ignoring a signal discards it wherever it is pending.
 void DiscardPending() {
     const int number = sSignal.load();
     if (!IsInstalled(number)) return;
@@ -109,8 +109,7 @@ void DiscardPending() {
     SetAnswer(number);
 }
 
-// A real-time signal that nobody has taken, from the last one down. Looked at each time: somebody may take it
-// later.
+// The highest free real-time signal. Searched each time: the host may install a handler later.
 bool InstallAnswer() {
     for (int number = SIGRTMAX - 1; number > SIGRTMIN; --number) {
         struct sigaction present {};
@@ -122,14 +121,14 @@ bool InstallAnswer() {
     return false;
 }
 
-// The handler stays, so the library does.
+// The handler is never removed, so the library stays loaded.
 bool InstallAnswerForGood() {
     if (IsInstalled(sSignal.load())) return true;
     StayLoaded();
     return InstallAnswer();
 }
 
-// A handle is a `pthread_t`, which is even, or the id of a thread with the lowest bit set.
+// A handle is a `pthread_t`, which is even, or a thread id with the lowest bit set.
 constexpr std::uintptr_t kIdMark = 1;
 
 bool IsId(void* thread) {
@@ -139,8 +138,8 @@ bool IsId(void* thread) {
 pid_t IdOf(void* thread) {
     if (IsId(thread)) return static_cast<pid_t>(reinterpret_cast<std::uintptr_t>(thread) >> 1);
     if (thread == nullptr) return 0;
-    // The clock of a thread's time is named after its id: the system's own encoding, and the only way from
-    // the one to the other. It fails for a thread that has ended.
+    // The id of a thread's CPU clock encodes its thread id (the kernel's encoding), which is the only way to
+    // get it from a `pthread_t`. It fails for a thread that has ended.
     clockid_t clock = 0;
     if (pthread_getcpuclockid(reinterpret_cast<pthread_t>(thread), &clock) != 0) return 0;
     return static_cast<pid_t>(~(clock >> 3));
@@ -162,7 +161,7 @@ bool Signal(pid_t thread, std::uint32_t number) {
 
 constexpr int kRunning = -1;
 
-// The call of the system that a thread sleeps in, or `kRunning`.
+// The system call that a thread sleeps in, or `kRunning`.
 int CallOf(pid_t thread) {
     char room[256];
     const std::string_view call = ReadThreadFile(thread, "syscall", room, sizeof room);
@@ -171,15 +170,15 @@ int CallOf(pid_t thread) {
     return number;
 }
 
-// The processor's time that a thread has had, in nanoseconds.
+// The processor time of a thread, in nanoseconds.
 std::int64_t TimeOf(pid_t thread) {
-    constexpr clockid_t kOfThread = 6;  // as the kernel builds the number of such a clock
+    constexpr clockid_t kOfThread = 6;  // the kernel's encoding of such a clock
     timespec time{};
     clock_gettime(static_cast<clockid_t>(~static_cast<unsigned int>(thread) << 3) | kOfThread, &time);
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// What the system tells of a thread's signals at one moment.
+/// A thread's signal state in /proc at one moment.
 struct Look {
     enum Answer { No, NotNow, Yes, Maybe } answer;
     std::uint64_t sleeps;  // so far
@@ -187,7 +186,7 @@ struct Look {
 };
 
 Look LookAt(pid_t thread, int signal) {
-    // The C library's own signals are blocked only by itself and in the handler, for a moment.
+    // The C library's own signals are blocked only by itself, for a moment, and in the handler.
     constexpr int kLibrarys = 32;
     char room[4096];
     const int before = CallOf(thread);
@@ -204,9 +203,9 @@ Look LookAt(pid_t thread, int signal) {
     return look;
 }
 
-// A thread that waits for signals does not block them meanwhile, and for a few microseconds before and behind
-// its sleep, or longer where it waits for a processor, it looks like any that runs. So one that runs is
-// looked at until it got on without having slept, or has come on often enough.
+// A thread in `sigtimedwait` does not block the signals meanwhile, and for a few microseconds before and
+// after its sleep, or longer if it waits for a processor, it looks like a running one. So a running thread is
+// observed until it has made progress without a sleep, or often enough.
 bool TakesSignals(pid_t thread, int signal, long limit) {
     constexpr int kEnough = 6;
     constexpr std::int64_t kProgress = 20'000;
@@ -229,7 +228,7 @@ bool TakesSignals(pid_t thread, int signal, long limit) {
     return false;
 }
 
-// Asks a thread for its state and waits for the answer.
+// Requests a thread's state and waits for the reply.
 bool Ask(pid_t thread, bool stop, long limit = kAnswerNanoseconds) {
     if (!TakesSignals(thread, sSignal.load(), limit)) return false;
     const std::uint32_t number = sRequest.number.load() + 1;
@@ -245,7 +244,7 @@ bool Ask(pid_t thread, bool stop, long limit = kAnswerNanoseconds) {
         Wait(sRequest.state, state, &poll);
         isAsked = sRequest.state.load() != Asked || IsThere(thread);
     }
-    // Taken back, unless the handler has just begun.
+    // Withdrawn, unless the handler has just begun.
     std::uint32_t asked = Asked;
     if (sRequest.state.compare_exchange_strong(asked, Free)) {
         DiscardPending();
@@ -277,8 +276,8 @@ bool WaitForTurn(long nanoseconds) {
 
 }  // namespace
 
-// The library can't be kept loaded without the loader's lock, so a handler that is not there yet is installed
-// for this time only.
+// Keeping the library loaded takes the loader's lock, so a handler that is not installed yet is installed for
+// this object's life only.
 ThreadStops::ThreadStops(long nanoseconds) : mHasTurn(WaitForTurn(nanoseconds)) {
     if (!mHasTurn || IsInstalled(sSignal.load())) return;
     mIsOwnAnswer = InstallAnswer();
@@ -334,7 +333,7 @@ bool ResumeThread(void* thread) {
     return true;
 }
 
-// A stop is short, but for a thread that does not answer.
+// A stop is short, unless a thread does not reply.
 void HoldThreadStops() {
     constexpr long kNanoseconds = 20'000'000;
     tHolds = WaitForTurn(kNanoseconds);

@@ -1,7 +1,7 @@
-// The C library's restartable calls carry a state from one call to the next. It holds the octets of a
-// character that has begun, and in some encodings a character that waits for what follows: a letter for its
-// accent (TCVN5712-1), or the second of two characters that one code makes (BIG5-HKSCS, TSCII). The
-// terminator, or what returns to the initial state, brings out what waits.
+// The C library's restartable calls carry a state from one call to the next. It holds the octets of an
+// unfinished character, and in some encodings a pending character: a letter that may get an accent
+// (TCVN5712-1), or the second of two characters of one code (BIG5-HKSCS, TSCII). The terminator, or the
+// sequence that returns to the initial state, flushes it.
 
 #include <Base/platform/os/MultibyteText.h>
 
@@ -25,12 +25,12 @@ bool IsSurrogate(wchar_t value) {
     return value >= 0xD800 && value <= 0xDFFF;
 }
 
-// U+0000 would end the text; there are encodings in which another octet than 0 stands for it.
+// U+0000 would end the text; some encodings have it for an octet other than 0.
 bool IsCharacter(wchar_t value) {
     return value > 0 && value <= 0x10FFFF && !IsSurrogate(value);
 }
 
-/// Counts all that is put into it, and writes what there is room for.
+/// Counts all units, and writes those that fit.
 template <class Unit>
 class Output {
 public:
@@ -48,7 +48,7 @@ private:
     std::size_t mCount = 0;
 };
 
-// False when one of the characters is none.
+// False if one of the characters is invalid.
 bool PutCharacters(const wchar_t* characters, std::size_t count, Output<unsigned short>& out) {
     for (const wchar_t* value = characters; value != characters + count; ++value) {
         if (!IsCharacter(*value)) return false;
@@ -62,8 +62,8 @@ bool PutCharacters(const wchar_t* characters, std::size_t count, Output<unsigned
     return true;
 }
 
-/// Octets of a piece of characters. When a character waits and none has been written, the C library looks at
-/// the octet before the result, and takes a 0 for the end of the text: there is one that is not 0.
+/// Octets of a piece of characters. When a character is pending and none has been written, the C library
+/// reads the octet before the result, and takes a 0 for the end of the text: so there is one that is not 0.
 class EncodedPiece {
 public:
     bool Take(const wchar_t* source, std::size_t count, std::mbstate_t& state) {
@@ -72,7 +72,7 @@ public:
         return mCount != kBadText;
     }
 
-    /// What waits, and what returns to the initial state.
+    /// Flushes the pending character and returns to the initial state.
     bool Finish(std::mbstate_t& state) {
         mCount = std::wcrtomb(mText + 1, 0, &state);
         if (mCount == kBadText) return false;
@@ -89,7 +89,7 @@ private:
     std::size_t mCount = 0;
 };
 
-/// Characters that come out together.
+/// The characters of one octet.
 struct Characters {
     void PutTo(Output<unsigned short>& out) const { PutCharacters(values, count, out); }
 
@@ -97,15 +97,15 @@ struct Characters {
     std::size_t count = 0;
 };
 
-// Takes one octet and adds the characters that it brings out; the terminator only if it ends the text. False
-// when it is not good in this state.
+// Takes one octet and adds the characters that it completes; the terminator only if it ends the text. False
+// when it is invalid in this state.
 bool TakeOctet(const char* octet, std::mbstate_t& state, Characters& characters) {
     for (;;) {
         wchar_t value = kNoCharacter;
         const std::size_t taken = std::mbrtowc(&value, octet, 1, &state);
         if (taken == kBadText) return false;
         if (value == 0) return *octet == 0;
-        // The octet is taken, whether or not a character came out before it.
+        // The octet was consumed, whether or not a character came out before it.
         const bool isTaken = taken != 0;
         if (value != kNoCharacter) {
             if (!IsCharacter(value) || characters.count == std::size(characters.values)) return false;
@@ -117,7 +117,7 @@ bool TakeOctet(const char* octet, std::mbstate_t& state, Characters& characters)
     }
 }
 
-/// Reads a text octet by octet, and knows of each octet whether a character ends with it.
+/// Reads a text octet by octet, and detects at each octet whether a character ends with it.
 class ReplacingDecoder {
 public:
     ReplacingDecoder(const char* source, std::size_t length, Output<unsigned short>& out,
@@ -136,14 +136,14 @@ public:
     }
 
 private:
-    // The shortest run of octets from `mStart` that leaves none of them over.
+    // The shortest run of octets from `mStart` that is a whole number of characters.
     bool TakeCharacter() {
         Characters characters;
         std::mbstate_t state = mState;
         for (std::size_t end = mStart; end != mLength && end - mStart != MB_LEN_MAX;) {
             if (!TakeOctet(mpSource + end++, state, characters)) return false;
             if (CanEnd(state)) {
-                // The C library passes over a few codes that stand for nothing.
+                // The C library skips a few codes without a character.
                 if (characters.count == 0 && mWaiting.count == 0) return false;
                 characters.PutTo(mOut);
                 mStart = end;
@@ -154,7 +154,7 @@ private:
         return false;
     }
 
-    // Whether a text may end in this state. Gives in `mWaiting` what has waited.
+    // Whether a text may end in this state. Sets `mWaiting` to the pending characters.
     bool CanEnd(std::mbstate_t state) {
         mWaiting.count = 0;
         return TakeOctet("", state, mWaiting);
@@ -171,11 +171,11 @@ private:
     Output<unsigned short>& mOut;
     unsigned short mReplacement;
     std::size_t mStart = 0;   // of the next character
-    std::mbstate_t mState{};  // in front of it
+    std::mbstate_t mState{};  // before it
     Characters mWaiting;
 };
 
-// The character at `source`, which is moved behind it; `kNoCharacter` for a surrogate without a partner.
+// The character at `source`, which is moved past it; `kNoCharacter` for a lone surrogate.
 wchar_t TakeCharacter(const unsigned short*& source) {
     const wchar_t value = *source++;
     if (!IsSurrogate(value)) return value;
@@ -199,10 +199,10 @@ std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, c
     const char* const end = source + length + 1;
     std::mbstate_t state{};
     while (source != nullptr) {
-        // The terminator has been taken for a part of a character.
+        // The terminator was taken for a part of a character.
         if (source == end) return kBadText;
-        // The C library looks for the end of the piece each time, so it is short; but it has to make a
-        // character.
+        // The C library searches for the end of the piece each time, so it is short; but it must contain a
+        // whole character.
         wchar_t chunk[kChunk];
         const std::size_t size = std::min(kChunk, static_cast<std::size_t>(end - source));
         const std::size_t count = mbsnrtowcs(chunk, &source, size, kChunk, &state);

@@ -17,7 +17,7 @@ bool IsContinuation(char octet) {
     return (static_cast<unsigned char>(octet) & 0xC0) == 0x80;
 }
 
-// The character at `text`, which is moved behind it: one octet where they are no character.
+// The character at `text`, which is moved past it: one octet of an invalid sequence.
 char32_t NextCharacter(const char*& text) {
     const char32_t lead = static_cast<unsigned char>(*text++);
     if (lead < 0x80) return lead;
@@ -28,7 +28,7 @@ char32_t NextCharacter(const char*& text) {
     if (more == 0) return kReplacement;
     char32_t value = lead & (0x3Fu >> more);
     for (int i = 0; i != more; ++i) {
-        if (!IsContinuation(text[i])) return kReplacement;  // a terminator is none either
+        if (!IsContinuation(text[i])) return kReplacement;  // a terminator isn't one either
         value = value << 6 | (static_cast<unsigned char>(text[i]) & 0x3Fu);
     }
     constexpr char32_t smallest[] = {0, 0x80, 0x800, 0x10000};

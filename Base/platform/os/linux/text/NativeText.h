@@ -4,7 +4,7 @@
 
 namespace ZBase::os {
 
-// Names and values pass the system as UTF-8. Unlike the library's conversions these never fail: a unit or an
+// Names and values are UTF-8 in the system. Unlike the library's conversions these never fail: a unit or an
 // octet that is not part of a character becomes U+FFFD.
 
 std::string ToNative(const unsigned short* text);

@@ -9,7 +9,7 @@ constexpr unsigned int kStackFaultFlag = 0x40;  // of the x87
 constexpr unsigned int kAllFlags = 0x3F;
 constexpr unsigned long long kAlignmentCheckFlag = 0x40000;  // of the processor's flags
 
-/// Flags of the x87 whose exceptions are not masked.
+/// The x87 flags of unmasked exceptions.
 unsigned int StackFlags(const ucontext_t& context) {
     const auto* const state = context.uc_mcontext.fpregs;
     return state == nullptr ? 0 : state->swd & ~(state->cwd & kAllFlags);

@@ -20,7 +20,7 @@ constexpr greg_t kInstructionFetch = 0x10;  // in the error code of a page fault
 constexpr int kNames[] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI,
                           REG_R8,  REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15};
 
-// Gives the number of octets up to the first page that can't be read.
+// Returns the number of octets before the first unreadable page.
 std::size_t ReadMemory(std::uint64_t address, void* copy, std::size_t length) {
     const std::size_t inPage = std::min<std::size_t>(length, kPageSize - address % kPageSize);
     const iovec local{copy, length};
@@ -58,7 +58,7 @@ public:
         }
     }
 
-    // Whether it is a division whose divisor can be read, and is not zero.
+    // Whether it is a division with a readable divisor that is not zero.
     bool DividesByOtherThanZero() {
         if (mOpcode != 0xF6 && mOpcode != 0xF7) return false;
         const unsigned int form = Next();
@@ -67,7 +67,7 @@ public:
         std::uint64_t divisor = 0;
         if (form >= 0xC0) {
             unsigned int number = form & 7;
-            // Without an extension the upper four are the second octets of the lower four.
+            // Without REX the numbers 4 to 7 mean ah, ch, dh and bh.
             const bool isSecondOctet = width == 1 && mExtension == 0 && number >= 4;
             number = isSecondOctet ? number - 4 : number | Extended(0);
             const std::uint64_t value = Register(kNames[number]) >> (isSecondOctet ? 8 : 0);
@@ -81,10 +81,10 @@ public:
 private:
     std::uint64_t Register(int name) const { return static_cast<std::uint64_t>(mRegisters[name]); }
 
-    // The eighth bit of a register's number, by the bit of the extension that holds it.
+    // The fourth bit of a register number, from its bit in REX.
     unsigned int Extended(unsigned int bit) const { return (mExtension >> bit & 1) << 3; }
 
-    // The next octet; 0 behind the last one.
+    // The next octet; 0 after the last one.
     unsigned int Next() { return mAt < mLength ? mOctets[mAt++] : 0; }
 
     bool TakePrefix() {
@@ -148,7 +148,7 @@ private:
         return static_cast<std::uint64_t>(static_cast<std::int32_t>(value));
     }
 
-    // The address of an operand in memory; false if it is relative to a segment that can't be told.
+    // The address of a memory operand; false if it is relative to an unknown segment base.
     bool Address(unsigned int form, std::uint64_t& address) {
         const unsigned int mode = form >> 6;
         unsigned int base = form & 7;
@@ -161,7 +161,7 @@ private:
             if (index != 4) address = Register(kNames[index]) << (scaled >> 6);
         } else if (base == 5 && mode == 0) {
             hasBase = false;
-            address = mStart + mAt + 4;  // of the next instruction: nothing follows the displacement
+            address = mStart + mAt + 4;  // rip-relative: no immediate follows the displacement
         }
         if (hasBase) address += Register(kNames[base | Extended(0)]);
         address += Displacement(mode == 1 ? 1 : mode == 2 || !hasBase ? 4 : 0);
@@ -177,8 +177,8 @@ private:
     unsigned char mOctets[kLongestInstruction] = {};
     std::size_t mLength;
     std::size_t mAt = 0;
-    unsigned int mExtension = 0;  // the prefix that widens registers
-    unsigned int mSegment = 0;    // the prefix of one that has a base
+    unsigned int mExtension = 0;  // REX
+    unsigned int mSegment = 0;    // the fs or gs prefix
     bool mIsShort = false;
     bool mHasShortAddress = false;
     unsigned int mOpcode = 0;
@@ -204,7 +204,7 @@ bool ReturnFromCallToNowhere(ucontext_t& context) {
         _dl_find_object(reinterpret_cast<void*>(caller - 1), &module) != 0) {
         return false;
     }
-    // Inside of the call and not behind it, where other handlers may be in force.
+    // Inside the call instruction: after it other landing pads may apply.
     registers[REG_RIP] = static_cast<greg_t>(caller - 1);
     registers[REG_RSP] += static_cast<greg_t>(sizeof caller);
     return true;

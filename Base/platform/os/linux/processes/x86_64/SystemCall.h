@@ -20,7 +20,7 @@ long Argument(T value) {
 
 }  // namespace detail
 
-/// A system call of up to four arguments that leaves `errno` alone. Gives what the kernel gives, a negative
+/// A system call of up to four arguments that does not set `errno`. Returns the kernel's result, a negative
 /// number for a failure.
 template <class A = long, class B = long, class C = long, class D = long>
 long SystemCall(long number, A a = {}, B b = {}, C c = {}, D d = {}) {

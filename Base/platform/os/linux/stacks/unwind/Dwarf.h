@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-// Constants of the DWARF format, of its call frame information as linkers put it into .eh_frame. The names
-// are the format's own, without the prefixes DW_CFA_, DW_OP_ and DW_EH_PE_.
+// Constants of the DWARF format, of its call frame information in .eh_frame. The names are the format's own,
+// without the prefixes DW_CFA_, DW_OP_ and DW_EH_PE_.
 
 namespace ZBase::os::dwarf {
 
@@ -90,7 +90,7 @@ enum Operation : std::uint8_t {
 };
 }  // namespace op
 
-/// How a pointer is stored: its form in the lowest four bits, and what it is relative to.
+/// Encoding of a pointer: its form in the lowest four bits, and its base.
 namespace pointer {
 enum Encoding : std::uint8_t {
     Absptr = 0x00,
@@ -108,7 +108,7 @@ inline constexpr std::uint8_t kForm = 0x0F;
 inline constexpr std::uint8_t kRelation = 0x70;
 }  // namespace pointer
 
-/// The length that says that one of 64 bits follows.
+/// The length that announces a 64-bit one.
 inline constexpr std::uint32_t kLongForm = 0xFFFFFFFF;
 
 }  // namespace ZBase::os::dwarf

@@ -11,7 +11,7 @@ namespace op = dwarf::op;
 constexpr unsigned int kStackDepth = 32;
 constexpr unsigned int kOperations = 256;
 
-/// The stack machine that an expression is a program of.
+/// The stack machine that runs an expression.
 class Machine {
 public:
     Machine(const Expression& expression, const std::uint64_t* registers, const WordReader& load)
@@ -202,7 +202,7 @@ private:
                 Push(left != right);
                 return true;
             default:
-                return false;  // a division, which no table needs
+                return false;  // a division, which no compiler uses here
         }
     }
 

@@ -7,12 +7,12 @@
 
 namespace ZBase::os {
 
-/// The expression at a place of the tables, where its length stands first.
+/// The expression at `place` in the tables, which begins with its length.
 Expression ExpressionAt(std::int64_t place);
 
-/// What an expression gives for these registers (`kRegisters` of them, as the tables number them), with
-/// `first` on its stack if that is not null. False if it takes too much, reads memory that is not there or is
-/// wrong. No heap, no lock.
+/// The value of an expression for these registers (`kRegisters` of them, by DWARF number), with `first` on
+/// its stack if that is not null. False if it takes too many steps, reads unreadable memory or is invalid. No
+/// heap, no lock.
 bool Evaluate(const Expression& expression, const std::uint64_t* registers, const std::uint64_t* first,
               const WordReader& load, std::uint64_t& result);
 

@@ -7,13 +7,13 @@
 
 namespace ZBase::os {
 
-/// An expression where it is mapped, without the length before it.
+/// A mapped expression, without its length.
 struct Expression {
     const std::uint8_t* start;
     const std::uint8_t* end;
 };
 
-/// Reads the encodings of the tables. They were made by a compiler and are trusted as code is.
+/// Reads the encodings of the tables. They come from a compiler and are trusted like code.
 class DwarfReader {
 public:
     DwarfReader(const std::uint8_t* start, const std::uint8_t* end) : mpNext(start), mpEnd(end) {}
@@ -54,7 +54,7 @@ public:
         return static_cast<std::int64_t>(value);
     }
 
-    /// A pointer, absolute or relative to its own place; false for any other encoding.
+    /// A pointer, absolute or pc-relative; false for any other encoding.
     bool Pointer(std::uint8_t encoding, std::uint64_t& value) {
         const auto place = reinterpret_cast<std::uint64_t>(mpNext);
         switch (encoding & dwarf::pointer::kForm) {
@@ -83,7 +83,7 @@ public:
         return relation == dwarf::pointer::Absptr || relation == dwarf::pointer::Pcrel;
     }
 
-    /// What its length stands before.
+    /// A block after its length.
     Expression Block() {
         const std::uint64_t length = Unsigned();
         const Expression block{mpNext, mpNext + length};

@@ -1,5 +1,4 @@
-// One step of a walk by whole rules: all registers are followed, so that frames whose CFA hangs on any of
-// them, and signal frames, where all were stored, are passed.
+// Slow path: restores every register, so it handles any CFA register and signal frames.
 
 #include <Base/platform/os/linux/stacks/unwind/DwarfExpression.h>
 #include <Base/platform/os/linux/stacks/unwind/FrameWalker.h>
@@ -60,7 +59,7 @@ bool FrameWalker::StepByRules(const FrameRules& rules) {
         if (rules.cfaRegister >= kRegisters) return false;
         cfa = mRegisters[rules.cfaRegister] + static_cast<std::uint64_t>(rules.cfaOffset);
     }
-    // The stack grows downwards; only a signal may come on another stack.
+    // The stack grows downwards; only a signal frame may be on another stack.
     if (!rules.isSignalFrame && cfa <= mRegisters[kStackPointer]) return false;
     std::uint64_t callers[kRegisters];
     for (unsigned int number = 0; number != kRegisters; ++number) {
@@ -73,7 +72,7 @@ bool FrameWalker::StepByRules(const FrameRules& rules) {
     return true;
 }
 
-// Where there are no rules this is a guess, which is given up as soon as it does not lead upwards into code.
+// Without rules this is a guess, dropped once it does not lead up the stack and into code.
 bool FrameWalker::StepByFramePointer() {
     constexpr std::uint64_t kLargestFrame = std::uint64_t{1} << 30;
     const std::uint64_t place = mRegisters[kFramePointer];
@@ -85,8 +84,8 @@ bool FrameWalker::StepByFramePointer() {
     if (address < kLeastAddress || (address >= below && address - below < kLargestFrame) ||
         address >> kUserAddressBits != 0)
         return false;
-    // A module's tables go on from here. Code of no module may well have called too, never what lies on the
-    // stack itself, and then its frame pointer leads further up.
+    // Code of a module is walked by its tables from here. Code outside of modules may be a caller too, but
+    // not an address on the stack itself, and its frame pointer must lead further up.
     UnwindModule module;
     if (!FindUnwindModule(address - 1, module) && framePointer <= place) return false;
     mRegisters[kFramePointer] = framePointer;

@@ -8,18 +8,18 @@
 
 namespace ZBase::os {
 
-/// What a walk does about code that lies in no module.
+/// Rules for code outside of modules, for a walk.
 class CodeOutsideModules {
 public:
-    /// The rules at `address`; false if there are none, or none can be had now.
+    /// The rules at `address`; false if there are none, or they can't be read now.
     virtual bool Find(std::uint64_t address, FrameRules& rules) = 0;
 
 protected:
     ~CodeOutsideModules() = default;
 };
 
-/// Walks by whole rules, with all registers, one frame at a time. Code without rules is taken to keep its
-/// caller's frame pointer and the return address where its own frame pointer leads.
+/// Walks by full rules, with all registers, one frame at a time. Code without rules is assumed to have a
+/// frame pointer: the caller's = *frame pointer, and the return address follows it.
 class FrameWalker {
 public:
     /// From a `ThreadContext`, or from `GeneralRegisters` alone.
@@ -32,19 +32,19 @@ public:
     std::uint64_t Address() const { return mRegisters[kReturnAddress]; }
     std::uint64_t StackPointer() const { return mRegisters[kStackPointer]; }
 
-    /// Moves a context to this frame.
+    /// Sets a context to this frame.
     void MoveContext(ThreadContext& context) const { MoveToCaller(mRegisters, context); }
 
-    /// Where the function of this frame begins; 0 if it has no rules.
+    /// The start of this frame's function; 0 without rules.
     std::uint64_t FunctionStart();
 
-    /// The module of the frame that `Step` left; all zero if it was in none.
+    /// The module of the frame before the last `Step`; all zero outside of modules.
     const UnwindModule& Module() const { return mModule; }
 
-    /// Whether the frame that `Step` left was a signal's.
+    /// Whether the frame before the last `Step` was a signal frame.
     bool WasSignalFrame() const { return mWasSignalFrame; }
 
-    /// Goes to the caller; false at the end of the stack and where the caller can't be found.
+    /// Goes to the caller; false at the end of the stack or if there is no valid caller.
     bool Step();
 
 private:
@@ -55,8 +55,8 @@ private:
 
     std::uint64_t mRegisters[kRegisters];
     WordReader mLoad;
-    CodeOutsideModules* mpOutside;  // held, not owned; null if nothing is known of such code
-    bool mIsReturnAddress = false;  // else the thread was stopped at the address itself
+    CodeOutsideModules* mpOutside;  // held, not owned; null for no rules
+    bool mIsReturnAddress = false;  // else the thread was stopped at this very address
     bool mWasSignalFrame = false;
     UnwindModule mModule{};
 };

@@ -5,7 +5,7 @@
 
 namespace ZBase::os {
 
-/// Reads words of a stack: `load` gives false for one that can't be read.
+/// Reads words of a stack: `load` returns false for an unreadable one.
 struct WordReader {
     bool (*load)(void* argument, std::uint64_t address, std::uint64_t& value);
     void* argument;
@@ -15,16 +15,16 @@ struct WordReader {
     }
 };
 
-/// Reads a word that may not be there, through the system. The argument is not used.
+/// Reads a word that may be unmapped, through the system. The argument is not used.
 bool LoadForeignWord(void*, std::uint64_t address, std::uint64_t& value);
 
-/// Reads memory of this process that may not be there, or may go at any moment, through the system and a page
-/// at a time. What was read is kept. No heap, no lock.
+/// Reads memory of this process that may be unmapped at any moment, through the system and a page at a time.
+/// Pages are cached. No heap, no lock.
 class ForeignMemory {
 public:
     void Forget();
 
-    /// The argument is a `ForeignMemory`. A word may lie on two pages.
+    /// The argument is a `ForeignMemory`. A word may span two pages.
     static bool Load(void* memory, std::uint64_t address, std::uint64_t& value);
 
 private:
@@ -32,7 +32,7 @@ private:
     static constexpr std::size_t kPages = 4;
 
     struct Page {
-        std::uint64_t address = 1;  // where no page begins
+        std::uint64_t address = 1;  // no page starts there
         unsigned char octets[kPage];
     };
 
@@ -41,7 +41,7 @@ private:
     Page mPages[kPages];
 };
 
-// A stack is read as it is, also where a sanitizer watches what compiled code does.
+// Stacks are read raw, outside of what sanitizers allow.
 #define ZBASE_READS_STACKS __attribute__((no_sanitize("address"), no_sanitize("thread")))
 
 }  // namespace ZBase::os

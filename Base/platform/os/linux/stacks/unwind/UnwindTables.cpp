@@ -1,7 +1,7 @@
-// From an address to the rules of its frame. The dynamic linker tells, without a lock, which module holds the
-// address and where the module's search table (.eh_frame_hdr) is mapped; the table leads to the description
-// of the function (FDE), and that to what functions of its kind share (CIE). Both carry a small program whose
-// operations move through the function's code and change the rules; it is run up to the address in question.
+// From an address to the rules of its frame. The dynamic linker gives, without a lock, the module of the
+// address and the address of its search table (.eh_frame_hdr); the table leads to the description of the
+// function (FDE), and that to the shared part (CIE). Both have a small program whose operations advance
+// through the function's code and change the rules; it is run up to the address.
 
 #include <dlfcn.h>
 #include <link.h>
@@ -11,7 +11,7 @@
 #include <Base/platform/os/linux/stacks/unwind/DwarfReader.h>
 #include <Base/platform/os/linux/stacks/unwind/UnwindTables.h>
 
-// The compiler's run-time library; not every one has it.
+// In the compiler's run-time library; not every one has it.
 extern "C" [[gnu::weak]] const void* _Unwind_Find_FDE(void* address, void* bases);
 
 namespace ZBase::os {
@@ -107,7 +107,7 @@ bool ParseDescription(const std::uint8_t* place, Description& description) {
     return true;
 }
 
-/// The last entry of the table that begins at or below what is wanted; false if none does.
+/// The last entry of the table that begins at or below `wanted`; false if none does.
 bool FindEntry(const TableHeader& header, const TableEntry* entries, std::int64_t wanted,
                std::uint32_t& low) {
     if (header.count == 0 || wanted < entries[0].function) return false;
@@ -263,7 +263,7 @@ private:
         return static_cast<std::int64_t>(offset) * mDescription.dataAlignment;
     }
 
-    // Vector registers and the like have rules too, which nobody needs.
+    // Rules of other registers, such as vector registers, are not needed.
     void Set(std::uint64_t number, RuleKind kind, std::int64_t value) {
         if (number >= kRegisters) return;
         mRules.kinds[number] = kind;
@@ -276,7 +276,7 @@ private:
             mpInitial == nullptr ? 0 : mpInitial->values[number]);
     }
 
-    /// Where an expression is that the reader then stands behind.
+    /// The address of the expression at the reader, which is moved past it.
     static std::int64_t Place(DwarfReader& reader) {
         const auto place = reinterpret_cast<std::int64_t>(reader.Position());
         reader.Block();
@@ -309,7 +309,7 @@ std::uint64_t Mix(std::uint64_t hash, std::uint64_t value) {
     return hash ^ (hash >> 32);
 }
 
-/// A hash of the build id among a segment's notes, begun from `seed`; 0 if there is none.
+/// A hash of the build id in a note segment, starting with `seed`; 0 if there is none.
 std::uint64_t HashBuildId(const std::uint8_t* note, const std::uint8_t* end, std::uint64_t alignment,
                           std::uint64_t seed) {
     const auto aligned = [alignment](std::uint64_t size) {
@@ -335,8 +335,8 @@ std::uint64_t HashBuildId(const std::uint8_t* note, const std::uint8_t* end, std
     return 0;
 }
 
-// A module that is unloaded may leave its place to another, even to one whose tables look the same from
-// outside. Their build ids differ. The program itself stays, so it needs none.
+// After an unload another module may be mapped at the same address, even one whose tables look the same from
+// outside. Their build ids differ. The program itself is never unloaded, so it needs none.
 std::uint64_t Identity(const dl_find_object& object) {
     const auto* const start = static_cast<const std::uint8_t*>(object.dlfo_map_start);
     const std::uint64_t place = Mix(reinterpret_cast<std::uint64_t>(start), 1);
@@ -357,12 +357,12 @@ std::uint64_t Identity(const dl_find_object& object) {
     return 0;
 }
 
-/// A hash of all that the rules of a function follow from: its FDE and the CIE of that; never 0.
+/// A hash of everything that determines a function's rules: its FDE and CIE; never 0.
 std::uint64_t HashDescription(const std::uint8_t* place) {
     std::uint64_t hash = reinterpret_cast<std::uint64_t>(place);
     const std::uint8_t* parts[2] = {place, nullptr};
     for (const std::uint8_t*& part : parts) {
-        std::uint32_t words[2];  // the length, and how far back the CIE is
+        std::uint32_t words[2];  // the length, and the distance to the CIE
         std::memcpy(words, part, sizeof words);
         if (words[0] == dwarf::kLongForm || words[0] < 4) return 0;
         const std::uint8_t* const end = part + 4 + words[0];

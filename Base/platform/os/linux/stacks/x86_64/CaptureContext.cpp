@@ -1,5 +1,5 @@
-// A register state can't be read from within compiled code without disturbing it, so these few lines are in
-// the machine's own language. They write as far as the general registers go.
+// Compiled code can't read the registers without changing them, hence assembler. It stores the general
+// registers only.
 
 #include <Base/platform/os/ThreadContext.h>
 
@@ -44,7 +44,7 @@ namespace ZBase::os {
 
 namespace {
 
-// Keeps a call from becoming a jump, which would take its frame away.
+// Prevents a tail call, which would remove the frame.
 inline void StayHere() {
     asm volatile("" ::: "memory");
 }

@@ -8,20 +8,20 @@
 
 namespace ZBase::os {
 
-// Numbers of registers as the unwind tables give them.
+// DWARF register numbers.
 inline constexpr unsigned int kRegisters = 17;  // the last is the return address
 inline constexpr unsigned int kFramePointer = 6;
 inline constexpr unsigned int kStackPointer = 7;
 inline constexpr unsigned int kReturnAddress = 16;
 
-/// Where a call stores the return address, seen from the CFA.
+/// The return address = *(CFA + this).
 inline constexpr std::int64_t kReturnAddressPlace = -8;
 
-/// No code lies below or above.
+/// Code is between these addresses.
 inline constexpr std::uint64_t kLeastAddress = 1 << 16;
 inline constexpr unsigned int kUserAddressBits = 47;
 
-/// The general registers, laid out as in a `ThreadContext`, of which they are the beginning.
+/// The general registers, with the layout of the beginning of a `ThreadContext`.
 struct alignas(16) GeneralRegisters {
     unsigned char head[0x78];
     std::uint64_t rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi;
@@ -34,10 +34,10 @@ struct alignas(16) GeneralRegisters {
 };
 static_assert(sizeof(GeneralRegisters) == 0x100 && offsetof(GeneralRegisters, rip) == 0xF8);
 
-/// `CaptureContext`, into less room.
+/// `CaptureContext` for the general registers only.
 void CaptureRegisters(GeneralRegisters* registers);
 
-/// The registers of a `ThreadContext`, or of `GeneralRegisters`, by their numbers.
+/// The registers of a `ThreadContext`, or of `GeneralRegisters`, by DWARF number.
 template <class State>
 void NumberRegisters(const State& from, std::uint64_t (&to)[kRegisters]) {
     const std::uint64_t numbered[kRegisters] = {from.rax, from.rdx, from.rcx, from.rbx, from.rsi, from.rdi,
@@ -46,7 +46,7 @@ void NumberRegisters(const State& from, std::uint64_t (&to)[kRegisters]) {
     for (unsigned int number = 0; number != kRegisters; ++number) to[number] = numbered[number];
 }
 
-/// Moves a context to the caller's frame. Registers that a call does not keep are left as they were.
+/// Sets a context to the caller's frame. Registers that a call may change are left unchanged.
 inline void MoveToCaller(const std::uint64_t (&caller)[kRegisters], ThreadContext& context) {
     context.rbx = caller[3];
     context.rbp = caller[kFramePointer];
@@ -58,7 +58,8 @@ inline void MoveToCaller(const std::uint64_t (&caller)[kRegisters], ThreadContex
     context.rip = caller[kReturnAddress];
 }
 
-/// Stores what a signal interrupted into a `ThreadContext` or into `GeneralRegisters`. No heap, no lock.
+/// Stores the state that a signal interrupted into a `ThreadContext` or into `GeneralRegisters`. No heap, no
+/// lock.
 template <class State>
 void StoreRegisters(const ucontext_t& from, State& to) {
     const auto value = [&](int name) { return static_cast<std::uint64_t>(from.uc_mcontext.gregs[name]); };
@@ -81,14 +82,14 @@ void StoreRegisters(const ucontext_t& from, State& to) {
     to.rip = value(REG_RIP);
 }
 
-/// The whole of a context.
+/// All parts of a context.
 inline void StoreContext(const ucontext_t& from, ThreadContext& to) {
     to.contextFlags = kFullContext;
     to.flags = static_cast<std::uint32_t>(from.uc_mcontext.gregs[REG_EFL]);
     StoreRegisters(from, to);
 }
 
-/// The calling thread's own record, which lies right above its stack.
+/// The calling thread's own record, which is right above its stack.
 inline std::uint64_t ThreadPointer() {
     std::uint64_t self = 0;
     asm("movq %%fs:0, %0" : "=r"(self));
