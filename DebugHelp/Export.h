@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks the fourteen entry points, which are found under exactly their names; everything else stays inside.
+/// Marks the fourteen entry points, which are looked up by exactly these names; all others are hidden.
 #define ZBASE_DEBUGHELP_ENTRY extern "C" [[gnu::visibility("default")]]

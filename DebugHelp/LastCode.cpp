@@ -1,5 +1,4 @@
-// Entry points tell of failures by their results alone, so what is shared with the library sets no last code
-// here.
+// Entry points return failures only as results, so code shared with the library sets no last code here.
 
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 

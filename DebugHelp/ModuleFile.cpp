@@ -19,7 +19,7 @@ namespace DebugHelp {
 
 namespace {
 
-/// Visits the program headers that are mapped at a module's start; false if none are there.
+/// Visits the program headers that are mapped at a module's start; false if there are none.
 template <class Visitor>
 bool VisitSegments(const LoadedModule& module, Visitor visitor) {
     ElfW(Ehdr) header;
@@ -34,7 +34,7 @@ bool IsKernels(const LoadedModule& module) {
     return module.start == getauxval(AT_SYSINFO_EHDR);
 }
 
-/// Whether the file has the build id that is mapped. One without an id is believed.
+/// Whether the file has the mapped build id. Without an id it is assumed to.
 bool IsSame(int file, std::string_view id) {
     if (id.empty()) return true;
     Elf* const elf = elf_begin(file, ELF_C_READ_MMAP, nullptr);
@@ -88,7 +88,7 @@ int ModuleFile::Open(Elf** inMemory) {
         *inMemory = elf_memory(reinterpret_cast<char*>(mModule.start), mModule.end - mModule.start);
         return -1;
     }
-    // The program is there under this name whatever became of its file.
+    // This name opens the program even if its file was removed.
     int file = *mModule.name == 0 ? OpenFile("/proc/self/exe", true) : OpenFile(mPath, false);
     if (file < 0 && *mModule.name != 0) {
         std::uint64_t end = 0;
@@ -108,7 +108,7 @@ int ModuleFile::Open(Elf** inMemory) {
     return -1;
 }
 
-// The segments lie in memory as in the file. What tells of its sections is not among them.
+// The segments have the same layout in memory as in the file. The section table is not part of them.
 void ModuleFile::CopyMapped() {
     std::size_t size = 0;
     VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {

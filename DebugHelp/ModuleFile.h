@@ -11,24 +11,24 @@
 
 namespace DebugHelp {
 
-/// A module of the process as it is loaded.
+/// A loaded module.
 struct LoadedModule {
     std::uint64_t start;
     std::uint64_t end;
-    std::uint64_t bias;  // what an address in the file is moved by
+    std::uint64_t bias;  // the difference between addresses in memory and in the file
     const char* name;    // the loader's; empty for the program
 
-    /// The module around `address`; false if there is none. No lock.
+    /// The module that contains `address`; false if there is none. No lock.
     static bool Find(std::uint64_t address, LoadedModule& module);
 
-    /// The octets of its build id where they are mapped; empty if it has none.
+    /// The mapped octets of its build id; empty if it has none.
     std::string_view BuildId() const;
 
     std::string Path() const;
 };
 
-/// A module's file: as it was when it was loaded, also if it was deleted or replaced since, and if it can't
-/// be opened, what of it is mapped.
+/// A module's file: the one that was loaded, even if it was deleted or replaced since, or the mapped part of
+/// it if it can't be opened.
 class ModuleFile {
 public:
     explicit ModuleFile(const LoadedModule& module);
@@ -38,11 +38,11 @@ public:
 
     const std::string& Path() const { return mPath; }
 
-    /// Gives the file to elfutils: a handle, which is given away, or else -1 and the file in memory, null if
-    /// that can't be had either.
+    /// Opens the file for elfutils: returns a descriptor, which the caller owns, or else -1 with the file in
+    /// memory, null if that fails too.
     int Open(Elf** inMemory);
 
-    /// Whether another try may find more, since no file could be opened now.
+    /// Whether another try may find more, since the process was out of descriptors.
     bool IsForWantOfFiles() const { return mIsForWantOfFiles; }
 
 private:

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::size_t kMostRemembered = 1 << 16;
 
-// Each module is alone in its session of elfutils, at a place of its own: what is known of its file holds
-// wherever it is loaded next.
+// Each module is alone in its elfutils session, at a fixed address: so its symbols stay valid wherever it is
+// loaded next.
 constexpr Dwarf_Addr kPlace = Dwarf_Addr{1} << 40;
 
 std::string Demangle(const char* name) {
@@ -24,8 +24,8 @@ std::string Demangle(const char* name) {
     return text == nullptr ? name : text.get();
 }
 
-// Where elfutils looks for the debug file that a module names: for each place, in the module's directory
-// below it.
+// Where elfutils searches for the debug file that a module names: each place, relative to the module's
+// directory.
 bool IsDebugFileHere(const std::string& places, const std::string& module, const char* link) {
     const std::string directory = module.substr(0, module.rfind('/') + 1);
     for (std::size_t start = 0; start <= places.size();) {
@@ -46,7 +46,7 @@ struct FoundLine {
     Dwarf_Addr address = 0;
 };
 
-// The index gives a line for what lies between units, too.
+// The index also gives lines for addresses between units.
 bool FindIndexed(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
     Dwfl_Line* const line = dwfl_module_getsrc(module, address);
     Dwarf_Addr bias = 0;
@@ -56,7 +56,7 @@ bool FindIndexed(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
     return found.file != nullptr;
 }
 
-// Some compilers write no index from addresses to compilation units, so each unit is asked.
+// Some compilers write no index from addresses to compilation units, so all units are searched.
 bool FindInUnits(Dwfl_Module* module, std::uint64_t address, FoundLine& found) {
     Dwarf_Addr bias = 0;
     for (Dwarf_Die* unit = nullptr; (unit = dwfl_module_nextcu(module, unit, &bias)) != nullptr;) {
@@ -85,8 +85,7 @@ int ModuleSymbols::FindElf(Dwfl_Module*, void** data, const char*, Dwarf_Addr, c
     return self.mFile.Open(elf);
 }
 
-// The network is left alone: of a file that is not here elfutils would ask the servers that the environment
-// names, for minutes maybe.
+// No network: for a missing file elfutils would query the servers in DEBUGINFOD_URLS, possibly for minutes.
 int ModuleSymbols::FindDebugInformation(Dwfl_Module* module, void** data, const char* name, Dwarf_Addr base,
                                         const char* file, const char* link, GElf_Word checksum,
                                         char** found) {
@@ -139,7 +138,7 @@ Symbol ModuleSymbols::LookUpSymbol(std::uint64_t address) const {
     const char* const name =
         dwfl_module_addrinfo(mpModule, address + mBias, &offset, &symbol, nullptr, nullptr, nullptr);
     if (name == nullptr) return {};
-    // Behind an "@" stands the version of the symbol, which is no part of the name.
+    // After an "@" comes the version of the symbol, which is not part of the name.
     const std::string bare(name, std::strcspn(name, "@"));
     return {Demangle(bare.c_str()), address - offset, symbol.st_size, true};
 }

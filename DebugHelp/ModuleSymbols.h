@@ -19,20 +19,20 @@ struct Symbol {
 };
 
 struct Line {
-    const std::string* file = nullptr;  // stays for good; null if there is no line
+    const std::string* file = nullptr;  // never freed; null without a line
     std::uint32_t number = 0;
-    std::uint64_t address = 0;  // where the line's code begins
+    std::uint64_t address = 0;  // the start of the line's code
 };
 
-/// The names of all source files. Lines point into it, and callers keep what they point to.
+/// The names of all source files. Lines point into it, and callers keep the pointers.
 using FileNames = std::set<std::string>;
 
-/// The symbols and lines of one module, on elfutils: the module's own tables, its separate debug file by
-/// build id or link, the exported symbols of a stripped one. What was looked up once is kept.
+/// The symbols and lines of one module, by elfutils: the module's own tables, its separate debug file by
+/// build id or link, the exported symbols of a stripped one. Results are cached.
 class ModuleSymbols {
 public:
-    /// `places` are the directories in which debug files are looked for, in the form of elfutils; empty for
-    /// the usual ones.
+    /// `places` are the directories to search for debug files, in the form of elfutils; empty for the default
+    /// ones.
     ModuleSymbols(const LoadedModule& module, const std::string& places, FileNames& names);
     ~ModuleSymbols();
     ModuleSymbols(const ModuleSymbols&) = delete;
@@ -40,10 +40,10 @@ public:
 
     const std::string& Path() const { return mFile.Path(); }
 
-    /// Whether it is less than what a later try may give.
+    /// Whether a later try may find more.
     bool IsProvisional() const { return mFile.IsForWantOfFiles(); }
 
-    /// Null if the address lies in no symbol.
+    /// Null if the address is in no symbol.
     const Symbol* FindSymbol(std::uint64_t address);
     const Line* FindLine(std::uint64_t address);
 
@@ -62,7 +62,7 @@ private:
     Dwfl_Callbacks mCallbacks{};
     Dwfl* mpDwfl = nullptr;
     Dwfl_Module* mpModule = nullptr;  // null if nothing could be read
-    Dwarf_Addr mBias = 0;             // of addresses as elfutils has them
+    Dwarf_Addr mBias = 0;             // between addresses here and in elfutils
     std::unordered_map<std::uint64_t, Symbol> mSymbols;
     std::unordered_map<std::uint64_t, Line> mLines;
 };

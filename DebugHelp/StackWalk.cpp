@@ -1,9 +1,9 @@
-// The walk of a stack from a register state, by the library's own rules: no heap, and no lock of a library
-// that a child of a fork could find locked for ever. Memory is read through the system, a page at a time: the
-// stack of a running thread may be gone the next moment, and a damaged one leads anywhere. A walk keeps where
-// it is between the calls; the frame record names it, and where it is no longer that of the walk it is begun
-// anew from the registers, which move along. Frames that were recorded while their thread stood are given as
-// they are.
+// The walk of a stack from a register state, by the library's own unwinder: no heap, and no lock of a library
+// that a forked child could find locked for ever. Memory is read through the system, a page at a time: the
+// stack of a running thread may be unmapped at any moment, and a damaged one leads anywhere. A walk keeps its
+// state between the calls; the frame record has its number, and if its state was overwritten the walk
+// restarts from the registers, which are updated at each step. Recorded frames of a thread are returned
+// unchanged.
 
 #include <atomic>
 #include <optional>
@@ -20,7 +20,7 @@ using ZBase::os::FrameWalker;
 using ZBase::os::RecordedFrame;
 using ZBase::os::ThreadContext;
 
-// What `Reserved` of a frame record holds: how far its walk is, and the number of the walk or of the frame.
+// `Reserved` of a frame record: the state of its walk, and the number of the walk or of the frame.
 enum WalkState : std::uint64_t { Fresh, Going, Ended };
 
 struct Walk {
@@ -79,7 +79,7 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t StackWalk64(std::uint32_t machine, void*, voi
     if (Step(*frame, context)) {
         const ZBase::os::WalkStart caller = StartOfWalk(context);
         frame->AddrReturn = {caller.instruction, 0, ZBase::AddrModeFlat};
-        // Where the function keeps, or would keep, its caller's frame pointer.
+        // The address where the function has, or would have, stored its caller's frame pointer.
         frame->AddrFrame = {caller.stack - 16, 0, ZBase::AddrModeFlat};
         frame->Reserved[0] = Going;
     } else {
@@ -97,7 +97,7 @@ ZBASE_DEBUGHELP_ENTRY std::uint64_t SymGetModuleBase64(void*, std::uint64_t addr
 
 ZBASE_DEBUGHELP_ENTRY void* SymFunctionTableAccess64(void*, std::uint64_t address) {
     struct RuntimeFunction {
-        std::uint32_t begin;  // all from the start of the module
+        std::uint32_t begin;  // all relative to the start of the module
         std::uint32_t end;
         std::uint32_t unwindInfo;
     };

@@ -10,7 +10,7 @@ namespace DebugHelp {
 
 namespace {
 
-// Of modules that are not loaded now this many are kept.
+// The number of unloaded modules that are cached.
 constexpr std::size_t kMostUnloaded = 16;
 
 int CountUnloads(dl_phdr_info* information, std::size_t, void* argument) {
@@ -18,8 +18,8 @@ int CountUnloads(dl_phdr_info* information, std::size_t, void* argument) {
     return 1;
 }
 
-/// What tells a module from any other; it lies in `room` or in the module. Where one without a build id was,
-/// there may be another after any module was unloaded.
+/// The key of a module; it is in `room` or in the module. Without a build id it changes after each unload,
+/// since another module may be at that address then.
 std::string_view IdOf(const LoadedModule& module, std::array<char, 64>& room) {
     const std::string_view id = module.BuildId();
     if (!id.empty()) return id;
@@ -30,11 +30,11 @@ std::string_view IdOf(const LoadedModule& module, std::array<char, 64>& room) {
     return {room.data(), static_cast<std::size_t>(length)};
 }
 
-/// Whether a call ends where `next` begins. All forms of a near call end with a different number of octets.
+/// Whether a call instruction ends at `next`. All forms of a near call end with a different number of octets.
 bool IsBehindCall(const unsigned char* next) {
-    if (next[-5] == 0xE8) return true;  // a constant distance
+    if (next[-5] == 0xE8) return true;  // rel32
     for (int length = 2; length != 8; ++length) {
-        if (next[-length] != 0xFF || (next[1 - length] >> 3 & 7) != 2) continue;  // through what ModR/M names
+        if (next[-length] != 0xFF || (next[1 - length] >> 3 & 7) != 2) continue;  // through ModR/M
         const unsigned int mode = next[1 - length] >> 6;
         const unsigned int base = next[1 - length] & 7;
         int expected = 2;

@@ -18,15 +18,15 @@ struct Module {
     std::string path;
 };
 
-/// The symbols of this process's modules. They are read when a module is first asked for, and kept by its
-/// build id: whatever else is loaded and unloaded meanwhile, and when it comes back itself.
+/// The symbols of this process's modules. They are read when a module is first looked up, and cached by its
+/// build id, whatever is loaded and unloaded meanwhile.
 class SymbolEngine {
 public:
     void Begin() { mIsBegun = true; }
     void End();
     bool IsBegun() const { return mIsBegun; }
 
-    /// What is told of an address, in addresses of this process. The texts stay until the next call, the
+    /// The symbol of an address, in addresses of this process. The texts are valid until the next call, the
     /// file's for good.
     struct FoundSymbol {
         const std::string* name;
@@ -45,21 +45,21 @@ public:
     /// The modules that are loaded now.
     std::vector<Module> Modules() const;
 
-    /// The address of the call, where `address` lies behind a call whose function ends with it: that call
-    /// never returns, and what lies behind it is another function. Else `address` itself.
+    /// The address of the call, if `address` follows a call at the end of its function: that call never
+    /// returns, and another function follows it. Else `address` itself.
     std::uint64_t CallBefore(std::uint64_t address);
 
-    /// Directories in which debug files are looked for, in the form of elfutils; empty for the usual ones.
+    /// The directories to search for debug files, in the form of elfutils; empty for the default ones.
     std::string searchPath;
 
 private:
     struct Known {
         std::unique_ptr<ModuleSymbols> symbols;
-        std::uint64_t start = 0;  // where it was last
+        std::uint64_t start = 0;  // its last address
         std::uint64_t use = 0;
     };
 
-    /// What was at a place when it was last asked for; found again without the heap.
+    /// The last result for an address; found again without the heap.
     struct Recent {
         std::string id;
         std::string name;

@@ -1,4 +1,4 @@
-// The symbol entry points. They may be called by any thread; one at a time is served.
+// The symbol entry points. Any thread may call them; one runs at a time.
 
 #include <pthread.h>
 #include <algorithm>
@@ -22,13 +22,13 @@ using DebugHelp::SymbolEngine;
 constinit std::recursive_mutex sLock;
 std::atomic<std::uint32_t> sOptions{0};
 
-SymbolEngine* spEngine = nullptr;  // owned; made by the first call, since a constructor at load can't refuse
-bool sMustBegin = false;           // a child's, since the one that it left was begun
+SymbolEngine* spEngine = nullptr;  // owned; made by the first call, since a constructor at load can't fail
+bool sMustBegin = false;           // in a child, if the engine it inherited was started
 bool sIsUnloaded = false;
 std::atomic<bool> sIsBusy{false};
 
-// A child of a fork may have the lock of a thread that is not there, and an engine in the middle of
-// something, which is left as it is.
+// A forked child may have inherited a lock of a thread that does not exist, and an engine in the middle of an
+// operation, which is leaked.
 void RenewInChild() {
     ::new (static_cast<void*>(&sLock)) std::recursive_mutex;
     if (!sIsBusy.exchange(false) || spEngine == nullptr) return;
@@ -38,7 +38,7 @@ void RenewInChild() {
 
 [[maybe_unused]] const bool sIsWatching = pthread_atfork(nullptr, nullptr, RenewInChild) == 0;
 
-/// Ends the engine when the module is unloaded, if nobody is inside of it.
+/// Destroys the engine when the module is unloaded, unless a thread is inside.
 struct EngineEnd {
     ~EngineEnd() {
         sIsUnloaded = true;
@@ -55,8 +55,8 @@ SymbolEngine& Engine() {
     return *spEngine;
 }
 
-/// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out. A thread that is in
-/// a look-up already (its heap may want to know who calls it) gets 0.
+/// Calls `operation` with the engine, under the lock; 0 if that fails or memory runs out. A nested call on
+/// the same thread, as from a heap hook that captures its callers, returns 0.
 template <class Operation>
 std::int32_t WithEngine(Operation operation) noexcept {
     try {
@@ -172,8 +172,8 @@ ZBASE_DEBUGHELP_ENTRY std::int32_t SymEnumerateModules64(void*, ZBase::Enumerate
     });
 }
 
-/// The modules of the process are known without it: gives the base of the one that is at `base`, or else of
-/// the one whose image or file name is `imageName`; 0 if there is none.
+/// No module is loaded by this: returns the base of the one at `base`, or else of the one whose image or file
+/// name is `imageName`; 0 if there is none.
 ZBASE_DEBUGHELP_ENTRY std::uint64_t SymLoadModule64(void*, void*, const char* imageName, const char*,
                                                     std::uint64_t base, std::uint32_t) {
     std::uint64_t found = 0;

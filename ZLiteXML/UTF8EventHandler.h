@@ -5,13 +5,13 @@
 
 namespace ZLiteXML {
 
-/// Takes a document as a run of events, from a reader or from a program that writes one. All texts are
-/// terminated UTF-8, good for the call only. Each operation does nothing unless it is overridden.
+/// Receives a document as a sequence of events, from a reader or from a program that writes one. All texts
+/// are terminated UTF-8, valid during the call only. Each operation does nothing unless it is overridden.
 class ZLITEXML_INTERFACE UTF8EventHandler : public virtual ZBase::ReferenceCounted {
 public:
     virtual void StartElement(const char* /*name*/) {}
 
-    /// Belongs to the element that was started last, before any content of it.
+    /// Belongs to the last started element, before any content of it.
     virtual void Attribute(const char* /*name*/, const char* /*value*/) {}
 
     /// Text with all escapes resolved. One text can come in several calls.

@@ -9,30 +9,30 @@
 
 namespace ZLiteXML {
 
-/// Reads one document that comes piece by piece, and tells it to handlers.
+/// Reads one document piece by piece, and calls handlers with its events.
 class ZLITEXML_INTERFACE UTF8Reader {
 public:
-    /// Sends what follows to `handler`, on which it takes a reference: before the document the whole of it,
-    /// within `StartElement` the content of that element. The element's attributes and its end go to the
-    /// handler that was told of its start. Null: nobody is told.
+    /// Passes the following events to `handler`, on which it takes a reference: before the document all of
+    /// it, within `StartElement` the content of that element. The element's attributes and its end go to the
+    /// handler that got its start. Null: the events are dropped.
     virtual void PushHandler(UTF8EventHandler* handler) = 0;
 
-    /// Takes the next piece, cut anywhere, and tells what is complete; what stands behind a long token that
-    /// came in small pieces may wait until as much again has come, or for `Finish`. Throws `XMLException`
-    /// when the document is not well-formed, passes a bound, declares entities, defaults of attributes or
-    /// more than 128 attributes of one element, or has one tag or comment of about 1 GiB; whatever a handler
-    /// throws; and `std::bad_alloc`. After that every further call throws. What is told, and the reason and
-    /// line of a refusal, do not hang on the cuts.
+    /// Parses the next piece, cut anywhere, and calls handlers for what is complete; events after a long
+    /// token that came in small pieces may be delayed until as much again has come, or until `Finish`. Throws
+    /// `XMLException` when the document is not well-formed, exceeds a limit, declares entities, default
+    /// attributes or more than 128 attributes of one element, or has one tag or comment of about 1 GiB;
+    /// whatever a handler throws; and `std::bad_alloc`. After that every further call throws. The events, and
+    /// the reason and line of a refusal, do not depend on the cuts.
     virtual void Read(const char* bytes, std::size_t size) = 0;
 
-    /// Ends the document; throws as `Read` does, also for a document that is not complete, of which it first
-    /// tells what is.
+    /// Ends the document; throws as `Read` does, also for an incomplete document, after the events of its
+    /// complete part.
     virtual void Finish() = 0;
 
     virtual ~UTF8Reader() = default;
 };
 
-/// What a document may be at most; one that is more is refused.
+/// The limits of a document; a larger one is refused.
 struct ReaderBounds {
     std::size_t depth = 10'000;  // elements around another; a list of n errors is n levels deep
     std::uint64_t size = std::uint64_t{64} << 20;  // bytes of the document

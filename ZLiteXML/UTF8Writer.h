@@ -7,15 +7,14 @@
 
 namespace ZLiteXML {
 
-/// Writes the events that it is told as a document, well-formed or not at all. Throws `XMLException` for what
-/// XML cannot hold (most control characters, U+FFFE, U+FFFF, what is not UTF-8, a name that is none, a
-/// carriage return or "--" in a comment) and for events that make no document (an end without its start, an
-/// attribute behind content, a second root), and `std::bad_alloc`; then the document is given up and every
-/// further event throws. A document that has ended stays as it is; comments may follow it, each of which is
-/// added at once.
+/// Writes its events as a well-formed document. Throws `XMLException` for text that XML cannot hold (most
+/// control characters, U+FFFE, U+FFFF, invalid UTF-8, an invalid name, a carriage return or "--" in a
+/// comment) and for invalid sequences of events (an end without its start, an attribute after content, a
+/// second root), and `std::bad_alloc`; after that every further event throws. A document that has ended is
+/// not changed; comments may follow it, each of which is added at once.
 class ZLITEXML_INTERFACE UTF8Writer : public virtual UTF8EventHandler {};
 
-/// How a document is written.
+/// Options of a writer.
 struct WriterOptions {
     bool declaration = true;  // "<?xml ...?>" in front, with the encoding
     unsigned int indentation =
@@ -24,17 +23,17 @@ struct WriterOptions {
                            // that is not UTF-8, in texts, attributes and comments, instead of throwing
 };
 
-/// Writes to a file, which is there, or has its new content, from the end of the root element on; until then,
-/// and when the document is given up, everything is as it was. The document is on the disk before it takes
-/// the place of an old file, with whose permissions, and with whose owner if this process may give it away,
-/// it goes on; a link stays a link. Until then it waits in a file that nobody else can read, not in memory.
-/// What cannot be replaced is written to at the end of the root: a device, a pipe, a mount point, a file in a
-/// directory that is closed to this process. A relative path starts at the current directory of this call.
-/// Also throws `XMLException` when the file can't be written.
+/// Writes to a file, which is created, or gets its new content, at the end of the root element; until then,
+/// and after a failure, the old one is unchanged. The document is synchronised to the disk before it replaces
+/// an old file, whose permissions it keeps, and whose owner if this process may change owners; a link stays a
+/// link. Until then it is in a file that no other user can read, not in memory. A file that can't be replaced
+/// is written to at the end of the root: a device, a pipe, a mount point, a file in a directory without write
+/// permission. A relative path starts at the current directory of this call. Also throws `XMLException` when
+/// the file can't be written.
 ZLITEXML_API ZBase::ReturnPtrI<UTF8Writer> CreateFileWriter(const char* file,
                                                             const WriterOptions& options = {});
 
-/// Writes to a text, which is replaced at the end of the root element and must live until then.
+/// Writes to a text, which is assigned at the end of the root element and must live until then.
 ZLITEXML_API ZBase::ReturnPtrI<UTF8Writer> CreateStringWriter(std::string& document,
                                                               const WriterOptions& options = {});
 

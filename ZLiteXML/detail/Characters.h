@@ -4,26 +4,26 @@
 
 namespace ZLiteXML {
 
-/// A character at the head of a terminated text.
+/// A character at the start of a terminated text.
 struct Character {
-    std::size_t octets;  // 0: what stands there is not UTF-8
+    std::size_t octets;  // 0: invalid UTF-8
     unsigned int value;
 };
 
 Character DecodeCharacter(const unsigned char* text);
 
-/// How many octets at the head of a terminated text that is not UTF-8 belong together: a lead and as many of
-/// the octets that it announces as are there, which `ZBase::UTF8ToWideChar` replaces by one character too.
+/// The length of the invalid sequence at the start of a terminated text: a lead octet and as many of its
+/// continuation octets as follow, which `ZBase::UTF8ToWideChar` also replaces by one character.
 std::size_t OctetsOfBadSequence(const unsigned char* text);
 
-/// Whether XML can hold a character, escaped or not.
+/// Whether XML allows a character, escaped or not.
 constexpr bool IsXMLCharacter(unsigned int value) {
     if (value < 0x20) return value == '\t' || value == '\n' || value == '\r';
     return value < 0xD800 || (value > 0xDFFF && value < 0xFFFE) || (value > 0xFFFF && value <= 0x10FFFF);
 }
 
-/// Whether a terminated UTF-8 text is the name of an element or attribute, as Expat has it: by the fourth
-/// edition of XML 1.0, whose names every later reader takes too.
+/// Whether a terminated UTF-8 text is the name of an element or attribute for Expat: by the fourth edition of
+/// XML 1.0, whose names every later reader accepts too.
 bool IsXMLName(const char* text);
 
 }  // namespace ZLiteXML

@@ -12,9 +12,9 @@ namespace ZLiteXML {
 namespace {
 
 constexpr std::size_t kBufferSize = 65536;
-constexpr std::size_t kDeepestIndentation = 32;  // levels; a deep document would be nothing but spaces
+constexpr std::size_t kDeepestIndentation = 32;  // levels; a deeper document would be mostly spaces
 
-// The ASCII characters that are written as they stand.
+// The ASCII characters that need no escape.
 using PlainCharacters = std::array<bool, 256>;
 
 constexpr PlainCharacters AllPlainBut(std::string_view special) {
@@ -52,7 +52,7 @@ const char* Escape(unsigned int character) {
     }
 }
 
-// Two hyphens would be the end of the comment.
+// Two hyphens would end the comment.
 bool HasCommentEnd(std::string_view text) {
     return text.find("--") != std::string_view::npos || text.ends_with('-');
 }
@@ -82,7 +82,7 @@ DocumentWriter::DocumentWriter(std::unique_ptr<Output> output, const WriterOptio
     if (mOptions.declaration) mBuffer = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 }
 
-// One event. With the first failure the document is given up.
+// One event. After the first failure every event fails.
 template <class Step>
 void DocumentWriter::Take(Step step) {
     if (mOutput == nullptr) ThrowFailure("The document was given up.");
@@ -198,7 +198,7 @@ void DocumentWriter::CloseStartTag() {
     mInStartTag = false;
 }
 
-// Line breaks go only where an element holds no text, so that they never become part of one.
+// Line breaks are written only in elements without text, so that they never become part of it.
 void DocumentWriter::BeginMarkup() {
     CloseStartTag();
     if (mOpen.empty()) return;
@@ -212,7 +212,7 @@ void DocumentWriter::BreakLine(std::size_t level) {
     mBuffer.append(std::min(level, kDeepestIndentation) * mOptions.indentation, ' ');
 }
 
-// A long text goes on without being copied once more. What follows the root goes on as a whole.
+// A long text is passed on without a copy. Output after the root is passed on as a whole.
 void DocumentWriter::Append(std::string_view text) {
     if (mHasEnded || mBuffer.size() + text.size() < kBufferSize) {
         mBuffer += text;
@@ -228,7 +228,7 @@ void DocumentWriter::Append(std::string_view text) {
 }
 
 void DocumentWriter::AppendEscaped(const char* text, const std::array<bool, 256>& plain) {
-    const char* start = text;  // of what is yet to be appended
+    const char* start = text;  // of the text not yet appended
     for (;;) {
         const auto octet = static_cast<unsigned char>(*text);
         if (plain[octet]) {

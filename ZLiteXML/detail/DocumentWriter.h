@@ -25,7 +25,7 @@ public:
 
 private:
     struct Element {
-        std::size_t nameStart = 0;  // in `mNames`, where the name ends with a zero
+        std::size_t nameStart = 0;  // in `mNames`, terminated by a zero
         bool hasText = false;
         bool hasMarkup = false;  // elements or comments
     };
@@ -46,15 +46,15 @@ private:
     const char* OpenName() const { return mNames.c_str() + mOpen.back().nameStart; }
     std::string Place() const;
 
-    std::unique_ptr<Output> mOutput;  // null: given up
+    std::unique_ptr<Output> mOutput;  // null after a failure
     WriterOptions mOptions;
-    std::string mBuffer;  // on its way to the output
+    std::string mBuffer;  // not yet passed to the output
     std::string mNames;   // of all open elements
     std::vector<Element> mOpen;
-    std::vector<std::string> mAttributes;      // names in the start tag that is open
-    std::set<std::string> mFurtherAttributes;  // those that are too many to be searched one by one
+    std::vector<std::string> mAttributes;      // names in the open start tag
+    std::set<std::string> mFurtherAttributes;  // the others, when there are too many for a linear search
     bool mInStartTag = false;
-    bool mHasEnded = false;  // the root element has, and the document is where it was to go
+    bool mHasEnded = false;  // the root element has, and the document was committed
 };
 
 }  // namespace ZLiteXML

@@ -8,27 +8,27 @@
 
 namespace ZLiteXML {
 
-// From 2.6 on Expat has a way of its own to look less often at a long token, which also delays short ones. An
-// older Expat at run time has not this function.
+// From 2.6 on Expat itself delays parsing long tokens, which delays short ones too. An older Expat at run
+// time lacks this function.
 extern "C" [[gnu::weak]] XML_Bool XML_SetReparseDeferralEnabled(XML_Parser parser, XML_Bool enabled);
 
 namespace {
 
 constexpr std::size_t kTextPiece = 65536;  // bytes
 
-// A token that is not complete, such as a tag or a comment, is scanned from its start at each further look.
-// Up to this length that costs little; at a longer one the parser looks again only when as much again has
-// come, so that all looks together stay linear.
+// An incomplete token, such as a tag or a comment, is scanned from its start at each further parse. Up to
+// this length that costs little; a longer one is parsed again only when its length has doubled, so all scans
+// together are linear.
 constexpr std::uint64_t kShortToken = 256;       // bytes
 constexpr std::uint64_t kLargestFeed = 1 << 20;  // bytes, unless the token that is open is longer
 
-// The parser counts the bytes that it holds in an `int` which it doubles.
+// The parser counts its bytes in an `int` which it doubles.
 constexpr std::uint64_t kLongestToken = (1u << 30) - 2 * kLargestFeed;  // bytes
 
-// What the parser does at each start of an element grows with the attributes declared for it.
+// The parser's work at each start of an element grows with the attributes declared for it.
 constexpr unsigned int kMostDeclaredAttributes = 128;
 
-// Where the parser is, by whichever functions this Expat does not call deprecated.
+// The parser's position, by the functions that this Expat does not deprecate.
 #if XML_MAJOR_VERSION * 1000 + XML_MINOR_VERSION >= 2009
 std::int64_t ByteIndex(XML_Parser parser) {
     return XML_GetCurrentByteIndex64(parser);
@@ -51,14 +51,14 @@ std::uint64_t ColumnNumber(XML_Parser parser) {
 }
 #endif
 
-// "1." and digits, which is all that this parser is for.
+// "1." and digits, the only version that this parser is for.
 bool IsVersion(const char* version) {
     if (std::strncmp(version, "1.", 2) != 0 || version[2] == 0) return false;
     return std::strspn(version + 2, "0123456789") == std::strlen(version + 2);
 }
 
-// A line end that is cut in the middle would be counted as two. So a carriage return waits for what follows,
-// in UTF-16 with its zero; it is never the end of what a handler is told.
+// A line end that is cut in the middle would be counted as two. So a carriage return waits for the next byte,
+// in UTF-16 with its zero; it is never the end of a text event.
 std::size_t WithoutCutLineEnd(const char* bytes, std::size_t size) {
     if (size >= 1 && bytes[size - 1] == '\r') return size - 1;
     if (size >= 2 && bytes[size - 1] == 0 && bytes[size - 2] == '\r') return size - 2;
@@ -94,7 +94,7 @@ void ExpatReader::SetCallbacks() {
     });
 }
 
-// What could multiply the document or the work on it, or bring in another one.
+// Refuses declarations that could multiply the document or the work on it, or include another one.
 void ExpatReader::SetRefusals() {
     XML_Parser parser = mParser.get();
     XML_SetXmlDeclHandler(parser, [](void* reader, const char* version, const char*, int) {
@@ -118,7 +118,7 @@ void ExpatReader::SetRefusals() {
         });
 }
 
-// One list of attributes gives the same pointer for all, so that only the first looks the element up.
+// All attributes of one list have the same pointer, so only the first looks up the element.
 void ExpatReader::CountDeclaredAttribute(const char* element) {
     if (element != mpDeclared) {
         mpDeclaredCount = &mDeclaredCounts[element];
@@ -170,7 +170,7 @@ void ExpatReader::Feed(const char* bytes, std::size_t size, EGive give) {
     mState = EState::Reading;
 }
 
-// Gives the parser what it is to look at now. The result is how much of it that was, from the start.
+// Passes bytes to the parser. Returns how many of them it took, from the start.
 std::size_t ExpatReader::Parse(const char* bytes, std::size_t size, EGive give) {
     for (std::size_t given = 0;;) {
         const std::uint64_t unfinished = Unfinished();
@@ -182,7 +182,7 @@ std::size_t ExpatReader::Parse(const char* bytes, std::size_t size, EGive give) 
         auto count = static_cast<std::size_t>(std::min<std::uint64_t>(rest, feed));
         const bool isLast = give == EGive::TheEnd && count == rest;
         if (!isLast) {
-            // Before a line end is taken off: it would be taken off again each time.
+            // Before a line end is split off: otherwise that would be repeated each time.
             const bool isWorthIt = unfinished <= kShortToken || count >= unfinished;
             count = WithoutCutLineEnd(bytes + given, count);
             if (count == 0 || (give == EGive::WhatIsWorthIt && !isWorthIt)) return given;
@@ -204,7 +204,7 @@ void ExpatReader::ParsePiece(const char* bytes, int size, bool isLast) {
     mParsed += static_cast<unsigned int>(size);
 }
 
-// Bytes that the parser was given behind the last complete token. It names no place when it holds none.
+// The bytes that the parser got after the last complete token. Without any it has no position.
 std::uint64_t ExpatReader::Unfinished() const {
     const std::int64_t done = ByteIndex(mParser.get());
     return done < 0 ? 0 : mParsed - static_cast<std::uint64_t>(done);
@@ -231,7 +231,7 @@ void ExpatReader::Start(const char* name, const char** attributes) {
     TellText();
     if (mDepth > mBounds.depth) Refuse("more than " + std::to_string(mBounds.depth) + " levels");
     ++mDepth;
-    UTF8EventHandler* handler = Current();  // held by its place, which stays until the element ends
+    UTF8EventHandler* handler = Current();  // referenced by its level, which stays until the element ends
     if (handler == nullptr) return;
     handler->StartElement(name);
     for (; *attributes != nullptr; attributes += 2) handler->Attribute(attributes[0], attributes[1]);

@@ -13,8 +13,8 @@
 
 namespace ZLiteXML {
 
-/// Expat calls back from C, which no exception may pass: what a callback throws is kept, the parser stopped,
-/// and the exception thrown on once Expat has returned.
+/// Expat calls back from C, which exceptions must not pass: an exception of a callback is kept, the parser
+/// stopped, and the exception rethrown after Expat has returned.
 class ExpatReader final : public UTF8Reader {
 public:
     explicit ExpatReader(const ReaderBounds& bounds);
@@ -25,8 +25,8 @@ public:
 
 private:
     struct Listener {
-        ZBase::SmartPtrI<UTF8EventHandler> handler;  // null: nobody is told
-        std::size_t depth;  // of the element whose content it is told; 0: the document
+        ZBase::SmartPtrI<UTF8EventHandler> handler;  // null: events are dropped
+        std::size_t depth;                           // of the element with this content; 0: the document
     };
     struct FreeParser {
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
@@ -59,13 +59,13 @@ private:
     std::vector<Listener> mListeners;
     std::size_t mDepth = 0;                               // open elements
     std::uint64_t mReceived = 0;                          // bytes
-    std::uint64_t mParsed = 0;                            // bytes given to the parser
-    std::string mHeld;                                    // bytes received and not yet given to it
-    std::string mText;                                    // not yet told
+    std::uint64_t mParsed = 0;                            // bytes passed to the parser
+    std::string mHeld;                                    // bytes received and not yet passed to it
+    std::string mText;                                    // not yet passed to the handler
     std::map<std::string, unsigned int> mDeclaredCounts;  // of attributes, by element
-    const char* mpDeclared = nullptr;                     // the element that was counted for last
+    const char* mpDeclared = nullptr;                     // the last counted element
     unsigned int* mpDeclaredCount = nullptr;              // its count
-    std::exception_ptr mFailure;                          // on its way out of a callback
+    std::exception_ptr mFailure;                          // of a callback, to be rethrown
     EState mState = EState::Reading;
 };
 

@@ -7,8 +7,8 @@ struct CharacterRange {
     unsigned short last;
 };
 
-// What the productions Letter, Digit, CombiningChar and Extender of XML 1.0, fourth edition, make of names,
-// in ascending order. Later editions added to this, and took nothing away.
+// The characters of names by the productions Letter, Digit, CombiningChar and Extender of XML 1.0, fourth
+// edition, in ascending order. Later editions only added to these.
 
 inline constexpr CharacterRange kNameStart[] = {
     {0x3A, 0x3A},     {0x41, 0x5A},     {0x5F, 0x5F},     {0x61, 0x7A},     {0xC0, 0xD6},

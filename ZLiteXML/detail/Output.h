@@ -6,14 +6,14 @@
 
 namespace ZLiteXML {
 
-/// Where a document goes. Without `Commit` before its end nothing has changed there.
+/// The target of a document. It is unchanged without a `Commit`.
 class Output {
 public:
     virtual ~Output() = default;
     virtual void Write(std::string_view text) = 0;
     virtual void Commit() = 0;
 
-    /// Adds to what was committed: all of it, or it throws and nothing has changed.
+    /// Appends to what was committed: all of it, or it throws without a change.
     virtual void Append(std::string_view text) = 0;
 };
 
@@ -29,9 +29,9 @@ private:
     std::string mText;
 };
 
-/// For a file that is replaced as a whole, or something else that is written to at `Commit`. What is written
-/// before waits in a file without a name, not in memory. The path is looked up now. Each operation, this one
-/// too, throws `XMLException` with the path and the system's reason.
+/// For a file that is replaced as a whole, or another target that is written to at `Commit`. Until then the
+/// output is in an unnamed file, not in memory. The path is resolved now. Each operation, this one too,
+/// throws `XMLException` with the path and the system's reason.
 std::unique_ptr<Output> CreateFileOutput(const char* file);
 
 }  // namespace ZLiteXML

@@ -5,7 +5,7 @@
 
 namespace ZLiteXML {
 
-/// An open file, closed at the end.
+/// An open file, closed by the destructor.
 class Descriptor {
 public:
     Descriptor() = default;

@@ -20,9 +20,8 @@ std::string Describe(int error) {
     return ZBase::WideCharToUTF8(text.c_str(), true).c_str();
 }
 
-/// The document waits in a file that then replaces the old one. Where that can't be, because the directory
-/// may not be written to or the file is a mount point, its content is copied; and so it is to a device or a
-/// pipe.
+/// The document is in a new file that then replaces the old one. If that is impossible, because the directory
+/// is not writable or the file is a mount point, its content is copied; a device or a pipe also gets a copy.
 class FileOutput final : public Output {
 public:
     explicit FileOutput(const char* file);
@@ -37,10 +36,10 @@ private:
     void CopyToDevice(int flags);
     void Check(int error) const;
 
-    std::string mFile;  // as it was named, for failures
+    std::string mFile;  // the path as passed in, for failures
     FilePlace mPlace;
     struct stat mOld {};
-    bool mIsThere = false;   // `mOld` is known
+    bool mIsThere = false;   // `mOld` is valid
     bool mIsDevice = false;  // anything but a file that can be replaced
     NewFile mNew;
     Descriptor mInPlace;  // the file whose content was replaced
@@ -101,7 +100,7 @@ void FileOutput::CopyToFile() {
     Check(ReplaceContent(mNew.Get(), mInPlace.Get()));
 }
 
-// Whoever reads a pipe sees its end at the end of the document.
+// The reader of a pipe gets end of file at the end of the document.
 void FileOutput::CopyToDevice(int flags) {
     const BrokenPipesFail guard;
     const Descriptor device(

@@ -10,9 +10,9 @@ namespace ZLiteXML {
 
 namespace {
 
-constexpr int kMostLinks = 40;  // as the kernel has it
+constexpr int kMostLinks = 40;  // the kernel's limit
 
-// Whether links in a directory lead to open files instead of names.
+// Whether links in a directory lead to open files instead of names (/proc).
 bool IsOfProcesses(int directory) {
     struct statfs facts {};
     return fstatfs(directory, &facts) == 0 && facts.f_type == PROC_SUPER_MAGIC;
@@ -20,7 +20,7 @@ bool IsOfProcesses(int directory) {
 
 }  // namespace
 
-// From the directory on in which this place is, or the current one.
+// From the directory of this place, or the current one.
 int FilePlace::Step(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -40,7 +40,7 @@ int FilePlace::Find(const std::string& path) {
 }
 
 int FilePlace::FollowLinks() {
-    // The system's own rules for who may follow which link.
+    // Enforces the kernel's rules for following links.
     const Descriptor end(openat(Directory(), Name(), O_PATH | O_CLOEXEC));
     if (!end.IsOpen() && errno != ENOENT) return errno;
     std::string link(PATH_MAX, '\0');

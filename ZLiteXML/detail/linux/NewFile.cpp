@@ -16,12 +16,12 @@ namespace ZLiteXML {
 
 namespace {
 
-constexpr int kAttempts = 16;  // to find a name that is not taken
+constexpr int kAttempts = 16;  // to find a free name
 constexpr mode_t kOwnersOnly = S_IRUSR | S_IWUSR;
 constexpr mode_t kEverybody = kOwnersOnly | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;  // without the umask
 constexpr char kAccessList[] = "system.posix_acl_access";
 
-// Short, whatever the name is that the file shall have in the end.
+// Short, whatever the length of the final name.
 std::string TemporaryName() {
     static std::atomic<std::uint64_t> count = 0;
     std::uint64_t number = 0;
@@ -33,7 +33,7 @@ std::string TemporaryName() {
     return name;
 }
 
-// A list says more than the permissions, whose bits for the group are then only its bound.
+// An access list overrides the permissions, whose group bits are then only its mask.
 bool CopyAccessList(const FilePlace& from, int to) {
     const Descriptor source(
         openat(from.Directory(), from.Name(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -41,7 +41,7 @@ bool CopyAccessList(const FilePlace& from, int to) {
     char list[4096];
     const ssize_t size = fgetxattr(source.Get(), kAccessList, list, sizeof list);
     if (size < 0 && errno == EOPNOTSUPP) return true;
-    // What the directory gives to every new file goes too.
+    // Default entries from the directory are removed too.
     if (size < 0) return errno == ENODATA && (fremovexattr(to, kAccessList) == 0 || errno == ENODATA);
     return fsetxattr(to, kAccessList, list, static_cast<std::size_t>(size), 0) == 0;
 }
@@ -82,7 +82,7 @@ void NewFile::TakeAfter(const FilePlace& place, const struct stat& old) {
     const bool hasOwner = old.st_uid == now.st_uid || fchown(Get(), old.st_uid, static_cast<gid_t>(-1)) == 0;
     const bool hasGroup = old.st_gid == now.st_gid || fchown(Get(), static_cast<uid_t>(-1), old.st_gid) == 0;
     if (hasOwner && hasGroup) mode = old.st_mode & 07777;
-    // Another group gets what everybody has.
+    // Another group gets the rights of others.
     if (!hasGroup || !CopyAccessList(place, Get()))
         mode &= ~static_cast<mode_t>(S_IRWXG) | (mode & S_IRWXO) << 3;
     fchmod(Get(), mode);
@@ -110,7 +110,7 @@ int NewFile::Name() {
     return EEXIST;
 }
 
-// By the way that every process may go, or where there is no /proc by that of one with privileges.
+// By the link in /proc that every process may use, or without /proc by the call that needs a privilege.
 int NewFile::LinkOnce() {
     const std::string self = "/proc/self/fd/" + std::to_string(Get());
     if (linkat(AT_FDCWD, self.c_str(), mpPlace->Directory(), mName.c_str(), AT_SYMLINK_FOLLOW) == 0) return 0;

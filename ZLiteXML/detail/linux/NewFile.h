@@ -8,9 +8,8 @@
 
 namespace ZLiteXML {
 
-/// A file that is to take a place and is nowhere to be seen until then, or only under a name of its own where
-/// the file system has no files without names. It is gone if it does not take the place. Zero or an error
-/// number from each.
+/// A new file that is invisible until it replaces another, or has a temporary name if the file system has no
+/// O_TMPFILE. It is removed unless it replaces one. Each operation returns zero or an error number.
 class NewFile {
 public:
     NewFile() = default;
@@ -18,21 +17,21 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    /// In the directory of a place, which the object uses as long as it lives. Readable for no more people
-    /// than `old`, what stands at the place, if that is not null.
+    /// In the directory of a place, which must outlive the object. Readable for no more users than `old`, the
+    /// file at the place, if that is not null.
     int Create(const FilePlace& place, const struct stat* old);
 
-    /// Anywhere; it can take no place then.
+    /// Anywhere; it can't replace a file then.
     int CreateElsewhere();
 
-    /// The owner, permissions and access list of a file that it is to replace, or as much of them as this
-    /// process may give; never more permissions.
+    /// Sets the owner, permissions and access list of the file that it is to replace, as far as this process
+    /// may; never more permissions.
     void TakeAfter(const FilePlace& place, const struct stat& old);
 
-    /// On the disk before it takes the place of what was there. `EXDEV` where it can take none.
+    /// Synchronised before it replaces the old file. `EXDEV` if it can't replace one.
     int TakePlace();
 
-    /// Gives up a name that it may have; it takes no place any more.
+    /// Removes its temporary name, if any; it can't replace a file then.
     void RemoveName();
 
     bool IsOpen() const { return mFile.IsOpen(); }
@@ -45,7 +44,7 @@ private:
 
     const FilePlace* mpPlace = nullptr;  // held, not owned
     Descriptor mFile;
-    std::string mName;  // its own for now; empty: none
+    std::string mName;  // its temporary name; empty: none
 };
 
 }  // namespace ZLiteXML

@@ -4,18 +4,18 @@
 
 namespace ZLiteXML {
 
-// Bytes on their way between open files. Zero, or an error number.
+// Copies between open files. Zero, or an error number.
 
 int WriteAll(int to, std::string_view bytes);
 
-/// All of one file to the place where another stands.
+/// All of one file to the position of another.
 int CopyAll(int from, int to);
 
-/// Puts the content of one file into another, which keeps its own as long as it is not sure that there is
-/// room.
+/// Replaces the content of one file by another's. The old content is kept until the space for the new one is
+/// reserved.
 int ReplaceContent(int from, int to);
 
-/// While it lives, writing to a pipe that nobody reads fails and does not end the process.
+/// While it exists, writing to a pipe without a reader fails and does not end the process (SIGPIPE).
 class BrokenPipesFail {
 public:
     BrokenPipesFail();
