@@ -1,5 +1,4 @@
-// Prints a stack that `Capturer` takes. Built in several ways, together with the sources in which a capture
-// begins.
+// Prints a stack that `Capturer` takes. Built in several ways, with the sources in which a capture begins.
 
 #include <Base/diagnostics/CallStack.h>
 

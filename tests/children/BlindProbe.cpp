@@ -1,5 +1,5 @@
-// BlindProbe QUESTION [ARGUMENT ...]: asks the library in a process that can't open files or read links, so
-// has no list of processes. Ends with 250 where the system does not let it refuse calls to itself.
+// BlindProbe QUESTION [ARGUMENT ...]: calls the library in a process that can't open files or read links, so
+// has no /proc. Ends with 250 where the system does not support that.
 
 #include <Base/ZBase.h>
 

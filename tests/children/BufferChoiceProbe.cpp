@@ -1,4 +1,4 @@
-// BufferChoiceProbe STEP...: takes the steps and prints what comes of them.
+// BufferChoiceProbe STEP...: runs the steps and prints their results.
 //   create      makes a buffer: "single" or "lockfree", told apart by the bytes that a clean-up takes
 //   choice      the choice of the process, as a number
 //   on, off     sets "Base/UseLockFreeBuffer"

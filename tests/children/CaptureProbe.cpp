@@ -1,6 +1,6 @@
 // CaptureProbe WHAT: captures stacks where locks are held, signals blocked or processes forked, and prints
-// how that went. It has a heap with one lock of its own, whose functions lie apart from the C library's, and
-// counts the signals that the library sends to threads.
+// the result. It has a heap with one lock of its own, whose functions are not adjacent to the C library's,
+// and counts the signals that the library sends to threads.
 
 #include <Base/ZBase.h>
 
@@ -134,7 +134,7 @@ void LookUp() {
     ZBase::CreateCallStack(nullptr)->Delete();
 }
 
-// A wait in each call of the system in which threads mostly are.
+// Waits in the system calls that threads are in most often.
 void CaptureWaiting() {
     int ends[2];
     int sockets[2];
@@ -188,7 +188,7 @@ void CaptureWaiting() {
     for (std::thread& thread : threads) thread.join();
 }
 
-// Threads that want no signals, or all for themselves.
+// Threads that block all signals, or wait for all of them.
 void CaptureMasked() {
     std::atomic<bool> stop{false};
     std::atomic<int> handed{0};
@@ -227,7 +227,7 @@ void CaptureMasked() {
     std::printf("%d sent, %d handed, %d pending\n", gSignals - before, handed.load(), pending.load());
 }
 
-// A fork while other threads are inside of diagnostics; each child uses all of it once.
+// A fork while other threads are inside diagnostics; each child uses all of it once.
 void UseInChildren() {
     using namespace ZBase;
     std::atomic<bool> stop{false};
@@ -274,7 +274,7 @@ void UseInChildren() {
     std::printf("%d of %d\n", good, kChildren);
 }
 
-// A process with so many mappings lists them in ten milliseconds and more.
+// A process with so many mappings takes ten milliseconds and more to list them.
 void CaptureWithManyMappings() {
     const int file = open("/proc/self/exe", 0);
     for (int i = 0; i != 20'000; ++i)
@@ -289,7 +289,7 @@ void CaptureWithManyMappings() {
 
 int main(int argc, char** argv) {
     if (argc != 2) return 2;
-    // The heap's own hooks at a fork, as heaps have them.
+    // The heap's own fork hooks, as real heaps have them.
     pthread_atfork([] { pthread_mutex_lock(&gHeap); }, [] { pthread_mutex_unlock(&gHeap); },
                    [] { pthread_mutex_init(&gHeap, nullptr); });
     alarm(100);

@@ -1,5 +1,5 @@
-// ConfinedProbe KIND: installs the crash handler and crashes where it can't be looked into, or in a host that
-// deals with faults itself. It ends itself after a minute, so that whoever hangs is seen.
+// ConfinedProbe KIND: installs the crash handler and crashes where ptrace is not permitted, or in a host that
+// handles faults itself. It ends itself after a minute, so that a hang is noticed.
 
 #include <Base/ZBase.h>
 
@@ -46,7 +46,7 @@ void StartNamedThread(const char* name) {
     if (read(sReady[0], &ready, 1) != 1) _exit(94);
 }
 
-// Whoever asks for one of these gets what `answer` says.
+// These calls get the result `answer`.
 void ForbidLooking(unsigned int answer) {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -82,7 +82,7 @@ void DumpWithoutPtrace() {
     std::printf("%d\n", ZBase::CreateDump());
 }
 
-// The parent traces the thread that crashes, as a debugger does, and lets all signals through.
+// The parent traces the crashing thread, as a debugger does, and passes all signals on.
 void CrashTraced() {
     int go[2];
     if (pipe(go) != 0) _exit(94);
@@ -108,8 +108,8 @@ void CrashBesideNamedThread() {
     WriteToNull();
 }
 
-// A host with a run-time of its own: its null pointers go on at an address that it knows, and its pages are
-// made accessible when they are touched.
+// A host with a run-time of its own: its null pointers continue at a known address, and its pages are made
+// accessible at the first access.
 
 [[gnu::noipa]] int ReadFrom(const int* place) {
     int value = 0;
@@ -133,12 +133,12 @@ void DealWithFault(int signal, siginfo_t* information, void* context) {
         mprotect(gPage, 4096, PROT_READ | PROT_WRITE);
     } else if (place >= reader && place < reader + 64) {
         place = reinterpret_cast<greg_t>(zbase_probe_recovered);
-    } else {  // none of its own
+    } else {  // a fault that is not its own
         std::signal(signal, SIG_DFL);
     }
 }
 
-// Such a one returns without having done anything.
+// This one returns without handling anything.
 void DealWithNothing(int) {}
 
 void RunHost() {

@@ -26,7 +26,7 @@
 #include "ForbiddenHeap.h"
 #include "StackOverflow.h"
 
-// Not local to this file: the compiler must not know all that is derived from it.
+// Not local to this file: the compiler must not know all derived classes.
 class Pure {
 public:
     Pure() { CallThroughBase(); }
@@ -50,7 +50,7 @@ volatile int gSink = 0;
     asm volatile("");
 }
 
-// The file is one of data.
+// A data file.
 [[gnu::noipa]] void WriteToNullBesideAMappedFile() {
     const int file = open(std::getenv("ZENT_CRASH_CONFIG_FILE"), O_RDONLY);
     if (mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, file, 0) == MAP_FAILED) _exit(4);
@@ -82,7 +82,7 @@ volatile int gSink = 0;
     gSink = Overflow(0);
 }
 
-// Touches each page, so that a guard page is hit, from a stack pointer that lies beyond it.
+// Touches each page, so that a guard page is hit, with the stack pointer beyond it.
 [[gnu::noipa]] int OverflowByLargeFrames(int depth) {
     volatile char frame[16384];
     for (std::size_t at = sizeof frame; at >= 4096; at -= 4096) frame[at - 1] = static_cast<char>(depth);
@@ -91,7 +91,7 @@ volatile int gSink = 0;
     return result;
 }
 
-// Has something readable lie right below the guard page of the thread's stack.
+// Maps readable memory right below the guard page of the thread's stack.
 void MapBelowStack() {
     constexpr std::size_t kSize = 65536;
     pthread_attr_t attributes;
@@ -136,19 +136,19 @@ public:
 };
 CrashesAtExit sCrashesAtExit;
 
-// Several threads, so that the heap is locked at all.
+// With one thread alone the heap takes no lock.
 void StartAnotherThread() {
     std::thread([] { pause(); }).detach();
 }
 
-// The next look for a free block follows a pointer that leads nowhere, with the heap's lock held.
+// The next search for a free block follows an invalid pointer, with the heap's lock held.
 [[gnu::noipa]] void CrashInMalloc() {
     StartAnotherThread();
     char* block = static_cast<char*>(std::malloc(5000));
     char* behind = static_cast<char*>(std::malloc(5000));
     char* freed = block;
     asm volatile(""
-                 : "+r"(freed), "+r"(behind));  // nobody sees that it is the same, or that behind is not used
+                 : "+r"(freed), "+r"(behind));  // hides that both are the same, and that `behind` is not used
     std::free(block);
     const std::uintptr_t nowhere = 16;
     std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);
@@ -168,7 +168,7 @@ void UseHeap() {
     std::free(block);
 }
 
-// Stops a thread that uses the heap without end, again and again until it is stopped while it has the lock.
+// Stops a thread that uses the heap in a loop, again and again until it is stopped while it has the lock.
 [[gnu::noipa]] void CrashWhileAnotherHoldsTheHeap() {
     mallopt(M_ARENA_MAX, 1);
     signal(SIGUSR1, Park);
@@ -328,7 +328,7 @@ void CreateDumpsAtOnce() {
     std::printf("%d is written\n", written.load());
 }
 
-// The crash comes from outside.
+// The crash signal comes from another process.
 [[gnu::noipa]] void WaitBesideADump() {
     std::thread([] { ZBase::CreateDump(); }).detach();
     for (;;) pause();
@@ -483,9 +483,9 @@ int Run(const std::string& kind) {
     return 0;
 }
 
-// What the test asks of the process as a whole.
+// What the test requests of the process as a whole.
 void ArrangeProcess() {
-    // The reader of dumps shows no more than 1024 frames.
+    // The dump reader shows no more than 1024 frames.
     const rlimit stack{1 << 20, 1 << 20};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);

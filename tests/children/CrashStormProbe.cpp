@@ -1,5 +1,5 @@
 // CrashStormProbe KIND [ARGUMENT]: installs the crash handler, and then two things go wrong at the same time.
-// It ends itself after a minute, so that whoever hangs is seen.
+// It ends itself after a minute, so that a hang is noticed.
 
 #include <Base/ZBase.h>
 
@@ -60,18 +60,18 @@ void AwaitDump() {
     while (!fs::exists(Dumps()) || fs::is_empty(Dumps())) usleep(1000);
 }
 
-// Waits for SIGUSR1 from outside.
+// Waits for SIGUSR1 from the test.
 void AwaitGo() {
     while (!gGo) usleep(1000);
 }
 
-// Prints a line by which the test knows that all is set up.
+// Prints a line that tells the test that all is set up.
 void Say(const char* line) {
     std::puts(line);
     std::fflush(stdout);
 }
 
-// Signals reach busy threads all the time, while dumps are made.
+// Signals reach busy threads all the time, during dumps too.
 void DumpInAStormOfSignals(int count) {
     std::signal(SIGUSR2, CountSignal);
     std::vector<std::thread> busy;
@@ -101,7 +101,7 @@ void CrashOnThreads(int count) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// The crash comes so many microseconds behind the beginning of a dump.
+// The crash comes this many microseconds after the beginning of a dump.
 void CrashBesideDump(int microseconds) {
     static std::atomic<bool> sBegun = false;
     std::thread([] {
@@ -155,7 +155,7 @@ void ForkWhileDumpIsSent(int) {
     DivideByZero();
 }
 
-// The child of vfork goes on until the dump is there.
+// The child of vfork continues until the dump is there.
 void DumpBesideVfork(int) {
     static std::atomic<bool> sDumped = false;
     static std::atomic<bool> sRunning = false;
@@ -174,8 +174,8 @@ void DumpBesideVfork(int) {
     forking.join();
 }
 
-// Each thread waits for its vfork, the next 700 ms longer than the one before: there is always one that is
-// about to come. Nobody waits for the output of the children.
+// Each thread waits for its vfork, the next 700 ms longer than the one before: there is always one about to
+// return. The output of the children is not waited for.
 void CrashBesideManyVforks(int count) {
     static std::atomic<int> sRunning = 0;
     static std::atomic<bool> sCrashing = false;
@@ -201,7 +201,7 @@ void CrashBesideManyVforks(int count) {
 
 std::atomic<bool> gLeavesTheHeap = false;
 
-// A stack leaves its innermost frames out.
+// A stack without its innermost frames.
 [[gnu::noipa]] void StayInTheHeap(int depth) {
     if (depth != 0) StayInTheHeap(depth - 1);
     for (std::size_t i = 1; depth == 0 && !gLeavesTheHeap; i = i * 5 % 100'003) {
@@ -235,7 +235,7 @@ void CaptureInTheHeap(int count) {
 
 std::atomic<int> gChildSignals = 0;
 
-// As the one to whom orphans are given.
+// As a subreaper.
 void DumpAsSubreaper(int) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     std::signal(SIGCHLD, [](int) { ++gChildSignals; });
@@ -258,7 +258,7 @@ void ExitBesideDump(int) {
     std::exit(0);
 }
 
-// The next look for a free block follows a pointer that leads nowhere, with the heap's lock held.
+// The next search for a free block follows an invalid pointer, with the heap's lock held.
 [[gnu::noipa]] void FaultInMallocWithTranslator(int) {
     std::thread([] { pause(); }).detach();  // with one thread alone the heap takes no lock
     ZBase::SetExceptionTranslator();
@@ -266,7 +266,7 @@ void ExitBesideDump(int) {
     char* behind = static_cast<char*>(std::malloc(5000));
     char* freed = block;
     asm volatile(""
-                 : "+r"(freed), "+r"(behind));  // nobody sees that it is the same, or that behind is not used
+                 : "+r"(freed), "+r"(behind));  // hides that both are the same, and that `behind` is not used
     std::free(block);
     const std::uintptr_t nowhere = 16;
     std::memcpy(freed + sizeof(void*), &nowhere, sizeof nowhere);
@@ -279,7 +279,7 @@ void ExitBesideDump(int) {
 void FaultInLibraryWithTranslator(int) {
     ZBase::SetExceptionTranslator();
     std::size_t (*volatile measure)(const char*) =
-        std::strlen;  // of which the compiler does not know that it can't throw
+        std::strlen;  // so that the compiler does not know that it can't throw
     try {
         gSink = static_cast<int>(measure(static_cast<const char*>(gNull)));
     } catch (const ZBase::StructuredException&) {
@@ -333,7 +333,7 @@ void SetManyKeys(int) {
     asm volatile("");
 }
 
-// As in a server that leaves its signals to one thread.
+// Like a server that leaves its signals to one thread.
 void CrashWithSignalsBlocked(int) {
     sigset_t all;
     sigfillset(&all);
@@ -349,14 +349,14 @@ void CrashWithoutDirectory(int) {
     WriteToNull();
 }
 
-// As a server that gives up its rights when it is set up.
+// Like a server that drops its rights after its setup.
 void CrashWithoutRights(int) {
     fs::permissions(Dumps(), fs::perms::owner_read | fs::perms::owner_exec);
     if (geteuid() == 0 && setuid(65534) != 0) _exit(94);
     WriteToNull();
 }
 
-// Prints the size of the alternate stack, and whether what lies below can't be touched.
+// Prints the size of the alternate stack, and whether the memory below is inaccessible.
 void ShowCrashStack(int) {
     stack_t stack{};
     sigaltstack(nullptr, &stack);

@@ -1,5 +1,5 @@
-// DamagedStackProbe [VALUE]: damages its own stack, so that a frame leads back to itself, and prints how many
-// lines a capture gives; or puts a value in place of a caller's frame pointer, and walks.
+// DamagedStackProbe [VALUE]: damages its own stack, so that a frame links to itself, and prints the number of
+// lines of a capture; or puts a value in place of a caller's frame pointer, and walks.
 
 #include <Base/ZBase.h>
 
@@ -24,7 +24,7 @@ void StayHere() {
     StayHere();
 }
 
-// Built with frame pointers: at each stands the caller's, and behind it the return address.
+// Built with frame pointers: *frame pointer is the caller's, and the return address follows it.
 [[gnu::noinline]] void CallDamaged(int depth) {
     if (depth != 0) {
         CallDamaged(depth - 1);

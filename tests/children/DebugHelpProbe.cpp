@@ -1,5 +1,5 @@
-// DebugHelpProbe WHAT...: uses debug help as it stands beside the library, which a test has put together.
-// Prints what comes of it.
+// DebugHelpProbe WHAT...: uses debug help in the library's directory, which a test has set up. Prints the
+// results.
 
 #include <Base/ZBase.h>
 

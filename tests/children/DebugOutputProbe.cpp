@@ -1,4 +1,4 @@
-// DebugOutputProbe [NUMBER]: sends texts to the debug output, or so many, and prints what of them arrives at
+// DebugOutputProbe [NUMBER]: sends texts, or this many, to the debug output, and prints those that arrive at
 // the system's log.
 
 #include <Base/ZBase.h>

@@ -1,4 +1,4 @@
-// EventProbe: goes through the life of the process's event channel and prints what happens.
+// EventProbe: runs through the life of the process's event channel and prints what happens.
 
 #include <Base/ZBase.h>
 

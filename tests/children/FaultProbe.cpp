@@ -25,7 +25,7 @@ const test::FaultKind* FaultOf(const char* name) {
 
 bool IsCaught(const test::FaultKind& kind) {
     const bool caught = test::CodeOf(kind.fault) == kind.code;
-    asm volatile("fninit");  // a fault leaves values behind
+    asm volatile("fninit");  // clears the state of the fault
     return caught;
 }
 

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstddef>
 
-// The heap of a program that ends it as soon as a crash has begun. One source of a program includes it.
+// A heap that ends the program when it is used after a crash has begun. One source of a program includes it.
 
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void __libc_free(void* block);

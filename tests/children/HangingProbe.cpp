@@ -1,6 +1,6 @@
 // HangingProbe WHAT FILE: hangs with the lock of the heap or of the loader held, or with none, and writes the
 // stacks of all threads to the file; for "signal" it installs the crash handler instead and sends itself
-// SIGQUIT. Its heap has one lock, and nobody who hangs in it comes back.
+// SIGQUIT. Its heap has one lock, which is never released.
 
 #include <Base/ZBase.h>
 
@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
     if (argc != 3) return 2;
     alarm(100);
     const std::string what = argv[1];
-    // Without crash reporting it installs no handler, and the signal is served all the same.
+    // Without crash reporting it installs no handler, and the signal is handled all the same.
     if (what == "signal" || what == "child") ZBase::InstallCrashHandler();
     if (what == "child") {
         const pid_t child = fork();

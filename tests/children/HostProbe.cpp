@@ -1,4 +1,4 @@
-// HostProbe QUESTION [ARGUMENT]: asks the library over the host's own resolver.
+// HostProbe QUESTION [ARGUMENT]: calls the library with the host's own resolver.
 
 #include "tests/children/HostProbe.h"
 

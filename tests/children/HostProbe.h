@@ -1,6 +1,6 @@
 #pragma once
 
-// Asks the library one question and prints its answer in UTF-8.
+// Calls the library for one question and prints the result in UTF-8.
 
 #include <Base/ZBase.h>
 

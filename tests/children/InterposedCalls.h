@@ -1,7 +1,7 @@
 #pragma once
 
-// Stands in front of what the library calls while it is loaded and unloaded, and writes each call on a line
-// of the standard output. One source of a program includes it.
+// Replaces the library's calls while it is loaded and unloaded, and prints each on a line of the standard
+// output. One source of a program includes it.
 
 #include <dlfcn.h>
 #include <malloc.h>
@@ -17,7 +17,7 @@ namespace probe {
 
 inline bool gLogging = true;
 
-// What the library is told its locale is; long enough to lie in the heap.
+// The locale that the library gets; long enough for a heap block.
 inline constexpr char kLocaleName[] = "a locale whose name is too long to be kept in place";
 inline constexpr char kPath[] = "/a/container/path/that/is/too/long/to/be/kept/in/place";
 

@@ -1,6 +1,5 @@
-// LastWordsProbe KIND [KEY VALUE]...: sets crash keys, installs the crash handler and ends itself in a way
-// that says why, or leaves notes and crashes. The configuration comes from the environment, as in any
-// process.
+// LastWordsProbe KIND [KEY VALUE]...: sets crash keys, installs the crash handler and ends itself with a
+// reason, or leaves notes and crashes. The configuration comes from the environment, as in any process.
 
 #include <Base/ZBase.h>
 
@@ -56,7 +55,7 @@ void ThrowDeep(int levels) {
     }
 }
 
-// Something was caught, so there is an exception, but its text must not be asked for where it needs the heap.
+// There is a current exception, but its text must not be read where that needs the heap.
 void TerminateInAllocator() {
     signal(SIGSEGV, [](int) { std::terminate(); });
     try {
@@ -68,13 +67,13 @@ void TerminateInAllocator() {
     }
 }
 
-// What is thrown for want of memory comes out of the operator itself, which holds no lock.
+// `std::bad_alloc` is thrown by the operator itself, which holds no lock.
 void ThrowForWantOfMemory() {
     volatile std::size_t size = std::size_t{1} << 62;
     asm volatile("" : : "r"(::operator new(size)));
 }
 
-// A handler of the host's that was there before has its say behind ours.
+// An earlier handler of the host runs after ours.
 void TerminateHost() {
     static constexpr char kText[] = "the host's own\n";
     if (write(STDOUT_FILENO, kText, sizeof kText - 1) > 0) std::abort();

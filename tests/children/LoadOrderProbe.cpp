@@ -1,6 +1,5 @@
-// LoadOrderProbe: linked with the library's objects, whose constructors and destructors it stands in front
-// of: the linker leads each `name` that is told to wrap to `__wrap_name` here, and `__real_name` to the
-// library's own.
+// LoadOrderProbe: linked with the library's objects, whose constructors and destructors it intercepts: the
+// linker (--wrap) resolves each `name` to `__wrap_name` here, and `__real_name` to the library's own.
 
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>

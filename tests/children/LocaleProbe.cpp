@@ -1,4 +1,4 @@
-// LocaleProbe: prints the locale that the library tells and the one that the process is in.
+// LocaleProbe: prints the locale that the library returns and the process's own.
 
 #include <Base/ZBase.h>
 

@@ -1,5 +1,5 @@
-// NamedStackProbe [deleted|replaced]: prints its own stack, and what `Fetch` tells of it, maybe when its file
-// is gone or another is in its place.
+// NamedStackProbe [deleted|replaced]: prints its own stack, and the results of `Fetch` for it, optionally
+// after its file was deleted or replaced.
 
 #include <Base/ZBase.h>
 

@@ -1,4 +1,4 @@
-// NoEntropyProbe: makes identifiers on a system that has no random numbers, and prints what happens.
+// NoEntropyProbe: makes identifiers on a system without random numbers, and prints the result.
 
 #include <Base/ZBase.h>
 

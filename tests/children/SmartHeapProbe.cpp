@@ -1,6 +1,6 @@
-// SmartHeapProbe MODULE WHEN: asks the link to the outside heap, with MODULE in the process before the first
-// question ("early"), after it ("late") or not at all ("never"), and prints the answers. The functions are
-// looked for once in a process.
+// SmartHeapProbe MODULE WHEN: calls the link to the outside heap, with MODULE in the process before the first
+// call ("early"), after it ("late") or not at all ("never"), and prints the results. The functions are looked
+// up once in a process.
 
 #include <Base/ZBase.h>
 

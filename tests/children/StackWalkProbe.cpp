@@ -1,6 +1,5 @@
-// StackWalkProbe [sealed]: counts what a walk asks of the heap and of locks, in the ordinary way and inside a
-// signal handler. Sealed, it walks, for the first time, where each call of the system but the most needed
-// ones ends the process.
+// StackWalkProbe [sealed]: counts the heap and lock calls of a walk, in ordinary code and inside a signal
+// handler. Sealed, its first walk runs where every system call but the most needed ones ends the process.
 
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <dlfcn.h>
@@ -56,7 +55,7 @@ void Seal() {
     sock_filter allowed[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),  // the number of the call
                              ALLOW(SYS_write),
                              ALLOW(SYS_exit_group),
-                             ALLOW(SYS_tgkill),  // and what else raises a signal
+                             ALLOW(SYS_tgkill),  // and others that raise a signal
                              ALLOW(SYS_getpid),
                              ALLOW(SYS_gettid),
                              ALLOW(SYS_rt_sigprocmask),

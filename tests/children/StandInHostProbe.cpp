@@ -1,6 +1,6 @@
-// StandInHostProbe QUESTION [ARGUMENT]: asks the library over a resolver that knows the file ZBASE_TEST_HOSTS
-// and nothing else, on a host that is called ZBASE_TEST_NODE and has an interface with the address
-// ZBASE_TEST_INTERFACE, if that is one. For machines where a test may not have a host of its own.
+// StandInHostProbe QUESTION [ARGUMENT]: calls the library with a resolver that knows only the file
+// ZBASE_TEST_HOSTS, on a host with the name ZBASE_TEST_NODE and an interface with the address
+// ZBASE_TEST_INTERFACE, if that is one. For machines where a test may not have a namespace of its own.
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>

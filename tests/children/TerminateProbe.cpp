@@ -1,4 +1,4 @@
-// TerminateProbe KIND: ends by an exception that nobody catches, with the handler that tells it.
+// TerminateProbe KIND: ends by an uncaught exception, with the handler that prints it.
 
 #include <Base/ZBase.h>
 

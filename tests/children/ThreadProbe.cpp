@@ -1,5 +1,5 @@
-// ThreadProbe WHAT...: captures the stacks of threads in awkward states, and prints how that goes. The
-// library is opened at run time.
+// ThreadProbe WHAT...: captures the stacks of threads in awkward states, and prints the results. The library
+// is opened at run time.
 
 #include <Base/diagnostics/CallStack.h>
 
@@ -51,7 +51,7 @@ struct Stages {
     }
 };
 
-// A signal that waits for the thread arrives only after the library was closed.
+// A pending signal of the thread arrives only after the library was closed.
 void CloseWhileASignalIsOnItsWay() {
     Stages stages;
     std::thread thread([&] {
@@ -102,7 +102,7 @@ void Nothing(int) {}
     }
 }
 
-// Whoever takes the signal later gets it for himself.
+// A handler that the host installs later gets the signal.
 void CaptureAfterTheSignalWasTaken() {
     Stages stages;
     std::thread thread([&] { Spin(9, stages); });
@@ -123,7 +123,7 @@ void CaptureAfterTheSignalWasTaken() {
     thread.join();
 }
 
-// Symbols that were read stay when a module goes and no file can be opened.
+// Symbols that were read are kept when a module is unloaded and no file can be opened.
 void CaptureWithoutFiles() {
     const auto isNamed = [] {
         ZBase::CallStack* stack = gCreate(nullptr);
@@ -153,7 +153,7 @@ template <class Operation>
     while (!stop) operation();
 }
 
-// Whoever is stopped with a lock that the capture needs is never seen again.
+// A thread that is stopped with a lock that the capture needs would deadlock it.
 template <class Operation>
 void CaptureInTheMiddleOf(const Operation& operation, unsigned int rounds) {
     std::atomic<bool> stop{false};

@@ -1,4 +1,4 @@
-// A component as the server has them: with an initialiser whose object tells of its life.
+// A component like the server's: with an initialiser whose object logs its life.
 
 #include <Base/ZBase.h>
 
@@ -21,7 +21,7 @@ public:
     void OnFinalRelease() override { Tell("released"); }
 };
 
-Initialiser* gpInitialiser = nullptr;  // held by whoever asked for it
+Initialiser* gpInitialiser = nullptr;  // held by the caller that requested it
 
 [[gnu::destructor]] void Unload() {
     Tell("unloaded");

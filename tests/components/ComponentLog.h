@@ -1,6 +1,6 @@
 #pragma once
 
-// What a component of the tests does, as the program that loaded it sees it.
+// The calls of a test component, seen by the program that loaded it.
 
 #include <cstddef>
 

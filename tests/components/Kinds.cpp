@@ -10,7 +10,7 @@ extern "C" {
     return 9;
 }
 
-// It lies in another module.
+// It is in another module.
 [[maybe_unused]] static int (*ResolveElsewhere())() {
     return getpid;
 }

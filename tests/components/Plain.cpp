@@ -1,4 +1,4 @@
-// A library that is no component: it has no initialiser, although the one that it needs has.
+// A library that is not a component: it has no initialiser, although its dependency has.
 
 #include <Base/frame/Api.h>
 

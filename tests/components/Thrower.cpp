@@ -1,4 +1,4 @@
-// A component whose initialiser throws what the program tells it to.
+// A component whose initialiser throws as the program chooses.
 
 #include <Base/ZBase.h>
 

@@ -1,4 +1,4 @@
-// A library that asks for a function that nobody has.
+// A library with an undefined function.
 
 #include <Base/frame/Api.h>
 

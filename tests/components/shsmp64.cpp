@@ -1,4 +1,4 @@
-// A stand-in for the outside heap: its record is 14 words that each tell their own number.
+// A stand-in for the outside heap: each of the 14 words of its record contains its own index.
 
 #include <Base/frame/Api.h>
 

@@ -52,7 +52,7 @@ protected:
         Configure("send_left=false\n" + settings);
         Crash({"null"});
     }
-    // By the sender in the background; a loaded machine may take long.
+    // By the sender in the background; slow on a loaded machine.
     bool AwaitDelivery() const {
         for (int i = 0; i != 6000; ++i) {
             Crash({"none"});
@@ -104,7 +104,7 @@ TEST_F(CrashAttachments, AreThoseOfTheCrashWhenALeftDumpIsSent) {
     EXPECT_EQ(fs::status(KeptAttachments()[0]).permissions(), fs::perms::owner_all);
     Write(mFolder / "server.log", "a day later");
     StartServer();
-    Configure();  // what is configured now counts for the next crash
+    Configure();  // this configuration is used by the next crash
     EXPECT_TRUE(AwaitDelivery());
     EXPECT_EQ(Received("log"), "before the crash");
     EXPECT_EQ(ReceivedKeys(1)["attachments_missing"], "attachment_other: No such file or directory");
@@ -188,7 +188,7 @@ TEST_F(CrashAttachments, LiveAsLongAsTheirDump) {
     ASSERT_EQ(LeftDumps().size(), 1u);
     ASSERT_EQ(KeptAttachments().size(), 1u);
     EXPECT_EQ(KeptAttachments()[0].stem(), LeftDumps()[0].stem());
-    // Their octets are those of the dump.
+    // Their octets are part of the dump.
     fs::resize_file(KeptAttachments()[0] / "attachment_file", 2 * kMebibyte);
     ZBase::CrashConfigTable settings;
     ZBase::CrashConfigTable none;

@@ -33,7 +33,7 @@ std::vector<fs::path> FilesIn(const fs::path& folder, const char* extension) {
     return files;
 }
 
-// Puts the symbols of a file where the reader looks for them, unless they are there.
+// Puts the symbols of a file where the dump reader looks for them, unless they are there.
 void StoreSymbols(const fs::path& root, const std::string& file) {
     const std::string header = RunChild({ZBASE_BREAKPAD_TOOLS "/dump_syms", "-i", file}).output;
     const std::vector<std::string> words = Split(header.substr(0, header.find('\n')), ' ');
@@ -47,7 +47,7 @@ void StoreSymbols(const fs::path& root, const std::string& file) {
     fs::rename(unfinished, place);
 }
 
-// Symbols of the program that crashes, and of what it is linked with.
+// Symbols of the crashing program, and of its libraries.
 fs::path Symbols() {
     static const fs::path folder = [] {
         const fs::path root = fs::path(ZBASE_BUILD_DIR) / "crash-symbols";

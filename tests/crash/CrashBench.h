@@ -15,7 +15,7 @@ namespace test {
 
 using CrashKeys = std::map<std::string, std::string>;
 
-/// What Breakpad's own reader makes of a dump.
+/// A dump, read by Breakpad's own reader.
 struct ReadDump {
     std::string reason;              // "SIGSEGV /SEGV_MAPERR"
     int crashedThread;               // -1 if it can't be read
@@ -25,16 +25,16 @@ struct ReadDump {
 
 ReadDump ReadDumpFile(const std::filesystem::path& dump);
 
-/// The number of a user to whom something may be closed, as nothing is to the superuser.
+/// The id of a user without rights, for tests that run as the superuser.
 std::string OrdinaryUser();
 
-/// A directory with a configuration, a report server and a program that crashes.
+/// A directory with a configuration, a report server and a crashing program.
 class CrashBench : public testing::Test {
 protected:
     CrashBench();
     ~CrashBench() override;
 
-    /// Starts the report server; `certificate` is a PEM file that has its key beside it, in "FILE.key".
+    /// Starts the report server; `certificate` is a PEM file with its key in "FILE.key".
     void StartServer(const std::string& certificate = "");
 
     /// Writes the configuration: both servers are `mServer`, dumps go to `mDumps`.
@@ -53,7 +53,7 @@ protected:
     std::vector<std::filesystem::path> ReceivedDumps() const;
     CrashKeys ReceivedKeys(int number) const;
 
-    /// What the server says of the next report; waits for it.
+    /// The server's output for the next report; waits for it.
     std::string NextReport() { return mpServer->ReadLine(); }
 
     std::filesystem::path mFolder;

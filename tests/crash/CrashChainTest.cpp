@@ -2,7 +2,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Hosts with a run-time of their own, which deals with some faults.
+// Hosts with a run-time of their own, which handles some faults.
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "tests/crash/CrashBench.h"
 #include "tests/crash/QuestionedServer.h"
 
-// Reports that are worth it go packed to a server that says it takes them so.
+// Large reports are compressed for a server that accepts it.
 
 namespace {
 
@@ -24,7 +24,7 @@ WideString Wide(const std::string& text) {
     return ZBase::UTF8ToWideChar(text.c_str(), false).c_str();
 }
 
-// Half of it packs well, half of it not at all.
+// Half of it compresses well, half of it not at all.
 std::string Content(std::size_t size) {
     std::string content(size, '\0');
     std::uint32_t state = 1;

@@ -7,7 +7,7 @@
 #include "tests/crash/CrashBench.h"
 #include "tests/support/Locales.h"
 
-// The configuration: how its lines are read, where the file is found, and what keeps a handler away.
+// The configuration: how its lines are read, where the file is found, and what prevents the handler.
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Crashes where nobody may look into the process.
+// Crashes where ptrace is not permitted.
 
 namespace {
 

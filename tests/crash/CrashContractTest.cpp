@@ -135,7 +135,7 @@ TEST(CrashContract, NumbersAreThoseThatTheReaderKnows) {
     }
 }
 
-// Written out once more: what a process does whose file says nothing.
+// Independent copy: the behaviour of a process whose file is silent.
 TEST(CrashContract, AbsentSettingsCountAsTheUsualOnes) {
     using namespace ZBase::detail;
     const CrashConfigTable none;

@@ -9,7 +9,7 @@
 #include "tests/crash/CrashBench.h"
 #include "tests/crash/FixedServer.h"
 
-// Dumps that were left behind, sent by the process that the next start of the program has started.
+// Left dumps, sent by the process that the next start of the program has started.
 
 namespace {
 
@@ -26,7 +26,7 @@ protected:
         ASSERT_FALSE(LeftDumps().empty());
     }
 
-    // What comes in its own time; a loaded machine may take long.
+    // Asynchronous; slow on a loaded machine.
     static bool Await(const std::function<bool()>& condition) {
         for (int i = 0; i != 6000; ++i) {
             if (condition()) return true;

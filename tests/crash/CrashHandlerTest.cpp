@@ -7,7 +7,7 @@
 #include <iterator>
 #include <thread>
 
-// What the calls of the crash handler answer in a process without one.
+// The results of the crash handler's calls in a process without one.
 
 namespace {
 

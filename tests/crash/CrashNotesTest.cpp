@@ -11,7 +11,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Notes as `zbase crash show` tells them of a dump.
+// Notes of a dump, as `zbase crash show` prints them.
 
 namespace {
 
@@ -22,8 +22,8 @@ std::string ContentOf(const fs::path& file) {
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
-// The intact records of the ring in a dump, newest first, by a reader of its own: each place of the ring is
-// tried as a beginning.
+// The intact records of the ring in a dump, newest first, by an independent reader: each offset of the ring
+// is tried as a beginning.
 std::multiset<std::string> NotesIn(const std::string& dump) {
     std::multiset<std::string> notes;
     const std::size_t at = dump.find("ZBase the notes ");

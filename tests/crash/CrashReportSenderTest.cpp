@@ -54,7 +54,7 @@ TEST_F(Sender, GivesTheReportCodeOfASuccess) {
     EXPECT_EQ(Send(sender, Wide(mServer), {{"a"_w, "\u20AC"_w}}, &code), ZBase::RESULT_SUCCEEDED);
     EXPECT_TRUE(code == "1"_w);
     EXPECT_EQ(ReceivedKeys(1), (test::CrashKeys{{"a", "\u20AC"}}));
-    EXPECT_EQ(Send(sender, Wide(mServer)), ZBase::RESULT_SUCCEEDED);  // the code is not wanted
+    EXPECT_EQ(Send(sender, Wide(mServer)), ZBase::RESULT_SUCCEEDED);  // the code is not read
 }
 
 TEST_F(Sender, LeavesTheReportCodeOfAFailure) {
@@ -76,7 +76,7 @@ TEST_F(Sender, TakesNoMoreThanAPartOfAnAnswerWithoutEnd) {
 TEST_F(Sender, TellsThatTheServerRejects) {
     CrashReportSender sender(""_w);
     EXPECT_EQ(sender.SendCrashReport(Wide(mServer), {}, {{"other"_w, Wide(mFolder / "file")}}, nullptr),
-              ZBase::RESULT_REJECTED);  // the server wants a dump
+              ZBase::RESULT_REJECTED);  // the server requires a dump
 }
 
 TEST_F(Sender, RefusesNamesThatAreNotPrintableAscii) {

@@ -4,8 +4,8 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Real crashes of other processes: each leaves a dump that Breakpad's reader understands, which arrives at a
-// report server exactly once and is gone afterwards.
+// Real crashes of other processes: each leaves a dump that Breakpad's reader can read, which arrives at a
+// report server exactly once and is deleted afterwards.
 
 namespace {
 
@@ -16,7 +16,7 @@ using test::ReadDump;
 using test::ReadDumpFile;
 
 struct CrashCase {
-    const char* kind;  // what CrashProbe is told
+    const char* kind;  // argument of CrashProbe
     int signal;
     const char* reason;    // how the reader's begins
     const char* function;  // one on the stack of the crashed thread
@@ -232,7 +232,7 @@ TEST_F(CrashReports, DumpThatFailsLeavesNoEmptyFileAndIsNotSent) {
     EXPECT_EQ(child.output, "0 1\n");
     EXPECT_EQ(child.signal, SIGSEGV);
     EXPECT_EQ(ReceivedDumps().size(), 1u);
-    EXPECT_TRUE(LeftDumps().empty());  // an empty file would tell nobody anything
+    EXPECT_TRUE(LeftDumps().empty());  // an empty file has no use
 }
 
 TEST_F(CrashReports, DumpsOnDemandLeaveNoDescriptorOpen) {
@@ -287,14 +287,14 @@ TEST_F(CrashReports, CustomerDsiChoosesTheOtherServer) {
         WriteConfig("[Config]\nServerURL=" + mServer + "\nServerProdURL=http://127.0.0.1:1/\ndump_path=" +
                     mDumps.string() + "\n[CrashKeys]\n" + keys);
     };
-    configure("customer_dsi=1\n");  // only a call can choose, the file can't
+    configure("customer_dsi=1\n");  // only a call can choose the server, the file can't
     Crash({"null"});
     EXPECT_EQ(ReceivedDumps().size(), 1u);
     configure("");
     for (const char* value : {"0", "abc", ""}) Crash({"null", "customer_dsi", value});
     EXPECT_EQ(ReceivedDumps().size(), 4u);
     Crash({"null", "customer_dsi", "1"});
-    Crash({"null", "customer_dsi", "-1", "customer_dsi", "0"});  // there is no way back
+    Crash({"null", "customer_dsi", "-1", "customer_dsi", "0"});  // it can't be undone
     EXPECT_EQ(ReceivedDumps().size(), 4u);
     EXPECT_EQ(LeftDumps().size(), 2u);
 }

@@ -4,7 +4,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// What a process may no longer do when it crashes, or may not be told by who started it.
+// Calls that a crashing process may no longer make, and variables that its caller must not control.
 
 namespace {
 
@@ -28,7 +28,7 @@ TEST_F(CrashRights, DirectoryThatIsClosedGivesWayToTheTemporaryOne) {
     const fs::path temporary = mFolder / "temporary";
     fs::create_directory(temporary);
     for (const fs::path& folder : {mFolder, temporary}) fs::permissions(folder, fs::perms::all);
-    // The tree may lie where only its owner may look.
+    // The tree may be in a directory that only its owner can read.
     const fs::path library(ZBASE_LIBRARY);
     fs::copy_file(library, mFolder / "libZBase.so.1");
     fs::copy_file(library.parent_path() / "zbase-crash-sender", mFolder / "zbase-crash-sender");

@@ -4,8 +4,8 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Programs of other languages whose run-times deal with faults of their own; each is skipped where its
-// language is not installed.
+// Programs of other languages whose run-times handle faults; each is skipped where its language is not
+// installed.
 
 namespace {
 
@@ -76,7 +76,7 @@ TEST_F(CrashRuntimes, JavaCatchesNullPointersAndOverflowsAndACrashOfItsNativeCod
     EXPECT_TRUE(LeftDumps().empty());
 }
 
-// A heap that is not the C library's, which is put in its place.
+// A heap other than the C library's, preloaded.
 TEST_F(CrashRuntimes, AProgramWithTcmallocIsReportedAsAnyOther) {
     constexpr char kTcmalloc[] = "/usr/lib/x86_64-linux-gnu/libtcmalloc_minimal.so.4";
     if (!fs::exists(kTcmalloc)) GTEST_SKIP() << "no tcmalloc here";

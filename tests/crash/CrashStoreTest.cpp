@@ -13,7 +13,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// The place for dumps: what is kept there, and how large one dump gets.
+// The store of dumps: what is kept, and the size of a dump.
 
 namespace {
 
@@ -90,7 +90,7 @@ TEST_F(Store, WhatIsTooOldGoes) {
 }
 
 TEST_F(Store, ZeroIsNoBound) {
-    for (int i = 1; i <= 60; ++i) Put(Guid(i) + ".dmp", 1000, 10 * kMiB);  // of holes
+    for (int i = 1; i <= 60; ++i) Put(Guid(i) + ".dmp", 1000, 10 * kMiB);  // sparse files
     EXPECT_EQ(Trim({{"max_dumps"_w, "0"_w}, {"max_dump_megabytes"_w, "0"_w}, {"max_age_days"_w, "0"_w}}), 0u);
     EXPECT_EQ(Left().size(), 60u);
 }
@@ -116,7 +116,7 @@ TEST_F(Store, WhatIsNotOneOfItsDumpsStays) {
     fs::create_symlink(mDumps / "notes.txt", mDumps / (Guid(4) + ".dmp"));
     ASSERT_EQ(mkfifo((mDumps / (Guid(5) + ".dmp")).c_str(), 0600), 0);
     Put(Guid(6) + ".dmp", 99);
-    Put(Guid(7) + ".sending.dmp", 99);  // its sender has died
+    Put(Guid(7) + ".sending.dmp", 99);  // its sender was killed
     const Names before = Left();
     EXPECT_EQ(Trim({{"max_dumps"_w, "1"_w}}), 2u);
     Names after = before;

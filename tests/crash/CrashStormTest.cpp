@@ -11,7 +11,7 @@
 #include "tests/crash/CrashBench.h"
 #include "tests/crash/FixedServer.h"
 
-// Two things that go wrong at the same time: a process never hangs, and its end is that of its dump.
+// Two things go wrong at the same time: a process never hangs, and ends by the signal in its dump.
 
 namespace {
 
@@ -21,7 +21,7 @@ using test::CrashKeys;
 using test::FixedServer;
 using test::Manner;
 
-/// What a dump says of itself, read without any other program.
+/// The content of a dump, read without any other program.
 struct DumpFacts {
     unsigned int signal = 0;
     bool hasCrashedThread = false;
@@ -66,7 +66,7 @@ DumpFacts FactsOf(const fs::path& dump) {
     return facts;
 }
 
-// A few, or as many as scripts/soak.sh wants.
+// A few, or the number in scripts/soak.sh.
 int Tries() {
     const char* const tries = std::getenv("ZBASE_CRASH_TRIES");
     return tries == nullptr ? 15 : std::atoi(tries);
@@ -81,7 +81,7 @@ protected:
         return CrashInBackground({kind}, "CrashStormProbe");
     }
 
-    // Each try is one dump that arrives once, and an end by the signal that the dump tells.
+    // Each try gives one dump that arrives once, and an end by the signal in the dump.
     void ExpectOneOfEach(const std::vector<std::string>& arguments, int tries) {
         for (int i = 0; i != tries; ++i) {
             const ChildResult child = Storm(arguments);
@@ -134,7 +134,7 @@ TEST_F(CrashStorm, BesideADumpOnDemandHasItsOwnWholeDump) {
         }
         EXPECT_EQ(crashes, 1) << microseconds;
         ForgetReceived();
-        for (const fs::path& dump : LeftDumps()) fs::remove(dump);  // of a dump whose report was under way
+        for (const fs::path& dump : LeftDumps()) fs::remove(dump);  // of a dump that was being reported
     }
 }
 
@@ -189,7 +189,7 @@ TEST_F(CrashStorm, ThreadThatWaitsForItsVforkIsNotWaitedFor) {
     EXPECT_EQ(ReceivedDumps().size(), 1u);
 }
 
-// All of them could be stopped within nine seconds. The half of one is for stopping threads.
+// All of them could be stopped within nine seconds. Half of one second is for stopping threads.
 TEST_F(CrashStorm, ThreadsThatCanNotBeStoppedInTimeAreLeftOutOfTheDump) {
     StartServer();
     Configure("dump_seconds=1\n");
@@ -207,7 +207,7 @@ TEST_F(CrashStorm, DumpLeavesNoChildToASubreaper) {
     EXPECT_EQ(Storm({"subreaper"}).output, "11 -1 0\n");
 }
 
-// To the first process of a container come all orphans.
+// The first process of a container inherits all orphans.
 TEST_F(CrashStorm, DumpLeavesNoChildToTheFirstProcess) {
     const std::vector<std::string> first = {"/usr/bin/unshare", "--pid", "--fork", "--mount-proc"};
     const auto run = [&](const std::vector<std::string>& program) {

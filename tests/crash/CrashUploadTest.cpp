@@ -8,7 +8,8 @@
 #include "tests/crash/CrashBench.h"
 #include "tests/crash/FixedServer.h"
 
-// Report servers that do not take the report: the dump stays, and the process ends by its crash all the same.
+// Report servers that do not accept the report: the dump stays, and the process ends by its crash all the
+// same.
 
 namespace {
 
@@ -103,7 +104,7 @@ TEST_F(CrashUpload, SchemeOfTheAddressMayBeInCapitals) {
     EXPECT_TRUE(LeftDumps().empty());
 }
 
-// In the place of the sender: it writes down what it is given.
+// Replaces the sender: it writes its input to a file.
 TEST_F(CrashUpload, SenderHasLimitsOfItsOwn) {
     Configure();
     std::filesystem::copy_file(ZBASE_LIBRARY, mFolder / "libZBase.so.1");
@@ -181,7 +182,7 @@ TEST_F(DumpThatHangs, LetsACrashBeDumpedMeanwhile) {
     EXPECT_EQ(crashes, 1);
 }
 
-// The one test that takes its time: the bounds are 10 seconds for a connection and 60 for all.
+// The one slow test: the limits are 10 seconds for a connection and 60 for all.
 TEST_F(CrashUpload, ServerThatHangsForEverIsNotWaitedForLongerThanTheBounds) {
     using std::chrono::steady_clock;
     const FixedServer hanging(Manner::eHang);

@@ -16,7 +16,7 @@ namespace test {
 
 enum class Manner { eAnswer, eAnswerAndHold, eAnswerWithoutEnd, eCloseEarly, eHang, eNeverAccept };
 
-/// A server on this machine that answers each request in one way.
+/// A server on this machine that replies to each request in the same way.
 class FixedServer {
 public:
     explicit FixedServer(Manner manner, const std::string& answer = "") : mManner(manner), mAnswer(answer) {
@@ -40,15 +40,15 @@ public:
     std::string Address() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/"; }
     int Requests() const { return mRequests; }
 
-    /// Waits until so many requests have come.
+    /// Waits for this many requests.
     void WaitForRequests(int count) const {
         while (mRequests < count) usleep(1000);
     }
 
-    /// Lets those go that hang.
+    /// Releases hanging requests.
     void Release() { mReleased = true; }
 
-    /// Takes the places of those who wait to be accepted.
+    /// Fills the queue of connections to be accepted.
     void FillQueue() {
         for (int i = 0; i != 8; ++i) {
             const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -89,7 +89,7 @@ private:
                     const ssize_t written = write(client, mAnswer.data(), mAnswer.size());
                     EXPECT_EQ(written, static_cast<ssize_t>(mAnswer.size()));
                 }
-                // Until the client closes.
+                // Until the client closes the connection.
                 if (mManner == Manner::eAnswerAndHold && WaitFor(client)) {
                     EXPECT_LE(read(client, piece, 1), 0);
                 }

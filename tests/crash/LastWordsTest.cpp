@@ -2,7 +2,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// What a process said of its end arrives as crash keys.
+// The reason of a process's end arrives as crash keys.
 
 namespace {
 

@@ -14,11 +14,10 @@
 
 namespace test {
 
-/// A server on this machine that may be asked before something is posted to it. What it answers are status
-/// and head lines.
+/// A server on this machine that may be queried before a post. Its replies are status and head lines.
 class QuestionedServer {
 public:
-    /// An empty `toQuestion` is silence.
+    /// An empty `toQuestion`: no reply.
     QuestionedServer(std::string toQuestion, std::string toPacked, std::string toPlain)
         : mToQuestion(std::move(toQuestion)), mToPacked(std::move(toPacked)), mToPlain(std::move(toPlain)) {
         mSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -40,7 +39,7 @@ public:
 
     std::string Address() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/"; }
 
-    /// The methods of what came, each "packed" if it was.
+    /// The methods of the requests, with "packed" for compressed ones.
     std::vector<std::string> Requests() {
         const std::lock_guard lock(mLock);
         return mRequests;
@@ -55,7 +54,7 @@ private:
         return false;
     }
 
-    // Up to the end of its body; empty if the client goes before.
+    // Up to the end of its body; empty if the client closes before.
     std::string ReadRequest(int client) const {
         std::string request;
         std::size_t whole = std::string::npos;

@@ -57,8 +57,8 @@ TEST(AddrToLine, AddressOutsideAnyModuleEmptiesTheModuleAlone) {
     }
 }
 
-// The return addresses of this thread that lie in what was built here: only that has the same debug
-// information on every machine.
+// The return addresses of this thread in code that was built here: only that has the same debug information
+// on every machine.
 std::vector<std::uint64_t> OwnReturnAddresses() {
     std::uint64_t stack[40] = {};
     gDbgHelpBuilder.DoStackWalk(stack, 40, 0);
@@ -72,14 +72,14 @@ std::vector<std::uint64_t> OwnReturnAddresses() {
     return own;
 }
 
-// Three frames more, whatever the optimiser thinks of them.
+// Three more frames, whatever the optimiser does.
 [[gnu::noinline]] std::vector<std::uint64_t> OwnReturnAddressesFrom(int depth) {
     std::vector<std::uint64_t> own = depth == 0 ? OwnReturnAddresses() : OwnReturnAddressesFrom(depth - 1);
     asm volatile("" : : "r"(own.data()) : "memory");
     return own;
 }
 
-// An independent reader of the same debug information looks the same addresses up in this process.
+// An independent reader of the same debug information looks up the same addresses in this process.
 TEST(AddrToLine, AgreesWithEuAddr2line) {
     const std::vector<std::uint64_t> stack = OwnReturnAddressesFrom(3);
     ASSERT_GT(stack.size(), 4U);
@@ -104,7 +104,7 @@ TEST(AddrToLine, AgreesWithEuAddr2line) {
         // The tool finds no line of a unit that its compiler left out of the index.
         if (place.starts_with("??:0")) continue;
         ++withLines;
-        // A relative name stands behind the directory that it was compiled in.
+        // A relative name follows its compilation directory.
         EXPECT_NE((place + ":").find(fetched.file + ":" + fetched.line + ":"), std::string::npos) << place;
     }
     EXPECT_GT(withLines, 0);

@@ -21,7 +21,7 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/ScratchFolder.h"
 
-// All stacks of processes that hang; see HangingProbe.
+// All stacks of hanging processes; see HangingProbe.
 
 namespace {
 
@@ -81,7 +81,7 @@ protected:
         return Read(TextOf(path));
     }
 
-    // The words of a configuration, and a variable that names it.
+    // The content of a configuration, and a variable with its path.
     std::string Configure(const std::string& setting) {
         return "ZENT_CRASH_CONFIG_FILE=" +
                Write("crash_report.ini", "[Config]\nServerURL=x\nServerProdURL=x\ndump_path=" +

@@ -47,7 +47,7 @@ TEST(CallStackCriticalSection, IsTakenAgainByItsHolder) {
     EXPECT_FALSE(isHeld);
 }
 
-// The octets are copied as they are: the copy of a free lock is free, whoever held the other before.
+// The octets are copied unchanged: the copy of a free lock is free, whoever held the target before.
 TEST(CallStackCriticalSection, AssignmentCopiesItsOctetsWithoutLocking) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "it knows locks by their places";
     Section free;

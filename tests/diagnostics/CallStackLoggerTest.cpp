@@ -36,7 +36,7 @@ using ZBase::CallStackRec;
 
 namespace {
 
-/// Appends for each value from one and the same place, so that the stacks are equal.
+/// Appends for each value from the same place, so that the stacks are equal.
 [[gnu::noinline]] void ForEach(const std::vector<unsigned long>& values,
                                const std::function<void(unsigned long)>& append) {
     for (std::size_t i = 0; i != values.size(); ++i) append(values[i]);
@@ -234,13 +234,13 @@ TEST(CallStackLogger, FoldingTwiceLosesTheCountsOfFoldedRecords) {
     AppendMade(logger, 1, {1});
     for (int i = 0; i != 3; ++i) AppendMade(logger, 2, {1});
     logger.RemoveDuplicates();
-    (**std::prev(logger.end())).lockCategory = 1;  // now equal to the first, and it stands for three
+    (**std::prev(logger.end())).lockCategory = 1;  // now equal to the first, with a count of three
     logger.RemoveDuplicates();
     ASSERT_EQ(Records(logger).size(), 1U);
     EXPECT_EQ(Records(logger)[0].count, 2U);
 }
 
-/// The rule taken at its word, each with each behind it.
+/// The rule implemented literally: each record compared with each later one.
 std::vector<CallStackRec> FoldPairwise(std::vector<CallStackRec> records) {
     for (std::size_t a = 0; a < records.size(); ++a) {
         for (std::size_t b = a + 1; b < records.size();) {

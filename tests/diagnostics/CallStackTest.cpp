@@ -63,7 +63,7 @@ struct Waiter {
     std::atomic<unsigned long> id{0};
 };
 
-// Without a call, so that the stack is as deep as it looks.
+// Not inlined, so that the stack has these frames.
 void* SpinOnly(void* argument) {
     auto& waiter = *static_cast<Waiter*>(argument);
     waiter.isThere = true;
@@ -83,7 +83,8 @@ TEST(CallStack, LineZeroIsTheCallerOfTheFactory) {
               "(anonymous namespace)::CallStack_LineZeroIsTheCallerOfTheFactory_Test::TestBody()");
 }
 
-// In programs that hold the library, built by each compiler with and without optimisation, also at link time.
+// In programs that contain the library, built by each compiler with and without optimisation, also at link
+// time.
 TEST(CallStack, LineZeroIsTheCallerOfTheFactoryHoweverItIsCompiled) {
     const std::filesystem::path place = ZBASE_BUILD_DIR "/tests/capture/programs";
     if (!exists(place)) GTEST_SKIP() << "not built with a sanitizer";
@@ -179,7 +180,7 @@ TEST(CallStack, GoesThroughAModuleThatIsOpenedAtRunTime) {
     EXPECT_EQ(lines.back().symbol, "_start");
 }
 
-// Where a module was unloaded there may be another, whose code looks the same.
+// After an unload another module may be at the address, whose code looks the same.
 TEST(CallStack, NamesTheModuleThatTookThePlaceOfAnother) {
     void* places[2] = {};
     int samePlace = 0;
@@ -207,7 +208,7 @@ TEST(CallStack, NamesTheModuleThatTookThePlaceOfAnother) {
     EXPECT_GT(samePlace, 0) << "the modules never lay at one place, so nothing was shown";
 }
 
-// Where its rules were remembered, another module with frames of another size.
+// At the addresses of the cached rules, another module with frames of another size.
 TEST(CallStack, GoesThroughAModuleThatTookThePlaceOfAnother) {
     void* places[2] = {};
     int samePlace = 0;
@@ -307,7 +308,7 @@ TEST(CallStack, WithoutMemoryLetsAThreadThatWasStoppedGoOn) {
     EXPECT_GT(failures, 10U);
     EXPECT_GT(Stack(ZBase::CreateCallStack(handle))->GetLineCount(), 5U);
     waiter.mayGo = true;
-    thread.join();  // which it could not be if it still stood
+    thread.join();  // which would hang if it were still stopped
 }
 
 TEST(CallStack, OfAThreadThatHasJustEndedHasNoLines) {
@@ -347,7 +348,7 @@ TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
     std::thread([] { Stack(CapturedHere()).reset(); }).join();
 }
 
-// A signal's stack may lie above that of its thread, so that the way out of it leads down.
+// A signal's stack may be above that of its thread, so that the walk goes down from it.
 TEST(CallStack, GoesDownFromASignalsStackToThatOfTheThread) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
     static ZBase::CallStack* captured;
@@ -389,7 +390,7 @@ TEST(CallStack, OfADamagedStackEnds) {
     EXPECT_LE(lines, 6);
 }
 
-// From the signal's own stack the way leads down.
+// From the signal's own stack the walk goes down.
 TEST(CallStack, InASignalHandlerGoesOnBehindTheSignal) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
     static ZBase::CallStack* captured;
@@ -446,19 +447,19 @@ TEST(CallStack, TakesAnotherSignalWhenItsOwnIsTaken) {
     EXPECT_EQ(RunThreadProbe("taken"), "some, kept 1\n");
 }
 
-// What was read before stays.
+// Results of earlier reads are kept.
 TEST(CallStack, KeepsItsSymbolsWhenNoFileCanBeOpened) {
     EXPECT_EQ(RunThreadProbe("files"), "111\n");
 }
 
-/// The name of a function without its arguments and what it gives.
+/// The name of a function without its arguments and result.
 std::string BareName(std::string name) {
     name.erase(std::min(name.find('('), name.size()));
     while (name.ends_with(' ')) name.pop_back();
     return name.substr(name.rfind(' ') + 1);
 }
 
-// An independent debugger looks at the same stack of the same process.
+// An independent debugger reads the same stack of the same process.
 TEST(CallStack, AgreesWithGdb) {
     const test::ChildResult child =
         test::RunChild({"/usr/bin/env", "gdb", "-batch", "-nx", "-ex", "set debuginfod enabled off", "-ex",
@@ -485,7 +486,7 @@ TEST(CallStack, AgreesWithGdb) {
     EXPECT_EQ(own, gdbs) << child.output;
 }
 
-// They allocate, throw and end while they are looked at; whoever deadlocks runs into the test's bound.
+// They allocate, throw and end during the captures; a deadlock runs into the test's time limit.
 TEST(CallStack, HundredThreadsAreCapturedWhileTheyRunAllocateThrowAndEnd) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
     std::atomic<bool> stop{false};
@@ -497,7 +498,7 @@ TEST(CallStack, HundredThreadsAreCapturedWhileTheyRunAllocateThrowAndEnd) {
             ids[i] = ZBase::GetCurrentThreadID();
             ++ready;
             Recurse(8, [&] {
-                // Every other one ends on its own.
+                // Every second one ends by itself.
                 for (std::size_t round = 0; !stop && (i % 2 == 0 || round != 20 + i); ++round) {
                     std::vector<std::string> texts;
                     for (std::size_t size = 1; size < 3000; size *= 2)

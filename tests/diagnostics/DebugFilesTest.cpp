@@ -16,7 +16,7 @@
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/Stacks.h"
 
-// A module whose debug information lies elsewhere, or nowhere.
+// A module whose debug information is in another file, or missing.
 
 namespace {
 
@@ -34,7 +34,7 @@ std::string RunTool(std::vector<std::string> command) {
     return child.output;
 }
 
-/// What is told of one address in each of the module's two functions.
+/// The results for one address in each of the module's two functions.
 struct Told {
     StackLine hidden;
     StackLine exported;
@@ -138,7 +138,7 @@ TEST_F(DebugFiles, FoundByTheBuildIdInTheSearchPath) {
     ExpectAllIsTold();
 }
 
-// A network of servers for debug files may be named in the environment; nobody calls there.
+// The environment may name servers for debug files; they are never queried.
 TEST_F(DebugFiles, AreNotLookedForInTheNetwork) {
     const int server = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -173,7 +173,7 @@ TEST_F(DebugFiles, InlinedFunctionIsNamedByTheOneAroundIt) {
     EXPECT_EQ(told.hidden.symbol, kHiddenName);
     EXPECT_EQ(told.exported.symbol, "CallNested");
     EXPECT_EQ(told.symbol, kHiddenName);
-    // The line of the address itself is that of the inlined call, which stands further up in the file.
+    // The line of the address itself is that of the inlined call, which is further up in the file.
     EXPECT_LT(std::stoi(told.line), std::stoi(told.hidden.line));
 }
 

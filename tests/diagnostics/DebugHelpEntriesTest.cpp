@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-// The fourteen entry points of the module that stands beside the library, as its users call them.
+// The fourteen entry points of the module in the library's directory, as its users call them.
 
 [[gnu::noinline]] int FunctionOfItsOwn(int value) {
     asm volatile("" ::: "memory");

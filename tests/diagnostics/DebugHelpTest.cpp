@@ -7,8 +7,8 @@
 
 #include "tests/support/ChildProcess.h"
 
-// Debug help as it may be: not there, with an entry missing, not starting, and telling what the test wants.
-// Each is put beside a copy of the library.
+// Variants of debug help: missing, without an entry, failing to start, and scripted by the test. Each is put
+// beside a copy of the library.
 
 namespace {
 
@@ -63,7 +63,7 @@ TEST_F(DebugHelp, AbsentStillWalksByTheSystem) {
 
 TEST_F(DebugHelp, StandsBesideTheLibraryWhateverDirectoryIsCurrent) {
     Put("ScriptedDebugHelp");
-    // The loader finds the library by a name that is relative to a directory which is then left.
+    // The loader finds the library by a path relative to a directory that is then left.
     const ChildResult child =
         RunChild({"/bin/sh", "-c", "cd " + mPlace.string() + " && exec \"$0\" chdir / stack",
                   ChildProgram("DebugHelpProbe")},

@@ -33,7 +33,7 @@ TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
 INSTANTIATE_TEST_SUITE_P(Kinds, Fault, testing::ValuesIn(test::kFaults),
                          [](const auto& row) { return std::string(row.param.name); });
 
-// A division is told by its instruction: each form of a divisor is an instruction of its own.
+// A division is recognised by its instruction: each form of a divisor is a different one.
 
 template <class Divide>
 void ExpectCodesOfDivision(Divide divide) {
@@ -63,11 +63,11 @@ TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
 }
 
 TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
-    ExpectCodesOfDivision([](int divisor) {  // %bh, with all of the register but it set
+    ExpectCodesOfDivision([](int divisor) {  // %bh, with all other bits of the register set
         const int value = (divisor & 0xFF) << 8 | 0x7F0000FF;
         asm volatile("movw $0x8000, %%ax\n\tidivb %%bh" : : "b"(value) : "eax", "cc");
     });
-    ExpectCodesOfDivision([](int divisor) {  // %dil, which has the number of %bh
+    ExpectCodesOfDivision([](int divisor) {  // %dil, which has the register number of %bh
         const int value = (divisor & 0xFF) | 0x7F00FF00;
         asm volatile("movw $0x8000, %%ax\n\tidivb %%dil" : : "D"(value) : "eax", "cc");
     });
@@ -100,19 +100,19 @@ TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
                      : "r"(base), "r"(index)
                      : "eax", "edx", "cc", "memory");
     });
-    ExpectCodesOfDivision([](int divisor) {  // no base
+    ExpectCodesOfDivision([](int divisor) {  // no base register
         int row[] = {7, divisor, 7};
         asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl 4(, %0, 1)"
                      :
                      : "r"(row)
                      : "eax", "edx", "cc", "memory");
     });
-    ExpectCodesOfDivision([](int divisor) {  // relative to the instruction
+    ExpectCodesOfDivision([](int divisor) {  // rip-relative
         static volatile int sDivisor;
         sDivisor = divisor;
         asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "m"(sDivisor) : "eax", "edx", "cc");
     });
-    ExpectCodesOfDivision([](int divisor) {  // relative to the thread
+    ExpectCodesOfDivision([](int divisor) {  // thread-local (fs)
         tDivisor = divisor;
         long offset = reinterpret_cast<char*>(&tDivisor) - static_cast<char*>(__builtin_thread_pointer());
         asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %%fs:(%0)"

@@ -18,12 +18,12 @@
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/Stacks.h"
 
-// Frames that are not found by a module's tables, and modules that are not what they were.
+// Frames that module tables do not describe, and modules that were replaced.
 
 extern "C" void __register_frame(void* tables);
 extern "C" void __deregister_frame(void* tables);
 
-// Keeps its frame pointer and has no unwind tables.
+// Has a frame pointer and no unwind tables.
 asm(R"(
     .text
     .globl CallWithoutTables
@@ -44,7 +44,7 @@ extern "C" int CallWithoutTables(int (*function)(void*), void* argument);
 struct Road {
     std::vector<std::string> walked;    // by DoStackWalk, looked up
     std::vector<std::string> captured;  // by CreateCallStack
-    std::vector<std::string> lines;     // of what was walked
+    std::vector<std::string> lines;     // of the walked frames
 };
 
 [[gnu::noinline]] int TakeRoad(void* argument) {
@@ -109,7 +109,7 @@ constexpr int kLineOfLastCall = __LINE__ + 3;
     NeverReturns(road);
 }
 
-// Ends with a call at the very place where the next function begins.
+// Ends with a call right before the next function.
 asm(R"(
     .text
     .globl EndsAtOnce
@@ -177,13 +177,13 @@ const std::vector<unsigned char> kKeepsFramePointer = {
     0x48, 0x89, 0xF8, 0x48, 0x89, 0xF7, 0xFF, 0xD0,  // mov %rdi, %rax; mov %rsi, %rdi; call *%rax
     0x5D, 0xC3};                                     // pop %rbp; ret
 
-// The frame pointer is gone, so that only tables tell.
+// The frame pointer is clobbered, so only tables can describe the frame.
 const std::vector<unsigned char> kLosesFramePointer = {
     0x55, 0x31, 0xED,                                // push %rbp; xor %ebp, %ebp
     0x48, 0x89, 0xF8, 0x48, 0x89, 0xF7, 0xFF, 0xD0,  // mov %rdi, %rax; mov %rsi, %rdi; call *%rax
     0x5D, 0xC3};                                     // pop %rbp; ret
 
-/// The tables of `kLosesFramePointer`, registered while they live.
+/// The tables of `kLosesFramePointer`, registered while the object lives.
 class Tables {
 public:
     explicit Tables(std::uint64_t function) {

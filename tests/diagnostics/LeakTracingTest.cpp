@@ -17,7 +17,7 @@ using test::StayHere;
 using test::TemporaryFile;
 using namespace ZBase;
 
-// A family of reference-counted objects that tell a tracer of each change.
+// Reference-counted objects that report each change to a tracer.
 class TracedNode : public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     explicit TracedNode(RefCountCallStackTracer& tracer) : mTracer(tracer) {}
@@ -80,7 +80,7 @@ TEST(LeakTracing, NamesTheFunctionThatLeaked) {
     EXPECT_TRUE(file.Text().ends_with(">: Number of leaked objects = 0\n"));
 }
 
-// The writing calls of this process so far; 0 if the system does not tell.
+// The write calls of this process so far; 0 if /proc does not show them.
 unsigned long WritingCalls() {
     std::ifstream file("/proc/self/io");
     for (std::string name; file >> name;) {

@@ -28,7 +28,7 @@ struct Walk {
     int expectedCount = 0;
 };
 
-// Both are called from one function, so they agree on all that lies outside of it.
+// Both are called from one function, so their outer frames are the same.
 [[gnu::noinline]] int WalkBoth(void* argument) {
     auto& walk = *static_cast<Walk*>(argument);
     walk.expectedCount = backtrace(walk.expected, 40);
@@ -43,7 +43,7 @@ struct Walk {
     return result + 1;
 }
 
-// Its stack is realigned, so its frame is found through a word of the frame.
+// Its stack is realigned, so CFA = *(frame pointer + offset).
 [[gnu::noinline]] int Realigned(int (*innermost)(void*), void* argument) {
     alignas(64) volatile char room[128];
     room[0] = 1;
@@ -60,7 +60,7 @@ struct Walk {
     return result + room[0];
 }
 
-// Both, so that not even the frame pointer is at a constant distance from the frame.
+// Both, so that the frame pointer is not at a constant distance from the frame either.
 [[gnu::noinline]] int RealignedOfVariableSize(std::size_t size, int (*innermost)(void*), void* argument) {
     alignas(64) volatile char aligned[128];
     auto* room = static_cast<volatile char*>(alloca(size));
@@ -71,7 +71,7 @@ struct Walk {
     return result + room[0] + aligned[0];
 }
 
-// What stands before its first instruction has no unwind rules.
+// The bytes before its first instruction have no unwind rules.
 asm(R"(
     .text
     .skip 16, 0x90
@@ -103,7 +103,7 @@ void ExpectAgreement(const Walk& walk) {
 }
 
 TEST(StackWalk, AgreesWithTheSystemsOwn) {
-    for (int round = 0; round != 2; ++round) {  // the second by what is remembered
+    for (int round = 0; round != 2; ++round) {  // the second from the cache
         for (const int depth : {0, 1, 5, 20, 60}) {
             Walk walk;
             Deeper(depth, WalkBoth, &walk);
@@ -126,7 +126,7 @@ int ThroughRealigned(void* argument) {
     return result;
 }
 
-// The frame outside is found by the frame pointer that the one inside has kept.
+// The frame outside is found by the frame pointer that the inner one has saved.
 TEST(StackWalk, GoesThroughARealignedFrameInsideOneThatNeedsItsFramePointer) {
     for (int round = 0; round != 2; ++round) {
         Walk walk;
@@ -264,7 +264,7 @@ TEST(StackWalk, InASignalHandlerGoesOnBehindAFunctionsFirstInstruction) {
     action.sa_flags = SA_SIGINFO;
     action.sa_sigaction = [](int, siginfo_t*, void* context) {
         WalkBoth(gSignalWalk);
-        static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RIP] += 2;  // goes on behind it
+        static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RIP] += 2;  // continues after it
     };
     sigaction(SIGILL, &action, &before);
     Deeper(
@@ -293,7 +293,7 @@ TEST(StackWalk, InASignalHandlerOnItsOwnStackGoesOnBehindTheSignal) {
     sigaltstack(&before, nullptr);
 }
 
-// Many a program has signal stacks of 8 KiB, of which the system's own record of the signal takes its part.
+// Many programs have signal stacks of 8 KiB, of which the kernel's signal frame takes a part.
 TEST(StackWalk, InASignalHandlerNeedsLessThanFourKibibytesOfStack) {
     if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has its own of these";
     constexpr unsigned char kUntouched = 0xA5;
@@ -330,7 +330,7 @@ TEST(StackWalk, CallsTheSystemNotEvenAtFirst) {
 
 using CallBackFunction = int (*)(int (*)(void*), void*);
 
-/// Walks through two modules that are loaded to one place in turn.
+/// Walks through two modules that are loaded to one address in turn.
 void ExpectModulesAreForgotten(const char* first, const char* second) {
     void* places[2] = {};
     int samePlace = 0;

@@ -17,7 +17,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Faults.h"
 
-// Real faults of the processor that are caught, in this process.
+// Real processor faults, caught in this process.
 
 namespace {
 
@@ -128,7 +128,7 @@ TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
     });
 }
 
-// Nothing that the handler covers stands behind the call.
+// No instruction covered by the handler follows the call.
 [[gnu::noipa]] bool CatchesItsLastInstruction() {
     void (*volatile nowhere)() = nullptr;
     try {
@@ -143,8 +143,8 @@ TEST(CallToNowhere, IsCaughtWhereItWasMade) {
     OnTranslatedThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
 }
 
-// The host's own handler is asked for what is not translated. These tests run in processes in which no
-// translator was set before.
+// The host's own handler is called for faults that are not translated. These tests run in processes in which
+// no translator was set before.
 
 void ExitByHandler(int) {
     _exit(42);

@@ -22,7 +22,7 @@ namespace {
 
 using namespace ZBase::Literals;
 
-/// A buffer with its pieces in the open.
+/// A buffer that records its pieces.
 class RecordingBuffer final : public test::StandInBuffer {
 public:
     ~RecordingBuffer() override {
@@ -96,7 +96,7 @@ TEST(Allocator, EqualIfOneCanFreeWhatTheOtherGave) {
     EXPECT_EQ(ZBase::Allocator<int>(Units(&a)).GetBuffer(), &a);
 }
 
-// The containers of the tests below each hold one element that the heap and the buffer see.
+// The containers of the tests below each hold one element whose allocations the heap and the buffer count.
 template <class Container>
 class ContainerInABuffer : public testing::Test {
 public:
@@ -234,8 +234,8 @@ template <ZBase::detail::LiteralText Text>
 concept Compiles = requires { typename std::bool_constant<(ZBase::detail::WideLiteralUnits<Text>(), true)>; };
 
 TEST(WideLiteral, MalformedUtf8DoesNotCompile) {
-    EXPECT_TRUE(Compiles<"\xC2\x80|\xE0\xA0\x80|\xF0\x90\x80\x80">);      // the least of each length
-    EXPECT_TRUE(Compiles<"\xED\x9F\xBF|\xEE\x80\x80|\xF4\x8F\xBF\xBF">);  // beside what is refused
+    EXPECT_TRUE(Compiles<"\xC2\x80|\xE0\xA0\x80|\xF0\x90\x80\x80">);      // the smallest of each length
+    EXPECT_TRUE(Compiles<"\xED\x9F\xBF|\xEE\x80\x80|\xF4\x8F\xBF\xBF">);  // next to the rejected ones
     EXPECT_FALSE(Compiles<"\x80">);
     EXPECT_FALSE(Compiles<"\xC3">);
     EXPECT_FALSE(Compiles<"\xC3|">);

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Counts what is done to it.
+/// Counts the calls on it.
 struct Counted : public virtual ZBase::ReferenceCounted {
     void AddRef() override { ++references; }
     void Release() override {
@@ -134,7 +134,7 @@ TEST(SmartPtrI, IsNullAlreadyWhenItsObjectIsReleased) {
     EXPECT_TRUE(object.nullAtRelease);
 }
 
-/// Tells when it is finally released and when it is destroyed.
+/// Logs its final release and its destruction.
 class Shared : public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     explicit Shared(std::string* log) : mpLog(log) {}

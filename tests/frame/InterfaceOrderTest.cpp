@@ -8,7 +8,7 @@
 
 #include "tests/support/VirtualOrder.h"
 
-// By the places of their operations modules that are there already call the interfaces, and are called.
+// Existing modules call the interfaces, and implement them, by the indices of their operations.
 
 namespace {
 

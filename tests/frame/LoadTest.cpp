@@ -6,7 +6,7 @@
 
 #include "tests/support/ChildProcess.h"
 
-// What is seen of the library's load and unload from other processes.
+// Effects of the library's load and unload in other processes.
 
 namespace {
 

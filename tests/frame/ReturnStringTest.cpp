@@ -12,7 +12,7 @@
 
 #include "tests/support/Allocations.h"
 
-// What holds for all three result strings is tested on all three.
+// Tests that hold for all three result strings run on all three.
 
 namespace {
 
@@ -99,7 +99,7 @@ TYPED_TEST(ResultString, ShorterThanItsTextIsCutAndTerminated) {
 }
 
 TYPED_TEST(ResultString, OfUnterminatedTextReadsNoMoreThanItsLength) {
-    const std::vector<CharacterOf<TypeParam>> text{'a', 'b', 'c'};  // a sanitizer sees a fourth read
+    const std::vector<CharacterOf<TypeParam>> text{'a', 'b', 'c'};  // a sanitizer reports a fourth read
     const TypeParam string(std::size_t{3}, text.data());
     EXPECT_EQ(string.GetLength(), 3u);
 }

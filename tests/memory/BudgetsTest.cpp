@@ -1,4 +1,4 @@
-// Contracts and governors, and what a buffer makes of their answers.
+// Contracts and governors, and how a buffer handles their results.
 
 #include <Base/ZBase.h>
 
@@ -29,7 +29,7 @@ protected:
         return test::MakeBuffer(GetParam(), arguments);
     }
 
-    // The calls about chunks alone.
+    // Only the calls about chunks.
     static BudgetCalls ChunkCalls(const BudgetCalls& calls) {
         BudgetCalls chunks;
         std::copy_if(calls.begin(), calls.end(), std::back_inserter(chunks), [](const BudgetCall& call) {
@@ -59,7 +59,7 @@ TEST_P(Budgets, ContractComesFirstThenTheGovernorsThenTheSettling) {
     buffer->Allocate(8);
     const BudgetCalls expected = {{"RequestChunk", 4096}, {"governor asks", 4096}, {"SettleChunk", 4096}};
     EXPECT_EQ(ChunkCalls(*contract.calls), expected);
-    buffer->Allocate(8);  // pieces are nobody's concern
+    buffer->Allocate(8);  // pieces involve no budget
     EXPECT_EQ(ChunkCalls(*contract.calls), expected);
     buffer.reset();
     EXPECT_EQ(contract.calls->back(), BudgetCall("governor releases", 4096));
@@ -90,7 +90,7 @@ TEST_P(Budgets, RefusalOfTheContractCarriesItsCode) {
     for (const BudgetCall& call : *contract.calls) EXPECT_NE(call.first, "SettleChunk");
     EXPECT_EQ(buffer->GetTotalBytes(), 0u);
     contract.chunkCode = 0;
-    buffer->Allocate(8);  // it goes on working
+    buffer->Allocate(8);  // it still works
 }
 
 TEST_P(Budgets, RefusedFirstChunkComesOutOfTheFactory) {
@@ -106,7 +106,7 @@ TEST_P(Budgets, RefusedFirstChunkComesOutOfTheFactory) {
             EXPECT_EQ(failure.GetErrorCode(), 0x80000001);
         }
         EXPECT_EQ(contract.references, 0);
-        // The buffer that never came is credited with the nothing that it held.
+        // The failed buffer is credited with the 0 bytes that it held.
         EXPECT_EQ(*governor.calls, (BudgetCalls{{"governor releases", 0}}));
     }
     EXPECT_EQ(test::LiveBlocks(), live);
@@ -116,7 +116,7 @@ TEST_P(Budgets, SettlingThatThrowsGivesTheMemoryBackAndLeavesTheBoundaryTotalRai
     for (const bool onBoundary : {false, true}) {
         test::RecordingContract contract;
         BufferPtr buffer = Make({.contract = &contract, .onBoundary = onBoundary});
-        if (!onBoundary) buffer->EnsureAvailable(std::size_t{1} << 40);  // brings the chunk record along
+        if (!onBoundary) buffer->EnsureAvailable(std::size_t{1} << 40);  // allocates the chunk record as well
         contract.throwInSettleChunk = true;
         const std::size_t held = Buffer::GetOnBoundaryAllocTotal();
         EXPECT_THROW(buffer->Allocate(8), int);
@@ -329,7 +329,7 @@ TEST(ContractManagerAllocator, PaysForWhatItTakesAndIsNotToldOfWhatGoesBack) {
     EXPECT_EQ(contract.references, 0);
 }
 
-// A contract is asked in 32 bits.
+// A contract takes 32 bits.
 TEST(ContractManagerAllocator, SizesBeyondThirtyTwoBitsAreAskedForAsTheLargest) {
     const std::pair<std::size_t, std::size_t> cases[] = {{0xFFFFFFFE, 0xFFFFFFFE},
                                                          {0xFFFFFFFF, 0xFFFFFFFF},

@@ -72,7 +72,7 @@ TEST_F(LockFreeBuffer, EnsureAvailableHasNoBigPath) {
 }
 
 // A refused chunk in `EnsureAvailable` leaves an index whose slot stays empty. Thirteen of them make more
-// than twelve open slots, and then the active one is left behind whatever room it has.
+// than twelve open slots, and then the active one is given up whatever free bytes it has.
 TEST_F(LockFreeBuffer, ActiveSlotIsLeftWhateverItHasWithMoreThanTwelveOpen) {
     for (int empty = 10; empty <= 12; ++empty) {
         test::RecordingContract contract;
@@ -83,7 +83,7 @@ TEST_F(LockFreeBuffer, ActiveSlotIsLeftWhateverItHasWithMoreThanTwelveOpen) {
         for (int i = 0; i != empty; ++i) EXPECT_FALSE(buffer->EnsureAvailable(total));
         EXPECT_THROW(buffer->Allocate(total), ContractManagerAllocException);
         contract.chunkCode = 0;
-        // The search starts behind the big chunk now if it was left.
+        // The search starts after the big chunk if that was given up.
         const bool left = static_cast<char*>(buffer->Allocate(8)) != first + 8;
         EXPECT_EQ(left, empty + 1 > 12) << empty;
     }
@@ -95,12 +95,12 @@ TEST_F(LockFreeBuffer, RefusedEnsureSpendsAnIndex) {
     contract.chunkCode = 8;
     for (int i = 0; i != 16; ++i) EXPECT_FALSE(buffer->EnsureAvailable(8));
     contract.chunkCode = 0;
-    // The next index is the seventeenth, the first of the second page; all of it works as ever.
+    // The next index is the seventeenth, the first of the second page.
     EXPECT_NE(buffer->Allocate(8), nullptr);
     EXPECT_EQ(buffer->GetUsedBytes(), 8u);
 }
 
-// With k slots open the active one is left behind at the k-th entry of the table, and not with 8 bytes more.
+// With k slots open the active one is given up at the k-th entry of the table, and not with 8 bytes more.
 TEST_F(LockFreeBuffer, ActiveSlotIsLeftByTheTable) {
     std::size_t entry = 2048;
     for (int open = 1; open <= 12; ++open, entry *= 2) {
@@ -124,7 +124,7 @@ TEST_F(LockFreeBuffer, PiecesFillTheFirstOpenSlotThatHasRoom) {
     auto* const first = static_cast<char*>(buffer->Allocate(65536 - 3000));
     auto* const second = static_cast<char*>(buffer->Allocate(10000));  // in a chunk of 12288
     EXPECT_EQ(buffer->Allocate(8), first + 65536 - 3000);
-    buffer->Allocate(10000);  // with two slots open, the first one's 2992 bytes are not worth a look
+    buffer->Allocate(10000);  // with two slots open, the first one's 2992 bytes are given up
     EXPECT_EQ(buffer->Allocate(2000), second + 10000);
 }
 

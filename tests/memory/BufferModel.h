@@ -1,7 +1,7 @@
 #pragma once
 
-// What the buffers do, said once more as plainly as it can be: no pointers, no memory, no concern for time. A
-// chunk is a size and the bytes taken from it, a piece is the chunk that it comes from and where.
+// A model of the buffers, as simple as possible: no pointers, no memory, no speed. A chunk is a size and the
+// bytes taken from it, a piece is its chunk and its offset.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,12 +16,12 @@
 namespace test {
 
 struct ModelPiece {
-    std::size_t chunk;  // number of the chunk, counted from 0 over all that came
+    std::size_t chunk;  // index of the chunk, from 0 over all acquired ones
     std::size_t offset;
     bool operator==(const ModelPiece&) const = default;
 };
 
-/// Who refuses the next chunks.
+/// The budget that refuses the next chunks.
 enum class Refusal { kNone, kContract, kGovernor };
 
 class BufferModel {
@@ -35,7 +35,7 @@ public:
 
     virtual void Start(std::size_t initialBlocks) = 0;
 
-    /// Nothing: the call fails.
+    /// No value: the call fails.
     virtual std::optional<ModelPiece> Allocate(std::size_t size) = 0;
     virtual bool EnsureAvailable(std::size_t size) = 0;
 
@@ -54,7 +54,7 @@ protected:
 
     std::size_t Blocks(std::size_t size) const { return (size + mBlockSize - 1) / mBlockSize; }
 
-    // The chunk's size, or nothing if it does not come.
+    // The chunk's size, or no value if it is refused.
     std::optional<std::size_t> Acquire(std::size_t size) {
         if (mOnBoundary) size = (size + kPage - 1) / kPage * kPage;
         if (limit != 0 && mTotal > limit) return std::nullopt;
@@ -116,7 +116,7 @@ public:
     }
 
 private:
-    // The row of chunks doubles its room when it is full, and the contract pays for it.
+    // The array of chunks doubles its capacity when it is full, at the contract's charge.
     void NoteEntry() {
         if (mEntries == mRoomForEntries) {
             mRoomForEntries = mRoomForEntries == 0 ? 1 : 2 * mRoomForEntries;

@@ -25,8 +25,8 @@ constexpr unsigned int kPrograms = 40;
 constexpr unsigned int kPrograms = 400;
 #endif
 
-// Page memory that is never touched, so that programs may ask for gigabytes. Where each chunk starts is known
-// from here.
+// Page memory that is never touched, so that programs may request gigabytes. The start of each chunk is
+// recorded here.
 std::vector<char*> gChunkStarts;
 
 void* TakePages(std::size_t size) {
@@ -68,7 +68,7 @@ public:
 private:
     std::size_t Pick(std::size_t below) { return mRandom() % below; }
 
-    // Small ones mostly, some as large as chunks, now and then a big one.
+    // Mostly small sizes, some as large as chunks, a few big ones.
     std::size_t PickSize() {
         switch (Pick(20)) {
             case 0:

@@ -71,7 +71,7 @@ TEST_P(Resources, OverOneBufferAreEqual) {
 
 TEST_P(Resources, FailAsTheBufferDoes) {
     BufferResource memory(mBuffer.get());
-    volatile std::size_t all = SIZE_MAX;  // or the compiler tells that no object can be so large
+    volatile std::size_t all = SIZE_MAX;  // volatile, or the compiler warns that no object can be so large
     EXPECT_THROW(static_cast<void>(memory.allocate(all / 2, 8)), std::bad_alloc);
     EXPECT_THROW(static_cast<void>(memory.allocate(all, 64)), std::bad_alloc);
     mBuffer->Lock();

@@ -1,4 +1,4 @@
-// What holds for both implementations of a buffer.
+// Tests that hold for both implementations of a buffer.
 
 #include <Base/ZBase.h>
 
@@ -107,7 +107,7 @@ TEST_P(AnyBuffer, ChunksGrowByHalfRoundedUp) {
     BufferPtr buffer = Make();
     std::size_t total = 0;
     for (const std::size_t blocks : {1, 2, 3, 5, 8, 12, 18, 27, 41, 62, 93, 140}) {
-        buffer->Allocate(blocks * 4096);  // exactly fills the chunk that comes for it
+        buffer->Allocate(blocks * 4096);  // exactly fills the next chunk
         total += blocks * 4096;
         EXPECT_EQ(buffer->GetTotalBytes(), total);
     }
@@ -165,7 +165,7 @@ TEST_P(AnyBuffer, LimitMayBePassedByOneChunk) {
     BufferPtr buffer = Make({.initialBlocks = 1});
     buffer->SetLimit(4096);
     buffer->Allocate(4096);
-    buffer->Allocate(4096);  // the total is at the limit, and that passes
+    buffer->Allocate(4096);  // the total is at the limit, which is allowed
     EXPECT_EQ(test::TextOfFailure<ExceptionImpl<BufferException>>([&] { buffer->Allocate(8192); }),
               "The buffer memory usage is over the predefined limit.");
     EXPECT_FALSE(buffer->EnsureAvailable(8192));
@@ -249,7 +249,7 @@ TEST_P(AnyBuffer, LockedThenDestroyedOnTheHeapLeavesTheHeapHealthy) {
         for (int i = 0; i != 50; ++i) std::memset(buffer->Allocate(5000), i, 5000);
         buffer->Lock();
         buffer.reset();
-        // Whoever gets the memory next can write to it.
+        // The next owner of the memory can write to it.
         std::vector<std::vector<char>> others;
         for (int i = 0; i != 60; ++i) others.emplace_back(5000, static_cast<char>(i));
     }
@@ -269,7 +269,7 @@ TEST_P(AnyBuffer, SmallRegionThatNobodyPaysForIsOneHeapBlock) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-// A lock takes whole pages, and the object that owns a small chunk is in the chunk's neighbourhood.
+// A lock protects whole pages, and a small chunk is next to its buffer object.
 TEST_P(AnyBuffer, SmallChunkIsNeverAWholePage) {
     std::vector<BufferPtr> buffers;
     for (int i = 0; i != 3000; ++i) {
@@ -313,7 +313,7 @@ TEST_P(AnyBuffer, OnBoundaryChunksAreWholeZeroedPages) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), before + page);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(piece) % page, 0u);
     for (int i = 0; i != 200; ++i) EXPECT_EQ(piece[i], 0);
-    buffer->Allocate(page);  // the whole page is there to be used, but 200 bytes of it are
+    buffer->Allocate(page);  // the whole page can be used, but 200 bytes of it are
     EXPECT_EQ(buffer->GetTotalBytes(), 2 * page);
     buffer.reset();
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), before);
@@ -428,7 +428,7 @@ TEST_P(AnyBuffer, EveryFailingAllocationLeavesAWorkingBuffer) {
 
 TEST_P(AnyBuffer, EveryFailingAllocationOnBoundaryLeavesAWorkingBuffer) {
     Make({.initialBlocks = 1,
-          .onBoundary = true});  // the first pages of a process leave the book of pages behind
+          .onBoundary = true});  // so that later page allocations need no further page for entries
     const std::size_t live = test::LiveBlocks();
     const std::size_t held = Buffer::GetOnBoundaryAllocTotal();
     test::ForEachFailingAllocation([&] {
@@ -444,7 +444,7 @@ TEST_P(AnyBuffer, EveryFailingAllocationOnBoundaryLeavesAWorkingBuffer) {
 
 TEST_P(AnyBuffer, ThrowingCleanupPassesThroughAfterTheMemoryHasGone) {
     Make({.initialBlocks = 1,
-          .onBoundary = true});  // the first pages of a process leave the book of pages behind
+          .onBoundary = true});  // so that later page allocations need no further page for entries
     const std::size_t live = test::LiveBlocks();
     const std::size_t held = Buffer::GetOnBoundaryAllocTotal();
     BufferPtr buffer = Make({.initialBlocks = 1, .onBoundary = true});

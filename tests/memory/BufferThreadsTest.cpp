@@ -23,7 +23,7 @@ using test::BufferPtr;
 using test::Implementation;
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr bool kAddressSanitized = true;  // which keeps what is freed
+constexpr bool kAddressSanitized = true;  // which keeps freed memory
 #else
 constexpr bool kAddressSanitized = false;
 #endif
@@ -52,13 +52,13 @@ constexpr std::size_t Rounded(std::size_t size) {
     return (size + 7) / 8 * 8;
 }
 
-// Small ones mostly, up to 64 KiB.
+// Mostly small sizes, up to 64 KiB.
 std::size_t PickSize(std::mt19937& random) {
     const unsigned int kind = random() % 4096;
     return kind == 0 ? 1 + random() % 65536 : kind < 64 ? 1 + random() % 1024 : 1 + random() % 32;
 }
 
-// The ends of a piece tell whose it is; a neighbour that runs into it would leave its own mark.
+// The ends of a piece name its owner; an overlapping neighbour would overwrite them.
 void Mark(const Piece& piece, unsigned int thread) {
     piece.start[0] = static_cast<char>(thread + 1);
     piece.start[piece.size - 1] = static_cast<char>(thread + 1);
@@ -117,7 +117,7 @@ TEST(LockFreeBufferThreads, SmallChunksArePublishedByAllThreadsAtOnce) {
             }
         });
         EXPECT_EQ(buffer->GetUsedBytes(), kThreads * 200u * 200u);
-        // A chunk holds one piece of this size, so no more can have come.
+        // A chunk holds one piece of this size, so there can't be more.
         EXPECT_EQ(buffer->GetTotalBytes(), kThreads * 200u * 256u);
         Buffer::sGrowDanamically = true;
     }

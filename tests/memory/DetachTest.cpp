@@ -1,4 +1,4 @@
-// What governors are asked for and credited with when a buffer is detached from them while it takes chunks.
+// The requests to governors and their credits when a buffer is detached while it takes chunks.
 
 #include <Base/ZBase.h>
 
@@ -37,7 +37,7 @@ protected:
     }
 };
 
-// A governor and a contract that call `at` wherever the library calls out, and keep the books.
+// A governor and a contract that call `at` at each callback of the library, and count.
 class Budget final : public MemoryContract {
 public:
     explicit Budget(std::function<bool(const std::string&)> at) : mAt(std::move(at)) {
@@ -66,7 +66,7 @@ public:
         if (!mAt("settle")) throw std::bad_alloc();
     }
 
-    // One piece, that is one chunk; what came of it goes into the books.
+    // One piece, that is one chunk; the result is counted.
     void Allocate(Buffer& buffer) {
         const std::size_t outer = std::exchange(tAsked, 0);
         try {
@@ -79,13 +79,13 @@ public:
         tAsked = outer;
     }
 
-    std::atomic<std::size_t> due{0};  // bytes of the chunks that came and that the governor was asked for
+    std::atomic<std::size_t> due{0};  // bytes of the acquired chunks that the governor had a request for
     std::atomic<std::size_t> came{0};
     std::atomic<std::size_t> credited{0};
     std::atomic<int> credits{0};
 
 private:
-    static thread_local std::size_t tAsked;  // by the chunk that is under way
+    static thread_local std::size_t tAsked;  // by the chunk being acquired
 
     std::function<bool(const std::string&)> mAt;
     MemGovernorProxy mProxy;
@@ -97,7 +97,7 @@ BufferPtr Make(Budget& budget) {
     return test::MakeBuffer(Implementation::kLockFree, {.contract = &budget});
 }
 
-// Choices of a run, each below the number of what there is to choose from; the next run makes others.
+// The choices of a run, each below the number of alternatives; the next run makes others.
 class Choices {
 public:
     std::size_t Next(std::size_t count) {
@@ -117,13 +117,13 @@ private:
     std::size_t mAt = 0;
 };
 
-// At each call out the buffer is detached, or takes another chunk, or is refused, or goes on.
+// At each callback the buffer is detached, or takes another chunk, or is refused, or continues.
 TEST_F(Detachment, CreditsAndDebitsBalanceWhateverHappensWithinAChunk) {
     Choices choices;
     int runs = 0;
     do {
         int depth = 0;
-        int left = 6;  // calls out at which there is a choice
+        int left = 6;  // callbacks with a choice
         Buffer* owner = nullptr;
         Budget* books = nullptr;
         Budget budget([&](const std::string&) {
@@ -160,12 +160,12 @@ TEST_F(Detachment, CreditsAndDebitsBalanceWhateverHappensWithinAChunk) {
 thread_local int tWho;
 thread_local int tStops;
 
-// Lets threads run one at a time, each up to its next stop, in an order that is given.
+// Runs threads one at a time, each up to its next stop, in a given order.
 class TurnTaker {
 public:
     explicit TurnTaker(std::vector<int> order) : mOrder(std::move(order)) {}
 
-    // Of thread `who`: waits for its first turn.
+    // For thread `who`: waits for its first turn.
     void Start(int who) {
         std::unique_lock lock(mMutex);
         mTurn.wait(lock, [&] { return mNext < mOrder.size() && mOrder[mNext] == who; });
@@ -191,7 +191,7 @@ private:
     std::size_t mNext = 0;
 };
 
-// Two threads take a chunk each, with stops behind the governor's yes and at the settling, and a third
+// Two threads take a chunk each, with stops after the governor's grant and at the settling, and a third
 // detaches: in each of the 140 orders of their seven steps.
 TEST_F(Detachment, CreditsAndDebitsBalanceInEveryOrderOfThreeThreads) {
     std::vector<int> order = {0, 0, 0, 1, 1, 1, 2};
@@ -216,7 +216,7 @@ TEST_F(Detachment, CreditsAndDebitsBalanceInEveryOrderOfThreeThreads) {
                 } else {
                     budget.Allocate(*buffer);
                 }
-                // A chunk that the governor was not asked for has one stop less.
+                // A chunk without a request to the governor has one stop less.
                 for (; tStops != 2; ++tStops) turns.Stop(who);
                 turns.End();
             });
@@ -250,7 +250,7 @@ TEST_F(Detachment, CreditsAndDebitsBalanceBesideManyThreads) {
     }
 }
 
-// The threads that a fork leaves behind will not give the credit.
+// Threads that do not exist in a forked child can't give the credit.
 TEST_F(Detachment, ChildOfAProcessThatWasTakingAChunkGivesTheCreditAtOnce) {
     std::atomic<int> asked{0};
     std::atomic<bool> goOn{false};
@@ -273,10 +273,10 @@ TEST_F(Detachment, ChildOfAProcessThatWasTakingAChunkGivesTheCreditAtOnce) {
     other.join();
 }
 
-// A thread that was to give the credit when its chunk is there does not live in the child.
+// The thread that would give the credit with its chunk does not exist in the child.
 class CreditLeftBehind : public Detachment {
 protected:
-    // Forks while a second chunk is under way in a detached buffer, and tries `child` there.
+    // Forks while a second chunk is being acquired in a detached buffer, and runs `child` there.
     void InChild(const std::function<bool(Budget&, BufferPtr&)>& child) {
         std::atomic<int> asked{0};
         std::atomic<bool> goOn{false};
@@ -319,7 +319,7 @@ TEST_F(CreditLeftBehind, IsGivenOnceByTheNextDetachmentInTheChild) {
     });
 }
 
-// The credit comes from the thread whose chunk was the last to be under way, and so does its failure.
+// The credit comes from the thread with the last chunk being acquired, and so does its failure.
 TEST_F(Detachment, GovernorWithoutAReleaseFailsTheChunkThatOwesTheCredit) {
     for (const bool refuses : {false, true}) {
         MemGovernorProxy proxy;

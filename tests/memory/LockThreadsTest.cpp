@@ -1,4 +1,4 @@
-// `Lock` beside everything that many threads do to one lock-free buffer.
+// `Lock` during all other operations of many threads on one lock-free buffer.
 
 #include <Base/ZBase.h>
 
@@ -20,8 +20,8 @@ using test::Implementation;
 
 constexpr std::size_t kGrowLimit = 268435456;
 
-// What a thread does at most until the lock comes, which may take long on a machine that is busy. A sanitizer
-// keeps books of each byte of a big piece.
+// The most operations of a thread until the lock, which may take long on a busy machine. A sanitizer keeps
+// shadow memory for each byte of a big piece.
 constexpr int kMostCalls = 10000;
 constexpr int kMostBigPieces = 4;
 constexpr int kBigRounds = test::kIsSanitized ? 30 : 300;
@@ -33,7 +33,8 @@ BufferPtr Make(std::size_t blockSize) {
                             {.initialBlocks = 1, .blockSize = blockSize, .onBoundary = true});
 }
 
-// Repeats `operation` until the buffer is locked or it has succeeded `most` times; gives how often it has.
+// Repeats `operation` until the buffer is locked or it has succeeded `most` times; returns the number of
+// successes.
 template <class Operation>
 int UntilLocked(int most, Operation operation) {
     int done = 0;
@@ -45,8 +46,8 @@ int UntilLocked(int most, Operation operation) {
     return done;
 }
 
-// Runs `operation` on two threads, `most` times on each at most, and locks after a while that differs from
-// round to round.
+// Runs `operation` on two threads, at most `most` times on each, and locks after a delay that differs between
+// rounds.
 template <class Operation>
 int LockBeside(Buffer& buffer, int round, int most, Operation operation) {
     std::atomic<int> done{0};

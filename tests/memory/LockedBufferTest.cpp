@@ -1,4 +1,4 @@
-// What a locked buffer still does.
+// Operations on a locked buffer.
 
 #include <Base/ZBase.h>
 
@@ -21,7 +21,7 @@ using test::Implementation;
 
 constexpr std::size_t kGrowLimit = 268435456;
 
-// An object whose end writes to it.
+// An object whose destructor writes to it.
 struct Counted {
     std::string text = "longer than what a string holds within itself";
     int ends = 0;
@@ -87,7 +87,7 @@ TEST_P(LockedBuffer, CleanupsRunAlsoWhenOnlySomeOfItCouldBeLocked) {
 }
 
 TEST_P(LockedBuffer, CleanupThatThrowsPassesThroughAndTheMemoryGoesBack) {
-    Make({.initialBlocks = 1, .onBoundary = true});  // the first pages of a process leave a book behind
+    Make({.initialBlocks = 1, .onBoundary = true});  // so that the entries of pages have their page
     const std::size_t live = test::LiveBlocks();
     const std::size_t held = Buffer::GetOnBoundaryAllocTotal();
     BufferPtr buffer = Make();
@@ -110,7 +110,7 @@ TEST_P(LockedBuffer, CleanupCanNotAllocateAndItsFailureComesOutOfDelete) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), held);
 }
 
-// Each sees the one whose turn is next.
+// Each sees the next one to run.
 struct LockAgain {
     Buffer* owner;
     int turns;
@@ -155,8 +155,8 @@ TEST(LockedSingleThreadBuffer, CleanupRegistersAnotherThatWritesIntoItsPages) {
     EXPECT_EQ(gEnded, 100);
 }
 
-// Through the buffer that hands everything on, over each implementation; the choice is for good, so it is
-// made in a process of its own.
+// Through the forwarding buffer, over each implementation; the choice is permanent, so each case is a process
+// of its own.
 using LockedDebugBufferDeathTest = LockedBuffer;
 INSTANTIATE_TEST_SUITE_P(Both, LockedDebugBufferDeathTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
@@ -187,8 +187,8 @@ TEST_P(LockedDebugBufferDeathTest, CleanupsReachTheirPieces) {
     EXPECT_EXIT(run(false), testing::ExitedWithCode(0), "");
 }
 
-// The chunk of a big piece comes while another thread locks: the piece is good, but its node, which the lock
-// has made read-only, is left alone.
+// The chunk of a big piece is acquired while another thread locks: the piece is valid, but its node, which is
+// read-only by then, is not written.
 TEST(LockedLockFreeBuffer, BigPieceThatIsUnderWayIsHandedOutAndCounted) {
     Buffer* owner = nullptr;
     test::RecordingContract contract;

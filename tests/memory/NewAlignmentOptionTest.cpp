@@ -1,5 +1,5 @@
-// This file is compiled with `-faligned-new=8`, by which the compiler takes the aligned placement forms for
-// everything that needs more than a piece has.
+// This file is compiled with `-faligned-new=8`, so the compiler uses the aligned placement forms for every
+// type that needs more than 8 bytes.
 
 #include <Base/memory/Buffer.h>
 

@@ -1,4 +1,4 @@
-// Objects in buffers, aligned as their types want it.
+// Objects in buffers, aligned for their types.
 
 #include <Base/ZBase.h>
 
@@ -57,7 +57,7 @@ TEST_P(ObjectsInBuffer, PlacementAlignsWhatNeedsMoreThanTheHeapGives) {
     ExpectAlignedByTheLanguage<4096>(buffer.get());
 }
 
-// The placement forms of a buffer leave those of the language alone.
+// The placement forms of a buffer don't hide those of the language.
 TEST(PlacementInMemory, OfAlignedTypesIsThatOfTheLanguage) {
     alignas(64) unsigned char memory[128];
     EXPECT_EQ(static_cast<void*>(new (static_cast<void*>(memory)) Aligned<64>), memory);
@@ -123,7 +123,7 @@ TEST_P(ObjectsInBuffer, NewOfAByteTypeCostsAPiece) {
     EXPECT_EQ(buffer->GetUsedBytes(), 8u);
 }
 
-// Counts those that live, and writes down the order of the ends.
+// Counts living objects, and records the order of destruction.
 struct Tracked {
     explicit Tracked(int number = 0) : name(number) {
         if (failing-- == 0) throw std::runtime_error("no");

@@ -43,8 +43,8 @@ TEST_P(OverlapDetector, IsToleratedOnlyByNo) {
     EXPECT_NE(result.output.find("done"), std::string::npos);
 }
 
-// The first of two tolerated calls to leave clears the way: of the ten that the second thread makes while the
-// first is inside, only the first is noticed.
+// The first of two tolerated calls to leave marks the buffer as free: of the ten that the second thread makes
+// while the first is inside, only the first is reported.
 TEST(OverlapDetectorLines, AfterAToleratedOverlapTheDetectorIsBlindUntilTheCallEnds) {
     EXPECT_EQ(Overlap("threads", "ZENT_BUFERROR_ABORT=NO").output, kTolerated + "done 176\n");
 }

@@ -1,4 +1,4 @@
-// Under AddressSanitizer what was not handed out of a chunk can't be touched.
+// Under AddressSanitizer bytes of a chunk that were not handed out are poisoned.
 
 #include <gtest/gtest.h>
 

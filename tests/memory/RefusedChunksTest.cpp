@@ -1,4 +1,4 @@
-// What refusals leave behind in a lock-free buffer.
+// Effects of refusals in a lock-free buffer.
 
 #include <Base/ZBase.h>
 
@@ -52,8 +52,8 @@ protected:
     Contract contract;
 };
 
-// A walk over the pages of all that was refused, from the newest for each, would take minutes here. What one
-// search looks at is counted by the tests of the pages themselves.
+// A walk over the pages of all refused slots, from the newest for each, would take minutes here. The tests of
+// the pages count the links of one search.
 TEST_F(RefusedChunks, CostTheNextCallsNothing) {
     BufferPtr buffer = Make();
     Refuse(*buffer, kRefusals);
@@ -77,8 +77,8 @@ TEST_F(RefusedChunks, BetweenOthersAreSkipped) {
     buffer->Lock();
 }
 
-// Each allocation that the active slot can't serve moves on by one index, refused ones included, and finds
-// the chunk behind them all meanwhile.
+// Each allocation that the active slot can't serve advances by one index, refused ones included, and
+// meanwhile uses the chunk after them all.
 TEST_F(RefusedChunks, DoNotHideTheChunkBehindThem) {
     BufferPtr buffer = Make();
     Refuse(*buffer, 1000);
@@ -106,7 +106,7 @@ TEST_F(RefusedChunks, BeforeTheActiveSlotIsReachedLeaveItsChunkToIt) {
 }
 
 // A refused chunk has grown the next one all the same: after n refusals of a buffer with one block of growth
-// the contract is asked for the n-th multiplier, up to the first that passes the limit of growth.
+// the n-th multiplier is requested, up to the first that passes the growth limit.
 TEST(RefusedGrowth, StandsStepByStepUpToTheLimit) {
     Contract contract;
     contract.code = 8;
@@ -117,7 +117,7 @@ TEST(RefusedGrowth, StandsStepByStepUpToTheLimit) {
     }
     for (int i = 0; i != 100; ++i) EXPECT_THROW(buffer->Allocate(8), ContractManagerAllocException);
     EXPECT_EQ(contract.asked, 377524224u);
-    Buffer::sGrowDanamically = false;  // stops it, and does not take it back
+    Buffer::sGrowDanamically = false;  // stops the growth, without undoing it
     EXPECT_FALSE(buffer->EnsureAvailable(8));
     EXPECT_EQ(contract.asked, 377524224u);
     Buffer::sGrowDanamically = true;
@@ -134,7 +134,7 @@ TEST(RefusedGrowth, SizeThatNoMemoryHasDoesNotGrowTheNextChunk) {
     EXPECT_EQ(buffer->GetTotalBytes(), 4096u);
 }
 
-// A single-thread buffer grows only after a chunk has come: it asks for its first chunk again and again.
+// A single-thread buffer grows only after a chunk was acquired: it requests its first chunk again and again.
 TEST(RefusedGrowth, IsNotKeptByASingleThreadBuffer) {
     Contract contract;
     contract.code = 8;

@@ -32,7 +32,7 @@ TEST(SmartHeap, FiguresArriveInTheirFields) {
         "enabled 1\n"
         "1 100 80 " +
             rest + "1 100 0 " + rest + "1 100 0 " + rest +  // total below used
-            "1 100 80 " + rest +                            // any answer but 0 is a yes
+            "1 100 80 " + rest +                            // any result but 0 is success
             kNo +
             "shrunk 50\n"
             "1 100 "  // the on-boundary memory is added; used wrapped below 0, so the total is not larger

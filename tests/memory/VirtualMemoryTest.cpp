@@ -69,7 +69,7 @@ TEST_F(VirtualMemory, OnlyTheStartOfAnAllocationCanBeFreedAndOnlyOnce) {
     EXPECT_EQ(ZNTVirtualFree(memory + kPage, 0, true), 1);
     EXPECT_EQ(GetLastError(), 487u);
     EXPECT_EQ(ZNTVirtualFree(nullptr, 0, true), 1);
-    EXPECT_EQ(ZNTVirtualFree(memory, 12345, true), 0);  // the size is nobody's concern
+    EXPECT_EQ(ZNTVirtualFree(memory, 12345, true), 0);  // the size is ignored
     EXPECT_EQ(ZNTVirtualFree(memory, 0, true), 1);
 }
 
@@ -181,7 +181,7 @@ TEST_P(BufferOverCallbacks, OnBoundaryChunksComeFromTheHostAndGoBackWithoutASize
     EXPECT_EQ(gLastSize, 0u);
     UnSetCallBackVirtualAlloc();
     SetCallBackVirtualFree(nullptr);
-    std::memset(gPages, 1, sizeof gPages);  // what the host gets back is writable
+    std::memset(gPages, 1, sizeof gPages);  // memory is writable when the host gets it back
 }
 
 TEST_P(BufferOverCallbacks, HeapChunksDoNot) {

@@ -23,7 +23,7 @@ namespace {
 
 struct Unheard {};
 
-// The tree of what `thrower` throws.
+// The tree of the exception of `thrower`.
 template <class Thrower>
 std::string TreeOf(Thrower thrower) {
     try {

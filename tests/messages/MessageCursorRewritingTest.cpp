@@ -22,7 +22,7 @@ using ZBase::MessageCursor;
 
 namespace {
 
-// A chain of three levels down, each with a message behind it.
+// A chain of three levels down, each followed by a message.
 Message Tree(const std::string& name) {
     Message tree(1, 1, (name + " 3").c_str());
     for (const char* level : {" 2", " 1", " 0"}) {
@@ -47,7 +47,7 @@ test::ModelMessage Compact(const Message& message) {
 struct Rewriting {
     const char* name;
     void (*run)(Message& message, Message& other);
-    bool isAddition = false;  // what was visited stays visited
+    bool isAddition = false;  // visited branches stay visited
 };
 
 const Rewriting kRewritings[] = {
@@ -139,7 +139,7 @@ TEST_P(RewrittenLevel, StepGoesOnFromWhatIsThereNow) {
                                : cursor.SameLevelMessageIsUnvisited());
             const Message* written =
                 lower ? current.GetLowerLevelMessageOrNULL() : current.GetSameLevelMessageOrNULL();
-            // Beside what was visited before there is now a second one.
+            // Next to the visited one there is a second one now.
             if (!keeps || !(lower ? lowerVisited : sameVisited)) {
                 EXPECT_EQ(TemplateOf(written), next == nullptr ? "" : TemplateOf(next));
             }
@@ -153,7 +153,7 @@ TEST_P(RewrittenLevel, StepGoesOnFromWhatIsThereNow) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-// The levels above are rewritten through the root while the cursor is further down.
+// The levels above are rewritten through the root while the cursor is below.
 TEST_P(RewrittenLevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
     const std::size_t live = test::LiveBlocks();
     for (int depth = 1; depth != 4; ++depth) {
@@ -168,7 +168,7 @@ TEST_P(RewrittenLevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
         EXPECT_EQ(test::FindFlaw(&root), nullptr);
         EXPECT_EQ(test::FindFlaw(&other), nullptr);
         EXPECT_EQ(cursor.LowerLevelMessageIsUnvisited(), hasLower);
-        // Of the lower-level messages the one that came back is the last.
+        // Of the lower-level messages the one packed in again is the last.
         MessageCursor reader(root);
         if (root.GetSameLevelMessageOrNULL() == nullptr) {
             ASSERT_TRUE(reader.GoToLowerLevelMessage(false));
@@ -189,7 +189,7 @@ TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
         if (visitFirst) {
             ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
             ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
-            GetParam().run(root, other);  // below it only the way back is left
+            GetParam().run(root, other);  // below it only steps back are allowed
             ASSERT_TRUE(cursor.GoToParent());
             ASSERT_TRUE(cursor.GoToParent());
             EXPECT_FALSE(cursor.GoToParent());
@@ -198,7 +198,7 @@ TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
         }
         const Message* lower = root.GetLowerLevelMessageOrNULL();
         const Message* same = root.GetSameLevelMessageOrNULL();
-        // Nothing tells records that are equal to those before, or begin with such.
+        // Records that equal the earlier ones, or begin with them, are not detected.
         const test::ModelMessage now = test::ModelMessage::Read(&root);
         const bool beginsEqual = now.blocks.size() >= before.blocks.size() &&
                                  std::equal(before.blocks.begin(), before.blocks.end(), now.blocks.begin());
@@ -271,7 +271,7 @@ void ExpectVisitedBranchStaysVisited() {
     EXPECT_FALSE(cursor.LowerLevelMessageIsUnvisited());
 }
 
-// The turns of the usual loop over unvisited branches when each turn makes a text of the current message.
+// The rounds of the usual loop over unvisited branches when each round formats the current message.
 template <class Cursor>
 int CountTurnsWithFormatting(Message& message, Message& formatted) {
     Cursor cursor(message);

@@ -17,7 +17,7 @@ using ZBase::MessageCursor;
 
 namespace {
 
-// outer > middle > inner, with "next" behind middle
+// outer > middle > inner, then "next" after middle
 Message Tree() {
     Message message(1, 3, "inner");
     message.WrapBy(1, 2, "middle");

@@ -27,7 +27,7 @@ using test::RecordingLocalizer;
 
 constexpr unsigned short kLanguage = 7;
 
-// Gives the template of a message; a null text where there is none.
+// Returns the template of a message; a null text if there is none.
 class TemplateLocalizer : public Message::Localizer {
 public:
     ReturnString LocalizeText(unsigned short, unsigned short, int, const char* textTemplate,
@@ -36,7 +36,7 @@ public:
     }
 };
 
-// The same, up to the message that it throws at.
+// The same, except that it throws at one message.
 class ThrowingLocalizer : public TemplateLocalizer {
 public:
     explicit ThrowingLocalizer(int textsBefore) : mLeft(textsBefore) {}
@@ -293,7 +293,7 @@ TEST_F(FormatMessageWithoutMemory, ConstantMessageGivesItsTextOrThrows) {
         } catch (const std::bad_alloc&) {
         }
     });
-    EXPECT_EQ(failures, 3u);  // the text, what follows on a level above, the result
+    EXPECT_EQ(failures, 3u);  // the text, a later message on a level above, the result
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
@@ -424,7 +424,7 @@ TEST(FormatMessageReading, ALocalizerWithoutATextLeavesUnknown) {
     EXPECT_STREQ(FormatMessage(message, kLanguage, localizer).c_str(), "Unknown.");
 }
 
-// One block in which the texts come together, and the result's. No message has one of its own.
+// One block for the texts, and the result's. No message has one of its own.
 TEST(MessageFormat, ThreeWrappedLevelsTakeTwoAllocations) {
     Message record(MESSAGE_DOMAIN_SERVER, 103, "The file %1 can't be opened.");
     record << "names.txt";
@@ -438,7 +438,7 @@ TEST(MessageFormat, ThreeWrappedLevelsTakeTwoAllocations) {
                  "message 104)\t\tThe file names.txt can't be opened. (Server message 103)");
 }
 
-// Sixteen parameters have a place without a block; the next one moves all of them.
+// Sixteen parameters fit without a block; the next one moves all of them.
 TEST(MessageFormat, SeventeenthParameterOpensABlock) {
     for (const int count : {15, 16, 17, 40}) {
         Message message(MESSAGE_DOMAIN_SERVER, 1, "%9");

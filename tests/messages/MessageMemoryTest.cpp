@@ -40,7 +40,7 @@ void Fill(Message& message) {
     message.WrapBy(300, 45, "outer");
 }
 
-// What an operation does to a filled message; it may throw `std::bad_alloc` where that is promised.
+// An operation on a filled message; it may throw `std::bad_alloc` where that is documented.
 struct Operation {
     const char* name;
     bool mayThrow;
@@ -227,7 +227,7 @@ TEST(MessageMemory, ParameterWithoutMemoryIsReplacedByAnEmptyOne) {
     EXPECT_STREQ(message.GetParameter(2), "third");
 }
 
-// Both stand in front of the system's own, so they see what the library asks of it.
+// Both replace the system's own, to record the library's calls.
 extern "C" [[gnu::visibility("default")]] int sched_yield() noexcept {
     ++gYields;
     return 0;
@@ -245,7 +245,7 @@ TEST(MessageMemory, ParameterThatWaitsForMemoryLetsOtherThreadsRun) {
         const FailingAllocation failing(0, 150);
         *holder << "a text that finds no place";
     }
-    // One try with the text, 149 with none, each with a pause behind it.
+    // One try with the text, 149 with none, each followed by a pause.
     EXPECT_EQ(gYields, 100);
     EXPECT_EQ(gSleeps, 49);
     *holder << "next";

@@ -24,7 +24,7 @@ using Texts = std::vector<std::string>;
 
 constexpr unsigned short kLanguage = 1033;
 
-// A message whose records are written by hand, for what no operation would write.
+// A message whose records are written by hand, for records that no operation writes.
 class HandMadeMessage {
 public:
     void Add(unsigned char tag, std::string_view payload) {
@@ -94,7 +94,7 @@ TEST(Localize, StoredTextWinsAndTheLocalizerIsNotAsked) {
     RecordingLocalizer localizer("made");
     EXPECT_EQ(Localized(message, localizer, kLanguage), "stored");
     EXPECT_TRUE(localizer.calls.empty());
-    EXPECT_EQ(test::FormatSimply(message, kLanguage), "stored");  // and nothing behind it
+    EXPECT_EQ(test::FormatSimply(message, kLanguage), "stored");  // and no further texts
 }
 
 TEST(Localize, StoredTextOfAnotherLanguageIsIgnored) {
@@ -269,7 +269,7 @@ TEST(GetMessage, LongTextHasRoom) {
     EXPECT_EQ(test::Wide(message.GetMessage()).size(), 100000 + std::strlen(" (Server message 42)"));
 }
 
-// A nested message has no room: its text lies in a block that its parent knows nothing of.
+// A nested message is full: its text goes to a block that its parent does not know.
 TEST(GetMessage, OfANestedMessageIsKeptInABlockThatCopiesShareAndNobodyFrees) {
     const std::size_t before = test::LiveBlocks();
     void* block = nullptr;

@@ -191,8 +191,7 @@ TEST(MessageTree, PrependOfANestedMessageReadsItTwice) {
     EXPECT_EQ(test::FindFlaw(&message), nullptr);
 }
 
-// Messages of many sizes, so that what follows each finds its place now in front of its last records, now
-// behind them.
+// Messages of many sizes, so that the nested record is placed before or after their last records.
 TEST(MessageTree, PrependedLevelHasTheBytesOfPrependingOneByOne) {
     for (unsigned int seed = 0; seed != 300; ++seed) {
         std::mt19937 random(seed);

@@ -34,7 +34,7 @@ std::string Tell(const Message& root) {
     return told;
 }
 
-// The addresses and levels as a cursor meets them.
+// The addresses and levels of a cursor's walk.
 std::string ByCursor(const Message& root) {
     std::string told;
     ZBase::ConstMessageCursor cursor(root);
@@ -108,7 +108,7 @@ TEST(MessageWalk, TakesNoMemoryForALineOfCausesNorForAList) {
     EXPECT_EQ(test::AllocatedBytes(), before);
     MessageWalk along(list);
     EXPECT_EQ(std::ranges::distance(along), 501);
-    EXPECT_LE(test::AllocatedBytes() - before, 100u);  // room for one that is still to follow
+    EXPECT_LE(test::AllocatedBytes() - before, 100u);  // memory for one message still to come
 }
 
 TEST(MessageWalk, AStepWithoutMemoryMayBeTakenAgain) {

@@ -16,7 +16,7 @@ using namespace ZBase::Literals;
 
 namespace {
 
-// The wide text as its place in the block says it, read unit by unit from the first even address.
+// The wide text from its record, read unit by unit from the first even address.
 std::u16string StoredWide(const void* message) {
     for (auto at = static_cast<const unsigned char*>(message); at != nullptr; at = test::BlockView(at).next) {
         const test::BlockView block(at);

@@ -8,7 +8,7 @@
 #include "tests/support/MessageBytes.h"
 #include "tests/support/MessageTrees.h"
 
-// The handlers over a reader that is played by hand: which calls they make, and what they take from whom.
+// The handlers with a reader played by hand: which calls they make, and which events they use.
 
 namespace {
 
@@ -16,7 +16,7 @@ using test::DescribeTree;
 using ZBase::Message;
 using ZLiteXML::UTF8EventHandler;
 
-// Sends the attributes of an element to the handler that saw its start, or to the one that was pushed there.
+// Sends the attributes of an element to the handler that got its start, or to the pushed one.
 enum class ERoute { ToCaller, ToPushed };
 
 class PlayedReader final : public ZLiteXML::UTF8Reader {
@@ -129,7 +129,7 @@ TEST(MessageXmlEvents, FieldsOfTheRootAreThereFromTheirEndOn) {
     EXPECT_STREQ(message.GetLocalizedText(0), "t");
 }
 
-// A nested message is part of its parent from its end on, and its parent part of the root from its own.
+// A nested message is part of its parent after its end, and its parent part of the root after its own.
 TEST(MessageXmlEvents, NestedMessageArrivesWithItsEnd) {
     Message message;
     PlayedReader reader;

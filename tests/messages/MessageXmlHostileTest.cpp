@@ -10,9 +10,9 @@
 #include "tests/support/PeakMemory.h"
 #include "tests/support/XmlDocuments.h"
 
-// Documents that somebody wrote to harm the reader: each ends in an error or in a message that is what the
-// document says, the message stays well-formed, and time and memory stay in proportion to the bytes. None of
-// these may take more than moments; a cost that grows with the square would take hours.
+// Documents made to harm the reader: each ends in an error or in a message with the document's content, the
+// message stays well-formed, and time and memory stay in proportion to the bytes. Each takes moments; a
+// quadratic cost would take hours.
 
 namespace {
 
@@ -34,7 +34,7 @@ std::string EndTag(const std::string& name) {
     return std::string("</").append(name).append(">");
 }
 
-// Reads a document into a message that held something. True when it was taken, false when it was refused.
+// Reads a document into a message that is not empty. True when it was accepted, false when it was refused.
 bool Read(const std::string& document, Message& message, std::size_t piece = 65536) {
     message.SetTemplate("old");
     message.WrapBy(300, 1, "old");
@@ -56,7 +56,7 @@ bool Read(const std::string& document) {
 
 std::size_t PeakAbove(std::size_t before) {
 #if defined(__SANITIZE_ADDRESS__)
-    return before * 0;  // the sanitizer holds back what is freed
+    return before * 0;  // the sanitizer keeps freed memory
 #else
     return test::PeakMemory() - before;
 #endif
@@ -138,7 +138,7 @@ TEST(MessageXmlHostile, MillionsOfFieldsTakeLinearTime) {
     }
 }
 
-// Gaps in many blocks, none of which has room for what comes then.
+// Gaps in many blocks, all of which are too small for the next record.
 TEST(MessageXmlHostile, SearchForRoomTakesLinearTime) {
     std::string document = "<m>" + Repeated("<parameter>" + std::string(44, 'p') + "</parameter>", kMany);
     for (int number = 0; number < 0x10000; ++number)
@@ -147,7 +147,7 @@ TEST(MessageXmlHostile, SearchForRoomTakesLinearTime) {
     EXPECT_TRUE(Read(document + "</m>"));
 }
 
-// Each level adds a field behind what is nested in it, and what is nested is large.
+// Each level adds a field after its nested message, which is large.
 TEST(MessageXmlHostile, LargeContentUnderManyLevelsIsNotCopiedForEach) {
     for (const char* field : {"<id>1</id>", "<template>t</template><template>longer</template>", ""}) {
         const std::string document = "<m>" + Repeated("<lower_level_message><template>t</template>", 9000) +
@@ -158,7 +158,7 @@ TEST(MessageXmlHostile, LargeContentUnderManyLevelsIsNotCopiedForEach) {
     }
 }
 
-// A long text within many elements does not become as many texts.
+// A long text with many elements inside is not stored many times.
 TEST(MessageXmlHostile, LongTextWithinManyElementsIsNotStoredForEach) {
     const std::string text(10 << 20, 'x');
     for (const std::string name : {"text", "parameter"}) {

@@ -19,7 +19,7 @@ using test::FromXML;
 using test::ToElement;
 using ZBase::Message;
 
-// The description of what a document is read as.
+// The content of a document as text.
 std::string Read(const std::string& document) {
     Message message;
     FromXML(document, message);
@@ -27,7 +27,7 @@ std::string Read(const std::string& document) {
     return DescribeTree(message);
 }
 
-// How a message of these fields is described.
+// The same for a message of these fields.
 std::string Expected(const Message& message) {
     return DescribeTree(message);
 }
@@ -268,7 +268,7 @@ TEST(MessageXmlReading, FieldsOfTheRootLieWhereTheMessageItselfPutsThem) {
         FromXML(document + "</m>", message);
         EXPECT_EQ(DescribeTree(message), Expected(expected));
         EXPECT_EQ(test::FindFlaw(&message), nullptr);
-        // In a long chain it does not look for room any more.
+        // In a long chain gaps are no longer searched.
         if (count < 100) {
             EXPECT_EQ(test::Layout(&message), test::Layout(&expected)) << count;
         }
@@ -296,7 +296,7 @@ TEST(MessageXmlReading, EmptyNestedElementIsAnEmptyMessage) {
     EXPECT_FALSE(message.IsEmpty());
 }
 
-// What had been closed in the root when the stream ends is there; what was open is not.
+// Messages of the root that had ended when the stream ends are there; open ones are not.
 TEST(MessageXmlReading, StreamThatStopsEarlyKeepsWhatHadBeenClosed) {
     const std::string document =
         "<message><id>1</id><lower_level_message><id>2</id><lower_level_message><id>3</id></"
@@ -326,7 +326,7 @@ TEST(MessageXmlReading, StreamThatStopsEarlyKeepsWhatHadBeenClosed) {
     }
 }
 
-// Each field is there from the end of its element on, and nothing of it before.
+// Each field is there after the end of its element, and not before.
 TEST(MessageXmlReading, StreamThatStopsWithinAnElementKeepsTheFieldsBeforeIt) {
     Message expected;
     std::string before = "<m>";
@@ -362,7 +362,7 @@ TEST(MessageXmlReading, StreamThatStopsWithinAnElementKeepsTheFieldsBeforeIt) {
     stopWithin("<same_level_message></same_level_message>");
 }
 
-// What an element within a text ended is a text of its own, although the outer one never ends.
+// The text that an element within it ends is stored, although the outer one never ends.
 TEST(MessageXmlReading, StreamThatStopsWithinATextKeepsTheOneThatEndedInIt) {
     const std::vector<std::pair<std::string, std::string>> steps = {{"<text language_id='409'>abc", ""},
                                                                     {"<b language_id='5'>de", ""},
@@ -387,7 +387,7 @@ TEST(MessageXmlReading, StreamThatStopsWithinATextKeepsTheOneThatEndedInIt) {
     }
 }
 
-// Ends within one text add what it has grown, at each place that its record moves to.
+// Ends within one text store its growth, wherever its record has moved to.
 TEST(MessageXmlReading, EachEndWithinATextAddsWhatItHasGrown) {
     for (const std::string nested : {"", "<lower_level_message><id>1</id>"}) {
         std::string document = "<m>" + nested + "<text>";
@@ -414,7 +414,7 @@ TEST(MessageXmlReading, EachEndWithinATextAddsWhatItHasGrown) {
     }
 }
 
-// The reader holds back what comes behind a long comment in small pieces; its end tells it.
+// The reader delays what follows a long comment in small pieces; `Finish` delivers it.
 TEST(MessageXmlReading, StreamThatStopsBehindALongCommentKeepsAllOnceItIsFinished) {
     const std::string document = "<m><!--" + std::string(5000, 'x') + "--><id>7</id>";
     Message message;
@@ -467,7 +467,7 @@ TEST(MessageXmlReading, OutOfMemoryLeavesTheMessageWellFormedAndNothingBehind) {
     const std::size_t live = test::LiveBlocks();
     std::size_t failures = 0;
     {
-        // The parser's own memory is not the library's: only what `operator new` refuses is shown here.
+        // The parser's own memory is not the library's: only `operator new` fails here.
         failures = test::ForEachFailingAllocation([&] {
             Message message;
             try {

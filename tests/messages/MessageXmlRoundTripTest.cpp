@@ -35,7 +35,7 @@ std::string AsTheyAre(const std::string& octets) {
     return octets;
 }
 
-// What can't be read as UTF-8 becomes U+FFFD as in every conversion, and so does what XML cannot hold.
+// Invalid UTF-8 becomes U+FFFD as in every conversion, and so do characters that XML cannot hold.
 std::string Replaced(const std::string& octets) {
     test::Units units = test::SlowUtf8ToWide(octets, true).text;
     for (unsigned short& unit : units) {
@@ -129,7 +129,7 @@ TEST(MessageXmlRoundTrip, MessageWithoutHeaderStaysWithoutOne) {
     EXPECT_EQ(test::Layout(&back), "100-77: 7#3");
 }
 
-// A chain of each shape, to the bound of the reader and one beyond.
+// A chain of each shape, at the reader's limit and one beyond.
 TEST(MessageXmlRoundTrip, TenThousandMessagesInARowOrInEachOther) {
     for (const bool below : {false, true}) {
         for (const int count : {10000, 10001}) {

@@ -67,7 +67,7 @@ TEST(MessageXmlWriting, LowerLevelComesBeforeSameLevelInsideTheMessage) {
               "<same_level_message><template>same</template></same_level_message></message>");
 }
 
-// A tree in which every kind of climb happens: from below, from the side, over several levels at once.
+// A tree with every kind of step up: from below, from the side, over several levels at once.
 TEST(MessageXmlWriting, ClimbsOutOfEachLevelByTheStepThatLedIn) {
     Message message(300, 1, nullptr);
     ZBase::MessageCursor cursor(message);
@@ -141,7 +141,7 @@ protected:
     }
 };
 
-// Most of the document is on its way when the last message turns out not to fit into one.
+// Most of the document is written when the last message turns out to be too large.
 TEST_F(MessageXmlFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
     Message message;
     message << "\x01";

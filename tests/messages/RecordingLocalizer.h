@@ -8,7 +8,7 @@
 
 namespace test {
 
-/// Gives one text for every message and keeps what it was given.
+/// Returns one text for every message and records its arguments.
 class RecordingLocalizer : public ZBase::Message::Localizer {
 public:
     static constexpr const char* kNull = "(null)";

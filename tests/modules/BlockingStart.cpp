@@ -1,4 +1,4 @@
-// Its constructor calls the program, and so holds the loader's lock for as long as that likes.
+// Its constructor calls back into the program, and so holds the loader's lock as long as that takes.
 
 void StayInTheLoader();
 

@@ -1,3 +1,3 @@
-// Its unwind tables are those of LargeFrames but for one number.
+// Its unwind tables are those of LargeFrames except for one number.
 #define ZBASE_TEST_FRAME 2048
 #include "tests/modules/SmallFrames.cpp"

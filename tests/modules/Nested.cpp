@@ -1,5 +1,5 @@
 // A function that is exported, one that is not, and one that is inlined into that. NestedTwin is the same to
-// the octet but for the name of the second.
+// the octet except for the name of the second.
 #ifndef ZBASE_TEST_HIDDEN
 #define ZBASE_TEST_HIDDEN Hidden
 #endif

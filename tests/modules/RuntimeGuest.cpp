@@ -1,4 +1,4 @@
-// What a program in another language loads to have the library: it installs the crash handler, and crashes.
+// Loaded by a program in another language to use the library: it installs the crash handler, and crashes.
 
 #include <Base/ZBase.h>
 

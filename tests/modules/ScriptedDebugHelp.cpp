@@ -1,6 +1,6 @@
-// A debug help library that tells what the test asks for: ZBASE_TEST_STEPS frames (default 8), which all lie
-// in one function of this module, whose name is ZBASE_TEST_NAME, and whether it starts (ZBASE_TEST_START=0:
-// not). Built without NAMES_ALL it lacks one entry.
+// A debug help library scripted by the test: ZBASE_TEST_STEPS frames (default 8), all in one function of this
+// module, its name ZBASE_TEST_NAME, and whether it starts (ZBASE_TEST_START=0: not). Built without NAMES_ALL
+// it lacks one entry.
 
 #include <algorithm>
 #include <cstdlib>
@@ -75,7 +75,7 @@ ENTRY std::int32_t SymGetLineFromAddr64(void*, std::uint64_t address, std::uint3
                                         IMAGEHLP_LINE64* line) {
     if (line->SizeOfStruct != 40) std::abort();
     if (Setting("ZBASE_TEST_LINE", 0) == 0) return 0;
-    // For the start of the symbol, whatever the frame's address is.
+    // For the start of the symbol, whatever the frame's address.
     *displacement = address == Start() ? 0xABC : 0xDEF;
     line->FileName = gFile;
     line->LineNumber = static_cast<std::uint32_t>(Setting("ZBASE_TEST_LINE", 0));

@@ -22,7 +22,7 @@
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/WideText.h"
 
-// Images that are not whole. The loader maps a file and believes it, so each of these could end the process.
+// Damaged images. The loader maps a file and trusts it, so each of these could end the process.
 
 namespace {
 
@@ -53,7 +53,7 @@ protected:
         std::string content;
     };
 
-    // The codes that the cases give, in a child. Fails with the case in which the child dies.
+    // The results of the cases, in a child. Fails with the case in which the child dies.
     std::set<int> Codes(const std::vector<Case>& cases) const {
         struct Shared {
             std::size_t at;
@@ -69,7 +69,7 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             for (shared->at = 0; shared->at != cases.size(); ++shared->at) {
-                // Each has a name of its own: a file that is changed in place changes the one that is loaded.
+                // Each has a name of its own: writing to a loaded file would change the mapping.
                 const std::string file = Write(std::to_string(shared->at) + ".so", cases[shared->at].content);
                 shared->codes[shared->at] = LoadCode(file);
                 fs::remove(file);
@@ -113,7 +113,7 @@ TEST_F(DamagedComponent, CutInEveryFieldOfItsHeadersIsNoValidImage) {
     EXPECT_EQ(Codes(cases), std::set<int>{193});
 }
 
-// A field that tells nothing to the loader may hold anything.
+// A field that the loader does not read may have any value.
 TEST_F(DamagedComponent, WrongOctetInItsHeadersDoesNotEndTheProcess) {
     if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer reads what is loaded by itself";
     Elf64_Ehdr header{};
@@ -130,7 +130,7 @@ TEST_F(DamagedComponent, WrongOctetInItsHeadersDoesNotEndTheProcess) {
     for (const int code : Codes(cases)) EXPECT_TRUE(code == 0 || code == 193) << code;
 }
 
-// What lies in the file behind its data would be there instead of the zeros that variables begin with.
+// File data after its data segment would replace the zeros that variables begin with.
 TEST_F(DamagedComponent, DataThatReachesOverItsZerosIsNoValidImage) {
     Elf64_Ehdr header{};
     std::memcpy(&header, mWhole.data(), sizeof header);
@@ -168,7 +168,7 @@ TEST_F(DamagedComponent, WhatIsNoFileIsNoValidImageAndIsNotWaitedFor) {
     EXPECT_EQ(LoadCode(mFolder / "loop.so"), 126);
 }
 
-// As a copy arrives over a slow line.
+// Like a copy over a slow connection.
 TEST_F(DamagedComponent, GrownWholeItIsLoaded) {
     const std::string file = Write("grows.so", mWhole.substr(0, mWhole.size() / 2));
     EXPECT_EQ(LoadCode(file), 193);
@@ -197,7 +197,7 @@ TEST_F(DamagedComponent, InTheLoadersPlacesIsNoValidImage) {
     EXPECT_EQ(status, 0);
 }
 
-// The loader puts a name on its stack.
+// The loader copies a name to its stack.
 TEST_F(DamagedComponent, NameThatNoFileCanHaveIsRefused) {
     for (const std::size_t length : {4096u, 100000u, 20000000u}) {
         EXPECT_EQ(LoadCode(std::string(length, 'x')), 206) << length;
@@ -207,7 +207,7 @@ TEST_F(DamagedComponent, NameThatNoFileCanHaveIsRefused) {
     EXPECT_EQ(LoadCode(mFolder / "folder" / std::string(200, 'x')), 126);
 }
 
-// The loader goes by the names that it was asked for, not by those of the files: it would look for this one.
+// The loader compares names as passed, not those of the files: it would search for this one.
 TEST_F(DamagedComponent, WithTheFileNameOfALoadedOneIsNoValidImage) {
     const fs::path placed = kComponents / "Namesake_64.so";
     std::ofstream(placed, std::ios::binary) << mWhole.substr(0, mWhole.size() / 2);
@@ -223,7 +223,7 @@ TEST_F(DamagedComponent, WithTheFileNameOfALoadedOneIsNoValidImage) {
     EXPECT_EQ(status, 0);
 }
 
-// What is in the process does not come from its file any more.
+// A loaded module is no longer read from its file.
 TEST_F(DamagedComponent, InThePlaceOfALoadedOneIsNotLookedAt) {
     const std::string whole = Write("loaded.so", mWhole);
     void* const module = dlopen(whole.c_str(), RTLD_NOW);

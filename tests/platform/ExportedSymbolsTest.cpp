@@ -14,7 +14,7 @@
 
 #include "tests/support/WideText.h"
 
-// Whatever a library exports is found, wherever it lies, and nothing else.
+// Every exported symbol of a library is found, at any address, and no other.
 
 namespace {
 
@@ -89,7 +89,7 @@ TEST(ExportedSymbolsOfTheCLibrary, WhatTheKernelDoesForItIsItsOwn) {
     EXPECT_GT(now.tv_sec, 1000000000);
 }
 
-// Beside the loader's own answer, for each name of a list.
+// Compared with the loader's own result, for each name of a list.
 TEST(ExportedSymbolsOfTheCLibrary, AreThoseThatTheLoaderFindsInIt) {
     const auto library = Load("libc.so.6");
     void* const handle = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);

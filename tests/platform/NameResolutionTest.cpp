@@ -24,8 +24,8 @@ constexpr char kHosts[] =
 
 enum class EHost { OfItsOwn, StandIn };
 
-// A host that has the file above and no other source of names: in namespaces of its own, where the machine
-// lets a test have them, and always with a stand-in for the resolver.
+// A host that has the file above and no other source of names: in namespaces of its own, if the machine
+// permits that, and always with a stand-in for the resolver.
 class NamesOfAHost : public test::ScratchFolder, public testing::WithParamInterface<EHost> {
 protected:
     void SetUp() override {
@@ -133,7 +133,7 @@ TEST_P(NamesOfAHost, HostKnowsItself) {
 TEST_P(NamesOfAHost, HostWithoutADomainHasNoDot) {
     Write("hosts", "127.0.1.1 box\n");
     EXPECT_EQ(Ask("full"), "box");
-    Write("hosts", "127.0.0.1 localhost\n");  // nobody knows it
+    Write("hosts", "127.0.0.1 localhost\n");  // an unknown name
     EXPECT_EQ(Ask("full"), "box");
     EXPECT_EQ(Ask("machine"), "0");
 }

@@ -17,7 +17,7 @@
 #include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 
-// A process is alive whether or not the system has a descriptor for whoever asks.
+// The result does not depend on a free descriptor.
 
 namespace {
 
@@ -29,7 +29,7 @@ bool IsAlive(pid_t process) {
     return ZBase::IsProcessAlive(Id(process));
 }
 
-// Ends the process and leaves its result for later.
+// Ends the process and leaves it a zombie.
 void Kill(pid_t process) {
     kill(process, SIGKILL);
     siginfo_t info;
@@ -44,7 +44,7 @@ pid_t StartWaiting() {
     return process;
 }
 
-// A number for each wrong answer; 0 if all are right. The parent of this process runs meanwhile.
+// A number for the first wrong result; 0 if all are right. The parent of this process runs meanwhile.
 int AnswersHere() {
     if (!IsAlive(getpid())) return 1;
     if (!IsAlive(getppid())) return 2;
@@ -55,10 +55,10 @@ int AnswersHere() {
     waitid(P_PID, static_cast<id_t>(child), &info, WSTOPPED | WNOWAIT);
     if (!IsAlive(child)) return 4;
     Kill(child);
-    if (kill(child, 0) != 0) return 5;  // the system still knows the id
+    if (kill(child, 0) != 0) return 5;  // the id is still in use
     if (IsAlive(child)) return 6;
     int status = 0;
-    if (waitpid(child, &status, 0) != child || !WIFSIGNALED(status)) return 7;  // the result was left to us
+    if (waitpid(child, &status, 0) != child || !WIFSIGNALED(status)) return 7;  // the zombie was left to us
     if (IsAlive(child)) return 8;
     for (const std::uint64_t id : {0ull, 0x7FFFFFFFull, 0x80000000ull, 0xFFFFFFFFull})
         if (ZBase::IsProcessAlive(id)) return 9;

@@ -54,7 +54,7 @@ public:
 
     pid_t GetId() const { return mId; }
 
-    /// Returns when the process has ended; nobody has asked for its result yet.
+    /// Returns when the process is a zombie.
     void Kill() const {
         kill(mId, SIGKILL);
         siginfo_t info;
@@ -99,7 +99,7 @@ TEST(ProcessIsAlive, WhileItIsStopped) {
 TEST(ProcessIsAlive, NotWhenItHasEndedAndNobodyAskedForItsResult) {
     const WaitingProcess process;
     process.Kill();
-    ASSERT_EQ(kill(process.GetId(), 0), 0);  // the system still knows the id
+    ASSERT_EQ(kill(process.GetId(), 0), 0);  // the id is still in use
     EXPECT_FALSE(ZBase::IsProcessAlive(Id(process.GetId())));
 }
 
@@ -122,7 +122,7 @@ TEST(ProcessIsAlive, ByTheLow32BitsOfItsId) {
     EXPECT_TRUE(ZBase::IsProcessAlive(Id(getpid()) | 0xFFFFFFFF00000000));
 }
 
-// This system lets everybody wait for anybody.
+// On this system any user may wait for any process.
 TEST(ProcessIsAlive, OfAnotherUserToo) {
     if (geteuid() != 0) {
         EXPECT_TRUE(ZBase::IsProcessAlive(1));
@@ -200,7 +200,7 @@ TEST(CommandLine, OfAProgramWithASpaceInItsNameIsQuoted) {
     fs::remove_all(folder);
 }
 
-// The arguments behind the program, as Windows splits a command line.
+// The arguments after the program, as Windows splits a command line.
 std::vector<std::string> Split(const std::string& line) {
     std::vector<std::string> arguments;
     std::size_t at = 0;
@@ -274,7 +274,7 @@ std::int64_t PrivateBytes() {
     return static_cast<std::int64_t>(ZBase::GetPrivateBytes());
 }
 
-// Whoever watches the memory asks when there is none left.
+// A monitor calls it when memory is exhausted.
 TEST(PrivateBytes, NeedNoHeap) {
     const test::FailingAllocation failing(0);
     EXPECT_GT(PrivateBytes(), 0);

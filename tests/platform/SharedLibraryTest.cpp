@@ -21,7 +21,7 @@
 #include "tests/support/VirtualOrder.h"
 #include "tests/support/WideText.h"
 
-// Real libraries, loaded, used and let go.
+// Real libraries, loaded, used and unloaded.
 
 namespace {
 
@@ -50,7 +50,7 @@ auto Load(const fs::path& path) {
     return ZBase::LoadSharedLibrary(ToName(path).c_str());
 }
 
-// A component in a folder of its own, so that each test has it to itself. The folder's name has no dot.
+// A component in a folder of its own, so that each test has its own copy. The folder's name has no dot.
 class Components : public test::ScratchFolder {
 protected:
     Components() { gLog.clear(); }
@@ -65,7 +65,7 @@ protected:
         return reinterpret_cast<Function*>(library.GetFunctionAddress(name));
     }
 
-    // Loads a copy of the component and has it tell what happens.
+    // Loads a copy of the component and has it log its calls.
     auto LoadComponent() const {
         Copy("Component_64.so", "Component_64.so");
         auto library = Load(mFolder / "Component");
@@ -175,7 +175,7 @@ TEST_F(Components, ImageThatIsCutOffIsRefused) {
     EXPECT_EQ(LoadFailure(file), 193);
 }
 
-// The loader itself says of some of these that they are not there.
+// For some of these the loader itself says that they are not there.
 TEST_F(Components, ImageForAnotherMachineIsRefused) {
     const struct {
         const char* name;
@@ -197,7 +197,7 @@ TEST_F(Components, ImageForAnotherMachineIsRefused) {
     EXPECT_EQ(LoadFailure(mFolder / "program.so"), 193);
     Copy("Plain_64.so", "Plain_64.so");
     fs::rename(mFolder / "machine.so", mFolder / "Component_64.so");
-    EXPECT_EQ(LoadFailure(mFolder / "Plain"), 126);  // what it needs is there for another machine only
+    EXPECT_EQ(LoadFailure(mFolder / "Plain"), 126);  // its dependency is there for another machine only
 }
 
 TEST_F(Components, LibraryThatLacksAnotherIsNotLoaded) {
@@ -221,7 +221,7 @@ TEST_F(Components, MessageOfAFailureReadsWell) {
     }
 }
 
-// What the system's loader says of the failure to load `path`.
+// The loader's text for the failure to load `path`.
 std::string LoadersWords(const fs::path& path) {
     try {
         Load(path);
@@ -246,7 +246,7 @@ TEST_F(Components, LoadersOwnWordsStandUnderTheSystemCode) {
               "Component_64.so: cannot open shared object file: No such file or directory");
     const std::string unresolved = LoadersWords(kComponents / "Unresolved");
     EXPECT_NE(unresolved.find("Unresolved_64.so: undefined symbol: "), std::string::npos) << unresolved;
-    // What is in the words is no template.
+    // The text is not used as a template.
     EXPECT_EQ(LoadersWords(mFolder / "100%1\u00E9.so"),
               folder + "/100%1\u00E9.so: cannot open shared object file: No such file or directory");
 }
@@ -257,11 +257,11 @@ TEST_F(Components, ImageThatTheLoaderIsNotGivenIsNamed) {
     fs::resize_file(file, 200);
     const char* why = ": not given to the loader, since it is no image or a damaged one";
     EXPECT_EQ(LoadersWords(file), file.string() + why);
-    EXPECT_EQ(LoadersWords(mFolder / "Plain"), file.string() + why);  // what it needs
-    EXPECT_EQ(LoadersWords(std::string(5000, 'x') + ".so"), "");      // nobody was asked
+    EXPECT_EQ(LoadersWords(mFolder / "Plain"), file.string() + why);  // its dependency
+    EXPECT_EQ(LoadersWords(std::string(5000, 'x') + ".so"), "");      // the loader was not called
 }
 
-// The loader speaks the user's language; what it says is understood all the same.
+// The loader's text is in the user's language; the code is right all the same.
 TEST_F(Components, ReasonDoesNotDependOnTheLocale) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
     setenv("LANGUAGE", "de:fr", 1);

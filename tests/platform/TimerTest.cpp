@@ -7,7 +7,7 @@
 #include <type_traits>
 #include <vector>
 
-// Timers on the system's own clock, without a look at how fast it goes.
+// Timers on the system's own clock, whatever its speed.
 
 namespace {
 

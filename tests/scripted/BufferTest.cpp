@@ -1,4 +1,4 @@
-// The buffers over a system whose every call can fail.
+// The buffers with a system whose every call can fail.
 
 #include <Base/ZBase.h>
 #include <Base/memory/detail/BufferImplementation.h>
@@ -31,7 +31,7 @@ protected:
         return test::MakeBuffer(GetParam(), arguments);
     }
 
-    // A buffer of three chunks, and where they start, in the order in which they came.
+    // A buffer of three chunks, and their addresses, oldest first.
     BufferPtr MakeThree(std::vector<const void*>& starts) {
         BufferPtr buffer = Make();
         for (int i = 0; i != 3; ++i) starts.push_back(buffer->Allocate(100000));

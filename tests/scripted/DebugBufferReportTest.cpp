@@ -12,7 +12,7 @@
 
 #include "tests/scripted/ScriptedDebugHelp.h"
 
-// The report of the mode that nothing turns on, by a buffer that turns it on for itself.
+// The report of debugging mode, by a buffer that turns it on for itself.
 
 namespace {
 
@@ -84,7 +84,7 @@ TEST_F(DebugBufferReport, NamesBothStacksWithoutTheirFirstLine) {
     buffer->NoteCreation();
     gDebugHelp.steps = 5 + 2;
     EXPECT_TRUE(gDebugBufferList.IsEmpty());
-    buffer->Delete();  // parks it: the list destroys it at the process's end
+    buffer->Delete();  // parks it: the list destroys it at the end of the process
     EXPECT_FALSE(gDebugBufferList.IsEmpty());
     buffer->GetTotalKB();
     EXPECT_EQ(Report(),

@@ -22,7 +22,7 @@ TEST_F(GuidOverScript, HasTheOctetsOfTheSystemInTheOrderOfItsTextForm) {
 
 TEST_F(GuidOverScript, AnyStatusIsAFailureAlsoThatOfAnIdentifierUniqueHereOnly) {
     test::gIdentifiers.status = 1824;
-    test::SetSystemError(7, "Only here.");  // what the last code is does not matter
+    test::SetSystemError(7, "Only here.");  // the last code is not used
     const std::u16string text =
         u"ZBase::CreateGUID: ::UuidCreate failed.\nSystem Error 0x00000720 (1824): --- Only here.";
     ZBase::_GUID guid{};

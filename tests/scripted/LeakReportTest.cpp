@@ -13,8 +13,8 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/TemporaryFile.h"
 
-// Leak reports to the letter, with stacks that are known: 13 steps, of which 5 are dropped, leave 8 lines,
-// and the report of a change prints those from index 6 on.
+// Exact leak reports, with known stacks: 13 steps, of which 5 are dropped, leave 8 lines, and the report of a
+// change prints those from index 6 on.
 
 namespace {
 
@@ -144,7 +144,7 @@ TEST_F(LeakReport, WithoutMemoryAChangeIsLostWhole) {
         }
     });
     EXPECT_GT(failures, 3U);
-    // The stack's own object may be the one: then there is a change without a stack.
+    // If the stack's own object can't be allocated, there is a change without a stack.
     EXPECT_EQ(lost, failures - 1);
     tracer->ReportLeaks();
     EXPECT_NE(mFile.Text().find("Number of leaked objects = 3\n"), std::string::npos) << mFile.Text();

@@ -20,7 +20,7 @@ protected:
     }
     void TearDown() override { gModuleList = {}; }
 
-    /// The name and base that are found; "- 7" if the results are left alone.
+    /// The name and base of the result; "- 7" if it is unchanged.
     std::string Find(std::uint64_t address) {
         std::string name = "-";
         std::uint64_t base = 7;

@@ -140,7 +140,7 @@ TEST_F(NamesOverScript, HostOfAUrlBecomesItsAddressAndTheTerminatorComesAlong) {
     EXPECT_EQ(ZBase::ConvertServerNameURL2IpAddrURL("svc://host:8080/path"_w, out), 0);
     EXPECT_EQ(Units(out), std::u16string(u"svc://10.0.0.1:8080/path\0", 25));
     EXPECT_EQ(gNetwork.askedName, "host");
-    EXPECT_EQ(ZBase::ConvertServerNameURL2IpAddrURL("a:xxb:"_w, out), 0);  // appended, and no URL is known
+    EXPECT_EQ(ZBase::ConvertServerNameURL2IpAddrURL("a:xxb:"_w, out), 0);  // only colons are parsed
     EXPECT_EQ(Units(out), std::u16string(u"svc://10.0.0.1:8080/path\0a:xx10.0.0.1:\0", 39));
     EXPECT_EQ(gNetwork.askedName, "b");
 }

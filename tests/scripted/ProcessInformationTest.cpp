@@ -78,7 +78,7 @@ TEST_F(ProcessesOverScript, LowHalfOfTheIdCounts) {
     EXPECT_EQ(gProcesses.askedId, 0x76543210u);
 }
 
-// The figures' source is looked for once in a process, so these run in processes of their own.
+// The source of the figures is looked up once in a process, so these run in processes of their own.
 class PrivateBytesOverScriptDeathTest : public ProcessesOverScript {
 protected:
     PrivateBytesOverScriptDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 
-// The C library's generator, as a test sets it.
+// The C library's generator, set by the test.
 
 namespace {
 
@@ -13,7 +13,7 @@ int gRandom = 0;
 int gSeeded = 0;
 unsigned int gSeed = 0;
 
-// What the generator gives for 15 bits of it.
+// The generator's value for 15 bits of it.
 void SetBits(int bits) {
     gRandom = bits * ((RAND_MAX >> 15) + 1);
 }

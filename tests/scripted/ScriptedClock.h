@@ -4,10 +4,10 @@
 
 namespace test {
 
-/// The clock of the system under the logic: what it gives, and how often it was asked.
+/// The system's clock for the logic: its values, and the number of reads.
 struct Clock {
     std::uint64_t ticks = 0;
-    std::uint64_t step = 0;  // that the ticks advance by with each reading
+    std::uint64_t step = 0;  // added to the ticks at each reading
     bool counterFails = false;
     std::uint64_t frequency = 1000;
     bool frequencyFails = false;

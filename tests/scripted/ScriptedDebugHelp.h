@@ -5,8 +5,8 @@
 
 namespace test {
 
-/// Debug help as a test wants it. A walk gives `steps` frames at 0x1001, 0x1002 and so on, which lie in no
-/// module unless `gModules` tells of one.
+/// Scripted debug help. A walk returns `steps` frames at 0x1001, 0x1002 and so on, which are in no module
+/// unless `gModules` has one.
 struct DebugHelpScript {
     bool isThere = true;
     bool starts = true;

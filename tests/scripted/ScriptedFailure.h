@@ -11,7 +11,7 @@
 
 namespace test {
 
-/// Lets the system's last code be `code`, with `text` as its description.
+/// Sets the system's last code to `code`, with `text` as its description.
 inline void SetSystemError(unsigned int code, const std::string& text) {
     gSystemErrors = {};
     gSystemErrors.text = ToUnits(text + "\r\n");

@@ -4,7 +4,7 @@
 
 namespace test {
 
-/// The host under the logic: what it gives, and what was asked of it. A name that is null fails.
+/// The host for the logic: its values, and the calls made. A null name fails.
 struct Host {
     const char* hostName = "host";
     const char* dnsHostName = "dnshost";

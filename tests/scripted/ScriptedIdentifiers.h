@@ -2,7 +2,7 @@
 
 namespace test {
 
-/// What the system under the logic makes as a new identifier.
+/// The system's new identifier for the logic.
 struct Identifiers {
     unsigned int status = 0;
     unsigned char octets[16] = {};

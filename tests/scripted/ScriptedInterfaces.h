@@ -6,7 +6,7 @@
 
 namespace test {
 
-/// The addresses of the interfaces under the logic.
+/// The addresses of the interfaces for the logic.
 inline std::vector<ZBase::os::NetworkAddress> gOwnAddresses;
 
 }  // namespace test

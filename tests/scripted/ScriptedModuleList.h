@@ -13,7 +13,7 @@ struct ListedModule {
     bool hasInformation = true;
 };
 
-/// The modules of the process as a test wants them. All have the same sections.
+/// The modules of the process, set by the test. All have the same sections.
 struct ModuleList {
     bool enumerates = true;
     std::vector<ListedModule> modules;

@@ -5,7 +5,7 @@
 
 namespace test {
 
-/// The modules under the logic. A path that is null fails.
+/// The modules for the logic. A null path fails.
 struct Modules {
     bool loads = true;
     std::map<std::string, void*> functions;

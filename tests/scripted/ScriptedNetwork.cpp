@@ -21,7 +21,7 @@ bool DescribeAddress(const NetworkAddress&, EAddressText form, char* text, unsig
     network.askedForNumber = form == EAddressText::Number;
     network.textCapacity = capacity;
     const char* description = network.texts.at(network.described++);
-    // What a system leaves behind when it fails must not be taken for a text.
+    // The buffer's content after a failure must not be taken for a text.
     std::strcpy(text, description == nullptr ? "rest" : description);
     return description != nullptr;
 }

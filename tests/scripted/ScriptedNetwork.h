@@ -7,7 +7,7 @@
 
 namespace test {
 
-/// The network under the logic. An address is described by the text at its place in `texts`; null fails.
+/// The network for the logic. An address is described by the text at its index in `texts`; null fails.
 struct Network {
     unsigned int startCode = 0;
     std::vector<ZBase::os::NetworkAddress> any;

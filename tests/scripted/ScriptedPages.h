@@ -15,15 +15,14 @@ struct PageCall {
     bool operator==(const PageCall&) const = default;
 };
 
-/// The pages of the system under the logic: what it was asked for, and which call of a kind fails, counted
-/// from 0; -1 for none.
+/// The system's pages for the logic: the calls, and which call of a kind fails, counted from 0; -1 for none.
 struct Pages {
     std::vector<PageCall> calls;
     int failingAllocation = -1;
     int failingProtection = -1;
     int failingUnprotection = -1;
     int failingDecommit = -1;
-    int held = 0;  // allocations that were not given back
+    int held = 0;  // allocations that were not freed
 
     /// The calls of one kind.
     std::vector<PageCall> Calls(const std::string& name) const;

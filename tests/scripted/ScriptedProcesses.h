@@ -6,7 +6,7 @@
 
 namespace test {
 
-/// The processes under the logic. One that can't be opened is null.
+/// The processes for the logic. A null one can't be opened.
 struct Processes {
     bool opens = true;
     ZBase::os::EWaitResult waitResult = ZBase::os::EWaitResult::Timeout;

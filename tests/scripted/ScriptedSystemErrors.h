@@ -4,7 +4,7 @@
 
 namespace test {
 
-/// The system errors of the system under the logic: what its functions give, and what they were asked for.
+/// The system's errors for the logic: the results of its functions, and their calls.
 struct SystemErrors {
     std::basic_string<unsigned short> text;  // written into the buffer, with a terminator, as far as it fits
     unsigned int result = 0;                 // of `FormatSystemMessage`

@@ -28,7 +28,7 @@ protected:
 
     static auto Load(const unsigned short* name = "Foo"_w) { return ZBase::LoadSharedLibrary(name); }
 
-    // Expects a failure of the library over one of the system.
+    // Expects a failure of the library that wraps one of the system.
     static void ExpectLevels(const Message& failure, int code, const char* textTemplate,
                              std::initializer_list<const char*> parameters) {
         EXPECT_EQ(failure.GetDomain(), 300);
@@ -203,7 +203,7 @@ TEST_F(SharedLibraryOverScript, ExhaustedMemoryLeaksNeitherModuleNorBlock) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-/// An initialiser that tells what is done to it, and fails to be released if it is told to.
+/// An initialiser that records its calls, and can fail in its release.
 class TellingInitialiser : public virtual ZBase::ReferenceCounted {
 public:
     explicit TellingInitialiser(const char* name) : mName(name) {}

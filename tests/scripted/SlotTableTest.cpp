@@ -1,4 +1,4 @@
-// What the pages of refused chunks cost who searches the table, counted in links that are followed.
+// The cost of pages of refused chunks for a search of the table, counted in links followed.
 
 #include <Base/memory/detail/SlotTable.h>
 
@@ -11,7 +11,7 @@ namespace {
 
 using namespace ZBase;
 
-// Pages linked in their order, from the first to the newest.
+// Pages linked in order, from the first to the newest.
 class SlotPages : public testing::Test {
 protected:
     static constexpr std::size_t kPages = 2500;
@@ -29,7 +29,7 @@ protected:
     void GiveUp(std::size_t i, std::uint32_t slots = SlotPage::kSlots) {
         for (std::uint32_t slot = 0; slot != slots; ++slot) At(i)->At(At(i)->firstIndex + slot).GiveUp();
     }
-    // How many pages a search that begins on page `from` looks at behind it.
+    // The number of pages that a search from page `from` visits after it.
     std::size_t PagesBehind(std::size_t from) {
         std::size_t count = 0;
         for (SlotPage* page = At(from)->NextInUse(); page != nullptr; page = page->NextInUse()) ++count;
@@ -44,7 +44,7 @@ TEST_F(SlotPages, ThatWereGivenUpAreLinkedPastByTheFirstWhoMeetsThem) {
     for (std::size_t i = 1; i != kPages - 1; ++i) GiveUp(i);
     EXPECT_EQ(At(0)->next, At(1));
     EXPECT_EQ(At(0)->NextInUse(), At(kPages - 1));
-    EXPECT_EQ(At(0)->next, At(kPages - 1));  // one link for all who come later
+    EXPECT_EQ(At(0)->next, At(kPages - 1));  // one link for all later searches
     EXPECT_EQ(PagesBehind(0), 1u);
 }
 
@@ -55,7 +55,7 @@ TEST_F(SlotPages, BetweenOnesInUseCostNothing) {
     for (std::size_t i = 0; i != 2400; i += 100) EXPECT_EQ(At(i)->next, At(i + 100));
 }
 
-// The next page is linked behind the newest one, which therefore stays where it is found.
+// The next page is linked to the newest one, which therefore stays reachable.
 TEST_F(SlotPages, NewestStaysLinkedWhenItIsGivenUp) {
     for (std::size_t i = 1; i != kPages; ++i) GiveUp(i);
     EXPECT_EQ(At(0)->NextInUse(), nullptr);
@@ -69,7 +69,7 @@ TEST_F(SlotPages, WithOneSlotThatMayStillComeAreLookedAt) {
     EXPECT_EQ(PagesBehind(0), kPages - 2);
 }
 
-// Slots that were refused do not keep a piece from the chunk behind them.
+// Refused slots do not hide the chunk after them.
 TEST(SlotTable, ChunkBehindRefusedOnesIsFoundFromTheFirstSlot) {
     alignas(8) char memory[64];
     SlotTable table;

@@ -7,8 +7,8 @@
 
 #include "tests/scripted/ScriptedModules.h"
 
-// An outside heap that has only one of the two functions. They are looked for once in a process, so each case
-// has a process of its own.
+// An outside heap with only one of the two functions. They are looked up once in a process, so each case has
+// a process of its own.
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Stacks.h"
 
-// The walk where the system has no capture of its own.
+// The walk without a capture of the system.
 
 namespace {
 
@@ -135,7 +135,7 @@ TEST(BuildCallStack, WhenTheEngineDoesNotStartAppendsOneLineAtFirstAndWalksLater
     gDebugHelp.starts = false;
     DbgHelpBuilder other;
     other.BuildCallStack(lines, context);
-    ASSERT_EQ(lines.size(), 3U);  // behind what was there
+    ASSERT_EQ(lines.size(), 3U);  // after the earlier ones
     EXPECT_EQ(test::Narrow(lines[2].GetText()),
               "0x0000000000000000 0x0000000000000000 Mod:[dbghelp.dll load "
               "failed]\tSym:[(NA)]+0x0\tFile:[(NA)](0)");
@@ -183,7 +183,7 @@ TEST(BuildCallStack, KeepsNoEntryOfALibraryThatIsGoneAtTheNextTry) {
     gDebugHelp = {};
 }
 
-/// What is told of the one frame, at 0x1006, of a module that begins at 0x1000.
+/// The line of the one frame, at 0x1006, of a module that begins at 0x1000.
 std::string LineInModule(std::uint32_t sectionStart, std::uint32_t virtualSize, std::uint32_t rawSize) {
     gDebugHelp = {};
     gDebugHelp.steps = 6;

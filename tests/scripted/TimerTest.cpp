@@ -12,7 +12,7 @@
 #include "tests/scripted/ScriptedFailure.h"
 #include "tests/support/System.h"
 
-// Timers over a clock of 1000 ticks a second that goes where a test says.
+// Timers with a clock of 1000 ticks a second that the test sets.
 
 namespace {
 
@@ -152,7 +152,7 @@ TEST_F(TotalTimerOverScript, TimerThatEndsAddsOneMeasurement) {
     EXPECT_EQ(total.GetTotalInMilliseconds(), 4u);
 }
 
-// Each reading of the clock gives another time, so a second reading at the end would show.
+// Each reading of the clock returns another time, so a second reading at the end would show.
 TEST_F(TotalTimerOverScript, TwoTotalsGetTheSameMeasurement) {
     test::gClock.step = 7;
     TotalTimer first;
@@ -271,7 +271,7 @@ TEST_F(TimersOverScript, TimerWhoseStopFailsRunsOn) {
 
 using TimersOverScriptDeathTest = TimersOverScript;
 
-// The exception of `Stop` is on its way when the end of the timer throws another.
+// The exception of `Stop` is pending when the end of the timer throws another.
 TEST_F(TimersOverScriptDeathTest, StopThatFailsInTheTimersOwnScopeTerminatesTheProcess) {
     const auto body = [] {
         test::SetSystemError(50, "Not here.");
@@ -287,7 +287,7 @@ TEST_F(TimersOverScriptDeathTest, StopThatFailsInTheTimersOwnScopeTerminatesTheP
     EXPECT_EXIT(body(), test::IsEndOfAbort, "terminate called");
 }
 
-// The frequency is kept for the life of the process, so these run in processes of their own.
+// The frequency is cached for the life of the process, so these run in processes of their own.
 class FrequencyOverScript : public TimersOverScript {
 protected:
     FrequencyOverScript() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -324,7 +324,7 @@ TEST_F(FrequencyOverScriptDeathTest, ThatTheSystemRefusesFailsReadingsButNoMeasu
         test::ExpectFailure([&] { timer.GetAgeInSeconds(); }, 50, kFrequencyFailure);
         test::ExpectFailure([&] { total.GetTotalInMicroseconds(); }, 50, kFrequencyFailure);
         test::ExpectFailure([&] { total.GetAverageInMicroseconds(); }, 50, kFrequencyFailure);
-        test::gClock.frequencyFails = false;  // it is asked again until it answers
+        test::gClock.frequencyFails = false;  // it is read again until that succeeds
         EXPECT_EQ(total.GetTotalInSeconds(), 1u);
         Conclude();
     };

@@ -49,7 +49,7 @@ void Free(void* block) {
 
 }  // namespace
 
-// The sanitizers' allocators give null, as any other, for what is too large.
+// The sanitizers' allocators return null, as any other, for a size that is too large.
 extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }

@@ -4,14 +4,14 @@
 
 namespace test {
 
-/// Blocks of the global heap that are live in this process, got through `operator new`.
+/// Live blocks of the global heap in this process that came from `operator new`.
 std::size_t LiveBlocks();
 
-/// Calls of `operator new` on this thread so far, and the bytes that they asked for.
+/// Calls of `operator new` on this thread so far, and their bytes.
 std::size_t AllocationCount();
 std::size_t AllocatedBytes();
 
-/// Remembers how a block begins at the moment when it is freed on this thread.
+/// Copies the beginning of a block at the moment when it is freed on this thread.
 class FreedBlock {
 public:
     /// Watches the first `octets` of a live block, at most 8.
@@ -32,12 +32,12 @@ public:
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-    /// Whether such an allocation was asked for, and failed.
+    /// Whether such an allocation was attempted, and failed.
     bool HasFailed() const;
 };
 
-/// Calls `operation()` with its first allocation failing, then with its second, and so on until it runs
-/// through with none. Gives the number of calls in which one failed.
+/// Calls `operation()` with its first allocation failing, then with its second, and so on until it succeeds.
+/// Returns the number of calls in which one failed.
 template <class Operation>
 std::size_t ForEachFailingAllocation(Operation operation) {
     for (std::size_t index = 0;; ++index) {

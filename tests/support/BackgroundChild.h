@@ -6,7 +6,7 @@
 
 namespace test {
 
-/// A program that runs beside the test, and is ended with this object.
+/// A program that runs during the test, and is ended with this object.
 class BackgroundChild {
 public:
     explicit BackgroundChild(const std::vector<std::string>& command);
@@ -14,12 +14,12 @@ public:
     BackgroundChild(const BackgroundChild&) = delete;
     BackgroundChild& operator=(const BackgroundChild&) = delete;
 
-    /// The next line that it prints, without its end; waits for it. Empty when it prints no more.
+    /// The next line of its output, without its end; waits for it. Empty at the end of the output.
     std::string ReadLine();
 
     void Signal(int signal) const;
 
-    /// Waits for its end; gives the signal that ended it, or 0.
+    /// Waits for its end; returns the signal that ended it, or 0.
     int Wait();
 
 private:

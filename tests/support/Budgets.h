@@ -16,8 +16,8 @@ namespace test {
 using BudgetCall = std::pair<std::string, std::size_t>;
 using BudgetCalls = std::vector<BudgetCall>;
 
-/// A contract that writes down what it is asked and told, and refuses when `chunkCode` or `code` is not 0.
-/// It lives on the test's stack; `references` counts who holds it.
+/// A contract that records its calls, and refuses when `chunkCode` or `code` is not 0. It is on the test's
+/// stack; `references` counts its holders.
 class RecordingContract final : public ZBase::MemoryContract {
 public:
     void AddRef() override { ++references; }
@@ -64,7 +64,7 @@ inline ZBase::WideString ToWide(const std::string& text) {
     return ZBase::WideString(ZBase::UTF8ToWideChar(text.c_str(), false).c_str());
 }
 
-/// A registered governor that writes down what it is asked and told.
+/// A registered governor that records its calls.
 class RecordingGovernor {
 public:
     explicit RecordingGovernor(std::string name = "governor",

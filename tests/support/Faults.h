@@ -9,8 +9,8 @@
 #include <climits>
 #include <thread>
 
-// Real faults of the processor, one function each, and the code that each must be translated to. An array
-// bound (0xC000008C) is missing: the 64-bit processor has no instruction that checks one.
+// Real faults of the processor, one function each, with the code that each must be translated to. An array
+// bound (0xC000008C) is missing: in 64-bit mode no instruction checks one.
 
 namespace test {
 
@@ -194,13 +194,13 @@ unsigned int CodeOf(Fault fault) {
     return 0;
 }
 
-/// Runs on a thread of its own with a translator, since there is no way back from one.
+/// Runs on a thread of its own with a translator, since that can't be undone.
 template <class Body>
 void OnTranslatedThread(Body body) {
     std::thread([&] {
         ZBase::SetExceptionTranslator();
         body();
-        asm volatile("fninit");  // a fault leaves values behind
+        asm volatile("fninit");  // clears the state of the fault
     }).join();
 }
 

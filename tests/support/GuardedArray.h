@@ -5,7 +5,7 @@
 
 namespace test {
 
-/// Memory of exactly `size` bytes with a page behind it that can't be touched, and one before all its pages.
+/// Memory of exactly `size` bytes followed by an inaccessible page, with another one before all its pages.
 class GuardedMemory {
 public:
     explicit GuardedMemory(std::size_t size);
@@ -15,7 +15,7 @@ public:
 
     void* Get() const { return mpData; }
 
-    /// The first byte behind the page before; `size` bytes from here are there too.
+    /// The first byte after the page before; `size` bytes from here are accessible too.
     void* GetFirst() const { return mpFirst; }
 
 private:
@@ -25,7 +25,7 @@ private:
     void* mpData;
 };
 
-/// A copy of a text without its terminator, with a page behind it that can't be touched.
+/// A copy of a text without its terminator, followed by an inaccessible page.
 template <class Ch>
 class GuardedArray {
 public:

@@ -6,7 +6,7 @@ namespace test {
 
 namespace {
 
-// As many units as the size lets stand between a head and a tail.
+// As many units as fit between a head and a tail.
 std::string Filled(std::string_view head, std::string_view unit, std::string_view tail, std::size_t size) {
     std::string document(head);
     document.reserve(size + unit.size() + tail.size());
@@ -14,7 +14,7 @@ std::string Filled(std::string_view head, std::string_view unit, std::string_vie
     return document += tail;
 }
 
-// The same with the number of the unit in the middle of it.
+// The same with the number of the unit inside it.
 std::string Numbered(std::string_view head, std::string_view front, std::string_view back,
                      std::string_view tail, std::size_t size) {
     std::string document(head);
@@ -24,7 +24,7 @@ std::string Numbered(std::string_view head, std::string_view front, std::string_
     return document += tail;
 }
 
-// Declarations in one half and what they could multiply in the other.
+// Declarations in one half and uses that they could multiply in the other.
 std::string Declared(std::string_view head, std::string_view front, std::string_view back,
                      std::string_view middle, std::string_view unit, std::string_view tail,
                      std::size_t size) {

@@ -10,8 +10,8 @@ class ScopedLocale {
 public:
     explicit ScopedLocale(const std::string& name);
 
-    /// Only the encoding, which the locale says to have characters of up to `longest` octets. It is compiled
-    /// from a character map of ASCII alone, which takes no time: the C library converts by the name.
+    /// Only the encoding, with characters of up to `longest` octets according to the locale. It is compiled
+    /// from a character map of ASCII only, which is fast: the C library converts by the name.
     ScopedLocale(const std::string& encoding, int longest);
 
     ~ScopedLocale();

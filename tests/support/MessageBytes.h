@@ -6,7 +6,7 @@
 
 namespace test {
 
-/// Reads the bytes of a message with no help from the library. Nothing here but the texts allocates.
+/// Reads the bytes of a message without the library. Only the texts allocate.
 struct RecordView {
     const unsigned char* at = nullptr;  // null behind the last record
     std::uint32_t length = 0;
@@ -33,7 +33,7 @@ struct BlockView {
 std::uint16_t Load16(const unsigned char* at);
 std::uint32_t Load32(const unsigned char* at);
 
-/// What is wrong with the bytes of a message, nested ones included; null if nothing is.
+/// The first error in the bytes of a message, nested ones included; null if there is none.
 const char* FindFlaw(const void* message);
 
 /// Bytes as hexadecimal digits: "0d 00".

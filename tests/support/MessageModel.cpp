@@ -24,7 +24,7 @@ ModelRecord MakeText(unsigned int tag, const std::string& text) {
     return record;
 }
 
-// A dead record counts by its length alone.
+// Of a dead record only the length counts.
 void Delete(ModelRecord& record) {
     const std::uint32_t length = record.length;
     record = ModelRecord{};

@@ -17,7 +17,7 @@ struct ModelBlock {
     bool operator==(const ModelBlock& other) const;
 };
 
-/// A message as plain containers: slow, and written without a look at the bytes. Never out of memory.
+/// A message as plain containers: slow, and independent of the bytes. Never out of memory.
 struct ModelMessage {
     struct Place {
         std::size_t block = 0;
@@ -59,7 +59,7 @@ struct ModelMessage {
     void NestCopy(const ModelMessage& source, unsigned int tag);
     Links CopyFrom(const ModelMessage& source, const std::vector<unsigned int>& excluded);
 
-    /// What the bytes of a message say.
+    /// The content of a message's bytes.
     static ModelMessage Read(const void* message);
 
     std::string ToText() const;

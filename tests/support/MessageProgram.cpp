@@ -46,7 +46,7 @@ struct Specimen {
 
     Message& Real() { return *holder; }
 
-    std::unique_ptr<unsigned char[]> memory;  // to the byte, so that a sanitizer sees what runs over
+    std::unique_ptr<unsigned char[]> memory;  // of the exact size, so that a sanitizer detects overruns
     Message::PlacementPtr holder;
     ModelMessage model;
 };
@@ -129,7 +129,8 @@ std::size_t TotalCapacity(const ModelMessage& model) {
 
 constexpr unsigned int kRewritings = 10;
 
-// One operation that replaces or moves all that is in a message. `other` may be the specimen of that message.
+// One operation that replaces or moves the whole content of a message. `other` may be the specimen of that
+// message.
 void Rewrite(unsigned int operation, Choices& choices, Message& real, ModelMessage& model, Specimen& other) {
     const std::string text = choices.Text();
     const std::string* const textOrNull = choices.Below(4) == 0 ? nullptr : &text;
@@ -169,7 +170,7 @@ void Rewrite(unsigned int operation, Choices& choices, Message& real, ModelMessa
     }
 }
 
-// Where a nested record stands, as an offset into its block, so that it can be found in other content.
+// The offset of a nested record in its block, so that it can be found in other content.
 struct Spot {
     std::size_t block = 0;
     std::uint32_t offset = 0;  // 0 is nowhere
@@ -216,7 +217,7 @@ bool IsAmong(const std::vector<Spot>& spots, const Spot& wanted) {
     return std::find(spots.begin(), spots.end(), wanted) != spots.end();
 }
 
-// What a cursor knows of a level that may be rewritten.
+// A cursor's state of a level that may be rewritten.
 struct KnownLevel {
     std::vector<Spot> shape;  // after the cursor's last step
     Spot lower;
@@ -228,7 +229,7 @@ struct KnownLevel {
         : shape(ShapeOf(message)), lower(SpotOf(message, links.lower)), same(SpotOf(message, links.same)) {}
     explicit KnownLevel(const ModelMessage& message) : KnownLevel(message, message.FindLinks()) {}
 
-    // Whether a record that was there is neither there nor dead there.
+    // Whether an earlier record is neither there nor dead there.
     bool MissesOne(const std::vector<Spot>& now) const {
         return std::any_of(shape.begin(), shape.end(), [&](const Spot& spot) {
             const Spot dead{spot.block, spot.offset, 0, spot.length};
@@ -247,7 +248,7 @@ struct KnownLevel {
     }
 };
 
-// The way of a second cursor to one side of the root and back, in a step that begins nothing.
+// The way of a second cursor to one side of the root and back, in a step that creates nothing.
 void WalkToOneSide(bool isLower, Message& real, ModelMessage& model) {
     MessageCursor cursor(real);
     if (isLower ? cursor.GoToLowerLevelMessage(false) : cursor.GoToSameLevelMessage(false))

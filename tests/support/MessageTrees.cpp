@@ -100,7 +100,7 @@ std::string RandomText(Random& random) {
 
 using Form = std::string (*)(const std::string& octets);
 
-// Bad sequences more often than chance would bring them.
+// Bad sequences more often than by chance.
 std::string RandomOctets(Random& random) {
     const char* const parts[] = {"\x1B[1m",      "\xE9",
                                  "\xE2\x82",     "\xE2\x82\xAC",

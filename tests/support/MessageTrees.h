@@ -6,9 +6,9 @@
 
 namespace test {
 
-/// What a message tree says, message by message, without what its XML form leaves out: number formats, wide
+/// The content of a message tree, message by message, without what its XML form omits: number formats, wide
 /// texts and dead records. Domains are given by `domainOf`, texts by language, parameters in order. Reads the
-/// bytes, and takes any depth.
+/// bytes, at any depth.
 std::string DescribeTree(const ZBase::Message& message,
                          unsigned short (*domainOf)(unsigned short domain) = nullptr);
 
@@ -16,7 +16,7 @@ std::string DescribeTree(const ZBase::Message& message,
 /// kind of character that XML can; domains have names.
 void FillAtRandom(ZBase::Message& message, unsigned int seed);
 
-/// The same with any octets in the texts, each text as `form` gives it back.
+/// The same with any octets in the texts, each text as converted by `form`.
 void FillWithOctets(ZBase::Message& message, unsigned int seed,
                     std::string (*form)(const std::string& octets));
 

@@ -13,8 +13,8 @@
 
 namespace test {
 
-/// The kernel answers these calls of this process with an error from now on, as a sandbox does. False if it
-/// can't be asked to.
+/// From now on these system calls of this process fail with an error, as in a sandbox. False if the kernel
+/// does not support that.
 inline bool RefuseCalls(std::initializer_list<unsigned int> calls, unsigned int error) {
     std::vector<sock_filter> program;
     program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
@@ -28,7 +28,7 @@ inline bool RefuseCalls(std::initializer_list<unsigned int> calls, unsigned int 
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
 }
 
-/// What `body()` gives, at most 250, in a child; -1 if it does not come to its end within a minute.
+/// The result of `body()`, at most 250, in a child; -1 if it does not end within a minute.
 template <class Body>
 int InChild(Body body) {
     const pid_t child = fork();
@@ -41,7 +41,7 @@ int InChild(Body body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// What a body in a child gives where the system does not let it try.
+/// The result of a body in a child where the system does not support the test.
 inline constexpr int kNotAllowed = 250;
 
 }  // namespace test

@@ -7,7 +7,7 @@
 
 namespace test {
 
-/// Removes a folder in which a process that is about to end may still move and make files.
+/// Removes a folder in which an ending process may still move and make files.
 inline void RemoveFolder(const std::filesystem::path& folder) {
     std::error_code failure;
     for (int tries = 0; tries != 500; ++tries) {

@@ -2,7 +2,7 @@
 
 namespace test {
 
-// What a sanitizer changes: signals come late, or the heap and the stack hold what is its own.
+// Effects of a sanitizer: signals come late, or heap and stack have other content.
 #if defined(__SANITIZE_THREAD__)
 inline constexpr bool kHasThreadSanitizer = true;
 #else

@@ -7,8 +7,7 @@
 
 namespace test {
 
-/// What merging parameters into a template gives, slowly: the template is eaten from the front, piece by
-/// piece.
+/// A slow merge of parameters into a template, which is consumed from the front, piece by piece.
 inline std::string SlowlyMerged(std::string text, const std::vector<std::string>& parameters) {
     const std::size_t addressable = std::min<std::size_t>(parameters.size(), 9);
     std::vector<bool> used(parameters.size(), false);

@@ -29,8 +29,7 @@ bool In(unsigned long value, unsigned long first, unsigned long last) {
     return first <= value && value <= last;
 }
 
-// Payload bits of a sequence: seven alone; else six in each octet behind the lead, and what the lead has
-// left.
+// Payload bits of a sequence: seven alone; else six in each octet after the lead, and the rest in the lead.
 int PayloadBits(int octets) {
     return octets == 1 ? 7 : 6 * (octets - 1) + (7 - octets);
 }
@@ -59,7 +58,7 @@ Sequence ReadSequence(const std::string& octets, std::size_t start) {
         }
         payload += bits.substr(2);
     }
-    // Overlong is what a shorter sequence could have held; U+FFFD is excused.
+    // Overlong is a value that fits into a shorter sequence, except for U+FFFD.
     const unsigned long value = Number(payload);
     if (value >> PayloadBits(static_cast<int>(ones) - 1) == 0 && value != 0xFFFD) {
         return {ones, {}, Hex("ZBase::UTF8ToWideChar: Overlong sequence for UNICODE value U+", value, 4)};
@@ -72,7 +71,7 @@ Sequence ReadSequence(const std::string& octets, std::size_t start) {
     return {ones, value, {}};
 }
 
-// The pair of two surrogates, whichever way round they stand: ten bits of each.
+// The character of two surrogates, in either order: ten bits of each.
 unsigned long Join(unsigned long first, unsigned long second) {
     return (first % 0x400) * 0x400 + second % 0x400 + 0x10000;
 }

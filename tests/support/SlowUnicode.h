@@ -6,14 +6,14 @@ namespace test {
 
 using Units = std::basic_string<unsigned short>;
 
-/// What a conversion should do: a text, or in its place the text of a failure.
+/// The expected result of a conversion: a text, or the text of a failure.
 template <class Text>
 struct Outcome {
     Text text;
     std::string failure;  // empty if there is none
 };
 
-// The rules of the conversions written down for their own sake: octets are strings of "0" and "1", nothing is
+// An independent implementation of the conversions' rules: octets are strings of "0" and "1", nothing is
 // fast, and nothing is shared with the library.
 
 Outcome<Units> SlowUtf8ToWide(const std::string& octets, bool replace);

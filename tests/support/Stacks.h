@@ -9,7 +9,7 @@
 
 namespace test {
 
-/// A line of a stack, taken apart; `isWhole` tells whether it has exactly the form.
+/// A parsed line of a stack; `isWhole` if it has exactly the form.
 struct StackLine {
     bool isWhole = false;
     std::string address;
@@ -54,7 +54,7 @@ inline std::vector<std::string> Symbols(ZBase::CallStack& stack) {
     return symbols;
 }
 
-/// Keeps a call from becoming a jump, which would leave the caller out of every stack.
+/// Prevents a tail call, which would leave the caller out of every stack.
 inline void StayHere() {
     asm volatile("" ::: "memory");
 }

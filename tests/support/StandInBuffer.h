@@ -4,7 +4,7 @@
 
 namespace test {
 
-/// A buffer on the test's stack that does nothing; what its pieces are, a derived one says.
+/// A buffer on the test's stack that does nothing; a derived class supplies the pieces.
 class StandInBuffer : public ZBase::Buffer {
 public:
     ~StandInBuffer() override = default;

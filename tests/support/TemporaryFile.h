@@ -11,7 +11,7 @@
 
 namespace test {
 
-/// A name for a file of a test; the file is gone with it.
+/// A name for a file of a test; the file is removed with the object.
 class TemporaryFile {
 public:
     TemporaryFile() {

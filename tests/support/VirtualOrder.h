@@ -6,8 +6,8 @@
 
 namespace test {
 
-/// The place of a virtual operation in the table of its class, from 0 on. By such places modules that another
-/// compiler built call it. A destructor takes two.
+/// The index of a virtual operation in the table of its class, from 0 on. Modules of another compiler call it
+/// by that. A destructor takes two.
 template <class Operation>
 std::size_t PlaceInTable(Operation operation) {
     std::uintptr_t words[2];

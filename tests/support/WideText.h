@@ -23,7 +23,7 @@ inline Units ToUnits(const std::string& text) {
     return Units(text.begin(), text.end());
 }
 
-// What a result holds; not to be asked of a null string.
+// The content of a result; not for a null string.
 inline std::string Text(const ZBase::ReturnString& result) {
     return result.c_str();
 }

@@ -11,7 +11,7 @@ namespace {
 
 using ZBase::AppGlobalEventReporter;
 
-// A callback can't be removed, so the whole life of the channel is one process.
+// A callback can't be removed, so one process tests the whole life of the channel.
 TEST(EventChannel, KeepsItsFirstCallback) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("EventProbe")});
     EXPECT_EQ(child.exitCode, 0) << child.errors;
@@ -39,7 +39,7 @@ TEST(EventChannel, ReporterIsNeitherMadeNorDestroyedOutside) {
     static_assert(!std::is_default_constructible_v<AppGlobalEventReporter>);
     static_assert(!std::is_destructible_v<AppGlobalEventReporter>);
     static_assert(std::is_copy_assignable_v<AppGlobalEventReporter>);
-    static_assert(sizeof(AppGlobalEventReporter) == sizeof(void*));  // nothing but its operations
+    static_assert(sizeof(AppGlobalEventReporter) == sizeof(void*));  // only its operations
 }
 
 TEST(EventChannel, ReporterCanBeCopiedInPlace) {

@@ -151,7 +151,7 @@ TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
             try {
                 SetFeatureEnabled("a name that is too long for the string itself"_w, false);
             } catch (const std::bad_alloc&) {
-                // On this thread everything goes on.
+                // This thread can go on.
                 EXPECT_TRUE(FeatureFlagMgr::GetInstance().IsInitialized());
             }
         });
@@ -177,7 +177,7 @@ TEST(FeatureFlagsDeathTest, QueryOfAnOrdinaryNameTakesNoBlock) {
     });
 }
 
-// Nobody gives the lock back after an insertion that failed, so another thread waits for ever.
+// The lock is not released after a failed insertion, so another thread waits for ever.
 TEST(FeatureFlagsDeathTest, FailedInsertionKeepsOtherThreadsOut) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();

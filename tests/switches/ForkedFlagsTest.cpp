@@ -16,7 +16,7 @@ namespace {
 
 using namespace ZBase::Literals;
 
-// A number for each wrong answer; 0 if all are right.
+// A number for the first wrong result; 0 if all are right.
 int UseFlags() {
     if (ZBase::IsFeatureEnabled("FolioEA"_w)) return 1;
     if (!ZBase::IsFeatureEnabled("Nobody/SetThis"_w)) return 2;
@@ -48,7 +48,7 @@ TEST(FeatureFlags, WorkInEachChildOfABusyProcess) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// The table is left locked to the thread whose setting found no memory. No child has that thread.
+// The table is left locked by the thread whose setting found no memory. No child has that thread.
 TEST(FeatureFlags, LeftLockedByOneThreadAreFreeInAChild) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "it holds a lock that is made anew for the one before";
     ZBase::NotifyFeatureFlagMgrInitialized();

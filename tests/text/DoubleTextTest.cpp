@@ -45,7 +45,7 @@ TEST(TextToDouble, SuccessLeavesErrnoAlone) {
     EXPECT_EQ(errno, 0);
 }
 
-// The nearest doubles are 0.3, 0.7 and 3.14159; digit by digit the sums come out one step above them.
+// The nearest doubles are 0.3, 0.7 and 3.14159; the digit-by-digit sums are one step above them.
 TEST(TextToDouble, RoundsAtEachDigitRatherThanOnce) {
     EXPECT_EQ(Parsed("0.3"), 0x1.3333333333334p-2);
     EXPECT_EQ(Parsed("0.7"), 0x1.6666666666667p-1);
@@ -86,7 +86,7 @@ TEST(TextToDouble, ExponentWrapsAt32Bits) {
     EXPECT_EQ(Parsed("1e4294967296"), 1.0);
     EXPECT_EQ(Parsed("1e4294967295"), 0.1);    // -1
     EXPECT_EQ(Parsed("1e-4294967295"), 10.0);  // 1
-    EXPECT_EQ(Parsed("1e2147483648"), 0.0);    // the least of all
+    EXPECT_EQ(Parsed("1e2147483648"), 0.0);    // the smallest exponent
     EXPECT_EQ(Parsed("1e-2147483648"), 0.0);
     EXPECT_EQ(Parsed("1e2147483647"), std::numeric_limits<double>::infinity());
 }
@@ -143,7 +143,7 @@ TEST(TextToDouble, RefusedTextIsQuotedWhole) {
               "Cannot convert string \"\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\" to double.");
 }
 
-// The failure's text can't be stored, and that failure comes in its place.
+// The failure's text can't be stored, and that failure is thrown instead.
 TEST(TextToDouble, UnpairedSurrogateInTheInputIsWhatIsReported) {
     errno = 0;
     EXPECT_EQ(test::ConversionFailure([] {

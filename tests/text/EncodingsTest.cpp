@@ -1,7 +1,6 @@
-// Every character of an encoding both ways, and what is no text in it, beside `iconv`. The encodings are
-// those in which the C library keeps a character back, makes several of one octet, or needs more octets for
-// one than the locale says. With ZBASE_ALL_ENCODINGS set they are all of which the system has a character
-// map.
+// Every character of an encoding both ways, and invalid text in it, compared with `iconv`. The encodings are
+// those in which the C library delays a character, makes several of one octet, or needs more octets for one
+// than the locale says. With ZBASE_ALL_ENCODINGS set they are all with a character map in the system.
 
 #include <Base/text/MultibyteConversions.h>
 
@@ -60,7 +59,7 @@ std::vector<Encoding> Encodings() {
     return all;
 }
 
-/// What `iconv` makes of a text, as the characters of the converted part.
+/// The result of `iconv` for a text, as the characters of the converted part.
 class Iconv {
 public:
     Iconv(const char* to, const char* from) : mHandle(iconv_open(to, from)) {}
@@ -72,8 +71,8 @@ public:
 
     bool Works() const { return mHandle != reinterpret_cast<iconv_t>(-1); }
 
-    /// Appends the converted part of `text` to `out`, what returns to the initial state included. Gives the
-    /// octets that were converted: all, or those in front of a character that is bad or cut off.
+    /// Appends the converted part of `text` to `out`, including the return to the initial state. Returns the
+    /// octets that were converted: all, or those before a bad or truncated character.
     std::size_t Convert(const char* text, std::size_t size, std::string& out) {
         auto* in = const_cast<char*>(text);
         std::size_t left = size;
@@ -152,7 +151,7 @@ protected:
         for (std::size_t start = 0; start != octets.size();) {
             std::string values;
             const std::size_t taken = mDecoder->Convert(octets.data() + start, octets.size() - start, values);
-            // Where nothing came out, the converter has passed over what it does not know.
+            // Without a result, the converter has skipped an unknown code.
             if (!values.empty()) start += taken;
             for (std::size_t i = 0; i != values.size(); i += sizeof(char32_t)) {
                 char32_t value;
@@ -198,7 +197,7 @@ protected:
         }
     }
 
-    // Each character of the encoding. Most of the planes above the first are empty, and looked at in strides.
+    // Each character of the encoding. Most of the planes above the first are empty, and are sampled.
     std::vector<Pair> Characters() {
         const char32_t stride = GetParam().longest == 0 ? 1 : 101;
         std::vector<Pair> all;

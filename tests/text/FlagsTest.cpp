@@ -1,4 +1,4 @@
-// What may stand in the place of a flag. All of it is decided when this compiles.
+// Operands in the place of a flag. All of it is checked by compiling.
 
 #include <Base/text/GovernedConversions.h>
 #include <Base/text/MultibyteConversions.h>
@@ -22,7 +22,7 @@ using Octets = const unsigned char*;
 using Contract = ZBase::SmartPtrI<ZBase::MemoryContract>&;
 enum Unscoped { kSome };
 
-// Becomes what it holds.
+// Converts to its content.
 template <class Held>
 struct Handle {
     Held held;

@@ -83,7 +83,7 @@ public:
     }
 
     int calls = 0;
-    int good = 0;  // so many calls succeed
+    int good = 0;  // the number of calls that succeed
     std::function<void*()> fail = [] { return nullptr; };
     std::vector<std::unique_ptr<char[]>> blocks;
 };
@@ -215,7 +215,7 @@ TEST(FragmentedString, NothingLeaksFromTheHeap) {
         try {
             StringPtr string(CreateFragmentedString("abcdef"_w, 4, kHeap));
             unsigned int before = Length(*string);
-            // The initial text is cut without a word when there is no memory for its rest.
+            // The initial text is silently cut when there is no memory for its rest.
             EXPECT_TRUE(before == 6 || before == 4);
             for (int i = 0; i != 3; ++i) {
                 const std::vector<unsigned short> units = [] {
@@ -255,7 +255,8 @@ TEST(FragmentedString, AllOfItLivesInTheBuffer) {
 
 class FailingFragment : public testing::Test {
 protected:
-    // The result of an append whose fragment fails so; the object and its first fragment were there.
+    // The result of an append whose fragment fails this way; the object and its first fragment were
+    // allocated.
     int AppendTo(std::function<void*()> fail) {
         FunctionBuffer buffer;
         buffer.good = 2;
@@ -288,7 +289,7 @@ TEST_F(FailingFragment, EachFailureHasItsCode) {
     EXPECT_EQ(AppendTo([]() -> void* { throw 5; }), static_cast<int>(0x8000FFFF));
 }
 
-// Nothing but the result tells of it, and that is 0; the rest of the text is not written behind the fragment.
+// Only the result shows it, and that is 0; the rest of the text is not written after the fragment.
 TEST_F(FailingFragment, RefusalWithTheIdZeroStoresNothingBehindTheFragment) {
     EXPECT_EQ(AppendTo([]() -> void* {
                   ExceptionImpl<ContractManagerAllocException> refusal;

@@ -90,7 +90,7 @@ TEST_F(GovernedConversion, RefusalCarriesItsCode) {
                   std::string("No memory to be contracted. Contract request rejected.\n") +
                       WideCharToUTF8(GetSystemErrorDescription(8).c_str(), false).c_str());
     }
-    EXPECT_LE(test::LiveBlocks(), live + 1);  // the note of the call
+    EXPECT_LE(test::LiveBlocks(), live + 1);  // the record of the call
     EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 65538}}));
 }
 

@@ -111,7 +111,7 @@ TEST(Guid, EveryOtherLengthIsRefused) {
     EXPECT_FALSE(Parse(ZBase::String2Guid, guid, std::string(1000000, '1')));
 }
 
-// Each place of each form in turn holds each unit that is no digit or no punctuation of that place.
+// At each position of each form in turn each unit that is invalid there.
 TEST(Guid, EverySingleCorruptionOfEveryFormIsRefused) {
     const auto isDigit = [](unsigned int unit) {
         return (unit >= '0' && unit <= '9') || (unit >= 'A' && unit <= 'F') || (unit >= 'a' && unit <= 'f');
@@ -261,7 +261,7 @@ TEST(NewGuid, IsUniqueAmongAMillion) {
     EXPECT_EQ(seen.size(), 1000000u);
 }
 
-// What an independent reader says of texts, a line each.
+// The result of an independent reader for texts, a line each.
 std::string ReadIndependently(const std::string& columns, const std::vector<std::string>& texts) {
     std::vector<std::string> command = {"/usr/bin/uuidparse", "--noheadings", "--output", columns};
     command.insert(command.end(), texts.begin(), texts.end());

@@ -166,7 +166,7 @@ TEST(MultibyteUtf8, LargeTextsSurvive) {
     EXPECT_EQ(ToMultibyte(Units(1000000, 0x20AC)), octets);
 }
 
-// In this encoding two octets are two characters, and a character waits for what follows.
+// In this encoding two octets are two characters, and a character is pending until the next octet.
 TEST(MultibyteHongKong, CharacterOfTwoWideOnesConverts) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     ExpectBothWays("\x88\x62", {0xCA, 0x304});
@@ -214,7 +214,7 @@ TEST(MultibyteVietnamese, LettersBesideABadOctetSurvive) {
     EXPECT_EQ(ToWide("ab", true), ToUnits("ab"));
 }
 
-// A text whose terminator lies at the end of a page.
+// A text whose terminator is at the end of a page.
 template <class Text>
 void ExpectNoText(const Text& octets, const Units& replaced) {
     const test::GuardedArray<char> text(octets + '\0');
@@ -223,7 +223,7 @@ void ExpectNoText(const Text& octets, const Units& replaced) {
     EXPECT_EQ(test::Text(ZBase::MultiByteToWideChar(text.Get(), true)), replaced);
 }
 
-// Here the decoder takes the terminator for the third octet of four, and would go on behind it.
+// Here the decoder takes the terminator for the third octet of four, and would read on after it.
 TEST(MultibyteCutOff, CharacterOfFourOctetsIsNotReadBehindTheTerminator) {
     const test::ScopedLocale locale("GB18030", 4);
     ExpectNoText(std::string("\xA9\x30"), {'?', '0'});
@@ -306,7 +306,7 @@ TEST(MultibyteWithLength, NothingBehindTheLengthIsRead) {
 TEST(MultibyteWithLength, BadTextFailsAsWithoutOneAndIsReplacedOnBothSidesOfAZero) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     using namespace std::string_literals;
-    const std::string octets = "\xC6\0\xFC\xC6\xFC"s;  // the zero parts what would be one character
+    const std::string octets = "\xC6\0\xFC\xC6\xFC"s;  // the zero splits a character
     EXPECT_EQ(test::ConversionFailure([&] { ZBase::MultiByteToUTF16(octets, false); }),
               "::mbstowcs() failed.");
     EXPECT_EQ(ZBase::MultiByteToUTF16(octets, true), u"?\0?\u65E5"s);

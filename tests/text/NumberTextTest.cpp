@@ -220,7 +220,7 @@ TEST(HexToUnsignedInt, MalformedInputIsQuotedWithReplacements) {
               "ZBase::HexToUnsignedInt: failed to parse 'z\xEF\xBF\xBD'.");
 }
 
-// The failure's text can't be stored, and that failure comes in its place.
+// The failure's text can't be stored, and that failure is thrown instead.
 TEST(HexToUnsignedInt, UnpairedSurrogateInTheInputIsWhatIsReported) {
     EXPECT_EQ(test::ConversionFailure([] {
                   ZBase::HexToUnsignedInt(Units{'z', 0xD83D}.c_str(), true);

@@ -1,5 +1,5 @@
-// Every allocation of every conversion fails in turn: it throws `std::bad_alloc` and leaks nothing, also
-// where the conversion itself is about to fail.
+// Every allocation of every conversion fails in turn: it throws `std::bad_alloc` and leaks nothing, also if
+// the conversion itself is about to fail.
 
 #include <Base/frame/WideLiteral.h>
 #include <Base/text/BinaryText.h>
@@ -123,7 +123,7 @@ TEST(OutOfMemory, EveryConversionThrowsAndLeaksNothing) {
                 ++completed;
             } catch (const std::bad_alloc&) {
             } catch (const ZBase::StringConversionException&) {
-                // What fails in here is a text that the message could do without.
+                // This fails for a text that the message can omit.
             }
             EXPECT_EQ(test::LiveBlocks(), live) << row.name;
         });

@@ -1,4 +1,4 @@
-// Every function that takes text, with the text at the end of a page and the next one out of reach.
+// Every function that takes text, with the text at the end of a page before an inaccessible one.
 
 #include <Base/frame/WideString.h>
 #include <Base/messages/Message.h>
@@ -24,7 +24,7 @@ namespace {
 
 using test::Units;
 
-// What throws has read as much as what does not.
+// A call that throws has read as much as one that does not.
 template <class Operation>
 void Try(Operation operation) {
     try {
@@ -74,7 +74,7 @@ void ReadWide(const unsigned short* text, std::size_t size) {
     string->Delete();
 }
 
-// Texts that a parser may want to go on behind: signs, prefixes, points, exponents, leads and surrogates.
+// Texts after which a parser may want to read on: signs, prefixes, points, exponents, leads and surrogates.
 const char* const kStarts[] = {
     "",      "0",     "0x",   "0X",       "-",     "+",        " ",
     "1.",    "1e",    "1e-",  ".",        "{",     "\xC3",     "\xE2\x82",
@@ -143,7 +143,7 @@ TEST(PageEnd, RecordOfASecurityIdentifierIsReadToItsCountOnly) {
     }
 }
 
-// A destination of exactly the size that is asked for.
+// A destination of exactly the required size.
 TEST(PageEnd, BufferFormsWriteIntoTheirCapacityOnly) {
     const Units wide(40, 0x20AC);
     for (std::size_t capacity = 1; capacity <= 41; ++capacity) {

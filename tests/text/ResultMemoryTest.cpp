@@ -1,4 +1,4 @@
-// What a result holds of the machine's memory: the pages that its text takes, and no more.
+// A result uses only the memory pages of its text.
 
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/UnicodeConversions.h>
@@ -21,7 +21,7 @@ namespace {
 
 const auto kPage = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 
-// Pages inside a block that hold memory.
+// Pages inside a block that are resident.
 std::size_t ResidentPages(const void* block, std::size_t size) {
     const auto start = (reinterpret_cast<std::uintptr_t>(block) + kPage - 1) / kPage * kPage;
     const auto end = (reinterpret_cast<std::uintptr_t>(block) + size) / kPage * kPage;
@@ -37,7 +37,7 @@ bool IsZero(const Ch* from, const Ch* to) {
 }
 
 constexpr std::size_t kLength = std::size_t{16} << 20;
-constexpr std::size_t kBesideText = 2;  // pages that the end of a text shares with what is behind it
+constexpr std::size_t kBesideText = 2;  // pages that the ends of a text share with other data
 
 TEST(ResultMemory, NoPageBehindTheEncodedTextIsTouched) {
     const test::Units ascii(kLength, 'a');
@@ -64,7 +64,7 @@ TEST(ResultMemory, NoPageBehindAMultibyteTextIsTouched) {
     EXPECT_EQ(result.GetLength(), kLength);
 }
 
-// The heap gives blocks that were written to by others.
+// The heap returns blocks that were written to before.
 TEST(ResultMemory, AllBehindTheTextIsZeroInBlocksThatWereUsedBefore) {
     for (const std::size_t length : {10, 100, 4000, 20000, 100000, 1000000}) {
         const test::Units units(length, 'a');

@@ -24,7 +24,7 @@ std::u16string Widened(const test::Units& units) {
     return {units.begin(), units.end()};
 }
 
-// Sequences of every length, and what breaks them.
+// Sequences of every length, and broken ones.
 std::string RandomText(std::mt19937& random) {
     static const std::vector<std::string> pieces = {"a",
                                                     std::string(1, '\0'),

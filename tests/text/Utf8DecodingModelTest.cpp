@@ -1,5 +1,5 @@
 // The decoder against a slow model: every sequence of up to three octets, longer ones by class, and flaws at
-// every position of a text. It goes through the buffer form, which allocates nothing.
+// every position of a text. Uses the buffer form, which allocates nothing.
 
 #include <Base/text/UnicodeConversions.h>
 
@@ -27,7 +27,7 @@ Outcome<Units> Decode(const std::string& octets, bool replace) {
     outcome.failure = test::ConversionFailure([&] {
         ZBase::UTF8ToWideChar(reinterpret_cast<const unsigned char*>(octets.data()), units.data(),
                               octets.size(), replace);
-        // The text may hold zeros: its end is where the terminator stands before what was not written.
+        // The text may hold zeros: its end is the terminator before the unwritten part.
         std::size_t end = octets.size() + 1;
         while (units[end] == 0xAAAA) --end;
         EXPECT_EQ(units[end], 0);
@@ -47,7 +47,7 @@ std::string Show(const std::string& octets) {
     return text;
 }
 
-// Gives whether the sequence is well-formed, by the model.
+// Whether the sequence is well-formed, by the model.
 bool ExpectSame(const std::string& octets, bool replace) {
     const Outcome<Units> expected = test::SlowUtf8ToWide(octets, replace);
     const Outcome<Units> actual = Decode(octets, replace);
@@ -58,7 +58,7 @@ bool ExpectSame(const std::string& octets, bool replace) {
     return expected.failure.empty();
 }
 
-// Calls `visit` with every text of `length` octets out of `octets`, behind `start`, until one has failed.
+// Calls `visit` with every text of `length` octets out of `octets`, after `start`, until one has failed.
 template <class Visit>
 void ForEachText(const std::string& start, std::size_t length, const std::string& octets, Visit visit) {
     if (length == 0) return visit(start);
@@ -74,7 +74,7 @@ std::string AllOctets() {
     return octets;
 }
 
-// One octet or more of each kind, and those on both sides of each border between two kinds.
+// One octet or more of each kind, and those on both sides of each boundary between two kinds.
 const std::string kClasses(
     "\x00\x41\x7F\x80\x81\x87\x88\x8F\x90\x9F\xA0\xBD\xBE\xBF\xC0\xC1\xC2\xDF\xE0\xED\xEF\xF0"
     "\xF4\xF5\xF8\xFC\xFE\xFF",
@@ -91,8 +91,8 @@ TEST(Utf8DecodingModel, EveryTextOfThreeOctetsReplaced) {
     ForEachText("", 3, AllOctets(), [](const std::string& octets) { ExpectSame(octets, true); });
 }
 
-// A failure costs a hundred times what a text costs, so texts that only repeat one are left out: those behind
-// another ASCII octet, and those that have failed before their third octet, but for a few.
+// A failure costs a hundred times as much as a text, so texts that only repeat one are skipped: those after
+// another ASCII octet, and most that have failed before their third octet.
 TEST(Utf8DecodingModel, EveryTextOfThreeOctetsStrict) {
     const std::string ascii("\x00\x41\x7F", 3);
     ForEachText("", 1, ascii + AllOctets().substr(0x80), [](const std::string& one) {
@@ -139,7 +139,7 @@ TEST(Utf8DecodingModel, EveryScalarValue) {
     }
 }
 
-// Texts whose characters begin at every distance from the blocks that are copied at once.
+// Texts whose characters begin at every offset from the blocks that are copied at once.
 TEST(Utf8DecodingModel, FlawAtEveryPositionOfTextsUpTo200Octets) {
     const std::string pieces[] = {"a", "a\xC3\xA4", "\xE4\xB8\x96", "abcdefg\xF0\x9F\x98\x80"};
     const std::string flaws[] = {"\x80",         "\xFF",     "\xC3",        "\xE2\x82",

@@ -188,7 +188,7 @@ TEST(Utf8DecodingIntoABuffer, FailureLeavesWhatWasWrittenAndNothingMore) {
     EXPECT_EQ(Units(units.begin(), units.end()), expected);
 }
 
-// Lengths around the blocks that are copied at once, with what is read and written ending at a page's end.
+// Lengths around the blocks that are copied at once, with source and destination at the end of a page.
 TEST(Utf8DecodingIntoABuffer, NothingBeyondTheSourceOrTheDestinationIsTouched) {
     for (std::size_t length = 0; length != 70; ++length) {
         for (const std::string& tail :

@@ -41,7 +41,7 @@ void ExpectModel(const Units& units) {
                units);
 }
 
-// The units on both sides of each border between two kinds.
+// The units on both sides of each boundary between two kinds.
 const Units kClasses = {0x01,   0x41,   0x7F,   0x80,   0x7FF,  0x800,  0xD7FF, 0xD800, 0xD801,
                         0xDBFF, 0xDC00, 0xDC01, 0xDFFF, 0xE000, 0xFFFD, 0xFFFE, 0xFFFF};
 

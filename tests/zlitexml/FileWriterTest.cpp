@@ -90,7 +90,7 @@ TEST_F(FileWriter, GivenUpDocumentLeavesTheOldOne) {
     EXPECT_EQ(Files(), 1u);
 }
 
-/// While it lives, no file of this process grows beyond `size` bytes.
+/// While it exists, no file of this process grows beyond `size` bytes.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t size) : mHandler(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -183,8 +183,7 @@ TEST_F(FileWriter, IndependentReaderAcceptsTheDocument) {
 
 constexpr int kSkipped = 77;
 
-/// What a child process returns that this one forks off for an operation which changes its process; 1 for an
-/// exception.
+/// The result of a forked child for an operation which changes its process; 1 for an exception.
 template <class Operation>
 int InChild(Operation operation) {
     const pid_t child = fork();
@@ -254,7 +253,7 @@ TEST_F(FileWriter, OwnerStaysWhereItMay) {
     EXPECT_EQ(ReadAll(file), "<a/>");
 }
 
-// Whoever was in the old group gets no more than everybody where the new file can't be given to that group.
+// Members of the old group get only the rights of others if the new file can't be given to that group.
 TEST_F(FileWriter, PermissionsOfAnotherGroupAreNotHandedOn) {
     if (geteuid() != 0) GTEST_SKIP() << "needs a file of another group";
     const fs::path file = mFolder / "old.xml";

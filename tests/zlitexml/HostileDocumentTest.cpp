@@ -17,20 +17,20 @@
 
 #include "tests/support/HostileDocuments.h"
 
-// Whatever the document and however it is cut, the time for each octet is bounded, and what the reader says
-// of it is the same. ZBASE_SOAK_MIB, the size of the largest document, is 4 unless it is set; from 16 on
-// every size is cut in every way, which takes hours.
+// Whatever the document and its pieces, the time for each octet is bounded, and the reader's results are the
+// same. ZBASE_SOAK_MIB, the size of the largest document, is 4 by default; from 16 on every size is cut in
+// every way, which takes hours.
 
 namespace {
 
-// Octets that the parser was given or looked at once more, by this process.
+// Octets that were passed to the parser or scanned again, by this process.
 std::uint64_t gLookedAt = 0;
 
 int gDeferralsTurnedOff = 0;
 
-// Octets that the parser still holds of what it was given before.
+// Octets that the parser still holds from before.
 std::uint64_t Held(XML_Parser parser) {
-#if XML_MAJOR_VERSION * 1000 + XML_MINOR_VERSION >= 2009  // by then the other is deprecated
+#if XML_MAJOR_VERSION * 1000 + XML_MINOR_VERSION >= 2009  // the other is deprecated by then
     std::int64_t offset = 0;
     std::uint64_t held = 0;
     const bool holds = XML_GetInputContext64(parser, &offset, &held) != nullptr;
@@ -44,7 +44,7 @@ std::uint64_t Held(XML_Parser parser) {
 
 }  // namespace
 
-// Stands before the parser's own.
+// Intercepts the parser's own.
 extern "C" [[gnu::visibility("default")]] XML_Status XML_Parse(XML_Parser parser, const char* bytes, int size,
                                                                int isFinal) {
     static const auto parse = reinterpret_cast<decltype(&XML_Parse)>(dlsym(RTLD_NEXT, "XML_Parse"));
@@ -52,7 +52,7 @@ extern "C" [[gnu::visibility("default")]] XML_Status XML_Parse(XML_Parser parser
     return parse(parser, bytes, size, isFinal);
 }
 
-// There from Expat 2.6 on.
+// Exists from Expat 2.6 on.
 extern "C" [[gnu::visibility("default")]] XML_Bool XML_SetReparseDeferralEnabled(XML_Parser parser,
                                                                                  XML_Bool enabled) {
     if (enabled == XML_FALSE) ++gDeferralsTurnedOff;
@@ -67,9 +67,9 @@ using test::HostileDocument;
 
 constexpr std::size_t kMiB = 1 << 20;
 constexpr std::size_t kWhole = std::size_t{1} << 40;
-constexpr double kLeast = 0.02;  // seconds; a time below says nothing
+constexpr double kLeast = 0.02;  // seconds; a shorter time is not significant
 
-// Writes down what it is told.
+// Records its events.
 class Recorder final : public ZLiteXML::UTF8EventHandler, public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     explicit Recorder(std::string& log) : mLog(log) {}
@@ -91,7 +91,7 @@ private:
     std::string& mLog;
 };
 
-// Hands a document over in pieces. What the reader says of it; nothing if it takes it.
+// Passes a document in pieces. The reader's failure; empty if it accepts the document.
 std::string Refusal(ZLiteXML::UTF8Reader& reader, const std::string& document, std::size_t piece) {
     try {
         for (std::size_t at = 0; at < document.size(); at += piece)
@@ -117,7 +117,7 @@ double CpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// Reads a document into a message, as a server does; gives the seconds of this thread.
+// Reads a document into a message, as a server does; returns the seconds of this thread.
 double SecondsToRead(const std::string& document, std::size_t piece) {
     const double start = CpuSeconds();
     ZBase::Message message;
@@ -134,8 +134,8 @@ std::size_t LargestSize() {
 
 class Hostile : public testing::TestWithParam<HostileDocument> {
 protected:
-    // Each octet is looked at a bounded number of times. The long run also times: four times the octets may
-    // take twelve times as long.
+    // Each octet is scanned a bounded number of times. The long run also measures time: four times the octets
+    // may take twelve times as long.
     static void ExpectLinear(std::size_t largest, std::size_t piece) {
         double before = 0;
         for (std::size_t size = largest >= 16 * kMiB ? kMiB : largest / 4; size <= largest; size *= 4) {
@@ -181,7 +181,7 @@ TEST(HostileDocument, LongTokensAreLookedAtNoMoreThanThreeTimes) {
 
 TEST_P(Hostile, IsToldAndRefusedTheSameHoweverItIsCut) {
     const std::string whole = GetParam().make(250);
-    if (whole.size() > 2000) return;  // the least that it can be
+    if (whole.size() > 2000) return;  // the minimum
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         const std::string document = whole.substr(0, length);
         const std::string expected = EventsAndRefusal(document, kWhole);

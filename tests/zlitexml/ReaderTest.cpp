@@ -19,7 +19,7 @@ namespace {
 using ZLiteXML::UTF8EventHandler;
 using ZLiteXML::UTF8Reader;
 
-// Writes down what it is told, in front of each event its name.
+// Records its events, each with its name.
 class Recorder : public UTF8EventHandler, public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     Recorder(std::string& log, const char* name) : mLog(log), mName(name) {}
@@ -54,7 +54,7 @@ std::string Events(const std::string& document, std::size_t piece = 1 << 20,
     return log;
 }
 
-// What the reader says of a document that it refuses.
+// The reader's failure for a document that it refuses.
 std::string Refusal(const std::string& document, const ZLiteXML::ReaderBounds& bounds = {}) {
     try {
         Events(document, 1 << 20, bounds);
@@ -174,7 +174,7 @@ TEST(Reader, HoldsItsHandlersAndLetsThemGo) {
     EXPECT_EQ(living, 0);
 }
 
-// Throws from the event of a number.
+// Throws at the event of this number.
 class Thrower final : public UTF8EventHandler, public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     explicit Thrower(int& left) : mLeft(left) {}
@@ -263,7 +263,7 @@ TEST(Reader, DeclaredEntitiesAreRefused) {
         std::string::npos);
 }
 
-// What lies within the bound is told, and refused for what is wrong with it, however it was cut.
+// Events within the limit arrive, and a flaw there is reported as itself, whatever the pieces.
 TEST(Reader, DocumentBeyondItsBoundIsReadUpToIt) {
     for (const std::size_t piece : {1, 3, 100}) {
         std::string log;
@@ -282,7 +282,7 @@ std::string Declared(int attributes) {
     return document + "><!ATTLIST f a CDATA #IMPLIED b CDATA #IMPLIED>]><e/>";
 }
 
-// Such a one may be half of a line end, so it waits for what comes behind it.
+// A carriage return may be half of a line end, so it waits for the next byte.
 TEST(Reader, CarriageReturnsInALongTokenKeepNothingBack) {
     const std::string document =
         "<a><!--" + std::string(2 << 20, '\r') + "--><b/>" + std::string(3 << 20, ' ');

@@ -21,7 +21,7 @@ std::string Written(const Events& events, const ZLiteXML::WriterOptions& options
     return document;
 }
 
-// What a writer says of events that it refuses, of which nothing is left.
+// The writer's failure for events that it refuses, without any output.
 std::string Refusal(const Events& events) {
     std::string document = "as it was";
     const auto writer = ZLiteXML::CreateStringWriter(document);
@@ -220,7 +220,7 @@ TEST(Writer, TakesCommentsBehindTheRoot) {
     EXPECT_EQ(document, whole);
 }
 
-// A reader makes a line feed of it.
+// A reader turns it into a line feed.
 TEST(Writer, RefusesACarriageReturnInAComment) {
     EXPECT_EQ(Refusal([](UTF8Writer& writer) { writer.Comment("a\rb"); }),
               "A comment cannot hold the character U+000D.");

@@ -12,7 +12,7 @@
 
 #include "tests/support/ScratchFolder.h"
 
-// A library that is built without crash reporting.
+// A library built without crash reporting.
 
 namespace {
 
@@ -29,7 +29,7 @@ TEST_F(WithoutCrashReporting, ACompleteConfigurationInstallsNothing) {
     EXPECT_FALSE(ZBase::CreateDump());
     EXPECT_FALSE(ZBase::InstallCrashStack());
     EXPECT_FALSE(std::filesystem::exists(dumps));
-    // What was read is in force.
+    // The configuration is in force.
     EXPECT_FALSE(ZBase::SetCrashAttr("product", "other", false));
     EXPECT_TRUE(ZBase::SetCrashAttr("product", "other", true));
     EXPECT_TRUE(ZBase::SetCrashAttr("version", "1", false));

@@ -11,14 +11,14 @@ const std::string kLog =
     "15 [plain 100%s %n]\n"
     "15 [wide \xC3\xA9]\n";
 
-// What is only the end of a line has no entry of its own.
+// A text that is only a line end has no entry of its own.
 TEST(DebugOutput, GoesToTheSystemsLogAtDebugLevelAndNowhereElse) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("DebugOutputProbe")});
     EXPECT_EQ(child.output, kLog);
     EXPECT_EQ(child.errors, "");
 }
 
-// Where nobody listens, the C library's own log is not offered all; a program's own is.
+// Without a reader the C library's own log does not get all texts; a program's own does.
 TEST(DebugOutput, GoesToALogOfTheProgramsOwnHoweverMuchItIs) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("DebugOutputProbe"), "5000"});
     EXPECT_EQ(std::count(child.output.begin(), child.output.end(), '\n'), 5000);
@@ -29,7 +29,7 @@ TEST(DebugOutput, GoesToTheErrorStreamTooWhenADebuggerIsThere) {
         test::RunChild({"/usr/bin/env", "gdb", "-batch", "-nx", "-ex", "set debuginfod enabled off", "-ex",
                         "run", test::ChildProgram("DebugOutputProbe")});
     EXPECT_NE(child.output.find(kLog), std::string::npos) << child.output;
-    // Each text and its line end: two that are null and one that is empty have the latter alone.
+    // Each text and its line end: for two null texts and an empty one only the latter.
     const std::string told =
         "plain 100%s %n\r\n"
         "\r\n"

@@ -28,13 +28,13 @@ std::string Narrow(const ZBase::ReturnWString& text) {
 
 class DeletedFiles : public test::ScratchFolder {
 protected:
-    // A program that waits for its end, under a name in the folder.
+    // A program that waits for its end, with a name in the folder.
     fs::path CopyProgram(const std::string& name) const {
         fs::copy_file("/bin/sleep", mFolder / name);
         return mFolder / name;
     }
 
-    // Starts the program and gives the name that the library tells before and after `change()`.
+    // Starts the program and returns the library's names for it before and after `change()`.
     template <class Change>
     static std::pair<std::string, std::string> NamesAround(const fs::path& program, Change change) {
         const fs::path real = fs::canonical(program);
@@ -85,7 +85,7 @@ TEST_F(DeletedFiles, LibraryKeepsItsPathWhenItIsReplaced) {
         fs::copy_file(fs::path(ZBASE_COMPONENTS_DIR) / "Component_64.so", file);
         const fs::path before = fs::current_path();
         fs::current_path(mFolder);
-        // By a relative name, so that its path is asked of the kernel.
+        // By a relative name, so that its path is read from the kernel.
         const auto library = ZBase::LoadSharedLibrary(
             test::Units(ZBase::UTF8ToWideChar(("./" + name).c_str(), false).c_str()).c_str());
         fs::current_path(before);

@@ -11,7 +11,7 @@
 #include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 
-// What a child of a process does that forked while other threads were in the midst of the same.
+// Calls of a forked child while other threads were in the middle of the same calls.
 
 namespace {
 

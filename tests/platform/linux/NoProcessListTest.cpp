@@ -10,7 +10,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 
-// A process whose system does not show it the list of processes.
+// A process without /proc.
 
 namespace {
 
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr int kNotAllowed = 250;
 
-// What the library answers in a process that has no files and links to read any more.
+// The library's results in a process that can no longer read files and links.
 test::ChildResult AskBlind(const std::vector<std::string>& question) {
     if (test::kIsSanitized) return {kNotAllowed, 0, false, "", ""};  // a sanitizer reads the list itself
     std::vector<std::string> command = {test::ChildProgram("BlindProbe")};

@@ -15,7 +15,7 @@ namespace test {
 
 namespace {
 
-/// A nameless file that a child reads or writes instead of a pipe: no amount of output can block it.
+/// An unnamed file that a child reads or writes instead of a pipe: no amount of output can block it.
 class ScratchFile {
 public:
     explicit ScratchFile(const std::string& content) : mpFile(std::tmpfile()) {

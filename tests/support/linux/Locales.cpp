@@ -14,7 +14,7 @@ namespace test {
 
 namespace {
 
-/// A directory that goes when the process ends.
+/// A directory that is removed when the process ends.
 class ScratchDirectory {
 public:
     ScratchDirectory() {
@@ -37,10 +37,10 @@ const std::filesystem::path& Directory() {
     return directory.Path();
 }
 
-// Where there is no such locale yet, compiles it from `source` and `charmap`.
+// Compiles the locale from `source` and `charmap` if it does not exist yet.
 void Compile(const std::string& name, const std::string& source, const std::string& charmap) {
     if (std::filesystem::exists(Directory() / name)) return;
-    // It also complains about what is right: whether it worked shows in whether the locale can be set.
+    // It also warns about correct sources: success is tested by setting the locale.
     RunChild({"/usr/bin/localedef", "-c", "-i", source, "-f", charmap, Directory() / name});
 }
 

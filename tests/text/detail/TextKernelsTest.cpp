@@ -1,5 +1,5 @@
-// Every kind of kernel that this processor can run, beside the plain one, which leaves all but ASCII to the
-// code that goes through texts one by one.
+// Every kind of kernel that this processor can run, compared with the plain one, which leaves all but ASCII
+// to the scalar code.
 
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/TextKernels.h>
@@ -33,7 +33,7 @@ std::vector<const TextKernels*> Kinds() {
     return {list.kinds, list.kinds + list.count};
 }
 
-// All conversions take one kind.
+// All conversions use one kind.
 class Using {
 public:
     explicit Using(const TextKernels* kernels) { ZBase::detail::UseKernels(kernels); }
@@ -42,7 +42,7 @@ public:
     Using& operator=(const Using&) = delete;
 };
 
-// All of the room for a text, so that what is written where nothing belongs shows too.
+// The whole capacity for a text, so that writes out of place are detected.
 Outcome<Units> Decode(const TextKernels* kernels, std::string_view octets, bool replace) {
     const Using kind(kernels);
     Outcome<Units> outcome;
@@ -60,7 +60,7 @@ Outcome<std::string> Encode(const TextKernels* kernels, const Units& units, int 
     outcome.failure = test::ConversionFailure([&] {
         const ZBase::ReturnString result =
             mode == 2 ? ZBase::UTF16ToUTF8(units.c_str()) : ZBase::WideCharToUTF8(units.c_str(), mode != 0);
-        // To the end of the block, which is all zero behind the text.
+        // To the end of the block, which is all zero after the text.
         outcome.text.assign(result.c_str(), 4 * units.size() + 1);
     });
     return outcome;
@@ -93,7 +93,7 @@ void ExpectSameEncoding(const Units& units) {
     }
 }
 
-// Texts of each length of character, and of all together.
+// Texts of each length of character, and mixed.
 const std::string kTexts[] = {"a",
                               "\xC3\xA4",
                               "\xE4\xB8\x96",
@@ -144,7 +144,7 @@ TEST(TextKernels, TheLastKindIsTaken) {
 #endif
 }
 
-// Each value stands at every place of a block somewhere in such a text.
+// Each value is at every position of a block in some of these texts.
 TEST(TextKernels, EveryScalarValueInLongTexts) {
     for (const char* const between : {"", "a", "\xE2\x82\xAC"}) {
         std::string octets;
@@ -183,7 +183,7 @@ TEST(TextKernels, EveryScalarValueInLongTexts) {
     }
 }
 
-// Every text piece begins at every distance from the blocks of 16, 32 and 64, and ends there.
+// Every text piece begins at every offset from the blocks of 16, 32 and 64, and ends there.
 TEST(TextKernels, EachCharacterAtEveryPlaceOfABlock) {
     for (const std::string& filler : kTexts) {
         const std::string front = Repeat(filler, filler.size() * (140 / filler.size()));
@@ -207,7 +207,7 @@ TEST(TextKernels, FlawAtEveryPositionOfTextsUpTo300Octets) {
     std::size_t turn = 0;
     for (std::size_t length = 0; length <= kLongest; ++length) {
         for (std::size_t position = 0; position < length; ++position) {
-            // Both numbers of the lists are without a common divisor, so all combinations come.
+            // The sizes of the two lists are coprime, so all combinations occur.
             const std::string& flaw = kFlaws[turn % std::size(kFlaws)];
             std::string text = Repeat(kTexts[turn % 7], length);
             ++turn;
@@ -238,7 +238,7 @@ TEST(TextKernels, FlawedUnitAtEveryPositionOfTextsUpTo200Units) {
     }
 }
 
-// One bad octet in so many: what was taken up to it, and where the kernels go on.
+// Bad octets at one distance: the conversion up to each, and where the kernels continue.
 TEST(TextKernels, FlawsAtRegularDistances) {
     for (const std::size_t distance : {3, 31, 32, 33, 64, 100, 1000, 1023}) {
         for (const std::string& piece : kTexts) {
@@ -249,8 +249,8 @@ TEST(TextKernels, FlawsAtRegularDistances) {
     }
 }
 
-// Between flaws ASCII is written by whole steps. Six octets may make one unit, so little may be left of a
-// text that still has many octets; behind its terminator all stays as it was.
+// Between flaws ASCII is written by whole steps. Six octets may make one unit, so the destination may be
+// nearly full while the text has many octets left; after the terminator nothing may change.
 TEST(TextKernels, AsciiBetweenFlawsLeavesWhatIsBehindTheTextUntouched) {
     const std::string sixOctets = "\xFC\x84\x80\x80\x80\x80";
     for (const TextKernels* kernels : Kinds()) {
@@ -289,7 +289,7 @@ TEST(TextKernels, FlawedUnitsAtRegularDistances) {
     }
 }
 
-// Pages that can't be touched stand right before and right behind text and room.
+// Inaccessible pages right before and right after text and destination.
 TEST(TextKernels, NothingIsTouchedBesideATextOrItsRoom) {
     const test::GuardedMemory source(4096);
     const test::GuardedMemory room(4096);

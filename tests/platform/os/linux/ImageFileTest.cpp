@@ -10,7 +10,7 @@ namespace {
 
 using namespace ZBase;
 
-// What the loader has taken is sound, whoever linked it.
+// Every image that the loader accepts passes, whatever its linker.
 TEST(ImageFile, EveryModuleOfThisProcessIsSound) {
     std::vector<std::string> files = {"/proc/self/exe"};
     dl_iterate_phdr(

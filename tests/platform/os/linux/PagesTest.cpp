@@ -26,7 +26,7 @@ using namespace ZBase;
 
 constexpr int kForks = 200;
 
-/// Threads that do something over and over until the end of the test.
+/// Threads that repeat an operation until the end of the test.
 class Busy {
 public:
     template <class Body>
@@ -69,7 +69,7 @@ TEST(Pages, AreGivenInEachChildOfABusyProcess) {
     for (int i = 0; i != kForks; ++i) ASSERT_EQ(test::InChild([] { return UsePages() ? 0 : 1; }), 0) << i;
 }
 
-// Such a child is made without any handler.
+// Such a child is made without fork handlers.
 TEST(Pages, AreGivenInEachChildThatWasMadeWithoutHandlers) {
     if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
     const Busy busy(3, [] { UsePages(); });
@@ -123,11 +123,11 @@ TEST(ForkLock, IsFreeInAChildOfAProcessThatHoldsIt) {
                   0);
     }
     lock.unlock();
-    lock.lock();  // still in order here
+    lock.lock();  // still valid here
     lock.unlock();
 }
 
-// Beside a plain map.
+// Compared with a plain map.
 TEST(PageRegistry, KnowsWhatWasAddedAndNotTaken) {
     static constinit os::PageRegistry registry;
     std::map<std::uintptr_t, std::uintptr_t> model;
