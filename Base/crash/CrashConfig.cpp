@@ -26,7 +26,7 @@ constexpr bool IsNumber(const detail::CrashSetting& setting) {
     return setting.kind == detail::ECrashSetting::eNumber;
 }
 
-// What the table of settings says of numbers.
+// The numbers in the table of settings.
 constexpr auto kNumbers = [] {
     std::array<CrashNumber,
                std::count_if(std::begin(detail::kCrashSettings), std::end(detail::kCrashSettings), IsNumber)>
@@ -38,8 +38,8 @@ constexpr auto kNumbers = [] {
     return numbers;
 }();
 
-// Text in the encoding of the locale, zeros in it included; false if it is none. Between zeros it is decoded
-// as a whole: in some encodings a character depends on the next.
+// Text in the encoding of the locale, zeros included; false if it is invalid. Between zeros it is decoded as
+// a whole: in some encodings a character depends on the next.
 bool Decode(const std::string& line, WideString& text) {
     for (std::size_t start = 0;;) {
         const char* part = line.c_str() + start;
@@ -56,7 +56,7 @@ bool Decode(const std::string& line, WideString& text) {
     }
 }
 
-// `present` is the path of an earlier installation: it stays if neither variable names another.
+// `present` is the path of an earlier installation: it is kept if neither variable names another.
 std::string Locate(const std::string& present) {
     if (const char* file = os::GetNarrowEnvironment("ZENT_CRASH_CONFIG_FILE")) {
         return *file == 0 ? kFile : file;
@@ -145,7 +145,7 @@ bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTa
     WideString key;
     WideString value;
     while (std::getline(file, line)) {
-        // A carriage return in front of the line feed belongs to the end of the line.
+        // A carriage return before the line feed is part of the line end.
         if (!file.eof() && line.ends_with('\r')) line.pop_back();
         const ECrashConfigLine meaning = reader.Read(line, key, value);
         if (meaning == ECrashConfigLine::eSetting) settings[key] = value;

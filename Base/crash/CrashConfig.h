@@ -9,10 +9,10 @@
 
 namespace ZBase {
 
-// The file "crash_report.ini", which switches and directs crash reporting. `InstallCrashHandler` reads it;
-// what is here serves those who want to know beforehand how it would be read.
+// The file "crash_report.ini", which configures crash reporting. `InstallCrashHandler` reads it; these
+// functions show beforehand how it would be read.
 
-/// What a line of the file counts for.
+/// The meaning of a line of the file.
 enum class ECrashConfigLine {
     eComment,          // begins with "#"
     eEmpty,            //
@@ -21,12 +21,12 @@ enum class ECrashConfigLine {
     eSetting,          // a key and a value
     eCrashKey,         // a key and a value
     eNoSection,        // a key and a value, but before any header
-    eUnknown,          // nothing of these
+    eUnknown,          // none of these
     eBadText,          // not text in the encoding of the locale
 };
 
-/// Reads the file line by line. Only the first "=" separates, nothing is trimmed, and a header counts only as
-/// the whole line.
+/// Reads the file line by line. Only the first "=" separates, nothing is trimmed, and a header must be the
+/// whole line.
 class ZBASE_API CrashConfigReader {
 public:
     /// Takes a line without its line feed. `key` and `value` are set for a setting and for a crash key.
@@ -38,39 +38,38 @@ private:
 
 using CrashConfigTable = std::map<WideString, WideString>;
 
-/// What the settings of the file come to.
+/// The result of the settings.
 enum class ECrashSettings { eComplete, eDisabled, eNoServerURL, eNoServerProdURL };
 
-/// The first that keeps a handler from being installed, in the order disabled, no `ServerURL`, no
-/// `ServerProdURL`; else complete.
+/// The first reason that prevents a handler, in the order disabled, no `ServerURL`, no `ServerProdURL`; else
+/// complete.
 ZBASE_API ECrashSettings JudgeCrashSettings(const CrashConfigTable& settings);
 
 /// True only for "true" and "TRUE".
 ZBASE_API bool IsCrashSettingTrue(const WideString& value);
 
-/// A setting that is a number: decimal digits and nothing else.
+/// A setting that is a number: only decimal digits.
 struct CrashNumber {
     const unsigned short* key;
     const char* meaning;
     unsigned int least;
     unsigned int most;
-    unsigned int usual;  // if the key is absent, or its value no such number
+    unsigned int usual;  // if the key is absent, or its value is not such a number
 
-    /// False, and `number` is the usual one, for what is no number from `least` to `most`.
+    /// False, with the usual number, for a value that is not a number from `least` to `most`.
     ZBASE_API bool Read(const WideString& value, unsigned int& number) const;
 };
 
 /// The setting of this name, if it is a number; else null.
 ZBASE_API const CrashNumber* FindCrashNumber(const WideString& key);
 
-/// What the settings say for the number of this name; 0 if there is none of this name.
+/// The number that the settings give for this name; 0 for an unknown name.
 ZBASE_API unsigned int CrashNumberOf(const CrashConfigTable& settings, const WideString& key);
 
 /// The path of the file that `InstallCrashHandler` would read now.
 ZBASE_API ReturnString FindCrashConfig();
 
-/// Reads a file into the two tables, a later value taking the place of an earlier one. False if it can't be
-/// opened.
+/// Reads a file into the two tables, a later value replacing an earlier one. False if it can't be opened.
 ZBASE_API bool ReadCrashConfig(const char* path, CrashConfigTable& settings, CrashConfigTable& crashKeys);
 
 }  // namespace ZBase

@@ -25,7 +25,7 @@ namespace ZBase {
 
 namespace {
 
-// Milliseconds for which an unload waits for a `CreateDump`; more than its dump and its upload may take.
+// The milliseconds that an unload waits for a `CreateDump`; more than the limits of its dump and its upload.
 constexpr unsigned long kLongestCreateDump = 150'000;
 
 // Runs on the crashed thread's alternate stack, or on the thread that called `CreateDump`. No heap, no lock.
@@ -38,7 +38,7 @@ bool CrashDumpCallback(const os::TriedDump& dump) {
     return dump.onDemand || !gCrash.isNativeDump;
 }
 
-// The calling thread as one that runs `CreateDump`. The child of a fork is another process.
+// The calling thread as an id for `CreateDump`. A forked child is another process.
 std::uint64_t ThisCall() {
     return std::uint64_t{os::CurrentProcessId()} << 32 | os::CurrentThreadId();
 }
@@ -52,7 +52,7 @@ bool BeginCreateDump() {
     return !IsOfThisProcess(running) && gCrash.createDump.compare_exchange_strong(running, ThisCall());
 }
 
-// Whoever sets a key, or installs.
+// For setting a key, and for the installation.
 std::mutex& KeysMutex() {
     alignas(std::mutex) static unsigned char sPlace[sizeof(std::mutex)];
     static std::mutex* const spMutex = [] {
@@ -64,7 +64,7 @@ std::mutex& KeysMutex() {
     return *spMutex;
 }
 
-// One dump has no more room than all together.
+// One dump may take no more than all together.
 os::DumpLimits DumpLimits() {
     const unsigned int all = detail::NumberSetting<"max_dump_megabytes">(gCrash.tables->settings);
     const unsigned int one = detail::NumberSetting<"dump_megabytes">(gCrash.tables->settings);
@@ -79,11 +79,11 @@ void LookAfterStore(const WideString& directory) {
         store.Trim();
         const bool sends = detail::ChoiceSetting<"send_left">(gCrash.tables->settings);
         if (sends && store.HasUnsent()) detail::SendLeftDumps(std::filesystem::absolute(place).string());
-    } catch (const std::exception&) {  // no memory: the next one does it
+    } catch (const std::exception&) {  // no memory: the next start trims
     }
 }
 
-// An octet beyond ASCII becomes "?", whatever the locale.
+// An octet beyond ASCII becomes "?", in every locale.
 std::string KeepAscii(const char* text) {
     std::string ascii = text;
     for (char& c : ascii) c = static_cast<unsigned char>(c) < 0x80 ? c : '?';

@@ -10,17 +10,17 @@ namespace ZBase {
 /// adds what it reads to what was read before; `native_dump` and `keep_dump_file` stay true once they are.
 ///
 /// A crash ends the process by its signal, once the report was sent; that takes at most 10 seconds for the
-/// dump and 60 for the upload. While it is sent, other threads go on, but for those that crash too and for
-/// calls of `exit` and `quick_exit`, which wait for that end. A child of fork or vfork has its own crash.
-/// The directory of the dumps is kept within the bounds of `CrashStore`, here and after each dump.
-/// Dumps hold the memory of stacks, the command line and the environment.
+/// dump and 60 for the upload. While it is sent, other threads continue, except for those that crash too and
+/// for calls of `exit` and `quick_exit`, which wait for that end. A child of fork or vfork has its own crash.
+/// The directory of the dumps is kept within the limits of `CrashStore`, here and after each dump. Dumps hold
+/// the memory of stacks, the command line and the environment.
 ///
-/// `std::terminate` keeps the text of its exception for the report and then goes on as before; a handler of
-/// the host's that is set later has to call the one that it replaces.
+/// `std::terminate` records the text of its exception for the report and then continues as before; a handler
+/// that the host sets later has to call the one that it replaces.
 ZBASE_API bool InstallCrashHandler();
 
-/// Dumps and reports the process as hanging; it goes on afterwards. False if there is no handler, if another
-/// call runs, beside a crash, in a child of vfork, or if the dump could not be written. `exit` waits for it.
+/// Dumps and reports the process as hanging; then it continues. False if there is no handler, if another call
+/// runs, during a crash, in a child of vfork, or if the dump could not be written. `exit` waits for it.
 ZBASE_API bool CreateDump();
 
 /// Adds a crash key, which is sent with each report. Octets from 0x80 up become "?". False for a null, and
@@ -30,8 +30,8 @@ ZBASE_API bool CreateDump();
 /// its number, and an empty name as "%". Throws `std::bad_alloc` with nothing changed.
 ZBASE_API bool SetCrashAttr(const char* key, const char* value, bool overwrite);
 
-/// Gives the calling thread, until it ends, the second stack on which its stack overflow can be reported, and
-/// unblocks the signals of faults for it: the system ends a process unreported that faults while they are
+/// Gives the calling thread, until it ends, the alternate stack for reporting its stack overflow, and
+/// unblocks the fault signals for it: the kernel ends a process unreported if it faults while they are
 /// blocked. The thread that called `InstallCrashHandler` has both. False if there is no memory for the stack.
 ZBASE_API bool InstallCrashStack();
 

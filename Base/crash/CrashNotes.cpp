@@ -18,7 +18,7 @@ std::size_t KeptOctets(const char* text) {
     return octets;
 }
 
-// A word of text has no octet that is 0, and the head of a record has some: one is not taken for the other.
+// A word of text has no zero octet, and a record's head has some, so they can't be confused.
 std::uint64_t TextWord(const char* text, std::size_t octets) {
     std::uint64_t word = ~std::uint64_t{0};
     std::memcpy(&word, text, std::min(octets, sizeof word));

@@ -7,12 +7,12 @@
 
 namespace ZBase {
 
-/// How the sending of a crash report ended.
+/// The result of sending a crash report.
 enum ReportResult {
-    RESULT_FAILED = 0,  // no answer, or one that leaves hope: try later
-    RESULT_REJECTED,    // the server refused the report for good (status 400 to 499)
+    RESULT_FAILED = 0,  // no status, or one that may change: try later
+    RESULT_REJECTED,    // the server rejected the report (status 400 to 499)
     RESULT_SUCCEEDED,   // the server has it (status 200 to 299)
-    RESULT_THROTTLED,   // not sent: the reports of this day are used up
+    RESULT_THROTTLED,   // not sent: the limit of this day is reached
 };
 
 /// Sends crash reports to a server as multipart form POSTs over HTTP or HTTPS. The proxy and the certificates
@@ -25,15 +25,15 @@ public:
     /// The counts of reports are kept in the file, if its name is not empty.
     explicit CrashReportSender(const WideString& checkpointFile);
 
-    /// The most reports in one day (UTC), counted through the file; -1, the default, means no limit.
+    /// The most reports in one day (UTC), counted in the file; -1, the default, means no limit.
     void set_max_reports_per_day(int reports) { mMaxReportsPerDay = reports; }
     int max_reports_per_day() const { return mMaxReportsPerDay; }
 
     /// Posts `parameters` (name, value) and `files` (name, path) to `url`. A name is made of printable ASCII
-    /// characters without quotes. On success the body of the answer, up to 64 KiB, is put into `reportCode`;
+    /// characters without quotes. On success the body of the reply, up to 64 KiB, is put into `reportCode`;
     /// for a null it is not waited for. Waits 10 seconds for a connection and 60 for all. With files of 1 MiB
-    /// and more the server is asked first, for 3 seconds, by OPTIONS, whether it takes requests that are
-    /// packed: it does if it answers with a status of 200 to 299 and `Accept-Encoding: gzip`.
+    /// and more the server is queried first, for 3 seconds, by OPTIONS, whether it accepts compressed
+    /// requests: it does if it replies with a status of 200 to 299 and `Accept-Encoding: gzip`.
     ReportResult SendCrashReport(const WideString& url, const Fields& parameters, const Fields& files,
                                  WideString* reportCode);
 

@@ -36,7 +36,7 @@ bool IsGuid(const std::string& text) {
     return true;
 }
 
-// The GUID of a name that ends so; empty for another.
+// The GUID of a name with this ending; empty for another.
 std::string GuidOf(const std::string& name, const std::string& ending) {
     const std::string guid = name.substr(0, kGuidLength);
     return IsGuid(guid) && name.substr(kGuidLength) == ending ? guid : "";
@@ -69,7 +69,7 @@ void RemoveAttachments(const std::string& place) {
     fs::remove(place, failed);
 }
 
-// What is left without a dump belongs to nobody. A sender may rename the dump meanwhile, and back.
+// Files left without a dump are deleted. A sender may rename the dump meanwhile, and back.
 bool HasDump(const std::string& stem) {
     std::error_code failed;
     return fs::exists(stem + kDumpEnding, failed) || fs::exists(stem + kSendingEnding, failed) ||
@@ -85,7 +85,7 @@ void RemoveLostAttachments(const std::string& directory) {
     for (const std::string& place : lost) RemoveAttachments(place);
 }
 
-// Its attachments go first: without the dump nobody would know whose they are.
+// Its attachments first: without the dump nothing shows whose they are.
 bool RemoveDump(const std::string& dump) {
     RemoveAttachments(detail::AttachmentsOf(dump));
     std::error_code failed;
@@ -171,7 +171,7 @@ unsigned int CrashStore::Trim(const std::string& without) {
         const bool isOld = mMaxAgeDays != 0 && entry.changed < oldest;
         const bool isTooMany = mMaxDumps != 0 && entries.size() - removed > mMaxDumps;
         const bool isTooMuch = mMaxOctets != 0 && octets > mMaxOctets;
-        if (!isOld && !isTooMany && !isTooMuch) break;  // what follows is younger
+        if (!isOld && !isTooMany && !isTooMuch) break;  // the following ones are younger
         if (!Remove(entry)) continue;
         ++removed;
         octets -= entry.octets;
@@ -202,7 +202,7 @@ bool CrashStore::BecomeSender() {
     return mpSender->HoldDirectory(mDirectory);
 }
 
-// The oldest first.
+// Oldest first.
 std::vector<CrashStore::Entry> CrashStore::Entries() const {
     std::vector<Entry> entries;
     os::VisitFiles(mDirectory, [&](const os::FileEntry& file) {

@@ -13,8 +13,8 @@ namespace os {
 class HeldFile;
 }
 
-/// A dump that this process alone sends, whoever else tries. It is called "NAME.sending.dmp" meanwhile, and
-/// has its name back at the end of the object. The claim of a process that has ended counts for nothing.
+/// A dump that only this process may send. It is called "NAME.sending.dmp" meanwhile, and gets its name back
+/// at the end of the object. The claim of a process that has ended is void.
 class ZBASE_API ClaimedDump {
 public:
     ClaimedDump();
@@ -22,17 +22,17 @@ public:
     ClaimedDump(const ClaimedDump&) = delete;
     ClaimedDump& operator=(const ClaimedDump&) = delete;
 
-    /// Any file "NAME.dmp", or "NAME.sending.dmp". False if another one has it, or if it is no regular file:
-    /// links are not followed, and nothing is waited for.
+    /// Any file "NAME.dmp", or "NAME.sending.dmp". False if another process has claimed it, or if it is not a
+    /// regular file: links are not followed, and opening does not wait.
     bool Claim(const std::string& path);
 
-    /// Where it lies now.
+    /// Its current path.
     const std::string& Path() const { return mPath; }
 
-    /// Its server has it: it goes; false if it can't be removed.
+    /// Its server has it: deletes it; false if that fails.
     bool Remove();
 
-    /// Its server has it, and it stays. False if that can't be noted.
+    /// Its server has it, and it stays. False if it can't be marked.
     bool MarkSent();
 
 private:
@@ -41,14 +41,13 @@ private:
     std::string mPath;  // empty without a claim
 };
 
-/// The directory of an application's dumps, which is kept within the bounds that the configuration sets. A
-/// dump is a regular file there whose name is a GUID and ".dmp"; while a sender has it, the GUID and
-/// ".sending.dmp". A line at its end says that its server has it. The files that go with its report lie in a
-/// directory, the GUID and ".attachments", which counts as a part of it. Whatever else lies there, and dumps
-/// of other users, is left alone.
+/// The directory of an application's dumps, which is kept within the configured limits. A dump is a regular
+/// file there whose name is a GUID and ".dmp"; while it is being sent, the GUID and ".sending.dmp". A line at
+/// its end marks it as sent. The attachments of its report are in a directory, the GUID and ".attachments",
+/// which counts as a part of it. Other files, and dumps of other users, are not touched.
 ///
-/// Whoever writes a dump, or sends it, holds its file, and nobody removes or sends what another one holds:
-/// any number of threads and processes may work on one directory.
+/// A process that writes a dump, or sends it, locks its file, and no other removes or sends a locked one: any
+/// number of threads and processes may work on one directory.
 class ZBASE_API CrashStore {
 public:
     /// `settings` are those of "crash_report.ini": `max_dumps`, `max_dump_megabytes`, `max_age_days`. The
@@ -58,21 +57,21 @@ public:
     CrashStore(const CrashStore&) = delete;
     CrashStore& operator=(const CrashStore&) = delete;
 
-    /// Removes the dumps that are too old, and then the oldest of those that are too many or, together, too
-    /// large. Gives how many were removed. The dump of the path `without` counts as gone already.
+    /// Deletes the dumps that are too old, and then the oldest while there are too many or, together, too
+    /// large. Returns the number deleted. The dump at the path `without` counts as deleted already.
     unsigned int Trim(const std::string& without = std::string());
 
-    /// The names of the dumps, the oldest first. A dump is as old as its last change.
+    /// The names of the dumps, oldest first. The age of a dump is that of its last change.
     std::vector<std::string> Dumps() const;
 
-    /// Whether the server of this dump is known to have it.
+    /// Whether this dump is marked as sent.
     bool IsSent(const std::string& name) const;
 
-    /// Whether there is a dump that nobody is known to have sent.
+    /// Whether there is a dump without that mark.
     bool HasUnsent() const;
 
-    /// Only one process at a time sends what was left here by itself: false if there is another one, or no
-    /// directory. Lasts until the end of the object.
+    /// Only one process at a time sends the left dumps in the background: false if there is another one, or
+    /// no directory. Lasts until the end of the object.
     bool BecomeSender();
 
 private:

@@ -9,28 +9,28 @@
 
 namespace ZBase::detail {
 
-// What crash reporting has agreed on with those outside of the process: with whoever writes
-// "crash_report.ini", with the program that sends reports, with servers, and with whoever looks into the
+// The contract of crash reporting with everything outside of the process: with the authors of
+// "crash_report.ini", with the program that sends reports, with servers, and with tools that read the
 // directory of dumps. The readers of the file, `zbase crash check`, the reports and the tables of
-// docs/crashes.md are made from what stands here.
+// docs/crashes.md are made from this file.
 
 // The settings of section "[Config]".
 
 enum class ECrashSetting {
     eChoice,  // yes or no
     eNumber,  // decimal digits, within bounds
-    eText,    // whatever stands there
-    eFiles,   // any number of keys that begin alike, each with the path of a file
+    eText,    // any text
+    eFiles,   // any number of keys with one prefix, each with the path of a file
 };
 
 /// A row of the table.
 struct CrashSetting {
-    const unsigned short* key;  // of files what their keys begin with
-    const char* meaning;        // as `zbase crash check` tells it; of a choice, what yes means
-    const char* otherwise;      // of a choice, what no means
+    const unsigned short* key;  // of files the prefix of their keys
+    const char* meaning;        // as `zbase crash check` prints it; of a choice, the meaning of yes
+    const char* otherwise;      // of a choice, the meaning of no
     const char* yes;            // of a choice the one value that means yes; null for "true" and "TRUE"
     const char* usual;          // a value for an absent key; empty for none, null if there must be one
-    const char* more;           // for the documents alone
+    const char* more;           // for the documents only
     ECrashSetting kind;
     unsigned int least;  // these three of a number
     unsigned int most;
@@ -61,7 +61,7 @@ constexpr CrashSetting CrashFiles(const unsigned short* beginning, const char* m
     return {beginning, meaning, "", nullptr, "", more, ECrashSetting::eFiles, 0, 0, 0};
 }
 
-/// A new setting is a row here, and a call of `ChoiceSetting` and its kin where it counts.
+/// A new setting is a row here, and a call of `ChoiceSetting`, `NumberSetting` or another where it is used.
 inline constexpr CrashSetting kCrashSettings[] = {
     CrashChoice("enable"_w, "true", "crash reporting is on", "crash reporting is off"),
     CrashText("ServerURL"_w, nullptr, "where reports go", "`http://` or `https://`"),
@@ -93,8 +93,8 @@ inline constexpr CrashSetting kCrashSettings[] = {
               "the signal that has all stacks written: SIGQUIT, SIGHUP, SIGUSR1 or SIGUSR2; none else"),
 };
 
-/// The row of a key of the file; null if no setting has this name. Another setting may begin as those of
-/// files do.
+/// The row of a key of the file; null if no setting has this name. Another setting may begin with the prefix
+/// of files.
 inline const CrashSetting* FindCrashSetting(const WideString& key) {
     const CrashSetting* files = nullptr;
     for (const CrashSetting& row : kCrashSettings) {
@@ -116,7 +116,7 @@ inline bool IsCrashChoiceTaken(const CrashSetting& choice, const WideString& val
     return value == WideString(yes.begin(), yes.end());
 }
 
-/// The row of a key that the code goes by. A key without a row, or of another kind, does not compile.
+/// The row of a key in the code. A key without a row, or of another kind, does not compile.
 template <LiteralText Key>
 consteval const CrashSetting& CrashRow(ECrashSetting kind) {
     for (const CrashSetting& row : kCrashSettings) {
@@ -143,7 +143,7 @@ bool HasTextSetting(const CrashConfigTable& settings) {
     return settings.contains(row.key);
 }
 
-/// Whether a choice is taken, or usually is.
+/// Whether a choice is yes, by its value or by default.
 template <LiteralText Key>
 bool ChoiceSetting(const CrashConfigTable& settings) {
     constexpr const CrashSetting& row = CrashRow<Key>(ECrashSetting::eChoice);
@@ -153,7 +153,7 @@ bool ChoiceSetting(const CrashConfigTable& settings) {
     return IsCrashChoiceTaken(row, WideString(usual.begin(), usual.end()));
 }
 
-/// A number within its bounds; else the usual one.
+/// A number within its limits; else the usual one.
 template <LiteralText Key>
 unsigned int NumberSetting(const CrashConfigTable& settings) {
     constexpr const CrashSetting& row = CrashRow<Key>(ECrashSetting::eNumber);
@@ -162,7 +162,7 @@ unsigned int NumberSetting(const CrashConfigTable& settings) {
 
 // The fields of a report.
 
-/// The file that holds the dump. Each attachment is a file too, and each crash key a field.
+/// The file field with the dump. Each attachment is a file too, and each crash key a field.
 inline constexpr char kDumpField[] = "upload_file_minidump";
 
 /// The crash key that directs reports to `ServerProdURL`.
@@ -183,7 +183,7 @@ struct ReportField {
     const char* when;
 };
 
-/// What the library adds to a report. A crash key of one of these names wins.
+/// The fields that the library adds to a report. A crash key of one of these names wins.
 inline constexpr ReportField kReportFields[] = {
     {kReasonField, "`hanging` in the report of a `CreateDump`"},
     {kDumpDirectoryField, "when the dump is not in `dump_path`"},
@@ -197,17 +197,17 @@ inline constexpr ReportField kReportFields[] = {
     {kMissingAttachmentsField, "the files that are not attached, each with the reason"},
 };
 
-// What zbase-crash-sender is asked.
+// The requests to zbase-crash-sender.
 //
 // A request is texts, each terminated by a zero, and its answer is one character:
 //
 //     "report"      server   dump       settings  ""  fields     AnswerOf the result
 //     "left dumps"  process  directory  settings  ""             "1", as soon as it is under way, or "0"
 //
-// Settings and fields are names and values, UTF-8; of several values of a field the last one counts.
+// Settings and fields are names and values, UTF-8; of several values of a field the last one is used.
 //
-// For a report the files that go along are copied first, as they are now, and once it was answered room is
-// made where the dump lies. What was left in a directory is sent in the background, for as long as the
+// For a report the attachments are copied first, with their content at that moment, and after the reply old
+// dumps in its directory are deleted. Left dumps of a directory are sent in the background, as long as the
 // process of this number lives.
 
 inline constexpr char kReportRequest[] = "report";
@@ -224,7 +224,7 @@ constexpr char AnswerOf(ReportResult result) {
     return static_cast<char>('0' + result);
 }
 
-/// What is no answer means failure.
+/// No reply means failure.
 constexpr ReportResult ResultOf(char answer) {
     return answer >= AnswerOf(RESULT_FAILED) && answer <= AnswerOf(RESULT_THROTTLED)
                ? static_cast<ReportResult>(answer - '0')
@@ -234,10 +234,10 @@ constexpr ReportResult ResultOf(char answer) {
 inline constexpr char kUnderWay = '1';
 inline constexpr char kNotUnderWay = '0';
 
-// Names in the directory of dumps, behind a GUID, and beside the dumps.
+// Names in the directory of dumps, after a GUID, and beside the dumps.
 
 using os::kDumpEnding;
-inline constexpr char kSendingEnding[] = ".sending.dmp";  // of a dump that a sender has
+inline constexpr char kSendingEnding[] = ".sending.dmp";  // of a dump that is being sent
 inline constexpr char kAttachmentsEnding[] = ".attachments";
 
 inline constexpr char kReportsOfTheDay[] = "crash-sender.count";

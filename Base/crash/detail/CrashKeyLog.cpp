@@ -25,7 +25,7 @@ std::string Fields(const CrashConfigTable& keys) {
     return fields;
 }
 
-// A reader takes the size as it finds it; what lies in front of it is complete.
+// A reader uses the size that it loads; everything before that is complete.
 std::atomic_ref<std::uint64_t> SizeOf(CrashKeysBlock& block) {
     return std::atomic_ref<std::uint64_t>(block.size);
 }
@@ -68,19 +68,19 @@ CrashKeysBlock* CrashKeyLog::BeginReading() {
     return mpPresent;
 }
 
-// Whoever counted himself in before this looks may still read what is retired. A later one finds the present.
+// A reader counted before this test may still read the retired block. A later one gets the present one.
 bool CrashKeyLog::IsRead() {
     const unsigned int process = os::CurrentProcessId();
     if (process != std::exchange(mProcess, process)) mReaders = 0;
     return mReaders != 0;
 }
 
-// With room for as much again. The pages of the block before the present one, if they will do.
+// With space for twice the size. The pages of the retired block are reused if they are large enough.
 CrashKeyLog::Pages CrashKeyLog::NewPages(std::size_t size) {
     const bool isRead = IsRead();
     if (!isRead && mRetired.capacity >= size + size / 2) return std::exchange(mRetired, Pages{});
     if (!isRead && mRetired.text != nullptr) os::ReleasePages(mRetired.text);
-    mRetired = Pages{};  // those that are read stay behind
+    mRetired = Pages{};  // pages in use are leaked
     const std::size_t capacity = 2 * size + kLeastRoom;
     auto* const text = static_cast<char*>(os::AllocatePages(capacity));
     return text == nullptr ? Pages{} : Pages{text, capacity};

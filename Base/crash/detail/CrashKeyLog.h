@@ -9,9 +9,9 @@
 
 namespace ZBase::detail {
 
-/// The crash keys where the path of a crash finds them: in pages of their own, away from the heap. A key that
-/// is set is appended, and of several values the last one counts; when there is no more room the keys are
-/// written anew, into other pages. A reader finds a whole block at any time, whoever writes.
+/// The crash keys for the crash path: in pages of their own, not on the heap. A new value is appended, and of
+/// several values the last one is used; when the block is full the keys are written anew, into other pages. A
+/// reader finds a complete block at any time, whoever writes.
 ///
 /// One thread writes at a time. When there is no memory, both throw `std::bad_alloc`, and what
 /// was there before stays.
@@ -22,17 +22,17 @@ public:
     /// Replaces all keys.
     void Write(const CrashConfigTable& keys, bool isProduction);
 
-    /// Adds a key that `keys` holds already.
+    /// Adds a key that is in `keys` already.
     void Append(const std::string& name, const std::string& value, const CrashConfigTable& keys,
                 bool isProduction);
 
-    // Those who read. No heap, no lock; each `BeginReading` is ended.
+    // For readers. No heap, no lock; each `BeginReading` needs an `EndReading`.
 
-    /// Null if nothing was ever written. What it gives stays until `EndReading`.
+    /// Null if nothing was ever written. The result is valid until `EndReading`.
     CrashKeysBlock* BeginReading();
     void EndReading() { --mReaders; }
 
-    /// The newest block, inside of a reading.
+    /// The newest block, within a reading.
     const CrashKeysBlock* Present() const { return mpPresent; }
 
 private:
@@ -48,7 +48,7 @@ private:
     Pages mRetired;  // of the one before, which may still be read
     std::atomic<CrashKeysBlock*> mpPresent = nullptr;
     std::atomic<unsigned int> mReaders = 0;
-    unsigned int mProcess = 0;  // the readers of another are not those of its child
+    unsigned int mProcess = 0;  // a forked child does not count its parent's readers
 };
 
 }  // namespace ZBase::detail

@@ -9,12 +9,12 @@ namespace ZBase::detail {
 inline constexpr std::size_t kCrashNoteWords = 8192;
 inline constexpr std::size_t kMostNoteOctets = 4096;
 
-/// The crash notes as every dump holds them: a ring of records. A record begins at a word that tells the
-/// record's place, counted in words from the first note on, and behind it the length of its text in octets in
-/// the low 16 bits. The second word is a checksum, and the text follows.
+/// The crash notes in every dump: a ring of records. A record begins with a word that contains the record's
+/// position, counted in words from the first note on, above the length of its text in octets in the low 16
+/// bits. The second word is a checksum, and the text follows.
 ///
-/// Whoever writes claims his place by raising `end`. One who is interrupted may find it claimed anew when he
-/// goes on, and damage the record that lies there then: the checksum shows it.
+/// A writer claims its position by raising `end`. If it is interrupted the ring may wrap meanwhile, and it
+/// overwrites another record when it continues: the checksum detects that.
 struct CrashNotesBlock {
     char magic[16];
     std::uint64_t size;              // octets of the ring

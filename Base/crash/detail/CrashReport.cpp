@@ -31,7 +31,7 @@ namespace {
 constexpr unsigned int kUploadSeconds = 60;
 constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
 
-// What stood there before stays: it may be in use.
+// The old text is leaked: it may be in use.
 void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
     const PreparedText* const present = place;
     if (present != nullptr && text == std::string_view(present->Start(), present->length)) return;
@@ -42,12 +42,12 @@ void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {
     place = pages;
 }
 
-// With its end.
+// With its terminator.
 std::string Server(const WideString& address) {
     return ReportText(address) + '\0';
 }
 
-// A relative path of an attachment is meant from the present directory on.
+// A relative path of an attachment starts at the current directory.
 std::string PreparedSetting(const WideString& name, const WideString& value) {
     std::string text = ReportText(value);
     if (!IsAttachment(name) || text.empty()) return text;
@@ -56,7 +56,7 @@ std::string PreparedSetting(const WideString& name, const WideString& value) {
     return failed ? text : absolute;
 }
 
-// Names and values, and an empty text behind them.
+// Names and values, followed by an empty text.
 std::string Settings() {
     std::string texts;
     std::size_t size = 1;

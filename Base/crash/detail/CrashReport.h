@@ -5,25 +5,24 @@
 
 namespace ZBase::detail {
 
-/// Puts the crash keys and the addresses of the servers where the path of a crash finds them: in pages of
-/// their own, away from the heap. When there is no memory, what was prepared before stays.
+/// Stores the crash keys and the addresses of the servers for the crash path: in pages of their own, not on
+/// the heap. Without memory the old ones stay.
 void PrepareCrashReport();
 
-/// The same for one key that has been set since, by its `ReportName`. Both are called by one thread at a
-/// time.
+/// The same for one key that was set since, by its `ReportName`. Both are called by one thread at a time.
 void PrepareCrashKey(const std::string& name, const std::string& value);
 
-/// Has the sender's process send what was left in this directory, in the background. Waits until that is on
-/// its way.
+/// Starts the sender's process for the left dumps of this directory, in the background. Waits until it has
+/// started.
 void SendLeftDumps(const std::string& directory);
 
 // These run on the crashed thread's alternate stack. No heap, no lock.
 
-/// Gives what a dump holds for its report: the crash keys that were prepared, marked as those of a hanging
-/// process if it is on demand, the last words of the calling thread if not, and the notes.
+/// Returns the dump's part of the report: the prepared crash keys, marked as those of a hanging process if it
+/// is on demand, the last words of the calling thread if not, and the notes.
 os::DumpContent BeginReport(os::EDumpCause cause);
 
-/// What `BeginReport` gave is read no more.
+/// Ends the use of `BeginReport`'s result.
 void EndReport();
 
 /// Sends a dump with the crash keys, by the sender's process.

@@ -54,7 +54,7 @@ static_assert(std::is_trivially_destructible_v<CrashState>);
 /// Load.cpp defines it.
 extern CrashState gCrash;
 
-/// What the unload begins with.
+/// The first step of the unload.
 void ReleaseCrashHandler();
 
 }  // namespace ZBase

@@ -37,7 +37,7 @@ std::string TextOf(const std::exception_ptr& exception) {
     }
 }
 
-// Of an exception, and of those that are nested in it, a line or tree each.
+// The text of an exception, and of those nested in it, a line or tree each.
 std::string TextOfAll(NestedExceptions exception) {
     std::string text = TextOf(exception.Present());
     for (exception.Step(); exception.Present() != nullptr; exception.Step())
@@ -82,7 +82,7 @@ ThreadWords* WordsOf(unsigned long thread) {
     return found == std::end(gCrash.words) ? nullptr : found;
 }
 
-// Of a thread that comes a second time, out of what is done here, nothing more is said.
+// A thread that enters a second time, from the code below, adds nothing.
 [[noreturn]] void HandleTerminate() {
     const unsigned long thread = os::CurrentThreadId();
     if (WordsOf(thread) == nullptr) {

@@ -1,5 +1,5 @@
-// What stands in for the crash handler in a library that is built without crash reporting: every process goes
-// on as one whose configuration is incomplete, but for the stacks of one that hangs: they need no dumps.
+// The crash handler of a library that is built without crash reporting: it behaves as with an incomplete
+// configuration, except that stacks of a hanging process work: they need no dumps.
 
 #include <Base/crash/CrashHandler.h>
 #include <Base/crash/detail/CrashContract.h>
@@ -13,7 +13,7 @@ namespace ZBase {
 
 namespace {
 
-// One unit per octet, whatever the locale.
+// One unit per octet, in every locale.
 WideString WidenAscii(const char* text) {
     WideString wide;
     for (; *text != 0; ++text) {
@@ -25,7 +25,7 @@ WideString WidenAscii(const char* text) {
 
 }  // namespace
 
-// What is read is in force all the same.
+// The configuration is in force all the same.
 bool InstallCrashHandler() {
     gCrash.tables->configPath = FindCrashConfig().c_str();
     ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys);

@@ -10,14 +10,14 @@ namespace {
 
 constexpr unsigned int kMostRepetitions = 1000;
 
-// Of the calling thread; reachable without the allocation that a first touch of thread-local data makes.
+// Of the calling thread; in the static TLS block, so that access allocates nothing.
 struct LastFault {
     std::uint64_t state;  // of its registers and of the address
     unsigned int repetitions;
 };
 [[gnu::tls_model("initial-exec")]] thread_local constinit LastFault tLast{};
 
-// A handler may deal with a fault by memory alone. But when nothing at all has moved, nothing was dealt with.
+// A handler may fix a fault by memory alone. But if no register changes, nothing was fixed.
 bool HappensAgain(const siginfo_t& information, const ucontext_t& context) {
     std::uint64_t state = reinterpret_cast<std::uint64_t>(information.si_addr);
     for (const greg_t value : context.uc_mcontext.gregs)

@@ -1,14 +1,14 @@
-// The path of a crash. The thread that crashed is in a signal handler; any lock may be held, the heap may be
-// broken, its stack may be used up. So all that is needed is set aside while the handler is made:
+// The path of a crash. The crashed thread is in a signal handler; any lock may be held, the heap may be
+// corrupt, its stack may be exhausted. So all that is needed is allocated when the handler is created:
 //
-//  - an alternate stack for the thread, with a guard page;
-//  - address space and descriptors, which are let go first of all, since the process may have none left;
-//  - the names of directories, and what a report is made of.
+// - an alternate stack for the thread, with a guard page;
+// - address space and descriptors, which are released first, since the process may have none left;
+// - the names of directories, and the parts of a report.
 //
 // The signal handlers are our own. Breakpad's would restore those of the host when a second thread crashes,
-// which ends the process before the first one's report is out, and take a lock that a child of a fork finds
-// held. The process ends in the handler, by the signal of its crash: on return the fault might not happen
-// again, or another thread's signal come first.
+// which ends the process before the first one's report is out, and take a lock that a forked child finds
+// held. The process ends in the handler, by the signal of its crash: after a return the fault might not
+// recur, or another thread's signal come first.
 
 #include <Base/platform/os/CrashDumps.h>
 #include <Base/platform/os/linux/crash/CrashChain.h>
@@ -85,8 +85,8 @@ void RestoreHandlers() {
     if (!IsGuest()) gEquipment.isInstalled = false;
 }
 
-// Some host saves and restores handlers by `signal`, and then the other arguments are missing. The signal
-// comes again when its handler returns.
+// Some hosts save and restore handlers by `signal`, which drops SA_SIGINFO, so the other arguments are
+// missing. The signal is sent again and arrives when its handler returns.
 bool HasLostItsFlags(int signal) {
     struct sigaction present {};
     if (sigaction(signal, nullptr, &present) != 0 || present.sa_sigaction != HandleCrash) return false;
@@ -101,18 +101,17 @@ void SendAgain(int signal, siginfo_t* information) {
         syscall(SYS_tgkill, getpid(), gettid(), signal);
 }
 
-// No core of a process whose crash has been dealt with, not even into a pipe.
+// No core of a process whose crash was handled, not even into a pipe.
 void ForbidCore() {
     if (!IsGuest()) {
         prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
         return;
     }
-    const rlimit tooSmall{1,
-                          1};  // that a process may not be looked at holds for its memory, which is another's
+    const rlimit tooSmall{1, 1};  // PR_SET_DUMPABLE belongs to the memory, which is shared
     setrlimit(RLIMIT_CORE, &tooSmall);
 }
 
-// Returns only in a process that no signal ends, the first one of a system or of a container.
+// Returns only in a process that signals can't end, PID 1 of a system or a container.
 void EndBySignal(int signal, siginfo_t* information) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
@@ -123,17 +122,17 @@ void EndBySignal(int signal, siginfo_t* information) {
     sigaddset(&mine, signal);
     pthread_sigmask(SIG_UNBLOCK, &mine, nullptr);
     const bool happensAgain = information->si_code > 0 && signal != SIGTRAP;
-    if (!happensAgain && signal != SIGABRT) _exit(128 + signal);  // as a shell would tell it
+    if (!happensAgain && signal != SIGABRT) _exit(128 + signal);  // the status that a shell shows
 }
 
-// To whoever was there before, or to the system.
+// To the previous handler, or to the system.
 void PassOn(int signal, siginfo_t* information) {
     RestoreHandlers();
-    // A fault happens again on return. What was sent does not, nor a trap, which is behind its instruction.
+    // A fault recurs on return. A signal that was sent does not, nor a trap, which is after its instruction.
     if (information->si_code <= 0 || signal == SIGABRT || signal == SIGTRAP) SendAgain(signal, information);
 }
 
-// Runs on the crashed thread, on its alternate stack where it has one, with all signals blocked. No heap, no
+// Runs on the crashed thread, on its alternate stack if it has one, with all signals blocked. No heap, no
 // lock.
 void HandleCrash(int signal, siginfo_t* information, void* context) {
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
@@ -156,7 +155,7 @@ void HandleCrash(int signal, siginfo_t* information, void* context) {
     EndBySignal(signal, information);
 }
 
-// The system ends a process at once that faults with the signal blocked. Threads inherit what is blocked.
+// The kernel ends a process at once if it faults with the signal blocked. Threads inherit the signal mask.
 void UnblockFaults() {
     sigset_t faults;
     sigemptyset(&faults);
@@ -164,7 +163,7 @@ void UnblockFaults() {
     pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
 }
 
-// An end by another thread must not come before that of the crash.
+// `exit` in another thread must not end the process before the crash does.
 void AwaitCrashAtQuickExit() {
     WaitForCrash();
 }
@@ -226,7 +225,7 @@ void MarkDumpSent(const char* path) {
     struct stat before {};
     const int file = open(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) return;
-    // Half a mark would say nothing.
+    // A partial mark is removed.
     if (fstat(file, &before) == 0 && write(file, kSentMark, kSize) != static_cast<ssize_t>(kSize))
         while (ftruncate(file, before.st_size) != 0 && errno == EINTR) {
         }

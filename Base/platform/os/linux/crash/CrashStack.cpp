@@ -10,7 +10,7 @@ namespace ZBase::os {
 namespace {
 
 constexpr std::size_t kCrashStackSize = 65536;
-constexpr std::size_t kSmallestCrashStack = 16384;  // a crash takes 4 KiB and the state that the kernel saves
+constexpr std::size_t kSmallestCrashStack = 16384;  // a crash takes 4 KiB and the kernel's register state
 
 }  // namespace
 
@@ -34,7 +34,7 @@ bool CrashStack::Install() {
     return true;
 }
 
-// From another thread than the one that has it, it can't be taken away.
+// Only its own thread can remove it.
 void CrashStack::Remove() {
     stack_t present{};
     if (mpPages == nullptr || sigaltstack(nullptr, &present) != 0 || present.ss_sp != mStack.ss_sp) return;

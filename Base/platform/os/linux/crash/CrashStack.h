@@ -4,8 +4,8 @@
 
 namespace ZBase::os {
 
-/// The alternate signal stack of one thread: 64 KiB below which a guard page lies. A thread that has one of
-/// at least 16 KiB keeps that.
+/// The alternate signal stack of one thread: 64 KiB above a guard page. A thread that has one of at least 16
+/// KiB keeps that.
 class CrashStack {
 public:
     CrashStack() = default;

@@ -15,7 +15,7 @@ namespace ZBase::os {
 struct CrashTurns {
     std::atomic<pid_t> process;  // whose memory this is
     std::atomic<pid_t> crash;    // the thread that crashed
-    std::atomic<bool> isLeft;    // its crash is left to others
+    std::atomic<bool> isLeft;    // its crash is left to other handlers
     std::atomic<pid_t> guestCrash;
     std::atomic<pid_t> dump;  // the thread whose dump is being written
 };
@@ -33,7 +33,7 @@ void Pause(int milliseconds) {
     nanosleep(&pause, nullptr);
 }
 
-// Threads, those of guests included, have ids as processes have.
+// Threads, those of guests included, share the id space of processes.
 bool IsGone(pid_t thread) {
     return kill(thread, 0) != 0 && errno == ESRCH;
 }
@@ -93,7 +93,7 @@ void WaitForCrash() {
     if (!IsCrashing() || gEquipment.turns->crash == gettid()) return;
     for (int waited = 0; waited < kCrashMilliseconds && IsCrashing(); waited += kPauseMilliseconds)
         Pause(kPauseMilliseconds);
-    // Whoever it is left to ends the process, in most cases.
+    // The handler that it is left to usually ends the process.
     Pause(kPassedOnMilliseconds);
 }
 

@@ -2,12 +2,12 @@
 
 #include <sys/types.h>
 
-// Who may do what while a process crashes: of the threads that crash one is dealt with, and of the dumps one
-// is written at a time. All of it is forgotten in the child of a fork, which may crash, or dump itself, in
-// its own right.
+// Mutual exclusion while a process crashes: only one of several crashing threads is handled, and only one
+// dump is written at a time. The state is reset in a forked child, which may crash, or dump itself, on its
+// own.
 //
-// A child of vfork is a guest: another process in this memory. Its crash is its own, and nothing of it may
-// stay behind.
+// A child of vfork is a guest: another process in this memory. Its crash is its own, and must leave nothing
+// in that memory.
 //
 // All but `PrepareCrashTurns` runs on the crashed thread. No heap, no lock.
 
@@ -19,21 +19,21 @@ bool PrepareCrashTurns();
 /// Whether the calling process is a guest.
 bool IsGuest();
 
-/// Claims the crash of the process, or of a guest, for the calling thread. False if it is another's; for a
+/// Claims the crash of the process, or of a guest, for the calling thread. False if another has it; for a
 /// guest after a bounded wait.
 bool TakeCrash();
 
-/// The crash was not the end of the process.
+/// The crash did not end the process.
 void LeaveCrash();
 
-/// Waits, for a bounded time, while the crash of another thread is dealt with. It ends the process, or is
-/// left to someone who may not.
+/// Waits, for a bounded time, while the crash of another thread is handled. That ends the process, or is left
+/// to a handler that may not.
 void WaitForCrash();
 
-/// Whether the crash of some thread is being dealt with.
+/// Whether the crash of some thread is being handled.
 bool IsCrashing();
 
-/// Claims the writing of a dump, after a bounded wait; false if another one goes on all the same.
+/// Claims the writing of a dump, after a bounded wait; false if another one is still being written.
 bool TakeDump();
 void LeaveDump();
 

@@ -1,5 +1,5 @@
-// The name of a file is made in the crash, without the heap: a name that was made earlier would be taken by
-// an earlier dump, or by the child of a fork.
+// The name of a file is made in the crash, without the heap: a name made earlier would be in use by an
+// earlier dump, or by a forked child.
 
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/linux/crash/CrashTurns.h>
@@ -24,7 +24,7 @@ namespace {
 
 using google_breakpad::MinidumpDescriptor;
 
-constexpr char kNothing[kDumpMemories][8] = {};  // what a dump holds for a user that has nothing
+constexpr char kNothing[kDumpMemories][8] = {};  // memory of a dump for a user without any
 
 // "/" and a random GUID and the ending. Runs on the crashed thread. No heap, no lock.
 bool MakeName(char* name) {
@@ -42,7 +42,7 @@ bool MakeName(char* name) {
     return true;
 }
 
-/// Keeps the handlers of other signals from the calling thread, and from the process that it clones.
+/// Blocks other signals in the calling thread, and so in the process that it clones.
 class SignalsHeldBack {
 public:
     SignalsHeldBack() {
@@ -71,7 +71,7 @@ DumpWriter::DumpWriter(const std::string& directory, DumpUser user, bool onDeman
     std::memcpy(mTemporary, temporary.c_str(), temporary.size() + 1);
     mPath[0] = 0;
     mElsewhere[0] = 0;
-    // Each is known by its address.
+    // Each is identified by its address.
     for (const auto& nothing : kNothing)
         mHandler.RegisterAppMemory(const_cast<char*>(nothing), sizeof nothing);
 }
@@ -89,7 +89,8 @@ bool DumpWriter::WriteNow() {
     {
         const SignalsHeldBack heldBack;
         if (!TakeDump()) return false;
-        // Who crashes from here on waits; who has crashed before has the threads for himself.
+        // Threads that crash from here on wait; one that has crashed before has priority over a dump on
+        // demand.
         if (IsCrashing()) {
             LeaveDump();
             return false;
@@ -102,15 +103,15 @@ bool DumpWriter::WriteNow() {
     return EndDump(written);
 }
 
-// The file is held until the user is done with it.
+// The file is locked until the user is done with it.
 bool DumpWriter::EndDump(bool written) {
     const bool answer = mUser.end({mPath, written, mOnDemand, mElsewhere[0] == 0 ? nullptr : mElsewhere});
     CloseFile();
     return answer;
 }
 
-// Writes into the directory, or into the temporary one if nothing can be written there. Runs on the crashed
-// thread. No heap, no lock.
+// Writes into the directory, or into the temporary one if that is not writable. Runs on the crashed thread.
+// No heap, no lock.
 template <class Write>
 bool DumpWriter::Dump(EDumpCause cause, Write write) {
     const DumpContent content = mUser.begin(cause);
@@ -126,7 +127,7 @@ bool DumpWriter::Dump(EDumpCause cause, Write write) {
         if (!DropIfEmpty(written) || google_breakpad::DumpLimit::IsHalfOver()) return written;
         SayWhere(mTemporary, mDirectory, "nothing can be written there");
     } else {
-        if (errno == ENOTDIR) return false;  // never was a place for dumps
+        if (errno == ENOTDIR) return false;  // not a directory
         SayWhere(mTemporary, mDirectory, strerrordesc_np(errno));
     }
     if (!OpenFile(mTemporary)) return false;
@@ -135,7 +136,7 @@ bool DumpWriter::Dump(EDumpCause cause, Write write) {
     return written;
 }
 
-// Makes the directory again if it has gone.
+// Makes the directory again if it was deleted.
 bool DumpWriter::OpenInDirectory() {
     if (OpenFile(mDirectory)) return true;
     const int error = errno;
@@ -151,7 +152,7 @@ bool DumpWriter::OpenFile(const char* directory) {
     if (!MakeName(stpcpy(mPath, directory))) return false;
     mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (mFile < 0) return false;
-    flock(mFile, LOCK_EX | LOCK_NB);  // nobody sends it or makes room meanwhile
+    flock(mFile, LOCK_EX | LOCK_NB);  // it is neither sent nor deleted meanwhile
     MinidumpDescriptor descriptor(mFile);
     descriptor.set_size_limit(mMostOctets);
     descriptor.set_sanitize_stacks(false);
@@ -159,7 +160,7 @@ bool DumpWriter::OpenFile(const char* directory) {
     return true;
 }
 
-// A file to which nothing could be written goes; true for such a one.
+// Deletes a file to which nothing could be written; true for such a one.
 bool DumpWriter::DropIfEmpty(bool written) {
     struct stat file {};
     const bool isEmpty = !written && fstat(mFile, &file) == 0 && (file.st_size == 0 || file.st_blocks == 0);
@@ -170,7 +171,7 @@ bool DumpWriter::DropIfEmpty(bool written) {
 
 void DumpWriter::CloseFile() {
     if (mFile < 0) return;
-    flock(mFile, LOCK_UN);  // the child of a fork may have the file open too
+    flock(mFile, LOCK_UN);  // a forked child may have the file open too
     close(mFile);
     mFile = -1;
 }

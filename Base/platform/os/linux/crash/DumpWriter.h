@@ -10,18 +10,18 @@
 
 namespace ZBase::os {
 
-/// Writes dumps of this process with one of Breakpad's handlers. Breakpad clones a process that looks at this
+/// Writes dumps of this process with one of Breakpad's handlers. Breakpad clones a process that reads this
 /// one; the threads are stopped meanwhile.
 class DumpWriter {
 public:
-    /// `directory` is absolute and leaves room for a name. A dump takes at most `megabytes`.
+    /// `directory` is absolute and short enough for a file name after it. A dump takes at most `megabytes`.
     DumpWriter(const std::string& directory, DumpUser user, bool onDemand, unsigned int megabytes);
 
-    /// Dumps the crash that a signal handler was called for. Gives what the user answers.
-    /// Runs on the crashed thread. No heap, no lock.
+    /// Dumps the crash that a signal handler was called for. Returns the user's result. Runs on the crashed
+    /// thread. No heap, no lock.
     bool WriteCrash(int signal, siginfo_t* information, void* context);
 
-    /// Dumps the process where the caller stands. Gives what the user answers, false if there is no dump.
+    /// Dumps the process at the caller's position. Returns the user's result, false if there is no dump.
     bool WriteNow();
 
 private:
@@ -41,7 +41,7 @@ private:
     char mDirectory[PATH_MAX];
     char mTemporary[PATH_MAX];  // another directory
     char mPath[PATH_MAX];
-    char mElsewhere[3 * PATH_MAX];  // empty while the dump lies in its directory
+    char mElsewhere[3 * PATH_MAX];  // empty while the dump is in its directory
     google_breakpad::ExceptionHandler mHandler;
 };
 

@@ -11,8 +11,8 @@ namespace {
 
 constexpr long kSeconds = 3;
 
-/// libcurl, as far as it is needed, opened as Breakpad opens it to post: no program that loads the library
-/// needs it.
+/// The used part of libcurl, opened as Breakpad opens it to post: programs that load the library don't need
+/// it.
 struct Curl {
     Curl() {
         for (const char* name : {"libcurl.so", "libcurl.so.4", "libcurl-gnutls.so.4"}) {
@@ -54,14 +54,14 @@ std::string_view Trimmed(std::string_view text) {
     return text.substr(start, text.find_last_not_of(kBlanks) - start + 1);
 }
 
-// A weight of zero is a no.
+// A weight of zero means no.
 bool IsYes(std::string_view parameters) {
     const std::size_t at = parameters.find("q=");
     return at == std::string_view::npos ||
            parameters.substr(at + 2).find_first_of("123456789") != std::string_view::npos;
 }
 
-// A line of the head, in small letters. Later lines may go on where earlier ones ended.
+// A line of the head, in lower case. Later lines may continue earlier ones.
 bool NamesGzip(std::string_view line) {
     constexpr std::string_view kName = "accept-encoding:";
     if (!line.starts_with(kName)) return false;
@@ -80,7 +80,7 @@ bool NamesGzip(std::string_view line) {
 std::size_t TakeHeader(char* octets, std::size_t size, std::size_t count, void* takesGzip) {
     std::string line(octets, size * count);
     for (char& octet : line) octet = Lower(octet);
-    if (line.starts_with("http/"))  // what was said so far came from a proxy, or before the answer
+    if (line.starts_with("http/"))  // what came before is a proxy's, or an interim response
         *static_cast<bool*>(takesGzip) = false;
     else if (NamesGzip(line))
         *static_cast<bool*>(takesGzip) = true;

@@ -1,5 +1,5 @@
-// Reports are compressed by the process that sends them. zlib is opened when it is needed, as libcurl is: no
-// program that loads the library needs either.
+// Reports are compressed by the process that sends them. zlib is opened when needed, as is libcurl: programs
+// that load the library need neither.
 
 #include <Base/platform/os/linux/crash/upload/CompressedForm.h>
 
@@ -16,11 +16,11 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 16;
 constexpr std::size_t kLargest = std::size_t{128} << 20;
-constexpr int kFast = 1;        // the network is slower than the level that packs best
-constexpr int kGzip = 15 + 16;  // the largest window, in gzip's frame
+constexpr int kFast = 1;        // the network is slower than the best level
+constexpr int kGzip = 15 + 16;  // the largest window, with a gzip header
 constexpr int kUsualMemory = 8;
 
-/// zlib, as far as it is needed.
+/// The used part of zlib.
 struct Zlib {
     Zlib() : library(dlopen("libz.so.1", RTLD_NOW | RTLD_LOCAL)) {
         if (library == nullptr) return;
@@ -62,7 +62,7 @@ public:
 
 private:
     bool Pack(std::string_view piece, int flush) {
-        // zlib does not write there, its interface is only older than the word.
+        // zlib does not write there; its interface is older than `const`.
         mStream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(piece.data()));
         mStream.avail_in = static_cast<uInt>(piece.size());
         do {
@@ -96,7 +96,7 @@ std::string NewBoundary() {
     return boundary;
 }
 
-// Within quotes, as browsers write it.
+// Within quotes, as in browsers.
 std::string Quoted(std::string_view text) {
     std::string quoted = "\"";
     for (const char octet : text) {

@@ -7,13 +7,13 @@
 
 namespace ZBase::os {
 
-/// The body of a multipart form, as gzip packs it.
+/// The body of a multipart form, compressed by gzip.
 struct CompressedForm {
     std::string boundary;  // between its parts
     std::string octets;
 };
 
-/// Nothing if a file can't be read, there is no zlib, or the form stays larger than 128 MiB.
+/// Empty if a file can't be read, there is no zlib, or the form stays larger than 128 MiB.
 std::optional<CompressedForm> CompressForm(const UploadFields& parameters, const UploadFields& files);
 
 }  // namespace ZBase::os

@@ -1,5 +1,5 @@
-// What the sender of a report needs is set aside while the handler is made, since the process that starts it
-// may have no heap any more.
+// The data of the sender is allocated when the handler is created, since the process that starts it may have
+// no heap any more.
 
 #include <Base/platform/os/Environment.h>
 #include <Base/platform/os/ReportSender.h>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kSender[] = "zbase-crash-sender";
 
-// What directs an upload, or is needed to load the sender.
+// The variables of an upload, and those needed to load the sender.
 constexpr const char* kVariables[] = {"http_proxy",    "https_proxy",  "HTTPS_PROXY",     "all_proxy",
                                       "ALL_PROXY",     "no_proxy",     "NO_PROXY",        "CURL_CA_BUNDLE",
                                       "SSL_CERT_FILE", "SSL_CERT_DIR", "LD_LIBRARY_PATH", "PATH",

@@ -16,7 +16,7 @@ using google_breakpad::HTTPUpload;
 
 constexpr std::uintmax_t kWorthAQuestion = std::uintmax_t{1} << 20;
 
-// libcurl takes the proxy from the environment by itself, the certificates only its command does.
+// libcurl takes the proxy from the environment, but only its command takes the certificates.
 std::string CertificateFile() {
     for (const char* name : {"CURL_CA_BUNDLE", "SSL_CERT_FILE"}) {
         const char* file = GetNarrowEnvironment(name);
@@ -25,7 +25,7 @@ std::string CertificateFile() {
     return "";
 }
 
-// A file that can't be seen counts for nothing here: to post it fails.
+// An unreadable file counts as empty here: posting it fails.
 std::uintmax_t SizeOf(const UploadFields& files) {
     std::uintmax_t size = 0;
     for (const auto& [name, path] : files) {
@@ -36,7 +36,7 @@ std::uintmax_t SizeOf(const UploadFields& files) {
     return size;
 }
 
-// Of the form with this body, or of `parameters` and `files`.
+// Posts the form with this body, or of `parameters` and `files`.
 long Post(const std::string& url, const UploadFields& parameters, const UploadFields& files,
           std::string* answer, const HTTPUpload::Body* body) {
     long status = 0;
@@ -61,7 +61,7 @@ long PostForm(const std::string& url, const UploadFields& parameters, const Uplo
               std::string* answer) {
     if (const auto body = Compress(url, parameters, files)) {
         const long status = Post(url, parameters, files, answer, &*body);
-        // A refusal may be one of the compression, whatever the server said before.
+        // A rejection may be one of the compression, whatever the server replied before.
         if (status < 400 || status >= 500) return status;
         if (answer != nullptr) answer->clear();
     }
