@@ -8,7 +8,7 @@
 
 namespace fuzz {
 
-/// Ends the fuzzer, which then keeps the input.
+/// Ends the fuzzer, which keeps the input.
 inline void Check(bool holds, const char* what) {
     if (holds) return;
     std::fprintf(stderr, "%s\n", what);

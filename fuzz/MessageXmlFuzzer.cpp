@@ -1,5 +1,5 @@
-// The input is read as a document, in pieces of a size that its first byte gives. What was taken is a
-// well-formed message that writes, and comes back from the writing as it was.
+// The input is read as a document, in pieces of a size given by its first byte. An accepted one is a
+// well-formed message that writes, and reads back as the same.
 
 #include <Base/messages/MessageXml.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 using ZBase::Message;
 
-// Small, so that the fuzzer meets them.
+// Small, so that the fuzzer reaches them.
 constexpr ZLiteXML::ReaderBounds kBounds{.depth = 60, .size = 4000};
 
 bool Read(const char* bytes, std::size_t size, std::size_t piece, Message& message,

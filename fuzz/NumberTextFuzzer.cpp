@@ -26,7 +26,7 @@ void CheckDecimal(const std::string& text, const Units& wide) {
     fuzz::Check(ZBase::DecimalToInt(wide.c_str()) == cut, "DecimalToInt, wide");
 }
 
-// What `strtoull` gives, in 32 bits: a magnitude beyond them saturates, a smaller one is negated within them.
+// The result of `strtoull` in 32 bits: a larger magnitude saturates, a smaller one is negated within them.
 std::string ExpectedHex(const std::string& text, bool lenient, unsigned int& value) {
     char* end = nullptr;
     const unsigned long long wide = std::strtoull(text.c_str(), &end, 16);

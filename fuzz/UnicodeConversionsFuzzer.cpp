@@ -1,5 +1,5 @@
 // The input is decoded as UTF-8 and encoded as wide text, in both modes and by every kind of kernel that the
-// processor can run, beside the slow model of the tests.
+// processor can run, and compared with the slow model of the tests.
 
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/TextKernels.h>
@@ -46,7 +46,7 @@ void CheckEncodings(const Units& units) {
         const Outcome<std::string> expected = test::SlowWideToUtf8(units, replace);
         CheckEncoding(expected, [&] { return ZBase::WideCharToUTF8(units.c_str(), replace); });
         if (units.empty()) continue;
-        // The same units with nothing behind them.
+        // The same units at the end of the text.
         const std::vector<unsigned short> bare(units.begin(), units.end());
         const auto length = static_cast<unsigned int>(bare.size());
         CheckEncoding(expected,

@@ -1,5 +1,5 @@
-// Runs an empty program with and without the library in turn, and prints the medians of how long each takes
-// and how much memory each has resident at its peak.
+// Runs an empty program with and without the library in turn, and prints the medians of their times and of
+// their peak resident memory.
 
 #include <spawn.h>
 #include <sys/resource.h>

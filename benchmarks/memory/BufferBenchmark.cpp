@@ -1,6 +1,6 @@
-// The region allocators beside their peers, in one process and one run. Every piece is written to once, as a
-// caller would. The memory of most rows is warm: the heap keeps what it got back; the rows called "fresh" pay
-// for their page faults. `table.py` turns the result into ratios.
+// The region allocators compared with their peers, in one process and one run. Every piece is written once,
+// as a caller would. The memory of most rows is warm: the heap keeps freed blocks; the rows called "fresh"
+// include their page faults. `table.py` turns the result into ratios.
 
 #include <Base/ZBase.h>
 
@@ -32,7 +32,7 @@ namespace {
 constexpr std::size_t kPieces = 1'000'000;
 constexpr std::size_t kBlock = 4096;
 
-// 8 to 64 bytes, the same for everybody.
+// 8 to 64 bytes, the same for all.
 const std::vector<std::uint32_t>& Sizes() {
     static const std::vector<std::uint32_t> sizes = [] {
         std::mt19937 random(1);
@@ -51,7 +51,7 @@ void Touch(void* piece) {
     *static_cast<volatile std::uint64_t*>(piece) = 1;
 }
 
-// Enough for all pieces; touched before anybody measures.
+// Enough for all pieces; touched before the measurement.
 char* WarmMemory() {
     static char* const memory = [] {
         constexpr std::size_t size = kPieces * 72;
@@ -60,7 +60,7 @@ char* WarmMemory() {
     return memory;
 }
 
-// The peers: each is made for one region, gives pieces, and drops them all when it goes.
+// The peers: each is made for one region, allocates pieces, and frees them all at its end.
 
 class SingleThread {
 public:
@@ -86,18 +86,17 @@ private:
     ZBase::Buffer* mpBuffer;
 };
 
-// Through its interface, as the buffers are.
+// Through its interface, like the buffers.
 class Monotonic {
 public:
     void* Allocate(std::size_t size) { return mpResource->allocate(size, 8); }
 
 private:
     std::pmr::monotonic_buffer_resource mResource{kBlock};
-    std::pmr::memory_resource* volatile mpResource =
-        &mResource;  // so that the compiler does not see through it
+    std::pmr::memory_resource* volatile mpResource = &mResource;  // so that the compiler can't devirtualise
 };
 
-// Made on the heap, as the buffers are.
+// Allocated on the heap, like the buffers.
 class MonotonicOnHeap {
 public:
     void* Allocate(std::size_t size) { return mpMonotonic->Allocate(size); }
@@ -152,7 +151,7 @@ private:
     alignas(64) std::atomic<char*> mNext;
 };
 
-// What no lock-free region can beat: a block of the heap, and a compare-and-swap for each piece.
+// The lower bound of a lock-free region: a heap block, and a compare-and-swap for each piece.
 class CasBumpOnHeap {
 public:
     void* Allocate(std::size_t size) { return mBump.Allocate(size); }
@@ -185,7 +184,7 @@ public:
     Malloc() : FreeingOneByOne(std::malloc, std::free) {}
 };
 
-// Opened privately: linked, it would take the place of malloc for everybody.
+// Opened by dlopen: linked, it would replace malloc in the whole process.
 class Mimalloc : public FreeingOneByOne {
 public:
     Mimalloc() : FreeingOneByOne(Find<void*(std::size_t)>("mi_malloc"), Find<void(void*)>("mi_free")) {}
@@ -201,7 +200,7 @@ private:
 
 enum class Memory { kWarm, kFresh };
 
-// What the heap gets back it keeps, or, of larger blocks, gives straight back to the system.
+// The heap keeps freed blocks, or returns larger ones to the system at once.
 void SetHeap(Memory memory) {
     mallopt(M_MMAP_THRESHOLD, memory == Memory::kWarm ? 32 << 20 : 128 << 10);
     mallopt(M_TRIM_THRESHOLD, memory == Memory::kWarm ? 1 << 30 : 128 << 10);
@@ -220,7 +219,7 @@ void Pieces(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kPieces));
 }
 
-// All pieces from several threads into one allocator; from the moment when they are let go to the last end.
+// All pieces from several threads into one allocator; from their start to the last end.
 template <class Allocator>
 void Together(benchmark::State& state) {
     const auto threads = static_cast<std::size_t>(state.range(0));
@@ -247,7 +246,7 @@ void Together(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kPieces));
 }
 
-// A whole region, made and dropped.
+// A whole region, made and freed.
 template <class Allocator>
 void Region(benchmark::State& state) {
     const auto pieces = static_cast<std::size_t>(state.range(0));
@@ -258,7 +257,7 @@ void Region(benchmark::State& state) {
     }
 }
 
-// Bytes held for each byte asked for, with 10 MB of pieces; no time.
+// Bytes held for each byte allocated, with 10 MB of pieces; no time.
 template <class Allocator>
 void Held(benchmark::State& state) {
     for (auto _ : state) {
@@ -303,12 +302,12 @@ BENCHMARK(Held<LockFree>)->Name("held/lock_free")->Iterations(1);
 }  // namespace
 
 int main(int count, char** arguments) {
-    // A second thread is there all the time, as in a server: the heap is faster in a process that never had
+    // A second thread exists all the time, as in a server: the heap is faster in a process that never had
     // one.
     const std::jthread other([](const std::stop_token& stop) {
         while (!stop.stop_requested()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     });
-    mallopt(M_ARENA_MAX, 1);  // so that what one thread gave back another finds warm
+    mallopt(M_ARENA_MAX, 1);  // so that memory freed by one thread is warm for another
     SetHeap(Memory::kWarm);
     WarmMemory();
     benchmark::Initialize(&count, arguments);

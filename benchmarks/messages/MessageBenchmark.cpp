@@ -1,5 +1,5 @@
-// A record of an error beside an absl::Status with a payload that says the same, and its text beside what
-// fmt::format makes of the same pieces.
+// A record of an error compared with an absl::Status with a payload of the same content, and its text with
+// fmt::format of the same pieces.
 
 #include <Base/ZBase.h>
 
@@ -40,7 +40,7 @@ void WrapTwice(Message& message) {
     message.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, 105, "The project %1 is not open.") << "Sales";
 }
 
-// A status has no cause, so the usual way is to put the text of the cause behind one's own.
+// A status has no cause, so usually the text of the cause is appended.
 absl::Status WrapStatus(const absl::Status& cause, const char* text) {
     absl::Status status(cause.code(), absl::StrCat(text, ": ", cause.message()));
     cause.ForEachPayload(

@@ -1,5 +1,5 @@
-// Numbers, identifiers and bytes as text, and back, beside what the standard library or libuuid does. Where
-// ours makes a result string, the peer copies its text into a block of the same size.
+// Numbers, identifiers and bytes as text, and back, compared with the standard library or libuuid. Where ours
+// makes a result string, the peer copies its text into a block of the same size.
 
 #include <Base/ZBase.h>
 
@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kNumbers = 256;
 constexpr std::size_t kMegabyte = 1000000;
 
-// A plain generator, so that all runs see the same.
+// A simple generator, so that all runs use the same numbers.
 std::uint64_t Next() {
     static std::uint64_t state = 88172645463325252;
     state ^= state << 13;

@@ -1,4 +1,5 @@
-// What a program would write itself: libunwind's steps, and elfutils' look-ups of each frame, demangled.
+// The code that a program would have itself: libunwind's steps, and elfutils' look-ups of each frame,
+// demangled.
 
 #define UNW_LOCAL_ONLY
 #include <cxxabi.h>

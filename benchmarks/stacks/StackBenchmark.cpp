@@ -1,5 +1,5 @@
-// Stacks beside their peers, in one run, on code without frame pointers. Prints each goal with what was
-// measured.
+// Stacks compared with their peers, in one run, on code without frame pointers. Prints each goal with its
+// measurement.
 
 #include <Base/ZBase.h>
 
@@ -30,7 +30,7 @@ constexpr int kSamples = 25;
 int (*gStepsByHand)(std::uint64_t*, int);
 int (*gStackByHand)(int);
 
-// Of the processor's time, so that what else the machine does counts little.
+// Processor time, which other load on the machine affects little.
 double Now() {
     timespec now{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -77,7 +77,7 @@ void Row(const char* work, double measured, const char* unit, double ratio, cons
     std::printf("%-58s %10.1f %-3s %8.3f  %s\n", work, measured, unit, ratio, goal);
 }
 
-/// Leaves the heap with memory that was touched, so that nobody pays for page faults.
+/// Leaves the heap with touched memory, so that no row includes page faults.
 void WarmHeap() {
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
     std::vector<std::unique_ptr<char[]>> blocks(1 << 18);

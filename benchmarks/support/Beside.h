@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-// How long a piece of work takes beside a peer's, for programs whose rows scripts/bench.sh gathers.
+// The time of a piece of work relative to a peer's, for programs whose rows scripts/bench.sh collects.
 //
-// The two take turns in many short rounds, and each round has a ratio of its own, so what else the machine
-// does meanwhile meets both alike. The median of the ratios is told, and the quartiles as their spread. Time
-// is that of the processor, for the calling thread.
+// The two run in turn in many short rounds, and each round gives a ratio, so other load on the machine
+// affects both alike. The results are the median of the ratios, and the quartiles as their spread. Time is
+// processor time of the calling thread.
 
 namespace bench {
 
-/// Keeps the compiler from leaving out what makes it.
+/// Keeps the compiler from removing the computation.
 inline void Use(const void* value) {
     asm volatile("" : : "r"(value) : "memory");
 }
@@ -44,7 +44,7 @@ inline double At(std::vector<double>& sorted, double part) {
     return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1))];
 }
 
-/// Measured for one row; seconds are the medians, ratios those of our time to the peer's.
+/// The result of one row; seconds are the medians, ratios those of our time to the peer's.
 struct Measured {
     double ours = 0;
     double peers = 0;
@@ -55,7 +55,7 @@ struct Measured {
 
 struct Rounds {
     int count = 150;
-    double seconds = 1e-4;  // that each of the two takes in a round
+    double seconds = 1e-4;  // for each of the two in a round
     double (*clock)() = ProcessorSeconds;
 };
 
@@ -80,8 +80,8 @@ Measured Compare(Ours ours, Peers peers, Rounds rounds = {}) {
     return {At(times, 0.5), At(peerTimes, 0.5), At(ratios, 0.5), At(ratios, 0.25), At(ratios, 0.75)};
 }
 
-/// One line of a benchmark's result, its fields apart by tabs: the row, octets that the work takes (0 where
-/// that means nothing), nanoseconds of ours and of the peer's, the ratio and its quartiles.
+/// One line of a benchmark's result, with fields separated by tabs: the row, octets of the work (0 if that is
+/// meaningless), nanoseconds of ours and of the peer's, the ratio and its quartiles.
 inline void Tell(const std::string& row, std::size_t octets, const Measured& measured) {
     std::printf("%s\t%zu\t%.1f\t%.1f\t%.3f\t%.3f\t%.3f\n", row.c_str(), octets, measured.ours * 1e9,
                 measured.peers * 1e9, measured.ratio, measured.low, measured.high);

@@ -1,4 +1,4 @@
-// A query of a feature beside a mutex with an unordered map, and eight threads that ask together beside one.
+// A query of a feature compared with a mutex with an unordered map, and eight querying threads with one.
 
 #include <Base/ZBase.h>
 
@@ -45,7 +45,7 @@ private:
     std::unordered_map<std::u16string, bool> mFlags;
 };
 
-// Turns of `ask` on so many threads at once.
+// Calls of `ask` on this many threads at once.
 template <class Ask>
 void Together(std::size_t threads, Ask ask) {
     std::vector<std::thread> all;
@@ -60,7 +60,7 @@ void Together(std::size_t threads, Ask ask) {
 }  // namespace
 
 int main() {
-    // As many as the library's own, in both.
+    // As many entries as the library has, in both.
     constexpr std::size_t kFlags = 26;
     std::vector<std::vector<unsigned short>> names;
     for (std::size_t i = 0; i != kFlags - std::size(kNames); ++i) {

@@ -1,6 +1,6 @@
-// Conversions between UTF-8 and wide text beside ICU's, on texts of 16 octets to 1 MiB in five scripts, and
-// with flaws that are replaced. Decoding goes into memory that is there; encoding makes a result, which ICU
-// does not have to.
+// Conversions between UTF-8 and wide text compared with ICU's, on texts of 16 octets to 1 MiB in five
+// scripts, and with flaws that are replaced. Decoding uses existing memory; encoding allocates a result,
+// which ICU does not have to.
 
 #include <Base/ZBase.h>
 
@@ -42,7 +42,7 @@ std::string Emoji() {
     return text;
 }
 
-// At most `length` octets of a text that goes on and on, cut between two characters.
+// At most `length` octets of an endless text, cut between two characters.
 std::string Cut(const std::string& text, std::size_t length) {
     std::string cut;
     while (cut.size() <= length) cut += text;
@@ -127,7 +127,7 @@ void Measure(const std::string& script, const std::string& text, std::size_t len
         [&] { conversion.EncodePeers(); }, kRounds);
 }
 
-// Beside the same text without a flaw, and beside ICU.
+// Compared with the same text without a flaw, and with ICU.
 void MeasureFlaws(const std::string& text, std::size_t distance) {
     Conversion clean(Cut(text, 65536)), flawed(Cut(text, 65536));
     flawed.Spoil(distance);

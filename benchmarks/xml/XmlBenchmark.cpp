@@ -7,14 +7,14 @@
 #include <string>
 
 // A record of nested messages as XML: written, read back, and, on the same bytes, the parser alone with
-// handlers that do next to nothing. The argument is the number of messages; the time of an item is that of
-// one message, which shows whether it grows with their number.
+// handlers that do almost nothing. The argument is the number of messages; the time of an item is that of one
+// message, which shows whether it grows with their number.
 
 namespace {
 
 using ZBase::Message;
 
-constexpr std::size_t kPiece = 65536;  // bytes, as they come from a stream
+constexpr std::size_t kPiece = 65536;  // bytes, as from a stream
 
 // Each wrapped by the next, or each followed by the next.
 enum EShape { Wrapped, Followed };

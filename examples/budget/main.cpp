@@ -1,6 +1,6 @@
 // Two budgets over the buffers of a server: a ceiling for the whole process, and a contract for each request.
-// Three requests, each worked on by two threads: one stays within its contract, one uses it up, one would
-// be rich enough but meets the ceiling. The program says what each was granted and was refused.
+// Three requests, each on two threads: one stays within its contract, one exhausts it, one has enough but
+// meets the ceiling. The program prints what each was granted and refused.
 
 #include <Base/ZBase.h>
 
@@ -13,7 +13,8 @@
 
 namespace {
 
-// The work of one request: pieces of 1,000 bytes into one buffer, until all are there or a budget refuses.
+// The work of one request: pieces of 1,000 bytes into one buffer, until all are allocated or a budget
+// refuses.
 class ServerRequest {
 public:
     ServerRequest(std::string name, std::size_t contractBytes, int pieces)
@@ -27,7 +28,7 @@ public:
         for (int i = 0; i != 2; ++i) threads.emplace_back([this] { RunOnThread(); });
     }
 
-    // Whether all pieces came.
+    // Whether all pieces were allocated.
     bool Report() const {
         std::printf("%-8s granted %7zu  refused %7zu  settled %7zu  used %7zu  %s\n", mName.c_str(),
                     mContract->GetGranted(), mContract->GetRefused(), mContract->GetSettled(),

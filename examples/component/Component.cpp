@@ -1,4 +1,5 @@
-// A component of a server: a library with an optional initialiser, whose object lives until the library goes.
+// A component of a server: a library with an optional initialiser, whose object lives until the library is
+// unloaded.
 
 #include <Base/ZBase.h>
 
@@ -6,7 +7,7 @@
 
 namespace {
 
-/// What the component keeps for as long as it is used.
+/// The component's object, which lives as long as it is used.
 class Counter : public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     Counter() { std::puts("component: ready"); }
@@ -18,7 +19,7 @@ private:
     unsigned int mGreetings = 0;
 };
 
-Counter* gpCounter = nullptr;  // the host holds it
+Counter* gpCounter = nullptr;  // held by the host
 
 }  // namespace
 

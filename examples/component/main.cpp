@@ -1,4 +1,4 @@
-// Loads a component by its bare name, runs its initialiser, uses it and lets it go. The file is
+// Loads a component by its bare name, runs its initialiser, uses it and unloads it. The file is
 // "Greeter_64.so", beside this program.
 
 #include <Base/ZBase.h>
@@ -22,12 +22,12 @@ int main() {
             greet("server", greeting, sizeof greeting);
             std::printf("host: %s\n", greeting);
 
-            // What is not there comes back as a message that says so.
+            // A missing component gives a message with the reason.
             ZBase::Message failure;
             if (component->GetFunctionAddressOrNULL("Sing"_w, &failure) == nullptr) {
                 std::printf("host: %s\n", ZBase::FormatMessage(failure, 0).c_str());
             }
-        }  // the component's object goes first, then the component
+        }  // the component's object is released first, then the component
         std::puts("host: let go");
         return 0;
     } catch (const ZBase::Message& failure) {

@@ -1,4 +1,4 @@
-// Throws a failure of the library, wraps it, and prints what arrives.
+// Throws a failure of the library, wraps it, and prints it where it is caught.
 
 #include <Base/ZBase.h>
 

@@ -1,4 +1,4 @@
-// Writes a record as XML and reads it back, with what the package brings beside the library.
+// Writes a record as XML and reads it back, with the XML module of the package.
 
 #include <Base/ZBase.h>
 

@@ -1,12 +1,12 @@
-// crash-receiver: a report server for development. It takes crash reports as the library sends them, writes
-// each as NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, with each
-// file that goes along as NUMBER-NAME, and answers with the number once they are written; with 500 if they
-// can't be, so that the sender keeps its dump. Large reports may come packed by gzip.
+// crash-receiver: a report server for development. It receives crash reports of the library, writes each as
+// NUMBER.dmp and NUMBER.keys (a line "name=value" for each crash key) into a directory, with each attachment
+// as NUMBER-NAME, and replies with the number once they are written; with 500 if that fails, so that the
+// sender keeps its dump. Large reports may be compressed by gzip.
 //
 //   crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]
 //
-// It listens on this machine only, and prints the address; port 0, the default, is one that is free. With a
-// certificate and its key, PEM files both, it speaks HTTPS.
+// It listens on this machine only, and prints the address; port 0, the default, is a free one. With a
+// certificate and its key, PEM files both, it uses HTTPS.
 
 #include <httplib.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ class Store {
 public:
     explicit Store(fs::path directory) : mDirectory(std::move(directory)) {}
 
-    // Gives the number of the report; empty if it could not be stored, and then nothing is left of it.
+    // Returns the number of the report; empty if it could not be stored, and then all its files are removed.
     std::string Add(const httplib::MultipartFormDataMap& fields) {
         const std::string number = std::to_string(++mReports);
         std::string keys;
@@ -60,7 +60,7 @@ public:
     }
 
 private:
-    // It comes from elsewhere, and must not lead out of the directory.
+    // The name is from the network, and must not lead out of the directory.
     static std::string FileName(std::string name) {
         std::replace(name.begin(), name.end(), '/', '_');
         return name;
@@ -79,7 +79,7 @@ private:
 
 int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     server.set_payload_max_length(kLargestReport);
-    // Who asks is told that a report may come packed; it is unpacked before it gets here.
+    // An OPTIONS request is told that gzip is accepted; requests are decompressed before this handler.
     server.Options(".*", [](const httplib::Request&, httplib::Response& response) {
         response.status = 204;
         response.set_header("Allow", "OPTIONS, POST");

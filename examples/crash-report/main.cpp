@@ -1,5 +1,5 @@
-// A server that crashes on purpose. It says where reports go, adds what shall be known of it, and installs
-// the handler; from then on nothing has to be done for a crash to be dumped and sent.
+// A server that crashes on purpose. It configures where reports go, adds crash keys, and installs the
+// handler; from then on crashes are dumped and sent by themselves.
 //
 //   crash-report DIRECTORY ADDRESS     dumps into the directory, and sends to the address
 
@@ -15,7 +15,7 @@ namespace {
 volatile int* volatile gpAccount = nullptr;
 
 [[gnu::noinline]] void Pay() {
-    *gpAccount = 1;  // nobody has opened it
+    *gpAccount = 1;  // null: no account was opened
     asm volatile("");
 }
 

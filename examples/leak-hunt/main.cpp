@@ -1,5 +1,6 @@
-// Hunts a leak: every change of a session's reference count is noted with its stack. A session that somebody
-// forgot to give back is still there at the end, and the report shows who touched it.
+// Finds a leak: every change of a session's reference count is recorded with its stack. A session whose
+// reference was never released is still there at the end, and the report shows the code that changed its
+// count.
 
 #include <Base/ZBase.h>
 
@@ -16,7 +17,7 @@ namespace {
 ZBase::RefCountCallStackTracer* gpTracer = nullptr;  // held by main
 
 // The report leaves out the six innermost lines of each stack, which in a server are those of its own
-// tracing. Here that is short, so a few calls stand in for it.
+// tracing. Here that code is short, so a few calls stand in for it.
 [[gnu::noinline]] void Note(void* object, long owners, int calls = 4) {
     if (calls != 0) {
         Note(object, owners, calls - 1);
@@ -26,7 +27,7 @@ ZBase::RefCountCallStackTracer* gpTracer = nullptr;  // held by main
     asm volatile("" ::: "memory");
 }
 
-/// An object whose owners count themselves. The count is kept here as well, to be told of.
+/// A reference-counted object. The count is also kept here, to be reported.
 class Session : public ZSynch::ReferenceCountedImpl<unsigned int> {
 public:
     void AddRef() override {
@@ -48,7 +49,7 @@ private:
     asm volatile("" ::: "memory");
 }
 
-// The mistake: the pointer is given up by hand, and with it the reference.
+// The mistake: the pointer is detached by hand, and its reference is lost.
 [[gnu::noinline]] void ServeAndForget() {
     ZBase::SmartPtrI<Session> session(new Session);
     session->AddRef();
@@ -69,7 +70,7 @@ int main(int argc, char** argv) {
     gpTracer = ZBase::CreateRefCountCallStackTracer("Sessions"_w, report);
     if (gpTracer == nullptr) return 1;
     ServeAll();
-    gpTracer->Delete();  // reports what is left
+    gpTracer->Delete();  // reports all sessions left
     std::cout << std::ifstream(report).rdbuf();
     return std::cout ? 0 : 1;
 }

@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr std::uint32_t kMagic = 0x950412DE;  // in the order of octets of this machine
+constexpr std::uint32_t kMagic = 0x950412DE;  // in this machine's byte order
 constexpr int kNoCatalogue = 301;
 
-// Where the header has what, and the size of an entry of a table; in octets.
+// Offsets in the header, and the size of a table entry; in octets.
 constexpr std::size_t kRevision = 4;
 constexpr std::size_t kCount = 8;
 constexpr std::size_t kTexts = 12;
@@ -59,7 +59,7 @@ std::uint32_t Catalogue::Number(std::size_t offset) const {
     return number;
 }
 
-// Behind each text stands a zero that its length does not count.
+// Each text is followed by a zero that its length does not count.
 std::string_view Catalogue::Text(std::size_t entry) const {
     const std::size_t length = Number(entry);
     const std::size_t offset = Number(entry + 4);

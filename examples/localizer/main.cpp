@@ -1,5 +1,5 @@
 // One record, read in three languages: the template is the key of a catalogue, and the parameters are merged
-// into what is found there. A message that a catalogue does not know stays English.
+// into its translation. A message without a translation stays English.
 //
 //   localizer DIRECTORY     with de.mo, fr.mo and ja.mo in it
 

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-/// Threads that take work from one queue. What a piece of work throws comes out of its future, on the thread
-/// that asks: a `ZBase::Message` with all its levels, since an exception is kept as the object that it is.
+/// Threads that run tasks from one queue. An exception of a task is thrown by its future, on the waiting
+/// thread: a `ZBase::Message` with all its levels, since the exception object itself is kept.
 class ThreadPool {
 public:
     explicit ThreadPool(int threads) {
@@ -46,5 +46,5 @@ private:
     std::mutex mLock;
     std::condition_variable_any mIsThere;
     std::deque<std::function<void()>> mQueue;
-    std::vector<std::jthread> mThreads;  // the first to go
+    std::vector<std::jthread> mThreads;  // destroyed first
 };

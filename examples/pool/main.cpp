@@ -1,5 +1,5 @@
-// A server in small: requests run on a pool of threads, each in a buffer that its own budget pays for. What
-// fails comes out at the thread that asked, and goes on to another process, which shows it.
+// A small server: requests run on a pool of threads, each in a buffer with a budget. Failures are rethrown on
+// the waiting thread, and sent to another process, which shows them.
 
 #include <Base/ZBase.h>
 
@@ -24,7 +24,7 @@ struct ServerRequest {
     int copies;
 };
 
-// Wide copies of the request's text, all in its buffer. Gives their units.
+// Wide copies of the request's text, all in its buffer. Returns their units.
 std::size_t Answer(const ServerRequest& request) {
     try {
         const ZBase::SmartPtrI<ZBase::MemoryBudget> budget = ZBase::MemoryBudget::Create(request.budget);
@@ -78,7 +78,7 @@ int Serve(const std::string& program) {
     for (std::size_t i = 0; i != std::size(requests); ++i) {
         try {
             printf("%s: %zu units\n", requests[i].name.c_str(), answers[i].get());
-        } catch (...) {  // whatever it is, it becomes a record
+        } catch (...) {  // any exception becomes a record
             ZBase::Message failure = ZBase::MessageOfCurrentException();
             failure.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, kRequestFailed, "Request %1 failed.")
                 << requests[i].name;

@@ -1,5 +1,5 @@
-// One failure as it grows: thrown where it happens, wrapped by each caller that knows more, joined by one
-// that came of it, and read at the edge of the program in every form that there is.
+// One failure as it grows: thrown, wrapped by each caller that knows more, joined by one that followed from
+// it, and read at the edge of the program in every form.
 
 #include <Base/ZBase.h>
 
@@ -16,7 +16,7 @@ constexpr int kStartFailed = 120;
 void Decode(const std::string& name, const char* octets) {
     try {
         ZBase::UTF8ToWideChar(octets, false);
-    } catch (ZBase::Message& failure) {  // what the library throws is a record already
+    } catch (ZBase::Message& failure) {  // an exception of the library is a record already
         failure.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, kNotText, "%1 is not text; %2 bytes were read.")
             << name << std::string_view(octets).size();
         throw;
@@ -36,7 +36,7 @@ void Start() {
     try {
         Load("menu.txt");
     } catch (ZBase::Message& failure) {
-        // What follows from it stands before it on the same level, and both are the cause of the next.
+        // Its consequence is put before it on the same level, and both are the cause of the next.
         failure.PrependBy(ZBase::MESSAGE_DOMAIN_ERRNO, 2, nullptr);
         failure.WrapBy(ZBase::MESSAGE_DOMAIN_SERVER, kStartFailed, "%1 did not start after %2 s, state %3.")
             << "kitchen" << 1.5 << &ZBase::Message::Hex << 255;
@@ -45,7 +45,7 @@ void Start() {
     }
 }
 
-// What a program can do with each message of the tree.
+// A program's access to each message of the tree.
 void Walk(const ZBase::Message& record) {
     for (const ZBase::MessageVisit& visit : ZBase::MessageWalk(record)) {
         std::printf("  level %zu: domain %s, id %d, %u parameters\n", visit.level,

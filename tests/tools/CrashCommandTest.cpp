@@ -149,7 +149,7 @@ TEST_F(CrashCommand, ShowListsNoFileOfDataAmongTheModules) {
     EXPECT_FALSE(Has(child.output.substr(modules), "crash_report.ini")) << child.output;
 }
 
-// The C library's code that calls main has no symbol in a stripped file; an exported function lies before it.
+// In a stripped file the C library's code that calls main has no symbol; an exported function precedes it.
 TEST_F(CrashCommand, ShowNamesNoCodeAfterASymbolThatEndsBeforeIt) {
     Configure("http://127.0.0.1:1/");
     Probe("null");
@@ -209,7 +209,7 @@ TEST_F(CrashCommand, SendSendsWhatWasLeftBehindWithItsKeysAndDeletesIt) {
     EXPECT_TRUE(fs::exists(mFolder / "received" / "3.dmp"));
 }
 
-// A dump holds the command line too, here as the head of a block of no keys that would be newer.
+// A dump holds the command line too, here as the head of an empty block that would be newer.
 TEST_F(CrashCommand, SendKeepsTheKeysBesideATextThatLooksLikeThem) {
     Configure("http://127.0.0.1:1/");
     std::vector<std::string> keys(64);
@@ -238,7 +238,7 @@ TEST_F(CrashCommand, SendChoosesTheServerThatTheProcessWouldHaveChosen) {
         return std::distance(begin(folder), end(folder)) / 2;  // dumps and their keys
     };
     configure(nobody, nobody);
-    Probe("null");  // the file's key chooses nothing
+    Probe("null");  // the file's key does not choose the server
     configure(nobody, address);
     EXPECT_EQ(Crash({"send"}).exitCode, 1);
     configure(address, nobody);
@@ -523,7 +523,7 @@ TEST_F(CrashCommand, SendLeavesWhatAnotherProcessHas) {
     EXPECT_TRUE(Has(first.output, ": is being written or sent by another process\n")) << first.output;
     EXPECT_FALSE(fs::exists(mFolder / "received" / "1.dmp"));
     close(held);
-    // A process that was ended while it sent one leaves it so.
+    // The state after a sender was killed.
     fs::rename(dump, fs::path(dump).replace_extension(".sending.dmp"));
     EXPECT_EQ(Crash({"send"}).exitCode, 0);
     EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));

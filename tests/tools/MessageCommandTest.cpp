@@ -84,7 +84,7 @@ TEST_F(MessageFile, IsShownInEveryForm) {
     EXPECT_EQ(ShowMessage({"--json", file}).output, ShowMessage({"--json"}, "<m><id>7</id></m>").output);
 }
 
-// On a terminal, which ends its lines in two characters.
+// On a terminal, where a line ends in two characters.
 TEST_F(MessageFile, IsColouredOnATerminalOnly) {
     const std::string file = Write("record.xml", kDocument);
     const auto onTerminal = [&](const std::string& options) {
@@ -163,7 +163,7 @@ TEST(MessageCommand, ShowsWhatArrivedOfADocumentThatWasCutOff) {
     EXPECT_TRUE(ShowMessage({"--json"}, cut).output.ends_with("\n]\n"));
 }
 
-// At every place: never more than there was, never another order, never a crash.
+// At every position: never more than was there, never another order, never a crash.
 TEST(MessageCommand, TakesADocumentThatIsCutOffAnywhere) {
     const std::string document(kDocument);
     for (std::size_t length = 0; length < document.size(); length += 7) {

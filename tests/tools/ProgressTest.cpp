@@ -31,7 +31,7 @@ TEST(ProgressLine, FitsIntoTheTerminal) {
     EXPECT_EQ(ProgressLine("a\nb\033", 1536, {}, 79), "a\\x0Ab\\x1B  1.50KB");
 }
 
-// The error stream of a command that waits for its input; the standard output goes elsewhere.
+// The error stream of a command that waits for its input; the standard output is redirected.
 std::string OnTerminal(const std::string& terminal, const std::string& redirection) {
     const std::string command = "(printf a; sleep 1.2; printf b; sleep 0.2; printf c) | " ZBASE_COMMAND
                                 " text - >/dev/null " +

@@ -11,13 +11,13 @@
 
 #include "tests/support/Locales.h"
 
-// What comes out of pieces is what comes out of the whole.
+// The result of pieces is that of the whole.
 
 namespace {
 
 using namespace std::string_literals;
 
-// The result, or "!" and why there is none.
+// The result, or "!" and the reason.
 std::string Converted(const std::vector<std::string_view>& pieces, const std::string& from,
                       const std::string& to, bool replace) {
     TextConverter converter(from, to, replace);
@@ -37,7 +37,7 @@ std::vector<std::string_view> PiecesOf(std::string_view text, std::size_t size) 
     return pieces;
 }
 
-// Every cut into two, into three with an octet between, and pieces of every size.
+// Every split into two, into three with an octet between, and pieces of every size.
 void ExpectCutsToBeUnseen(const std::string& text, const std::string& from, const std::string& to) {
     for (const bool replace : {false, true}) {
         const std::string whole = Converted({text}, from, to, replace);
@@ -98,7 +98,7 @@ TEST(TextStream, WhatComesFirstInTheTextStopsTheConversion) {
 TEST(TextStream, EveryCutOfUtf16IsUnseen) {
     for (const std::string& text : {"a\0\xE9\0\x3D\xD8\0\xDE"s,           // a pair
                                     "\x3D\xD8\x3D\xD8\0\xDE\0\xDE"s,      // lone ones around a pair
-                                    "\0\0a\0\0\0"s, "\xFE\xFF\xFF\xFF"s,  // zeros, and what is no character
+                                    "\0\0a\0\0\0"s, "\xFE\xFF\xFF\xFF"s,  // zeros, and invalid characters
                                     "a\0b"s}) {
         for (const char* to : {"utf8", "utf16le", "ascii"}) ExpectCutsToBeUnseen(text, "utf16le", to);
     }
@@ -124,11 +124,11 @@ TEST(TextStream, EveryCutInALocaleOfSeveralOctetsIsUnseen) {
     ExpectCutsToBeUnseen("\u65E5\u672C a\U0001F600\u4E02", "utf8", "locale");
 }
 
-// In these a character of the text waits for the next one, in one direction or the other.
+// In these encodings a character may depend on the next one, in one direction or the other.
 TEST(TextStream, CharacterThatWaitsForItsAccentMeetsItOverACut) {
     {
         const test::ScopedLocale locale("CP1255", 1);
-        const std::string text = "\xE0\xC8\xE0 \xF9\xCC\xD1\xF9";  // letters with points behind them
+        const std::string text = "\xE0\xC8\xE0 \xF9\xCC\xD1\xF9";  // letters followed by points
         ExpectCutsToBeUnseen(text, "locale", "utf16le");
         ExpectCutsToBeUnseen(text + text, "locale", "locale");
     }
@@ -137,7 +137,7 @@ TEST(TextStream, CharacterThatWaitsForItsAccentMeetsItOverACut) {
     ExpectCutsToBeUnseen("\u00CA\u0304\u00CA a\u00CA\u0304", "utf8", "locale");
 }
 
-// Without a blank or a line's end among them, more than is held back for one.
+// Without a blank or a line end, and longer than what is held back for one.
 TEST(TextStream, LongTextWithoutAPlainPlaceIsCutRightly) {
     const auto repeated = [](const std::string& text, std::size_t octets) {
         std::string all;

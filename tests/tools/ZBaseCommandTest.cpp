@@ -184,7 +184,7 @@ TEST_F(TextCommand, RefusesALoneSurrogate) {
                     "U+D83D");
 }
 
-// Every locale of the C library is described in its own script.
+// Every locale of the C library is named in its own script.
 TEST_F(TextCommand, TextsInManyScriptsGoThereAndBack) {
     std::vector<fs::path> texts = {"/usr/share/games/fortunes/tang300", "/usr/share/games/fortunes/chinese"};
     int number = 0;
@@ -250,7 +250,7 @@ TEST(ZBaseCommand, HelpsOnTheStandardOutput) {
 }
 
 TEST(ZBaseCommand, EndsInSilenceWhenNobodyReadsItsOutput) {
-    // The reader is gone before the first word, since the command gets its text only then.
+    // The reader has closed the pipe before the first write, since the command gets its text only then.
     const std::string script = "(sleep 0.2; head -c 300000 /dev/zero | tr '\\0' x) | " +
                                std::string(ZBASE_COMMAND) + " text - --to utf8 | true; exit ${PIPESTATUS[1]}";
     const ChildResult child = test::RunChild({"/bin/bash", "-c", script});

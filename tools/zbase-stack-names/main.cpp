@@ -1,7 +1,7 @@
 // zbase-stack-names: adds the names of functions and lines to a file of stacks. The library starts it in a
-// process that hangs, where any lock may be held, and gives it the path of the file, and a zero behind it, on
-// the standard input. It puts a new file in the place of the old one and answers "1". With a path as its
-// argument it does the same by hand, also for a file that was left without names.
+// process that hangs, where any lock may be held, and passes it the path of the file, terminated by a zero,
+// on the standard input. It replaces the file by a new one and replies "1". With a path as its argument it
+// does the same by hand, also for a file that was left without names.
 
 #include <cxxabi.h>
 #include <elfutils/libdwelf.h>
@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-char* gpPlaces = nullptr;  // the usual ones for debug files
+char* gpPlaces = nullptr;  // the default places of debug files
 
 std::string Demangle(const char* name) {
     int status = 0;
@@ -46,21 +46,21 @@ std::string Hexadecimal(std::uint64_t value) {
 /// The names in the file of one module, by the addresses in it.
 class Names {
 public:
-    /// Without names if the file is not there or has another build id.
+    /// Without names if the file is missing or has another build id.
     Names(const std::string& path, const std::string& id, const std::string& process) {
         mCallbacks.find_elf = [](Dwfl_Module*, void**, const char*, Dwarf_Addr, char**, Elf**) { return -1; };
         mCallbacks.find_debuginfo = dwfl_standard_find_debuginfo;
         mCallbacks.section_address = dwfl_offline_section_address;
         mCallbacks.debuginfo_path = &gpPlaces;
-        // A program that was replaced or deleted while it runs is there all the same.
+        // A running program can be opened even if it was replaced or deleted.
         if (Open(path, id) || Open("/proc/" + process + "/exe", id)) IndexUnits();
     }
     ~Names() { dwfl_end(mpDwfl); }
     Names(const Names&) = delete;
     Names& operator=(const Names&) = delete;
 
-    /// " <function>+0x<displacement> at <file>:<line>" as far as it is known. A return address is that of
-    /// the instruction behind the call, which may be in another line or function.
+    /// " <function>+0x<displacement> at <file>:<line>" as far as known. A return address is that of the
+    /// instruction after the call, which may be in another line or function.
     std::string Of(std::uint64_t address, bool isReturn) const {
         const Dwarf_Addr place = address - (isReturn ? 1 : 0) + mBias;
         GElf_Off offset = 0;
@@ -106,7 +106,7 @@ private:
         return id.empty() ? "-" : id;
     }
 
-    // Some compilers write no index from addresses to compilation units, so it is made here.
+    // Some compilers write no index from addresses to compilation units, so it is built here.
     void IndexUnits() {
         Dwarf_Addr bias = 0;
         for (Dwarf_Die* unit = nullptr; (unit = dwfl_module_nextcu(mpModule, unit, &bias)) != nullptr;) {
@@ -132,7 +132,7 @@ private:
     struct Unit {
         Dwarf_Addr end;
         Dwarf_Addr bias;
-        Dwarf_Die* die;  // the session's
+        Dwarf_Die* die;  // owned by the session
     };
 
     Dwfl_Callbacks mCallbacks{};
@@ -160,7 +160,7 @@ public:
         mProcess.erase(0, mProcess.rfind(' ') + 1);
     }
 
-    /// What is to be added to the line of a frame, "  0x<address> <module>+0x<offset>"; nothing to another.
+    /// The text to append to the line of a frame, " 0x<address> <module>+0x<offset>"; empty for others.
     std::string For(const std::string& line, bool isInnermost) {
         constexpr std::size_t kPath = 21;
         const std::size_t plus = line.rfind("+0x");
@@ -224,7 +224,7 @@ std::string ReadPath() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    unsetenv("DEBUGINFOD_URLS");  // nothing is fetched
+    unsetenv("DEBUGINFOD_URLS");  // no downloads
     if (argc == 2) return AddNames(argv[1]) ? 0 : 1;
     const char answer = AddNames(ReadPath()) ? '1' : '0';
     return write(STDIN_FILENO, &answer, 1) == 1 ? 0 : 1;

@@ -3,9 +3,8 @@
 #include <CLI/CLI.hpp>
 
 /// Every command, in the order of the help. Each is a source of its own, `GuidCommand.cpp`, which declares
-/// its name, its options and their help to the reader of the line, and says what is done then. That gives the
-/// exit status: 0, or 1 when what it was asked about is bad. What can't be read or written leaves as
-/// `Failure`.
+/// its name, its options and their help to the parser, with the function to run. That returns the exit
+/// status: 0, or 1 when its input is bad. What can't be read or written is thrown as `Failure`.
 #define ZBASE_COMMANDS(EACH) \
     EACH(Road) EACH(Message) EACH(Error) EACH(Text) EACH(Guid) EACH(Sid) EACH(Host) EACH(Crash)
 

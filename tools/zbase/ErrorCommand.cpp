@@ -45,7 +45,7 @@ bool IsSymbol(const char* symbol, const std::string& text) {
     return symbol != nullptr && strcasecmp(symbol, text.c_str()) == 0;
 }
 
-// The number of a symbol such as "ENOENT" or "EXCEPTION_ACCESS_VIOLATION", in letters of either case.
+// The number of a symbol such as "ENOENT" or "EXCEPTION_ACCESS_VIOLATION", ignoring case.
 std::optional<unsigned int> FindSymbol(const std::string& text) {
     constexpr int kMostErrorNumbers = 4096;
     for (int number = 0; number != kMostErrorNumbers; ++number)

@@ -13,7 +13,7 @@ ZBase::_GUID Parse(const std::string& text) {
     }
 }
 
-// An empty text asks for a new identifier.
+// An empty text means a new identifier.
 int ShowGuid(const std::string& text) {
     const ZBase::_GUID guid = text.empty() ? ZBase::GUID() : Parse(text);
     PrintRow("library", Narrow(ZBase::Guid2String(guid).c_str()));

@@ -35,7 +35,7 @@ const char* NameOf(ZBase::EMessageRelation relation) {
     return relation == ZBase::EMessageRelation::eSameLevel ? "same_level" : "root";
 }
 
-// Flat, since nesting of any depth is more than many programs read.
+// Flat, since many programs can't read any depth of nesting.
 nlohmann::ordered_json ToJson(const ZBase::MessageVisit& visit, const MessageRequest& request) {
     const Message& message = *visit.message;
     nlohmann::ordered_json record;
@@ -53,7 +53,7 @@ nlohmann::ordered_json ToJson(const ZBase::MessageVisit& visit, const MessageReq
         textTemplate == nullptr ? nlohmann::ordered_json() : nlohmann::ordered_json(textTemplate);
     record["parameters"] = nlohmann::ordered_json::array();
     for (const char* parameter : ZBase::MessageParameters(message)) record["parameters"].push_back(parameter);
-    // Each language is there once, so none is looked for.
+    // Each language occurs once, so no search is needed.
     nlohmann::ordered_json::object_t texts;
     for (const LocalizedText& text : LocalizedTexts(message))
         texts.Container::emplace_back(Hex(text.language, 1), text.text);
@@ -86,7 +86,7 @@ void Show(const Message& message, const MessageRequest& request) {
     }
 }
 
-// Of a document that is bad or cut off what had arrived is shown, and then why it is not more.
+// Of a bad or truncated document shows what had arrived, and then the failure.
 int ReadAndShow(const MessageRequest& request) {
     Message message;
     try {

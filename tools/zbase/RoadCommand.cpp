@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-// The library at work on a real file. Each station lets something real fail, and follows the failure: thrown
-// as a record where it happens, caught and wrapped by each caller that knows more, shown at the end as a tree
-// and as bytes. At the end one of them leaves the process.
+// The library at work on a real file. Each station makes something real fail, and follows the failure: thrown
+// as a record, caught and wrapped by each caller that knows more, shown at the end as a tree and as bytes. In
+// the end one of them is sent to another process.
 
 namespace {
 
@@ -71,7 +71,8 @@ void PrintCharges(const Budget& budget) {
           " bytes.\n");
 }
 
-// One station: what arrives of a load, or of its failure, at the edge of the program. Gives the failure, or
+// One station: the result of `load`, or its failure, at the edge of the program. Returns the failure, or an
+// empty message.
 // an empty message.
 Message Arrive(const std::string& title, const std::string& file, std::size_t contract, bool showCharges) {
     Print("\n" + Styled(title, "1") + "\n");
@@ -90,15 +91,15 @@ Message Arrive(const std::string& title, const std::string& file, std::size_t co
     return {};
 }
 
-// What a contract must hold so that it runs out on the way through a file: half of it.
+// The sum of a contract that is exhausted in the middle of a file: half of its size.
 std::size_t TooLittleFor(const std::string& file) {
     std::error_code missing;
     const auto size = std::filesystem::file_size(file, missing);
     return missing ? 0 : static_cast<std::size_t>(size / 2);
 }
 
-/// A file of this process that its user may not read, for the time of a scope. An administrator may read
-/// everything, so that one becomes an ordinary user meanwhile.
+/// A file of this process that its user may not read, during a scope. An administrator may read everything,
+/// so that one becomes an ordinary user meanwhile.
 class ForbiddenFile {
 public:
     ForbiddenFile() {

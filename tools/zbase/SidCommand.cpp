@@ -10,7 +10,7 @@ namespace {
 
 using Octets = std::vector<unsigned char>;
 
-// A new identifier of the kind that computers and domains have: a fixed beginning and three random numbers.
+// A new identifier like those of computers and domains: a fixed prefix and three random numbers.
 std::string NewSid() {
     std::string text = "S-1-5-21";
     for (int i = 0; i != 3; ++i) text += '-' + std::to_string(ZBase::GUID().Data1);
@@ -39,7 +39,7 @@ Octets FromDigits(const std::string& digits) {
     return sid;
 }
 
-// The library reads almost anything; here a text must also come back.
+// The library reads almost anything; here the text must also read back the same.
 Octets FromText(const std::string& text) {
     unsigned char* octets = nullptr;
     std::uint64_t size = 0;
@@ -54,7 +54,7 @@ Octets FromText(const std::string& text) {
     return sid;
 }
 
-// An empty text asks for a new identifier.
+// An empty text means a new identifier.
 int ShowSid(const std::string& text) {
     const std::string wanted = text.empty() ? NewSid() : text;
     const Octets sid = IsHexadecimal(wanted) ? FromDigits(wanted) : FromText(wanted);

@@ -28,7 +28,7 @@ Progress Bar(const TextRequest& request, int passes) {
     return Progress(request.file, total, !request.to.empty() && request.output.empty() && IsTerminal());
 }
 
-// Hands the file on to `take(octets, isLast)`, which tells whether it wants more.
+// Passes the file to `take(octets, isLast)`, which returns whether it wants more.
 void Feed(const std::string& file, Progress& progress,
           const std::function<bool(std::string_view octets, bool isLast)>& take) {
     bool isWanted = true;
@@ -48,7 +48,7 @@ int Report(const TextRequest& request) {
     Feed(request.file, progress, [&](std::string_view piece, bool isLast) {
         octets += piece.size();
         scan.Take(piece, isLast);
-        return !scan.IsFlawed() || !size;  // the size of what is no file is known at its end only
+        return !scan.IsFlawed() || !size;  // the size is known only at the end if it is not a regular file
     });
     progress.Clear();
     if (scan.IsFlawed() && size) octets = std::max(octets, static_cast<std::size_t>(*size));
@@ -84,7 +84,7 @@ void ConvertToFile(const TextRequest& request) {
     output->Commit();
 }
 
-// What is on the standard output can't be taken back, so a file is tried before.
+// Output can't be taken back, so a file is scanned before.
 void ConvertToOutput(const TextRequest& request) {
     const bool isTried = FileSize(request.file).has_value();
     Progress progress = Bar(request, isTried ? 2 : 1);

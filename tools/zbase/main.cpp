@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kUsage = 2;
 
-// Texts of files and of their names may be in it.
+// Texts of files and of their names may contain control characters.
 std::string Lines(const std::string& what) {
     std::string lines;
     for (std::size_t at = 0; at <= what.size();) {
@@ -41,7 +41,7 @@ std::string VersionText() {
            "\ncommit " ZBASE_COMMIT "\ncompiler " ZBASE_COMPILER "\nplatform " ZBASE_PLATFORM;
 }
 
-// How many letters must be put in, taken out or exchanged to make one word of the other.
+// The edit distance of two words.
 std::size_t Distance(std::string_view one, std::string_view other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
@@ -56,7 +56,7 @@ std::size_t Distance(std::string_view one, std::string_view other) {
     return row.back();
 }
 
-// "; "x" is none, did you mean "y"?" of the first word in the place of a command that is none; else empty.
+// "; "x" is none, did you mean "y"?" for an unknown first word; else empty.
 std::string Suggestion(const CLI::App& app, int argc, char** argv) {
     constexpr std::size_t kLike = 2;
     constexpr std::size_t kLongestWord = 64;
@@ -86,7 +86,7 @@ std::string Suggestion(const CLI::App& app, int argc, char** argv) {
     return "";
 }
 
-// An empty text in the place of a file or a number is a variable that was not set.
+// An empty text in the place of a file or a number is an unset variable.
 void RefuseEmptyArguments(CLI::App& app) {
     for (CLI::Option* option : app.get_options()) {
         if (option->get_items_expected_max() == 0) continue;

@@ -38,7 +38,7 @@ public:
         mListeners.back().handler->EndElement(name);
     }
 
-    // A field that is cut off does not count.
+    // A truncated field is ignored.
     void EndOpenMessages() {
         while (!mIsMessage.empty()) {
             const bool isMessage = mIsMessage.back();
@@ -50,7 +50,7 @@ public:
 private:
     struct Listener {
         ZBase::SmartPtrI<ZLiteXML::UTF8EventHandler> handler;
-        std::size_t depth;  // of the element whose content it is told
+        std::size_t depth;  // of the element with this content
     };
 
     void Leave() {
@@ -61,10 +61,10 @@ private:
     ZLiteXML::UTF8Reader& mReader;
     std::vector<Listener> mListeners;
     std::vector<bool> mIsMessage;  // the open elements
-    std::size_t mStarted = 0;      // the listener that was told of the last start
+    std::size_t mStarted = 0;      // the listener that got the last start
 };
 
-// Hands all pieces that `pieces` has to a reader that fills `message`.
+// Passes all pieces of `pieces` to a reader that fills `message`.
 template <class Pieces>
 void ReadFrom(Pieces pieces, ZBase::Message& message, const ZLiteXML::ReaderBounds& bounds) {
     const auto reader = ZLiteXML::CreateReader(bounds);

@@ -5,7 +5,7 @@
 #include <string>
 
 /// Fills a message from an XML document; "-" is the standard input. Throws `Failure`, which names the file;
-/// the message has then what arrived before, also in messages that have not ended.
+/// the message then has what arrived before, also in messages that have not ended.
 void ReadDocument(const std::string& file, ZBase::Message& message, const ZLiteXML::ReaderBounds& bounds);
 
 /// The same from a document in memory.

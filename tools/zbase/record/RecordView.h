@@ -6,13 +6,13 @@
 #include <string_view>
 #include <vector>
 
-/// A text with each line two columns further to the right.
+/// A text with each line indented by two columns.
 std::string Indented(std::string_view lines);
 
-/// A message for people, as a log shows it, indented.
+/// A message for a reader, as in a log, indented.
 void PrintTree(const ZBase::Message& message);
 
-/// The bytes of a message, record by record: the offset in its block, the length, the kind and what is in it.
+/// The bytes of a message, record by record: the offset in its block, the length, the kind and the content.
 /// Nested messages are indented.
 void PrintRecords(const ZBase::Message& message);
 

@@ -13,7 +13,7 @@ namespace {
 
 using namespace ZBase::Literals;
 
-/// The pieces of a file, taken by whichever thread comes next.
+/// The pieces of a file, taken by the next free thread.
 class Pieces {
 public:
     Pieces(const OpenFile& file, ZBase::Buffer& buffer, std::size_t pieceSize)

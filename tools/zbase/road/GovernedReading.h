@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// One chunk that a buffer asked for, and what became of it.
+/// A buffer's request for a chunk, and its result.
 struct Charge {
     std::size_t bytes;
     unsigned long thread;
@@ -16,8 +16,8 @@ struct Charge {
     bool governorAsked;
 };
 
-/// Who pays for a buffer: a contract for so many bytes, and a governor of the whole process that grants all
-/// it is asked and keeps the books. Used by any number of threads.
+/// The budgets of a buffer: a contract with a fixed sum, and a governor of the whole process that grants
+/// every request and records it. Used by any number of threads.
 class Budget {
 public:
     explicit Budget(std::size_t bytes);
@@ -27,10 +27,10 @@ public:
 
     ZBase::MemoryContract* Contract() { return mContract.Get(); }
 
-    /// In the order of asking.
+    /// In the order of the requests.
     std::vector<Charge> Charges() const;
 
-    /// What the governor is still owed, in bytes.
+    /// Bytes granted by the governor and not yet freed.
     std::size_t Outstanding() const;
 
 private:
@@ -50,7 +50,7 @@ struct GovernedText {
     std::size_t pieces;
 };
 
-/// Reads a file by several threads at once, in pieces that lie in one lock-free buffer. Throws a `Message`:
-/// the file's own failure or the refusal of the budget, whichever came first on any thread.
+/// Reads a file by several threads at once, in pieces in one lock-free buffer. Throws a `Message`: the file's
+/// own failure or the refusal of the budget, whichever came first on any thread.
 GovernedText ReadGoverned(const std::string& file, Budget& budget, std::size_t pieceSize,
                           unsigned int threads);

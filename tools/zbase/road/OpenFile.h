@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string>
 
-/// A file that is open for reading until the end of its scope. What the system refuses is thrown as a
-/// `Message`: the error number, wrapped by what was being done.
+/// A file that is open for reading until the end of its scope. A failure is thrown as a `Message`: the error
+/// number, wrapped by the operation.
 class OpenFile {
 public:
     explicit OpenFile(const std::string& file);

@@ -56,7 +56,7 @@ pid_t Spawn(const std::vector<std::string>& arguments, const Pipe& input, const 
     return process;
 }
 
-// Writes and reads by turns, as the other side is ready: neither waits for the other.
+// Writes and reads in turn, as the other side is ready, so that neither blocks the other.
 std::string Exchange(Pipe& toChild, Pipe& fromChild, const std::string& input) {
     fcntl(toChild.Writing(), F_SETFL, O_NONBLOCK);
     std::string output;
@@ -70,7 +70,7 @@ std::string Exchange(Pipe& toChild, Pipe& fromChild, const std::string& input) {
         if (ends[1].revents != 0) {
             const ssize_t count = write(toChild.Writing(), input.data() + written, input.size() - written);
             if (count > 0) written += static_cast<std::size_t>(count);
-            if (count < 0 && errno != EAGAIN && errno != EINTR) written = input.size();  // nobody reads on
+            if (count < 0 && errno != EAGAIN && errno != EINTR) written = input.size();  // no reader
         }
         if (ends[0].revents == 0) continue;
         char piece[65536];

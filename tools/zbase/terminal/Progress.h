@@ -6,13 +6,13 @@
 #include <optional>
 #include <string>
 
-/// One line of at most `columns` characters: the end of a title, and a bar, or where the total is not known
-/// the bytes that are done.
+/// One line of at most `columns` characters: the end of a title, and a bar, or the bytes done if the total is
+/// unknown.
 std::string ProgressLine(const std::string& title, std::uint64_t done, std::optional<std::uint64_t> total,
                          std::size_t columns);
 
-/// Shows on the error stream, if that is a terminal that can go back in a line, how far a long work has come:
-/// from the first second on, until the object goes.
+/// Shows the progress of long work on the error stream, if that is a terminal that can rewrite a line: after
+/// the first second, until the end of the object.
 class Progress {
 public:
     /// `total` in bytes, if it is known. Never shown with `isHidden`.
@@ -21,10 +21,10 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// So many more bytes are done.
+    /// Adds to the bytes done.
     void Add(std::uint64_t bytes);
 
-    /// Takes the bar off the screen, for what is to be written there.
+    /// Removes the bar from the screen, before other output.
     void Clear();
 
 private:

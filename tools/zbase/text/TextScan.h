@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-/// Looks a UTF-8 text of any length over, piece by piece, up to its first flaw.
+/// Scans a UTF-8 text of any length, piece by piece, up to its first flaw.
 class TextScan {
 public:
-    /// With `isLast` nothing follows. After a flaw nothing is looked at any more.
+    /// With `isLast` nothing follows. After a flaw the rest is ignored.
     void Take(std::string_view octets, bool isLast);
 
     bool IsFlawed() const { return !mReason.empty(); }
@@ -15,11 +15,11 @@ public:
     /// Why the text is not UTF-8; empty if it is.
     const std::string& Reason() const { return mReason; }
 
-    // Of the whole text, or of what is before its flaw.
+    // Of the whole text, or of the part before its flaw.
     std::size_t Octets() const { return mOctets; }
     std::size_t Characters() const { return mCharacters; }
 
-    // Where that ends, counted from 1; the column in characters.
+    // The end of that part, counted from 1; the column in characters.
     std::size_t Line() const { return mLine; }
     std::size_t Column() const { return mColumn; }
 

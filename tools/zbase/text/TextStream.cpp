@@ -9,12 +9,12 @@
 
 namespace {
 
-// An encoding of the locale is known only by what it makes of a text. So a cut is looked for in front of an
-// element that no encoding has inside of a character or joins to the one before; letters and digits may be
-// both. In a text without any, a cut is right where both sides together give what the whole does, and no
-// character reaches from there to the end.
+// The state of the locale's encoding can't be read. So a cut is made before an element that no encoding has
+// inside a character or joins to the one before; letters and digits may be both. In a text without any, a cut
+// is valid if both sides together convert to the same as the whole, and no character can extend from there to
+// the end.
 constexpr unsigned int kFirstDoubtful = 0x30;
-constexpr std::size_t kLongestSearch = 65536;  // elements without a plain one among them
+constexpr std::size_t kLongestSearch = 65536;  // elements without such a cut among them
 constexpr std::size_t kLongestCharacter = 16;  // elements, with all that is joined to it
 
 template <class Text, class Convert>
@@ -36,7 +36,7 @@ std::size_t EndForLocale(const Text& text, Convert convert) {
     return text.size() < kLongestSearch ? 0 : EndByTrial(text, convert);
 }
 
-// The reason of a failed conversion. The one of ASCII tells an offset, from the start of what it was given.
+// The reason of a failed conversion. ASCII's contains an offset, from the start of its piece.
 std::string Reason(const ZBase::Message& failure, std::size_t done) {
     constexpr std::string_view mark = " at offset ";
     std::string reason = ZBase::FormatMessage(failure, 0).c_str();
@@ -48,7 +48,7 @@ std::string Reason(const ZBase::Message& failure, std::size_t done) {
                           std::to_string(std::stoull(reason.substr(digits, end - digits)) + done));
 }
 
-// Takes the first `end` elements off `held`, and gives what `convert` makes of them.
+// Removes the first `end` elements from `held`, and returns the result of `convert` for them.
 template <class Text, class Convert>
 auto TakeOff(Text& held, std::size_t end, std::size_t& done, Convert convert) {
     try {
@@ -88,7 +88,7 @@ bool EndsInHighSurrogate(std::u16string_view units) {
 }  // namespace
 
 std::size_t WholeUtf8(std::string_view octets) {
-    constexpr std::size_t longest = 6;  // octets that the decoder takes for one sequence
+    constexpr std::size_t longest = 6;  // octets of the longest sequence for the decoder
     const std::size_t first = octets.size() - std::min(octets.size(), longest - 1);
     for (std::size_t at = octets.size(); at-- > first;) {
         const auto octet = static_cast<unsigned char>(octets[at]);
@@ -108,7 +108,7 @@ std::string TextConverter::Take(std::string_view octets, bool isLast) {
     try {
         return mEncoder.Take(mDecoder.Take(octets, isLast), isLast);
     } catch (const BadText&) {
-        // Octet by octet neither side gets ahead of the other.
+        // Octet by octet, so that the first error is found, whichever side it is on.
         for (std::size_t i = 0; i != octets.size(); ++i)
             encoder.Take(decoder.Take(octets.substr(i, 1), false), false);
         throw;

@@ -5,22 +5,22 @@
 #include <string>
 #include <string_view>
 
-// Texts of any length, converted piece by piece with the result that the whole text would have: what the end
-// of a piece may have cut through is held back for the next one. The encodings are "utf8", "utf16le", "ascii"
-// and "locale". Without `replace` bad text throws `BadText`; offsets in its reason count from the start of
-// the whole.
+// Texts of any length, converted piece by piece with the result that the whole text would have: the end of a
+// piece that may be in the middle of a character is held back for the next one. The encodings are "utf8",
+// "utf16le", "ascii" and "locale". Without `replace` bad text throws `BadText`; offsets in its reason count
+// from the start of the whole.
 
 /// Why a text can't be converted.
 class BadText : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Makes UTF-16 of a text.
+/// Decodes a text to UTF-16.
 class TextDecoder {
 public:
     TextDecoder(std::string encoding, bool replace);
 
-    /// What the octets up to here surely mean; with `isLast` all that was left, too.
+    /// The units that are certain after these octets; with `isLast` all that was held back, too.
     std::u16string Take(std::string_view octets, bool isLast);
 
 private:
@@ -30,10 +30,10 @@ private:
     std::string mEncoding;
     bool mReplace;
     std::string mHeld;
-    std::size_t mDone = 0;  // octets before those
+    std::size_t mDone = 0;  // octets before the held ones
 };
 
-/// Makes a text of UTF-16.
+/// Encodes a text from UTF-16.
 class TextEncoder {
 public:
     TextEncoder(std::string encoding, bool replace);
@@ -47,16 +47,15 @@ private:
     std::string mEncoding;
     bool mReplace;
     std::u16string mHeld;
-    std::size_t mDone = 0;  // units before those
+    std::size_t mDone = 0;  // units before the held ones
 };
 
-/// Makes a text of one encoding a text of another.
+/// Converts a text from one encoding to another.
 class TextConverter {
 public:
     TextConverter(const std::string& from, const std::string& to, bool replace);
 
-    /// What stops it is what comes first in the text, wherever the pieces end. Then nothing can be taken any
-    /// more.
+    /// The error is the first one in the text, wherever the pieces end. After it no piece is accepted.
     std::string Take(std::string_view octets, bool isLast);
 
 private:
@@ -64,5 +63,5 @@ private:
     TextEncoder mEncoder;
 };
 
-/// Octets of a UTF-8 text in front of a sequence at its end that may go on; all of them if there is none.
+/// The length of a UTF-8 text without an unfinished sequence at its end.
 std::size_t WholeUtf8(std::string_view octets);
