@@ -14,7 +14,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-# What the packages themselves bring is asked of each other by name.
+# Packages refer to their own parts by name.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/Base ${PROJECT_BINARY_DIR}/ZLiteXML)
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
@@ -38,7 +38,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "The command zbase: shows records, errors, texts and crashes, and tries crash\nreporting.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libzbase${PROJECT_VERSION_MAJOR} ${same_version}")
 
-# What others wrote and the library contains, in their words.
+# Notices of third-party code in the library.
 set(notices "")
 if(ZBASE_CRASH_REPORTING)
     file(READ ${BREAKPAD_DIR}/deps/breakpad/LICENSE breakpad_licence)

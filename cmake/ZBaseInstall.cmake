@@ -1,4 +1,4 @@
-# Where the installed parts find each other.
+# The paths between the installed parts.
 
 # zbase_way(variable from to): the path from one installation directory to another, for a loader or a reader that starts in
 # the first. Both may be absolute.
@@ -9,7 +9,7 @@ function(zbase_way variable from to)
     set(${variable} ${to} PARENT_SCOPE)
 endfunction()
 
-# zbase_pkg_config(name): NAME.pc of cmake/NAME.pc.in. Its paths begin at its own place, so that a tree can be moved.
+# zbase_pkg_config(name): NAME.pc from cmake/NAME.pc.in. Its paths are relative to itself, so that a tree can be moved.
 function(zbase_pkg_config name)
     set(place ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
     zbase_way(way_to_libraries ${place} ${CMAKE_INSTALL_LIBDIR})

@@ -1,5 +1,5 @@
-# cmake -DCOMMAND=LIST [-DTEXT=FILE] [-DREGEX=REGEX] -P expect.cmake: runs a program, which must end with 0 and tell what
-# is in the file, to the letter, or what the expression says.
+# cmake -DCOMMAND=LIST [-DTEXT=FILE] [-DREGEX=REGEX] -P expect.cmake: runs a program, which must exit with 0 and print
+# exactly the content of the file, or match the expression.
 execute_process(COMMAND ${COMMAND} OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "It ended with ${status}.\n${output}${errors}")

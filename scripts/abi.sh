@@ -1,5 +1,5 @@
 #!/bin/sh
-# abi.sh LIBRARY: what modules that were built against a shared library depend on, for abidiff: the signatures of what it
+# abi.sh LIBRARY: the interface of a shared library for modules built against it, for abidiff: the signatures of its
 # exports, the layouts of its records, the order of the virtual operations of its interfaces.
 set -eu
 cd "$(dirname "$0")/.."

@@ -1,13 +1,13 @@
 #!/bin/bash
-# bare.sh [SCRIPT...]: runs demo.sh and test.sh, or scripts that are named by their paths in the tree, of the committed tree
-# on a system that has nothing: the smallest Debian, git, the certificates, and this machine's own settings of apt and npm.
-# Needs root. Nothing is left of it, whatever happens. ZBASE_BARE_SUITE names another Debian than this machine's.
-# With ccache in the environment (CMAKE_CXX_COMPILER_LAUNCHER, CCACHE_DIR) its objects come from there.
+# bare.sh [SCRIPT...]: runs demo.sh and test.sh, or scripts given by their paths in the tree, of the committed tree on a
+# bare system: the smallest Debian, git, the certificates, and this machine's own settings of apt and npm. Needs root. It is
+# removed afterwards, whatever happens. ZBASE_BARE_SUITE names another Debian than this machine's. With ccache in the
+# environment (CMAKE_CXX_COMPILER_LAUNCHER, CCACHE_DIR) its objects are used.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
 
-# The place for temporary files is not in there.
+# TMPDIR does not exist there.
 in_root() { env -u TMPDIR chroot "$root" "$@"; }
 
 fetch_system() {
@@ -40,7 +40,7 @@ copy_settings() {
     done
 }
 
-# Where the root is no mount point, nothing below it can have a namespace of its own.
+# Below a root that is not a mount point no namespace can be made.
 mount_kernel() {
     mount --bind "$root" "$root"
     mount -t proc proc "$root/proc"
@@ -48,7 +48,7 @@ mount_kernel() {
     mount -t sysfs sysfs "$root/sys"
 }
 
-# What of this machine's environment goes along.
+# The variables of this machine's environment that are passed on.
 environment() {
     echo "HOME=/root"
     echo "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
@@ -79,7 +79,7 @@ if [ "${1:-}" != --inside ]; then
     }
     trap leave EXIT
     [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
-    # Mounts and processes of a namespace go with it, however it ends.
+    # Mounts and processes of a namespace end with it, however it ends.
     TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" "$@" &
     inside=$!
     status=0

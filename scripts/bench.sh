@@ -1,7 +1,8 @@
 #!/bin/sh
 # bench.sh [--check] [--docs] [BENCHMARK...]: measures load, memory, xml, stacks, text, messages, numbers or switches, each
-# beside its peers in one run; without a name, all. The last four have their goals in benchmarks/goals.tsv: --check measures
-# these alone and fails where one is missed by more than the spread, --docs writes docs/performance.md and its plots of them.
+# compared with its peers in one run; without a name, all. The last four have goals in benchmarks/goals.tsv: --check
+# measures only these and fails where one is missed by more than the spread, --docs writes docs/performance.md and its plots
+# from them.
 set -eu
 options=""
 names=""
@@ -32,7 +33,7 @@ fi
 
 bench_load() { "$build/benchmarks/load/load_cost"; }
 
-# Small regions have a process of their own: what larger ones leave on the heap would decide how fast they are.
+# Small regions have a process of their own: their speed would depend on the heap that larger ones leave.
 bench_memory() {
     for rows in -region region; do
         "$build/benchmarks/memory/BufferBenchmark" --benchmark_filter="$rows" --benchmark_repetitions=15 \
@@ -52,7 +53,7 @@ bench_xml() {
 
 bench_stacks() { "$build/benchmarks/stacks/StackBenchmark"; }
 
-# Those with goals give lines for one table.
+# Those with goals print lines for one table.
 tables=""
 measure() {
     "$build/benchmarks/$1/$2" >"$result.$1"

@@ -1,11 +1,11 @@
 #!/bin/sh
 # breakpad.sh [PLACE]: puts Breakpad, its dump tools and our patches into PLACE, third_party/breakpad/node_modules by
-# default. Costs nothing when they are there already, or are not wanted (ZBASE_CRASH_REPORTING=OFF).
+# default. Does nothing when they are there already, or are not wanted (ZBASE_CRASH_REPORTING=OFF).
 #
-# It is the pinned package of package-lock.json: from ZBASE_BREAKPAD_DIR, where somebody has put the package or what it
-# unpacks to, else from npm's registry, through npm or, without it, through what Debian has to ask the registry.
+# It is the pinned package of package-lock.json: from ZBASE_BREAKPAD_DIR, which has the package, packed or unpacked, else
+# from npm's registry, through npm or, without it, through curl and Debian's node-registry-url.
 #
-# breakpad.sh --needs-fetching: whether the registry would be asked.
+# breakpad.sh --needs-fetching: whether the registry would be used.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/progress.sh
@@ -99,7 +99,7 @@ fi
 
 cd "$work/minidump"
 apply() { patch --force --silent --no-backup-if-mismatch --directory=deps/breakpad/src -p1 "$@"; }
-# What somebody has put here may come from such a place as this. One patch may stand on another.
+# ZBASE_BREAKPAD_DIR may already have the patches. One patch may depend on another.
 for patch in $(cd "$pinned" && printf '%s\n' *.patch | sort -r); do
     if apply --reverse --dry-run <"$pinned/$patch" >/dev/null 2>&1; then apply --reverse <"$pinned/$patch" >&2; fi
 done

@@ -1,6 +1,6 @@
 #!/bin/sh
-# build.sh [TARGET...]: configures and builds the release preset, or that of ZBASE_PRESET; prints what went wrong, and
-# how far it is. ZBASE_CRASH_REPORTING=OFF leaves crash reporting out.
+# build.sh [TARGET...]: configures and builds the release preset, or that of ZBASE_PRESET; prints errors, and the progress.
+# ZBASE_CRASH_REPORTING=OFF leaves crash reporting out.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/progress.sh

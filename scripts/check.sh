@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 sources() { git ls-files -co --exclude-standard -- "$@"; }
 
-# each COMMAND [ARGUMENT...]: runs it for each file that is read, several at a time, and tells which are done.
+# each COMMAND [ARGUMENT...]: runs it for each file on its input, several at a time, and prints which are done.
 each() {
     local files
     mapfile -t files
@@ -22,8 +22,8 @@ check_format() {
 
 public_headers() { sources "$1/*.h" | grep -v -e '/os/' -e '/detail/' | LC_ALL=C sort; }
 
-# What a strict user turns on. Left out is what is only about older standards, padding, names that are others' own
-# (_GUID), and interfaces whose table is emitted wherever they are used.
+# The warnings of a strict user. Left out are those about older standards, padding, names from elsewhere (_GUID), and
+# interfaces whose table is emitted wherever they are used.
 strictly="-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast
     -Woverloaded-virtual -Wzero-as-null-pointer-constant -Wextra-semi -Wundef -Wcast-align -Wcast-qual -Wformat=2
     -Wdeprecated -Wdouble-promotion -Wfloat-equal -Wmissing-declarations -Wredundant-decls -Wswitch-enum
@@ -33,13 +33,13 @@ only_gcc="-Wuseless-cast -Wlogical-op -Wduplicated-cond -Wduplicated-branches -W
 only_clang="-Weverything -Wno-c++98-compat -Wno-c++98-compat-pedantic -Wno-c++20-compat -Wno-padded -Wno-weak-vtables
     -Wno-reserved-identifier"
 
-# compile_alone COMPILER OPTION...: a source for each public header that includes it and nothing else.
+# compile_alone COMPILER OPTION...: a source for each public header that includes only it.
 compile_alone() {
     { public_headers Base; public_headers ZLiteXML; } | xargs -P "$(nproc)" -I{} \
         sh -c 'echo "$0"; echo "#include <$0>" | "$@" -x c++ - || { echo "$0: $*" >&2; exit 255; }' {} "$@" -I. -fsyntax-only
 }
 
-# The umbrella header names every public header; an include never points up a layer. Each header compiles alone and
+# The umbrella header includes every public header; an include never points up a layer. Each header compiles alone and
 # without a warning for the strictest of users.
 check_headers() {
     diff <(grep -o '<Base/.*>' Base/ZBase.h | tr -d '<>') <(public_headers Base | grep -v Base/ZBase.h)
@@ -56,7 +56,7 @@ check_headers() {
     done
 }
 
-# The logic stays free of the operating system: it compiles for another one. With clang all of it is analysed and fuzzed.
+# The logic is free of the operating system: it compiles for another one. With clang all of it is analysed and fuzzed.
 check_portability() {
     quietly "Compiling the logic for another system" each x86_64-w64-mingw32-g++-posix -std=c++20 -DZBASE_BUILDING \
         -Wall -Wextra -Wconversion -Wshadow -Werror -I. -fsyntax-only < <(sources 'Base/*.cpp' | grep -v /os/)
@@ -72,8 +72,8 @@ check_exports() {
         { echo "The exported symbols changed: if that is meant, scripts/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
 }
 
-# What modules depend on that were built against the libraries before: signatures, layouts, the order of operations.
-# What was added is left alone.
+# The interface for modules that were built against the libraries before: signatures, layouts, the order of operations.
+# Additions pass.
 check_abi() {
     local place library name
     place=$(mktemp -d)
@@ -98,7 +98,7 @@ check_hardening() {
     rm -rf "$place"
 }
 
-# check_man_page COMMAND [SUBCOMMAND...]: the man page tells of each command and option that the help tells of.
+# check_man_page COMMAND [SUBCOMMAND...]: the man page has each command and option of the help.
 check_man_page() {
     local help name
     help=$("$@" --help)
@@ -108,14 +108,14 @@ check_man_page() {
     done
 }
 
-# block LANGUAGE [PAGE HEADING]: what README's "Using it", or a page under a heading, shows in that language, the first of it.
+# block LANGUAGE [PAGE HEADING]: the first block in that language in README's "Using it", or on a page under a heading.
 block() {
     awk -v language="$1" -v heading="## ${3:-Using it}" '/^## / { here = $0 == heading } /^```$/ && on { exit } on { print }
         here && $0 == "```" language { on = 1 }' "${2:-README.md}"
 }
 
-# What README and the first steps tell of the use of the library, to the letter but for the place, by CMake and by pkg-config;
-# the examples.
+# The use of the library as README and the first steps show it, exactly except for the directory, by CMake and by
+# pkg-config; the examples.
 check_package() {
     local place
     place=$(mktemp -d)
@@ -148,13 +148,13 @@ check_package() {
     rm -rf "$place"
 }
 
-# What README and docs show is compiled, run and compared; their links lead somewhere.
+# The code in README and docs is compiled, run and compared; their links are followed.
 check_pages() {
     scripts/links.py
     quietly "Running what the pages show" scripts/pages.py
 }
 
-# Pages and reference as HTML, without a warning and with every link leading somewhere, and the first page in a browser.
+# Pages and reference as HTML, without a warning and a broken link, and the first page in a browser.
 check_docs() {
     scripts/docs.sh
     scripts/links.py build/docs
@@ -169,7 +169,7 @@ check_docs() {
 
 check_tidy() {
     cmake --preset clang >/dev/null
-    # What the configuration leaves out has no compile command.
+    # Sources that the configuration leaves out have no compile command.
     quietly "Analysing" each clang-tidy-16 --quiet -p build/clang \
         < <(sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v -e /off/ -e /windows/)
 }
@@ -179,7 +179,7 @@ check_sanitizers() {
     scripts/run_tests.sh sanitize
 }
 
-# What threads may share, under ThreadSanitizer, whose own memory would count as the process's.
+# Shared state of threads, under ThreadSanitizer, whose own memory would count as the process's.
 check_threads() {
     ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests together_tests
     local program
@@ -215,7 +215,7 @@ check_without_crash_reporting() {
     fi
 }
 
-# How others take the tree in, as far as the configuration shows it: "builds" builds all of it.
+# The tree as a part of other projects, as far as the configuration shows it: "builds" builds all of it.
 check_ways() {
     tests/packaging/builds.sh --configure type_none type_release without_test_packages subdirectory subdirectory_static
 }
@@ -234,13 +234,13 @@ check_bare() {
     scripts/bare.sh
 }
 
-# The Debian packages, installed, used and removed on a system that has nothing.
+# The Debian packages, installed, used and removed on a bare system.
 check_packages() {
     scripts/setup.sh bare
     scripts/bare.sh tests/packaging/packages.sh
 }
 
-# Each way to build that there is a compiler for, on this Debian and the next, and there the tests.
+# Each way to build with an available compiler, on this Debian and the next, and there the tests.
 check_builds() {
     scripts/setup.sh bare
     scripts/bare.sh tests/packaging/builds.sh

@@ -7,7 +7,7 @@ scripts/setup.sh docs
 rm -rf build/docs build/docs-source
 mkdir -p build/docs/tree build/docs-source
 
-# What pages link to and Doxygen doesn't make goes along.
+# Link targets that Doxygen doesn't make are copied.
 grep -oh '](\.\./[^)]*)' docs/*.md | sed 's|^](\.\./||; s|)$||' | grep -v '\.h$' | sort -u | xargs -d '\n' cp -R --parents -t build/docs/tree
 python3 scripts/site_source.py build/docs-source
 find docs -name '*.svg' -exec cp --parents -t build/docs-source {} +

@@ -21,7 +21,7 @@ LAYERS = [
     ["Base/crash"],
     ["Base/frame/Load.cpp", "Base/ZBase.h", "DebugHelp", "ZLiteXML"],  # construct, name and use everything
 ]
-# What only these know.
+# Only these may name registers.
 OF_A_PROCESSOR = ("/x86_64/", "/text/detail/kernels/")
 REGISTER = re.compile(r"\b(r[a-d]x|r[sd]i|r[sb]p|rip|r[89]|r1[0-5]|eflags|mxcsr|[xyz]mm\d+|REG_[A-Z0-9]+)\b")
 LEVELS = {place: level for level, places in enumerate(LAYERS) for place in places}

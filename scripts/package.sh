@@ -11,7 +11,7 @@ cd build/package
 rm -f ./*.deb ./*.ddeb ./*.tar.gz
 quietly "Making the packages" cpack -G DEB
 
-# CPack adds scripts that call ldconfig; the trigger that the package has does the same, and needs none.
+# CPack adds scripts that call ldconfig; the package's trigger does the same, without scripts.
 for package in ./libzbase?_*.deb; do
     dpkg-deb -R "$package" unpacked
     rm -f unpacked/DEBIAN/postinst unpacked/DEBIAN/postrm

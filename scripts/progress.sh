@@ -1,5 +1,5 @@
-# progress.sh is sourced. It runs commands whose output nobody wants to read unless they fail, and tells how far
-# they are: on a terminal in one line that is written anew, else in a line every five seconds.
+# progress.sh is sourced. It runs commands whose output is shown only if they fail, with their progress: on a terminal in
+# one line that is rewritten, else in a line every five seconds.
 
 progress_seconds=${ZBASE_PROGRESS_SECONDS:-5}
 progress_reporter=""
@@ -13,7 +13,7 @@ trap end_progress EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# how_far LOG: the last thing that a log tells, in one short line.
+# how_far LOG: the last line of a log, shortened.
 how_far() {
     tail -c 8192 "$1" | tr '\r' '\n' | awk '
         /^(dlstatus|pmstatus):/ {  # of apt
@@ -31,7 +31,7 @@ how_far() {
         END { print substr(last, 1, 70) }'
 }
 
-# Only what a reader needs of a log: not what went well.
+# A log without the lines of success.
 show_log() {
     grep -v -E '^(\[[0-9]+/[0-9]+\] |\[ RUN |\[ +OK |dlstatus:|pmstatus:|-- )' "$1" || :
 }
@@ -48,7 +48,7 @@ report_progress() {
     done
 }
 
-# run_logged LOG TITLE COMMAND [ARGUMENT...]: all that the command says goes to the log. Gives its status.
+# run_logged LOG TITLE COMMAND [ARGUMENT...]: writes the output of the command to the log. Returns its status.
 run_logged() {
     run_log=$1
     echo "$2 ..."
@@ -63,7 +63,7 @@ run_logged() {
     return "$run_status"
 }
 
-# quietly TITLE COMMAND [ARGUMENT...]: shows what the command says only if it fails. Gives its status.
+# quietly TITLE COMMAND [ARGUMENT...]: shows the output of the command only if it fails. Returns its status.
 quietly() {
     progress_log=$(mktemp)
     quiet_status=0

@@ -1,6 +1,6 @@
 #!/bin/sh
-# run_tests.sh PRESET [CTEST ARGUMENT...]: runs the tests of a preset that is built. Tells how far it is; in the end the
-# output of each test that failed, who was skipped and why, and the numbers. Fails if a test fails or none is found.
+# run_tests.sh PRESET [CTEST ARGUMENT...]: runs the tests of a built preset. Prints the progress; in the end the output of
+# each failed test, the skipped ones with their reasons, and the numbers. Fails if a test fails or none is found.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/progress.sh

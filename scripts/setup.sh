@@ -1,5 +1,5 @@
 #!/bin/sh
-# setup.sh GROUP...: installs what a group of work needs from Debian's packages; what is there already costs nothing.
+# setup.sh GROUP...: installs the Debian packages of a group that are missing.
 #   build  the library and the zbase command
 #   test   the tests
 #   check  formatting, static analysis, the second compilers, fuzzers
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 . scripts/progress.sh
 
 build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-dev libexpat1-dev nlohmann-json3-dev pkg-config uuid-dev zlib1g-dev"
-# Breakpad comes through npm if somebody has it. Debian's own would bring 372 packages, what asks npm's registry alone 19.
+# Breakpad comes through npm if that is installed. Debian's own would bring 372 packages, curl and node-registry-url 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
 check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
@@ -64,7 +64,7 @@ refuse() {
     exit 1
 }
 
-# apt waits by itself for the lock of dpkg, but not for that of its lists.
+# apt waits for the lock of dpkg by itself, but not for that of its lists.
 update() {
     tries=0
     echo "asking for the lists of packages"
@@ -76,7 +76,7 @@ update() {
         echo "waiting for another apt to end"
         sleep 2
     done
-    # With a list that can't be had, the packages may be there all the same: the installation tells.
+    # Without the lists, the packages may be there all the same: the installation shows it.
 }
 
 install() {

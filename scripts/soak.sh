@@ -1,5 +1,5 @@
 #!/bin/bash
-# soak.sh [STEP...]: the tests that take long, on a built tree. Without a step, all of them, in this order.
+# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/progress.sh

@@ -1,6 +1,6 @@
-# test_summary.awk OUTPUT LOG: what a run of ctest came to, from what it printed and from its LastTest.log.
+# test_summary.awk OUTPUT LOG: the result of a run of ctest, from its output and its LastTest.log.
 
-# The lists that ctest ends with: "\t 12 - Name (Reason)".
+# The lists at the end of ctest's output: "\t 12 - Name (Reason)".
 FNR == NR && /tests passed, .* out of/ {
     match($0, /out of [0-9]+/)
     total = substr($0, RSTART + 7, RLENGTH - 7) + 0
@@ -26,7 +26,7 @@ FNR == NR && list != "" && NF == 0 { list = "" }
 FNR == NR { next }
 FNR == 1 { name = "" }
 
-# What each of them said, between a ruler and "<end of output>".
+# The output of each of them, between a ruler and "<end of output>".
 /^[0-9]+\/[0-9]+ Test: / {
     name = $0
     sub(/^[0-9]+\/[0-9]+ Test: /, "", name)

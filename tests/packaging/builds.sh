@@ -1,8 +1,8 @@
 #!/bin/bash
-# builds.sh [WAY...]: builds the library in the ways in which others build it: each type, generator and compiler that is
-# here, as a part of another project, static, with flags of a distribution, below a path with blanks. Each is built beside
-# the tree, and a program that uses it is run. Without a WAY all of them, and in the end who failed; --list names them.
-# builds.sh --configure [WAY...]: only configures, and looks at what would be built. That takes seconds.
+# builds.sh [WAY...]: builds the library in the ways of its users: each type, generator and installed compiler, as a part of
+# another project, static, with flags of a distribution, below a path with blanks. Each is built beside the tree, and a
+# program that uses it is run. Without a WAY all of them, and in the end the failed ones; --list prints their names.
+# builds.sh --configure [WAY...]: only configures, and checks what would be built. That takes seconds.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 top=$PWD
@@ -20,14 +20,14 @@ make_it() { [ -n "$only_configure" ] || cmake --build "$@" -j "$(nproc)"; }
 # commands BUILD SOURCE: how the build would compile the sources of that name.
 commands() { grep '"command":' "$1/compile_commands.json" | grep -e " -c .*$2\>"; }
 
-# built BUILD [ARGUMENT...]: the tree, configured with no preset, and what its command says.
+# built BUILD [ARGUMENT...]: the tree, configured without a preset, and the output of its command.
 built() {
     local build=$1
     shift
     cmake -S "$top" -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON $plain "$@" && make_it "$build" && warns "$build" && runs "$build"
 }
 
-# A warning is an error only for who asks for that.
+# Warnings are errors only for users that ask for it.
 warns() {
     [ -f "$1/compile_commands.json" ] || return 0
     local strict
@@ -87,15 +87,15 @@ way_absolute() {
         outside "$work/o" "-DCMAKE_PREFIX_PATH=$work/elsewhere;$work/p" "-DZBase_DIR=$work/elsewhere/lib/cmake/ZBase"
 }
 
-# outside BUILD [ARGUMENT...]: the project that uses what is installed.
+# outside BUILD [ARGUMENT...]: a project that uses the installation.
 outside() {
     local build=$1
     shift
     cmake -S "$top/examples/consumer" -B "$build" "$@" && cmake --build "$build" && "$build/consumer" && "$build/consumer_xml"
 }
 
-# parent WAY [ARGUMENT...]: a project with targets, flags, tests and an installation of its own that takes the tree in by the
-# command WAY, below a path with blanks.
+# parent WAY [ARGUMENT...]: a project with targets, flags, tests and an installation of its own that includes the tree by
+# the command WAY, below a path with blanks.
 parent() {
     local place="$work/a parent"
     mkdir -p "$place"
@@ -116,7 +116,7 @@ foreach(name IN ITEMS CMAKE_CXX_STANDARD=17 CMAKE_CXX_VISIBILITY_PRESET= CMAKE_P
     endif()
 endforeach()
 
-# Whatever else the parent calls its variables and targets: ours have names that are ours, or those of CMake's own modules.
+# The parent may use any other names of variables and targets: ours have names of our own, or of CMake's own modules.
 get_cmake_property(all CACHE_VARIABLES)
 list(REMOVE_ITEM all \${own})
 list(FILTER all EXCLUDE REGEX "^(ZBASE_|ZBase_|CMAKE_|EXPAT_|PKG_CONFIG_|PC_EXPAT_|pkgcfg_lib_|__pkg_config|prefix_result|FIND_PACKAGE_MESSAGE|FETCHCONTENT_|GIT_EXECUTABLE|_GNUInstallDirs)")
@@ -164,7 +164,7 @@ FetchContent_Declare(zbase GIT_REPOSITORY \"$work/fetched from\" GIT_TAG HEAD)
 FetchContent_MakeAvailable(zbase)"
 }
 
-# A machine on which the library was built and whose tests nobody has asked for yet.
+# A machine on which the library was built without its tests.
 way_without_test_packages() {
     local said
     said=$(cmake --preset release -B "$work/b" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DCMAKE_DISABLE_FIND_PACKAGE_ICU=ON 2>&1) || fail "$said"
@@ -172,7 +172,7 @@ way_without_test_packages() {
     make_it "$work/b" --target zbase
 }
 
-# On a system that has nothing, all the compilers that it can have.
+# On a bare system, with all its compilers.
 if [ $# = 0 ] && [ "$(id -u)" = 0 ]; then
     scripts/setup.sh build
     compilers=$(apt-cache pkgnames | grep -E '^(g\+\+-1[2-4]|clang-1[4-9])$' | sort)

@@ -1,6 +1,6 @@
 #!/bin/bash
 # packages.sh: on a system of its own (scripts/check.sh packages): makes the packages, installs them, builds and runs a
-# program with them, removes them without a trace, and tries the archive where it is unpacked.
+# program with them, removes them without a trace, and tests the archive where it is unpacked.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 top=$PWD
@@ -10,7 +10,7 @@ as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
 apt() { as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 "$@"; }
 fail() { echo "packages.sh: $*" >&2; exit 1; }
 
-# Everything that an installation may leave somewhere.
+# All files that an installation may leave.
 what_is_there() { find /usr /etc /opt -xdev ! -name 'ld.so.cache*' ! -path '/usr/share/mime/*' ! -path '*/__pycache__*' | LC_ALL=C sort; }
 
 scripts/package.sh

@@ -1,5 +1,5 @@
 #!/bin/bash
-# run.sh [TEST...]: the tests of the scripts. Each runs in a copy of them, with commands of its own in front of the path.
+# run.sh [TEST...]: the tests of the scripts. Each runs in a copy of them, with commands of its own first in PATH.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 top=$PWD
@@ -10,14 +10,14 @@ fail() { echo "$*"; exit 1; }
 expect() { [[ $1 == *"$2"* ]] || fail "wanted \"$2\" in: $1"; }
 refuse() { [[ $1 != *"$2"* ]] || fail "did not want \"$2\" in: $1"; }
 
-# stand_in NAME BODY: a command in front of the path.
+# stand_in NAME BODY: a command first in PATH.
 stand_in() {
     mkdir -p bin
     printf '#!/bin/sh\n%s\n' "$2" >"bin/$1"
     chmod +x "bin/$1"
 }
 
-# only NAME...: the path has these commands, what stands in for others, and nothing else.
+# only NAME...: PATH has these commands, the stand-ins for others, and nothing else.
 only() {
     mkdir -p few
     local name
@@ -28,7 +28,7 @@ only() {
     PATH=$PWD/bin:$PWD/few
 }
 
-# As one who is not root, on a machine where nothing is installed.
+# As a user without root, on a machine where nothing is installed.
 nobody_with_nothing() {
     stand_in id 'echo 1000'
     stand_in dpkg-query 'exit 1'
@@ -118,7 +118,7 @@ test_UnknownGroupIsRefused() {
     [ "$status" = 2 ] || fail "status $status"
 }
 
-# A tree of one test that passes, some that do not, and one that is skipped.
+# A tree with one passing test, several that fail, and a skipped one.
 small_tree() {
     mkdir -p build/small
     cat >CMakeLists.txt <<'END'
@@ -242,7 +242,7 @@ test_BareNeedsRoot() {
     expect "$said" "only root"
 }
 
-# page LINE...: a page of these lines in docs, over the library as it is built.
+# page LINE...: a page of these lines in docs, with the built library.
 page() {
     mkdir -p docs build
     ln -sfn "$top/Base" Base
