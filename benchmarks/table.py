@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""table.py [--check] [--docs] BENCHMARK=FILE...: what benchmarks measured, beside the goals of goals.tsv.
+"""table.py [--check] [--docs] BENCHMARK=FILE...: the results of benchmarks, with the goals of goals.tsv.
 
 A file has the lines of benchmarks/support/Beside.h. --check fails where a goal is missed by more than the spread of the
 measurement; --docs writes docs/performance.md and the plots beside it, for which all benchmarks must be given."""

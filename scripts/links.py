@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """links.py [DIRECTORY]: follows every link of the Markdown pages of the tree; given a directory, of the HTML pages in it. Only
-what can be looked at here is: links that name a scheme are passed over. Of the tree it also looks for the files that each
-decision of docs/decisions.md says it governs. Prints each that leads nowhere, and then ends with 1."""
+local ones: links with a scheme are skipped. Of the tree it also checks the files that each decision of docs/decisions.md governs.
+Prints each that leads nowhere, and then exits with 1."""
 
 import html.parser
 import itertools

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""site_source.py DIRECTORY: puts public headers and pages there, as Doxygen wants them. site_source.py FILE: shows one.
+"""site_source.py DIRECTORY: writes public headers and pages there, with the marks that Doxygen needs. site_source.py FILE: prints
+one.
 
-A header says a thing once: in a comment of its own for all that follows, above the first of several declarations for all of them,
-and behind a member for that member. Doxygen is told so, for it takes a comment for the next declaration alone. What a page links to
-is a part of the reference, if it is a header, or lies in the folder "tree" of the site, where scripts/docs.sh puts it."""
+A header states a thing once: in a comment of its own for all that follows, above the first of several declarations for all of them,
+and behind a member for that member. Doxygen applies a comment to the next declaration only, so marks are added. The target of a
+link is a part of the reference, if it is a header, or in the folder "tree" of the site, where scripts/docs.sh copies it."""
 
 import pathlib
 import re

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """table.py FILE...: the ratios of runs of BufferBenchmark, each beside its goal.
 
-On one thread a time is the least of the repetitions, so that what else the machine did meanwhile counts as little as it
-can. Threads that meet are slow and threads that happen not to are fast, so for several it is the median."""
+On one thread a time is the minimum of the repetitions, which other load affects least. With several threads it is the median, since
+contention varies from run to run."""
 
 import json
 import statistics

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""table.py FILE: what a run of xml_benchmark tells, reading beside the bare parser on the same bytes and its goal.
+"""table.py FILE: the results of xml_benchmark, reading compared with the bare parser on the same bytes, and its goal.
 
-A time is the least of the repetitions, so that what else the machine did meanwhile counts as little as it can."""
+A time is the minimum of the repetitions, which other load affects least."""
 
 import json
 import sys
