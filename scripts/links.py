@@ -76,6 +76,8 @@ def governs_nothing(page):
     stem, as a component is."""
     lines = page.read_text(encoding="utf-8").split("\n") if page.exists() else []
     for number, line in enumerate(lines, 1):
+        if line.startswith("## ") and not next(filter(str.strip, lines[number:]), "").startswith("### "):
+            yield f"{page}:{number}: text that is not of a decision under a subsystem"
         if line.startswith("### "):
             named = list(itertools.takewhile(str.strip, lines[number:]))
             files = re.findall(r"`([^`]*)`", " ".join(named)) if named and named[0].startswith("Governs `") else []

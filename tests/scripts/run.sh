@@ -288,12 +288,13 @@ test_DecisionGovernsFilesThatAreThere() {
     mkdir docs
     printf '# Decisions\n\n## Pages\n\n### One\nGoverns `docs`, `scripts/links`,\n`scripts/pages.py`.\n\n`nothing.h` is text.\n' >docs/decisions.md
     scripts/links.py
-    printf '\n### Two\nGoverns `scripts/gone.py`, `scripts/link`.\n\n### Three\nIn `scripts`.\n' >>docs/decisions.md
+    printf '\n### Two\nGoverns `scripts/gone.py`, `scripts/link`.\n\n### Three\nIn `scripts`.\n\n## Four\nGoverns `scripts`.\n' >>docs/decisions.md
     said=$(scripts/links.py) && fail "passed: $said"
     expect "$said" "decisions.md:11: there is no scripts/gone.py"
     expect "$said" "decisions.md:11: there is no scripts/link"
     expect "$said" "decisions.md:14: governs no file"
-    expect "$said" "3 links that lead nowhere"
+    expect "$said" "decisions.md:17: text that is not of a decision"
+    expect "$said" "4 links that lead nowhere"
 }
 
 test_ReferenceSaysForAllWhatTheHeaderSaysOnce() {
