@@ -79,7 +79,7 @@ private:
 
 int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     server.set_payload_max_length(kLargestReport);
-    // An OPTIONS request is told that gzip is accepted; requests are decompressed before this handler.
+    // The reply to OPTIONS says that gzip is accepted; requests are decompressed before this handler.
     server.Options(".*", [](const httplib::Request&, httplib::Response& response) {
         response.status = 204;
         response.set_header("Allow", "OPTIONS, POST");

@@ -33,7 +33,7 @@ public:
         std::string servers;
         file >> mFailures >> mNext;
         file.ignore(1);
-        // Another server may answer at once.
+        // Another server is tried at once.
         if (!std::getline(file, servers) || servers != mServers || mFailures < 0 || Left() > kLongestPause) {
             mFailures = 0;
             mNext = 0;
@@ -68,7 +68,7 @@ bool SendAll(CrashDelivery& delivery, const ZBase::CrashStore& store, Pause& pau
         ZBase::WideString code;
         const EDelivery result = delivery.Deliver(name, code);
         if (result == EDelivery::eSent || result == EDelivery::eSentAndKept) pause.Forget();
-        // Whoever does not answer for one does not answer for the next.
+        // A server that does not reply for one dump is not tried for the next.
         if (result == EDelivery::eNotSent || result == EDelivery::eThrottled) return false;
         if (result == EDelivery::eInUse) isDone = false;
     }

@@ -33,7 +33,7 @@ Texts Split(const std::string& input) {
     return texts;
 }
 
-// Names and values from `at` on, up to an empty name or the end, behind which `at` is left.
+// Names and values from `at` on, up to an empty name or the end; moves `at` after it.
 ZBase::CrashConfigTable Pairs(const Texts& texts, std::size_t& at) {
     ZBase::CrashConfigTable pairs;
     for (; at + 1 < texts.size() && !texts[at].empty(); at += 2) pairs[texts[at]] = texts[at + 1];

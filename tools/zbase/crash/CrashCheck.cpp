@@ -46,7 +46,7 @@ std::string MeaningOfChoice(const CrashSetting& row, const WideString& value) {
     return isClear ? meaning : meaning + " (only \"true\" and \"TRUE\" count as true)";
 }
 
-// What a setting means, or why it means nothing.
+// The meaning of a setting, or why it has none.
 std::string MeaningOf(const WideString& key, const WideString& value) {
     const CrashSetting* const row = FindCrashSetting(key);
     if (row == nullptr) {
@@ -108,7 +108,7 @@ void PrintLines(const std::string& path) {
     }
 }
 
-// Why no report can ever arrive at an address; empty if one may.
+// Why no report can arrive at an address; empty if one may.
 std::string WhyNoReport(const std::string& url) {
     const std::string scheme = url.substr(0, url.find("://"));
     const auto is = [&](const char* name) { return strcasecmp(scheme.c_str(), name) == 0; };
@@ -120,7 +120,7 @@ std::string WhyNoReport(const std::string& url) {
     return host == url.size() || url[host] == '/' || url[host] == ':' ? "names no server" : "";
 }
 
-// What would keep the reports from both or one of the servers, a line each.
+// The obstacles between the reports and one or both servers, a line each.
 std::string LostReports(const CrashSettings& config) {
     const auto line = [](const char* key, const WideString& address) {
         const std::string why = WhyNoReport(Narrow(address.c_str()));
@@ -130,7 +130,7 @@ std::string LostReports(const CrashSettings& config) {
            line("ServerProdURL", TextSetting<"ServerProdURL">(config.settings));
 }
 
-// Which files would not go with reports as they stand now, a line each.
+// The files that could not be attached now, a line each.
 std::string LostAttachments(const CrashSettings& config) {
     std::string lines;
     for (const CrashAttachment& attachment : AttachmentsIn(config.settings)) {
@@ -161,7 +161,7 @@ std::string WhyThisFile(const std::string& file) {
     return ", in the current directory";
 }
 
-// Without a file, of the configuration that the library would find.
+// Without a file it checks the configuration that the library would find.
 int Check(const std::string& file) {
     const CrashSettings config = ReadCrashSettings(file);
     Print(Styled(Shown(config.path), "1") + WhyThisFile(file) + "\n");

@@ -11,7 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 using ZBase::WideString;
 
-// Sends a dump, and tells what became of it. False if it stays and should not.
+// Sends a dump, and prints the result. False if it stays and should not.
 bool SendDump(CrashDelivery& delivery, const fs::path& dump) {
     WideString code;
     std::string result;
@@ -51,7 +51,7 @@ bool SendDump(CrashDelivery& delivery, const fs::path& dump) {
     return isWell;
 }
 
-// Without a directory, that of the configuration.
+// Without a directory it uses the configured one.
 int Send(const std::string& directory) {
     NeedCrashReporting();
     const CrashSettings config = ReadCrashSettings("");

@@ -14,7 +14,7 @@ namespace {
 constexpr char kNoCrashReporting[] =
     "the library was built without crash reporting (ZBASE_CRASH_REPORTING=OFF)";
 
-// Why no dump can be written to what stands there; empty if one can.
+// Why no dump can be written to this directory; empty if one can.
 std::string WhyNotForDumps(const fs::path& dumps) {
     std::error_code none;
     if (!fs::is_directory(dumps, none)) return "the dump path " + dumps.string() + " is no directory";

@@ -17,8 +17,8 @@ struct CrashSettings {
 /// Reads `file`, or if that is empty the configuration that the library would find. Throws `Failure`.
 CrashSettings ReadCrashSettings(const std::string& file);
 
-/// What would stop the installation, or every dump; empty if nothing would.
+/// The reason that would prevent the installation, or every dump; empty if there is none.
 std::string CrashObstacle(const CrashSettings& config);
 
-/// Throws `Failure` where the library was built without crash reporting.
+/// Throws `Failure` if the library was built without crash reporting.
 void NeedCrashReporting();

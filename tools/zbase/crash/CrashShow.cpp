@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One of Breakpad's tools: as it was installed or built with this command, or from the search path.
+// The path of one of Breakpad's tools: installed or built with this command, or from PATH.
 std::string Tool(const char* name) {
     const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
     for (const char* way : {ZBASE_WAY_TO_BREAKPAD, "breakpad"}) {
@@ -39,7 +39,7 @@ std::vector<std::string> Split(const std::string& text, char separator) {
     return parts;
 }
 
-/// A directory of symbol files, gone at the end.
+/// A directory of symbol files, removed at the end.
 class SymbolStore {
 public:
     SymbolStore() {
@@ -76,7 +76,7 @@ private:
     fs::path mPlace;
 };
 
-/// What Breakpad's reader tells, a line of fields each.
+/// The output of Breakpad's reader, a line of fields each.
 struct Walk {
     std::string reason;
     std::string address;
@@ -122,7 +122,7 @@ std::map<std::string, std::string> FilesOfModules(const std::string& dump) {
     return files;
 }
 
-// Texts of a process may hold anything. Further lines stand under the first.
+// Texts of a process may contain control characters. Further lines are aligned under the first.
 std::string Line(const std::string& text) {
     std::string line;
     std::string_view rest(text.data(), text.find_last_not_of("\r\n") + 1);
@@ -141,7 +141,7 @@ void PrintFrame(const std::vector<std::string>& frame) {
     Print("  " + frame[1] + "\t" + (frame[2].empty() ? "?" : frame[2]) + "\t" + where + "\n");
 }
 
-// The number of a thread, and its id and name as far as the dump has them.
+// The number of a thread, and its id and name if the dump has them.
 std::string NameOf(const DumpedReport& report, const std::string& number) {
     const auto index = static_cast<std::size_t>(std::strtoul(number.c_str(), nullptr, 10));
     if (number.empty() || index >= report.threads.size()) return number;
@@ -150,7 +150,7 @@ std::string NameOf(const DumpedReport& report, const std::string& number) {
     return number + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
 }
 
-// With `hasAll` of all threads, else of the crashed one.
+// With `hasAll` all threads, else the crashed one.
 int Show(const std::string& dump, bool hasAll) {
     const DumpedReport report = ReportOfDump(dump);
     Walk walk = WalkDump(dump, "/dev/null");

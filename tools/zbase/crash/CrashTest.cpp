@@ -31,7 +31,7 @@ bool DumpInChild() {
     return child > 0 && status == 0;
 }
 
-// The places where a dump of this process may lie, by the GUIDs of those that do.
+// The directories in which this process may write a dump, and the GUIDs of the dumps there.
 std::set<std::string> DumpNames(const CrashSettings& config) {
     std::set<std::string> names;
     for (const fs::path& place : {config.DumpDirectory(), fs::temp_directory_path()}) {
@@ -43,7 +43,7 @@ std::set<std::string> DumpNames(const CrashSettings& config) {
     return names;
 }
 
-// Dumps a process by the configuration that is in force, and tells whether the report arrived.
+// Dumps a process with the current configuration, and prints whether the report arrived.
 int TestConfiguration() {
     const CrashSettings config = ReadCrashSettings("");
     const std::string obstacle = CrashObstacle(config);
@@ -64,7 +64,7 @@ int TestConfiguration() {
     return 0;
 }
 
-// The same with a server, a configuration and a place for dumps of its own.
+// The same with a server, a configuration and a dump directory of its own.
 int TestLocally() {
     const LocalReceiver receiver;
     const fs::path file = receiver.Directory() / "crash_report.ini";

@@ -27,7 +27,7 @@ fs::path MakeDirectory() {
     return name;
 }
 
-// Starts it with its output on a pipe, whose reading end is given.
+// Starts it with its output on a pipe, and returns the reading end.
 std::FILE* Start(const fs::path& program, const fs::path& directory, pid_t& process) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw FileFailure("pipe", errno);
@@ -50,7 +50,7 @@ LocalReceiver::LocalReceiver() {
     std::FILE* output = Start(program, mDirectory, mProcess);
     char address[256] = "";
     const bool started = std::fgets(address, sizeof address, output) != nullptr;
-    std::fclose(output);  // it goes on without anybody who listens
+    std::fclose(output);  // it continues without a reader
     if (!started) throw Failure(program.string() + " does not start");
     mAddress = address;
     mAddress.erase(mAddress.find_last_not_of('\n') + 1);

@@ -6,8 +6,7 @@
 #include <string>
 
 /// The report server for development, run in a process of its own until the end of the scope, with a
-/// directory for what it receives. Throws `Failure` when it does not stand beside this program or does not
-/// start.
+/// directory for its reports. Throws `Failure` when it is not in this program's directory or does not start.
 class LocalReceiver {
 public:
     LocalReceiver();

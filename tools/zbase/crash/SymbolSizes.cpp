@@ -15,7 +15,7 @@ namespace {
 
 using Sizes = std::map<std::uint64_t, std::uint64_t>;  // of symbols, by their address in the loaded module
 
-/// The file's part of `count` records from `offset` on is looked at as far as the file goes.
+/// Reads `count` records from `offset` on, up to the end of the file.
 template <class Record, class Visitor>
 void VisitRecords(const std::string& file, std::uint64_t offset, std::uint64_t count, Visitor visit) {
     for (std::uint64_t i = 0; i != count; ++i, offset += sizeof(Record)) {

@@ -2,7 +2,6 @@
 
 #include <string>
 
-/// A symbol file of Breakpad's, made of `module`, in which the symbols that have no size there (PUBLIC) get
-/// that of the module's own tables, or go if they have none there either: without one a symbol covers all
-/// that lies behind it, up to the next.
+/// A Breakpad symbol file of `module` whose symbols without a size (PUBLIC) get the one in the module's own
+/// tables, or are dropped if there is none: a symbol without a size covers everything up to the next.
 std::string WithSymbolSizes(const std::string& symbols, const std::string& module);

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-// Files that the configuration names and that go with the report of a crash.
+// Configured files that are sent with the report of a crash.
 
 struct CrashAttachment {
-    std::string name;  // its setting, as a form and a directory can hold it
+    std::string name;  // its setting, valid in a form and as a file name
     std::filesystem::path file;
-    std::string obstacle;  // why it can't go along, whatever the file is; else empty
+    std::string obstacle;  // why it can't be attached, whatever the file is; else empty
 };
 
 /// In the order of their settings' names.
@@ -22,9 +22,9 @@ std::vector<CrashAttachment> AttachmentsIn(const ZBase::CrashConfigTable& settin
 /// A program with the rights of another user has no attachments: who starts it chooses the configuration.
 std::string KeepAttachments(const std::filesystem::path& dump, const ZBase::CrashConfigTable& settings);
 
-/// Adds what was kept beside a dump to its report. A parameter that is there already stays.
+/// Adds the attachments of a dump to its report. An existing parameter stays.
 void AddAttachments(const std::filesystem::path& dump, ZBase::CrashReportSender::Fields& parameters,
                     ZBase::CrashReportSender::Fields& files);
 
-/// Removes what was kept beside a dump.
+/// Removes the attachments of a dump.
 void RemoveAttachments(const std::filesystem::path& dump);

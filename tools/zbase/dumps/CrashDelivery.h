@@ -5,33 +5,33 @@
 #include <filesystem>
 #include <string>
 
-/// What became of a dump.
+/// The result for a dump.
 enum class EDelivery {
     eSent,         // and removed
     eSentAndKept,  // `keep_dump_file`, or it can't be removed
     eSentBefore,   // and kept
     eInUse,        // another process writes or sends it
-    eNoDump,       // no regular file, or no whole dump
-    eNotSent,      // no answer, or one that leaves hope
-    eRejected,     // the server does not want it
-    eThrottled,    // the reports of this day are used up
+    eNoDump,       // not a regular file, or not a complete dump
+    eNotSent,      // no status, or one that may change
+    eRejected,     // the server rejected it
+    eThrottled,    // the limit of this day is reached
 };
 
-/// Sends dumps that were left behind as the processes that left them would have done: with their crash keys,
-/// to the server of theirs. However many do so in one directory, each dump is sent once.
+/// Sends left dumps as their processes would have done: with their crash keys, to their server. However many
+/// processes do so in one directory, each dump is sent once.
 class CrashDelivery {
 public:
-    /// `crashKeys` are for dumps that hold none.
+    /// `crashKeys` are for dumps without any.
     CrashDelivery(const std::filesystem::path& directory, const ZBase::CrashConfigTable& settings,
                   const ZBase::CrashConfigTable& crashKeys);
 
-    /// Sends the dump of this name. `reportCode` is the server's answer to one that was sent.
+    /// Sends the dump of this name. `reportCode` is the server's reply to one that was sent.
     EDelivery Deliver(const std::string& name, ZBase::WideString& reportCode);
 
-    /// Removes what was noted here, the count of the day and the pause, once no dump is left to be sent.
+    /// Removes the files of the day's count and the pause, once no dump is left to be sent.
     void CleanUp() const;
 
-    /// Whether dumps stay once they are sent.
+    /// Whether dumps stay after they were sent.
     bool KeepsDumps() const;
 
 private:

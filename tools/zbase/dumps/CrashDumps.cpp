@@ -18,12 +18,12 @@ using ZBase::detail::CrashNotesBlock;
 
 namespace {
 
-// The head of a minidump, and what its directory says of each stream.
+// The head of a minidump, and a directory entry for a stream.
 struct DumpHead {
     std::uint32_t magic;
     std::uint32_t version;
     std::uint32_t streams;
-    std::uint32_t directory;  // where it stands
+    std::uint32_t directory;  // its offset in the file
     std::uint32_t others[4];
 };
 struct DumpStream {
@@ -46,7 +46,7 @@ constexpr std::size_t kThreadNameSize = 12;  // id, and where the name stands in
 
 using DumpStreams = std::map<std::uint32_t, DumpStream>;  // by their types
 
-// None of a file that is no dump, or that does not hold them all.
+// Empty for a file that is not a dump, or lacks one of them.
 DumpStreams StreamsOf(const std::string& content) {
     DumpHead head{};
     if (content.size() < sizeof head) return {};
@@ -64,7 +64,7 @@ DumpStreams StreamsOf(const std::string& content) {
     return streams;
 }
 
-// A dump that failed may be an empty file, or one without its later streams.
+// A failed dump may be an empty file, or lack its later streams.
 bool IsWholeDump(const DumpStreams& streams) {
     return std::all_of(std::begin(kNeededStreams), std::end(kNeededStreams),
                        [&](std::uint32_t type) { return streams.contains(type); });
@@ -77,7 +77,7 @@ std::uint32_t NumberAt(const std::string& content, std::size_t at) {
     return number;
 }
 
-// UTF-16 behind its length in octets.
+// UTF-16, preceded by its length in octets.
 std::string TextAt(const std::string& content, std::size_t at) {
     constexpr std::size_t kMostName = 256;
     const std::size_t octets = NumberAt(content, at);
@@ -87,7 +87,7 @@ std::string TextAt(const std::string& content, std::size_t at) {
     return Narrow(text.c_str());
 }
 
-// The places of a stream's entries, as many as fit in it.
+// The offsets of a stream's entries, as many as fit in it.
 std::vector<std::size_t> EntriesOf(const std::string& content, const DumpStreams& streams, std::uint32_t type,
                                    std::size_t size) {
     const auto stream = streams.find(type);
@@ -112,8 +112,8 @@ std::vector<DumpedThread> ThreadsOf(const std::string& content, const DumpStream
     return threads;
 }
 
-// Where what the process held for its report begins, marked so, from the place in the file on to its end. A
-// text that looks like it may stand anywhere else, on a stack or in the command line.
+// The start of a marked memory block of the report, and its end in the file. Text that looks like the mark
+// may also be on a stack or in the command line.
 std::vector<std::string_view> MemoriesOf(const std::string& content, const DumpStreams& streams,
                                          std::string_view magic) {
     std::vector<std::string_view> memories;
@@ -134,7 +134,7 @@ std::vector<std::string_view> MemoriesOf(const std::string& content, const DumpS
     return memories;
 }
 
-// Names and values of the block that counts, and its head; its sequence stays what it is if there is none.
+// Names and values of the newest block, and its head; the sequence is unchanged if there is none.
 std::string_view NewestFields(const std::vector<std::string_view>& memories, CrashKeysBlock& newest) {
     std::string_view fields;
     for (const std::string_view memory : memories) {
@@ -161,10 +161,10 @@ void AddFields(std::string_view fields, CrashKeys& keys) {
     }
 }
 
-/// The ring of notes, as a dump holds it.
+/// The ring of notes in a dump.
 class NoteRing {
 public:
-    // False for what is not all there.
+    // False if it is incomplete.
     bool Find(const std::vector<std::string_view>& memories) {
         const auto whole = std::find_if(memories.begin(), memories.end(), [](std::string_view memory) {
             return memory.size() >= sizeof(CrashNotesBlock);
@@ -179,7 +179,7 @@ public:
         return true;
     }
 
-    // From the oldest on. Between them may be what was being written.
+    // Oldest first. There may be unfinished records between them.
     std::vector<std::string> Notes() const {
         std::vector<std::string> notes;
         const std::uint64_t ring = ZBase::detail::kCrashNoteWords;
@@ -195,7 +195,7 @@ public:
 private:
     std::uint64_t At(std::uint64_t place) const { return mWords[place % ZBase::detail::kCrashNoteWords]; }
 
-    // Gives the words of the record, or 0 if none begins there.
+    // Returns the words of the record, or 0 if none begins there.
     std::uint64_t Read(std::uint64_t place, std::string& note) const {
         const std::uint64_t head = At(place);
         const std::size_t octets = head & 0xFFFF;

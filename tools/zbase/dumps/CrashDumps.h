@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-// Dumps as the commands see them: files of the dump directory.
+// Dumps for the commands: files of the dump directory.
 
 using CrashKeys = std::map<std::string, std::string>;
 
-/// The dumps in a directory, in the order of their names; none if there is no directory.
+/// The dumps in a directory, ordered by name; none without a directory.
 std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& directory);
 
 struct DumpedThread {
@@ -18,9 +18,9 @@ struct DumpedThread {
     std::string name;  // empty if the dump has none
 };
 
-/// What a dump tells of its report.
+/// A dump's data for its report.
 struct DumpedReport {
-    bool isDump = false;   // the file is a whole dump
+    bool isDump = false;   // the file is a complete dump
     bool hasKeys = false;  // and one of a process with crash keys
     CrashKeys keys;        // "reason" and the last words included
     std::vector<std::string> notes;

@@ -9,8 +9,8 @@
 
 namespace {
 
-/// Stands between a reader and the handlers of a message. A document that is cut off leaves messages open,
-/// and what is nested arrives only when it ends; so this ends them.
+/// Sits between a reader and the handlers of a message. A truncated document leaves messages open, and nested
+/// ones arrive only at their end; so this ends them.
 class Relay final : public ZLiteXML::UTF8EventHandler,
                     public ZSynch::ReferenceCountedImpl<unsigned int>,
                     public ZLiteXML::UTF8Reader {
