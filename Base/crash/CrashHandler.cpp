@@ -102,7 +102,7 @@ bool ReadAndInstall() {
     gCrash.tables->configPath = FindCrashConfig().c_str();
     if (!ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys))
         return false;
-    // A handler of an earlier installation goes on with what was read, even if this installation fails.
+    // A handler of an earlier installation uses the new configuration, even if this installation fails.
     detail::PrepareCrashReport();
     if (JudgeCrashSettings(gCrash.tables->settings) != ECrashSettings::eComplete) return false;
     if (detail::ChoiceSetting<"native_dump">(gCrash.tables->settings)) gCrash.isNativeDump = true;
@@ -115,7 +115,7 @@ bool ReadAndInstall() {
         os::CreateDumpHandler(directory.c_str(), {detail::BeginReport, CrashDumpCallback}, DumpLimits());
     if (handler == nullptr) return false;
     detail::WatchTerminate();
-    gCrash.handler = handler;  // an earlier one stays behind it
+    gCrash.handler = handler;  // which keeps the earlier ones
     detail::WriteStacksWhenAsked(directory);
     LookAfterStore(directory);
     return true;
@@ -134,7 +134,7 @@ bool InstallCrashHandler() {
 
 bool CreateDump() {
     if (gCrash.handler == nullptr || os::SharesMemory() || !BeginCreateDump()) return false;
-    // Whoever unloads clears the handler first and then looks whether a call runs.
+    // An unload first clears the handler and then tests whether a call runs.
     os::DumpHandler* const handler = gCrash.handler;
     const bool written = handler != nullptr && os::WriteDump(handler);
     gCrash.createDump = 0;

@@ -8,7 +8,7 @@ namespace ZBase {
 
 namespace {
 
-// Not within a character of UTF-8.
+// Does not cut a UTF-8 character.
 std::size_t KeptOctets(const char* text) {
     const void* const end = std::memchr(text, 0, detail::kMostNoteOctets + 1);
     if (end != nullptr) return static_cast<std::size_t>(static_cast<const char*>(end) - text);

@@ -2,8 +2,8 @@
 
 #include <Base/frame/Standard.h>
 
-// ZBASE_API marks what the library exports; everything else stays inside it. On Windows who links it
-// statically defines ZBASE_STATIC.
+// ZBASE_API marks the exported names; all others are hidden. On Windows who links it statically defines
+// ZBASE_STATIC.
 #if defined(_WIN32)
 #if defined(ZBASE_BUILDING)
 #define ZBASE_API __declspec(dllexport)

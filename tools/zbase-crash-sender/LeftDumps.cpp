@@ -18,8 +18,8 @@ using namespace ZBase::detail;
 
 constexpr long long kLongestPause = 3600;  // in seconds
 
-/// The pause after a failure, which outlives the process: a program that starts again and again must not try
-/// each time. It is kept in a file: the number of failures, the time of the next try and the servers.
+/// The pause after a failure, kept across restarts: a program that starts again and again must not try each
+/// time. Its file has the number of failures, the time of the next try and the servers.
 class Pause {
 public:
     Pause(const fs::path& directory, const ZBase::CrashConfigTable& settings)
@@ -61,7 +61,7 @@ private:
     long long mNext = 0;
 };
 
-// False if there is something to be tried again.
+// False if a dump has to be tried again.
 bool SendAll(CrashDelivery& delivery, const ZBase::CrashStore& store, Pause& pause) {
     bool isDone = true;
     for (const std::string& name : store.Dumps()) {

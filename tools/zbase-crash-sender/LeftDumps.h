@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// Sends the dumps that were left in a directory, the oldest first, each once. When one can't be sent it
-/// tries again, after pauses that grow, as long as the process lives that it does it for; the next one goes
-/// on with the same pauses. Does nothing while another process does it for this directory.
+/// Sends the left dumps of a directory, oldest first, each once. After a failure it tries again, after
+/// growing pauses, as long as the given process lives; the next sender continues with the same pauses. Does
+/// nothing while another process does this for the directory.
 void SendLeftDumps(unsigned int process, const std::string& directory,
                    const ZBase::CrashConfigTable& settings);

@@ -18,7 +18,7 @@
 
 namespace ZBase::detail {
 
-/// In pages of its own: the text stands behind this.
+/// In pages of its own, followed by the text.
 struct PreparedText {
     std::size_t length;
 
@@ -29,7 +29,7 @@ struct PreparedText {
 namespace {
 
 constexpr unsigned int kUploadSeconds = 60;
-constexpr unsigned int kStartSeconds = 5;  // for a sender that goes on by itself
+constexpr unsigned int kStartSeconds = 5;  // for a sender that continues in the background
 
 // The old text is leaked: it may be in use.
 void Prepare(std::atomic<const PreparedText*>& place, const std::string& text) {

@@ -5,16 +5,15 @@ namespace ZBase::os {
 unsigned int CurrentProcessId();
 unsigned long CurrentThreadId();
 
-/// The same number, which the thread remembers: for paths that can't afford to ask the system.
+/// The same number, cached per thread: for paths where a system call is too slow.
 unsigned long RememberedThreadId();
 
-/// The same number, or 0 if the thread has not been asked before.
+/// The same number, or 0 if it is not cached yet.
 #if defined(_WIN32)
 unsigned long AlreadyRememberedThreadId();  // it stands in the thread's own memory from the first
 #else
 namespace detail {
-// Read where the thread's own memory starts, without the call that thread-local variables of a shared library
-// cost.
+// In the static TLS block, without the function call that thread-local variables of a shared library cost.
 [[gnu::tls_model("initial-exec")]] extern thread_local constinit unsigned long tThreadId;
 }  // namespace detail
 inline unsigned long AlreadyRememberedThreadId() {

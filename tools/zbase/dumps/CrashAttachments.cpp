@@ -15,7 +15,7 @@ using ZBase::detail::kMissingAttachmentsField;
 
 constexpr std::size_t kLongestName = 200;
 
-// What is not printable ASCII, a quote or a slash becomes "%" and two digits.
+// Quotes, slashes and characters that are not printable ASCII become "%" and two digits.
 std::string SafeName(const std::string& name) {
     std::string safe;
     for (const char letter : name) {

@@ -16,7 +16,7 @@ constexpr auto kNext = 100ms;
 constexpr std::size_t kWidestBar = 30;
 constexpr std::size_t kWidestTitle = 30;  // octets
 
-// The end of a name says the most.
+// The end of a name identifies it best.
 std::string Short(const std::string& title) {
     std::string shown = Shown(title);
     if (shown.size() <= kWidestTitle) return shown;

@@ -25,7 +25,7 @@ Place FindAbortMessage() {
     return static_cast<Place>(dlvsym(RTLD_DEFAULT, "__abort_msg", "GLIBC_PRIVATE"));
 }
 
-// Another thread that aborts may release them. A pipe takes only what can be read.
+// Another thread that aborts may unmap them. Writing to a pipe fails for unreadable memory.
 bool Read(void* to, const void* from, std::size_t size) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return false;

@@ -136,7 +136,7 @@ void PassOn(int signal, siginfo_t* information) {
 // lock.
 void HandleCrash(int signal, siginfo_t* information, void* context) {
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
-    // Nobody goes on after an abort.
+    // An abort never continues.
     if (gEquipment.asksEarlier && signal != SIGABRT &&
         AskEarlierHandler(gEquipment.before[signal], signal, information, context))
         return;

@@ -13,7 +13,7 @@
 namespace ZBase::os {
 
 struct CrashTurns {
-    std::atomic<pid_t> process;  // whose memory this is
+    std::atomic<pid_t> process;  // the owner of this memory
     std::atomic<pid_t> crash;    // the thread that crashed
     std::atomic<bool> isLeft;    // its crash is left to other handlers
     std::atomic<pid_t> guestCrash;
@@ -22,7 +22,7 @@ struct CrashTurns {
 
 namespace {
 
-// More than all that is bounded in a crash: its dump, and the upload.
+// More than the limits of a crash together: its dump, and the upload.
 constexpr int kCrashMilliseconds = 300'000;
 constexpr int kDumpMilliseconds = 60'000;
 constexpr int kPauseMilliseconds = 1;
@@ -61,7 +61,7 @@ bool PrepareCrashTurns() {
     gEquipment.turns = static_cast<CrashTurns*>(AllocateWipedMemory(sizeof(CrashTurns)));
     if (gEquipment.turns == nullptr) return false;
     gEquipment.turns->process = getpid();
-    // A child that is cloned behind the C library's back says who it is when it crashes.
+    // A child cloned without the C library's `fork` is detected when it crashes.
     return pthread_atfork(nullptr, nullptr, BeginInChild) == 0;
 }
 

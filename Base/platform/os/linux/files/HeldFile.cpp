@@ -30,7 +30,7 @@ bool HeldFile::IsOwn() const {
 
 void HeldFile::LetGo() {
     if (mFile < 0) return;
-    flock(Descriptor(mFile), LOCK_UN);  // the child of a fork may have the file open too
+    flock(Descriptor(mFile), LOCK_UN);  // a forked child may have the file open too
     close(Descriptor(mFile));
     mFile = -1;
 }

@@ -63,7 +63,7 @@ void PrepareReportSender() {
         text = stpcpy(stpcpy(stpcpy(text, name), "="), value) + 1;
     }
     *next = nullptr;
-    gEquipment.sender = program;  // one of an earlier installation stays: a crash may be using it
+    gEquipment.sender = program;  // one of an earlier installation is leaked: a crash may be using it
 }
 
 char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int seconds) {
