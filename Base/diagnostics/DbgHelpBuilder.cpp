@@ -138,7 +138,7 @@ bool DbgHelpBuilder::LoadDbgHelpFunctions() {
 #define ZBASE_RESOLVE(NAME, ACCESSOR, BINDS) isWhole &= Resolve(f.mpLibrary, #NAME, f.mp##NAME);
     ZBASE_DEBUG_HELP_ENTRIES(ZBASE_RESOLVE)
 #undef ZBASE_RESOLVE
-    // Meant: a library that is not there is bound, with all entries null.
+    // A missing library counts as bound, with all entries null.
     return isWhole || f.mpLibrary == nullptr;
 }
 
