@@ -140,7 +140,7 @@ const Row kRows[] = {
          const ZBase::SmartPtrI<ZBase::MemoryBudget> held(world.budget);
          if (held->Request(10) == 0) held->Settle(10);
      }},
-    {"memory/MemoryCeiling.h", "Any number of threads may ask it.",
+    {"memory/MemoryCeiling.h", "Any thread may use it.",
      [](World& world, int) {
          ZBase::Buffer* const own = ZBase::CreateBufferThreadSafe(1, 1, nullptr, 0, true);
          EXPECT_GT(world.ceiling.GetHeld(), 0u);
