@@ -127,7 +127,7 @@ const Row kRows[] = {
          Register(world, world.buffer);
      }},
     {"memory/Buffer.h", "Other threads may use a lock-free buffer meanwhile", UseLockable},
-    {"memory/Buffer.h", "Of a chunk for which another thread",
+    {"memory/Buffer.h", "whose request to the governors is under way, in another thread",
      [](World&, int) {
          ZBase::Buffer* const own = ZBase::CreateBufferThreadSafe(1, 1, nullptr, 0, false);
          std::thread other([own] { own->Allocate(100'000); });
