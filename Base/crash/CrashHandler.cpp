@@ -94,10 +94,6 @@ WideString Widen(const std::string& ascii) {
     return WideString(ascii.begin(), ascii.end());
 }
 
-}  // namespace
-
-namespace {
-
 bool ReadAndInstall() {
     gCrash.tables->configPath = FindCrashConfig().c_str();
     if (!ReadCrashConfig(gCrash.tables->configPath.c_str(), gCrash.tables->settings, gCrash.tables->keys))

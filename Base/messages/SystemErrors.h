@@ -11,11 +11,10 @@ namespace ZBase {
 // `std::bad_alloc`.
 //
 // A C library error number has the description of this system's C library, but the symbol of the library's
-// own table, which is the same on every system. Up to 34 they agree on Linux. Above they differ: 36 is
-// "EDEADLK" and "File name too long", 38 "ENAMETOOLONG" and "Function not implemented", 39 "ENOLCK" and
-// "Directory not empty", 40 "ENOSYS" and "Too many levels of symbolic links", 42 "EILSEQ" and "No message of
-// desired type"; 41 and 139 have only a symbol, 35, 37 and all others only a description. Use the symbol to
-// compare and log across systems, the description for a reader on this one.
+// own table, which is the same on every system. Up to 34 they agree on Linux. Above, 36, 38, 39, 40 and 42
+// are two different errors (36 is "EDEADLK" and "File name too long"); 41 and 139 have only a symbol, 35, 37
+// and all others only a description. Use the symbol to compare and log across systems, the description for a
+// reader on this one.
 
 /// The last system code of the calling thread.
 ZBASE_API unsigned int GetLastError();
