@@ -9,9 +9,9 @@
 #include <optional>
 
 #include <Base/diagnostics/DebugHelpTypes.h>
-#include <Base/platform/os/ThreadContext.h>
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/stacks/unwind/RegisteredCode.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 #include <DebugHelp/Export.h>
 
 namespace {

@@ -2,8 +2,8 @@
 #include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/Environment.h>
-#include <Base/platform/os/MultibyteText.h>
+#include <Base/platform/os/processes/Environment.h>
+#include <Base/platform/os/text/MultibyteText.h>
 
 #include <algorithm>
 #include <array>

@@ -6,10 +6,10 @@
 #include <Base/crash/detail/DumpDirectory.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/platform/os/CrashDumps.h>
-#include <Base/platform/os/Forks.h>
-#include <Base/platform/os/ReportSender.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/crash/CrashDumps.h>
+#include <Base/platform/os/crash/ReportSender.h>
+#include <Base/platform/os/processes/Forks.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <algorithm>
 #include <cstdint>

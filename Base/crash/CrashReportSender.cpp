@@ -1,6 +1,6 @@
 #include <Base/crash/CrashReportSender.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/platform/os/Upload.h>
+#include <Base/platform/os/crash/Upload.h>
 
 #include <chrono>
 #include <filesystem>

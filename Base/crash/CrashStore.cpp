@@ -1,8 +1,8 @@
 #include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/Attachments.h>
-#include <Base/platform/os/CrashDumps.h>
-#include <Base/platform/os/Files.h>
-#include <Base/platform/os/HeldFile.h>
+#include <Base/platform/os/crash/CrashDumps.h>
+#include <Base/platform/os/files/Files.h>
+#include <Base/platform/os/files/HeldFile.h>
 
 #include <algorithm>
 #include <chrono>

@@ -1,6 +1,6 @@
 #include <Base/diagnostics/AddrToLine.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
-#include <Base/platform/os/DebugHelp.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
 
 namespace ZBase {
 

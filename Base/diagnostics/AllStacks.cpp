@@ -1,5 +1,5 @@
 #include <Base/diagnostics/AllStacks.h>
-#include <Base/platform/os/AllStacks.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 
 namespace ZBase {
 

@@ -5,9 +5,9 @@
 #include <Base/diagnostics/CallStack.h>
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
-#include <Base/platform/os/RecordedStack.h>
-#include <Base/platform/os/ThreadContext.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
+#include <Base/platform/os/stacks/RecordedStack.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 #include <cstring>
 #include <memory>

@@ -3,7 +3,7 @@
 #include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/frame/Threads.h>
 #include <Base/frame/detail/LibraryState.h>
-#include <Base/platform/os/Files.h>
+#include <Base/platform/os/files/Files.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,10 +1,10 @@
 #include <Base/diagnostics/DbgHelpBuilder.h>
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/CallStackLineImp.h>
-#include <Base/platform/os/DebugHelp.h>
-#include <Base/platform/os/ModuleList.h>
-#include <Base/platform/os/Modules.h>
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/modules/ModuleList.h>
+#include <Base/platform/os/modules/Modules.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 #include <Base/diagnostics/ModuleInfo.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/diagnostics/detail/LineText.h>
-#include <Base/platform/os/ModuleList.h>
+#include <Base/platform/os/modules/ModuleList.h>
 
 #include <algorithm>
 #include <iterator>

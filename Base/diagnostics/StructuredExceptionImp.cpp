@@ -1,6 +1,6 @@
 #include <Base/diagnostics/StructuredExceptionImp.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/Faults.h>
+#include <Base/platform/os/faults/Faults.h>
 #include <Base/text/NumberText.h>
 
 #include <cstdio>

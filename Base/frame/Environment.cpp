@@ -1,6 +1,6 @@
 #include <Base/frame/Environment.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/processes/Environment.h>
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #include <Base/frame/ProcessSettings.h>
 #include <Base/frame/detail/LibraryState.h>
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <atomic>
 

@@ -1,5 +1,5 @@
 #include <Base/frame/Threads.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
 
 namespace ZBase {
 

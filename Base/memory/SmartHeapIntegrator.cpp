@@ -1,6 +1,6 @@
 #include <Base/memory/Buffer.h>
 #include <Base/memory/SmartHeapIntegrator.h>
-#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/modules/Modules.h>
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 #include <Base/memory/VirtualMemory.h>
 
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <atomic>
 

@@ -1,7 +1,7 @@
 #include <Base/frame/WideString.h>
 #include <Base/messages/SystemErrors.h>
 #include <Base/messages/detail/AsciiCase.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/NumberText.h>
 

@@ -3,7 +3,7 @@
 #include <Base/messages/CurrentException.h>
 #include <Base/messages/MessageTreeText.h>
 #include <Base/platform/os/ErrorStream.h>
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/modules/StayLoaded.h>
 
 #include <atomic>
 #include <cstdlib>

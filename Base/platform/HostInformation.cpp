@@ -2,10 +2,10 @@
 #include <Base/frame/WideString.h>
 #include <Base/messages/detail/SystemFailure.h>
 #include <Base/platform/HostInformation.h>
-#include <Base/platform/os/Host.h>
-#include <Base/platform/os/Interfaces.h>
-#include <Base/platform/os/Network.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/host/Host.h>
+#include <Base/platform/os/host/Interfaces.h>
+#include <Base/platform/os/host/Network.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include <Base/messages/Message.h>
 #include <Base/platform/NameResolution.h>
-#include <Base/platform/os/Network.h>
+#include <Base/platform/os/host/Network.h>
 #include <Base/text/MultibyteConversions.h>
 
 #include <cstddef>

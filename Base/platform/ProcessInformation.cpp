@@ -1,8 +1,8 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/messages/detail/SystemFailure.h>
 #include <Base/platform/ProcessInformation.h>
-#include <Base/platform/os/Modules.h>
-#include <Base/platform/os/Processes.h>
+#include <Base/platform/os/modules/Modules.h>
+#include <Base/platform/os/processes/Processes.h>
 
 #include <atomic>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include <Base/platform/ProcessLimits.h>
 
-#include <Base/platform/os/ProcessLimits.h>
+#include <Base/platform/os/host/ProcessLimits.h>
 
 namespace ZBase {
 

@@ -3,7 +3,7 @@
 #include <Base/messages/Message.h>
 #include <Base/platform/SharedLibrary.h>
 #include <Base/platform/detail/SharedLibraryImpl.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/UnicodeConversions.h>
 

@@ -2,7 +2,7 @@
 
 #include <Base/frame/Exceptions.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/Forks.h>
+#include <Base/platform/os/processes/Forks.h>
 #include <Base/text/UnicodeConversions.h>
 
 #include <cstddef>

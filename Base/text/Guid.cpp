@@ -1,7 +1,7 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/frame/detail/TextBlock.h>
 #include <Base/messages/detail/SystemFailure.h>
-#include <Base/platform/os/Identifiers.h>
+#include <Base/platform/os/host/Identifiers.h>
 #include <Base/text/Guid.h>
 #include <Base/text/detail/Digits.h>
 #include <Base/text/detail/HexFields.h>

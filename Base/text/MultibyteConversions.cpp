@@ -1,4 +1,4 @@
-#include <Base/platform/os/MultibyteText.h>
+#include <Base/platform/os/text/MultibyteText.h>
 #include <Base/text/MultibyteConversions.h>
 #include <Base/text/detail/ConversionFailure.h>
 #include <Base/text/detail/Digits.h>

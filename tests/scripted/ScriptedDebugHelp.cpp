@@ -1,7 +1,7 @@
 #include "tests/scripted/ScriptedDebugHelp.h"
 
 #include <Base/diagnostics/DebugHelpTypes.h>
-#include <Base/platform/os/DebugHelp.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
 
 #include <cstring>
 

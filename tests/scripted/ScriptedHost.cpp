@@ -1,7 +1,7 @@
 #include "tests/scripted/ScriptedHost.h"
 
-#include <Base/platform/os/Host.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/host/Host.h>
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 #include "tests/scripted/ScriptedIdentifiers.h"
 
-#include <Base/platform/os/Identifiers.h>
+#include <Base/platform/os/host/Identifiers.h>
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/Interfaces.h>
+#include <Base/platform/os/host/Interfaces.h>
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/ModuleList.h>
+#include <Base/platform/os/modules/ModuleList.h>
 
 #include <string>
 #include <vector>

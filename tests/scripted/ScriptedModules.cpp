@@ -1,6 +1,6 @@
 #include "tests/scripted/ScriptedModules.h"
 
-#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/modules/Modules.h>
 
 namespace ZBase::os {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/Network.h>
+#include <Base/platform/os/host/Network.h>
 
 #include <string>
 #include <vector>

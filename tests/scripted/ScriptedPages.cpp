@@ -1,6 +1,6 @@
 #include "tests/scripted/ScriptedPages.h"
 
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/Processes.h>
+#include <Base/platform/os/processes/Processes.h>
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 #include "tests/scripted/ScriptedSystemErrors.h"
 
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 
 namespace {
 

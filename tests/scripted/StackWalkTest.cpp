@@ -2,8 +2,8 @@
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/CallStackLineImp.h>
 #include <Base/diagnostics/detail/RefCountCallStackTracerImp.h>
-#include <Base/platform/os/DebugHelp.h>
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 #include <gtest/gtest.h>
 
 #include <memory>

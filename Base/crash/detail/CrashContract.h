@@ -3,7 +3,7 @@
 #include <Base/crash/CrashConfig.h>
 #include <Base/crash/CrashReportSender.h>
 #include <Base/frame/WideLiteral.h>
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
 #include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/platform/os/Pages.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/memory/Pages.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <cstring>
 #include <new>

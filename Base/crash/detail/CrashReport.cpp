@@ -5,9 +5,9 @@
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/platform/os/Pages.h>
-#include <Base/platform/os/ReportSender.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/crash/ReportSender.h>
+#include <Base/platform/os/memory/Pages.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <atomic>
 #include <cstring>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Base/crash/CrashReportSender.h>
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 namespace ZBase::detail {
 

@@ -4,7 +4,7 @@
 #include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/CrashNotesBlock.h>
 #include <Base/crash/detail/LastWords.h>
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 #include <atomic>
 #include <cstdint>

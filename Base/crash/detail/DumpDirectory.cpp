@@ -1,8 +1,8 @@
 #include <Base/crash/detail/CrashContract.h>
 #include <Base/crash/detail/CrashState.h>
 #include <Base/crash/detail/DumpDirectory.h>
-#include <Base/platform/os/AllStacks.h>
-#include <Base/platform/os/Files.h>
+#include <Base/platform/os/files/Files.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 
 #include <new>
 

@@ -4,9 +4,9 @@
 #include <Base/messages/Message.h>
 #include <Base/messages/MessageFormat.h>
 #include <Base/messages/detail/NestedExceptions.h>
-#include <Base/platform/os/Callers.h>
 #include <Base/platform/os/CurrentExceptionType.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
+#include <Base/platform/os/stacks/Callers.h>
 
 #include <cxxabi.h>
 #include <algorithm>

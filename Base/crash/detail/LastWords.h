@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Base/crash/detail/CrashKeysBlock.h>
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 #include <atomic>
 #include <cstddef>

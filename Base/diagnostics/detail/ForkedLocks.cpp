@@ -6,9 +6,9 @@
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
 #include <Base/platform/os/Clock.h>
-#include <Base/platform/os/Forks.h>
-#include <Base/platform/os/ThreadContext.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Forks.h>
+#include <Base/platform/os/processes/Threads.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 #include <algorithm>
 #include <array>

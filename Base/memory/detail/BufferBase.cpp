@@ -7,7 +7,7 @@
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
 #include <Base/memory/detail/budgets/MemGovernors.h>
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <algorithm>
 #include <exception>

@@ -8,7 +8,7 @@
 #include <Base/memory/VirtualMemory.h>
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <algorithm>
 #include <cstdio>

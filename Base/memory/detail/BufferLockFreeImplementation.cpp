@@ -6,7 +6,7 @@
 #include <Base/memory/CreateBuffer.h>
 #include <Base/memory/detail/MemoryFailures.h>
 #include <Base/memory/detail/Poison.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <algorithm>
 #include <new>

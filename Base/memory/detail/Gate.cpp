@@ -1,6 +1,6 @@
 #include <Base/memory/detail/Gate.h>
 
-#include <Base/platform/os/Forks.h>
+#include <Base/platform/os/processes/Forks.h>
 
 namespace ZBase {
 

@@ -1,5 +1,5 @@
 #include <Base/messages/detail/Records.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <algorithm>
 #include <new>

@@ -2,7 +2,7 @@
 #include <Base/frame/WideString.h>
 #include <Base/messages/SystemErrors.h>
 #include <Base/messages/detail/SystemFailure.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 
 namespace ZBase::detail {
 

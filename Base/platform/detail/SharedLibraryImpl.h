@@ -5,7 +5,7 @@
 #include <Base/frame/SmartPtrI.h>
 #include <Base/frame/WideString.h>
 #include <Base/platform/SharedLibrary.h>
-#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/modules/Modules.h>
 
 #include <string>
 

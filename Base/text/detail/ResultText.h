@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Base/frame/detail/TextBlock.h>
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <cstddef>
 #include <limits>

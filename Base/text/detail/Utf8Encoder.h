@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/Utf8.h>
+#include <Base/platform/os/text/Utf8.h>
 #include <Base/text/detail/AsciiRuns.h>
 #include <Base/text/detail/TextKernels.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/Upload.h>
+#include <Base/platform/os/crash/Upload.h>
 
 namespace ZBase::os {
 

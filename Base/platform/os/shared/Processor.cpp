@@ -1,4 +1,4 @@
-#include <Base/platform/os/Processor.h>
+#include <Base/platform/os/host/Processor.h>
 
 namespace ZBase::os {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/shared/SystemMessageTable.h>
 
 #include <algorithm>

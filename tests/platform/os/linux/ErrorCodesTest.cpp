@@ -1,5 +1,5 @@
 #include <Base/messages/SystemErrors.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 
 #include <gtest/gtest.h>

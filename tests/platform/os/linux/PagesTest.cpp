@@ -1,6 +1,6 @@
-#include <Base/platform/os/Pages.h>
 #include <Base/platform/os/linux/memory/PageRegistry.h>
 #include <Base/platform/os/linux/processes/ForkLock.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <gtest/gtest.h>
 

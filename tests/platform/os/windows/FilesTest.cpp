@@ -1,5 +1,5 @@
-#include <Base/platform/os/Files.h>
-#include <Base/platform/os/HeldFile.h>
+#include <Base/platform/os/files/Files.h>
+#include <Base/platform/os/files/HeldFile.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include <Base/platform/os/Pages.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/memory/Pages.h>
 #include <Base/platform/os/windows/memory/PageRegistry.h>
 
 #include <gtest/gtest.h>

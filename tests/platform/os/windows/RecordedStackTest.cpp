@@ -1,5 +1,5 @@
-#include <Base/platform/os/RecordedStack.h>
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/RecordedStack.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 #include <gtest/gtest.h>
 

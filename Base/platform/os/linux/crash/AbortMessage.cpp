@@ -1,7 +1,7 @@
 // The C library keeps the text of its last abort for debuggers, in pages of its own, under a name that is not
 // in its headers (__abort_msg).
 
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/linux/crash/CrashEquipment.h>
 
 #include <dlfcn.h>

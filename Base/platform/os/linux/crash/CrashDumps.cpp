@@ -10,7 +10,7 @@
 // held. The process ends in the handler, by the signal of its crash: after a return the fault might not
 // recur, or another thread's signal come first.
 
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/linux/crash/CrashChain.h>
 #include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/crash/CrashStack.h>

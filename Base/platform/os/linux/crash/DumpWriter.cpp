@@ -1,10 +1,10 @@
 // The name of a file is made in the crash, without the heap: a name made earlier would be in use by an
 // earlier dump, or by a forked child.
 
-#include <Base/platform/os/Environment.h>
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/crash/DumpWriter.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
+#include <Base/platform/os/processes/Environment.h>
 
 #include <client/linux/minidump_writer/dump_limit.h>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 #include <client/linux/handler/exception_handler.h>
 #include <signal.h>

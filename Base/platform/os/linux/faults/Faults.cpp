@@ -5,13 +5,13 @@
 // The handlers are process-wide, the translator is per thread. On a thread without one they chain to the
 // previous handler. A crash handler that was installed later calls `TranslateFault` first.
 
-#include <Base/platform/os/Faults.h>
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/faults/Faults.h>
 #include <Base/platform/os/linux/faults/AllocatorCode.h>
 #include <Base/platform/os/linux/faults/FaultSignals.h>
 #include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/faults/FaultingInstruction.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
+#include <Base/platform/os/modules/StayLoaded.h>
 
 #include <pthread.h>
 #include <sys/syscall.h>

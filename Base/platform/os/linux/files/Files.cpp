@@ -1,4 +1,4 @@
-#include <Base/platform/os/Files.h>
+#include <Base/platform/os/files/Files.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 
 #include <dirent.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/HeldFile.h>
+#include <Base/platform/os/files/HeldFile.h>
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,5 +1,5 @@
-#include <Base/platform/os/Host.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/host/Host.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/text/TextBuffer.h>
 

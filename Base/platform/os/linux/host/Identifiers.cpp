@@ -1,4 +1,4 @@
-#include <Base/platform/os/Identifiers.h>
+#include <Base/platform/os/host/Identifiers.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 
 #include <sys/random.h>

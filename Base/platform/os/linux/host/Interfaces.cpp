@@ -1,4 +1,4 @@
-#include <Base/platform/os/Interfaces.h>
+#include <Base/platform/os/host/Interfaces.h>
 
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include <Base/platform/os/linux/host/SocketAddress.h>
+#include <Base/platform/os/shared/SocketAddress.h>
 
 namespace ZBase::os {
 

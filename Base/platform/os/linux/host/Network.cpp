@@ -1,7 +1,7 @@
-#include <Base/platform/os/Network.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/host/Network.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
-#include <Base/platform/os/linux/host/SocketAddress.h>
+#include <Base/platform/os/shared/SocketAddress.h>
 
 #include <arpa/inet.h>
 #include <netdb.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/ProcessLimits.h>
+#include <Base/platform/os/host/ProcessLimits.h>
 
 #include <sched.h>
 #include <unistd.h>
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <memory>
 
-#include <Base/platform/os/Host.h>
+#include <Base/platform/os/host/Host.h>
 #include <Base/platform/os/linux/files/WholeFile.h>
 #include <Base/platform/os/linux/host/ControlGroup.h>
 

@@ -1,7 +1,7 @@
-#include <Base/platform/os/Pages.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/memory/PageRegistry.h>
+#include <Base/platform/os/memory/Pages.h>
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/ModuleList.h>
+#include <Base/platform/os/modules/ModuleList.h>
 
 #include <link.h>
 #include <sys/auxv.h>
@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
-#include <Base/platform/os/Modules.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/text/NativeText.h>
+#include <Base/platform/os/modules/Modules.h>
 
 namespace ZBase::os {
 

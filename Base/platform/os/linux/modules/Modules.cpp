@@ -1,5 +1,4 @@
-#include <Base/platform/os/Modules.h>
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/memory/MappedRegions.h>
 #include <Base/platform/os/linux/modules/ImageSearch.h>
@@ -8,6 +7,7 @@
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 #include <Base/platform/os/linux/text/TextBuffer.h>
+#include <Base/platform/os/modules/Modules.h>
 
 #include <dlfcn.h>
 #include <link.h>

@@ -1,6 +1,6 @@
-#include <Base/platform/os/Environment.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/text/NativeText.h>
+#include <Base/platform/os/processes/Environment.h>
 
 #include <sys/auxv.h>
 #include <cstdlib>

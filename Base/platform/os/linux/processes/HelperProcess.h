@@ -5,7 +5,7 @@
 #include <climits>
 #include <cstddef>
 
-#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/crash/ReportSender.h>
 
 namespace ZBase::os {
 

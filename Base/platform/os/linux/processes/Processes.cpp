@@ -1,11 +1,11 @@
-#include <Base/platform/os/Processes.h>
-#include <Base/platform/os/SystemErrors.h>
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/processes/ProcessState.h>
 #include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 #include <Base/platform/os/linux/text/TextBuffer.h>
+#include <Base/platform/os/processes/Processes.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <fcntl.h>
 #include <poll.h>

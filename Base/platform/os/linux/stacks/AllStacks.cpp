@@ -2,12 +2,12 @@
 // is stopped, walked and resumed, all in memory from mmap, and the text is written at once. Names need the
 // heap, so another process adds them. That process gets the path only and reads the file.
 
-#include <Base/platform/os/AllStacks.h>
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
 #include <Base/platform/os/linux/stacks/unwind/FrameWalker.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 
 #include <dirent.h>
 #include <fcntl.h>

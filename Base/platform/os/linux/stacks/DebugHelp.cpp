@@ -1,9 +1,9 @@
-#include <Base/platform/os/DebugHelp.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
 
 #include <dlfcn.h>
 #include <string>
 
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/modules/ModulePath.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/RecordedStack.h>
+#include <Base/platform/os/stacks/RecordedStack.h>
 
 #include <link.h>
 #include <algorithm>

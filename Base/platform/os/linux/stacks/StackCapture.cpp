@@ -20,10 +20,10 @@
 
 #include <atomic>
 
-#include <Base/platform/os/DebugHelp.h>
 #include <Base/platform/os/linux/stacks/OwnStack.h>
 #include <Base/platform/os/linux/stacks/unwind/DwarfExpression.h>
 #include <Base/platform/os/linux/stacks/unwind/RegisteredCode.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
 
 namespace ZBase::os {
 

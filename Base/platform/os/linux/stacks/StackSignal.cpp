@@ -1,11 +1,11 @@
 // The signal's handler only wakes a thread that was started before, since a process that hangs can't start
 // one: that takes the heap. The thread's memory besides its stack is here.
 
-#include <Base/platform/os/AllStacks.h>
-#include <Base/platform/os/Environment.h>
-#include <Base/platform/os/StayLoaded.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/text/NativeText.h>
+#include <Base/platform/os/modules/StayLoaded.h>
+#include <Base/platform/os/processes/Environment.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 
 #include <linux/futex.h>
 #include <pthread.h>

@@ -20,13 +20,13 @@
 #include <new>
 #include <string_view>
 
-#include <Base/platform/os/StayLoaded.h>
-#include <Base/platform/os/SystemErrors.h>
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
+#include <Base/platform/os/modules/StayLoaded.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 namespace ZBase::os {
 

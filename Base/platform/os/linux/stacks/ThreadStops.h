@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 namespace ZBase::os {
 

@@ -3,7 +3,7 @@
 // (TCVN5712-1), or the second of two characters of one code (BIG5-HKSCS, TSCII). The terminator, or the
 // sequence that returns to the initial state, flushes it.
 
-#include <Base/platform/os/MultibyteText.h>
+#include <Base/platform/os/text/MultibyteText.h>
 
 #include <langinfo.h>
 

@@ -1,5 +1,5 @@
-#include <Base/platform/os/Utf8.h>
 #include <Base/platform/os/linux/text/NativeText.h>
+#include <Base/platform/os/text/Utf8.h>
 
 namespace ZBase::os {
 

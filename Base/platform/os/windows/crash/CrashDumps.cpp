@@ -3,8 +3,8 @@
 // handler is made: a sender that waits, directories, and what a report is made of. The process ends here,
 // with the code of its exception, as the system itself would end it.
 
-#include <Base/platform/os/CrashDumps.h>
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/crash/CrashDumps.h>
+#include <Base/platform/os/modules/StayLoaded.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpWriter.h>

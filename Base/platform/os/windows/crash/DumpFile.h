@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 
 namespace ZBase::os {
 

@@ -1,6 +1,6 @@
 #include <Base/platform/os/windows/crash/DumpWriter.h>
 
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpFile.h>
 #include <Base/platform/os/windows/files/FileLock.h>

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include <Base/platform/os/CrashDumps.h>
+#include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/windows/crash/DumpFile.h>
 #include <Base/platform/os/windows/crash/SenderProcess.h>
 #include <Base/platform/os/windows/files/OwnSecurity.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/Environment.h>
+#include <Base/platform/os/processes/Environment.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/crash/ProxySettings.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/crash/ReportSender.h>
 #include <Base/platform/os/windows/crash/DumpWriter.h>
 
 namespace ZBase::os {

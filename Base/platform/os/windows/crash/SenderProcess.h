@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/crash/ReportSender.h>
 
 namespace ZBase::os {
 

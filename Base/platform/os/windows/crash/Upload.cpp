@@ -1,7 +1,7 @@
 // The system's own transport, opened when it is first needed: no program that loads the library needs it. It
 // has a limit for each step and none for all of them, so a timer ends the request.
 
-#include <Base/platform/os/Upload.h>
+#include <Base/platform/os/crash/Upload.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/crash/ProxySettings.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/SystemErrors.h>
+#include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/shared/SystemMessageText.h>
 #include <Base/platform/os/windows/WideText.h>
 

@@ -6,8 +6,8 @@
 // Frames without a handler are left on the way. A call to where no code is has only such a one, and its
 // caller is found like any other.
 
-#include <Base/platform/os/Faults.h>
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/faults/Faults.h>
+#include <Base/platform/os/modules/StayLoaded.h>
 #include <Base/platform/os/windows/faults/AllocatorCode.h>
 #include <Base/platform/os/windows/faults/Landing.h>
 #include <Base/platform/os/windows/stacks/FrameWalker.h>

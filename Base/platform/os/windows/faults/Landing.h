@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include <Base/platform/os/Faults.h>
+#include <Base/platform/os/faults/Faults.h>
 
 namespace ZBase::os {
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/HeldFile.h>
+#include <Base/platform/os/files/HeldFile.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/files/FileLock.h>
 #include <Base/platform/os/windows/files/OwnSecurity.h>

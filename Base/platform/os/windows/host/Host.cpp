@@ -1,4 +1,4 @@
-#include <Base/platform/os/Host.h>
+#include <Base/platform/os/host/Host.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include <Base/platform/os/Identifiers.h>
+#include <Base/platform/os/host/Identifiers.h>
 
 #include <rpc.h>
 #include <windows.h>

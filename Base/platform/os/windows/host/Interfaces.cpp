@@ -1,5 +1,5 @@
-#include <Base/platform/os/Interfaces.h>
-#include <Base/platform/os/windows/host/SocketAddress.h>
+#include <Base/platform/os/host/Interfaces.h>
+#include <Base/platform/os/shared/SocketAddress.h>
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
-#include <Base/platform/os/Network.h>
-#include <Base/platform/os/windows/host/SocketAddress.h>
+#include <Base/platform/os/host/Network.h>
+#include <Base/platform/os/shared/SocketAddress.h>
 
 #include <windows.h>
 

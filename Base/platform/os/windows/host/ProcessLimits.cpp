@@ -1,6 +1,6 @@
-#include <Base/platform/os/ProcessLimits.h>
+#include <Base/platform/os/host/ProcessLimits.h>
 
-#include <Base/platform/os/Host.h>
+#include <Base/platform/os/host/Host.h>
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/Pages.h>
+#include <Base/platform/os/memory/Pages.h>
 #include <Base/platform/os/windows/memory/PageRegistry.h>
 
 #include <windows.h>

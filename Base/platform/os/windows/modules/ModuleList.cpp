@@ -1,4 +1,4 @@
-#include <Base/platform/os/ModuleList.h>
+#include <Base/platform/os/modules/ModuleList.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #define PSAPI_VERSION 2  // the names that the system's core library has

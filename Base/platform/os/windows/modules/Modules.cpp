@@ -1,4 +1,4 @@
-#include <Base/platform/os/Modules.h>
+#include <Base/platform/os/modules/Modules.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <windows.h>

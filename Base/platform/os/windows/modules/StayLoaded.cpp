@@ -1,4 +1,4 @@
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/modules/StayLoaded.h>
 
 #include <windows.h>
 

@@ -1,4 +1,4 @@
-#include <Base/platform/os/Forks.h>
+#include <Base/platform/os/processes/Forks.h>
 
 namespace ZBase::os {
 

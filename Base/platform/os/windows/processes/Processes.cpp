@@ -1,4 +1,4 @@
-#include <Base/platform/os/Processes.h>
+#include <Base/platform/os/processes/Processes.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #define PSAPI_VERSION 2  // the names that the system's core library has

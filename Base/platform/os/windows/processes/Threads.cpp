@@ -1,4 +1,4 @@
-#include <Base/platform/os/Threads.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <windows.h>
 

@@ -2,7 +2,7 @@
 // its stack walked, and let go on, one after the other, all of it in memory that comes from the system, and
 // the text goes to the file at once. Names need the heap, so another process adds them.
 
-#include <Base/platform/os/AllStacks.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/stacks/FrameWalker.h>
 

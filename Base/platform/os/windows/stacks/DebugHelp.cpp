@@ -2,8 +2,8 @@
 // that were recorded as they are, and takes no frame for the last one because nothing is in the register that
 // the system's library takes for the frame's address.
 
-#include <Base/platform/os/DebugHelp.h>
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/DebugHelp.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 #include <windows.h>
 

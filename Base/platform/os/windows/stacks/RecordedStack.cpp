@@ -1,4 +1,4 @@
-#include <Base/platform/os/RecordedStack.h>
+#include <Base/platform/os/stacks/RecordedStack.h>
 #include <Base/platform/os/windows/stacks/FrameWalker.h>
 #include <Base/platform/os/windows/stacks/x86_64/Registers.h>
 

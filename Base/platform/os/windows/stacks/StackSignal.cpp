@@ -1,8 +1,8 @@
 // The system knows one signal of those: the keys Ctrl and Break, which reach a process as the end of a
 // terminal's "quit" does elsewhere. It calls on a thread of its own.
 
-#include <Base/platform/os/AllStacks.h>
-#include <Base/platform/os/StayLoaded.h>
+#include <Base/platform/os/modules/StayLoaded.h>
+#include <Base/platform/os/stacks/AllStacks.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <windows.h>

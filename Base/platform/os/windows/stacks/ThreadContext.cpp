@@ -1,4 +1,4 @@
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 #include <Base/platform/os/windows/stacks/x86_64/Registers.h>
 
 #include <windows.h>

@@ -1,7 +1,7 @@
 // The C library's locale names a code page, and the system converts by it. The C library's own calls carry
 // one unit at a time and know no pairs.
 
-#include <Base/platform/os/MultibyteText.h>
+#include <Base/platform/os/text/MultibyteText.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <locale.h>

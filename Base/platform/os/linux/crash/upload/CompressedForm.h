@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include <Base/platform/os/Upload.h>
+#include <Base/platform/os/crash/Upload.h>
 
 namespace ZBase::os {
 

@@ -1,11 +1,11 @@
 // The data of the sender is allocated when the handler is created, since the process that starts it may have
 // no heap any more.
 
-#include <Base/platform/os/Environment.h>
-#include <Base/platform/os/ReportSender.h>
+#include <Base/platform/os/crash/ReportSender.h>
 #include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/memory/WipedMemory.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
+#include <Base/platform/os/processes/Environment.h>
 
 #include <sys/mman.h>
 #include <cstring>

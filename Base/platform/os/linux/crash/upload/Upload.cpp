@@ -1,7 +1,7 @@
-#include <Base/platform/os/Environment.h>
-#include <Base/platform/os/Upload.h>
+#include <Base/platform/os/crash/Upload.h>
 #include <Base/platform/os/linux/crash/upload/AcceptedEncoding.h>
 #include <Base/platform/os/linux/crash/upload/CompressedForm.h>
+#include <Base/platform/os/processes/Environment.h>
 
 #include <common/linux/http_upload.h>
 #include <cstdint>

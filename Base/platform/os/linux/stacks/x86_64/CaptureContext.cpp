@@ -1,7 +1,7 @@
 // Compiled code can't read the registers without changing them, hence assembler. It stores the general
 // registers only.
 
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 // offsets of ThreadContext, checked there
 asm(R"(

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 namespace ZBase::os {
 

@@ -1,7 +1,7 @@
 // The system's function stores the registers as its caller has them, so this one is nothing but the way
 // there.
 
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 asm(R"(
     .text

@@ -1,8 +1,14 @@
 #pragma once
 
-#include <Base/platform/os/Network.h>
+#include <Base/platform/os/host/Network.h>
 
+#if defined(_WIN32)
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <netinet/in.h>
 #include <sys/socket.h>
+#endif
 
 namespace ZBase::os {
 

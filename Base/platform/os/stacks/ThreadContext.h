@@ -3,10 +3,10 @@
 #include <cstdint>
 
 #if defined(__x86_64__) || defined(_M_X64)
-#include <Base/platform/os/x86_64/ContextRecord.h>
+#include <Base/platform/os/stacks/x86_64/ContextRecord.h>
 #else
 #error \
-    "Another processor brings a ThreadContext and where a walk begins in it: see os/x86_64/ContextRecord.h \
+    "Another processor brings a ThreadContext and where a walk begins in it: see os/stacks/x86_64/ContextRecord.h \
 and docs/porting.md"
 #endif
 

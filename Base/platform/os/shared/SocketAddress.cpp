@@ -1,6 +1,5 @@
-#include <Base/platform/os/linux/host/SocketAddress.h>
+#include <Base/platform/os/shared/SocketAddress.h>
 
-#include <netinet/in.h>
 #include <cstring>
 
 namespace ZBase::os {

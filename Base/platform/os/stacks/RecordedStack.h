@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include <Base/platform/os/ThreadContext.h>
+#include <Base/platform/os/stacks/ThreadContext.h>
 
 namespace ZBase::os {
 
