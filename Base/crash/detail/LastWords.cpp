@@ -5,8 +5,8 @@
 #include <Base/messages/MessageFormat.h>
 #include <Base/messages/detail/NestedExceptions.h>
 #include <Base/platform/os/CurrentExceptionType.h>
+#include <Base/platform/os/faults/Callers.h>
 #include <Base/platform/os/processes/Threads.h>
-#include <Base/platform/os/stacks/Callers.h>
 
 #include <cxxabi.h>
 #include <algorithm>

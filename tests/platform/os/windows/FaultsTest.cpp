@@ -1,5 +1,5 @@
+#include <Base/platform/os/faults/Callers.h>
 #include <Base/platform/os/faults/Faults.h>
-#include <Base/platform/os/stacks/Callers.h>
 
 #include <gtest/gtest.h>
 

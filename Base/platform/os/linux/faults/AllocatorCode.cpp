@@ -1,9 +1,9 @@
 // The allocator is recognised by its entry points: the function of a frame is one of them, or the frame is
 // within the range of the C library's ones, whose allocator is contiguous, or in the module that replaces it.
 
+#include <Base/platform/os/faults/Callers.h>
 #include <Base/platform/os/linux/faults/AllocatorCode.h>
 #include <Base/platform/os/linux/stacks/unwind/FrameWalker.h>
-#include <Base/platform/os/stacks/Callers.h>
 
 #include <dlfcn.h>
 #include <sys/auxv.h>

@@ -2,6 +2,7 @@
 // has a limit for each step and none for all of them, so a timer ends the request.
 
 #include <Base/platform/os/crash/Upload.h>
+#include <Base/platform/os/shared/MultipartForm.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/crash/ProxySettings.h>
 
@@ -129,22 +130,6 @@ private:
     std::uint64_t mSize = 0;
 };
 
-// Within quotes, as browsers write it.
-std::string Quoted(std::string_view text) {
-    std::string quoted = "\"";
-    for (const char octet : text) {
-        if (octet == '"')
-            quoted += "%22";
-        else if (octet == '\r')
-            quoted += "%0D";
-        else if (octet == '\n')
-            quoted += "%0A";
-        else
-            quoted += octet;
-    }
-    return quoted + '"';
-}
-
 /// A multipart form, which is written in pieces and whose length is known before.
 class Form {
 public:
@@ -154,18 +139,15 @@ public:
         char text[64];
         std::snprintf(text, sizeof text, "------------------------%08lx%016llx", GetCurrentProcessId(),
                       static_cast<unsigned long long>(ticks.QuadPart) * 0x9E3779B97F4A7C15);
-        mBoundary = text;
-        const std::string head = "--" + mBoundary + "\r\nContent-Disposition: form-data; name=";
-        for (const auto& [name, value] : parameters)
-            mFields += head + Quoted(name) + "\r\n\r\n" + value + "\r\n";
+        const MultipartForm form{text};
+        mBoundary = form.boundary;
+        for (const auto& [name, value] : parameters) mFields += form.FieldHead(name) + value + "\r\n";
         for (const auto& [name, path] : files) {
-            const std::string file = path.substr(path.find_last_of("\\/") + 1);
-            mHeads.push_back(head + Quoted(name) + "; filename=" + Quoted(file) +
-                             "\r\nContent-Type: application/octet-stream\r\n\r\n");
+            mHeads.push_back(form.FileHead(name, path));
             mFiles.emplace_back(path);
             mIsWhole = mIsWhole && mFiles.back().IsOpen();
         }
-        mEnd = "--" + mBoundary + "--\r\n";
+        mEnd = form.End();
     }
 
     bool IsWhole() const { return mIsWhole; }

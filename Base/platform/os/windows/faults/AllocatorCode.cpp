@@ -1,7 +1,7 @@
 // The allocator is known by its entry points, which all blocks come through: those of the system's heap, and
 // those of the C library, which stands on it.
 
-#include <Base/platform/os/stacks/Callers.h>
+#include <Base/platform/os/faults/Callers.h>
 #include <Base/platform/os/windows/faults/AllocatorCode.h>
 #include <Base/platform/os/windows/stacks/ImportJump.h>
 

@@ -2,6 +2,7 @@
 // that load the library need neither.
 
 #include <Base/platform/os/linux/crash/upload/CompressedForm.h>
+#include <Base/platform/os/shared/MultipartForm.h>
 
 #include <dlfcn.h>
 #include <sys/random.h>
@@ -96,22 +97,6 @@ std::string NewBoundary() {
     return boundary;
 }
 
-// Within quotes, as in browsers.
-std::string Quoted(std::string_view text) {
-    std::string quoted = "\"";
-    for (const char octet : text) {
-        if (octet == '"')
-            quoted += "%22";
-        else if (octet == '\r')
-            quoted += "%0D";
-        else if (octet == '\n')
-            quoted += "%0A";
-        else
-            quoted += octet;
-    }
-    return quoted + '"';
-}
-
 bool AddFile(Packer& packer, const std::string& path) {
     std::FILE* const file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) return false;
@@ -131,23 +116,18 @@ bool AddFile(Packer& packer, const std::string& path) {
 
 std::optional<CompressedForm> CompressForm(const UploadFields& parameters, const UploadFields& files) {
     Packer packer;
-    const std::string boundary = NewBoundary();
-    if (boundary.empty()) return std::nullopt;
-    const std::string head = "--" + boundary + "\r\nContent-Disposition: form-data; name=";
+    const MultipartForm form{NewBoundary()};
+    if (form.boundary.empty()) return std::nullopt;
     for (const auto& [name, value] : parameters) {
-        if (!packer.Add(head + Quoted(name) + "\r\n\r\n") || !packer.Add(value) || !packer.Add("\r\n"))
+        if (!packer.Add(form.FieldHead(name)) || !packer.Add(value) || !packer.Add("\r\n"))
             return std::nullopt;
     }
     for (const auto& [name, path] : files) {
-        const std::string file = path.substr(path.rfind('/') + 1);
-        if (!packer.Add(head + Quoted(name) + "; filename=" + Quoted(file) +
-                        "\r\nContent-Type: application/octet-stream\r\n\r\n") ||
-            !AddFile(packer, path) || !packer.Add("\r\n")) {
+        if (!packer.Add(form.FileHead(name, path)) || !AddFile(packer, path) || !packer.Add("\r\n"))
             return std::nullopt;
-        }
     }
-    if (!packer.Add("--" + boundary + "--\r\n") || !packer.Finish()) return std::nullopt;
-    return CompressedForm{boundary, std::move(packer.Octets())};
+    if (!packer.Add(form.End()) || !packer.Finish()) return std::nullopt;
+    return CompressedForm{form.boundary, std::move(packer.Octets())};
 }
 
 }  // namespace ZBase::os
