@@ -2,7 +2,7 @@
 # names that CMake's own find modules give them.
 function(zbase_cross_expat)
     set(place ${PROJECT_BINARY_DIR}/expat)
-    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/expat.sh ${place} RESULT_VARIABLE failed)
+    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/windows/expat.sh ${place} RESULT_VARIABLE failed)
     if(failed)
         message(FATAL_ERROR "Expat is not there: scripts/setup.sh windows")
     endif()

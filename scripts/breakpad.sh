@@ -8,7 +8,7 @@
 # breakpad.sh --needs-fetching: whether the registry would be used.
 set -eu
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 pinned=$PWD/third_party/breakpad
 place=$pinned/node_modules
 [ "${1:-}" = "" ] || [ "$1" = --needs-fetching ] || place=$1

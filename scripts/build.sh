@@ -3,7 +3,7 @@
 # ZBASE_CRASH_REPORTING=OFF leaves crash reporting out.
 set -eu
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 preset=${ZBASE_PRESET:-release}
 quietly "Configuring ($preset)" cmake --preset "$preset" -DZBASE_CRASH_REPORTING="${ZBASE_CRASH_REPORTING:-ON}"
 quietly "Building ${*:-everything} ($preset)" cmake --build "build/$preset" ${*:+--target "$@"}

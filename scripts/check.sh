@@ -4,7 +4,7 @@
 # and "arm64", which needs a cross compiler and an emulator.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 
 sources() { git ls-files -co --exclude-standard -- "$@"; }
 
@@ -43,7 +43,7 @@ compile_alone() {
 # without a warning for the strictest of users.
 check_headers() {
     diff <(grep -o '<Base/.*>' Base/ZBase.h | tr -d '<>') <(public_headers Base | grep -v Base/ZBase.h)
-    python3 scripts/layers.py
+    python3 scripts/checks/layers.py
     local standard header said
     for header in $({ public_headers Base; public_headers ZLiteXML; }); do
         said=$(g++ -std=c++17 -I. -fsyntax-only -x c++ "$header" 2>&1 | grep -m 1 'error:' || :)
@@ -68,8 +68,8 @@ check_windows() {
 }
 
 check_exports() {
-    diff cmake/exports.txt <(scripts/exports.sh build/release/Base/libZBase.so) ||
-        { echo "The exported symbols changed: if that is meant, scripts/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
+    diff cmake/exports.txt <(scripts/checks/exports.sh build/release/Base/libZBase.so) ||
+        { echo "The exported symbols changed: if that is meant, scripts/checks/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
 }
 
 # The interface for modules that were built against the libraries before: signatures, layouts, the order of operations.
@@ -80,9 +80,9 @@ check_abi() {
     for library in build/release/{Base/libZBase.so,ZLiteXML/libZLiteXML.so,Base/libzbase_debughelp.so}; do
         name=$(basename "$library")
         gunzip -c "cmake/abi/$name.abi.gz" >"$place/old"
-        scripts/abi.sh "$library" >"$place/new"
+        scripts/checks/abi.sh "$library" >"$place/new"
         abidiff --no-added-syms "$place/old" "$place/new" || {
-            echo "Modules that are there break. If that is meant: scripts/abi.sh $library | gzip -9n >cmake/abi/$name.abi.gz"
+            echo "Modules that are there break. If that is meant: scripts/checks/abi.sh $library | gzip -9n >cmake/abi/$name.abi.gz"
             exit 1
         }
     done
@@ -94,7 +94,7 @@ check_hardening() {
     local place
     place=$(mktemp -d)
     cmake --install build/release --prefix "$place" >/dev/null
-    find "$place" -type f -exec sh -c 'head -c 4 "$1" | grep -q ELF' sh {} \; -print0 | xargs -0 scripts/hardening.sh
+    find "$place" -type f -exec sh -c 'head -c 4 "$1" | grep -q ELF' sh {} \; -print0 | xargs -0 scripts/checks/hardening.sh
     rm -rf "$place"
 }
 
@@ -150,14 +150,14 @@ check_package() {
 
 # The code in README and docs is compiled, run and compared; their links are followed.
 check_pages() {
-    scripts/links.py
-    quietly "Running what the pages show" scripts/pages.py
+    scripts/checks/links.py
+    quietly "Running what the pages show" scripts/checks/pages.py
 }
 
 # Pages and reference as HTML, without a warning and a broken link, and the first page in a browser.
 check_docs() {
     scripts/docs.sh
-    scripts/links.py build/docs
+    scripts/checks/links.py build/docs
     scripts/setup.sh browse
     local shown profile
     profile=$(mktemp -d)
@@ -176,7 +176,7 @@ check_tidy() {
 
 check_sanitizers() {
     ZBASE_PRESET=sanitize scripts/build.sh
-    scripts/run_tests.sh sanitize
+    scripts/support/run_tests.sh sanitize
 }
 
 # Shared state of threads, under ThreadSanitizer, whose own memory would count as the process's.
@@ -205,7 +205,7 @@ check_without_crash_reporting() {
     quietly "Configuring" cmake -S . -B "$build" -G Ninja -DCMAKE_CXX_FLAGS=-O2 -DZBASE_WERROR=ON -DZBASE_CRASH_REPORTING=OFF \
         -DZBASE_BUILD_TESTS=OFF -DZBASE_BUILD_EXAMPLES=OFF
     quietly "Building without crash reporting" cmake --build "$build" --target ZBase zbase
-    diff cmake/exports.txt <(scripts/exports.sh "$build/Base/libZBase.so")
+    diff cmake/exports.txt <(scripts/checks/exports.sh "$build/Base/libZBase.so")
     quietly "Linking with it" g++ -std=c++20 -I. tests/crash/off/CrashHandlerTest.cpp -o "$build/linked" \
         -L"$build/Base" -Wl,-rpath,"$PWD/$build/Base" -lZBase -lgtest -lgtest_main
     quietly "Running it" "$build/linked"
@@ -231,20 +231,20 @@ check_arm64() {
 # Both commands on a system that has nothing.
 check_bare() {
     scripts/setup.sh bare
-    scripts/bare.sh
+    scripts/checks/bare.sh
 }
 
 # The Debian packages, installed, used and removed on a bare system.
 check_packages() {
     scripts/setup.sh bare
-    scripts/bare.sh tests/packaging/packages.sh
+    scripts/checks/bare.sh tests/packaging/packages.sh
 }
 
 # Each way to build with an available compiler, on this Debian and the next, and there the tests.
 check_builds() {
     scripts/setup.sh bare
-    scripts/bare.sh tests/packaging/builds.sh
-    ZBASE_BARE_SUITE=trixie scripts/bare.sh scripts/test.sh tests/packaging/builds.sh
+    scripts/checks/bare.sh tests/packaging/builds.sh
+    ZBASE_BARE_SUITE=trixie scripts/checks/bare.sh scripts/test.sh tests/packaging/builds.sh
 }
 
 steps=("$@")

@@ -3,7 +3,7 @@
 # unpacked, in build/package.
 set -eu
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 scripts/setup.sh package
 quietly "Configuring (package)" cmake --preset package
 quietly "Building (package)" cmake --build build/package

@@ -12,7 +12,7 @@
 #   bare   a bare system to try all of it on
 set -eu
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 
 build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-dev libexpat1-dev nlohmann-json3-dev pkg-config uuid-dev zlib1g-dev"
 # Breakpad comes through npm if that is installed. Debian's own would bring 372 packages, curl and node-registry-url 19.

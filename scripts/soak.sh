@@ -2,7 +2,7 @@
 # soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-. scripts/progress.sh
+. scripts/support/progress.sh
 
 # Every encoding that the C library can build a locale of, each character both ways.
 soak_encodings() {

@@ -8,8 +8,8 @@ if [ "${1:-}" = --preset ]; then
     shift 2
     scripts/setup.sh windows
     ZBASE_PRESET=windows scripts/build.sh
-    exec scripts/run_windows_tests.sh "$@"
+    exec scripts/windows/run_tests.sh "$@"
 fi
 scripts/setup.sh test
 scripts/build.sh
-exec scripts/run_tests.sh release "$@"
+exec scripts/support/run_tests.sh release "$@"

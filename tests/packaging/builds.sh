@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 top=$PWD
-. scripts/progress.sh
+. scripts/support/progress.sh
 work=$(mktemp -d "${TMPDIR:-/var/tmp}/zbase-builds-XXXXXX")
 trap 'end_progress; rm -rf "$work"' EXIT
 

@@ -38,21 +38,21 @@ nobody_with_nothing() {
 
 test_FailingCommandShowsItsOutputAndFails() {
     local said
-    said=$(. scripts/progress.sh; quietly "Trying" sh -c 'echo seen; exit 3' 2>&1) && fail "passed: $said" || [ $? = 3 ]
+    said=$(. scripts/support/progress.sh; quietly "Trying" sh -c 'echo seen; exit 3' 2>&1) && fail "passed: $said" || [ $? = 3 ]
     expect "$said" "Trying ..."
     expect "$said" "seen"
 }
 
 test_PassingCommandKeepsItsOutput() {
-    refuse "$(. scripts/progress.sh; quietly "Trying" sh -c 'echo seen')" "seen"
+    refuse "$(. scripts/support/progress.sh; quietly "Trying" sh -c 'echo seen')" "seen"
 }
 
 test_LongCommandTellsHowFarItIs() {
     export ZBASE_PROGRESS_SECONDS=1
-    expect "$(. scripts/progress.sh; quietly "Building" sh -c 'echo "[3/8] Compiling a"; sleep 3')" "[3/8] Compiling a"
-    expect "$(. scripts/progress.sh; quietly "Installing" sh -c 'echo "pmstatus:g++:40.5:Unpacking g++"; sleep 3')" \
+    expect "$(. scripts/support/progress.sh; quietly "Building" sh -c 'echo "[3/8] Compiling a"; sleep 3')" "[3/8] Compiling a"
+    expect "$(. scripts/support/progress.sh; quietly "Installing" sh -c 'echo "pmstatus:g++:40.5:Unpacking g++"; sleep 3')" \
         "installing 40 %: Unpacking g++"
-    expect "$(. scripts/progress.sh; quietly "Installing" sh -c 'echo "dlstatus:33:39.5:Retrieving file 33 of 89"; sleep 3')" \
+    expect "$(. scripts/support/progress.sh; quietly "Installing" sh -c 'echo "dlstatus:33:39.5:Retrieving file 33 of 89"; sleep 3')" \
         "downloading 39 %: Retrieving file 33 of 89"
 }
 
@@ -63,12 +63,12 @@ test_ABinaryThatIsNotHardenedIsNamedWithWhatItLacks() {
     local hard="-O2 -D_FORTIFY_SOURCE=2 -fstack-protector-strong -Wl,-z,now" said
     [ "$(uname -m)" != x86_64 ] || hard="$hard -fcf-protection=full"
     gcc -shared -fPIC $hard one.c -o hard.so
-    scripts/hardening.sh hard.so || fail "a hardened binary lacks something"
+    scripts/checks/hardening.sh hard.so || fail "a hardened binary lacks something"
     gcc -shared -fPIC $hard -z execstack one.c -o stack.so
-    said=$(scripts/hardening.sh hard.so stack.so) && fail "an executable stack passed"
+    said=$(scripts/checks/hardening.sh hard.so stack.so) && fail "an executable stack passed"
     [ "$said" = "stack.so lacks a stack without code" ] || fail "$said"
     gcc -shared -fPIC -O2 -fno-stack-protector -fcf-protection=none -z norelro -z lazy one.c -o soft.so
-    said=$(scripts/hardening.sh soft.so) && fail "nothing passed"
+    said=$(scripts/checks/hardening.sh soft.so) && fail "nothing passed"
     expect "$said" "soft.so lacks guarded stacks"
     expect "$said" "soft.so lacks read-only addresses"
     expect "$said" "soft.so lacks addresses bound at load"
@@ -146,7 +146,7 @@ END
 test_FailingTestFailsTheScriptAndIsShown() {
     small_tree ON
     local said
-    said=$(scripts/run_tests.sh small 2>&1) && fail "passed: $said"
+    said=$(scripts/support/run_tests.sh small 2>&1) && fail "passed: $said"
     expect "$said" "== Bad.Fails (Failed)"
     expect "$said" "wanted 1, got 2"
     expect "$said" "Bad.Crashes (SEGFAULT)"
@@ -158,7 +158,7 @@ test_FailingTestFailsTheScriptAndIsShown() {
 test_PassingTestsAreCountedAndSkippedOnesHaveAReason() {
     small_tree OFF
     local said
-    said=$(scripts/run_tests.sh small)
+    said=$(scripts/support/run_tests.sh small)
     expect "$said" "Skipped, no such thing here:
     Odd.IsSkipped"
     expect "$said" "1 passed, 0 failed, 1 skipped, in "
@@ -167,13 +167,13 @@ test_PassingTestsAreCountedAndSkippedOnesHaveAReason() {
 
 test_NoTestFoundFails() {
     small_tree OFF
-    ! scripts/run_tests.sh small -R NoSuchTest >/dev/null 2>&1 || fail "passed"
+    ! scripts/support/run_tests.sh small -R NoSuchTest >/dev/null 2>&1 || fail "passed"
 }
 
 test_ArgumentsReachCtest() {
     small_tree ON
-    expect "$(scripts/run_tests.sh small -R Good)" "1 passed, 0 failed, 0 skipped"
-    expect "$(scripts/run_tests.sh small -N)" "Total Tests: 5"
+    expect "$(scripts/support/run_tests.sh small -R Good)" "1 passed, 0 failed, 0 skipped"
+    expect "$(scripts/support/run_tests.sh small -N)" "Total Tests: 5"
 }
 
 test_TestProgramThatIsMissingFails() {
@@ -181,7 +181,7 @@ test_TestProgramThatIsMissingFails() {
     echo 'add_test(NAME Lost.Program COMMAND no_such_program)' >>CMakeLists.txt
     cmake --preset small >/dev/null
     local said
-    said=$(scripts/run_tests.sh small 2>&1) && fail "passed: $said"
+    said=$(scripts/support/run_tests.sh small 2>&1) && fail "passed: $said"
     expect "$said" "Lost.Program"
 }
 
@@ -238,7 +238,7 @@ test_WithoutCrashReportingNothingIsFetched() {
 test_BareNeedsRoot() {
     stand_in id 'echo 1000'
     local said
-    said=$(scripts/bare.sh 2>&1) && fail "passed"
+    said=$(scripts/checks/bare.sh 2>&1) && fail "passed"
     expect "$said" "only root"
 }
 
@@ -255,14 +255,14 @@ test_PageThatDoesWhatItShowsPasses() {
     page '```cpp' 'std::puts("begin\n1.5 s\nend");' '```' '' '```text' 'begin' '... s' '...' '```' \
         '<!-- before' 'const int hidden = 7;' '-->' '```cpp' 'std::printf("%d\n", hidden);' '```' '```text' '7' '```' \
         '```cpp' 'int main() {}' '```' '```console' '$ echo a; echo b' 'a' 'b' '$ true' '```'
-    expect "$(scripts/pages.py docs/page.md)" "5 blocks and commands of 1 pages, 0 that"
+    expect "$(scripts/checks/pages.py docs/page.md)" "5 blocks and commands of 1 pages, 0 that"
 }
 
 test_PageThatDoesSomethingElseIsTold() {
     local said
     page '```cpp' 'std::puts("one");' '```' '' '```text' 'two' '```' '```cpp' 'std::puts("unseen");' '```' \
         '```cpp' 'std::exit(3);' '```' '```console' '$ echo a' 'b' '```' '```cpp' 'int main() { return unknown; }' '```'
-    said=$(scripts/pages.py docs/page.md) && fail "passed: $said"
+    said=$(scripts/checks/pages.py docs/page.md) && fail "passed: $said"
     expect "$said" "page.md:2: prints something else than shown"
     expect "$said" "page.md:9: prints something else than shown"
     expect "$said" "page.md:12: ended with 3"
@@ -275,9 +275,9 @@ test_LinkThatLeadsNowhereIsTold() {
     mkdir docs
     printf '# A page\n\n## One, two\n[here](#one-two) [there](other.md#a-page) [web](https://example.com/x)\n' >docs/page.md
     printf '# A page\n[back](page.md)\n```\n[no link](nowhere.md)\n```\n' >docs/other.md
-    scripts/links.py
+    scripts/checks/links.py
     printf '[gone](gone.md)\n[no place](other.md#two)\n' >>docs/page.md
-    said=$(scripts/links.py) && fail "passed: $said"
+    said=$(scripts/checks/links.py) && fail "passed: $said"
     expect "$said" "page.md:5: there is no gone.md"
     expect "$said" "page.md:6: there is no such place in other.md#two"
     expect "$said" "2 links that lead nowhere"
@@ -286,10 +286,10 @@ test_LinkThatLeadsNowhereIsTold() {
 test_DecisionGovernsFilesThatAreThere() {
     local said
     mkdir docs
-    printf '# Decisions\n\n## Pages\n\n### One\nGoverns `docs`, `scripts/links`,\n`scripts/pages.py`.\n\n`nothing.h` is text.\n' >docs/decisions.md
-    scripts/links.py
+    printf '# Decisions\n\n## Pages\n\n### One\nGoverns `docs`, `scripts/checks/links`,\n`scripts/checks/pages.py`.\n\n`nothing.h` is text.\n' >docs/decisions.md
+    scripts/checks/links.py
     printf '\n### Two\nGoverns `scripts/gone.py`, `scripts/link`.\n\n### Three\nIn `scripts`.\n\n## Four\nGoverns `scripts`.\n' >>docs/decisions.md
-    said=$(scripts/links.py) && fail "passed: $said"
+    said=$(scripts/checks/links.py) && fail "passed: $said"
     expect "$said" "decisions.md:11: there is no scripts/gone.py"
     expect "$said" "decisions.md:11: there is no scripts/link"
     expect "$said" "decisions.md:14: governs no file"
@@ -315,7 +315,7 @@ private:
     struct Seven {};
 };
 END
-    diff <(scripts/site_source.py header.h) - <<'END'
+    diff <(scripts/support/site_source.py header.h) - <<'END'
 /// @file
 /// Of all. More.
 

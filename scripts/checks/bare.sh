@@ -4,8 +4,8 @@
 # removed afterwards, whatever happens. ZBASE_BARE_SUITE names another Debian than this machine's. With ccache in the
 # environment (CMAKE_CXX_COMPILER_LAUNCHER, CCACHE_DIR) its objects are used.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-. scripts/progress.sh
+cd "$(dirname "$0")/../.."
+. scripts/support/progress.sh
 
 # TMPDIR does not exist there.
 in_root() { env -u TMPDIR chroot "$root" "$@"; }
@@ -80,7 +80,7 @@ if [ "${1:-}" != --inside ]; then
     trap leave EXIT
     [ -z "$(git status --porcelain)" ] || echo "What is not committed is not tried."
     # Mounts and processes of a namespace end with it, however it ends.
-    TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/bare.sh --inside "$place" "$@" &
+    TMPDIR=$place unshare --mount --pid --fork --kill-child --propagation private scripts/checks/bare.sh --inside "$place" "$@" &
     inside=$!
     status=0
     wait "$inside" || status=$?

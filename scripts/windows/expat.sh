@@ -2,8 +2,8 @@
 # expat.sh PLACE: puts the sources of Expat, as this Debian has them with its corrections, into PLACE/lib, for a system that
 # Debian has no Expat for. They come from where this machine has its packages from. Costs nothing when they are there.
 set -eu
-cd "$(dirname "$0")/.."
-. scripts/progress.sh
+cd "$(dirname "$0")/../.."
+. scripts/support/progress.sh
 place=$1
 [ ! -e "$place/lib/xmlparse.c" ] || exit 0
 

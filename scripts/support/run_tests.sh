@@ -2,8 +2,8 @@
 # run_tests.sh PRESET [CTEST ARGUMENT...]: runs the tests of a built preset. Prints the progress; in the end the output of
 # each failed test, the skipped ones with their reasons, and the numbers. Fails if a test fails or none is found.
 set -eu
-cd "$(dirname "$0")/.."
-. scripts/progress.sh
+cd "$(dirname "$0")/../.."
+. scripts/support/progress.sh
 preset=$1
 shift
 for argument in "$@"; do
@@ -23,5 +23,5 @@ if ! grep -q 'tests passed, .* out of' "$progress_log" || [ ! -e "$details" ]; t
     [ "$status" -ne 0 ] || status=1
     exit "$status"
 fi
-awk -f scripts/test_summary.awk "$progress_log" "$details"
+awk -f scripts/support/test_summary.awk "$progress_log" "$details"
 exit "$status"

@@ -1,13 +1,13 @@
 #!/bin/sh
-# run_windows_tests.sh [CTEST ARGUMENT...]: runs the tests of the preset "windows", which is built, under Wine: one process
+# run_tests.sh [CTEST ARGUMENT...]: runs the tests of the preset "windows", which is built, under Wine: one process
 # for each test program, since to start one takes longer than most tests. Tells what failed, and the numbers.
 set -eu
-cd "$(dirname "$0")/.."
-. scripts/progress.sh
+cd "$(dirname "$0")/../.."
+. scripts/support/progress.sh
 progress_log=$(mktemp)
 details=build/windows/Testing/Temporary/LastTest.log
 rm -f "$details"
-scripts/wine.sh cmd /c exit
+scripts/windows/wine.sh cmd /c exit
 status=0
 run_logged "$progress_log" "Testing (windows)" ctest --preset windows -j "$(nproc)" --no-tests=error "$@" || status=$?
 [ -e "$details" ] || { cat "$progress_log" >&2; exit 1; }

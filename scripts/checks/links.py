@@ -11,7 +11,7 @@ import re
 import sys
 import urllib.parse
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def anchor_of(heading):

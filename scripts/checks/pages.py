@@ -24,7 +24,7 @@ import subprocess
 import sys
 import tempfile
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 SECONDS = 60  # for one command
 FLAGS = ["-std=c++20", "-O0", "-g1", "-Wall", "-Wextra", "-Werror", "-fnon-call-exceptions"]
 HEADERS = ["Base/ZBase.h", "algorithm", "cstdio", "cstring", "fstream", "functional", "iostream", "map", "memory", "mutex",
