@@ -8,7 +8,7 @@ rm -rf build/docs build/docs-source
 mkdir -p build/docs/tree build/docs-source
 
 # Link targets that Doxygen doesn't make are copied.
-grep -oh '](\.\./[^)]*)' docs/*.md | sed 's|^](\.\./||; s|)$||' | grep -v '\.h$' | sort -u | xargs -d '\n' cp -R --parents -t build/docs/tree
+python3 scripts/support/site_source.py --linked | xargs -d '\n' cp -R --parents -t build/docs/tree
 python3 scripts/support/site_source.py build/docs-source
 find docs -name '*.svg' -exec cp --parents -t build/docs-source {} +
 quietly "Making pages and reference" env -C build/docs-source doxygen "$PWD/docs/Doxyfile"

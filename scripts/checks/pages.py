@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""pages.py [--build DIRECTORY] [PAGE...]: compiles and runs what the pages show, README.md and docs/*.md unless others are
+"""pages.py [--build DIRECTORY] [PAGE...]: compiles and runs what the pages show, README.md and those of docs unless others are
 named, with the library and the command of a build (build/release).
 
 In a page
@@ -199,7 +199,7 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     parser.add_argument("pages", nargs="*", type=pathlib.Path)
     arguments = parser.parse_args()
-    paths = arguments.pages or [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
+    paths = arguments.pages or [ROOT / "README.md", *sorted((ROOT / "docs").rglob("*.md"))]
     with tempfile.TemporaryDirectory() as scratch:
         scratch = pathlib.Path(scratch)
         (scratch / "include/Base").mkdir(parents=True)

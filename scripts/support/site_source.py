@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """site_source.py DIRECTORY: writes public headers and pages there, with the marks that Doxygen needs. site_source.py FILE: prints
-one.
+one. site_source.py --linked: prints what the pages link and Doxygen doesn't make.
 
 A header states a thing once: in a comment of its own for all that follows, above the first of several declarations for all of them,
 and behind a member for that member. Doxygen applies a comment to the next declaration only, so marks are added. The target of a
 link is a part of the reference, if it is a header, or in the folder "tree" of the site, where scripts/docs.sh copies it."""
 
+import os
 import pathlib
 import re
 import sys
@@ -54,9 +55,30 @@ def document_members(lines):
     return [re.sub(r"^(\s+[^/\s][^/]*[;,]|\s+\w+)\s+// (?!namespace)(.*)$", r"\1  ///< \2", line) for line in lines]
 
 
-def page(text):
-    text = re.sub(r"\[([^]]*)\]\(\.\./((?:Base|ZLiteXML)/[^)]*\.h)\)", r'@ref \2 "\1"', text)
-    return text.replace("](../", "](tree/")
+def links(file, text):
+    """Those of a page that lead to something of the tree: the match, with the words in group 1, and the path from its top."""
+    for match in re.finditer(r"\[([^]]*)\]\(([^)#\s]+)(#[^)\s]*)?\)", text):
+        target = pathlib.Path(os.path.normpath(file.resolve().parent / match[2]))
+        if target.is_relative_to(ROOT) and target.exists():
+            yield match, target.relative_to(ROOT)
+
+
+def is_in_the_tree_only(target):
+    """Whether Doxygen makes neither a page nor a part of the reference of it."""
+    return target.suffix not in (".h", ".md", ".svg")
+
+
+def page(file, text):
+    """A page whose links are from the top, where Doxygen finds pages, headers and drawings, or into the folder "tree"."""
+    said, end = "", 0
+    for match, target in links(file, text):
+        if target.suffix == ".h":
+            link = f'@ref {target} "{match[1]}"'
+        else:
+            link = f"[{match[1]}]({'tree/' if is_in_the_tree_only(target) else ''}{target}{match[3] or ''})"
+        said += text[end:match.start()] + link
+        end = match.end()
+    return said + text[end:]
 
 
 def without_private(text):
@@ -95,16 +117,26 @@ def header(text):
 
 def read(file):
     text = file.read_text(encoding="utf-8")
-    return page(text) if file.suffix == ".md" else header(text)
+    return page(file, text) if file.suffix == ".md" else header(text)
 
 
 def sources():
     """Public headers and pages, from the top of the tree."""
-    for pattern in ("Base/**/*.h", "ZLiteXML/**/*.h", "*.md", "docs/*.md"):
+    for pattern in ("Base/**/*.h", "ZLiteXML/**/*.h", "*.md", "docs/**/*.md"):
         yield from (file for file in ROOT.glob(pattern) if not {"os", "detail"} & set(file.relative_to(ROOT).parts))
 
 
+def linked():
+    """What the folder "tree" of the site needs, as paths from the top."""
+    pages = (file for file in sources() if file.suffix == ".md")
+    targets = {target for file in pages for _, target in links(file, file.read_text(encoding="utf-8"))}
+    return sorted(str(target) for target in targets if is_in_the_tree_only(target))
+
+
 def main():
+    if sys.argv[1] == "--linked":
+        print("\n".join(linked()))
+        return
     place = pathlib.Path(sys.argv[1])
     if place.is_file():
         sys.stdout.write(read(place))

@@ -11,7 +11,7 @@
 #include <TestPlaces.h>
 
 // The table of settings and the names of a report's fields: that they agree with themselves, and that
-// docs/crashes.md tells the same.
+// docs/subsystems/crashes.md tells the same.
 
 namespace {
 
@@ -83,7 +83,7 @@ std::string TableOfFields() {
 }
 
 std::string Document() {
-    std::ifstream file(ZBASE_SOURCE_DIR "/docs/crashes.md");
+    std::ifstream file(ZBASE_SOURCE_DIR "/docs/subsystems/crashes.md");
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

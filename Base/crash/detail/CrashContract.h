@@ -12,7 +12,7 @@ namespace ZBase::detail {
 // The contract of crash reporting with everything outside of the process: with the authors of
 // "crash_report.ini", with the program that sends reports, with servers, and with tools that read the
 // directory of dumps. The readers of the file, `zbase crash check`, the reports and the tables of
-// docs/crashes.md are made from this file.
+// docs/subsystems/crashes.md are made from this file.
 
 // The settings of section "[Config]".
 
