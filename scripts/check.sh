@@ -256,8 +256,11 @@ if [[ " bare packages builds docs arm64 " != *" ${steps[*]} "* ]]; then
     scripts/setup.sh check
     [ -d build/release ] || scripts/build.sh
 fi
+took=""
 for step in "${steps[@]}"; do
     echo "== $step"
+    began=$SECONDS
     "check_$step"
+    took="$took $step $((SECONDS - began)) s,"
 done
-echo "All checks passed: ${steps[*]}"
+echo "All checks passed:${took%,}"
