@@ -6,13 +6,13 @@
 #include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/modules/StayLoaded.h>
 #include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/crash/CrashEquipment.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpWriter.h>
 #include <Base/platform/os/windows/files/NativeFile.h>
 
 #include <windows.h>
 
-#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <new>
@@ -29,19 +29,11 @@ constexpr DWORD kInvalidParameter = 0xC000000D;  // of a call of the C library
 constexpr UINT kEndOfAbort = 3;
 constexpr ULONG kCrashStack = 64 * 1024;
 
-using InvalidParameterHandler = void(__cdecl*)(const wchar_t*, const wchar_t*, const wchar_t*, unsigned int,
-                                               uintptr_t);
 using SetInvalidParameterHandler = InvalidParameterHandler(__cdecl*)(InvalidParameterHandler);
-using SignalHandler = void(__cdecl*)(int);
-
-std::atomic<DumpHandler*> spNewest = nullptr;
-LPTOP_LEVEL_EXCEPTION_FILTER spBefore = nullptr;
-SignalHandler spAbortBefore = SIG_DFL;
-InvalidParameterHandler spInvalidBefore = nullptr;
-std::atomic<bool> sIsInstalled = false;
-std::atomic<bool> sAsksEarlier = false;
 
 }  // namespace
+
+constinit CrashEquipment gEquipment{};
 
 class DumpHandler {
 public:
@@ -57,7 +49,7 @@ namespace {
 
 // Ends the process, unless the crash is for others to handle. Runs on the crashed thread. No heap, no lock.
 void HandleCrash(EDumpCause cause, EXCEPTION_POINTERS* pointers, UINT end) {
-    DumpHandler* const handler = spNewest;
+    DumpHandler* const handler = gEquipment.newest;
     if (handler == nullptr || !TakeCrash()) return WaitForCrash();
     if (handler->mCrashes.Write(cause, pointers)) TerminateProcess(GetCurrentProcess(), end);
     LeaveCrash();
@@ -69,8 +61,8 @@ LONG WINAPI FilterException(EXCEPTION_POINTERS* pointers) {
     if ((record.ExceptionCode & kThrownMask) == kThrown &&
         (record.ExceptionFlags & EXCEPTION_NONCONTINUABLE) == 0)
         return EXCEPTION_CONTINUE_EXECUTION;
-    const auto before = spBefore;
-    if (sAsksEarlier && before != nullptr && before(pointers) == EXCEPTION_CONTINUE_EXECUTION)
+    const auto before = gEquipment.filterBefore;
+    if (gEquipment.asksEarlier && before != nullptr && before(pointers) == EXCEPTION_CONTINUE_EXECUTION)
         return EXCEPTION_CONTINUE_EXECUTION;
     HandleCrash(EDumpCause::eFault, pointers, record.ExceptionCode);
     return before == nullptr ? static_cast<LONG>(EXCEPTION_CONTINUE_SEARCH) : before(pointers);
@@ -92,14 +84,16 @@ struct OwnState {
 void __cdecl HandleAbort(int signal) {
     OwnState state(kAborted);
     HandleCrash(EDumpCause::eAbort, &state.pointers, kEndOfAbort);
-    if (spAbortBefore != SIG_DFL && spAbortBefore != SIG_IGN) spAbortBefore(signal);
+    if (gEquipment.abortBefore != SIG_DFL && gEquipment.abortBefore != SIG_IGN)
+        gEquipment.abortBefore(signal);
 }
 
 void __cdecl HandleInvalidParameter(const wchar_t* expression, const wchar_t* function, const wchar_t* file,
                                     unsigned int line, uintptr_t reserved) {
     OwnState state(kInvalidParameter);
     HandleCrash(EDumpCause::eFault, &state.pointers, kInvalidParameter);
-    if (spInvalidBefore != nullptr) spInvalidBefore(expression, function, file, line, reserved);
+    if (gEquipment.invalidBefore != nullptr)
+        gEquipment.invalidBefore(expression, function, file, line, reserved);
 }
 
 // Not every C library has it.
@@ -129,20 +123,20 @@ void AwaitCrashesAtExit() {
 }
 
 void InstallHandlers() {
-    if (sIsInstalled.exchange(true)) return;
-    spBefore = SetUnhandledExceptionFilter(FilterException);
-    spAbortBefore = std::signal(SIGABRT, HandleAbort);
-    spInvalidBefore = ExchangeInvalidParameterHandler(HandleInvalidParameter);
+    if (gEquipment.isInstalled.exchange(true)) return;
+    gEquipment.filterBefore = SetUnhandledExceptionFilter(FilterException);
+    gEquipment.abortBefore = std::signal(SIGABRT, HandleAbort);
+    gEquipment.invalidBefore = ExchangeInvalidParameterHandler(HandleInvalidParameter);
 }
 
 // Those that were set since stay.
 void RestoreHandlers() {
-    if (!sIsInstalled.exchange(false)) return;
-    const auto filter = SetUnhandledExceptionFilter(spBefore);
+    if (!gEquipment.isInstalled.exchange(false)) return;
+    const auto filter = SetUnhandledExceptionFilter(gEquipment.filterBefore);
     if (filter != FilterException) SetUnhandledExceptionFilter(filter);
-    const auto abortHandler = std::signal(SIGABRT, spAbortBefore);
+    const auto abortHandler = std::signal(SIGABRT, gEquipment.abortBefore);
     if (abortHandler != HandleAbort) std::signal(SIGABRT, abortHandler);
-    const auto invalid = ExchangeInvalidParameterHandler(spInvalidBefore);
+    const auto invalid = ExchangeInvalidParameterHandler(gEquipment.invalidBefore);
     if (invalid != HandleInvalidParameter) ExchangeInvalidParameterHandler(invalid);
 }
 
@@ -168,10 +162,10 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
         return nullptr;
     }
     StayLoaded();  // its thread stays
-    sAsksEarlier = limits.asksEarlier;
+    gEquipment.asksEarlier = limits.asksEarlier;
     InstallCrashStack();
-    handler->mpOlder = spNewest;
-    spNewest = handler;
+    handler->mpOlder = gEquipment.newest;
+    gEquipment.newest = handler;
     InstallHandlers();
     return handler;
 }
@@ -181,7 +175,7 @@ void DestroyDumpHandlers(DumpHandler* newest) {
     if (!TakeCrash()) WaitForCrash();
     RestoreHandlers();
     LeaveCrash();
-    spNewest = nullptr;
+    gEquipment.newest = nullptr;
     while (newest != nullptr) {
         DumpHandler* const older = newest->mpOlder;
         delete newest;
@@ -236,20 +230,19 @@ std::size_t CopyAbortMessage(char* text, std::size_t) {
 
 namespace {
 
-wchar_t sPath[0x8000];  // one thread at a time writes a dump
-
 bool Widen(const char* path) {
-    return MultiByteToWideChar(CP_UTF8, 0, path, -1, sPath, static_cast<int>(std::size(sPath))) != 0;
+    return MultiByteToWideChar(CP_UTF8, 0, path, -1, gEquipment.path, CrashEquipment::kLongestPath) != 0;
 }
 
 }  // namespace
 
 void DeleteDump(const char* path) {
-    if (Widen(path)) DeleteNativeFile(sPath);
+    if (Widen(path)) DeleteNativeFile(gEquipment.path);
 }
 
 void MarkDumpSent(const char* path) {
-    const HANDLE file = Widen(path) ? OpenNativeFile(sPath, OPEN_EXISTING, nullptr) : INVALID_HANDLE_VALUE;
+    const HANDLE file =
+        Widen(path) ? OpenNativeFile(gEquipment.path, OPEN_EXISTING, nullptr) : INVALID_HANDLE_VALUE;
     if (file == INVALID_HANDLE_VALUE) return;
     LARGE_INTEGER end{};
     DWORD written = 0;

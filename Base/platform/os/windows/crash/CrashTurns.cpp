@@ -1,8 +1,7 @@
+#include <Base/platform/os/windows/crash/CrashEquipment.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 
 #include <windows.h>
-
-#include <atomic>
 
 namespace ZBase::os {
 
@@ -13,27 +12,23 @@ constexpr DWORD kCrashMilliseconds = 300'000;
 constexpr DWORD kDumpMilliseconds = 60'000;
 constexpr DWORD kPassedOnMilliseconds = 1000;
 
-std::atomic<DWORD> sCrash{0};  // the thread that crashed
-std::atomic<bool> sIsLeft{false};
-std::atomic<DWORD> sDump{0};  // the thread whose dump is being written
-
 }  // namespace
 
 bool TakeCrash() {
     DWORD nobody = 0;
-    return sCrash.compare_exchange_strong(nobody, GetCurrentThreadId());
+    return gEquipment.crash.compare_exchange_strong(nobody, GetCurrentThreadId());
 }
 
 void LeaveCrash() {
-    sIsLeft = true;
+    gEquipment.isLeft = true;
 }
 
 bool IsCrashing() {
-    return sCrash != 0 && !sIsLeft;
+    return gEquipment.crash != 0 && !gEquipment.isLeft;
 }
 
 bool IsCrashOfThisThread() {
-    return IsCrashing() && sCrash == GetCurrentThreadId();
+    return IsCrashing() && gEquipment.crash == GetCurrentThreadId();
 }
 
 void WaitForCrash() {
@@ -47,14 +42,14 @@ bool TakeDump() {
     const DWORD self = GetCurrentThreadId();
     for (DWORD waited = 0;; ++waited) {
         DWORD nobody = 0;
-        if (sDump.compare_exchange_strong(nobody, self)) return true;
+        if (gEquipment.dump.compare_exchange_strong(nobody, self)) return true;
         if (waited == kDumpMilliseconds) return false;
         Sleep(1);
     }
 }
 
 void LeaveDump() {
-    sDump = 0;
+    gEquipment.dump = 0;
 }
 
 }  // namespace ZBase::os

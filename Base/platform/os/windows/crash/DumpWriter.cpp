@@ -1,6 +1,7 @@
 #include <Base/platform/os/windows/crash/DumpWriter.h>
 
 #include <Base/platform/os/errors/SystemErrors.h>
+#include <Base/platform/os/windows/crash/CrashEquipment.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 #include <Base/platform/os/windows/crash/DumpFile.h>
 #include <Base/platform/os/windows/files/FileLock.h>
@@ -9,7 +10,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <atomic>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -21,11 +21,6 @@ namespace {
 constexpr char kDumpOfProcess[] = "dump";
 constexpr std::size_t kGuidOctets = 16;
 
-SenderProcess sForCrash;
-SenderProcess sForDemand;
-std::atomic<DWORD> sDumper{0};  // the thread whose dump a sender has written
-std::atomic<SenderProcess*> spOfDumper = nullptr;
-
 // --- names
 
 std::uint64_t Mix(std::uint64_t value) {
@@ -34,21 +29,15 @@ std::uint64_t Mix(std::uint64_t value) {
     return value ^ value >> 31;
 }
 
-/// What makes names of this process differ from those of others.
-std::uint64_t Seed() {
-    static const std::uint64_t sSeed = [] {
-        unsigned char random[8] = {};
-        const HMODULE library = LoadLibraryW(L"advapi32.dll");
-        const auto fill = library == nullptr
-                              ? nullptr
-                              : reinterpret_cast<BOOLEAN(WINAPI*)(void*, ULONG)>(
-                                    reinterpret_cast<void*>(GetProcAddress(library, "SystemFunction036")));
-        if (fill != nullptr) fill(random, sizeof random);
-        std::uint64_t seed = 0;
-        std::memcpy(&seed, random, sizeof seed);
-        return seed;
-    }();
-    return sSeed;
+std::uint64_t MakeSeed() {
+    std::uint64_t seed = 0;
+    const HMODULE library = LoadLibraryW(L"advapi32.dll");
+    const auto fill = library == nullptr
+                          ? nullptr
+                          : reinterpret_cast<BOOLEAN(WINAPI*)(void*, ULONG)>(
+                                reinterpret_cast<void*>(GetProcAddress(library, "SystemFunction036")));
+    if (fill != nullptr) fill(&seed, sizeof seed);
+    return seed;
 }
 
 // A random GUID and ".dmp". No heap, no lock.
@@ -70,8 +59,9 @@ void MakeRandom(unsigned char* random) {
     GetSystemTimeAsFileTime(&time);
     const std::uint64_t now = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
     const std::uint64_t here = std::uint64_t{GetCurrentProcessId()} << 32 | GetCurrentThreadId();
-    const std::uint64_t halves[] = {Mix(Seed() ^ Mix(static_cast<std::uint64_t>(ticks.QuadPart)) ^ here),
-                                    Mix(Mix(Seed() + 1) ^ Mix(now) ^ Mix(here))};
+    const std::uint64_t halves[] = {
+        Mix(gEquipment.seed ^ Mix(static_cast<std::uint64_t>(ticks.QuadPart)) ^ here),
+        Mix(Mix(gEquipment.seed + 1) ^ Mix(now) ^ Mix(here))};
     std::memcpy(random, halves, kGuidOctets);
     random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
     random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
@@ -84,21 +74,12 @@ void Narrow(const wchar_t* text, char* narrow, std::size_t capacity) {
 
 // --- the thread that writes where there is no sender
 
-struct InsideDump {
-    HANDLE thread = nullptr;
-    HANDLE isWanted = nullptr;
-    HANDLE isDone = nullptr;
-    HANDLE file = nullptr;
-    DumpRequest request{};
-    bool written = false;
-};
-InsideDump sInside;
-
 DWORD WINAPI WriteInsideDumps(void*) {
+    InsideDump& inside = gEquipment.inside;
     PrepareDumpFile();
-    while (WaitForSingleObject(sInside.isWanted, INFINITE) == WAIT_OBJECT_0) {
-        sInside.written = WriteDumpFile(GetCurrentProcess(), sInside.file, sInside.request);
-        SetEvent(sInside.isDone);
+    while (WaitForSingleObject(inside.isWanted, INFINITE) == WAIT_OBJECT_0) {
+        inside.written = WriteDumpFile(GetCurrentProcess(), inside.file, inside.request);
+        SetEvent(inside.isDone);
     }
     return 0;
 }
@@ -106,23 +87,24 @@ DWORD WINAPI WriteInsideDumps(void*) {
 }  // namespace
 
 bool PrepareInsideDumps() {
-    Seed();
-    if (sInside.thread != nullptr) return true;
+    InsideDump& inside = gEquipment.inside;
+    if (inside.thread != nullptr) return true;
+    gEquipment.seed = MakeSeed();
     constexpr SIZE_T kStack = 256 * 1024;
-    sInside.isWanted = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    sInside.isDone = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    if (sInside.isWanted == nullptr || sInside.isDone == nullptr) return false;
-    sInside.thread =
+    inside.isWanted = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    inside.isDone = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (inside.isWanted == nullptr || inside.isDone == nullptr) return false;
+    inside.thread =
         CreateThread(nullptr, kStack, WriteInsideDumps, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
-    return sInside.thread != nullptr;
+    return inside.thread != nullptr;
 }
 
 void PrepareSenderForCrash() {
-    if (!sForCrash.IsOpen()) sForCrash.Start();
+    if (!gEquipment.senderForCrash.IsOpen()) gEquipment.senderForCrash.Start();
 }
 
 SenderProcess* SenderOfThisDump() {
-    return sDumper == GetCurrentThreadId() ? spOfDumper.load() : nullptr;
+    return gEquipment.dumper == GetCurrentThreadId() ? gEquipment.senderOfDumper.load() : nullptr;
 }
 
 DumpWriter::DumpWriter(const std::wstring& directory, DumpUser user, bool onDemand, DumpLimits limits)
@@ -143,16 +125,16 @@ bool DumpWriter::Write(EDumpCause cause, EXCEPTION_POINTERS* pointers) {
         if (isMine) LeaveDump();
         return false;
     }
-    if (mOnDemand) sForDemand.Start();
-    sDumper = GetCurrentThreadId();
-    spOfDumper = mOnDemand ? &sForDemand : &sForCrash;
+    if (mOnDemand) gEquipment.senderForDemand.Start();
+    gEquipment.dumper = GetCurrentThreadId();
+    gEquipment.senderOfDumper = mOnDemand ? &gEquipment.senderForDemand : &gEquipment.senderForCrash;
     const DumpContent content = mUser.begin(cause);
     const bool written = WriteFiles(content, pointers);
     const bool answer = mUser.end({mNarrowPath, written, mOnDemand, *mElsewhere == 0 ? nullptr : mElsewhere});
     CloseFile();  // held until the user is done with it
-    spOfDumper = nullptr;
-    sDumper = 0;
-    if (mOnDemand) sForDemand.Close();
+    gEquipment.senderOfDumper = nullptr;
+    gEquipment.dumper = 0;
+    if (mOnDemand) gEquipment.senderForDemand.Close();
     if (isMine) LeaveDump();
     return answer;
 }
@@ -216,15 +198,16 @@ bool DumpWriter::WriteFromOutside(const DumpContent& content, EXCEPTION_POINTERS
 
 // At the end of a process the other threads are gone before its libraries.
 bool DumpWriter::WriteFromInside(const DumpContent& content, EXCEPTION_POINTERS* pointers) {
+    InsideDump& inside = gEquipment.inside;
     const DumpRequest request = RequestFor(content, pointers);
-    if (sInside.thread == nullptr || WaitForSingleObject(sInside.thread, 0) == WAIT_OBJECT_0)
+    if (inside.thread == nullptr || WaitForSingleObject(inside.thread, 0) == WAIT_OBJECT_0)
         return WriteDumpFile(GetCurrentProcess(), mFile, request);
-    sInside.file = mFile;
-    sInside.request = request;
-    sInside.written = false;
-    ResetEvent(sInside.isDone);
-    SetEvent(sInside.isWanted);
-    return WaitForSingleObject(sInside.isDone, 1000 * mLimits.seconds) == WAIT_OBJECT_0 && sInside.written;
+    inside.file = mFile;
+    inside.request = request;
+    inside.written = false;
+    ResetEvent(inside.isDone);
+    SetEvent(inside.isWanted);
+    return WaitForSingleObject(inside.isDone, 1000 * mLimits.seconds) == WAIT_OBJECT_0 && inside.written;
 }
 
 bool DumpWriter::OpenFile(const wchar_t* directory) {

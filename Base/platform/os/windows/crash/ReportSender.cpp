@@ -12,7 +12,9 @@ char RunReportSender(const ReportPiece* pieces, std::size_t count, unsigned int 
     const DWORD milliseconds = 1000 * seconds;
     if (SenderProcess* const present = SenderOfThisDump()) return present->Ask(pieces, count, milliseconds);
     SenderProcess sender;
-    return sender.Start() ? sender.Ask(pieces, count, milliseconds) : static_cast<char>(0);
+    const char answer = sender.Start() ? sender.Ask(pieces, count, milliseconds) : static_cast<char>(0);
+    sender.Close();
+    return answer;
 }
 
 }  // namespace ZBase::os

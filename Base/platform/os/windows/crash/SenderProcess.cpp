@@ -114,9 +114,9 @@ char SenderProcess::Ask(const ReportPiece* pieces, std::size_t count, DWORD mill
 }
 
 void SenderProcess::Close() {
-    if (mConnection != INVALID_HANDLE_VALUE) CloseHandle(mConnection);
+    if (mConnection != nullptr) CloseHandle(mConnection);
     if (mEvent != nullptr) CloseHandle(mEvent);
-    mConnection = INVALID_HANDLE_VALUE;
+    mConnection = nullptr;
     mEvent = nullptr;
 }
 
@@ -133,8 +133,9 @@ bool SenderProcess::Connect(HANDLE& other) {
     mConnection = CreateNamedPipeW(
         name, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
         PIPE_TYPE_BYTE | PIPE_REJECT_REMOTE_CLIENTS, 1, kPipeOctets, kPipeOctets, 0, owner.Get());
+    if (mConnection == INVALID_HANDLE_VALUE) mConnection = nullptr;
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    if (mEvent != nullptr && mConnection != INVALID_HANDLE_VALUE)
+    if (mEvent != nullptr && mConnection != nullptr)
         other = CreateFileW(name, GENERIC_READ | GENERIC_WRITE, 0, &inheritable, OPEN_EXISTING, 0, nullptr);
     if (other != INVALID_HANDLE_VALUE) return true;
     Close();

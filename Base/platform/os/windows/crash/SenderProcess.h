@@ -9,18 +9,18 @@
 namespace ZBase::os {
 
 /// A running "zbase-crash-sender", which stands beside the library, and the connection to it. A request goes
-/// there behind its length in four octets, and one character comes back.
+/// there behind its length in four octets, and one character comes back. Whoever starts it closes it: it has
+/// no destructor, since a crash may come behind all of them.
 class SenderProcess {
 public:
     SenderProcess() = default;
-    ~SenderProcess() { Close(); }
     SenderProcess(const SenderProcess&) = delete;
     SenderProcess& operator=(const SenderProcess&) = delete;
 
     /// Starts it. False if there is none, or no memory. Takes the heap.
     bool Start();
 
-    bool IsOpen() const { return mConnection != INVALID_HANDLE_VALUE; }
+    bool IsOpen() const { return mConnection != nullptr; }
 
     /// Gives the answer, or 0 if none comes within the time. No heap, no lock.
     char Ask(const ReportPiece* pieces, std::size_t count, DWORD milliseconds);
@@ -32,7 +32,7 @@ private:
     bool Connect(HANDLE& other);
     bool Transfer(bool writes, void* octets, DWORD size, ULONGLONG end);
 
-    HANDLE mConnection = INVALID_HANDLE_VALUE;
+    HANDLE mConnection = nullptr;
     HANDLE mEvent = nullptr;
 };
 
