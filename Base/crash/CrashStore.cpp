@@ -12,6 +12,7 @@
 #include <new>
 #include <system_error>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace ZBase {
@@ -101,7 +102,7 @@ unsigned long long OctetsOfAttachments(const fs::path& dump) {
 
 }  // namespace
 
-ClaimedDump::ClaimedDump() : mpFile(std::make_unique<os::HeldFile>()) {}
+ClaimedDump::ClaimedDump() = default;
 
 // Without memory it keeps the name that it has here; its claim ends all the same.
 ClaimedDump::~ClaimedDump() {
@@ -121,7 +122,7 @@ bool ClaimedDump::Claim(const std::string& path) {
     std::string sending = stem + kSendingEnding;
     auto file = std::make_unique<os::HeldFile>();
     if (!file->Hold(path) || (claimed.empty() && !Rename(path, sending))) return false;
-    mpFile.swap(file);
+    mpFile = std::move(file);
     mName.swap(name);
     mPath.swap(sending);
     return true;
