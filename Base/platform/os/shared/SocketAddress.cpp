@@ -1,8 +1,17 @@
 #include <Base/platform/os/shared/SocketAddress.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace ZBase::os {
+
+namespace {
+
+bool IsSame(const NetworkAddress& a, const NetworkAddress& b) {
+    return a.length == b.length && a.scope == b.scope && std::memcmp(a.octets, b.octets, a.length) == 0;
+}
+
+}  // namespace
 
 bool FromSocketAddress(const sockaddr& socketAddress, NetworkAddress& address) {
     address = {};
@@ -39,6 +48,16 @@ socklen_t ToSocketAddress(const NetworkAddress& address, sockaddr_storage& stora
     std::memcpy(&internet.sin6_addr, address.octets, sizeof address.octets);
     std::memcpy(&storage, &internet, sizeof internet);
     return sizeof internet;
+}
+
+void AddAddresses(const addrinfo* list, std::vector<NetworkAddress>& addresses) {
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
+        NetworkAddress address;
+        if (!FromSocketAddress(*entry->ai_addr, address)) continue;
+        const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
+                                         [&](const NetworkAddress& each) { return IsSame(each, address); });
+        if (!isKnown) addresses.push_back(address);
+    }
 }
 
 }  // namespace ZBase::os

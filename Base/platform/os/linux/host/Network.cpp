@@ -8,19 +8,9 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <algorithm>
-#include <cstring>
 #include <memory>
 
 namespace ZBase::os {
-
-namespace {
-
-bool IsSame(const NetworkAddress& a, const NetworkAddress& b) {
-    return a.length == b.length && a.scope == b.scope && std::memcmp(a.octets, b.octets, a.length) == 0;
-}
-
-}  // namespace
 
 unsigned int StartNetwork() {
     return 0;
@@ -37,14 +27,7 @@ unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<Ne
         return code;
     }
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(list, freeaddrinfo);
-    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
-        NetworkAddress address;
-        if (!FromSocketAddress(*entry->ai_addr, address)) continue;
-        // The resolver returns each address once for each socket type.
-        const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
-                                         [&](const NetworkAddress& each) { return IsSame(each, address); });
-        if (!isKnown) addresses.push_back(address);
-    }
+    AddAddresses(list, addresses);
     return 0;
 }
 

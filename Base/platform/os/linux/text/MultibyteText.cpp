@@ -3,6 +3,7 @@
 // (TCVN5712-1), or the second of two characters of one code (BIG5-HKSCS, TSCII). The terminator, or the
 // sequence that returns to the initial state, flushes it.
 
+#include <Base/platform/os/shared/CountedOutput.h>
 #include <Base/platform/os/text/MultibyteText.h>
 
 #include <langinfo.h>
@@ -30,26 +31,8 @@ bool IsCharacter(wchar_t value) {
     return value > 0 && value <= 0x10FFFF && !IsSurrogate(value);
 }
 
-/// Counts all units, and writes those that fit.
-template <class Unit>
-class Output {
-public:
-    Output(Unit* destination, std::size_t capacity) : mpDestination(destination), mCapacity(capacity) {}
-
-    void Put(Unit unit) {
-        if (mCount < mCapacity) mpDestination[mCount] = unit;
-        ++mCount;
-    }
-    std::size_t Count() const { return mCount; }
-
-private:
-    Unit* mpDestination;  // held, not owned
-    std::size_t mCapacity;
-    std::size_t mCount = 0;
-};
-
 // False if one of the characters is invalid.
-bool PutCharacters(const wchar_t* characters, std::size_t count, Output<unsigned short>& out) {
+bool PutCharacters(const wchar_t* characters, std::size_t count, CountedOutput<unsigned short>& out) {
     for (const wchar_t* value = characters; value != characters + count; ++value) {
         if (!IsCharacter(*value)) return false;
         if (*value <= 0xFFFF) {
@@ -80,7 +63,7 @@ public:
         return true;
     }
 
-    void PutTo(Output<char>& out) const {
+    void PutTo(CountedOutput<char>& out) const {
         for (std::size_t i = 1; i <= mCount; ++i) out.Put(mText[i]);
     }
 
@@ -91,7 +74,7 @@ private:
 
 /// The characters of one octet.
 struct Characters {
-    void PutTo(Output<unsigned short>& out) const { PutCharacters(values, count, out); }
+    void PutTo(CountedOutput<unsigned short>& out) const { PutCharacters(values, count, out); }
 
     wchar_t values[MB_LEN_MAX];
     std::size_t count = 0;
@@ -120,7 +103,7 @@ bool TakeOctet(const char* octet, std::mbstate_t& state, Characters& characters)
 /// Reads a text octet by octet, and detects at each octet whether a character ends with it.
 class ReplacingDecoder {
 public:
-    ReplacingDecoder(const char* source, std::size_t length, Output<unsigned short>& out,
+    ReplacingDecoder(const char* source, std::size_t length, CountedOutput<unsigned short>& out,
                      unsigned short replacement)
         : mpSource(source), mLength(length), mOut(out), mReplacement(replacement) {}
 
@@ -168,7 +151,7 @@ private:
 
     const char* mpSource;  // held, not owned
     std::size_t mLength;
-    Output<unsigned short>& mOut;
+    CountedOutput<unsigned short>& mOut;
     unsigned short mReplacement;
     std::size_t mStart = 0;   // of the next character
     std::mbstate_t mState{};  // before it
@@ -195,7 +178,7 @@ std::size_t LongestMultibyteCharacter() {
 
 std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, const char* source,
                             std::size_t length) {
-    Output<unsigned short> out(destination, capacity);
+    CountedOutput<unsigned short> out(destination, capacity);
     const char* const end = source + length + 1;
     std::mbstate_t state{};
     while (source != nullptr) {
@@ -213,14 +196,14 @@ std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, c
 
 std::size_t MultibyteToWideReplacing(unsigned short* destination, std::size_t capacity, const char* source,
                                      std::size_t length, unsigned short replacement) {
-    Output<unsigned short> out(destination, capacity);
+    CountedOutput<unsigned short> out(destination, capacity);
     ReplacingDecoder(source, length, out, replacement).Run();
     return out.Count();
 }
 
 std::size_t WideToMultibyte(char* destination, std::size_t capacity, const unsigned short* source,
                             std::size_t length) {
-    Output<char> out(destination, capacity);
+    CountedOutput<char> out(destination, capacity);
     const unsigned short* const end = source + length;
     std::mbstate_t state{};
     EncodedPiece piece;
@@ -241,7 +224,7 @@ std::size_t WideToMultibyte(char* destination, std::size_t capacity, const unsig
 
 std::size_t WideToMultibyteReplacing(char* destination, std::size_t capacity, const unsigned short* source,
                                      std::size_t length, char replacement) {
-    Output<char> out(destination, capacity);
+    CountedOutput<char> out(destination, capacity);
     const unsigned short* const end = source + length;
     std::mbstate_t state{};
     EncodedPiece piece;

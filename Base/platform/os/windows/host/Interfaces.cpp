@@ -1,34 +1,21 @@
 #include <Base/platform/os/host/Interfaces.h>
+#include <Base/platform/os/shared/RankedAddresses.h>
 #include <Base/platform/os/shared/SocketAddress.h>
 
 #include <windows.h>
 
 #include <iphlpapi.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <utility>
 
 namespace ZBase::os {
 
 namespace {
 
-bool IsOfOneLink(const NetworkAddress& address) {
-    const unsigned char* const octets = address.octets;
-    return address.length == 4 ? octets[0] == 169 && octets[1] == 254
-                               : octets[0] == 0xFE && (octets[1] & 0xC0) == 0x80;
-}
-
-// A bridge or a tunnel may have the same address on every machine.
 bool IsOfADevice(const IP_ADAPTER_ADDRESSES& adapter) {
     MIB_IF_ROW2 row{};
     row.InterfaceLuid = adapter.Luid;
     return GetIfEntry2(&row) == NO_ERROR && row.InterfaceAndOperStatusFlags.HardwareInterface != 0;
-}
-
-// The smaller the better.
-int Rank(const NetworkAddress& address, bool isOfADevice) {
-    return (IsOfOneLink(address) ? 4 : 0) + (address.length == 4 ? 0 : 2) + (isOfADevice ? 0 : 1);
 }
 
 // In the order in which the system gives them. Empty if it does not tell.
@@ -52,7 +39,7 @@ std::vector<std::max_align_t> Adapters() {
 std::vector<NetworkAddress> OwnAddresses() {
     const std::vector<std::max_align_t> facts = Adapters();
     if (facts.empty()) return {};
-    std::vector<std::pair<int, NetworkAddress>> ranked;
+    RankedAddresses ranked;
     const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(facts.data());
     for (; adapter != nullptr; adapter = adapter->Next) {
         if (adapter->OperStatus != IfOperStatusUp || adapter->IfType == IF_TYPE_SOFTWARE_LOOPBACK) continue;
@@ -61,15 +48,10 @@ std::vector<NetworkAddress> OwnAddresses() {
             NetworkAddress address;
             if (entry->Address.lpSockaddr != nullptr &&
                 FromSocketAddress(*entry->Address.lpSockaddr, address))
-                ranked.emplace_back(Rank(address, isOfADevice), address);
+                ranked.Add(address, isOfADevice);
         }
     }
-    std::stable_sort(ranked.begin(), ranked.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::vector<NetworkAddress> addresses;
-    addresses.reserve(ranked.size());
-    for (const auto& [rank, address] : ranked) addresses.push_back(address);
-    return addresses;
+    return ranked.Sorted();
 }
 
 }  // namespace ZBase::os

@@ -3,19 +3,9 @@
 
 #include <windows.h>
 
-#include <algorithm>
-#include <cstring>
 #include <memory>
 
 namespace ZBase::os {
-
-namespace {
-
-bool IsSame(const NetworkAddress& a, const NetworkAddress& b) {
-    return a.length == b.length && a.scope == b.scope && std::memcmp(a.octets, b.octets, a.length) == 0;
-}
-
-}  // namespace
 
 // The system counts, and nobody counts back: the network stays ready.
 unsigned int StartNetwork() {
@@ -34,13 +24,7 @@ unsigned int ResolveName(const char* name, EAddressFamily family, std::vector<Ne
         return static_cast<unsigned int>(result);
     }
     const std::unique_ptr<addrinfo, void(WSAAPI*)(addrinfo*)> owner(list, freeaddrinfo);
-    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
-        NetworkAddress address;
-        if (!FromSocketAddress(*entry->ai_addr, address)) continue;
-        const bool isKnown = std::any_of(addresses.begin(), addresses.end(),
-                                         [&](const NetworkAddress& each) { return IsSame(each, address); });
-        if (!isKnown) addresses.push_back(address);
-    }
+    AddAddresses(list, addresses);
     return 0;
 }
 

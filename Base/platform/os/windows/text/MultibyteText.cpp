@@ -1,6 +1,7 @@
 // The C library's locale names a code page, and the system converts by it. The C library's own calls carry
 // one unit at a time and know no pairs.
 
+#include <Base/platform/os/shared/CountedOutput.h>
 #include <Base/platform/os/text/MultibyteText.h>
 #include <Base/platform/os/windows/WideText.h>
 
@@ -27,24 +28,6 @@ unsigned int CodePage() {
 bool IsUnicode(unsigned int page) {
     return page == CP_UTF8 || page == 54936;
 }
-
-/// Counts all that is put into it, and writes what there is room for.
-template <class Unit>
-class Output {
-public:
-    Output(Unit* destination, std::size_t capacity) : mpDestination(destination), mCapacity(capacity) {}
-
-    void Put(Unit unit) {
-        if (mCount < mCapacity) mpDestination[mCount] = unit;
-        ++mCount;
-    }
-    std::size_t Count() const { return mCount; }
-
-private:
-    Unit* mpDestination;  // held, not owned
-    std::size_t mCapacity;
-    std::size_t mCount = 0;
-};
 
 /// One character.
 template <class Unit, int kMost>
@@ -110,7 +93,7 @@ NarrowCharacter Encode(unsigned int page, const unsigned short* source) {
 }
 
 template <class Unit, class Character>
-void PutCharacter(const Character& character, Output<Unit>& out) {
+void PutCharacter(const Character& character, CountedOutput<Unit>& out) {
     for (int i = 0; i != character.count; ++i) out.Put(static_cast<Unit>(character.units[i]));
 }
 
@@ -119,7 +102,7 @@ template <class OnBad>
 std::size_t ToWide(unsigned short* destination, std::size_t capacity, const char* source, std::size_t length,
                    OnBad onBad) {
     const unsigned int page = CodePage();
-    Output<unsigned short> out(destination, capacity);
+    CountedOutput<unsigned short> out(destination, capacity);
     for (std::size_t at = 0; at != length;) {
         const WideCharacter character = Decode(page, source + at, length - at);
         if (character.taken != 0) {
@@ -137,7 +120,7 @@ template <class OnBad>
 std::size_t ToMultibyte(char* destination, std::size_t capacity, const unsigned short* source,
                         std::size_t length, OnBad onBad) {
     const unsigned int page = CodePage();
-    Output<char> out(destination, capacity);
+    CountedOutput<char> out(destination, capacity);
     for (std::size_t at = 0; at != length;) {
         const NarrowCharacter character = Encode(page, source + at);
         if (character.taken != 0) {
@@ -191,12 +174,13 @@ std::size_t MultibyteToWide(unsigned short* destination, std::size_t capacity, c
                             std::size_t length) {
     std::size_t count = 0;
     if (AtOnce(destination, capacity, source, length, count)) return count;
-    return ToWide(destination, capacity, source, length, [](Output<unsigned short>&) { return false; });
+    return ToWide(destination, capacity, source, length,
+                  [](CountedOutput<unsigned short>&) { return false; });
 }
 
 std::size_t MultibyteToWideReplacing(unsigned short* destination, std::size_t capacity, const char* source,
                                      std::size_t length, unsigned short replacement) {
-    return ToWide(destination, capacity, source, length, [replacement](Output<unsigned short>& out) {
+    return ToWide(destination, capacity, source, length, [replacement](CountedOutput<unsigned short>& out) {
         out.Put(replacement);
         return true;
     });
@@ -206,13 +190,13 @@ std::size_t WideToMultibyte(char* destination, std::size_t capacity, const unsig
                             std::size_t length) {
     std::size_t count = 0;
     if (AtOnce(destination, capacity, source, length, count)) return count;
-    return ToMultibyte(destination, capacity, source, length, [](Output<char>&) { return false; });
+    return ToMultibyte(destination, capacity, source, length, [](CountedOutput<char>&) { return false; });
 }
 
 // Each unit of a pair that the locale can't hold comes here: the second one is alone then.
 std::size_t WideToMultibyteReplacing(char* destination, std::size_t capacity, const unsigned short* source,
                                      std::size_t length, char replacement) {
-    return ToMultibyte(destination, capacity, source, length, [replacement](Output<char>& out) {
+    return ToMultibyte(destination, capacity, source, length, [replacement](CountedOutput<char>& out) {
         out.Put(replacement);
         return true;
     });

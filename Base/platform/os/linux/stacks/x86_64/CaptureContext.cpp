@@ -39,29 +39,3 @@ _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE:
     .cfi_endproc
     .size _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE, . - _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE
 )");
-
-namespace ZBase::os {
-
-namespace {
-
-// Prevents a tail call, which would remove the frame.
-inline void StayHere() {
-    asm volatile("" ::: "memory");
-}
-
-[[gnu::noinline]] void CallFilter(void (*filter)(void*, ThreadContext&), void* argument) {
-    ThreadContext context{};
-    context.contextFlags = kFullContext;
-    CaptureContext(&context);
-    filter(argument, context);
-    StayHere();
-}
-
-}  // namespace
-
-[[gnu::noinline]] void CallWithOwnContext(void (*filter)(void*, ThreadContext&), void* argument) {
-    CallFilter(filter, argument);
-    StayHere();
-}
-
-}  // namespace ZBase::os

@@ -11,29 +11,3 @@ asm(R"(
 _ZN5ZBase2os14CaptureContextEPNS0_13ThreadContextE:
     jmp *__imp_RtlCaptureContext(%rip)
 )");
-
-namespace ZBase::os {
-
-namespace {
-
-// Keeps a call from becoming a jump, which would take its frame away.
-inline void StayHere() {
-    asm volatile("" ::: "memory");
-}
-
-[[gnu::noinline]] void CallFilter(void (*filter)(void*, ThreadContext&), void* argument) {
-    ThreadContext context{};
-    CaptureContext(&context);
-    context.contextFlags = kFullContext;
-    filter(argument, context);
-    StayHere();
-}
-
-}  // namespace
-
-[[gnu::noinline]] void CallWithOwnContext(void (*filter)(void*, ThreadContext&), void* argument) {
-    CallFilter(filter, argument);
-    StayHere();
-}
-
-}  // namespace ZBase::os
