@@ -24,19 +24,8 @@
 #include <vector>
 
 #include "ForbiddenHeap.h"
+#include "PureVirtual.h"
 #include "StackOverflow.h"
-
-// Not local to this file: the compiler must not know all derived classes.
-class Pure {
-public:
-    Pure() { CallThroughBase(); }
-    virtual ~Pure() = default;
-    [[gnu::noipa]] void CallThroughBase() { Missing(); }
-    virtual void Missing() = 0;
-};
-class Whole : public Pure {
-    void Missing() override {}
-};
 
 namespace {
 

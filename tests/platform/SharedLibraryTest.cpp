@@ -1,6 +1,5 @@
 #include <Base/ZBase.h>
 
-#include <TestPlaces.h>
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -8,16 +7,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
-#include "tests/components/ComponentLog.h"
+#include "tests/platform/ComponentFolder.h"
 #include "tests/support/Allocations.h"
-#include "tests/support/ScratchFolder.h"
 #include "tests/support/VirtualOrder.h"
 #include "tests/support/WideText.h"
 
@@ -27,14 +24,14 @@ namespace {
 
 using namespace ZBase::Literals;
 namespace fs = std::filesystem;
+using test::ExpectLog;
+using test::Find;
+using test::kComponents;
+using test::Load;
+using test::LoadFailure;
+using test::ToName;
 using test::Wide;
 using ZBase::Message;
-using ZBase::WideString;
-
-const fs::path kComponents = ZBASE_COMPONENTS_DIR;
-
-// Never destroyed: a library that stays is unloaded after everything else.
-std::vector<std::string>& gLog = *new std::vector<std::string>;
 
 bool IsInProcess(const fs::path& file) {
     void* module = dlopen(file.c_str(), RTLD_LAZY | RTLD_NOLOAD);
@@ -42,61 +39,9 @@ bool IsInProcess(const fs::path& file) {
     return module != nullptr;
 }
 
-test::Units ToName(const fs::path& path) {
-    return test::Units(ZBase::UTF8ToWideChar(path.c_str(), false).c_str());
-}
+using SharedLibraryTest = test::ComponentFolder;
 
-auto Load(const fs::path& path) {
-    return ZBase::LoadSharedLibrary(ToName(path).c_str());
-}
-
-// A component in a folder of its own, so that each test has its own copy. The folder's name has no dot.
-class Components : public test::ScratchFolder {
-protected:
-    Components() { gLog.clear(); }
-
-    fs::path Copy(const std::string& module, const std::string& name) const {
-        fs::copy_file(kComponents / module, mFolder / name);
-        return mFolder / name;
-    }
-
-    template <class Function>
-    static Function* Find(ZBase::SharedLibrary& library, const unsigned short* name) {
-        return reinterpret_cast<Function*>(library.GetFunctionAddress(name));
-    }
-
-    // Loads a copy of the component and has it log its calls.
-    auto LoadComponent() const {
-        Copy("Component_64.so", "Component_64.so");
-        auto library = Load(mFolder / "Component");
-        Find<void(component::Log)>(*library, "SetLog"_w)([](const char* what) { gLog.emplace_back(what); });
-        return library;
-    }
-
-    void ExpectLog(std::initializer_list<std::string> expected) const {
-        EXPECT_EQ(gLog, std::vector<std::string>(expected));
-    }
-
-    // The system code under the failure to load `path`.
-    static int LoadFailure(const fs::path& path) {
-        try {
-            Load(path);
-        } catch (const Message& failure) {
-            EXPECT_EQ(failure.GetDomain(), 300);
-            EXPECT_EQ(failure.GetID(), 0x12345678);
-            EXPECT_STREQ(failure.GetTemplate(), "Failed to dynamically load library '%1'.");
-            EXPECT_STREQ(failure.GetParameter(0), path.c_str());
-            const Message* inner = failure.GetLowerLevelMessageOrNULL();
-            EXPECT_NE(inner, nullptr);
-            EXPECT_EQ(inner->GetDomain(), 100);
-            return inner->GetID();
-        }
-        ADD_FAILURE() << path << " was loaded";
-        return 0;
-    }
-};
-
-TEST_F(Components, IsLoadedByItsBareNameAndByItsFileName) {
+TEST_F(SharedLibraryTest, IsLoadedByItsBareNameAndByItsFileName) {
     const fs::path file = Copy("Component_64.so", "Component_64.so");
     for (const fs::path& name : {mFolder / "Component", file}) {
         const auto library = Load(name);
@@ -108,11 +53,11 @@ TEST_F(Components, IsLoadedByItsBareNameAndByItsFileName) {
         file.u16string());
 }
 
-TEST_F(Components, IsFoundInTheLoadersPlacesByItsNameAlone) {
+TEST_F(SharedLibraryTest, IsFoundInTheLoadersPlacesByItsNameAlone) {
     EXPECT_EQ(Wide(Load("Component")->GetFilePath().c_str()), (kComponents / "Component_64.so").u16string());
 }
 
-TEST_F(Components, MayHaveAnyNameThatHasADot) {
+TEST_F(SharedLibraryTest, MayHaveAnyNameThatHasADot) {
     for (const std::string name : {"Foo.dll", "Foo.bar", "with space.so", "\u00E9\u0436\u4E2D\U0001F600.so",
                                    "back\\slash.so", "...", "a'b\"c.so"}) {
         const fs::path file = Copy("Component_64.so", name);
@@ -120,12 +65,12 @@ TEST_F(Components, MayHaveAnyNameThatHasADot) {
     }
 }
 
-TEST_F(Components, NameWithSpacesAndLettersBeyondAsciiIsDecorated) {
+TEST_F(SharedLibraryTest, NameWithSpacesAndLettersBeyondAsciiIsDecorated) {
     const fs::path file = Copy("Component_64.so", "caf\u00E9 \u4E2D_64.so");
     EXPECT_EQ(Wide(Load(mFolder / "caf\u00E9 \u4E2D")->GetFilePath().c_str()), file.u16string());
 }
 
-TEST_F(Components, DotInTheFolderLeavesTheNameUndecorated) {
+TEST_F(SharedLibraryTest, DotInTheFolderLeavesTheNameUndecorated) {
     fs::create_directory(mFolder / "v1.2");
     Copy("Component_64.so", "v1.2/Component_64.so");
     EXPECT_EQ(LoadFailure(mFolder / "v1.2" / "Component"), 126);
@@ -134,7 +79,7 @@ TEST_F(Components, DotInTheFolderLeavesTheNameUndecorated) {
               (mFolder / "v1.2" / "Component").u16string());
 }
 
-TEST_F(Components, RelativeNameHasAnAbsolutePathAlsoAfterTheFolderChanged) {
+TEST_F(SharedLibraryTest, RelativeNameHasAnAbsolutePathAlsoAfterTheFolderChanged) {
     const fs::path file = Copy("Component_64.so", "Component_64.so");
     const fs::path before = fs::current_path();
     fs::current_path(mFolder);
@@ -143,7 +88,7 @@ TEST_F(Components, RelativeNameHasAnAbsolutePathAlsoAfterTheFolderChanged) {
     EXPECT_EQ(Wide(library->GetFilePath().c_str()), file.u16string());
 }
 
-TEST_F(Components, PathIsCutTo259Units) {
+TEST_F(SharedLibraryTest, PathIsCutTo259Units) {
     fs::path folder = mFolder;
     for (int i = 0; i != 5; ++i) folder /= std::string(60, 'x');
     fs::create_directories(folder);
@@ -152,7 +97,7 @@ TEST_F(Components, PathIsCutTo259Units) {
               (folder / "Component_64.so").u16string().substr(0, 259));
 }
 
-TEST_F(Components, LoadFailsWithTheReason) {
+TEST_F(SharedLibraryTest, LoadFailsWithTheReason) {
     EXPECT_EQ(LoadFailure(mFolder / "Missing"), 126);
     EXPECT_EQ(LoadFailure("NoSuchComponentAnywhere"), 126);
     EXPECT_EQ(LoadFailure(""), 126);
@@ -169,14 +114,14 @@ TEST_F(Components, LoadFailsWithTheReason) {
     EXPECT_EQ(LoadFailure(kComponents / "Unresolved"), 127);
 }
 
-TEST_F(Components, ImageThatIsCutOffIsRefused) {
+TEST_F(SharedLibraryTest, ImageThatIsCutOffIsRefused) {
     const fs::path file = Copy("Component_64.so", "cut.so");
     fs::resize_file(file, 200);
     EXPECT_EQ(LoadFailure(file), 193);
 }
 
 // For some of these the loader itself says that they are not there.
-TEST_F(Components, ImageForAnotherMachineIsRefused) {
+TEST_F(SharedLibraryTest, ImageForAnotherMachineIsRefused) {
     const struct {
         const char* name;
         std::streamoff offset;  // into the head of the image
@@ -200,14 +145,14 @@ TEST_F(Components, ImageForAnotherMachineIsRefused) {
     EXPECT_EQ(LoadFailure(mFolder / "Plain"), 126);  // its dependency is there for another machine only
 }
 
-TEST_F(Components, LibraryThatLacksAnotherIsNotLoaded) {
+TEST_F(SharedLibraryTest, LibraryThatLacksAnotherIsNotLoaded) {
     EXPECT_EQ(LoadFailure(Copy("Plain_64.so", "Plain_64.so")), 126);
     Copy("Component_64.so", "Component_64.so");
     const auto library = Load(mFolder / "Plain");
     EXPECT_EQ(Find<int(int)>(*library, "AddTwo"_w)(40), 42);
 }
 
-TEST_F(Components, MessageOfAFailureReadsWell) {
+TEST_F(SharedLibraryTest, MessageOfAFailureReadsWell) {
     try {
         Load(mFolder / "Missing");
         FAIL();
@@ -238,7 +183,7 @@ std::string LoadersWords(const fs::path& path) {
     return "loaded";
 }
 
-TEST_F(Components, LoadersOwnWordsStandUnderTheSystemCode) {
+TEST_F(SharedLibraryTest, LoadersOwnWordsStandUnderTheSystemCode) {
     const std::string folder = mFolder.string();
     EXPECT_EQ(LoadersWords(mFolder / "Missing"),
               folder + "/Missing_64.so: cannot open shared object file: No such file or directory");
@@ -251,7 +196,7 @@ TEST_F(Components, LoadersOwnWordsStandUnderTheSystemCode) {
               folder + "/100%1\u00E9.so: cannot open shared object file: No such file or directory");
 }
 
-TEST_F(Components, ImageThatTheLoaderIsNotGivenIsNamed) {
+TEST_F(SharedLibraryTest, ImageThatTheLoaderIsNotGivenIsNamed) {
     const fs::path file = Copy("Component_64.so", "Component_64.so");
     Copy("Plain_64.so", "Plain_64.so");
     fs::resize_file(file, 200);
@@ -262,7 +207,7 @@ TEST_F(Components, ImageThatTheLoaderIsNotGivenIsNamed) {
 }
 
 // The loader's text is in the user's language; the code is right all the same.
-TEST_F(Components, ReasonDoesNotDependOnTheLocale) {
+TEST_F(SharedLibraryTest, ReasonDoesNotDependOnTheLocale) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
     setenv("LANGUAGE", "de:fr", 1);
     std::setlocale(LC_ALL, "de_DE.UTF-8");
@@ -273,7 +218,7 @@ TEST_F(Components, ReasonDoesNotDependOnTheLocale) {
     unsetenv("LANGUAGE");
 }
 
-TEST_F(Components, ExportsAreTheirOwnOnly) {
+TEST_F(SharedLibraryTest, ExportsAreTheirOwnOnly) {
     Copy("Component_64.so", "Component_64.so");
     Copy("Plain_64.so", "Plain_64.so");
     const auto library = Load(mFolder / "Plain");
@@ -285,7 +230,7 @@ TEST_F(Components, ExportsAreTheirOwnOnly) {
     }
 }
 
-TEST_F(Components, UnloadIsSeenFromOutside) {
+TEST_F(SharedLibraryTest, UnloadIsSeenFromOutside) {
     const fs::path file = mFolder / "Component_64.so";
     {
         const auto library = LoadComponent();
@@ -298,7 +243,7 @@ TEST_F(Components, UnloadIsSeenFromOutside) {
     ExpectLog({"unloaded"});
 }
 
-TEST_F(Components, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
+TEST_F(SharedLibraryTest, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
     {
         const auto library = LoadComponent();
         library->ZENTInitialize();
@@ -308,7 +253,7 @@ TEST_F(Components, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
     ExpectLog({"asked", "made", "released", "destroyed", "unloaded"});
 }
 
-TEST_F(Components, DismissedLibraryStaysButItsInitialiserGoes) {
+TEST_F(SharedLibraryTest, DismissedLibraryStaysButItsInitialiserGoes) {
     void* function = nullptr;
     {
         const auto library = LoadComponent();
@@ -322,14 +267,14 @@ TEST_F(Components, DismissedLibraryStaysButItsInitialiserGoes) {
     EXPECT_EQ(reinterpret_cast<int (*)(int)>(function)(1), 2);
 }
 
-TEST_F(Components, SameInitialiserAgainChangesNothing) {
+TEST_F(SharedLibraryTest, SameInitialiserAgainChangesNothing) {
     const auto library = LoadComponent();
     library->ZENTInitialize();
     library->ZENTInitialize();
     ExpectLog({"asked", "made", "asked"});
 }
 
-TEST_F(Components, AnotherInitialiserTakesThePlaceOfTheFirst) {
+TEST_F(SharedLibraryTest, AnotherInitialiserTakesThePlaceOfTheFirst) {
     const auto library = LoadComponent();
     library->ZENTInitialize();
     Find<void()>(*library, "GiveAnother"_w)();
@@ -337,7 +282,7 @@ TEST_F(Components, AnotherInitialiserTakesThePlaceOfTheFirst) {
     ExpectLog({"asked", "made", "asked", "made", "released", "destroyed"});
 }
 
-TEST_F(Components, NullInitialiserEmptiesTheHolder) {
+TEST_F(SharedLibraryTest, NullInitialiserEmptiesTheHolder) {
     const auto library = LoadComponent();
     library->ZENTInitialize();
     Find<void()>(*library, "GiveNull"_w)();
@@ -347,7 +292,7 @@ TEST_F(Components, NullInitialiserEmptiesTheHolder) {
     ExpectLog({"asked", "made", "asked", "released", "destroyed", "asked"});
 }
 
-TEST_F(Components, LibraryWithoutAnInitialiserIsNoError) {
+TEST_F(SharedLibraryTest, LibraryWithoutAnInitialiserIsNoError) {
     Copy("Component_64.so", "Component_64.so");
     Copy("Plain_64.so", "Plain_64.so");
     const auto library = Load(mFolder / "Plain");
@@ -355,7 +300,7 @@ TEST_F(Components, LibraryWithoutAnInitialiserIsNoError) {
     EXPECT_EQ(Find<int(int)>(*library, "AddTwo"_w)(0), 2);
 }
 
-TEST_F(Components, MessageFromAnInitialiserIsDropped) {
+TEST_F(SharedLibraryTest, MessageFromAnInitialiserIsDropped) {
     const auto library = Load(kComponents / "Thrower");
     for (const int kind : {0, 1}) {
         Find<void(int)>(*library, "SetKind"_w)(kind);
@@ -363,7 +308,7 @@ TEST_F(Components, MessageFromAnInitialiserIsDropped) {
     }
 }
 
-TEST_F(Components, AnythingElseFromAnInitialiserPasses) {
+TEST_F(SharedLibraryTest, AnythingElseFromAnInitialiserPasses) {
     const auto library = Load(kComponents / "Thrower");
     Find<void(int)>(*library, "SetKind"_w)(2);
     EXPECT_THROW(library->ZENTInitialize(), std::runtime_error);
@@ -371,7 +316,7 @@ TEST_F(Components, AnythingElseFromAnInitialiserPasses) {
     EXPECT_THROW(library->ZENTInitialize(), int);
 }
 
-TEST_F(Components, HolderGivesTheLibraryToWhoeverTakesIt) {
+TEST_F(SharedLibraryTest, HolderGivesTheLibraryToWhoeverTakesIt) {
     ZBase::SharedLibrary* taken = nullptr;
     {
         auto library = LoadComponent();
@@ -382,7 +327,7 @@ TEST_F(Components, HolderGivesTheLibraryToWhoeverTakesIt) {
     EXPECT_FALSE(IsInProcess(mFolder / "Component_64.so"));
 }
 
-TEST_F(Components, MayBeAskedByManyThreadsAtOnce) {
+TEST_F(SharedLibraryTest, MayBeAskedByManyThreadsAtOnce) {
     const auto library = LoadComponent();
     std::vector<std::thread> threads;
     for (int i = 0; i != 8; ++i) {
@@ -408,7 +353,7 @@ TEST(SharedLibraryInterface, OperationsComeInTheirOrder) {
     EXPECT_EQ(test::PlaceInTable(&SharedLibrary::ZENTInitialize), 6u);
 }
 
-TEST_F(Components, ExhaustedMemoryLeavesNothingBehind) {
+TEST_F(SharedLibraryTest, ExhaustedMemoryLeavesNothingBehind) {
     const fs::path file = Copy("Component_64.so", "Component_64.so");
     const test::Units name = ToName(mFolder / "Component");
     const std::size_t live = test::LiveBlocks();

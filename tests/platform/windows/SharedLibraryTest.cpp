@@ -1,17 +1,13 @@
 #include <Base/ZBase.h>
 
-#include <TestPlaces.h>
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <filesystem>
-#include <initializer_list>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "tests/components/ComponentLog.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/platform/ComponentFolder.h"
 #include "tests/support/WideText.h"
 
 // Real libraries, loaded, used and let go.
@@ -20,70 +16,22 @@ namespace {
 
 using namespace ZBase::Literals;
 namespace fs = std::filesystem;
+using test::ExpectLog;
+using test::Find;
+using test::gLog;
+using test::kComponents;
+using test::Load;
+using test::LoadFailure;
 using test::Wide;
 using ZBase::Message;
-
-const fs::path kComponents = fs::path(ZBASE_COMPONENTS_DIR).make_preferred();
-
-std::vector<std::string>& gLog = *new std::vector<std::string>;
-
-std::string Utf8(const fs::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
-auto Load(const fs::path& path) {
-    return ZBase::LoadSharedLibrary(reinterpret_cast<const unsigned short*>(path.c_str()));
-}
 
 bool IsInProcess(const fs::path& file) {
     return GetModuleHandleW(file.c_str()) != nullptr;
 }
 
-// A component in a folder of its own, so that each test has it to itself. The folder's name has no dot.
-class Components : public test::ScratchFolder {
-protected:
-    Components() { gLog.clear(); }
+using SharedLibraryTest = test::ComponentFolder;
 
-    fs::path Copy(const std::string& module, const fs::path& name) const {
-        fs::copy_file(kComponents / module, mFolder / name);
-        return mFolder / name;
-    }
-
-    template <class Function>
-    static Function* Find(ZBase::SharedLibrary& library, const unsigned short* name) {
-        return reinterpret_cast<Function*>(library.GetFunctionAddress(name));
-    }
-
-    auto LoadComponent() const {
-        Copy("Component_64.dll", "Component_64.dll");
-        auto library = Load(mFolder / "Component");
-        Find<void(component::Log)>(*library, "SetLog"_w)([](const char* what) { gLog.emplace_back(what); });
-        return library;
-    }
-
-    void ExpectLog(std::initializer_list<std::string> expected) const {
-        EXPECT_EQ(gLog, std::vector<std::string>(expected));
-    }
-
-    static int LoadFailure(const fs::path& path) {
-        try {
-            Load(path);
-        } catch (const Message& failure) {
-            EXPECT_EQ(failure.GetDomain(), 300);
-            EXPECT_EQ(failure.GetID(), 0x12345678);
-            EXPECT_STREQ(failure.GetParameter(0), Utf8(path).c_str());
-            const Message* inner = failure.GetLowerLevelMessageOrNULL();
-            EXPECT_NE(inner, nullptr);
-            EXPECT_EQ(inner->GetDomain(), 100);
-            return inner->GetID();
-        }
-        ADD_FAILURE() << path << " was loaded";
-        return 0;
-    }
-};
-
-TEST_F(Components, IsLoadedByItsBareNameAndByItsFileName) {
+TEST_F(SharedLibraryTest, IsLoadedByItsBareNameAndByItsFileName) {
     const fs::path file = Copy("Component_64.dll", "Component_64.dll");
     for (const fs::path& name : {mFolder / "Component", file}) {
         const auto library = Load(name);
@@ -92,24 +40,24 @@ TEST_F(Components, IsLoadedByItsBareNameAndByItsFileName) {
     }
 }
 
-TEST_F(Components, IsFoundBesideTheProgramByItsNameAlone) {
+TEST_F(SharedLibraryTest, IsFoundBesideTheProgramByItsNameAlone) {
     EXPECT_EQ(Wide(Load("Component")->GetFilePath().c_str()), (kComponents / "Component_64.dll").u16string());
 }
 
-TEST_F(Components, MayHaveAnyNameThatHasADot) {
+TEST_F(SharedLibraryTest, MayHaveAnyNameThatHasADot) {
     for (const wchar_t* const name : {L"Foo.dll", L"Foo.bar", L"with space.dll", L"\u00E9\u0436\u4E2D.dll"}) {
         const fs::path file = Copy("Component_64.dll", name);
         EXPECT_EQ(Wide(Load(file)->GetFilePath().c_str()), file.u16string());
     }
 }
 
-TEST_F(Components, DotInTheFolderLeavesTheNameUndecorated) {
+TEST_F(SharedLibraryTest, DotInTheFolderLeavesTheNameUndecorated) {
     fs::create_directory(mFolder / "v1.2");
     Copy("Component_64.dll", "v1.2/Component_64.dll");
     EXPECT_EQ(LoadFailure(mFolder / "v1.2" / "Component"), 126);
 }
 
-TEST_F(Components, LoadFailsWithTheReason) {
+TEST_F(SharedLibraryTest, LoadFailsWithTheReason) {
     EXPECT_EQ(LoadFailure(mFolder / "Missing"), 126);
     EXPECT_EQ(LoadFailure("NoSuchComponentAnywhere"), 126);
     EXPECT_EQ(LoadFailure(Write("text.dll", "not an image")), 193);
@@ -118,13 +66,13 @@ TEST_F(Components, LoadFailsWithTheReason) {
     EXPECT_EQ(LoadFailure(mFolder / "folder.dll"), 126);
 }
 
-TEST_F(Components, LibraryThatLacksAnotherIsNotLoaded) {
+TEST_F(SharedLibraryTest, LibraryThatLacksAnotherIsNotLoaded) {
     Copy("Plain_64.dll", "Plain_64.dll");
     const auto library = Load(mFolder / "Plain");  // the other one is found beside the program
     EXPECT_EQ(Find<int(int)>(*library, "AddTwo"_w)(40), 42);
 }
 
-TEST_F(Components, ExportsAreTheirOwnOnly) {
+TEST_F(SharedLibraryTest, ExportsAreTheirOwnOnly) {
     const auto library = Load(kComponents / "Plain");
     for (const auto* name :
          {"AddOne"_w, "GetZENTDLLInitializer"_w, "malloc"_w, "addtwo"_w, "AddTwo "_w, ""_w}) {
@@ -134,7 +82,7 @@ TEST_F(Components, ExportsAreTheirOwnOnly) {
     }
 }
 
-TEST_F(Components, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
+TEST_F(SharedLibraryTest, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
     const fs::path file = mFolder / "Component_64.dll";
     {
         const auto library = LoadComponent();
@@ -146,7 +94,7 @@ TEST_F(Components, InitialiserIsHeldUntilTheUnloadAndGoesFirst) {
     ExpectLog({"asked", "made", "released", "destroyed", "unloaded"});
 }
 
-TEST_F(Components, NullInitialiserEmptiesTheHolder) {
+TEST_F(SharedLibraryTest, NullInitialiserEmptiesTheHolder) {
     const auto library = LoadComponent();
     library->ZENTInitialize();
     library->ZENTInitialize();
@@ -156,7 +104,7 @@ TEST_F(Components, NullInitialiserEmptiesTheHolder) {
 }
 
 // Exceptions cross from one library to another.
-TEST_F(Components, MessageFromAnInitialiserIsDroppedAndAnythingElsePasses) {
+TEST_F(SharedLibraryTest, MessageFromAnInitialiserIsDroppedAndAnythingElsePasses) {
     const auto library = Load(kComponents / "Thrower");
     for (const int kind : {0, 1}) {
         Find<void(int)>(*library, "SetKind"_w)(kind);
@@ -169,7 +117,7 @@ TEST_F(Components, MessageFromAnInitialiserIsDroppedAndAnythingElsePasses) {
 }
 
 // The folder can't be removed as long as a library in it is in use, so this one stays beside the program.
-TEST_F(Components, DismissedLibraryStaysButItsInitialiserGoes) {
+TEST_F(SharedLibraryTest, DismissedLibraryStaysButItsInitialiserGoes) {
     void* function = nullptr;
     {
         const auto library = Load(kComponents / "Component");

@@ -13,17 +13,8 @@
 #include <string>
 #include <thread>
 
-// Not local to this file: the compiler must not know all that is derived from it.
-class Pure {
-public:
-    Pure() { CallThroughBase(); }
-    virtual ~Pure() = default;
-    [[gnu::noipa]] void CallThroughBase() { Missing(); }
-    virtual void Missing() = 0;
-};
-class Whole : public Pure {
-    void Missing() override {}
-};
+#include "tests/children/PureVirtual.h"
+#include "tests/children/StackOverflow.h"
 
 namespace {
 
@@ -34,14 +25,6 @@ volatile int gSink = 0;
 [[gnu::noipa]] void WriteToNull() {
     *static_cast<volatile int*>(gNull) = 1;
     asm volatile("");
-}
-
-[[gnu::noipa]] int Overflow(int depth) {
-    volatile char frame[1024];
-    frame[0] = static_cast<char>(depth);
-    const int result = depth < 0 ? 0 : Overflow(depth + 1) + frame[0];
-    asm volatile("");
-    return result;
 }
 
 [[gnu::noipa]] void ExhaustStack() {
