@@ -8,13 +8,13 @@ cd "$(dirname "$0")/.."
 soak_encodings() {
     scripts/build.sh text_tests
     ZBASE_ALL_ENCODINGS=1 quietly "Converting in every encoding" \
-        build/release/tests/text_tests --gtest_filter='*EncodingTest*'
+        build/release/tests/text_tests --gtest_filter='*EncodingsOfTheSystem*'
 }
 
 # Hostile documents of 1 to 64 MiB, as a whole and in pieces down to one octet.
 soak_xml() {
     scripts/build.sh zlitexml_tests
-    ZBASE_SOAK_MIB=64 build/release/tests/zlitexml_tests --gtest_brief=1 --gtest_filter='Documents/Hostile.Takes*'
+    ZBASE_SOAK_MIB=64 build/release/tests/zlitexml_tests --gtest_brief=1 --gtest_filter='Documents/HostileDocumentOfEachKind.Takes*'
 }
 
 # Ten thousand crashes of two threads at once, and of eight, by different signals: one dump, one report, the right end.

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr char kNobody[] = "http://127.0.0.1:1/";
 
-class Delivery : public test::CrashBench {
+class CrashDelivery : public test::CrashBench {
 protected:
     void LeaveDump(const std::string& kind = "null") {
         mServer = kNobody;
@@ -54,7 +54,7 @@ protected:
     }
 };
 
-TEST_F(Delivery, LeftDumpIsSentAtTheNextStart) {
+TEST_F(CrashDelivery, LeftDumpIsSentAtTheNextStart) {
     LeaveDump();
     StartServer();
     Configure();
@@ -65,7 +65,7 @@ TEST_F(Delivery, LeftDumpIsSentAtTheNextStart) {
     EXPECT_TRUE(test::ReadDumpFile(ReceivedDumps()[0]).Has("WriteToNull"));
 }
 
-TEST_F(Delivery, AllThatWereLeftAreSentEachOnce) {
+TEST_F(CrashDelivery, AllThatWereLeftAreSentEachOnce) {
     LeaveDump("dump-first");
     LeaveDump("dump-first");
     EXPECT_EQ(LeftDumps().size(), 6u);
@@ -81,7 +81,7 @@ TEST_F(Delivery, AllThatWereLeftAreSentEachOnce) {
     EXPECT_EQ(ReceivedDumps().size(), 6u);
 }
 
-TEST_F(Delivery, DumpThatArrivedAndStaysIsNotSentAgain) {
+TEST_F(CrashDelivery, DumpThatArrivedAndStaysIsNotSentAgain) {
     StartServer();
     Configure("keep_dump_file=true\n");
     Crash({"null"});
@@ -93,7 +93,7 @@ TEST_F(Delivery, DumpThatArrivedAndStaysIsNotSentAgain) {
     EXPECT_TRUE(store.HasUnsent());
 }
 
-TEST_F(Delivery, FailuresMakeThePausesGrow) {
+TEST_F(CrashDelivery, FailuresMakeThePausesGrow) {
     LeaveDump();
     Configure();
     const long long before = std::time(nullptr);
@@ -122,7 +122,7 @@ TEST_F(Delivery, FailuresMakeThePausesGrow) {
     EXPECT_LE(ReadPause().next, std::time(nullptr) + 3600);
 }
 
-TEST_F(Delivery, PauseOutlivesTheProcessAndEndsWithAnotherServer) {
+TEST_F(CrashDelivery, PauseOutlivesTheProcessAndEndsWithAnotherServer) {
     LeaveDump();
     Configure();
     EXPECT_EQ(Crash({"none"}).exitCode, 0);
@@ -141,7 +141,7 @@ TEST_F(Delivery, PauseOutlivesTheProcessAndEndsWithAnotherServer) {
     EXPECT_EQ(ReceivedDumps().size(), 1u);
 }
 
-TEST_F(Delivery, ProcessThatSendsEndsWithTheProgramAndLeavesTheDump) {
+TEST_F(CrashDelivery, ProcessThatSendsEndsWithTheProgramAndLeavesTheDump) {
     const test::FixedServer server(test::Manner::eAnswer,
                                    "HTTP/1.1 500 Broken\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     LeaveDump();

@@ -11,17 +11,17 @@
 
 namespace {
 
-TEST(CreateDump, WithoutHandlerIsRefused) {
+TEST(CrashHandlerDump, WithoutHandlerIsRefused) {
     EXPECT_FALSE(ZBase::CreateDump());
 }
 
-TEST(SetCrashAttr, RefusesNull) {
+TEST(CrashHandlerKeys, RefusesNull) {
     EXPECT_FALSE(ZBase::SetCrashAttr(nullptr, "x", true));
     EXPECT_FALSE(ZBase::SetCrashAttr("x", nullptr, true));
     EXPECT_FALSE(ZBase::SetCrashAttr(nullptr, nullptr, false));
 }
 
-TEST(SetCrashAttr, OverwritesOnlyWhenTold) {
+TEST(CrashHandlerKeys, OverwritesOnlyWhenTold) {
     EXPECT_TRUE(ZBase::SetCrashAttr("k", "1", false));
     EXPECT_FALSE(ZBase::SetCrashAttr("k", "1", false));
     EXPECT_TRUE(ZBase::SetCrashAttr("k", "2", true));
@@ -30,17 +30,17 @@ TEST(SetCrashAttr, OverwritesOnlyWhenTold) {
     EXPECT_FALSE(ZBase::SetCrashAttr("", "", false));
 }
 
-TEST(SetCrashAttr, KeysThatDifferBeyondAsciiOnlyAreOne) {
+TEST(CrashHandlerKeys, KeysThatDifferBeyondAsciiOnlyAreOne) {
     EXPECT_TRUE(ZBase::SetCrashAttr("\xE9", "1", false));
     EXPECT_FALSE(ZBase::SetCrashAttr("?", "1", false));
 }
 
-TEST(InstallCrashStack, MayBeCalledAgain) {
+TEST(CrashHandlerStack, MayBeCalledAgain) {
     EXPECT_TRUE(ZBase::InstallCrashStack());
     EXPECT_TRUE(ZBase::InstallCrashStack());
 }
 
-TEST(InstallCrashStack, GoesWithItsThread) {
+TEST(CrashHandlerStack, GoesWithItsThread) {
     const auto mappings = [] {
         std::ifstream file("/proc/self/maps");
         return std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n');

@@ -28,7 +28,7 @@ std::string Today() {
     return text;
 }
 
-class Sender : public test::CrashBench {
+class CrashReportSenderTest : public test::CrashBench {
 protected:
     void SetUp() override {
         StartServer();
@@ -48,7 +48,7 @@ protected:
     }
 };
 
-TEST_F(Sender, GivesTheReportCodeOfASuccess) {
+TEST_F(CrashReportSenderTest, GivesTheReportCodeOfASuccess) {
     CrashReportSender sender(""_w);
     WideString code;
     EXPECT_EQ(Send(sender, Wide(mServer), {{"a"_w, "\u20AC"_w}}, &code), ZBase::RESULT_SUCCEEDED);
@@ -57,14 +57,14 @@ TEST_F(Sender, GivesTheReportCodeOfASuccess) {
     EXPECT_EQ(Send(sender, Wide(mServer)), ZBase::RESULT_SUCCEEDED);  // the code is not read
 }
 
-TEST_F(Sender, LeavesTheReportCodeOfAFailure) {
+TEST_F(CrashReportSenderTest, LeavesTheReportCodeOfAFailure) {
     CrashReportSender sender(""_w);
     WideString code = "before"_w;
     EXPECT_EQ(Send(sender, "http://127.0.0.1:1/"_w, {}, &code), ZBase::RESULT_FAILED);
     EXPECT_TRUE(code == "before"_w);
 }
 
-TEST_F(Sender, TakesNoMoreThanAPartOfAnAnswerWithoutEnd) {
+TEST_F(CrashReportSenderTest, TakesNoMoreThanAPartOfAnAnswerWithoutEnd) {
     const test::FixedServer server(test::Manner::eAnswerWithoutEnd, "HTTP/1.1 200 OK\r\n\r\n");
     CrashReportSender sender(""_w);
     WideString code;
@@ -73,13 +73,13 @@ TEST_F(Sender, TakesNoMoreThanAPartOfAnAnswerWithoutEnd) {
     EXPECT_EQ(Send(sender, Wide(server.Address())), ZBase::RESULT_SUCCEEDED);
 }
 
-TEST_F(Sender, TellsThatTheServerRejects) {
+TEST_F(CrashReportSenderTest, TellsThatTheServerRejects) {
     CrashReportSender sender(""_w);
     EXPECT_EQ(sender.SendCrashReport(Wide(mServer), {}, {{"other"_w, Wide(mFolder / "file")}}, nullptr),
               ZBase::RESULT_REJECTED);  // the server requires a dump
 }
 
-TEST_F(Sender, RefusesNamesThatAreNotPrintableAscii) {
+TEST_F(CrashReportSenderTest, RefusesNamesThatAreNotPrintableAscii) {
     CrashReportSender sender(""_w);
     for (const auto* name : {""_w, "a\"b"_w, "\u00E9"_w, "a\nb"_w}) {
         EXPECT_EQ(Send(sender, Wide(mServer), {{name, "x"_w}}), ZBase::RESULT_FAILED);
@@ -87,14 +87,14 @@ TEST_F(Sender, RefusesNamesThatAreNotPrintableAscii) {
     EXPECT_TRUE(ReceivedDumps().empty());
 }
 
-TEST_F(Sender, FailsWithoutTheFile) {
+TEST_F(CrashReportSenderTest, FailsWithoutTheFile) {
     CrashReportSender sender(""_w);
     EXPECT_EQ(
         sender.SendCrashReport(Wide(mServer), {}, {{"upload_file_minidump"_w, "/no/such/file"_w}}, nullptr),
         ZBase::RESULT_FAILED);
 }
 
-TEST_F(Sender, CountsTheReportsOfTheDayInItsFile) {
+TEST_F(CrashReportSenderTest, CountsTheReportsOfTheDayInItsFile) {
     const WideString checkpoint = Wide(mFolder / "checkpoint");
     CrashReportSender first(checkpoint);
     EXPECT_EQ(first.max_reports_per_day(), -1);
@@ -108,7 +108,7 @@ TEST_F(Sender, CountsTheReportsOfTheDayInItsFile) {
     EXPECT_EQ(ReceivedDumps().size(), 2u);
 }
 
-TEST_F(Sender, ReportsOfAnotherDayDoNotCount) {
+TEST_F(CrashReportSenderTest, ReportsOfAnotherDayDoNotCount) {
     std::ofstream(mFolder / "checkpoint") << "GBP1\n20010203\n99\n";
     CrashReportSender sender(Wide(mFolder / "checkpoint"));
     sender.set_max_reports_per_day(1);
@@ -116,7 +116,7 @@ TEST_F(Sender, ReportsOfAnotherDayDoNotCount) {
     EXPECT_EQ(Send(sender, Wide(mServer)), ZBase::RESULT_THROTTLED);
 }
 
-TEST_F(Sender, FileThatIsNoneOfItsOwnCountsForNothing) {
+TEST_F(CrashReportSenderTest, FileThatIsNoneOfItsOwnCountsForNothing) {
     std::ofstream(mFolder / "checkpoint") << "something else\n" << Today() << "\n99\n";
     CrashReportSender sender(Wide(mFolder / "checkpoint"));
     sender.set_max_reports_per_day(1);

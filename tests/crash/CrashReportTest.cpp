@@ -24,9 +24,9 @@ struct CrashCase {
     CrashKeys lastWords = {};
 };
 
-class Crash : public test::CrashBench, public testing::WithParamInterface<CrashCase> {};
+class CrashReport : public test::CrashBench, public testing::WithParamInterface<CrashCase> {};
 
-TEST_P(Crash, IsDumpedAndReportedOnce) {
+TEST_P(CrashReport, IsDumpedAndReportedOnce) {
     const CrashCase& expected = GetParam();
     StartServer();
     Configure("", "product=probe\nempty=\n");
@@ -53,7 +53,7 @@ std::string NameOf(const testing::TestParamInfo<CrashCase>& row) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Kinds, Crash,
+    Kinds, CrashReport,
     testing::Values(CrashCase{"null", SIGSEGV, "SIGSEGV /SEGV_MAPERR", "WriteToNull", true},
                     CrashCase{"divide", SIGFPE, "SIGFPE / FPE_INTDIV", "DivideByZero", true},
                     CrashCase{"illegal", SIGILL, "SIGILL", "RunIllegalInstruction", true},
@@ -146,9 +146,9 @@ TEST_F(CrashReports, StackOverflowIsACrashInSpiteOfATranslator) {
     EXPECT_TRUE(ReadDumpFile(ReceivedDumps()[0]).Has("Overflow"));
 }
 
-class CrashStackUse : public test::CrashBench, public testing::WithParamInterface<const char*> {};
+class CrashReportStackUse : public test::CrashBench, public testing::WithParamInterface<const char*> {};
 
-TEST_P(CrashStackUse, IsLessThanHalfOfTheStack) {
+TEST_P(CrashReportStackUse, IsLessThanHalfOfTheStack) {
     StartServer();
     Configure();
     const ChildResult child = Crash({GetParam()});
@@ -160,7 +160,7 @@ TEST_P(CrashStackUse, IsLessThanHalfOfTheStack) {
     EXPECT_LT(used, 65536 / 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, CrashStackUse,
+INSTANTIATE_TEST_SUITE_P(Kinds, CrashReportStackUse,
                          testing::Values("stack-of-null", "stack-of-overflow", "stack-of-malloc",
                                          "stack-of-abort", "stack-of-fault"),
                          [](const auto& row) { return std::string(row.param).substr(9); });
@@ -372,7 +372,7 @@ TEST_F(CrashReports, DumpPathThatIsNoDirectoryLeavesTheCrashToTheSystem) {
 
 // The installation may be repeated: what is read is added to what was read before.
 
-class SecondInstallation : public test::CrashBench {
+class CrashReportOfASecondInstallation : public test::CrashBench {
 protected:
     void SetUp() override { StartServer(); }
 
@@ -387,7 +387,7 @@ protected:
     std::string Servers() const { return "[Config]\nServerURL=" + mServer + "\nServerProdURL=\n"; }
 };
 
-TEST_F(SecondInstallation, ReplacesWhatItNamesAndKeepsTheRest) {
+TEST_F(CrashReportOfASecondInstallation, ReplacesWhatItNamesAndKeepsTheRest) {
     WriteConfig("[Config]\nServerURL=http://127.0.0.1:1/\nServerProdURL=\ndump_path=" + mDumps.string() +
                 "\n[CrashKeys]\na=1\nb=1\n");
     const ChildResult child = CrashAfter("[Config]\nServerURL=" + mServer + "\n[CrashKeys]\nb=2\nc=2\n");
@@ -398,7 +398,7 @@ TEST_F(SecondInstallation, ReplacesWhatItNamesAndKeepsTheRest) {
     EXPECT_TRUE(LeftDumps().empty());
 }
 
-TEST_F(SecondInstallation, MovesTheDumps) {
+TEST_F(CrashReportOfASecondInstallation, MovesTheDumps) {
     Configure("keep_dump_file=true\n");
     EXPECT_EQ(CrashAfter("[Config]\ndump_path=" + (mFolder / "others").string()).output, "1\n");
     EXPECT_TRUE(LeftDumps().empty());
@@ -406,14 +406,14 @@ TEST_F(SecondInstallation, MovesTheDumps) {
     EXPECT_EQ(ReceivedDumps().size(), 1u);
 }
 
-TEST_F(SecondInstallation, DumpsOnDemandOnce) {
+TEST_F(CrashReportOfASecondInstallation, DumpsOnDemandOnce) {
     Configure("keep_dump_file=true\n");
     EXPECT_EQ(CrashAfter(Servers(), "dump").output, "1\n1\n");
     EXPECT_EQ(ReceivedDumps().size(), 1u);
     EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"reason", "hanging"}}));
 }
 
-TEST_F(SecondInstallation, KeepsTheFlagsOfTheFirst) {
+TEST_F(CrashReportOfASecondInstallation, KeepsTheFlagsOfTheFirst) {
     Configure("native_dump=true\nkeep_dump_file=true\n");
     const ChildResult child =
         CrashAfter(Servers() + "native_dump=false\nkeep_dump_file=false\n", "null", {"PROBE_HOST_HANDLER=1"});
@@ -423,7 +423,7 @@ TEST_F(SecondInstallation, KeepsTheFlagsOfTheFirst) {
     EXPECT_EQ(ReceivedDumps().size(), 1u);
 }
 
-TEST_F(SecondInstallation, ThatFindsNoFileLeavesTheFirstAsItIs) {
+TEST_F(CrashReportOfASecondInstallation, ThatFindsNoFileLeavesTheFirstAsItIs) {
     Configure("", "a=1\n");
     const ChildResult child = Crash({"null"}, {"PROBE_SECOND_CONFIG=/no/such/file"});
     EXPECT_EQ(child.output, "0\n");
@@ -432,7 +432,7 @@ TEST_F(SecondInstallation, ThatFindsNoFileLeavesTheFirstAsItIs) {
     EXPECT_EQ(ReceivedKeys(1), (CrashKeys{{"a", "1"}}));
 }
 
-TEST_F(SecondInstallation, ThatFailsBehindTheFileChangesWhatTheFirstSends) {
+TEST_F(CrashReportOfASecondInstallation, ThatFailsBehindTheFileChangesWhatTheFirstSends) {
     for (const char* obstacle : {"enable=false\n", "dump_path=/no/such/directory\n"}) {
         WriteConfig("[Config]\nServerURL=http://127.0.0.1:1/\nServerProdURL=\ndump_path=" + mDumps.string() +
                     "\n[CrashKeys]\na=1\nb=1\n");

@@ -31,9 +31,9 @@ std::string Guid(int number) {
     return text;
 }
 
-class Store : public test::CrashBench {
+class CrashStoreTest : public test::CrashBench {
 protected:
-    Store() { fs::create_directory(mDumps); }
+    CrashStoreTest() { fs::create_directory(mDumps); }
 
     void Put(const std::string& name, int daysAgo, std::uintmax_t octets = 100) const {
         std::ofstream(mDumps / name) << "";
@@ -57,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(Store, UsualBoundsKeepWhatIsOrdinary) {
+TEST_F(CrashStoreTest, UsualBoundsKeepWhatIsOrdinary) {
     PutFive();
     EXPECT_EQ(Trim({}), 0u);
     EXPECT_EQ(Left().size(), 5u);
@@ -67,13 +67,13 @@ TEST_F(Store, UsualBoundsKeepWhatIsOrdinary) {
     EXPECT_EQ(ZBase::CrashNumberOf({}, "dump_megabytes"_w), 64u);
 }
 
-TEST_F(Store, OldestGoWhenThereAreTooMany) {
+TEST_F(CrashStoreTest, OldestGoWhenThereAreTooMany) {
     PutFive();
     EXPECT_EQ(Trim({{"max_dumps"_w, "2"_w}}), 3u);
     EXPECT_EQ(Left(), (Names{Guid(1) + ".dmp", Guid(2) + ".dmp"}));
 }
 
-TEST_F(Store, OldestGoWhenTheyAreTooLargeTogether) {
+TEST_F(CrashStoreTest, OldestGoWhenTheyAreTooLargeTogether) {
     for (int i = 1; i <= 4; ++i) Put(Guid(i) + ".dmp", i, kMiB);
     EXPECT_EQ(Trim({{"max_dump_megabytes"_w, "4"_w}}), 0u);
     EXPECT_EQ(Trim({{"max_dump_megabytes"_w, "3"_w}}), 1u);
@@ -82,20 +82,20 @@ TEST_F(Store, OldestGoWhenTheyAreTooLargeTogether) {
     EXPECT_EQ(Left(), (Names{Guid(1) + ".dmp", Guid(2) + ".dmp", Guid(5) + ".dmp"}));
 }
 
-TEST_F(Store, WhatIsTooOldGoes) {
+TEST_F(CrashStoreTest, WhatIsTooOldGoes) {
     Put(Guid(1) + ".dmp", 29);
     Put(Guid(2) + ".dmp", 31);
     EXPECT_EQ(Trim({}), 1u);
     EXPECT_EQ(Left(), (Names{Guid(1) + ".dmp"}));
 }
 
-TEST_F(Store, ZeroIsNoBound) {
+TEST_F(CrashStoreTest, ZeroIsNoBound) {
     for (int i = 1; i <= 60; ++i) Put(Guid(i) + ".dmp", 1000, 10 * kMiB);  // sparse files
     EXPECT_EQ(Trim({{"max_dumps"_w, "0"_w}, {"max_dump_megabytes"_w, "0"_w}, {"max_age_days"_w, "0"_w}}), 0u);
     EXPECT_EQ(Left().size(), 60u);
 }
 
-TEST_F(Store, WhatIsNoNumberIsTheUsualOne) {
+TEST_F(CrashStoreTest, WhatIsNoNumberIsTheUsualOne) {
     for (const auto* value : {""_w, "-1"_w, "+5"_w, " 5"_w, "5 "_w, "5MB"_w, "99999999999999999999999"_w}) {
         EXPECT_EQ(ZBase::CrashNumberOf({{"max_dumps"_w, value}}, "max_dumps"_w), 50u);
     }
@@ -106,7 +106,7 @@ TEST_F(Store, WhatIsNoNumberIsTheUsualOne) {
     EXPECT_EQ(ZBase::CrashNumberOf({}, "enable"_w), 0u);
 }
 
-TEST_F(Store, WhatIsNotOneOfItsDumpsStays) {
+TEST_F(CrashStoreTest, WhatIsNotOneOfItsDumpsStays) {
     Put("notes.txt", 99);
     Put("other.dmp", 99);
     Put(Guid(1) + ".dmp.bak", 99);
@@ -125,7 +125,7 @@ TEST_F(Store, WhatIsNotOneOfItsDumpsStays) {
     EXPECT_EQ(Left(), after);
 }
 
-TEST_F(Store, WhatIsWrittenOrSentStaysAndTheNextOneGoes) {
+TEST_F(CrashStoreTest, WhatIsWrittenOrSentStaysAndTheNextOneGoes) {
     PutFive();
     const int held = open((mDumps / (Guid(5) + ".dmp")).c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(held, LOCK_EX), 0);
@@ -134,13 +134,13 @@ TEST_F(Store, WhatIsWrittenOrSentStaysAndTheNextOneGoes) {
     close(held);
 }
 
-TEST_F(Store, WhatGoesAnywayCostsNoOtherDump) {
+TEST_F(CrashStoreTest, WhatGoesAnywayCostsNoOtherDump) {
     PutFive();
     EXPECT_EQ(Trim({{"max_dumps"_w, "4"_w}}, (mDumps / (Guid(1) + ".dmp")).string()), 0u);
     EXPECT_EQ(Left().size(), 5u);
 }
 
-TEST_F(Store, DumpIsKnownAsSentByItsEnd) {
+TEST_F(CrashStoreTest, DumpIsKnownAsSentByItsEnd) {
     Put(Guid(1) + ".dmp", 1);
     Put(Guid(2) + ".dmp", 1, 3);
     const CrashStore store(mDumps.string(), {});
@@ -156,13 +156,13 @@ TEST_F(Store, DumpIsKnownAsSentByItsEnd) {
     EXPECT_FALSE(store.HasUnsent());
 }
 
-TEST_F(Store, DirectoryThatIsNotThereIsLeftSo) {
+TEST_F(CrashStoreTest, DirectoryThatIsNotThereIsLeftSo) {
     EXPECT_EQ(CrashStore((mFolder / "nowhere").string(), {}).Trim(), 0u);
     EXPECT_TRUE(CrashStore((mFolder / "nowhere").string(), {}).Dumps().empty());
     EXPECT_FALSE(fs::exists(mFolder / "nowhere"));
 }
 
-TEST_F(Store, InstallationMakesRoom) {
+TEST_F(CrashStoreTest, InstallationMakesRoom) {
     PutFive();
     mServer = "http://127.0.0.1:1/";
     Configure("max_dumps=2\n");
@@ -170,7 +170,7 @@ TEST_F(Store, InstallationMakesRoom) {
     EXPECT_EQ(Left(), (Names{Guid(1) + ".dmp", Guid(2) + ".dmp"}));
 }
 
-TEST_F(Store, EachDumpMakesRoom) {
+TEST_F(CrashStoreTest, EachDumpMakesRoom) {
     mServer = "http://127.0.0.1:1/";
     Configure("max_dumps=2\n");
     EXPECT_EQ(Crash({"dump-first"}).signal, SIGSEGV);  // three dumps
@@ -182,7 +182,7 @@ TEST_F(Store, EachDumpMakesRoom) {
     EXPECT_NE(after, before);
 }
 
-TEST_F(Store, ReportThatArrivesCostsNoOtherDump) {
+TEST_F(CrashStoreTest, ReportThatArrivesCostsNoOtherDump) {
     StartServer();
     Configure("max_dumps=5\nsend_left=false\n");
     PutFive();
@@ -205,7 +205,7 @@ std::vector<std::string> ThreadsOf(const fs::path& dump) {
     return threads;
 }
 
-TEST_F(Store, DumpIsNoLargerThanItMayBe) {
+TEST_F(CrashStoreTest, DumpIsNoLargerThanItMayBe) {
     mServer = "http://127.0.0.1:1/";
     Configure("dump_megabytes=3\n");
     EXPECT_EQ(Crash({"deep-stacks"}).signal, SIGSEGV);
@@ -223,7 +223,7 @@ TEST_F(Store, DumpIsNoLargerThanItMayBe) {
     for (const std::string& thread : threads) EXPECT_FALSE(thread.empty());
 }
 
-TEST_F(Store, OneDumpHasNoMoreRoomThanAllTogether) {
+TEST_F(CrashStoreTest, OneDumpHasNoMoreRoomThanAllTogether) {
     mServer = "http://127.0.0.1:1/";
     Configure("max_dump_megabytes=2\n");
     EXPECT_EQ(Crash({"deep-stacks"}).signal, SIGSEGV);
@@ -232,7 +232,7 @@ TEST_F(Store, OneDumpHasNoMoreRoomThanAllTogether) {
     EXPECT_TRUE(test::ReadDumpFile(LeftDumps()[0]).Has("WriteToNull"));
 }
 
-TEST_F(Store, DumpWithRoomHasAllStacks) {
+TEST_F(CrashStoreTest, DumpWithRoomHasAllStacks) {
     mServer = "http://127.0.0.1:1/";
     Configure();
     EXPECT_EQ(Crash({"deep-stacks"}).signal, SIGSEGV);

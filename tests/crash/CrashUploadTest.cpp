@@ -149,16 +149,16 @@ TEST_F(CrashUpload, ReportThatFailsLeavesADumpOnDemandSuccessful) {
     EXPECT_EQ(LeftDumps().size(), 1u);
 }
 
-class DumpThatHangs : public test::CrashBench {
+class CrashUploadOfADumpThatHangs : public test::CrashBench {
 protected:
-    DumpThatHangs() {
+    CrashUploadOfADumpThatHangs() {
         mServer = mHanging.Address();
         Configure();
     }
     FixedServer mHanging{Manner::eHang};
 };
 
-TEST_F(DumpThatHangs, RefusesAllOthersMeanwhile) {
+TEST_F(CrashUploadOfADumpThatHangs, RefusesAllOthersMeanwhile) {
     const auto child = CrashInBackground({"dumps-at-once"});
     EXPECT_EQ(child->ReadLine(), "nine are refused");
     mHanging.WaitForRequests(1);
@@ -169,7 +169,7 @@ TEST_F(DumpThatHangs, RefusesAllOthersMeanwhile) {
     EXPECT_EQ(mHanging.Requests(), 1);
 }
 
-TEST_F(DumpThatHangs, LetsACrashBeDumpedMeanwhile) {
+TEST_F(CrashUploadOfADumpThatHangs, LetsACrashBeDumpedMeanwhile) {
     const auto child = CrashInBackground({"dump-beside"});
     mHanging.WaitForRequests(1);
     child->Signal(SIGSEGV);

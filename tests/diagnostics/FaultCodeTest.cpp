@@ -12,15 +12,15 @@ using test::CodeOf;
 using test::FaultKind;
 using test::OnTranslatedThread;
 
-class Fault : public testing::TestWithParam<FaultKind> {};
+class FaultCode : public testing::TestWithParam<FaultKind> {};
 
-TEST_P(Fault, IsCaughtWithItsCode) {
+TEST_P(FaultCode, IsCaughtWithItsCode) {
     OnTranslatedThread([] {
         for (int i = 0; i != 3; ++i) EXPECT_EQ(CodeOf(GetParam().fault), GetParam().code);
     });
 }
 
-TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
+TEST_P(FaultCode, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
     const auto faultAfterOthersTranslators = [] {
         const rlimit noCore{};
         setrlimit(RLIMIT_CORE, &noCore);
@@ -30,7 +30,7 @@ TEST_P(Fault, OfAThreadWithoutATranslatorEndsTheProcessByItsSignal) {
     EXPECT_EXIT(faultAfterOthersTranslators(), testing::KilledBySignal(GetParam().signal), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Fault, testing::ValuesIn(test::kFaults),
+INSTANTIATE_TEST_SUITE_P(Kinds, FaultCode, testing::ValuesIn(test::kFaults),
                          [](const auto& row) { return std::string(row.param.name); });
 
 // A division is recognised by its instruction: each form of a divisor is a different one.
@@ -45,7 +45,7 @@ void ExpectCodesOfDivision(Divide divide) {
 
 thread_local int tDivisor;
 
-TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
+TEST(FaultCodeOfADivision, TellsAZeroFromAnOverflowInEachRegister) {
     ExpectCodesOfDivision([](int divisor) {
         asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "c"(divisor) : "eax", "edx", "cc");
     });
@@ -62,7 +62,7 @@ TEST(DivisionFault, TellsAZeroFromAnOverflowInEachRegister) {
     });
 }
 
-TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
+TEST(FaultCodeOfADivision, TellsAZeroFromAnOverflowInNarrowRegisters) {
     ExpectCodesOfDivision([](int divisor) {  // %bh, with all other bits of the register set
         const int value = (divisor & 0xFF) << 8 | 0x7F0000FF;
         asm volatile("movw $0x8000, %%ax\n\tidivb %%bh" : : "b"(value) : "eax", "cc");
@@ -77,7 +77,7 @@ TEST(DivisionFault, TellsAZeroFromAnOverflowInNarrowRegisters) {
     });
 }
 
-TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
+TEST(FaultCodeOfADivision, TellsAZeroFromAnOverflowInMemory) {
     ExpectCodesOfDivision([](int divisor) {
         asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl (%0)"
                      :
@@ -122,7 +122,7 @@ TEST(DivisionFault, TellsAZeroFromAnOverflowInMemory) {
     });
 }
 
-TEST(PrivilegedFault, IsToldByItsInstruction) {
+TEST(FaultCodeOfAPrivilegedInstruction, IsToldByItsInstruction) {
     OnTranslatedThread([] {
         EXPECT_EQ(CodeOf([] { asm volatile("cli"); }), 0xC0000096);
         EXPECT_EQ(CodeOf([] { asm volatile("inb $0x80, %%al" : : : "eax"); }), 0xC0000096);

@@ -283,7 +283,7 @@ TEST(FrameRoads, EndAtADamagedFramePointer) {
         EXPECT_EQ(RunDamaged(value), "walked\n") << value;
 }
 
-class ModulesAsTheyAre : public test::ScratchFolder {
+class FrameRoadsThroughModules : public test::ScratchFolder {
 protected:
     static void ExpectNamed(const std::string& output) {
         EXPECT_NE(output.find("Sym:[Inner()]"), std::string::npos) << output;
@@ -293,12 +293,12 @@ protected:
     }
 };
 
-TEST_F(ModulesAsTheyAre, WithHolesBetweenTheirSegmentsAreNamed) {
+TEST_F(FrameRoadsThroughModules, WithHolesBetweenTheirSegmentsAreNamed) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("NamedStackProbeWithHoles")});
     ExpectNamed(child.output);
 }
 
-TEST_F(ModulesAsTheyAre, DeletedOrReplacedWhileTheyRunKeepTheirSymbols) {
+TEST_F(FrameRoadsThroughModules, DeletedOrReplacedWhileTheyRunKeepTheirSymbols) {
     const auto program = mFolder / "NamedStackProbe";
     for (const char* what : {"deleted", "replaced"}) {
         std::filesystem::copy_file(test::ChildProgram("NamedStackProbe"), program,

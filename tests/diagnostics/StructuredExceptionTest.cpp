@@ -139,7 +139,7 @@ TEST(StructuredException, IsOneHoweverOftenTheTranslatorWasSet) {
     }
 }
 
-TEST(CallToNowhere, IsCaughtWhereItWasMade) {
+TEST(StructuredExceptionOfACallToNowhere, IsCaughtWhereItWasMade) {
     OnTranslatedThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
 }
 
@@ -171,7 +171,7 @@ TEST(StructuredException, IsNoSignalThatWasSent) {
     ExpectToReachTheHandlerOfTheHost([] { OnTranslatedThread([] { raise(SIGSEGV); }); });
 }
 
-TEST(CallToNowhere, ThatNoCodeMadeIsNotTranslated) {
+TEST(StructuredExceptionOfACallToNowhere, ThatNoCodeMadeIsNotTranslated) {
     ExpectToReachTheHandlerOfTheHost([] {
         OnTranslatedThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
     });

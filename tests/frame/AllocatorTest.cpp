@@ -11,7 +11,6 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -98,7 +97,7 @@ TEST(Allocator, EqualIfOneCanFreeWhatTheOtherGave) {
 
 // The containers of the tests below each hold one element whose allocations the heap and the buffer count.
 template <class Container>
-class ContainerInABuffer : public testing::Test {
+class AllocatorOfAContainer : public testing::Test {
 public:
     using Alloc = typename Container::allocator_type;
 
@@ -119,9 +118,9 @@ using Pair = std::pair<const unsigned short, unsigned short>;
 using Containers = testing::Types<ZBase::WideString, std::vector<unsigned short, In<unsigned short>>,
                                   std::list<unsigned short, In<unsigned short>>,
                                   std::map<unsigned short, unsigned short, std::less<>, In<Pair>>>;
-TYPED_TEST_SUITE(ContainerInABuffer, Containers);
+TYPED_TEST_SUITE(AllocatorOfAContainer, Containers);
 
-TYPED_TEST(ContainerInABuffer, SwapTakesTheBufferAlong) {
+TYPED_TEST(AllocatorOfAContainer, SwapTakesTheBufferAlong) {
     const std::size_t before = test::LiveBlocks();
     {
         RecordingBuffer buffer;
@@ -144,7 +143,7 @@ TYPED_TEST(ContainerInABuffer, SwapTakesTheBufferAlong) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TYPED_TEST(ContainerInABuffer, CopyIsInTheHeapAndOutlivesTheBuffer) {
+TYPED_TEST(AllocatorOfAContainer, CopyIsInTheHeapAndOutlivesTheBuffer) {
     auto buffer = std::make_unique<RecordingBuffer>();
     const TypeParam heap = this->Make(nullptr, 2);
     const std::size_t before = test::LiveBlocks();
@@ -161,7 +160,7 @@ TYPED_TEST(ContainerInABuffer, CopyIsInTheHeapAndOutlivesTheBuffer) {
     EXPECT_LE(test::LiveBlocks(), before);
 }
 
-TYPED_TEST(ContainerInABuffer, AssignmentLeavesTheTargetWhereItIs) {
+TYPED_TEST(AllocatorOfAContainer, AssignmentLeavesTheTargetWhereItIs) {
     const std::size_t before = test::LiveBlocks();
     {
         TypeParam heap = this->Make(nullptr, 1);
@@ -185,7 +184,7 @@ TYPED_TEST(ContainerInABuffer, AssignmentLeavesTheTargetWhereItIs) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TYPED_TEST(ContainerInABuffer, MoveIntoANewObjectCarriesTheBufferAlong) {
+TYPED_TEST(AllocatorOfAContainer, MoveIntoANewObjectCarriesTheBufferAlong) {
     const std::size_t before = test::LiveBlocks();
     {
         RecordingBuffer buffer;
@@ -216,40 +215,7 @@ TEST(Allocator, SumWithATemporaryContinuesItInItsBuffer) {
     EXPECT_EQ((text + ZBase::WideString(100, 'x', Units(&buffer))).get_allocator().GetBuffer(), &buffer);
 }
 
-TEST(WideLiteral, IsUtf16OfAnyKindOfCharacter) {
-    const ZBase::WideString text = "a\u00E9\u20AC\U0001F600"_w;
-    EXPECT_EQ(text, (ZBase::WideString{0x61, 0xE9, 0x20AC, 0xD83D, 0xDE00}));
-    EXPECT_EQ(ZBase::WideString(u"a\u00E9\u20AC\U0001F600"_w), text);
-    EXPECT_TRUE(ZBase::WideString(""_w).empty());
-}
-
-TEST(WideLiteral, KeepsZerosInsideItAndEndsWithOne) {
-    const unsigned short* text = "a\0b"_w;
-    EXPECT_EQ(text[1], 0);
-    EXPECT_EQ(text[2], 'b');
-    EXPECT_EQ(text[3], 0);
-}
-
-template <ZBase::detail::LiteralText Text>
-concept Compiles = requires { typename std::bool_constant<(ZBase::detail::WideLiteralUnits<Text>(), true)>; };
-
-TEST(WideLiteral, MalformedUtf8DoesNotCompile) {
-    EXPECT_TRUE(Compiles<"\xC2\x80|\xE0\xA0\x80|\xF0\x90\x80\x80">);      // the smallest of each length
-    EXPECT_TRUE(Compiles<"\xED\x9F\xBF|\xEE\x80\x80|\xF4\x8F\xBF\xBF">);  // next to the rejected ones
-    EXPECT_FALSE(Compiles<"\x80">);
-    EXPECT_FALSE(Compiles<"\xC3">);
-    EXPECT_FALSE(Compiles<"\xC3|">);
-    EXPECT_FALSE(Compiles<"\xC1\xBF">);
-    EXPECT_FALSE(Compiles<"\xE0\x9F\xBF">);
-    EXPECT_FALSE(Compiles<"\xF0\x8F\xBF\xBF">);
-    EXPECT_FALSE(Compiles<"\xED\xA0\x80">);
-    EXPECT_FALSE(Compiles<"\xED\xBF\xBF">);
-    EXPECT_FALSE(Compiles<"\xF4\x90\x80\x80">);
-    EXPECT_FALSE(Compiles<"\xF5\x80\x80\x80">);
-    EXPECT_FALSE(Compiles<"\xFF">);
-}
-
-TEST(PlacementNew, TakesAPieceAndDeleteGivesNothingBack) {
+TEST(AllocatorPlacementNew, TakesAPieceAndDeleteGivesNothingBack) {
     struct Throws {
         Throws() { throw std::runtime_error("no"); }
         long long payload[4];

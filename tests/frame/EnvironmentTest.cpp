@@ -114,7 +114,7 @@ TEST_F(EnvironmentFunctions, LongValuesPass) {
     EXPECT_EQ(WideString(ZBase::ReadEnvironmentVariable("ZBASE_TEST"_w).c_str()), value);
 }
 
-TEST(NumericEnvironmentVariableOfNoName, IsTheDefault) {
+TEST(EnvironmentNumberOfNoName, IsTheDefault) {
     EXPECT_EQ(ZBase::GetNumericEnvironmentVariable(nullptr, -777), -777);
     EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("", -777), -777);
 }
@@ -124,11 +124,11 @@ struct NumericCase {
     std::int64_t expected;
 };
 
-class NumericEnvironmentVariable : public testing::TestWithParam<NumericCase> {};
+class EnvironmentNumber : public testing::TestWithParam<NumericCase> {};
 
 constexpr std::int64_t kDefault = -777;
 
-TEST_P(NumericEnvironmentVariable, IsTheNumberInFrontOrTheDefault) {
+TEST_P(EnvironmentNumber, IsTheNumberInFrontOrTheDefault) {
     test::SetVariable("ZBASE_TEST", nullptr);
     if (GetParam().value != nullptr) test::SetVariable("ZBASE_TEST", GetParam().value);
     EXPECT_EQ(ZBase::GetNumericEnvironmentVariable("ZBASE_TEST", kDefault), GetParam().expected);
@@ -136,7 +136,7 @@ TEST_P(NumericEnvironmentVariable, IsTheNumberInFrontOrTheDefault) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Values, NumericEnvironmentVariable,
+    Values, EnvironmentNumber,
     testing::Values(NumericCase{nullptr, kDefault}, NumericCase{"42", 42}, NumericCase{"12abc", 12},
                     NumericCase{" \t-5", -5}, NumericCase{"+7", 7}, NumericCase{"0x10", 0},
                     NumericCase{"abc", kDefault}, NumericCase{"", kDefault}, NumericCase{"-", kDefault},

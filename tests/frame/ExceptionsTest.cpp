@@ -35,32 +35,32 @@ std::string CaughtAs() {
 }
 
 template <class Marker>
-class MarkerClass : public testing::Test {};
+class ExceptionsOfAMarkerClass : public testing::Test {};
 
 using Markers =
     testing::Types<ZBase::BufferException, ZBase::ContractManagerAllocException, ZBase::MemGoverningException,
                    ZBase::AppGlobalEventReporterException, ZBase::StringConversionException>;
-TYPED_TEST_SUITE(MarkerClass, Markers);
+TYPED_TEST_SUITE(ExceptionsOfAMarkerClass, Markers);
 
-TYPED_TEST(MarkerClass, AddsNothingToAMessage) {
+TYPED_TEST(ExceptionsOfAMarkerClass, AddsNothingToAMessage) {
     EXPECT_EQ(sizeof(TypeParam), sizeof(Message));
     EXPECT_EQ(sizeof(ExceptionImpl<TypeParam>), sizeof(Message));
     EXPECT_FALSE(std::is_polymorphic_v<ExceptionImpl<TypeParam>>);
     EXPECT_FALSE((std::is_base_of_v<std::exception, TypeParam>));
 }
 
-TYPED_TEST(MarkerClass, WrappedIsCaughtByEachOfItsThreeTypes) {
+TYPED_TEST(ExceptionsOfAMarkerClass, WrappedIsCaughtByEachOfItsThreeTypes) {
     EXPECT_EQ((CaughtAs<ExceptionImpl<TypeParam>, ExceptionImpl<TypeParam>, Message>()), "first");
     EXPECT_EQ((CaughtAs<ExceptionImpl<TypeParam>, TypeParam, Message>()), "first");
     EXPECT_EQ((CaughtAs<ExceptionImpl<TypeParam>, std::exception, Message>()), "second");
 }
 
-TYPED_TEST(MarkerClass, PlainIsNotCaughtAsWrapped) {
+TYPED_TEST(ExceptionsOfAMarkerClass, PlainIsNotCaughtAsWrapped) {
     EXPECT_EQ((CaughtAs<TypeParam, ExceptionImpl<TypeParam>, Message>()), "second");
     EXPECT_EQ((CaughtAs<TypeParam, TypeParam, Message>()), "first");
 }
 
-TYPED_TEST(MarkerClass, CarriesItsContentThroughTheThrow) {
+TYPED_TEST(ExceptionsOfAMarkerClass, CarriesItsContentThroughTheThrow) {
     try {
         throw Filled<ExceptionImpl<TypeParam>>();
     } catch (const Message& failure) {
@@ -70,20 +70,20 @@ TYPED_TEST(MarkerClass, CarriesItsContentThroughTheThrow) {
     }
 }
 
-TYPED_TEST(MarkerClass, TakesDomainIdAndTemplate) {
+TYPED_TEST(ExceptionsOfAMarkerClass, TakesDomainIdAndTemplate) {
     const TypeParam failure(300, -2147418588, "%1 refused");
     EXPECT_EQ(failure.GetDomain(), 300);
     EXPECT_EQ(failure.GetErrorCode(), 0x8000FE24u);
     EXPECT_STREQ(failure.GetTemplate(), "%1 refused");
 }
 
-TEST(MarkerClasses, AreToldApart) {
+TEST(ExceptionsOfMarkerClasses, AreToldApart) {
     EXPECT_EQ((CaughtAs<ExceptionImpl<ZBase::BufferException>, ZBase::ContractManagerAllocException,
                         ZBase::MemGoverningException>()),
               "neither");
 }
 
-TEST(ExceptionImpl, OfAPlainMessageIsCaughtAsMessage) {
+TEST(ExceptionsImpl, OfAPlainMessageIsCaughtAsMessage) {
     EXPECT_EQ((CaughtAs<ExceptionImpl<Message>, ZBase::BufferException, Message>()), "second");
 }
 

@@ -34,13 +34,13 @@ TEST(Holders, AreOnePointerEach) {
     EXPECT_EQ(sizeof(ZBase::SmartPtrI<Counted>), sizeof(void*));
 }
 
-TEST(ReturnPtr, DeletesWhenItEnds) {
+TEST(HoldersReturnPtr, DeletesWhenItEnds) {
     int deleted = 0;
     { const Owner owner(new Deleted(&deleted)); }
     EXPECT_EQ(deleted, 1);
 }
 
-TEST(ReturnPtr, CopyTransfers) {
+TEST(HoldersReturnPtr, CopyTransfers) {
     int deleted = 0;
     {
         const Owner first(new Deleted(&deleted));
@@ -51,7 +51,7 @@ TEST(ReturnPtr, CopyTransfers) {
     EXPECT_EQ(deleted, 1);
 }
 
-TEST(ReturnPtr, LeavesAloneWhatWasTakenOver) {
+TEST(HoldersReturnPtr, LeavesAloneWhatWasTakenOver) {
     int deleted = 0;
     Deleted* object = nullptr;
     {
@@ -62,7 +62,7 @@ TEST(ReturnPtr, LeavesAloneWhatWasTakenOver) {
     delete object;
 }
 
-TEST(ReturnPtr, SwapExchanges) {
+TEST(HoldersReturnPtr, SwapExchanges) {
     int deleted = 0;
     Owner owner(new Deleted(&deleted));
     Deleted* taken = nullptr;
@@ -72,11 +72,11 @@ TEST(ReturnPtr, SwapExchanges) {
     EXPECT_EQ(deleted, 1);
 }
 
-TEST(DeleteC, LeavesNullAlone) {
+TEST(HoldersDeleteC, LeavesNullAlone) {
     ZBase::DeleteC<Deleted>()(nullptr);
 }
 
-TEST(ReturnPtrI, ReleasesTheOneReferenceItWasGiven) {
+TEST(HoldersReturnPtrI, ReleasesTheOneReferenceItWasGiven) {
     Counted object;
     object.AddRef();
     {
@@ -88,7 +88,7 @@ TEST(ReturnPtrI, ReleasesTheOneReferenceItWasGiven) {
     EXPECT_EQ(object.references, 0);
 }
 
-TEST(ReturnPtrI, DetachHandsTheReferenceOut) {
+TEST(HoldersReturnPtrI, DetachHandsTheReferenceOut) {
     Counted object;
     object.AddRef();
     {
@@ -98,7 +98,7 @@ TEST(ReturnPtrI, DetachHandsTheReferenceOut) {
     EXPECT_EQ(object.references, 1);
 }
 
-TEST(SmartPtrI, HoldsOneReferenceForEachHolder) {
+TEST(HoldersSmartPtrI, HoldsOneReferenceForEachHolder) {
     Counted object;
     {
         ZBase::SmartPtrI<Counted> first(&object);
@@ -117,7 +117,7 @@ TEST(SmartPtrI, HoldsOneReferenceForEachHolder) {
     EXPECT_EQ(object.references, 0);
 }
 
-TEST(SmartPtrI, KeepsItsObjectWhenAssignedToItself) {
+TEST(HoldersSmartPtrI, KeepsItsObjectWhenAssignedToItself) {
     Counted object;
     ZBase::SmartPtrI<Counted> holder(&object);
     const ZBase::SmartPtrI<Counted>& same = holder;
@@ -126,7 +126,7 @@ TEST(SmartPtrI, KeepsItsObjectWhenAssignedToItself) {
     EXPECT_EQ(holder.Get(), &object);
 }
 
-TEST(SmartPtrI, IsNullAlreadyWhenItsObjectIsReleased) {
+TEST(HoldersSmartPtrI, IsNullAlreadyWhenItsObjectIsReleased) {
     Counted object;
     ZBase::SmartPtrI<Counted> holder(&object);
     object.holder = &holder;
@@ -145,7 +145,7 @@ private:
     std::string* mpLog;  // held, not owned
 };
 
-TEST(ReferenceCountedImpl, LastReleaseTellsTheObjectAndDestroysIt) {
+TEST(HoldersReferenceCountedImpl, LastReleaseTellsTheObjectAndDestroysIt) {
     std::string log;
     Shared* object = new Shared(&log);
     object->AddRef();
@@ -158,7 +158,7 @@ TEST(ReferenceCountedImpl, LastReleaseTellsTheObjectAndDestroysIt) {
 
 class Fixed : private ZBase::NoCopy {};
 
-TEST(NoCopy, CanNotBeCopied) {
+TEST(HoldersNoCopy, CanNotBeCopied) {
     EXPECT_FALSE(std::is_copy_constructible_v<Fixed>);
     EXPECT_FALSE(std::is_copy_assignable_v<Fixed>);
     EXPECT_TRUE(std::is_default_constructible_v<Fixed>);

@@ -85,9 +85,9 @@ struct SettingCase {
     const char* growLimit;
 };
 
-class BufferSettings : public testing::TestWithParam<SettingCase> {};
+class LoadedBufferSettings : public testing::TestWithParam<SettingCase> {};
 
-TEST_P(BufferSettings, AreReadAtLoad) {
+TEST_P(LoadedBufferSettings, AreReadAtLoad) {
     std::vector<std::string> environment = {"ZENT_BUFFER_BLOCK_SIZE", "ZENT_BUFFER_DYNAMIC_GROW_LIMIT"};
     for (const std::string& variable : GetParam().environment) environment.push_back(variable);
     const ChildResult child = RunChild({ChildProgram("SettingsProbe")}, environment);
@@ -103,7 +103,7 @@ SettingCase GrowLimit(const char* name, const char* value, const char* expected)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, BufferSettings,
+    Rows, LoadedBufferSettings,
     testing::Values(SettingCase{"NeitherSet", {}, "4096", "268435456"},
                     BlockSize("BlockSize", "8192", "8192"), BlockSize("BlockSizeZero", "0", "0"),
                     BlockSize("BlockSizeWithLetters", "512KB", "512"),

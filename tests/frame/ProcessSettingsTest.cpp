@@ -13,13 +13,13 @@
 
 namespace {
 
-TEST(ContainerPath, IsEmptyAndNotNullUntilItIsSet) {
+TEST(ProcessSettingsContainerPath, IsEmptyAndNotNullUntilItIsSet) {
     const ZBase::ReturnString path = ZBase::GetContainerPath();
     ASSERT_NE(path.c_str(), nullptr);
     EXPECT_STREQ(path.c_str(), "");
 }
 
-TEST(ContainerPath, IsCopiedInAndOut) {
+TEST(ProcessSettingsContainerPath, IsCopiedInAndOut) {
     std::string text = "/opt/server/" + std::string(1000, 'x');
     ZBase::SetContainerPath(text.c_str());
     const std::string expected = text;
@@ -30,34 +30,34 @@ TEST(ContainerPath, IsCopiedInAndOut) {
     EXPECT_STREQ(ZBase::GetContainerPath().c_str(), "");
 }
 
-TEST(ProcessLocale, IsWhatTheProcessIsIn) {
+TEST(ProcessSettingsLocale, IsWhatTheProcessIsIn) {
     EXPECT_STREQ(ZBase::GetProcessLocale(), std::setlocale(LC_ALL, nullptr));
 }
 
-TEST(PageSize, IsTheSystemsOwn) {
+TEST(ProcessSettingsPageSize, IsTheSystemsOwn) {
     std::size_t size = 0;
     EXPECT_TRUE(ZBase::GetSymPageSize(&size));
     EXPECT_EQ(size, test::PageSize());
 }
 
-TEST(PageSize, IsToldToNobodyAsWell) {
+TEST(ProcessSettingsPageSize, IsToldToNobodyAsWell) {
     EXPECT_TRUE(ZBase::GetSymPageSize(nullptr));
 }
 
-TEST(Identifiers, AreTheSystemsOwn) {
+TEST(ProcessSettingsIdentifiers, AreTheSystemsOwn) {
     EXPECT_EQ(ZBase::GetCurrentProcessID(), static_cast<unsigned int>(getpid()));
     EXPECT_EQ(ZBase::GetCurrentThreadID(), test::ThreadId());
     EXPECT_EQ(ZBase::GetCurrentThreadIDNative(), ZBase::GetCurrentThreadID());
 }
 
-TEST(Identifiers, DifferFromThreadToThread) {
+TEST(ProcessSettingsIdentifiers, DifferFromThreadToThread) {
     unsigned long other = 0;
     std::thread([&other] { other = ZBase::GetCurrentThreadID(); }).join();
     EXPECT_NE(other, 0u);
     EXPECT_NE(other, ZBase::GetCurrentThreadID());
 }
 
-TEST(Sleep, LastsAtLeastAsLongAsTold) {
+TEST(ProcessSettingsSleep, LastsAtLeastAsLongAsTold) {
     const auto start = std::chrono::steady_clock::now();
     ZBase::Sleep(20);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));

@@ -20,7 +20,7 @@ template <class R>
 using CharacterOf = std::remove_const_t<std::remove_pointer_t<decltype(std::declval<R>().c_str())>>;
 
 template <class R>
-class ResultString : public testing::Test {
+class ReturnStringOfAnyKind : public testing::Test {
 protected:
     using Ch = CharacterOf<R>;
     using Text = std::vector<Ch>;
@@ -39,21 +39,21 @@ protected:
 };
 
 using ResultStrings = testing::Types<ZBase::ReturnString, ZBase::ReturnWString, ZBase::ReturnUString>;
-TYPED_TEST_SUITE(ResultString, ResultStrings);
+TYPED_TEST_SUITE(ReturnStringOfAnyKind, ResultStrings);
 
-TYPED_TEST(ResultString, IsOnePointer) {
+TYPED_TEST(ReturnStringOfAnyKind, IsOnePointer) {
     EXPECT_EQ(sizeof(TypeParam), sizeof(void*));
     EXPECT_FALSE(std::is_polymorphic_v<TypeParam>);
     EXPECT_FALSE(std::is_copy_assignable_v<TypeParam>);
 }
 
-TYPED_TEST(ResultString, OfNullIsNullWithLengthZero) {
+TYPED_TEST(ReturnStringOfAnyKind, OfNullIsNullWithLengthZero) {
     const TypeParam string(nullptr);
     EXPECT_EQ(string.c_str(), nullptr);
     EXPECT_EQ(string.GetLength(), 0u);
 }
 
-TYPED_TEST(ResultString, CopiesTextWithItsTerminator) {
+TYPED_TEST(ReturnStringOfAnyKind, CopiesTextWithItsTerminator) {
     const auto text = this->Terminated("abc");
     const TypeParam string(text.data());
     EXPECT_NE(string.c_str(), text.data());
@@ -61,50 +61,50 @@ TYPED_TEST(ResultString, CopiesTextWithItsTerminator) {
     EXPECT_EQ(string.GetLength(), 3u);
 }
 
-TYPED_TEST(ResultString, OfEmptyTextIsEmptyAndNotNull) {
+TYPED_TEST(ReturnStringOfAnyKind, OfEmptyTextIsEmptyAndNotNull) {
     const auto text = this->Terminated("");
     const TypeParam string(text.data());
     ASSERT_NE(string.c_str(), nullptr);
     EXPECT_EQ(string.GetLength(), 0u);
 }
 
-TYPED_TEST(ResultString, OfLengthZeroIsEmptyAndNotNull) {
+TYPED_TEST(ReturnStringOfAnyKind, OfLengthZeroIsEmptyAndNotNull) {
     const TypeParam string(std::size_t{0}, nullptr);
     ASSERT_NE(string.c_str(), nullptr);
     EXPECT_EQ(string.c_str()[0], 0);
 }
 
-TYPED_TEST(ResultString, OfLengthZeroDoesNotLookAtTheText) {
+TYPED_TEST(ReturnStringOfAnyKind, OfLengthZeroDoesNotLookAtTheText) {
     const auto* unreadable = reinterpret_cast<const CharacterOf<TypeParam>*>(std::uintptr_t{16});
     const TypeParam string(std::size_t{0}, unreadable);
     EXPECT_EQ(string.GetLength(), 0u);
 }
 
-TYPED_TEST(ResultString, OfLengthWithoutTextIsAllZero) {
+TYPED_TEST(ReturnStringOfAnyKind, OfLengthWithoutTextIsAllZero) {
     const TypeParam string(std::size_t{5}, nullptr);
     EXPECT_EQ(this->Block(string, 6), std::vector<CharacterOf<TypeParam>>(6, 0));
 }
 
-TYPED_TEST(ResultString, LongerThanItsTextIsPaddedWithZeros) {
+TYPED_TEST(ReturnStringOfAnyKind, LongerThanItsTextIsPaddedWithZeros) {
     const auto text = this->Terminated("ab");
     const TypeParam string(std::size_t{5}, text.data());
     EXPECT_EQ(string.GetLength(), 2u);
     EXPECT_EQ(this->Block(string, 6), (std::vector<CharacterOf<TypeParam>>{'a', 'b', 0, 0, 0, 0}));
 }
 
-TYPED_TEST(ResultString, ShorterThanItsTextIsCutAndTerminated) {
+TYPED_TEST(ReturnStringOfAnyKind, ShorterThanItsTextIsCutAndTerminated) {
     const auto text = this->Terminated("abcdef");
     const TypeParam string(std::size_t{3}, text.data());
     EXPECT_EQ(this->Block(string, 4), (std::vector<CharacterOf<TypeParam>>{'a', 'b', 'c', 0}));
 }
 
-TYPED_TEST(ResultString, OfUnterminatedTextReadsNoMoreThanItsLength) {
+TYPED_TEST(ReturnStringOfAnyKind, OfUnterminatedTextReadsNoMoreThanItsLength) {
     const std::vector<CharacterOf<TypeParam>> text{'a', 'b', 'c'};  // a sanitizer reports a fourth read
     const TypeParam string(std::size_t{3}, text.data());
     EXPECT_EQ(string.GetLength(), 3u);
 }
 
-TYPED_TEST(ResultString, CopyTransfersAndLeavesTheSourceNull) {
+TYPED_TEST(ReturnStringOfAnyKind, CopyTransfersAndLeavesTheSourceNull) {
     const auto text = this->Terminated("abc");
     const TypeParam a(text.data());
     const auto* block = a.c_str();
@@ -117,7 +117,7 @@ TYPED_TEST(ResultString, CopyTransfersAndLeavesTheSourceNull) {
     EXPECT_EQ(b.GetLength(), 3u);
 }
 
-TYPED_TEST(ResultString, TransferredFromFreesNothing) {
+TYPED_TEST(ReturnStringOfAnyKind, TransferredFromFreesNothing) {
     const auto text = this->Terminated("abc");
     const std::size_t before = test::LiveBlocks();
     {
@@ -130,7 +130,7 @@ TYPED_TEST(ResultString, TransferredFromFreesNothing) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TYPED_TEST(ResultString, BlockIsAnEmptyTextWhenItIsFreed) {
+TYPED_TEST(ReturnStringOfAnyKind, BlockIsAnEmptyTextWhenItIsFreed) {
     const auto text = this->Terminated("abc");
     TypeParam* string = new TypeParam(text.data());
     const test::FreedBlock block(string->c_str(), 2 * sizeof(CharacterOf<TypeParam>));
@@ -142,7 +142,7 @@ TYPED_TEST(ResultString, BlockIsAnEmptyTextWhenItIsFreed) {
     EXPECT_EQ(units[1], 'b');
 }
 
-TYPED_TEST(ResultString, SwapWithNullHandsTheBlockOut) {
+TYPED_TEST(ReturnStringOfAnyKind, SwapWithNullHandsTheBlockOut) {
     const auto text = this->Terminated("abc");
     TypeParam string(text.data());
     const auto* block = string.c_str();
@@ -155,7 +155,7 @@ TYPED_TEST(ResultString, SwapWithNullHandsTheBlockOut) {
     EXPECT_EQ(taken, nullptr);
 }
 
-TYPED_TEST(ResultString, ThrowsAndLeaksNothingWithoutMemory) {
+TYPED_TEST(ReturnStringOfAnyKind, ThrowsAndLeaksNothingWithoutMemory) {
     const auto text = this->Terminated("abc");
     const std::size_t before = test::LiveBlocks();
     const auto failures = test::ForEachFailingAllocation([&] {
@@ -169,7 +169,7 @@ TYPED_TEST(ResultString, ThrowsAndLeaksNothingWithoutMemory) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TYPED_TEST(ResultString, BeyondTheLargestSizeIsABadArrayLength) {
+TYPED_TEST(ReturnStringOfAnyKind, BeyondTheLargestSizeIsABadArrayLength) {
     constexpr std::size_t largest = std::numeric_limits<std::size_t>::max();
     constexpr std::size_t unit = sizeof(CharacterOf<TypeParam>);
     EXPECT_THROW(TypeParam(largest, nullptr), std::bad_array_new_length);
@@ -177,7 +177,7 @@ TYPED_TEST(ResultString, BeyondTheLargestSizeIsABadArrayLength) {
     EXPECT_THROW(TypeParam(largest / unit - 1, nullptr), std::bad_alloc);
 }
 
-TEST(ResultStringOfGibibytes, IsCutWhereTheLowHalfOfTheLengthSays) {
+TEST(ReturnStringOfGibibytes, IsCutWhereTheLowHalfOfTheLengthSays) {
     constexpr std::size_t twoTo31 = std::size_t{1} << 31;
     EXPECT_EQ(ZBase::detail::CutPosition(0), 0u);
     EXPECT_EQ(ZBase::detail::CutPosition(5), 5u);

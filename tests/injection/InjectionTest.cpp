@@ -168,27 +168,29 @@ std::vector<std::size_t> AllBut(EWhere elsewhere) {
 }
 
 // First, since what comes behind uses the library in this process.
-class FirstUse : public testing::TestWithParam<std::size_t> {};
+class InjectionAtTheFirstUse : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(FirstUse, EndsAsPromisedAndTheNextCallWorks) {
+TEST_P(InjectionAtTheFirstUse, EndsAsPromisedAndTheNextCallWorks) {
     const Operation& operation = test::Operations()[GetParam()];
     std::size_t failures = 0;
     EXPECT_EQ(TryInChildren(operation, failures), "");
     RecordProperty("failures", static_cast<int>(failures));
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, FirstUse, testing::ValuesIn(AllBut(EWhere::eInOneProcess)), NameOfTest);
+INSTANTIATE_TEST_SUITE_P(Operations, InjectionAtTheFirstUse, testing::ValuesIn(AllBut(EWhere::eInOneProcess)),
+                         NameOfTest);
 
-class LaterUse : public testing::TestWithParam<std::size_t> {};
+class InjectionAtALaterUse : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(LaterUse, EndsAsPromisedLeaksNothingAndTheNextCallWorks) {
+TEST_P(InjectionAtALaterUse, EndsAsPromisedLeaksNothingAndTheNextCallWorks) {
     const Operation& operation = test::Operations()[GetParam()];
     std::size_t failures = 0;
     EXPECT_EQ(TryAgainAndAgain(operation, failures), "");
     RecordProperty("failures", static_cast<int>(failures));
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, LaterUse, testing::ValuesIn(AllBut(EWhere::eInChildren)), NameOfTest);
+INSTANTIATE_TEST_SUITE_P(Operations, InjectionAtALaterUse, testing::ValuesIn(AllBut(EWhere::eInChildren)),
+                         NameOfTest);
 
 // The table against the list of what the library exports.
 

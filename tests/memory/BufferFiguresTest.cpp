@@ -16,7 +16,7 @@ using ZBase::BufferFigures;
 using ZBase::BufferPtr;
 using ZBase::GetBufferFigures;
 
-class Figures : public testing::TestWithParam<Implementation> {
+class BufferFiguresTest : public testing::TestWithParam<Implementation> {
 protected:
     void ExpectMore(std::size_t chunks, std::size_t bytes, std::size_t onBoundary) const {
         const BufferFigures now = GetBufferFigures();
@@ -28,10 +28,10 @@ protected:
     const BufferFigures mBefore = GetBufferFigures();
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Figures, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, BufferFiguresTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(Figures, RiseByEachChunkAndFallWithTheBuffer) {
+TEST_P(BufferFiguresTest, RiseByEachChunkAndFallWithTheBuffer) {
     BufferPtr buffer = test::MakeBuffer(GetParam(), {.growthBlocks = 2});
     ExpectMore(0, 0, 0);
     buffer->Allocate(8);
@@ -42,14 +42,14 @@ TEST_P(Figures, RiseByEachChunkAndFallWithTheBuffer) {
     ExpectMore(0, 0, 0);
 }
 
-TEST_P(Figures, TellWholePagesApart) {
+TEST_P(BufferFiguresTest, TellWholePagesApart) {
     BufferPtr buffer = test::MakeBuffer(GetParam(), {.initialBlocks = 2, .onBoundary = true});
     ExpectMore(0, 0, 8192);
     buffer.reset();
     ExpectMore(0, 0, 0);
 }
 
-TEST_P(Figures, LeaveOutTheFirstChunkThatLiesWithTheBuffer) {
+TEST_P(BufferFiguresTest, LeaveOutTheFirstChunkThatLiesWithTheBuffer) {
     BufferPtr buffer = test::MakeBuffer(GetParam(), {.initialBlocks = 1, .blockSize = 1024});
     ExpectMore(0, 0, 0);
     buffer->Allocate(4096);
@@ -58,7 +58,7 @@ TEST_P(Figures, LeaveOutTheFirstChunkThatLiesWithTheBuffer) {
     ExpectMore(0, 0, 0);
 }
 
-TEST_P(Figures, DoNotCountWhatDidNotCome) {
+TEST_P(BufferFiguresTest, DoNotCountWhatDidNotCome) {
     test::RecordingContract contract;
     contract.throwInSettleChunk = true;
     const BufferPtr buffer = test::MakeBuffer(GetParam(), {.contract = &contract});
@@ -66,7 +66,7 @@ TEST_P(Figures, DoNotCountWhatDidNotCome) {
     ExpectMore(0, 0, 0);
 }
 
-TEST(FiguresOfThreads, ComeOutEvenInTheEnd) {
+TEST(BufferFiguresOfThreads, ComeOutEvenInTheEnd) {
     const BufferFigures before = GetBufferFigures();
     {
         std::vector<std::jthread> threads;

@@ -18,7 +18,7 @@ using ZBase::LimitGrowth;
 
 constexpr std::size_t kBlock = 4096;
 
-class Growth : public testing::TestWithParam<Implementation> {
+class BufferGrowth : public testing::TestWithParam<Implementation> {
 protected:
     BufferPtr Make(int growthBlocks) {
         return test::MakeBuffer(GetParam(), {.growthBlocks = growthBlocks, .contract = &mContract});
@@ -37,10 +37,10 @@ protected:
     test::RecordingContract mContract;
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Growth, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, BufferGrowth, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(Growth, EndsAtTheLimitAndAnotherBufferGoesOn) {
+TEST_P(BufferGrowth, EndsAtTheLimitAndAnotherBufferGoesOn) {
     const BufferPtr limited = Make(1);
     const BufferPtr other = Make(1);
     EXPECT_TRUE(LimitGrowth(limited.get(), 4 * kBlock + 100));
@@ -48,27 +48,27 @@ TEST_P(Growth, EndsAtTheLimitAndAnotherBufferGoesOn) {
     EXPECT_EQ(Chunks(*other, 18), (std::vector<std::size_t>{1, 2, 3, 5, 8}));
 }
 
-TEST_P(Growth, ByZeroThereIsNone) {
+TEST_P(BufferGrowth, ByZeroThereIsNone) {
     const BufferPtr buffer = Make(2);
     EXPECT_TRUE(LimitGrowth(buffer.get(), 0));
     EXPECT_EQ(Chunks(*buffer, 8), (std::vector<std::size_t>{2, 2, 2, 2}));
 }
 
-TEST_P(Growth, WhatIsLargerAlreadyStaysSo) {
+TEST_P(BufferGrowth, WhatIsLargerAlreadyStaysSo) {
     const BufferPtr buffer = Make(1);
     EXPECT_EQ(Chunks(*buffer, 6), (std::vector<std::size_t>{1, 2, 3}));
     EXPECT_TRUE(LimitGrowth(buffer.get(), 2 * kBlock));
     EXPECT_EQ(Chunks(*buffer, 10), (std::vector<std::size_t>{5, 5}));
 }
 
-TEST_P(Growth, APieceThatNeedsMoreStillGetsIt) {
+TEST_P(BufferGrowth, APieceThatNeedsMoreStillGetsIt) {
     const BufferPtr buffer = Make(1);
     EXPECT_TRUE(LimitGrowth(buffer.get(), 2 * kBlock));
     EXPECT_EQ(Chunks(*buffer, 1, 50 * kBlock), (std::vector<std::size_t>{50}));
     EXPECT_NE(buffer->Allocate(8), nullptr);
 }
 
-TEST_P(Growth, OfABufferThatIsRefusedStopsAtTheLimit) {
+TEST_P(BufferGrowth, OfABufferThatIsRefusedStopsAtTheLimit) {
     const BufferPtr buffer = Make(1);
     EXPECT_TRUE(LimitGrowth(buffer.get(), 3 * kBlock));
     mContract.chunkCode = 1816;
@@ -80,7 +80,7 @@ TEST_P(Growth, OfABufferThatIsRefusedStopsAtTheLimit) {
     }
 }
 
-TEST(GrowthLimit, ReachesThroughADebuggingBuffer) {
+TEST(BufferGrowthLimit, ReachesThroughADebuggingBuffer) {
     test::RecordingContract contract;
     {
         const BufferPtr buffer(ZBase::CreateDebugBuffer(0, 1, &contract, kBlock, false));
@@ -90,7 +90,7 @@ TEST(GrowthLimit, ReachesThroughADebuggingBuffer) {
     }
 }
 
-TEST(GrowthLimit, IsRefusedWithoutABufferOfTheLibrary) {
+TEST(BufferGrowthLimit, IsRefusedWithoutABufferOfTheLibrary) {
     EXPECT_FALSE(LimitGrowth(nullptr, 1));
     struct : test::StandInBuffer {
         void* Allocate(std::size_t) override { return nullptr; }

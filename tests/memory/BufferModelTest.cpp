@@ -161,7 +161,7 @@ private:
     BufferPtr mBuffer;
 };
 
-class BufferAndModel : public testing::TestWithParam<Implementation> {
+class BufferModelAndBuffer : public testing::TestWithParam<Implementation> {
 protected:
     void SetUp() override { SetCallBackVirtualAlloc(TakePages); }
     void TearDown() override {
@@ -170,10 +170,10 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, BufferAndModel, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, BufferModelAndBuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(BufferAndModel, AgreeToTheByteOnRandomPrograms) {
+TEST_P(BufferModelAndBuffer, AgreeToTheByteOnRandomPrograms) {
     for (unsigned int seed = 0; seed != kPrograms && !HasFailure(); ++seed) {
         Buffer::sGrowDanamically = true;
         SCOPED_TRACE(seed);
@@ -182,7 +182,7 @@ TEST_P(BufferAndModel, AgreeToTheByteOnRandomPrograms) {
 }
 
 // The step at the growth limit: chunks of 61446 blocks and more are the last that grow the next.
-TEST_P(BufferAndModel, GrowthStopsAtTheLimit) {
+TEST_P(BufferModelAndBuffer, GrowthStopsAtTheLimit) {
     BufferPtr buffer = MakeBuffer(GetParam(), {.onBoundary = true});
     std::vector<std::size_t> chunks;
     while (chunks.size() < 30) {

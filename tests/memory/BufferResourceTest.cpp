@@ -17,15 +17,15 @@ using test::Implementation;
 using ZBase::BufferPtr;
 using ZBase::BufferResource;
 
-class Resources : public testing::TestWithParam<Implementation> {
+class BufferResources : public testing::TestWithParam<Implementation> {
 protected:
     const BufferPtr mBuffer = test::MakeBuffer(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, Resources, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, BufferResources, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(Resources, HoldContainers) {
+TEST_P(BufferResources, HoldContainers) {
     BufferResource memory(mBuffer.get());
     std::pmr::vector<int> numbers(&memory);
     std::pmr::map<int, std::pmr::string> names(&memory);
@@ -38,7 +38,7 @@ TEST_P(Resources, HoldContainers) {
     EXPECT_GT(mBuffer->GetUsedBytes(), 1000 * (sizeof(int) + sizeof(std::pmr::string)));
 }
 
-TEST_P(Resources, AlignAsAskedAndTakeNoMoreWhereNothingIsToBeAligned) {
+TEST_P(BufferResources, AlignAsAskedAndTakeNoMoreWhereNothingIsToBeAligned) {
     BufferResource memory(mBuffer.get());
     for (const std::size_t alignment : {1u, 8u, 16u, 64u, 4096u}) {
         void* const piece = memory.allocate(24, alignment);
@@ -50,7 +50,7 @@ TEST_P(Resources, AlignAsAskedAndTakeNoMoreWhereNothingIsToBeAligned) {
     EXPECT_EQ(mBuffer->GetUsedBytes(), used + 8 + 24);
 }
 
-TEST_P(Resources, GiveNothingBack) {
+TEST_P(BufferResources, GiveNothingBack) {
     BufferResource memory(mBuffer.get());
     void* const piece = memory.allocate(100, 8);
     const std::size_t used = mBuffer->GetUsedBytes();
@@ -59,7 +59,7 @@ TEST_P(Resources, GiveNothingBack) {
     EXPECT_NE(memory.allocate(100, 8), piece);
 }
 
-TEST_P(Resources, OverOneBufferAreEqual) {
+TEST_P(BufferResources, OverOneBufferAreEqual) {
     const BufferPtr other = test::MakeBuffer(GetParam());
     const BufferResource first(mBuffer.get());
     const BufferResource second(mBuffer.get());
@@ -69,7 +69,7 @@ TEST_P(Resources, OverOneBufferAreEqual) {
     EXPECT_EQ(first.GetBuffer(), mBuffer.get());
 }
 
-TEST_P(Resources, FailAsTheBufferDoes) {
+TEST_P(BufferResources, FailAsTheBufferDoes) {
     BufferResource memory(mBuffer.get());
     volatile std::size_t all = SIZE_MAX;  // volatile, or the compiler warns that no object can be so large
     EXPECT_THROW(static_cast<void>(memory.allocate(all / 2, 8)), std::bad_alloc);
@@ -78,16 +78,6 @@ TEST_P(Resources, FailAsTheBufferDoes) {
     std::pmr::vector<int> numbers(&memory);
     EXPECT_THROW(numbers.push_back(1), ZBase::BufferException);
     EXPECT_TRUE(numbers.empty());
-}
-
-TEST(BufferPtr, DeletesByDelete) {
-    int runs = 0;
-    {
-        const BufferPtr buffer(ZBase::CreateBufferSingleThread(1, 1, nullptr, 0, false));
-        buffer->AddCleanup([](void* count) { ++*static_cast<int*>(count); }, &runs);
-        const BufferPtr none;
-    }
-    EXPECT_EQ(runs, 1);
 }
 
 }  // namespace

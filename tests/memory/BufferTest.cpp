@@ -25,15 +25,15 @@ using test::Implementation;
 
 constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max();
 
-class AnyBuffer : public testing::TestWithParam<Implementation> {
+class BufferOfAnyKind : public testing::TestWithParam<Implementation> {
 protected:
     BufferPtr Make(const BufferArguments& arguments = {}) { return test::MakeBuffer(GetParam(), arguments); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, AnyBuffer, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, BufferOfAnyKind, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(AnyBuffer, BlockSizeIsAtLeast256AndAMultipleOf256) {
+TEST_P(BufferOfAnyKind, BlockSizeIsAtLeast256AndAMultipleOf256) {
     const std::pair<std::size_t, std::size_t> cases[] = {{1, 256},     {255, 256},  {256, 256}, {257, 512},
                                                          {511, 512},   {512, 512},  {513, 768}, {4095, 4096},
                                                          {4096, 4096}, {4097, 4352}};
@@ -43,7 +43,7 @@ TEST_P(AnyBuffer, BlockSizeIsAtLeast256AndAMultipleOf256) {
     }
 }
 
-TEST_P(AnyBuffer, BlockSizeOfZeroMeansTheDefaultAtTheTimeOfTheCall) {
+TEST_P(BufferOfAnyKind, BlockSizeOfZeroMeansTheDefaultAtTheTimeOfTheCall) {
     const std::size_t before = Buffer::sDefaultBlockSize;
     EXPECT_EQ(Make({.initialBlocks = 1, .blockSize = 0})->GetTotalBytes(), before);
     Buffer::sDefaultBlockSize = 1000;
@@ -53,13 +53,13 @@ TEST_P(AnyBuffer, BlockSizeOfZeroMeansTheDefaultAtTheTimeOfTheCall) {
     Buffer::sDefaultBlockSize = before;
 }
 
-TEST_P(AnyBuffer, DefaultBlockSizeIsThatOfTheEnvironmentAtLoad) {
+TEST_P(BufferOfAnyKind, DefaultBlockSizeIsThatOfTheEnvironmentAtLoad) {
     SetEnvironmentVariable("ZENT_BUFFER_BLOCK_SIZE"_w, "8192"_w);
     EXPECT_EQ(Make({.initialBlocks = 1, .blockSize = 0})->GetTotalBytes(), 4096u);
     SetEnvironmentVariable("ZENT_BUFFER_BLOCK_SIZE"_w, nullptr);
 }
 
-TEST_P(AnyBuffer, WithoutInitialBlocksThereIsNoMemoryUntilTheFirstPiece) {
+TEST_P(BufferOfAnyKind, WithoutInitialBlocksThereIsNoMemoryUntilTheFirstPiece) {
     for (const int none : {0, -1, std::numeric_limits<int>::min()}) {
         BufferPtr buffer = Make({.initialBlocks = none, .growthBlocks = none});
         EXPECT_EQ(buffer->GetTotalBytes(), 0u);
@@ -68,7 +68,7 @@ TEST_P(AnyBuffer, WithoutInitialBlocksThereIsNoMemoryUntilTheFirstPiece) {
     }
 }
 
-TEST_P(AnyBuffer, InitialChunkDoesNotGrowTheNext) {
+TEST_P(BufferOfAnyKind, InitialChunkDoesNotGrowTheNext) {
     BufferPtr buffer = Make({.initialBlocks = 2});
     EXPECT_EQ(buffer->GetTotalBytes(), 8192u);
     buffer->Allocate(8192);
@@ -78,7 +78,7 @@ TEST_P(AnyBuffer, InitialChunkDoesNotGrowTheNext) {
     EXPECT_EQ(buffer->GetTotalBytes(), 8192u + 4096u + 8192u);
 }
 
-TEST_P(AnyBuffer, PieceOfNothingTakesEightBytes) {
+TEST_P(BufferOfAnyKind, PieceOfNothingTakesEightBytes) {
     BufferPtr buffer = Make();
     EXPECT_NE(buffer->Allocate(0), nullptr);
     EXPECT_EQ(buffer->GetUsedBytes(), 8u);
@@ -86,7 +86,7 @@ TEST_P(AnyBuffer, PieceOfNothingTakesEightBytes) {
     EXPECT_EQ(buffer->GetUsedBytes(), 16u);
 }
 
-TEST_P(AnyBuffer, PiecesStandSideBySideRoundedToEight) {
+TEST_P(BufferOfAnyKind, PiecesStandSideBySideRoundedToEight) {
     BufferPtr buffer = Make();
     auto* const first = static_cast<char*>(buffer->Allocate(13));
     auto* const second = static_cast<char*>(buffer->Allocate(13));
@@ -95,7 +95,7 @@ TEST_P(AnyBuffer, PiecesStandSideBySideRoundedToEight) {
     EXPECT_EQ(buffer->GetUsedBytes(), 32u);
 }
 
-TEST_P(AnyBuffer, RoundingStepsBehindEachMultipleOfEight) {
+TEST_P(BufferOfAnyKind, RoundingStepsBehindEachMultipleOfEight) {
     for (std::size_t size = 1; size <= 64; ++size) {
         BufferPtr buffer = Make();
         buffer->Allocate(size);
@@ -103,7 +103,7 @@ TEST_P(AnyBuffer, RoundingStepsBehindEachMultipleOfEight) {
     }
 }
 
-TEST_P(AnyBuffer, ChunksGrowByHalfRoundedUp) {
+TEST_P(BufferOfAnyKind, ChunksGrowByHalfRoundedUp) {
     BufferPtr buffer = Make();
     std::size_t total = 0;
     for (const std::size_t blocks : {1, 2, 3, 5, 8, 12, 18, 27, 41, 62, 93, 140}) {
@@ -113,7 +113,7 @@ TEST_P(AnyBuffer, ChunksGrowByHalfRoundedUp) {
     }
 }
 
-TEST_P(AnyBuffer, PieceAboveTheNextChunkGetsItsRoundedBlocksAndGrowthIsAsEver) {
+TEST_P(BufferOfAnyKind, PieceAboveTheNextChunkGetsItsRoundedBlocksAndGrowthIsAsEver) {
     BufferPtr buffer = Make();
     buffer->Allocate(10000);
     EXPECT_EQ(buffer->GetTotalBytes(), 12288u);
@@ -121,7 +121,7 @@ TEST_P(AnyBuffer, PieceAboveTheNextChunkGetsItsRoundedBlocksAndGrowthIsAsEver) {
     EXPECT_EQ(buffer->GetTotalBytes(), 12288u + 8192u);
 }
 
-TEST_P(AnyBuffer, ChunksOfOneSizeWhenGrowthIsOff) {
+TEST_P(BufferOfAnyKind, ChunksOfOneSizeWhenGrowthIsOff) {
     Buffer::sGrowDanamically = false;
     BufferPtr buffer = Make({.growthBlocks = 3, .blockSize = 256});
     for (std::size_t chunks = 1; chunks != 20; ++chunks) {
@@ -131,7 +131,7 @@ TEST_P(AnyBuffer, ChunksOfOneSizeWhenGrowthIsOff) {
     Buffer::sGrowDanamically = true;
 }
 
-TEST_P(AnyBuffer, KilobytesAreRoundedDown) {
+TEST_P(BufferOfAnyKind, KilobytesAreRoundedDown) {
     BufferPtr buffer = Make({.initialBlocks = 1, .blockSize = 1280});
     EXPECT_EQ(buffer->GetTotalKB(), 1u);
     buffer->Allocate(1016);
@@ -140,7 +140,7 @@ TEST_P(AnyBuffer, KilobytesAreRoundedDown) {
     EXPECT_EQ(buffer->GetUsedKB(), 1u);
 }
 
-TEST_P(AnyBuffer, EnsureAvailableBringsAChunkAndHandsNothingOut) {
+TEST_P(BufferOfAnyKind, EnsureAvailableBringsAChunkAndHandsNothingOut) {
     BufferPtr buffer = Make();
     EXPECT_TRUE(buffer->EnsureAvailable(100));
     EXPECT_EQ(buffer->GetUsedBytes(), 0u);
@@ -153,7 +153,7 @@ TEST_P(AnyBuffer, EnsureAvailableBringsAChunkAndHandsNothingOut) {
     EXPECT_EQ(buffer->GetTotalBytes(), 4096u + 8192u);
 }
 
-TEST_P(AnyBuffer, EnsuredSizeIsRoundedAsAPieceIs) {
+TEST_P(BufferOfAnyKind, EnsuredSizeIsRoundedAsAPieceIs) {
     BufferPtr buffer = Make({.initialBlocks = 1});
     buffer->Allocate(4096 - 8);
     EXPECT_TRUE(buffer->EnsureAvailable(0));
@@ -161,7 +161,7 @@ TEST_P(AnyBuffer, EnsuredSizeIsRoundedAsAPieceIs) {
     EXPECT_EQ(buffer->GetTotalBytes(), 4096u);
 }
 
-TEST_P(AnyBuffer, LimitMayBePassedByOneChunk) {
+TEST_P(BufferOfAnyKind, LimitMayBePassedByOneChunk) {
     BufferPtr buffer = Make({.initialBlocks = 1});
     buffer->SetLimit(4096);
     buffer->Allocate(4096);
@@ -175,14 +175,14 @@ TEST_P(AnyBuffer, LimitMayBePassedByOneChunk) {
     buffer->Allocate(8192);
 }
 
-TEST_P(AnyBuffer, LimitIsTestedOnlyWhereAChunkIsNeeded) {
+TEST_P(BufferOfAnyKind, LimitIsTestedOnlyWhereAChunkIsNeeded) {
     BufferPtr buffer = Make({.initialBlocks = 1});
     buffer->SetLimit(1);
     buffer->Allocate(4096);
     EXPECT_THROW(buffer->Allocate(1), BufferException);
 }
 
-TEST_P(AnyBuffer, NegativeLimitIsNone) {
+TEST_P(BufferOfAnyKind, NegativeLimitIsNone) {
     for (const std::int64_t none :
          {std::int64_t{0}, std::int64_t{-5}, std::numeric_limits<std::int64_t>::min()}) {
         BufferPtr buffer = Make();
@@ -192,7 +192,7 @@ TEST_P(AnyBuffer, NegativeLimitIsNone) {
     }
 }
 
-TEST_P(AnyBuffer, LimitFailureSaysWhatAndWho) {
+TEST_P(BufferOfAnyKind, LimitFailureSaysWhatAndWho) {
     BufferPtr buffer = Make({.initialBlocks = 1});
     buffer->SetLimit(1);
     try {
@@ -204,7 +204,7 @@ TEST_P(AnyBuffer, LimitFailureSaysWhatAndWho) {
     }
 }
 
-TEST_P(AnyBuffer, LockedBufferRefusesAndStaysReadable) {
+TEST_P(BufferOfAnyKind, LockedBufferRefusesAndStaysReadable) {
     BufferPtr buffer = Make({.onBoundary = true});
     auto* const piece = static_cast<char*>(buffer->Allocate(100));
     std::strcpy(piece, "kept");
@@ -217,25 +217,25 @@ TEST_P(AnyBuffer, LockedBufferRefusesAndStaysReadable) {
     EXPECT_EQ(buffer->GetTotalBytes(), 4096u);
 }
 
-TEST_P(AnyBuffer, LockedEmptyBufferRefuses) {
+TEST_P(BufferOfAnyKind, LockedEmptyBufferRefuses) {
     BufferPtr buffer = Make();
     buffer->Lock();
     EXPECT_THROW(buffer->Allocate(8), BufferException);
     EXPECT_FALSE(buffer->EnsureAvailable(8));
 }
 
-TEST_P(AnyBuffer, LockingTwiceIsLocking) {
+TEST_P(BufferOfAnyKind, LockingTwiceIsLocking) {
     BufferPtr buffer = Make({.initialBlocks = 1, .onBoundary = true});
     buffer->Lock();
     buffer->Lock();
     EXPECT_THROW(buffer->Allocate(8), BufferException);
 }
 
-using AnyBufferDeathTest = AnyBuffer;
-INSTANTIATE_TEST_SUITE_P(Both, AnyBufferDeathTest, testing::ValuesIn(test::kImplementations),
+using BufferOfAnyKindDeathTest = BufferOfAnyKind;
+INSTANTIATE_TEST_SUITE_P(Both, BufferOfAnyKindDeathTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(AnyBufferDeathTest, WriteIntoALockedPieceFaults) {
+TEST_P(BufferOfAnyKindDeathTest, WriteIntoALockedPieceFaults) {
     BufferPtr buffer = Make({.onBoundary = true});
     auto* const piece = static_cast<volatile char*>(buffer->Allocate(100));
     *piece = 'a';
@@ -243,7 +243,7 @@ TEST_P(AnyBufferDeathTest, WriteIntoALockedPieceFaults) {
     EXPECT_DEATH(*piece = 'b', "");
 }
 
-TEST_P(AnyBuffer, LockedThenDestroyedOnTheHeapLeavesTheHeapHealthy) {
+TEST_P(BufferOfAnyKind, LockedThenDestroyedOnTheHeapLeavesTheHeapHealthy) {
     for (int round = 0; round != 20; ++round) {
         BufferPtr buffer = Make({.initialBlocks = 4});
         for (int i = 0; i != 50; ++i) std::memset(buffer->Allocate(5000), i, 5000);
@@ -255,7 +255,7 @@ TEST_P(AnyBuffer, LockedThenDestroyedOnTheHeapLeavesTheHeapHealthy) {
     }
 }
 
-TEST_P(AnyBuffer, SmallRegionThatNobodyPaysForIsOneHeapBlock) {
+TEST_P(BufferOfAnyKind, SmallRegionThatNobodyPaysForIsOneHeapBlock) {
     const std::size_t live = test::LiveBlocks();
     for (const std::size_t blockSize : {std::size_t{256}, std::size_t{4096}}) {
         const std::size_t before = test::AllocationCount();
@@ -270,7 +270,7 @@ TEST_P(AnyBuffer, SmallRegionThatNobodyPaysForIsOneHeapBlock) {
 }
 
 // A lock protects whole pages, and a small chunk is next to its buffer object.
-TEST_P(AnyBuffer, SmallChunkIsNeverAWholePage) {
+TEST_P(BufferOfAnyKind, SmallChunkIsNeverAWholePage) {
     std::vector<BufferPtr> buffers;
     for (int i = 0; i != 3000; ++i) {
         BufferPtr& buffer = buffers.emplace_back(Make({.initialBlocks = 1, .blockSize = 4096}));
@@ -281,7 +281,7 @@ TEST_P(AnyBuffer, SmallChunkIsNeverAWholePage) {
     }
 }
 
-TEST_P(AnyBuffer, LockedHeapBufferLeavesItsNeighboursWritable) {
+TEST_P(BufferOfAnyKind, LockedHeapBufferLeavesItsNeighboursWritable) {
     std::vector<std::vector<char>> neighbours;
     std::vector<BufferPtr> buffers;
     for (int i = 0; i != 64; ++i) {
@@ -293,7 +293,7 @@ TEST_P(AnyBuffer, LockedHeapBufferLeavesItsNeighboursWritable) {
     for (auto& neighbour : neighbours) std::memset(neighbour.data(), 1, neighbour.size());
 }
 
-TEST_P(AnyBuffer, LockedThenDestroyedOnBoundaryGivesItsPagesBack) {
+TEST_P(BufferOfAnyKind, LockedThenDestroyedOnBoundaryGivesItsPagesBack) {
     const std::size_t before = Buffer::GetOnBoundaryAllocTotal();
     for (int round = 0; round != 20; ++round) {
         BufferPtr buffer = Make({.onBoundary = true});
@@ -303,7 +303,7 @@ TEST_P(AnyBuffer, LockedThenDestroyedOnBoundaryGivesItsPagesBack) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), before);
 }
 
-TEST_P(AnyBuffer, OnBoundaryChunksAreWholeZeroedPages) {
+TEST_P(BufferOfAnyKind, OnBoundaryChunksAreWholeZeroedPages) {
     std::size_t page = 0;
     GetSymPageSize(&page);
     const std::size_t before = Buffer::GetOnBoundaryAllocTotal();
@@ -319,7 +319,7 @@ TEST_P(AnyBuffer, OnBoundaryChunksAreWholeZeroedPages) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), before);
 }
 
-TEST_P(AnyBuffer, PlacementOperatorsTakePieces) {
+TEST_P(BufferOfAnyKind, PlacementOperatorsTakePieces) {
     struct Widget {
         int values[5];
     };
@@ -335,7 +335,7 @@ TEST_P(AnyBuffer, PlacementOperatorsTakePieces) {
     EXPECT_EQ(buffer->GetUsedBytes(), 40u);
 }
 
-TEST_P(AnyBuffer, ThrowingConstructorLeavesItsPieceSpent) {
+TEST_P(BufferOfAnyKind, ThrowingConstructorLeavesItsPieceSpent) {
     struct Thrower {
         Thrower() { throw std::runtime_error("no"); }
         char bytes[40];
@@ -345,7 +345,7 @@ TEST_P(AnyBuffer, ThrowingConstructorLeavesItsPieceSpent) {
     EXPECT_EQ(buffer->GetUsedBytes(), 40u);
 }
 
-TEST_P(AnyBuffer, StringOverABufferLeavesItsOldBlocksThere) {
+TEST_P(BufferOfAnyKind, StringOverABufferLeavesItsOldBlocksThere) {
     BufferPtr buffer = Make();
     WideString text{Allocator<unsigned short>(buffer.get())};
     std::size_t used = 0;
@@ -357,7 +357,7 @@ TEST_P(AnyBuffer, StringOverABufferLeavesItsOldBlocksThere) {
     EXPECT_GT(used, 200u);
 }
 
-TEST_P(AnyBuffer, SizesAtTheEndOfTheRangeFailAskNobodyAndChangeNothing) {
+TEST_P(BufferOfAnyKind, SizesAtTheEndOfTheRangeFailAskNobodyAndChangeNothing) {
     test::RecordingContract contract;
     BufferPtr buffer = Make({.initialBlocks = 1, .contract = &contract});
     buffer->Allocate(8);
@@ -373,7 +373,7 @@ TEST_P(AnyBuffer, SizesAtTheEndOfTheRangeFailAskNobodyAndChangeNothing) {
     EXPECT_EQ(buffer->GetUsedBytes(), 8u);
 }
 
-TEST_P(AnyBuffer, BlocksThatDoNotFitInASizeFail) {
+TEST_P(BufferOfAnyKind, BlocksThatDoNotFitInASizeFail) {
     for (const std::size_t blockSize : {kMax, kMax - 255, kMax - 256, kMax / 2, kMax / 2 + 1}) {
         EXPECT_THROW(Make({.initialBlocks = 3, .blockSize = blockSize}), std::bad_alloc) << blockSize;
         BufferPtr buffer = Make({.growthBlocks = 3, .blockSize = blockSize});
@@ -385,7 +385,7 @@ TEST_P(AnyBuffer, BlocksThatDoNotFitInASizeFail) {
                  std::bad_alloc);
 }
 
-TEST_P(AnyBuffer, AllocationFailuresReadBadAllocation) {
+TEST_P(BufferOfAnyKind, AllocationFailuresReadBadAllocation) {
     for (const bool onBoundary : {false, true}) {
         BufferPtr buffer = Make({.onBoundary = onBoundary});
         try {
@@ -397,7 +397,7 @@ TEST_P(AnyBuffer, AllocationFailuresReadBadAllocation) {
     }
 }
 
-TEST_P(AnyBuffer, EveryFailingAllocationLeavesAWorkingBuffer) {
+TEST_P(BufferOfAnyKind, EveryFailingAllocationLeavesAWorkingBuffer) {
     const std::size_t live = test::LiveBlocks();
     test::ForEachFailingAllocation([&] {
         BufferPtr buffer;
@@ -426,7 +426,7 @@ TEST_P(AnyBuffer, EveryFailingAllocationLeavesAWorkingBuffer) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-TEST_P(AnyBuffer, EveryFailingAllocationOnBoundaryLeavesAWorkingBuffer) {
+TEST_P(BufferOfAnyKind, EveryFailingAllocationOnBoundaryLeavesAWorkingBuffer) {
     Make({.initialBlocks = 1,
           .onBoundary = true});  // so that later page allocations need no further page for entries
     const std::size_t live = test::LiveBlocks();
@@ -442,7 +442,7 @@ TEST_P(AnyBuffer, EveryFailingAllocationOnBoundaryLeavesAWorkingBuffer) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), held);
 }
 
-TEST_P(AnyBuffer, ThrowingCleanupPassesThroughAfterTheMemoryHasGone) {
+TEST_P(BufferOfAnyKind, ThrowingCleanupPassesThroughAfterTheMemoryHasGone) {
     Make({.initialBlocks = 1,
           .onBoundary = true});  // so that later page allocations need no further page for entries
     const std::size_t live = test::LiveBlocks();
@@ -454,7 +454,7 @@ TEST_P(AnyBuffer, ThrowingCleanupPassesThroughAfterTheMemoryHasGone) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-TEST_P(AnyBuffer, CleanupCanStillReadItsPieces) {
+TEST_P(BufferOfAnyKind, CleanupCanStillReadItsPieces) {
     static int seen;
     seen = 0;
     BufferPtr buffer = Make();

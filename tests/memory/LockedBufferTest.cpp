@@ -135,7 +135,7 @@ TEST_P(LockedBuffer, CleanupMayLockTheBufferThatIsGoing) {
     EXPECT_EQ(state.turns, 3);
 }
 
-TEST(LockedSingleThreadBuffer, CleanupRegistersAnotherThatWritesIntoItsPages) {
+TEST(LockedBufferOfOneThread, CleanupRegistersAnotherThatWritesIntoItsPages) {
     gEnded = 0;
     struct Pair {
         Buffer* owner;
@@ -157,8 +157,8 @@ TEST(LockedSingleThreadBuffer, CleanupRegistersAnotherThatWritesIntoItsPages) {
 
 // Through the forwarding buffer, over each implementation; the choice is permanent, so each case is a process
 // of its own.
-using LockedDebugBufferDeathTest = LockedBuffer;
-INSTANTIATE_TEST_SUITE_P(Both, LockedDebugBufferDeathTest, testing::ValuesIn(test::kImplementations),
+using LockedBufferForDebuggingDeathTest = LockedBuffer;
+INSTANTIATE_TEST_SUITE_P(Both, LockedBufferForDebuggingDeathTest, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 Buffer* gGoing;
@@ -170,7 +170,7 @@ void UseTheBufferThatGoes(void* piece) {
     gGoing->AddCleanup(WriteInto, gGoing->Allocate(100));
 }
 
-TEST_P(LockedDebugBufferDeathTest, CleanupsReachTheirPieces) {
+TEST_P(LockedBufferForDebuggingDeathTest, CleanupsReachTheirPieces) {
     const auto run = [&](bool locks) {
         SetFeatureEnabled("Base/UseLockFreeBuffer"_w, GetParam() == Implementation::kLockFree);
         NotifyFeatureFlagMgrInitialized();
@@ -189,7 +189,7 @@ TEST_P(LockedDebugBufferDeathTest, CleanupsReachTheirPieces) {
 
 // The chunk of a big piece is acquired while another thread locks: the piece is valid, but its node, which is
 // read-only by then, is not written.
-TEST(LockedLockFreeBuffer, BigPieceThatIsUnderWayIsHandedOutAndCounted) {
+TEST(LockedBufferOfManyThreads, BigPieceThatIsUnderWayIsHandedOutAndCounted) {
     Buffer* owner = nullptr;
     test::RecordingContract contract;
     BufferPtr buffer = test::MakeBuffer(Implementation::kLockFree,
@@ -206,7 +206,7 @@ TEST(LockedLockFreeBuffer, BigPieceThatIsUnderWayIsHandedOutAndCounted) {
     EXPECT_EQ(Buffer::GetOnBoundaryAllocTotal(), held - 4096);
 }
 
-TEST(LockedLockFreeBuffer, CleanupWhoseNodeCameTooLateIsRefused) {
+TEST(LockedBufferOfManyThreads, CleanupWhoseNodeCameTooLateIsRefused) {
     gEnded = 0;
     Buffer* owner = nullptr;
     test::RecordingContract contract;

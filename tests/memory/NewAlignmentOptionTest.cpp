@@ -15,7 +15,7 @@ struct alignas(16) Sixteen {
     unsigned char bytes[16];
 };
 
-TEST(PlacementWithTheAlignmentOption, AlignsWhatNeedsExactlySixteen) {
+TEST(NewAlignmentOption, AlignsWhatNeedsExactlySixteen) {
     static_assert(__STDCPP_DEFAULT_NEW_ALIGNMENT__ == 8);
     for (const auto implementation : test::kImplementations) {
         const test::BufferPtr buffer = test::MakeBuffer(implementation);

@@ -32,12 +32,12 @@ bool IsAligned(const volatile void* object, std::size_t alignment) {
     return reinterpret_cast<std::uintptr_t>(object) % alignment == 0;
 }
 
-class ObjectsInBuffer : public testing::TestWithParam<Implementation> {
+class NewInABuffer : public testing::TestWithParam<Implementation> {
 protected:
     BufferPtr Make() { return test::MakeBuffer(GetParam(), {.initialBlocks = 1}); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Both, ObjectsInBuffer, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, NewInABuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
 template <std::size_t kAlignment>
@@ -50,7 +50,7 @@ void ExpectAlignedByTheLanguage(Buffer* buffer) {
     }
 }
 
-TEST_P(ObjectsInBuffer, PlacementAlignsWhatNeedsMoreThanTheHeapGives) {
+TEST_P(NewInABuffer, PlacementAlignsWhatNeedsMoreThanTheHeapGives) {
     BufferPtr buffer = Make();
     ExpectAlignedByTheLanguage<32>(buffer.get());
     ExpectAlignedByTheLanguage<64>(buffer.get());
@@ -58,7 +58,7 @@ TEST_P(ObjectsInBuffer, PlacementAlignsWhatNeedsMoreThanTheHeapGives) {
 }
 
 // The placement forms of a buffer don't hide those of the language.
-TEST(PlacementInMemory, OfAlignedTypesIsThatOfTheLanguage) {
+TEST(NewInMemory, OfAlignedTypesIsThatOfTheLanguage) {
     alignas(64) unsigned char memory[128];
     EXPECT_EQ(static_cast<void*>(new (static_cast<void*>(memory)) Aligned<64>), memory);
     EXPECT_EQ(static_cast<void*>(::new (static_cast<void*>(memory)) Aligned<32>[2]), memory);
@@ -67,7 +67,7 @@ TEST(PlacementInMemory, OfAlignedTypesIsThatOfTheLanguage) {
     EXPECT_TRUE(IsAligned(many.data(), 64));
 }
 
-TEST_P(ObjectsInBuffer, AlignmentCostsAtMostItsDistanceFromEight) {
+TEST_P(NewInABuffer, AlignmentCostsAtMostItsDistanceFromEight) {
     BufferPtr buffer = Make();
     (void)::operator new(40, std::align_val_t{64}, buffer.get());
     EXPECT_EQ(buffer->GetUsedBytes(), 40u + 56);
@@ -76,7 +76,7 @@ TEST_P(ObjectsInBuffer, AlignmentCostsAtMostItsDistanceFromEight) {
     EXPECT_EQ(buffer->GetUsedBytes(), 40u + 56 + 80);
 }
 
-TEST_P(ObjectsInBuffer, AlignedPieceOfNothingIsAPieceOfItsOwn) {
+TEST_P(NewInABuffer, AlignedPieceOfNothingIsAPieceOfItsOwn) {
     BufferPtr buffer = Make();
     auto* const first = static_cast<char*>(::operator new(0, std::align_val_t{32}, buffer.get()));
     auto* const second = static_cast<char*>(buffer->Allocate(8));
@@ -84,7 +84,7 @@ TEST_P(ObjectsInBuffer, AlignedPieceOfNothingIsAPieceOfItsOwn) {
     EXPECT_GE(second - first, 8);
 }
 
-TEST_P(ObjectsInBuffer, SizesAndAlignmentsThatNothingHasFail) {
+TEST_P(NewInABuffer, SizesAndAlignmentsThatNothingHasFail) {
     BufferPtr buffer = Make();
     for (const std::size_t size : {kMax, kMax - 55, kMax - 56, kMax / 2})
         EXPECT_THROW((void)::operator new(size, std::align_val_t{64}, buffer.get()), std::bad_alloc) << size;
@@ -93,7 +93,7 @@ TEST_P(ObjectsInBuffer, SizesAndAlignmentsThatNothingHasFail) {
     EXPECT_EQ(buffer->GetUsedBytes(), 0u);
 }
 
-TEST_P(ObjectsInBuffer, AlignedPieceOfAThrowingConstructorStaysSpent) {
+TEST_P(NewInABuffer, AlignedPieceOfAThrowingConstructorStaysSpent) {
     struct alignas(32) Thrower {
         Thrower() { throw std::runtime_error("no"); }
     };
@@ -103,7 +103,7 @@ TEST_P(ObjectsInBuffer, AlignedPieceOfAThrowingConstructorStaysSpent) {
     EXPECT_GT(buffer->GetUsedBytes(), 0u);
 }
 
-TEST_P(ObjectsInBuffer, NewAlignsEveryType) {
+TEST_P(NewInABuffer, NewAlignsEveryType) {
     BufferPtr buffer = Make();
     for (int i = 0; i != 10; ++i) {
         buffer->Allocate(8);
@@ -117,7 +117,7 @@ TEST_P(ObjectsInBuffer, NewAlignsEveryType) {
     }
 }
 
-TEST_P(ObjectsInBuffer, NewOfAByteTypeCostsAPiece) {
+TEST_P(NewInABuffer, NewOfAByteTypeCostsAPiece) {
     BufferPtr buffer = Make();
     *New<char>(buffer.get()) = 'a';
     EXPECT_EQ(buffer->GetUsedBytes(), 8u);
@@ -149,7 +149,7 @@ struct Tracked {
     }
 };
 
-TEST_P(ObjectsInBuffer, NewRegistersTheEndOfWhatHasOne) {
+TEST_P(NewInABuffer, NewRegistersTheEndOfWhatHasOne) {
     Tracked::Reset();
     BufferPtr buffer = Make();
     for (int name : {1, 2, 3}) EXPECT_EQ(New<Tracked>(buffer.get(), name)->name, name);
@@ -161,7 +161,7 @@ TEST_P(ObjectsInBuffer, NewRegistersTheEndOfWhatHasOne) {
     EXPECT_EQ(Tracked::ends, lockFree ? (std::vector<int>{3, 2, 1}) : (std::vector<int>{1, 2, 3}));
 }
 
-TEST_P(ObjectsInBuffer, NewOfAnArrayEndsItsElementsFromTheLast) {
+TEST_P(NewInABuffer, NewOfAnArrayEndsItsElementsFromTheLast) {
     Tracked::Reset();
     BufferPtr buffer = Make();
     Tracked* const elements = New<Tracked[]>(buffer.get(), 4);
@@ -172,7 +172,7 @@ TEST_P(ObjectsInBuffer, NewOfAnArrayEndsItsElementsFromTheLast) {
     EXPECT_EQ(Tracked::ends, (std::vector<int>{3, 2, 1, 0}));
 }
 
-TEST_P(ObjectsInBuffer, NewOfAnArrayMakesItsElementsAsTheirTypeSays) {
+TEST_P(NewInABuffer, NewOfAnArrayMakesItsElementsAsTheirTypeSays) {
     BufferPtr buffer = Make();
     auto* const dirty = static_cast<unsigned char*>(buffer->Allocate(64));
     for (int i = 0; i != 64; ++i) dirty[i] = 0xFF;
@@ -182,7 +182,7 @@ TEST_P(ObjectsInBuffer, NewOfAnArrayMakesItsElementsAsTheirTypeSays) {
     for (int i = 0; i != 10; ++i) EXPECT_EQ(texts[i], "");
 }
 
-TEST_P(ObjectsInBuffer, NewTakesAggregates) {
+TEST_P(NewInABuffer, NewTakesAggregates) {
     struct Point {
         int x;
         int y;
@@ -193,7 +193,7 @@ TEST_P(ObjectsInBuffer, NewTakesAggregates) {
     EXPECT_EQ(point->y, 4);
 }
 
-TEST_P(ObjectsInBuffer, FailedConstructorEndsOnlyWhatWasMade) {
+TEST_P(NewInABuffer, FailedConstructorEndsOnlyWhatWasMade) {
     Tracked::Reset();
     BufferPtr buffer = Make();
     Tracked::failing = 0;
@@ -206,7 +206,7 @@ TEST_P(ObjectsInBuffer, FailedConstructorEndsOnlyWhatWasMade) {
     EXPECT_EQ(Tracked::ends.size(), 2u);
 }
 
-TEST(ObjectsInLockFreeBuffer, EndThatCanNotBeRegisteredComesAtOnce) {
+TEST(NewInALockFreeBuffer, EndThatCanNotBeRegisteredComesAtOnce) {
     Tracked::Reset();
     Buffer::sGrowDanamically = false;
     test::RecordingContract contract;
@@ -222,7 +222,7 @@ TEST(ObjectsInLockFreeBuffer, EndThatCanNotBeRegisteredComesAtOnce) {
     Buffer::sGrowDanamically = true;
 }
 
-TEST_P(ObjectsInBuffer, CountsWhoseBytesNoObjectHasFail) {
+TEST_P(NewInABuffer, CountsWhoseBytesNoObjectHasFail) {
     BufferPtr buffer = Make();
     for (const std::size_t count : {kMax, kMax / 4, kMax / 8 + 1, kMax / 16 + 1}) {
         EXPECT_THROW((void)New<double[]>(buffer.get(), count), std::bad_array_new_length) << count;

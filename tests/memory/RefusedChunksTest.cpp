@@ -107,7 +107,7 @@ TEST_F(RefusedChunks, BeforeTheActiveSlotIsReachedLeaveItsChunkToIt) {
 
 // A refused chunk has grown the next one all the same: after n refusals of a buffer with one block of growth
 // the n-th multiplier is requested, up to the first that passes the growth limit.
-TEST(RefusedGrowth, StandsStepByStepUpToTheLimit) {
+TEST(RefusedChunksGrowth, StandsStepByStepUpToTheLimit) {
     Contract contract;
     contract.code = 8;
     BufferPtr buffer = test::MakeBuffer(Implementation::kLockFree, {.contract = &contract});
@@ -123,7 +123,7 @@ TEST(RefusedGrowth, StandsStepByStepUpToTheLimit) {
     Buffer::sGrowDanamically = true;
 }
 
-TEST(RefusedGrowth, SizeThatNoMemoryHasDoesNotGrowTheNextChunk) {
+TEST(RefusedChunksGrowth, SizeThatNoMemoryHasDoesNotGrowTheNextChunk) {
     Contract contract;
     BufferPtr buffer = test::MakeBuffer(Implementation::kLockFree, {.contract = &contract});
     for (int i = 0; i != 40; ++i) {
@@ -135,7 +135,7 @@ TEST(RefusedGrowth, SizeThatNoMemoryHasDoesNotGrowTheNextChunk) {
 }
 
 // A single-thread buffer grows only after a chunk was acquired: it requests its first chunk again and again.
-TEST(RefusedGrowth, IsNotKeptByASingleThreadBuffer) {
+TEST(RefusedChunksGrowth, IsNotKeptByASingleThreadBuffer) {
     Contract contract;
     contract.code = 8;
     BufferPtr buffer = test::MakeBuffer(Implementation::kSingleThread, {.contract = &contract});

@@ -24,7 +24,7 @@ std::string AnswersWithHeap(const char* when) {
 // Untouched fields keep 1 to 8.
 constexpr char kNo[] = "0 1 2 3 4 5 6 7 8\n";
 
-TEST(SmartHeap, FiguresArriveInTheirFields) {
+TEST(SmartHeapIntegrator, FiguresArriveInTheirFields) {
     // Word i is 0x1000000010000 * (i + 1) + i, but words 7 and 8, used and total, which are given.
     const std::string rest = "a0000000a0009 b0000000b000a c0000000c000b d0000000d000c 1000000010000 e000d\n";
     EXPECT_EQ(
@@ -40,30 +40,30 @@ TEST(SmartHeap, FiguresArriveInTheirFields) {
             rest + "shrunk 50\n");
 }
 
-TEST(SmartHeap, ThatIsNotThereAnswersNo) {
+TEST(SmartHeapIntegrator, ThatIsNotThereAnswersNo) {
     const std::string no = kNo;
     EXPECT_EQ(AnswersWithHeap("never"),
               "enabled 1\n" + no + no + no + no + no + "shrunk 0\n" + no + "shrunk 0\n");
 }
 
-TEST(SmartHeap, ThatComesAfterTheFirstQuestionIsNotNoticed) {
+TEST(SmartHeapIntegrator, ThatComesAfterTheFirstQuestionIsNotNoticed) {
     EXPECT_EQ(AnswersWithHeap("late"), AnswersWithHeap("never"));
 }
 
-TEST(SmartHeap, SwitchesAreAsAtLoad) {
+TEST(SmartHeapIntegrator, SwitchesAreAsAtLoad) {
     EXPECT_TRUE(SmartHeapIntegrator::IsSmartHeapEnabled());
     EXPECT_TRUE(SmartHeapIntegrator::mSmartHeapEnabled);
     EXPECT_EQ(SmartHeapIntegrator::mpMemHookProcess, nullptr);
     EXPECT_EQ(SmartHeapIntegrator::mpMemPatchProcess, nullptr);
 }
 
-TEST(SmartHeap, EnabledIsWhatTheApplicationWrites) {
+TEST(SmartHeapIntegrator, EnabledIsWhatTheApplicationWrites) {
     SmartHeapIntegrator::mSmartHeapEnabled = false;
     EXPECT_FALSE(SmartHeapIntegrator::IsSmartHeapEnabled());
     SmartHeapIntegrator::mSmartHeapEnabled = true;
 }
 
-TEST(SmartHeap, HookingIsSetForGood) {
+TEST(SmartHeapIntegrator, HookingIsSetForGood) {
     EXPECT_EQ(SmartHeapIntegrator::GetHookingEnabled(), SmartHeapIntegrator::mHookEnabled);
     SmartHeapIntegrator::SetHookingEnabled();
     EXPECT_TRUE(SmartHeapIntegrator::GetHookingEnabled());
@@ -73,7 +73,7 @@ TEST(SmartHeap, HookingIsSetForGood) {
     EXPECT_TRUE(SmartHeapIntegrator::GetHookingEnabled());
 }
 
-TEST(SmartHeap, ObjectsOfItHoldNothingAndAreAssigned) {
+TEST(SmartHeapIntegrator, ObjectsOfItHoldNothingAndAreAssigned) {
     static_assert(std::is_empty_v<SmartHeapIntegrator>);
     SmartHeapIntegrator first;
     SmartHeapIntegrator second;
@@ -81,7 +81,7 @@ TEST(SmartHeap, ObjectsOfItHoldNothingAndAreAssigned) {
     EXPECT_EQ(&(second = SmartHeapIntegrator()), &second);
 }
 
-TEST(SmartHeap, RecordHasSevenWideFieldsAndANarrowOne) {
+TEST(SmartHeapIntegrator, RecordHasSevenWideFieldsAndANarrowOne) {
     static_assert(std::is_trivial_v<SmartHeapIntegrator::MemInfo>);
     static_assert(sizeof(SmartHeapIntegrator::MemInfo) == 64);
     static_assert(offsetof(SmartHeapIntegrator::MemInfo, threadCount) == 56);

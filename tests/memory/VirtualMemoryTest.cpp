@@ -163,12 +163,12 @@ TEST_F(VirtualMemory, DecommitOfForeignMemoryIsRefused) {
     EXPECT_EQ(ZNTVirtualFree(memory, 0, true), 0);
 }
 
-class BufferOverCallbacks : public testing::TestWithParam<test::Implementation> {};
+class VirtualMemoryOfABuffer : public testing::TestWithParam<test::Implementation> {};
 
-INSTANTIATE_TEST_SUITE_P(Both, BufferOverCallbacks, testing::ValuesIn(test::kImplementations),
+INSTANTIATE_TEST_SUITE_P(Both, VirtualMemoryOfABuffer, testing::ValuesIn(test::kImplementations),
                          [](const auto& tested) { return test::NameOf(tested.param); });
 
-TEST_P(BufferOverCallbacks, OnBoundaryChunksComeFromTheHostAndGoBackWithoutASize) {
+TEST_P(VirtualMemoryOfABuffer, OnBoundaryChunksComeFromTheHostAndGoBackWithoutASize) {
     gCalls = 0;
     SetCallBackVirtualAlloc(AllocateOwn);
     SetCallBackVirtualFree(FreeOwn);
@@ -184,7 +184,7 @@ TEST_P(BufferOverCallbacks, OnBoundaryChunksComeFromTheHostAndGoBackWithoutASize
     std::memset(gPages, 1, sizeof gPages);  // memory is writable when the host gets it back
 }
 
-TEST_P(BufferOverCallbacks, HeapChunksDoNot) {
+TEST_P(VirtualMemoryOfABuffer, HeapChunksDoNot) {
     gCalls = 0;
     SetCallBackVirtualAlloc(AllocateOwn);
     test::MakeBuffer(GetParam())->Allocate(8);
@@ -192,7 +192,7 @@ TEST_P(BufferOverCallbacks, HeapChunksDoNot) {
     UnSetCallBackVirtualAlloc();
 }
 
-TEST_P(BufferOverCallbacks, HostWithoutMemoryIsBadAllocation) {
+TEST_P(VirtualMemoryOfABuffer, HostWithoutMemoryIsBadAllocation) {
     SetCallBackVirtualAlloc([](std::size_t) -> void* { return nullptr; });
     const std::size_t before = Buffer::GetOnBoundaryAllocTotal();
     test::BufferPtr buffer = test::MakeBuffer(GetParam(), {.onBoundary = true});

@@ -97,12 +97,12 @@ const Rewriting kRewritings[] = {
      true},
 };
 
-class RewrittenLevel : public testing::TestWithParam<Rewriting> {};
+class MessageCursorRewritingOfALevel : public testing::TestWithParam<Rewriting> {};
 
 }  // namespace
 
 // At each depth, before any step and after steps to both sides, and each step with and without `create`.
-TEST_P(RewrittenLevel, StepGoesOnFromWhatIsThereNow) {
+TEST_P(MessageCursorRewritingOfALevel, StepGoesOnFromWhatIsThereNow) {
     const std::size_t live = test::LiveBlocks();
     for (int variant = 0; variant != 4 * 2 * 2 * 2; ++variant) {
         const int depth = variant / 8;
@@ -154,7 +154,7 @@ TEST_P(RewrittenLevel, StepGoesOnFromWhatIsThereNow) {
 }
 
 // The levels above are rewritten through the root while the cursor is below.
-TEST_P(RewrittenLevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
+TEST_P(MessageCursorRewritingOfALevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
     const std::size_t live = test::LiveBlocks();
     for (int depth = 1; depth != 4; ++depth) {
         Message root = Tree("tree");
@@ -180,7 +180,7 @@ TEST_P(RewrittenLevel, WhatIsPackedGoesIntoWhateverTheRootIsByThen) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
+TEST_P(MessageCursorRewritingOfALevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
     for (const bool visitFirst : {false, true}) {
         Message root = Tree("tree");
         Message other = Tree("other");
@@ -218,7 +218,7 @@ TEST_P(RewrittenLevel, ReadingCursorAtTheRootGoesOnFromWhatIsThereNow) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(MessageCursor, RewrittenLevel, testing::ValuesIn(kRewritings),
+INSTANTIATE_TEST_SUITE_P(MessageCursor, MessageCursorRewritingOfALevel, testing::ValuesIn(kRewritings),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(MessageCursorRewriting, AdditionsAreNoRewriting) {
@@ -301,7 +301,7 @@ TEST(MessageCursorRewriting, WalkOfAnotherLeavesAVisitedBranchVisited) {
     ExpectVisitedBranchStaysVisited<MessageCursor>();
 }
 
-TEST(ConstMessageCursorRewriting, WalkOfAnotherLeavesAVisitedBranchVisited) {
+TEST(MessageCursorRewritingForReaders, WalkOfAnotherLeavesAVisitedBranchVisited) {
     ExpectVisitedBranchStaysVisited<ConstMessageCursor>();
 }
 
@@ -312,7 +312,7 @@ TEST(MessageCursorRewriting, LoopThatFormatsTheCurrentMessageEndsAfterOneTurn) {
     EXPECT_EQ(CountLowerLevelMessages(message), 1);
 }
 
-TEST(ConstMessageCursorRewriting, LoopThatFormatsTheMessageEndsAfterOneTurn) {
+TEST(MessageCursorRewritingForReaders, LoopThatFormatsTheMessageEndsAfterOneTurn) {
     Message message(1, 2, "a");
     message.WrapBy(1, 3, "b");
     EXPECT_EQ(CountTurnsWithFormatting<ConstMessageCursor>(message, message), 1);
@@ -423,7 +423,7 @@ TEST(MessageCursorRewriting, LevelThatIsWrappedBeforeEachStepKeepsItsContent) {
     EXPECT_EQ(TemplateOf(at), "innermost");
 }
 
-TEST(ConstMessageCursorRewriting, TakesNoTemporary) {
+TEST(MessageCursorRewritingForReaders, TakesNoTemporary) {
     EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, Message&>));
     EXPECT_TRUE((std::is_constructible_v<ConstMessageCursor, const Message&>));
     EXPECT_FALSE((std::is_constructible_v<ConstMessageCursor, Message>));

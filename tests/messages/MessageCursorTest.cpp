@@ -1,3 +1,4 @@
+#include "tests/messages/CursorTree.h"
 #include "tests/support/MessageBytes.h"
 #include "tests/support/MessageModel.h"
 
@@ -7,39 +8,25 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <type_traits>
 
 using test::Layout;
+using test::Text;
+using test::Tree;
 using ZBase::ConstMessageCursor;
-using ZBase::CursorOffset;
 using ZBase::Message;
 using ZBase::MessageCursor;
 
 namespace {
 
-// outer > middle > inner, then "next" after middle
-Message Tree() {
-    Message message(1, 3, "inner");
-    message.WrapBy(1, 2, "middle");
-    Message next(1, 4, "next");
-    next.PrependBy(message);
-    next.WrapBy(1, 1, "outer");
-    return next;
-}
-
-std::string Text(CursorOffset offset) {
-    return std::to_string(offset.lower_level_offset) + "," + std::to_string(offset.same_level_offset);
-}
-
 template <class Cursor>
-class AnyCursor : public testing::Test {};
+class MessageCursorOfAnyKind : public testing::Test {};
 
 using Cursors = testing::Types<ConstMessageCursor, MessageCursor>;
-TYPED_TEST_SUITE(AnyCursor, Cursors);
+TYPED_TEST_SUITE(MessageCursorOfAnyKind, Cursors);
 
 }  // namespace
 
-TYPED_TEST(AnyCursor, StandsOnTheRoot) {
+TYPED_TEST(MessageCursorOfAnyKind, StandsOnTheRoot) {
     Message message = Tree();
     TypeParam cursor(message);
     EXPECT_EQ(&cursor.GetCurrentMessage(), &message);
@@ -48,7 +35,7 @@ TYPED_TEST(AnyCursor, StandsOnTheRoot) {
     EXPECT_FALSE(cursor.SameLevelMessageIsUnvisited());
 }
 
-TYPED_TEST(AnyCursor, GoToParentAtTheRootStaysAndTheCursorGoesOn) {
+TYPED_TEST(MessageCursorOfAnyKind, GoToParentAtTheRootStaysAndTheCursorGoesOn) {
     Message message = Tree();
     TypeParam cursor(message);
     EXPECT_FALSE(cursor.GoToParent());
@@ -59,7 +46,7 @@ TYPED_TEST(AnyCursor, GoToParentAtTheRootStaysAndTheCursorGoesOn) {
     EXPECT_FALSE(cursor.GoToParent());
 }
 
-TYPED_TEST(AnyCursor, OffsetsCountTheStepsOfEachKind) {
+TYPED_TEST(MessageCursorOfAnyKind, OffsetsCountTheStepsOfEachKind) {
     Message message(1, 4, "d");
     message.WrapBy(1, 3, "c").PrependBy(1, 2, "b").WrapBy(1, 1, "a");
     TypeParam cursor(message);
@@ -79,7 +66,7 @@ TYPED_TEST(AnyCursor, OffsetsCountTheStepsOfEachKind) {
     EXPECT_EQ(Text(cursor.GetCurrentOffset()), "0,0");
 }
 
-TYPED_TEST(AnyCursor, MissingMessageIsReachedWithCreateAlone) {
+TYPED_TEST(MessageCursorOfAnyKind, MissingMessageIsReachedWithCreateAlone) {
     Message message(1, 1, "alone");
     TypeParam cursor(message);
     EXPECT_FALSE(cursor.GoToLowerLevelMessage(false));
@@ -98,7 +85,7 @@ TYPED_TEST(AnyCursor, MissingMessageIsReachedWithCreateAlone) {
     EXPECT_EQ(&cursor.GetCurrentMessage(), &message);
 }
 
-TYPED_TEST(AnyCursor, StepTakenMakesTheBranchVisited) {
+TYPED_TEST(MessageCursorOfAnyKind, StepTakenMakesTheBranchVisited) {
     Message message = Tree();
     TypeParam cursor(message);
     EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
@@ -116,7 +103,7 @@ TYPED_TEST(AnyCursor, StepTakenMakesTheBranchVisited) {
     EXPECT_FALSE(cursor.LowerLevelMessageIsUnvisited());
 }
 
-TYPED_TEST(AnyCursor, DepthOfThousandsIsWalked) {
+TYPED_TEST(MessageCursorOfAnyKind, DepthOfThousandsIsWalked) {
     Message message(1, 0, nullptr);
     for (int i = 1; i != 1500; ++i) message.WrapBy(1, i, nullptr);
     TypeParam cursor(message);
@@ -131,66 +118,6 @@ TYPED_TEST(AnyCursor, DepthOfThousandsIsWalked) {
     int levels = 1;
     for (const Message* at = &message; (at = at->GetLowerLevelMessageOrNULL()) != nullptr;) ++levels;
     EXPECT_EQ(levels, 1500);
-}
-
-TEST(ConstMessageCursor, StepMayBeTakenAgain) {
-    const Message message = Tree();
-    ConstMessageCursor cursor(message);
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
-    EXPECT_TRUE(cursor.GoToParent());
-    EXPECT_FALSE(cursor.LowerLevelMessageIsUnvisited());
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
-    EXPECT_EQ(&cursor.GetCurrentMessage(), message.GetLowerLevelMessageOrNULL());
-}
-
-TEST(ConstMessageCursor, MessageIsReadWhereItLiesAndStaysAsItIs) {
-    const Message message = Tree();
-    const std::string before = test::Hex(&message, 100);
-    ConstMessageCursor cursor(message);
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
-    EXPECT_TRUE(cursor.GoToSameLevelMessage(false));
-    EXPECT_EQ(&cursor.GetCurrentMessage(), message.GetLowerLevelMessageOrNULL()->GetSameLevelMessageOrNULL());
-    EXPECT_TRUE(cursor.GoToSameLevelMessage(true));
-    EXPECT_EQ(Layout(&cursor.GetCurrentMessage()), "16-0:");
-    EXPECT_EQ(test::Hex(&message, 100), before);
-}
-
-TEST(ConstMessageCursor, AddingToTheMessageIsSafe) {
-    Message message = Tree();
-    ConstMessageCursor cursor(message);
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
-    for (int i = 0; i != 100; ++i) message << "added";
-    EXPECT_STREQ(cursor.GetCurrentMessage().GetTemplate(), "middle");
-    EXPECT_TRUE(cursor.GoToSameLevelMessage(false));
-    EXPECT_STREQ(cursor.GetCurrentMessage().GetTemplate(), "next");
-}
-
-TEST(ConstMessageCursor, CopiesGoTheirOwnWays) {
-    const Message message = Tree();
-    ConstMessageCursor cursor(message);
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(false));
-    ConstMessageCursor copy(cursor);
-    EXPECT_TRUE(copy.GoToSameLevelMessage(false));
-    EXPECT_STREQ(copy.GetCurrentMessage().GetTemplate(), "next");
-    EXPECT_STREQ(cursor.GetCurrentMessage().GetTemplate(), "middle");
-    EXPECT_TRUE(cursor.SameLevelMessageIsUnvisited());
-    cursor = copy;
-    EXPECT_STREQ(cursor.GetCurrentMessage().GetTemplate(), "next");
-    EXPECT_EQ(Text(cursor.GetCurrentOffset()), "1,1");
-    ConstMessageCursor& same = cursor;
-    cursor = same;
-    EXPECT_EQ(Text(cursor.GetCurrentOffset()), "1,1");
-}
-
-TEST(ConstMessageCursor, CopyMadeOnAMissingMessageStillStandsOnThatOfItsSource) {
-    const Message message(1, 1, "alone");
-    ConstMessageCursor cursor(message);
-    EXPECT_TRUE(cursor.GoToLowerLevelMessage(true));
-    ConstMessageCursor copy(cursor);
-    EXPECT_EQ(&copy.GetCurrentMessage(), &cursor.GetCurrentMessage());
-    EXPECT_TRUE(copy.GoToLowerLevelMessage(true));
-    EXPECT_NE(&copy.GetCurrentMessage(), &cursor.GetCurrentMessage());
-    EXPECT_TRUE(copy.GetCurrentMessage().IsEmpty());
 }
 
 TEST(MessageCursor, BranchThatWasVisitedIsGoneUnlessCreated) {

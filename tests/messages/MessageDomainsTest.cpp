@@ -1,5 +1,4 @@
 #include <Base/messages/MessageDomains.h>
-#include <Base/messages/detail/AsciiCase.h>
 
 #include <gtest/gtest.h>
 
@@ -78,17 +77,6 @@ TEST(MessageDomains, CharactersBesideTheLettersHaveNoCase) {
     EXPECT_EQ(ToMessageDomain("S\xC5rver"), 0);
     EXPECT_EQ(ToMessageDomain("A\xC9X Signal"), 0);
     EXPECT_EQ(ToMessageDomain("L\xC4\xB0nux Signal"), 0);  // a capital I with a dot
-}
-
-TEST(AsciiCase, OnlyTheLettersHaveTwoForms) {
-    for (int one = 1; one != 256; ++one) {
-        for (int other = 1; other != 256; ++other) {
-            const bool letters = (one | 0x20) >= 'a' && (one | 0x20) <= 'z' && (one | 0x20) == (other | 0x20);
-            const char left[] = {static_cast<char>(one), 0};
-            const char right[] = {static_cast<char>(other), 0};
-            EXPECT_EQ(detail::EqualsInAnyAsciiCase(left, right), one == other || letters);
-        }
-    }
 }
 
 TEST(MessageDomains, NullNameIsUnknown) {

@@ -20,12 +20,12 @@ Exception Filled() {
 }
 
 template <class Exception>
-class MarkedException : public testing::Test {};
+class MessageException : public testing::Test {};
 
 using Exceptions =
     testing::Types<ZBase::BufferException, ZBase::ContractManagerAllocException, ZBase::MemGoverningException,
                    ZBase::AppGlobalEventReporterException, ZBase::StringConversionException, Message>;
-TYPED_TEST_SUITE(MarkedException, Exceptions);
+TYPED_TEST_SUITE(MessageException, Exceptions);
 
 template <class Thrown, class Caught>
 void ThrowAndCatch() {
@@ -42,14 +42,14 @@ void ThrowAndCatch() {
 
 }  // namespace
 
-TYPED_TEST(MarkedException, AddsNothingToAMessage) {
+TYPED_TEST(MessageException, AddsNothingToAMessage) {
     EXPECT_EQ(sizeof(TypeParam), sizeof(Message));
     EXPECT_EQ(sizeof(ExceptionImpl<TypeParam>), sizeof(Message));
     EXPECT_FALSE(std::is_polymorphic_v<ExceptionImpl<TypeParam>>);
     EXPECT_FALSE((std::is_base_of_v<std::exception, TypeParam>));
 }
 
-TYPED_TEST(MarkedException, IsCaughtAsItselfAndAsAMessageWithoutTheHeap) {
+TYPED_TEST(MessageException, IsCaughtAsItselfAndAsAMessageWithoutTheHeap) {
     ThrowAndCatch<TypeParam, TypeParam>();
     ThrowAndCatch<TypeParam, Message>();
     ThrowAndCatch<ExceptionImpl<TypeParam>, ExceptionImpl<TypeParam>>();
@@ -57,7 +57,7 @@ TYPED_TEST(MarkedException, IsCaughtAsItselfAndAsAMessageWithoutTheHeap) {
     ThrowAndCatch<ExceptionImpl<TypeParam>, Message>();
 }
 
-TYPED_TEST(MarkedException, ThrownDirectlyItIsNotAnExceptionImpl) {
+TYPED_TEST(MessageException, ThrownDirectlyItIsNotAnExceptionImpl) {
     bool caughtAsImpl = false;
     try {
         throw Filled<TypeParam>();
@@ -68,7 +68,7 @@ TYPED_TEST(MarkedException, ThrownDirectlyItIsNotAnExceptionImpl) {
     EXPECT_FALSE(caughtAsImpl);
 }
 
-TYPED_TEST(MarkedException, WithAChainIsThrownAndFreed) {
+TYPED_TEST(MessageException, WithAChainIsThrownAndFreed) {
     const std::size_t live = test::LiveBlocks();
     try {
         ExceptionImpl<TypeParam> exception(300, 42, "text");

@@ -99,12 +99,12 @@ std::string Expected(const Node& node, std::size_t depth = 0) {
     return text;
 }
 
-TEST(FormatMessage, EmptyMessageIsAnUnknownError) {
+TEST(MessageFormat, EmptyMessageIsAnUnknownError) {
     EXPECT_EQ(FormatSimply(Message(), 0), "Unknown error. (Unknown message 0)");
     EXPECT_EQ(FormatSimply(Message(), 0x409), "Unknown error. (Unknown message 0)");
 }
 
-TEST(FormatMessage, WrappedMessagesAreIndentedByOneMoreTabEach) {
+TEST(MessageFormat, WrappedMessagesAreIndentedByOneMoreTabEach) {
     TemplateLocalizer localizer;
     Message message = Wrapped({"inner", "middle", "outer"});
     EXPECT_EQ(Format(message, localizer), "outer\tmiddle\t\tinner");
@@ -112,7 +112,7 @@ TEST(FormatMessage, WrappedMessagesAreIndentedByOneMoreTabEach) {
               "outer (Server message 1)\tmiddle (Server message 1)\t\tinner (Server message 1)");
 }
 
-TEST(FormatMessage, MessagesOfOneLevelHaveItsIndentation) {
+TEST(MessageFormat, MessagesOfOneLevelHaveItsIndentation) {
     TemplateLocalizer localizer;
     Message message(300, 1, "second");
     message.PrependBy(300, 2, "first");
@@ -123,7 +123,7 @@ TEST(FormatMessage, MessagesOfOneLevelHaveItsIndentation) {
               "outer (Server message 3)\tfirst (Server message 2)\tsecond (Server message 1)");
 }
 
-TEST(FormatMessage, LowerLevelsComeBeforeTheSameLevel) {
+TEST(MessageFormat, LowerLevelsComeBeforeTheSameLevel) {
     TemplateLocalizer localizer;
     Message message(300, 1, "cause of last");
     message.WrapBy(300, 1, "last");
@@ -133,7 +133,7 @@ TEST(FormatMessage, LowerLevelsComeBeforeTheSameLevel) {
     EXPECT_EQ(Format(message, localizer), "first\tcause of firstlast\tcause of last");
 }
 
-TEST(FormatMessage, NullTextIsUnknownAndAnEmptyOneStays) {
+TEST(MessageFormat, NullTextIsUnknownAndAnEmptyOneStays) {
     RecordingLocalizer none(nullptr);
     RecordingLocalizer empty("");
     Message message = Wrapped({"inner", "outer"});
@@ -141,7 +141,7 @@ TEST(FormatMessage, NullTextIsUnknownAndAnEmptyOneStays) {
     EXPECT_EQ(Format(message, empty), "\t");
 }
 
-TEST(FormatMessage, StoredTextsOfTheLanguageWinAtEveryLevel) {
+TEST(MessageFormat, StoredTextsOfTheLanguageWinAtEveryLevel) {
     Message message(100, 5, nullptr);
     message.SetLocalizedText(1033, "stored");
     message.WrapBy(300, 1, "outer");
@@ -149,7 +149,7 @@ TEST(FormatMessage, StoredTextsOfTheLanguageWinAtEveryLevel) {
     EXPECT_EQ(FormatSimply(message, 0), "outer (Server message 1)\tAccess is denied. (Windows API error 5)");
 }
 
-TEST(FormatMessage, LocalizerIsAskedOncePerMessageInTheOrderOfTheText) {
+TEST(MessageFormat, LocalizerIsAskedOncePerMessageInTheOrderOfTheText) {
     RecordingLocalizer localizer("x");
     Message message = Wrapped({"c", "b", "a"});
     Format(message, localizer);
@@ -160,7 +160,7 @@ TEST(FormatMessage, LocalizerIsAskedOncePerMessageInTheOrderOfTheText) {
     EXPECT_EQ(localizer.calls[2].language, kLanguage);
 }
 
-TEST(FormatMessage, AgreesWithARecursiveModelOnRandomTrees) {
+TEST(MessageFormat, AgreesWithARecursiveModelOnRandomTrees) {
     std::mt19937 random(4711);
     TemplateLocalizer localizer;
     for (int round = 0; round != 300; ++round) {
@@ -179,7 +179,7 @@ TEST(FormatMessage, AgreesWithARecursiveModelOnRandomTrees) {
     }
 }
 
-TEST(FormatMessage, ThrowingLocalizerLosesNothingOfTheMessage) {
+TEST(MessageFormat, ThrowingLocalizerLosesNothingOfTheMessage) {
     TemplateLocalizer localizer;
     Message list(300, 1, "c");
     list.PrependBy(300, 1, "b");
@@ -192,7 +192,7 @@ TEST(FormatMessage, ThrowingLocalizerLosesNothingOfTheMessage) {
     }
 }
 
-TEST(FormatMessageIntoAnother, CoversTheLowerLevelsAndStoresEachText) {
+TEST(MessageFormatIntoAnother, CoversTheLowerLevelsAndStoresEachText) {
     TemplateLocalizer localizer;
     const Message message = Wrapped({"inner", "middle", "outer"});
     Message localized;
@@ -207,7 +207,7 @@ TEST(FormatMessageIntoAnother, CoversTheLowerLevelsAndStoresEachText) {
     EXPECT_EQ(level, nullptr);
 }
 
-TEST(FormatMessageIntoAnother, LeavesSameLevelMessagesOutOfBoth) {
+TEST(MessageFormatIntoAnother, LeavesSameLevelMessagesOutOfBoth) {
     TemplateLocalizer localizer;
     Message message(300, 1, "second cause");
     message.PrependBy(300, 1, "first cause");
@@ -223,7 +223,7 @@ TEST(FormatMessageIntoAnother, LeavesSameLevelMessagesOutOfBoth) {
     EXPECT_EQ(Format(all, localizer), "first\tfirst cause\tsecond causesecond");
 }
 
-TEST(FormatMessageIntoAnother, NullTextIsUnknownAndNotStored) {
+TEST(MessageFormatIntoAnother, NullTextIsUnknownAndNotStored) {
     RecordingLocalizer localizer(nullptr);
     const Message message = Wrapped({"inner", "outer"});
     Message localized;
@@ -233,7 +233,7 @@ TEST(FormatMessageIntoAnother, NullTextIsUnknownAndNotStored) {
     EXPECT_TRUE(localized.GetLowerLevelMessageOrNULL()->IsEmpty());
 }
 
-TEST(FormatMessageIntoAnother, NullTextLeavesTheOneThatIsThere) {
+TEST(MessageFormatIntoAnother, NullTextLeavesTheOneThatIsThere) {
     RecordingLocalizer localizer(nullptr);
     const Message message(300, 1, "x");
     Message localized;
@@ -242,7 +242,7 @@ TEST(FormatMessageIntoAnother, NullTextLeavesTheOneThatIsThere) {
     EXPECT_STREQ(localized.GetLocalizedText(kLanguage), "kept");
 }
 
-TEST(FormatMessageIntoAnother, AddsToWhatIsThere) {
+TEST(MessageFormatIntoAnother, AddsToWhatIsThere) {
     TemplateLocalizer localizer;
     const Message message = Wrapped({"inner", "outer"});
     Message localized = message;
@@ -256,14 +256,14 @@ TEST(FormatMessageIntoAnother, AddsToWhatIsThere) {
     EXPECT_EQ(lower->GetLowerLevelMessageOrNULL(), nullptr);
 }
 
-TEST(FormatMessageIntoAnother, MayStoreIntoTheMessageItself) {
+TEST(MessageFormatIntoAnother, MayStoreIntoTheMessageItself) {
     TemplateLocalizer localizer;
     Message message = Wrapped({"inner", "middle", "outer"});
     EXPECT_EQ(Format(message, message, localizer), "outer\tmiddle\t\tinner");
     EXPECT_EQ(FormatSimply(message, kLanguage), "outer\tmiddle\t\tinner");  // stored texts, with no bracket
 }
 
-TEST(FormatMessageIntoAnother, ThrowingLocalizerLeavesTheTextsBefore) {
+TEST(MessageFormatIntoAnother, ThrowingLocalizerLeavesTheTextsBefore) {
     const Message message = Wrapped({"c", "b", "a"});
     Message localized;
     ThrowingLocalizer throwing(2);
@@ -273,9 +273,9 @@ TEST(FormatMessageIntoAnother, ThrowingLocalizerLeavesTheTextsBefore) {
     EXPECT_STREQ(localized.GetLowerLevelMessageOrNULL()->GetLocalizedText(kLanguage), "b");
 }
 
-class FormatMessageWithoutMemory : public testing::Test {
+class MessageFormatWithoutMemory : public testing::Test {
 protected:
-    FormatMessageWithoutMemory() {
+    MessageFormatWithoutMemory() {
         mList.PrependBy(300, 1, "first");
         mList.WrapBy(300, 1, "outer");
     }
@@ -283,7 +283,7 @@ protected:
     TemplateLocalizer mLocalizer;
 };
 
-TEST_F(FormatMessageWithoutMemory, ConstantMessageGivesItsTextOrThrows) {
+TEST_F(MessageFormatWithoutMemory, ConstantMessageGivesItsTextOrThrows) {
     const std::size_t before = test::LiveBlocks();
     const std::size_t failures = test::ForEachFailingAllocation([this] {
         try {
@@ -297,7 +297,7 @@ TEST_F(FormatMessageWithoutMemory, ConstantMessageGivesItsTextOrThrows) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TEST_F(FormatMessageWithoutMemory, WalkWithWritingLosesOnlyWhatFindsNoPlace) {
+TEST_F(MessageFormatWithoutMemory, WalkWithWritingLosesOnlyWhatFindsNoPlace) {
     const std::size_t before = test::LiveBlocks();
     bool failed = true;
     for (std::size_t index = 0; failed; ++index) {
@@ -318,7 +318,7 @@ TEST_F(FormatMessageWithoutMemory, WalkWithWritingLosesOnlyWhatFindsNoPlace) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TEST_F(FormatMessageWithoutMemory, StoringWalkLeavesAWellFormedMessage) {
+TEST_F(MessageFormatWithoutMemory, StoringWalkLeavesAWellFormedMessage) {
     const Message message = Wrapped({"inner", "middle", "outer"});
     const std::size_t before = test::LiveBlocks();
     const std::size_t failures = test::ForEachFailingAllocation([this, &message] {
@@ -359,7 +359,7 @@ void RunOnASmallStack(std::function<void()> task) {
     pthread_attr_destroy(&attributes);
 }
 
-TEST(FormatMessageOfADeepTree, TakesNoStack) {
+TEST(MessageFormatOfADeepTree, TakesNoStack) {
     constexpr std::size_t depth = 10000;
     RunOnASmallStack([] {
         Message message(300, 1, "x");
@@ -372,7 +372,7 @@ TEST(FormatMessageOfADeepTree, TakesNoStack) {
     });
 }
 
-TEST(FormatMessageOfADeepTree, WalkWithWritingTakesNoStackEither) {
+TEST(MessageFormatOfADeepTree, WalkWithWritingTakesNoStackEither) {
     constexpr std::size_t depth = 2000;
     RunOnASmallStack([] {
         Message message(300, 1, "x");
@@ -383,7 +383,7 @@ TEST(FormatMessageOfADeepTree, WalkWithWritingTakesNoStackEither) {
     });
 }
 
-TEST(FormatMessageOfALongList, GivesEveryMessageOfTheLevel) {
+TEST(MessageFormatOfALongList, GivesEveryMessageOfTheLevel) {
     constexpr int count = 3000;
     Message message(300, 1, "x");
     for (int i = 1; i != count; ++i) message.PrependBy(300, 1, "x");
@@ -393,7 +393,7 @@ TEST(FormatMessageOfALongList, GivesEveryMessageOfTheLevel) {
     EXPECT_EQ(FormatMessage(message, 0).GetLength(), count * std::string("x (Server message 1)").size());
 }
 
-TEST(FormatMessageReading, SaysWhatTheWritingFormSaysAndLeavesTheMessageAlone) {
+TEST(MessageFormatReading, SaysWhatTheWritingFormSaysAndLeavesTheMessageAlone) {
     Message message(300, 1, "inner");
     message.PrependBy(300, 2, "before");
     message.WrapBy(300, 3, "outer");
@@ -407,7 +407,7 @@ TEST(FormatMessageReading, SaysWhatTheWritingFormSaysAndLeavesTheMessageAlone) {
     EXPECT_NE(test::Layout(&message), layout);
 }
 
-TEST(FormatMessageReading, TakesMemoryLinearInTheTextHoweverDeepTheTree) {
+TEST(MessageFormatReading, TakesMemoryLinearInTheTextHoweverDeepTheTree) {
     constexpr std::size_t depth = 2000;
     Message message(300, 1, "x");
     for (std::size_t level = 1; level != depth; ++level) message.WrapBy(300, 1, "x");
@@ -418,7 +418,7 @@ TEST(FormatMessageReading, TakesMemoryLinearInTheTextHoweverDeepTheTree) {
     EXPECT_LT(test::AllocatedBytes() - before, 8 * length);
 }
 
-TEST(FormatMessageReading, ALocalizerWithoutATextLeavesUnknown) {
+TEST(MessageFormatReading, ALocalizerWithoutATextLeavesUnknown) {
     const Message message(300, 1, nullptr);
     test::RecordingLocalizer localizer(nullptr);
     EXPECT_STREQ(FormatMessage(message, kLanguage, localizer).c_str(), "Unknown.");

@@ -128,11 +128,11 @@ const Operation kOperations[] = {
     {"writing cursor", true, [](Message& message, const Message&) { WalkWriting(message); }},
 };
 
-class EachOperation : public testing::TestWithParam<Operation> {};
+class MessageMemoryOfEachOperation : public testing::TestWithParam<Operation> {};
 
 }  // namespace
 
-TEST_P(EachOperation, StaysWellFormedWhicheverAllocationFails) {
+TEST_P(MessageMemoryOfEachOperation, StaysWellFormedWhicheverAllocationFails) {
     for (const unsigned int size : {16u, 64u, 100u, 400u}) {
         const std::size_t live = test::LiveBlocks();
         Message other(300, 1, "other");
@@ -160,12 +160,13 @@ TEST_P(EachOperation, StaysWellFormedWhicheverAllocationFails) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Message, EachOperation, testing::ValuesIn(kOperations), [](const auto& tested) {
-    std::string name = tested.param.name;
-    for (char& character : name)
-        if (character == ' ') character = '_';
-    return name;
-});
+INSTANTIATE_TEST_SUITE_P(Message, MessageMemoryOfEachOperation, testing::ValuesIn(kOperations),
+                         [](const auto& tested) {
+                             std::string name = tested.param.name;
+                             for (char& character : name)
+                                 if (character == ' ') character = '_';
+                             return name;
+                         });
 
 TEST(MessageMemory, WhatFitsInTheBlockTakesNoHeap) {
     const std::size_t before = test::AllocationCount();

@@ -149,7 +149,7 @@ TEST(MessageMove, WithoutMemoryForACopyTheSourceKeepsItsContent) {
     }
 }
 
-TEST(ExceptionOfAMessage, IsThrownAsTheTypeAndSaysTheSame) {
+TEST(MessageMoveIntoAnException, IsThrownAsTheTypeAndSaysTheSame) {
     const Message message = Filled();
     try {
         throw ZBase::ExceptionImpl<ZBase::BufferException>(message);
@@ -158,7 +158,7 @@ TEST(ExceptionOfAMessage, IsThrownAsTheTypeAndSaysTheSame) {
     }
 }
 
-TEST(ExceptionOfAMessage, TakesTheContentOfOneThatIsMoved) {
+TEST(MessageMoveIntoAnException, TakesTheContentOfOneThatIsMoved) {
     Message message = Filled();
     const std::string said = test::DescribeTree(message);
     const std::size_t before = AllocationCount();
@@ -168,6 +168,6 @@ TEST(ExceptionOfAMessage, TakesTheContentOfOneThatIsMoved) {
     EXPECT_TRUE(message.IsEmpty());
 }
 
-TEST(ExceptionOfAMessage, IsMadeOnPurposeOnly) {
+TEST(MessageMoveIntoAnException, IsMadeOnPurposeOnly) {
     EXPECT_FALSE((std::is_convertible_v<Message, ZBase::ExceptionImpl<ZBase::BufferException>>));
 }

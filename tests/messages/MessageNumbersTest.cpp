@@ -51,7 +51,7 @@ void Manipulate(Message& message) {
 
 }  // namespace
 
-TEST(MessageOperand, BoolIsExactlyBool) {
+TEST(MessageNumbersAndOtherOperands, BoolIsExactlyBool) {
     EXPECT_TRUE(Operand<bool>);
     EXPECT_TRUE(Operand<bool&>);
     EXPECT_TRUE(Operand<const bool&>);
@@ -82,7 +82,7 @@ TEST(MessageOperand, BoolIsExactlyBool) {
     EXPECT_STREQ(message.GetParameter(1), "true");
 }
 
-TEST(MessageOperand, OnlyNarrowTextAndSixteenBitTextAreTexts) {
+TEST(MessageNumbersAndOtherOperands, OnlyNarrowTextAndSixteenBitTextAreTexts) {
     EXPECT_TRUE(Operand<char*>);
     EXPECT_TRUE(Operand<const char(&)[3]>);
     EXPECT_TRUE(Operand<unsigned short*>);
@@ -101,7 +101,7 @@ TEST(MessageOperand, OnlyNarrowTextAndSixteenBitTextAreTexts) {
     EXPECT_FALSE(Operand<std::u8string_view>);
 }
 
-TEST(MessageOperand, WhatIsNoOperandOfOursMayHaveOneOfItsOwn) {
+TEST(MessageNumbersAndOtherOperands, WhatIsNoOperandOfOursMayHaveOneOfItsOwn) {
     Message message;
     OwnOperand variable;
     const OwnOperand constant;
@@ -111,14 +111,14 @@ TEST(MessageOperand, WhatIsNoOperandOfOursMayHaveOneOfItsOwn) {
     for (unsigned int i = 0; i != 3; ++i) EXPECT_STREQ(message.GetParameter(i), "its own");
 }
 
-TEST(MessageOperand, ManipulatorsAreFunctionsAndWhatTurnsIntoThem) {
+TEST(MessageNumbersAndOtherOperands, ManipulatorsAreFunctionsAndWhatTurnsIntoThem) {
     Message message;
     message << Manipulate << &Manipulate << [](Message& target) { target << "by a lambda"; };
     EXPECT_STREQ(message.GetParameter(1), "manipulated");
     EXPECT_STREQ(message.GetParameter(2), "by a lambda");
 }
 
-TEST(MessageOperand, CharactersAndPlainEnumerationsAreNumbers) {
+TEST(MessageNumbersAndOtherOperands, CharactersAndPlainEnumerationsAreNumbers) {
     Message message;
     message << 'c' << L'c' << u'c' << U'c' << static_cast<short>(-3) << kPlain << Numeric{};
     const char* const expected[] = {"99", "99", "99", "99", "-3", "3", "7"};
@@ -127,7 +127,7 @@ TEST(MessageOperand, CharactersAndPlainEnumerationsAreNumbers) {
     EXPECT_FALSE(Operand<Scoped>);
 }
 
-TEST(MessageOperand, TextsWithALengthEndThereOrAtTheirFirstZero) {
+TEST(MessageNumbersAndOtherOperands, TextsWithALengthEndThereOrAtTheirFirstZero) {
     Message message;
     const std::string text("one\0two", 7);
     message << std::string_view("abcdef", 3) << std::string_view() << text << std::string(2000, 'x');
@@ -137,14 +137,14 @@ TEST(MessageOperand, TextsWithALengthEndThereOrAtTheirFirstZero) {
     EXPECT_EQ(std::string(message.GetParameter(3)), std::string(2000, 'x'));
 }
 
-TEST(MessageOperand, ATextMayLieInTheMessageItself) {
+TEST(MessageNumbersAndOtherOperands, ATextMayLieInTheMessageItself) {
     Message message(300, 42, "template");
     message << std::string_view(message.GetTemplate()) << std::string_view(message.GetTemplate() + 3, 2);
     EXPECT_STREQ(message.GetParameter(0), "template");
     EXPECT_STREQ(message.GetParameter(1), "pl");
 }
 
-TEST(MessageOperand, ResultStringsGoAsTheirTextsAndNullAsAnEmptyOne) {
+TEST(MessageNumbersAndOtherOperands, ResultStringsGoAsTheirTextsAndNullAsAnEmptyOne) {
     using namespace ZBase::Literals;
     Message message;
     message << ZBase::ReturnString("narrow") << ZBase::ReturnWString(u"wide \u20AC"_w)
@@ -154,14 +154,14 @@ TEST(MessageOperand, ResultStringsGoAsTheirTextsAndNullAsAnEmptyOne) {
     for (unsigned int i = 0; i != 6; ++i) EXPECT_STREQ(message.GetParameter(i), expected[i]);
 }
 
-TEST(MessageOperand, AResultStringStaysWithItsOwner) {
+TEST(MessageNumbersAndOtherOperands, AResultStringStaysWithItsOwner) {
     Message message;
     const ZBase::ReturnString text("kept");
     message << text;
     EXPECT_STREQ(text.c_str(), "kept");
 }
 
-TEST(MessageOperand, ATextThatCantBeStoredLeavesAnEmptyOneInItsPlace) {
+TEST(MessageNumbersAndOtherOperands, ATextThatCantBeStoredLeavesAnEmptyOneInItsPlace) {
     Message message;
     const std::string text(500, 'x');
     {

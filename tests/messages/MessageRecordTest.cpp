@@ -82,7 +82,7 @@ TEST(MessageRecord, RecordThatFillsTheBlockToTheByteTakesNoHeapBlock) {
     EXPECT_EQ(Layout(&message), "100-0: 84#3 | 100-78: 6#3");
 }
 
-TEST(MessageState, DefaultMessageIsEmpty) {
+TEST(MessageRecordState, DefaultMessageIsEmpty) {
     const Message message;
     EXPECT_TRUE(message.IsEmpty());
     EXPECT_EQ(message.GetDomain(), 0);
@@ -95,7 +95,7 @@ TEST(MessageState, DefaultMessageIsEmpty) {
     EXPECT_EQ(message.GetSameLevelMessageOrNULL(), nullptr);
 }
 
-TEST(MessageState, MessageWithOnlyDeletedRecordsIsEmpty) {
+TEST(MessageRecordState, MessageWithOnlyDeletedRecordsIsEmpty) {
     Message message;
     message.SetTemplate("gone");
     EXPECT_FALSE(message.IsEmpty());
@@ -104,18 +104,18 @@ TEST(MessageState, MessageWithOnlyDeletedRecordsIsEmpty) {
     EXPECT_EQ(Layout(&message), "100-74: 10#0");
 }
 
-TEST(MessageState, ConstructorWithoutTemplatePlacesOnlyTheHeader) {
+TEST(MessageRecordState, ConstructorWithoutTemplatePlacesOnlyTheHeader) {
     const Message message(300, 42, nullptr);
     EXPECT_EQ(Layout(&message), "100-71: 13#1");
     EXPECT_EQ(message.GetTemplate(), nullptr);
 }
 
-TEST(MessageState, EmptyTemplateIsATemplate) {
+TEST(MessageRecordState, EmptyTemplateIsATemplate) {
     const Message message(300, 42, "");
     EXPECT_STREQ(message.GetTemplate(), "");
 }
 
-TEST(MessageState, ClearGivesTheChainBackAndKeepsTheCapacity) {
+TEST(MessageRecordState, ClearGivesTheChainBackAndKeepsTheCapacity) {
     Message message(300, 42, Long(200).c_str());
     message.Clear();
     EXPECT_EQ(Layout(&message), "100-84:");
@@ -124,7 +124,7 @@ TEST(MessageState, ClearGivesTheChainBackAndKeepsTheCapacity) {
     EXPECT_EQ(Layout(&message), "100-84:");
 }
 
-TEST(MessageState, CopyIsCompactAndKeepsTheOrder) {
+TEST(MessageRecordState, CopyIsCompactAndKeepsTheOrder) {
     Message message(300, 42, "short");
     message << "one";
     message.SetTemplate("a longer template");
@@ -137,14 +137,14 @@ TEST(MessageState, CopyIsCompactAndKeepsTheOrder) {
     EXPECT_STREQ(copy.GetParameter(1), "two");
 }
 
-TEST(MessageState, AssignmentReplacesTheContent) {
+TEST(MessageRecordState, AssignmentReplacesTheContent) {
     Message message(1, 2, Long(150).c_str());
     const Message other(300, 42, "other");
     EXPECT_EQ(&(message = other), &message);
     EXPECT_EQ(Layout(&message), "100-60: 13#1 11#2");
 }
 
-TEST(MessageState, AssignmentToItselfEmpties) {
+TEST(MessageRecordState, AssignmentToItselfEmpties) {
     Message message(300, 42, "text");
     message << Long(200).c_str();
     Message& same = message;
@@ -153,7 +153,7 @@ TEST(MessageState, AssignmentToItselfEmpties) {
     EXPECT_EQ(Layout(&message), "100-84:");
 }
 
-TEST(MessageState, AssignmentOfANestedMessageUnwraps) {
+TEST(MessageRecordState, AssignmentOfANestedMessageUnwraps) {
     for (const std::size_t length : {std::size_t{1}, std::size_t{150}}) {
         Message message(1, 2, Long(length).c_str());
         message.WrapBy(3, 4, "Outer");
@@ -165,7 +165,7 @@ TEST(MessageState, AssignmentOfANestedMessageUnwraps) {
     }
 }
 
-TEST(MessageIdentity, SetDomainAndIdOverwritesInPlaceAndKeepsTheNumberFormat) {
+TEST(MessageRecordHeader, SetDomainAndIdOverwritesInPlaceAndKeepsTheNumberFormat) {
     Message message(300, 42, nullptr);
     message << Message::WideHex;
     message.SetDomainAndID(10, -1);
@@ -173,7 +173,7 @@ TEST(MessageIdentity, SetDomainAndIdOverwritesInPlaceAndKeepsTheNumberFormat) {
     EXPECT_EQ(Hex(Bytes(message) + 21, 8), "ff ff ff ff 0a 00 10 08");
 }
 
-TEST(MessageIdentity, HeaderPlacedLateMayLandAheadOfTheParameters) {
+TEST(MessageRecordHeader, HeaderPlacedLateMayLandAheadOfTheParameters) {
     Message message;
     message << Long(60).c_str() << Long(60).c_str();
     EXPECT_EQ(Layout(&message), "100-18: 66#3 | 100-18: 66#3");
@@ -182,7 +182,7 @@ TEST(MessageIdentity, HeaderPlacedLateMayLandAheadOfTheParameters) {
     EXPECT_EQ(message.GetID(), 42);
 }
 
-TEST(MessageTemplate, NullDeletesAndDoesNothingWithoutATemplate) {
+TEST(MessageRecordTemplate, NullDeletesAndDoesNothingWithoutATemplate) {
     Message message(300, 42, "text");
     message.SetTemplate(nullptr);
     EXPECT_EQ(message.GetTemplate(), nullptr);
@@ -191,7 +191,7 @@ TEST(MessageTemplate, NullDeletesAndDoesNothingWithoutATemplate) {
     EXPECT_EQ(Layout(&message), "100-61: 13#1 10#0");
 }
 
-TEST(MessageTemplate, ShorterOneIsWrittenInTheOldRecord) {
+TEST(MessageRecordTemplate, ShorterOneIsWrittenInTheOldRecord) {
     Message message(300, 42, "long text");
     message.SetTemplate("text");
     EXPECT_EQ(Layout(&message), "100-56: 13#1 15#2");
@@ -201,7 +201,7 @@ TEST(MessageTemplate, ShorterOneIsWrittenInTheOldRecord) {
     EXPECT_STREQ(message.GetTemplate(), "long text");
 }
 
-TEST(MessageTemplate, LongerOneLeavesADeletedRecordThatACopyDrops) {
+TEST(MessageRecordTemplate, LongerOneLeavesADeletedRecordThatACopyDrops) {
     Message message(300, 42, "text");
     message.SetTemplate("longer");
     EXPECT_EQ(Layout(&message), "100-49: 13#1 10#0 12#2");
@@ -209,7 +209,7 @@ TEST(MessageTemplate, LongerOneLeavesADeletedRecordThatACopyDrops) {
     EXPECT_EQ(Layout(&copy), "100-59: 13#1 12#2");
 }
 
-TEST(MessageTemplate, TextFromTheMessageItselfIsTaken) {
+TEST(MessageRecordTemplate, TextFromTheMessageItselfIsTaken) {
     Message message(300, 42, "template");
     message << "a longer parameter";
     message.SetTemplate(message.GetTemplate() + 2);
@@ -220,7 +220,7 @@ TEST(MessageTemplate, TextFromTheMessageItselfIsTaken) {
     EXPECT_STREQ(message.GetParameter(1), "a longer parameter");
 }
 
-TEST(MessageLocalizedText, EachLanguageHasItsOwn) {
+TEST(MessageRecordLocalizedText, EachLanguageHasItsOwn) {
     Message message;
     message.SetLocalizedText(1033, "English");
     message.SetLocalizedText(0, "neutral");
@@ -231,7 +231,7 @@ TEST(MessageLocalizedText, EachLanguageHasItsOwn) {
     EXPECT_EQ(message.GetLocalizedText(1031), nullptr);
 }
 
-TEST(MessageLocalizedText, InPlaceAsLongAsTheSpareByteFitsToo) {
+TEST(MessageRecordLocalizedText, InPlaceAsLongAsTheSpareByteFitsToo) {
     Message message;
     message.SetLocalizedText(1033, "abcd");  // payload 8
     message.SetLocalizedText(1033, "ab");
@@ -242,7 +242,7 @@ TEST(MessageLocalizedText, InPlaceAsLongAsTheSpareByteFitsToo) {
     EXPECT_STREQ(message.GetLocalizedText(1033), "abcde");
 }
 
-TEST(MessageLocalizedText, NullRemovesTheTextOfThatLanguage) {
+TEST(MessageRecordLocalizedText, NullRemovesTheTextOfThatLanguage) {
     Message message;
     message.SetLocalizedText(1, "one");
     message.SetLocalizedText(2, "two");
@@ -253,7 +253,7 @@ TEST(MessageLocalizedText, NullRemovesTheTextOfThatLanguage) {
     EXPECT_EQ(Layout(&message), "100-60: 12#0 12#6");
 }
 
-TEST(MessageSwap, EqualCapacitiesExchangeAllBytes) {
+TEST(MessageRecordSwap, EqualCapacitiesExchangeAllBytes) {
     Message one(1, 2, Long(100).c_str());
     Message other(3, 4, "other");
     const std::string oneBytes = Hex(&one, 100);

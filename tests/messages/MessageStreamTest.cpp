@@ -1,4 +1,3 @@
-#define FMT_HEADER_ONLY  // where fmt is installed, its library need not be linked
 #include <Base/ZBase.h>
 
 #include <gtest/gtest.h>
@@ -39,17 +38,3 @@ TEST(MessageStream, WritesExceptionsToo) {
     stream << ZBase::ExceptionImpl<ZBase::BufferException>(Filled());
     EXPECT_EQ(stream.str(), kText);
 }
-
-#if defined(__cpp_lib_format)
-TEST(MessageFormatter, OfTheLanguageFormatsMessagesAndExceptions) {
-    EXPECT_EQ(std::format("<{}>", Filled()), std::string("<") + kText + ">");
-    EXPECT_EQ(std::format("{:.5}", ZBase::ExceptionImpl<ZBase::BufferException>(Filled())), "outer");
-}
-#endif
-
-#if __has_include(<fmt/format.h>)
-TEST(MessageFormatter, OfFmtFormatsMessagesAndExceptions) {
-    EXPECT_EQ(fmt::format("<{}>", Filled()), std::string("<") + kText + ">");
-    EXPECT_EQ(fmt::format("{:.5}", ZBase::ExceptionImpl<ZBase::BufferException>(Filled())), "outer");
-}
-#endif

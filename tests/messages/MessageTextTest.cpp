@@ -48,7 +48,7 @@ std::string Localized(const Message& message, RecordingLocalizer& localizer, uns
     return text.c_str() == nullptr ? "(null)" : text.c_str();
 }
 
-TEST(Localize, LocalizerIsGivenAllThatTheMessageHolds) {
+TEST(MessageTextLocalize, LocalizerIsGivenAllThatTheMessageHolds) {
     Message message(300, 42, "%1 and %2");
     message << "a"
             << "b";
@@ -62,7 +62,7 @@ TEST(Localize, LocalizerIsGivenAllThatTheMessageHolds) {
     EXPECT_EQ(localizer.calls[0].parameters, (Texts{"a", "b"}));
 }
 
-TEST(Localize, EmptyMessageHasDomainAndIdZeroNoTemplateAndNoParameters) {
+TEST(MessageTextLocalize, EmptyMessageHasDomainAndIdZeroNoTemplateAndNoParameters) {
     RecordingLocalizer localizer("made");
     EXPECT_EQ(Localized(Message(), localizer, 7), "made");
     EXPECT_EQ(localizer.calls[0].domain, 0);
@@ -71,12 +71,12 @@ TEST(Localize, EmptyMessageHasDomainAndIdZeroNoTemplateAndNoParameters) {
     EXPECT_TRUE(localizer.calls[0].parameters.empty());
 }
 
-TEST(Localize, NullTextOfTheLocalizerStaysNull) {
+TEST(MessageTextLocalize, NullTextOfTheLocalizerStaysNull) {
     RecordingLocalizer localizer(nullptr);
     EXPECT_EQ(Localized(Message(300, 1, "x"), localizer, 0), "(null)");
 }
 
-TEST(Localize, ParametersKeepTheirOrderOverAllBlocks) {
+TEST(MessageTextLocalize, ParametersKeepTheirOrderOverAllBlocks) {
     Message message(300, 1, nullptr);
     Texts expected;
     for (int i = 0; i != 100; ++i) {
@@ -88,7 +88,7 @@ TEST(Localize, ParametersKeepTheirOrderOverAllBlocks) {
     EXPECT_EQ(localizer.calls[0].parameters, expected);
 }
 
-TEST(Localize, StoredTextWinsAndTheLocalizerIsNotAsked) {
+TEST(MessageTextLocalize, StoredTextWinsAndTheLocalizerIsNotAsked) {
     Message message(100, 5, "template");
     message.SetLocalizedText(kLanguage, "stored");
     RecordingLocalizer localizer("made");
@@ -97,7 +97,7 @@ TEST(Localize, StoredTextWinsAndTheLocalizerIsNotAsked) {
     EXPECT_EQ(test::FormatSimply(message, kLanguage), "stored");  // and no further texts
 }
 
-TEST(Localize, StoredTextOfAnotherLanguageIsIgnored) {
+TEST(MessageTextLocalize, StoredTextOfAnotherLanguageIsIgnored) {
     Message message(300, 1, "template");
     message.SetLocalizedText(0, "neutral");
     message.SetLocalizedText(1031, "deutsch");
@@ -107,14 +107,14 @@ TEST(Localize, StoredTextOfAnotherLanguageIsIgnored) {
     EXPECT_EQ(Localized(message, localizer, 0), "neutral");
 }
 
-TEST(Localize, EmptyStoredTextIsAText) {
+TEST(MessageTextLocalize, EmptyStoredTextIsAText) {
     Message message;
     message.SetLocalizedText(kLanguage, "");
     RecordingLocalizer localizer("made");
     EXPECT_EQ(Localized(message, localizer, kLanguage), "");
 }
 
-TEST(Localize, RemovedRecordsDoNotCount) {
+TEST(MessageTextLocalize, RemovedRecordsDoNotCount) {
     Message message(300, 1, "short");
     message.SetLocalizedText(kLanguage, "stored");
     message.SetLocalizedText(kLanguage, nullptr);
@@ -127,7 +127,7 @@ TEST(Localize, RemovedRecordsDoNotCount) {
     EXPECT_EQ(localizer.calls[1].textTemplate, RecordingLocalizer::kNull);
 }
 
-TEST(Localize, OfSeveralTemplatesAndHeadersTheLastCountsAndOfStoredTextsTheFirst) {
+TEST(MessageTextLocalize, OfSeveralTemplatesAndHeadersTheLastCountsAndOfStoredTextsTheFirst) {
     using namespace std::string_view_literals;
     HandMadeMessage message;
     message.Add(1, "\1\0\0\0\2\0\12\0"sv);
@@ -144,7 +144,7 @@ TEST(Localize, OfSeveralTemplatesAndHeadersTheLastCountsAndOfStoredTextsTheFirst
     EXPECT_EQ(localizer.calls[0].textTemplate, "last");
 }
 
-TEST(Localize, RecordsOfUnknownTagsAreSteppedOver) {
+TEST(MessageTextLocalize, RecordsOfUnknownTagsAreSteppedOver) {
     using namespace std::string_view_literals;
     HandMadeMessage message;
     message.Add(9, "?");
@@ -155,7 +155,7 @@ TEST(Localize, RecordsOfUnknownTagsAreSteppedOver) {
     EXPECT_EQ(localizer.calls[0].parameters, (Texts{"parameter"}));
 }
 
-TEST(Localize, NestedMessagesHaveNoPartInIt) {
+TEST(MessageTextLocalize, NestedMessagesHaveNoPartInIt) {
     Message message(300, 1, "inner");
     message << "of inner";
     message.SetLocalizedText(kLanguage, "inner text");
@@ -166,13 +166,13 @@ TEST(Localize, NestedMessagesHaveNoPartInIt) {
     EXPECT_TRUE(localizer.calls[0].parameters.empty());
 }
 
-TEST(GetMessage, GivesTheWideTextThatWasSet) {
+TEST(MessageTextGetMessage, GivesTheWideTextThatWasSet) {
     Message message(300, 1, "template");
     message.SetMessage("wide"_w);
     EXPECT_EQ(test::Wide(message.GetMessage()), u"wide");
 }
 
-TEST(GetMessage, MakesTheTextOfTheWholeTreeInEnglish) {
+TEST(MessageTextGetMessage, MakesTheTextOfTheWholeTreeInEnglish) {
     Message message(100, 5, nullptr);
     message.WrapBy(300, 42, "Cannot open %1") << "x";
     EXPECT_EQ(test::Wide(message.GetMessage()),
@@ -184,7 +184,7 @@ TEST(GetMessage, MakesTheTextOfTheWholeTreeInEnglish) {
     EXPECT_EQ(test::Wide(Message().GetMessage()), u"Unknown error. (Unknown message 0)");
 }
 
-TEST(GetMessage, TextThatWasSetIsThereWhereTheEnglishNarrowOneIsNot) {
+TEST(MessageTextGetMessage, TextThatWasSetIsThereWhereTheEnglishNarrowOneIsNot) {
     Message message;
     message.SetMessage("abc"_w);
     EXPECT_EQ(test::FormatSimply(message, 0), "abc");
@@ -192,14 +192,14 @@ TEST(GetMessage, TextThatWasSetIsThereWhereTheEnglishNarrowOneIsNot) {
     EXPECT_EQ(test::Wide(message.GetMessage()), u"abc");
 }
 
-TEST(GetMessage, TwiceGivesTheSameAddress) {
+TEST(MessageTextGetMessage, TwiceGivesTheSameAddress) {
     const Message message(300, 42, "text");
     const unsigned short* text = message.GetMessage();
     EXPECT_EQ(message.GetMessage(), text);
     EXPECT_EQ(test::Wide(text), u"text (Server message 42)");
 }
 
-TEST(GetMessage, AddressIsEvenWhereverTheMessageStands) {
+TEST(MessageTextGetMessage, AddressIsEvenWhereverTheMessageStands) {
     unsigned char memory[302];
     for (const std::size_t shift : {0u, 1u}) {
         for (const unsigned int size : {16u, 60u, 300u}) {
@@ -212,13 +212,13 @@ TEST(GetMessage, AddressIsEvenWhereverTheMessageStands) {
     }
 }
 
-TEST(GetMessage, DecodesUtf8AndReplacesWhatIsNone) {
+TEST(MessageTextGetMessage, DecodesUtf8AndReplacesWhatIsNone) {
     Message message;
     message.SetLocalizedText(0x409, "\xC3\xBC\xF0\x9F\x98\x80|\xFF|");
     EXPECT_EQ(test::Wide(message.GetMessage()), u"\u00FC\xD83D\xDE00|\uFFFD|");
 }
 
-TEST(GetMessage, KeptTextOutlivesChangesOfTheMessage) {
+TEST(MessageTextGetMessage, KeptTextOutlivesChangesOfTheMessage) {
     Message message(300, 42, "before");
     const unsigned short* text = message.GetMessage();
     message.SetTemplate("after");
@@ -229,7 +229,7 @@ TEST(GetMessage, KeptTextOutlivesChangesOfTheMessage) {
     EXPECT_EQ(test::Wide(text), u"before (Server message 42)");
 }
 
-TEST(GetMessage, KeptTextIsReplacedOrDroppedByWhatRewritesTheMessage) {
+TEST(MessageTextGetMessage, KeptTextIsReplacedOrDroppedByWhatRewritesTheMessage) {
     const Message other(300, 1, "other");
     const auto kept = [] {
         Message message(300, 42, "before");
@@ -256,7 +256,7 @@ TEST(GetMessage, KeptTextIsReplacedOrDroppedByWhatRewritesTheMessage) {
     EXPECT_EQ(test::Wide(behind.GetMessage()), u"other (Server message 1)before (Server message 42)");
 }
 
-TEST(GetMessage, KeptTextGoesAlongWithACopy) {
+TEST(MessageTextGetMessage, KeptTextGoesAlongWithACopy) {
     Message message(300, 42, "before");
     message.GetMessage();
     message.SetTemplate("after");
@@ -264,13 +264,13 @@ TEST(GetMessage, KeptTextGoesAlongWithACopy) {
     EXPECT_EQ(test::Wide(copy.GetMessage()), u"before (Server message 42)");
 }
 
-TEST(GetMessage, LongTextHasRoom) {
+TEST(MessageTextGetMessage, LongTextHasRoom) {
     Message message(300, 42, std::string(100000, 'x').c_str());
     EXPECT_EQ(test::Wide(message.GetMessage()).size(), 100000 + std::strlen(" (Server message 42)"));
 }
 
 // A nested message is full: its text goes to a block that its parent does not know.
-TEST(GetMessage, OfANestedMessageIsKeptInABlockThatCopiesShareAndNobodyFrees) {
+TEST(MessageTextGetMessage, OfANestedMessageIsKeptInABlockThatCopiesShareAndNobodyFrees) {
     const std::size_t before = test::LiveBlocks();
     void* block = nullptr;
     {
@@ -290,7 +290,7 @@ TEST(GetMessage, OfANestedMessageIsKeptInABlockThatCopiesShareAndNobodyFrees) {
     ::operator delete(block);
 }
 
-TEST(GetMessage, WantOfMemoryLeavesTheMessageWellFormed) {
+TEST(MessageTextGetMessage, WantOfMemoryLeavesTheMessageWellFormed) {
     const char* const text = "a template that leaves no room in the block for the wide text";
     const std::size_t before = test::LiveBlocks();
     bool failed = true;

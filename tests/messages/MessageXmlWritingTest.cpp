@@ -130,7 +130,7 @@ TEST(MessageXmlWriting, CharacterThatXmlCannotHoldLeavesNothingBehind) {
     }
 }
 
-class MessageXmlFile : public test::ScratchFolder {
+class MessageXmlWritingOfAFile : public test::ScratchFolder {
 protected:
     static std::string ReadAll(const std::filesystem::path& file) {
         std::ifstream stream(file, std::ios::binary);
@@ -142,7 +142,7 @@ protected:
 };
 
 // Most of the document is written when the last message turns out to be too large.
-TEST_F(MessageXmlFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
+TEST_F(MessageXmlWritingOfAFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
     Message message;
     message << "\x01";
     for (int number = 0; number < 3000; ++number)
@@ -156,7 +156,7 @@ TEST_F(MessageXmlFile, CharacterThatXmlCannotHoldLeavesNothingHalfWritten) {
     }
 }
 
-TEST_F(MessageXmlFile, HoldsTheWholeMessage) {
+TEST_F(MessageXmlWritingOfAFile, HoldsTheWholeMessage) {
     const std::string file = (mFolder / "new.xml").string();
     ZBase::SerializeToXML(Message(300, 1, "t"), *ZLiteXML::CreateFileWriter(file.c_str()));
     EXPECT_EQ(ReadAll(file), test::ToXML(Message(300, 1, "t")));

@@ -59,13 +59,13 @@ void ExpectErrorSymbol(int number) {
                  known ? row->second : std::to_string(number).c_str());
 }
 
-TEST(ErrorSymbols, EveryNumberHasTheSymbolOfTheTableOrNone) {
+TEST(SystemErrorsSymbol, EveryNumberHasTheSymbolOfTheTableOrNone) {
     ASSERT_EQ(kErrorSymbols.size(), 39u);
     for (int number = -200; number <= 400; ++number) ExpectErrorSymbol(number);
     for (const int number : {0x7FFFFFFF, -0x7FFFFFFF, -0x7FFFFFFF - 1}) ExpectErrorSymbol(number);
 }
 
-TEST(ErrorSymbols, GapsAndTheLastRow) {
+TEST(SystemErrorsSymbol, GapsAndTheLastRow) {
     EXPECT_STREQ(GetStandardCLibraryErrorSymbolOrNULL(2).c_str(), "ENOENT");
     for (const int number : {15, 0, -1})
         EXPECT_EQ(GetStandardCLibraryErrorSymbolOrNULL(number).c_str(), nullptr);
@@ -74,7 +74,7 @@ TEST(ErrorSymbols, GapsAndTheLastRow) {
     EXPECT_STREQ(GetStandardCLibraryErrorSymbolOrDecimalString(139).c_str(), "ETXTBSY");
 }
 
-TEST(ExceptionSymbols, EveryRowAndTheCodesBesideIt) {
+TEST(SystemErrorsExceptionSymbol, EveryRowAndTheCodesBesideIt) {
     ASSERT_EQ(kExceptionSymbols.size(), 20u);
     for (const auto& row : kExceptionSymbols) {
         for (const unsigned int code : {row.first - 1, row.first, row.first + 1}) {
@@ -91,7 +91,7 @@ TEST(ExceptionSymbols, EveryRowAndTheCodesBesideIt) {
     EXPECT_EQ(GetWin32ExceptionSymbolOrNULL(0xC0000017).c_str(), nullptr);
 }
 
-TEST(ExceptionSymbols, UnknownCodeIsEightUpperCaseDigits) {
+TEST(SystemErrorsExceptionSymbol, UnknownCodeIsEightUpperCaseDigits) {
     const std::map<unsigned int, const char*> rows = {
         {0xE06D7363, "0xE06D7363"}, {0x12345, "0x00012345"},  {0, "0x00000000"},
         {0xF, "0x0000000F"},        {0xABCDEF, "0x00ABCDEF"}, {0xFFFFFFFF, "0xFFFFFFFF"},
@@ -100,25 +100,25 @@ TEST(ExceptionSymbols, UnknownCodeIsEightUpperCaseDigits) {
         EXPECT_STREQ(GetWin32ExceptionSymbolOrHexUpperString(code).c_str(), text);
 }
 
-TEST(SystemErrorDescription, IsALineWithTheCodeInBothForms) {
+TEST(SystemErrorsDescription, IsALineWithTheCodeInBothForms) {
     EXPECT_EQ(test::Wide(GetSystemErrorDescription(5).c_str()),
               u"System Error 0x00000005 (5): --- Access is denied.");
 }
 
-TEST(SystemErrorDescription, CodeWithoutTextEndsInUnknownError) {
+TEST(SystemErrorsDescription, CodeWithoutTextEndsInUnknownError) {
     EXPECT_EQ(GetWin32APIErrorDescriptionOrNULL(kNoCode, 0).c_str(), nullptr);
     EXPECT_EQ(test::Wide(GetSystemErrorDescription(kNoCode).c_str()),
               u"System Error 0x20000001 (536870913): --- Unknown error.");
 }
 
-TEST(SystemErrorDescription, CodeIsUnsigned) {
+TEST(SystemErrorsDescription, CodeIsUnsigned) {
     EXPECT_EQ(test::Wide(GetSystemErrorDescription(0xFFFFFFFF).c_str()),
               u"System Error 0xFFFFFFFF (4294967295): --- Unknown error.");
     EXPECT_EQ(test::Wide(GetSystemErrorDescription(0x80000000).c_str()),
               u"System Error 0x80000000 (2147483648): --- Unknown error.");
 }
 
-TEST(SystemErrorDescription, NamesTheErrorBehindAResultOrStatus) {
+TEST(SystemErrorsDescription, NamesTheErrorBehindAResultOrStatus) {
     const auto described = [](unsigned int code) {
         return test::Wide(GetSystemErrorDescription(code).c_str());
     };
@@ -129,7 +129,7 @@ TEST(SystemErrorDescription, NamesTheErrorBehindAResultOrStatus) {
     EXPECT_TRUE(IsSystemError(0x80070005));
 }
 
-TEST(SystemErrorDescription, EveryCodeHasItsTextInTheOtherForms) {
+TEST(SystemErrorsDescription, EveryCodeHasItsTextInTheOtherForms) {
     for (unsigned int code = 1; code <= 0xFFFF; ++code) {
         const ReturnWString plain = GetWin32APIErrorDescriptionOrNULL(code, 0);
         for (const unsigned int form : {0x80070000, 0xC0070000}) {
@@ -140,7 +140,7 @@ TEST(SystemErrorDescription, EveryCodeHasItsTextInTheOtherForms) {
     }
 }
 
-TEST(SystemErrorDescription, SuccessAndOtherFacilitiesHaveNone) {
+TEST(SystemErrorsDescription, SuccessAndOtherFacilitiesHaveNone) {
     for (const unsigned int code :
          {0x80070000u, 0xC0070000u, 0x80040005u, 0x80080005u, 0x00070005u, 0x40070005u}) {
         EXPECT_EQ(GetWin32APIErrorDescriptionOrNULL(code, 0).c_str(), nullptr) << code;
@@ -148,7 +148,7 @@ TEST(SystemErrorDescription, SuccessAndOtherFacilitiesHaveNone) {
     }
 }
 
-TEST(SystemErrorDescription, WantOfMemoryIsThrownAndNothingLeaks) {
+TEST(SystemErrorsDescription, WantOfMemoryIsThrownAndNothingLeaks) {
     const std::size_t before = test::LiveBlocks();
     const std::size_t failures = test::ForEachFailingAllocation([] {
         try {
@@ -160,7 +160,7 @@ TEST(SystemErrorDescription, WantOfMemoryIsThrownAndNothingLeaks) {
     EXPECT_EQ(test::LiveBlocks(), before);
 }
 
-TEST(Win32Description, IsServedInEnglishAndInTheSystemsLanguageOnly) {
+TEST(SystemErrorsWin32Description, IsServedInEnglishAndInTheSystemsLanguageOnly) {
     EXPECT_EQ(test::Wide(GetWin32APIErrorDescriptionOrNULL(5, 0).c_str()), u"Access is denied.");
     EXPECT_EQ(test::Wide(GetWin32APIErrorDescriptionOrNULL(5, 0x409).c_str()), u"Access is denied.");
     for (const auto language : std::initializer_list<unsigned short>{1, 0x407, 0x809, 0x40A, 0xFFFF}) {
@@ -168,7 +168,7 @@ TEST(Win32Description, IsServedInEnglishAndInTheSystemsLanguageOnly) {
     }
 }
 
-TEST(IsSystemError, TellsKnownCodesFromOthersAndLeavesItsMarkInTheLastCode) {
+TEST(SystemErrorsIsSystemError, TellsKnownCodesFromOthersAndLeavesItsMarkInTheLastCode) {
     EXPECT_TRUE(IsSystemError(5));
     EXPECT_EQ(GetLastError(), 122u);
     EXPECT_FALSE(IsSystemError(kNoCode));
@@ -177,7 +177,7 @@ TEST(IsSystemError, TellsKnownCodesFromOthersAndLeavesItsMarkInTheLastCode) {
     EXPECT_FALSE(IsSystemError(0xFFFFFFFF));
 }
 
-TEST(LastError, BelongsToTheThread) {
+TEST(SystemErrorsLastError, BelongsToTheThread) {
     IsSystemError(5);
     std::thread([] {
         EXPECT_EQ(GetLastError(), 0u);
@@ -187,12 +187,12 @@ TEST(LastError, BelongsToTheThread) {
     EXPECT_EQ(GetLastError(), 122u);
 }
 
-TEST(ErrorNumberDescription, SpeaksEnglish) {
+TEST(SystemErrorsNumberDescription, SpeaksEnglish) {
     EXPECT_EQ(test::Wide(GetStandardCLibraryErrorDescriptionOrNULL(2).c_str()), u"No such file or directory");
     EXPECT_EQ(test::Wide(GetStandardCLibraryErrorDescriptionOrNULL(13).c_str()), u"Permission denied");
 }
 
-TEST(ErrorNumberDescription, NumberThatIsNoneHasNoDescription) {
+TEST(SystemErrorsNumberDescription, NumberThatIsNoneHasNoDescription) {
     for (const int number : {-1, 41, 58, 134, 0x7FFFFFFF, -0x7FFFFFFF - 1}) {
         EXPECT_EQ(GetStandardCLibraryErrorDescriptionOrNULL(number).c_str(), nullptr) << number;
     }

@@ -23,25 +23,25 @@ std::string HostName() {
     return name.substr(0, name.find('.'));
 }
 
-TEST(Host, ComputerNameIsTheHostNameUpToTheFirstDot) {
+TEST(HostInformation, ComputerNameIsTheHostNameUpToTheFirstDot) {
     EXPECT_EQ(Narrow(ZBase::GetComputerName()), HostName());
 }
 
-TEST(Host, FullNameBeginsWithTheHostName) {
+TEST(HostInformation, FullNameBeginsWithTheHostName) {
     const std::string full = Narrow(ZBase::GetComputerFullName());
     EXPECT_EQ(full.substr(0, full.find('.')), HostName());
     EXPECT_NE(full.back(), '.');
 }
 
-TEST(Host, HasAProcessor) {
+TEST(HostInformation, HasAProcessor) {
     EXPECT_EQ(ZBase::GetNumberOfSystemProcessors(), sysconf(_SC_NPROCESSORS_ONLN));
 }
 
-TEST(Host, LoginIsTheAccountOfTheEffectiveUser) {
+TEST(HostInformation, LoginIsTheAccountOfTheEffectiveUser) {
     EXPECT_EQ(Narrow(ZBase::GetCurrentLogin()), HostName() + "\\" + getpwuid(geteuid())->pw_name);
 }
 
-TEST(Host, LoginOfAnAccountThatIsGoneFails) {
+TEST(HostInformation, LoginOfAnAccountThatIsGoneFails) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can act for another user; a scripted host shows the same";
     uid_t stranger = 54321;
     while (getpwuid(stranger) != nullptr) ++stranger;
@@ -65,21 +65,8 @@ TEST(Host, LoginOfAnAccountThatIsGoneFails) {
     EXPECT_EQ(status, 0);
 }
 
-TEST(Host, MachineIdIsStable) {
+TEST(HostInformation, MachineIdIsStable) {
     EXPECT_EQ(ZBase::GetUniqueMachineID(), ZBase::GetUniqueMachineID());
-}
-
-TEST(PseudoRandomNumber, TakesEachValueFromOneToItsBound) {
-    int counts[7] = {};
-    for (int i = 0; i != 6000; ++i) {
-        const unsigned int value = ZBase::GetPseudoRandomInt32(6);
-        ASSERT_GE(value, 1u);
-        ASSERT_LE(value, 6u);
-        ++counts[value];
-        ASSERT_EQ(ZBase::GetPseudoRandomInt32(1), 1u);
-        ASSERT_EQ(ZBase::GetPseudoRandomInt32(0), 1u);
-    }
-    for (int value = 1; value != 7; ++value) EXPECT_GT(counts[value], 700) << value;
 }
 
 }  // namespace

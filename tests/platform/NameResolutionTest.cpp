@@ -26,7 +26,7 @@ enum class EHost { OfItsOwn, StandIn };
 
 // A host that has the file above and no other source of names: in namespaces of its own, if the machine
 // permits that, and always with a stand-in for the resolver.
-class NamesOfAHost : public test::ScratchFolder, public testing::WithParamInterface<EHost> {
+class NameResolutionOfAHost : public test::ScratchFolder, public testing::WithParamInterface<EHost> {
 protected:
     void SetUp() override {
         Write("hosts", kHosts);
@@ -58,27 +58,27 @@ protected:
     std::string mInterface;  // the address of the one that the stand-in has beside the loopback
 };
 
-INSTANTIATE_TEST_SUITE_P(Hosts, NamesOfAHost, testing::Values(EHost::OfItsOwn, EHost::StandIn),
+INSTANTIATE_TEST_SUITE_P(Hosts, NameResolutionOfAHost, testing::Values(EHost::OfItsOwn, EHost::StandIn),
                          [](const auto& host) {
                              return host.param == EHost::OfItsOwn ? "OfItsOwn" : "StandIn";
                          });
 
-TEST_P(NamesOfAHost, AddressGivesItsName) {
+TEST_P(NameResolutionOfAHost, AddressGivesItsName) {
     EXPECT_EQ(Ask("ip2name", "10.0.0.1"), "single.example.com");
     EXPECT_EQ(Ask("ip2name", "10.0.0.3"), "several.example.com");
     EXPECT_EQ(Ask("ip2name", "2001:DB8:0::7"), "six.example.com");
 }
 
-TEST_P(NamesOfAHost, AddressWithoutANameGivesItsNumber) {
+TEST_P(NameResolutionOfAHost, AddressWithoutANameGivesItsNumber) {
     EXPECT_EQ(Ask("ip2name", "10.9.9.9"), "10.9.9.9");
     EXPECT_EQ(Ask("ip2name", "2001:DB8:0::99"), "2001:db8::99");
 }
 
-TEST_P(NamesOfAHost, NameForAnAddressGivesTheCanonicalName) {
+TEST_P(NameResolutionOfAHost, NameForAnAddressGivesTheCanonicalName) {
     EXPECT_EQ(Ask("ip2name", "single"), "single.example.com");
 }
 
-TEST_P(NamesOfAHost, NameGivesItsFirstAddressOfAnyFamily) {
+TEST_P(NameResolutionOfAHost, NameGivesItsFirstAddressOfAnyFamily) {
     EXPECT_EQ(Ask("name2ip", "single"), "10.0.0.1");
     EXPECT_EQ(Ask("name2ip", "several"), "10.0.0.2");
     EXPECT_EQ(Ask("name2ip", "six"), "2001:db8::7");
@@ -86,37 +86,37 @@ TEST_P(NamesOfAHost, NameGivesItsFirstAddressOfAnyFamily) {
     EXPECT_EQ(Ask("name2ip", "b\u00F6x"), "10.0.0.5");
 }
 
-TEST_P(NamesOfAHost, AddressOfALinkSaysWhichLink) {
+TEST_P(NameResolutionOfAHost, AddressOfALinkSaysWhichLink) {
     if (GetParam() == EHost::StandIn) GTEST_SKIP() << "the stand-in has no links";
     EXPECT_EQ(Ask("name2ip", "fe80::1%1"), "fe80::1%lo");
     EXPECT_EQ(Ask("ip2name", "fe80::1%1"), "fe80::1%lo");
 }
 
-TEST_P(NamesOfAHost, WhatDoesNotResolveComesBack) {
+TEST_P(NameResolutionOfAHost, WhatDoesNotResolveComesBack) {
     EXPECT_EQ(Ask("name2ip", "missing"), "missing");
     EXPECT_EQ(Ask("ip2name", "missing"), "missing");
     EXPECT_EQ(Ask("name2ip", ""), "");
     EXPECT_EQ(Ask("name2ip", "a b"), "a b");
 }
 
-TEST_P(NamesOfAHost, IPv4AddressComesWithItsCode) {
+TEST_P(NameResolutionOfAHost, IPv4AddressComesWithItsCode) {
     EXPECT_EQ(Ask("name2ipv4", "single"), "0 10.0.0.1");
     EXPECT_EQ(Ask("name2ipv4", "several"), "0 10.0.0.2");
     EXPECT_EQ(Ask("name2ipv4", "missing"), "11001 missing");
 }
 
-TEST_P(NamesOfAHost, IPv4AddressOfAHostWithIPv6OnlyIsARefusal) {
+TEST_P(NameResolutionOfAHost, IPv4AddressOfAHostWithIPv6OnlyIsARefusal) {
     const std::string answer = Ask("name2ipv4", "six");
     EXPECT_TRUE(answer == "11001 six" || answer == "11004 six") << answer;  // unknown, or without such data
 }
 
-TEST_P(NamesOfAHost, NameThatTheLocaleCannotHoldIsRefused) {
+TEST_P(NameResolutionOfAHost, NameThatTheLocaleCannotHoldIsRefused) {
     EXPECT_EQ(Ask("name2ipv4", "b\u00F6x", "C"), "-1 b\u00F6x");
     EXPECT_EQ(Ask("name2ip", "b\u00F6x", "C").rfind("thrown: ", 0), 0u);
     EXPECT_EQ(Ask("ip2name", "b\u00F6x", "C").rfind("thrown: ", 0), 0u);
 }
 
-TEST_P(NamesOfAHost, HostOfAUrlBecomesItsAddress) {
+TEST_P(NameResolutionOfAHost, HostOfAUrlBecomesItsAddress) {
     EXPECT_EQ(Ask("url", "svc://host:8080/path"), "0 svc://10.0.0.1:8080/path+0");
     EXPECT_EQ(Ask("url", "svc://host/path"), "-1 svc://host/path");
     EXPECT_EQ(Ask("url", "svc://missing:80"), "11001 svc://missing:80");
@@ -124,13 +124,13 @@ TEST_P(NamesOfAHost, HostOfAUrlBecomesItsAddress) {
     EXPECT_EQ(Ask("url", "svc://[::1]:80"), "11001 svc://[::1]:80");
 }
 
-TEST_P(NamesOfAHost, HostKnowsItself) {
+TEST_P(NameResolutionOfAHost, HostKnowsItself) {
     EXPECT_EQ(Ask("computer"), "box");
     EXPECT_EQ(Ask("full"), "box.example.com");
     EXPECT_EQ(Ask("machine"), "7F000101");
 }
 
-TEST_P(NamesOfAHost, HostWithoutADomainHasNoDot) {
+TEST_P(NameResolutionOfAHost, HostWithoutADomainHasNoDot) {
     Write("hosts", "127.0.1.1 box\n");
     EXPECT_EQ(Ask("full"), "box");
     Write("hosts", "127.0.0.1 localhost\n");  // an unknown name
@@ -138,7 +138,7 @@ TEST_P(NamesOfAHost, HostWithoutADomainHasNoDot) {
     EXPECT_EQ(Ask("machine"), "0");
 }
 
-TEST_P(NamesOfAHost, DomainIsThatOfTheNodesOwnName) {
+TEST_P(NameResolutionOfAHost, DomainIsThatOfTheNodesOwnName) {
     mNode = "web1.corp.example.com";
     Write("hosts", "127.0.0.1 localhost.localdomain localhost\n");
     EXPECT_EQ(Ask("full"), "web1.corp.example.com");
@@ -149,12 +149,12 @@ TEST_P(NamesOfAHost, DomainIsThatOfTheNodesOwnName) {
     EXPECT_EQ(Ask("computer"), "web1");
 }
 
-TEST_P(NamesOfAHost, NameOfTheLoopbackTellsNoDomain) {
+TEST_P(NameResolutionOfAHost, NameOfTheLoopbackTellsNoDomain) {
     Write("hosts", "127.0.0.1 localhost.localdomain localhost box\n");
     EXPECT_EQ(Ask("full"), "box");
 }
 
-TEST_P(NamesOfAHost, NameMayHave64Octets) {
+TEST_P(NameResolutionOfAHost, NameMayHave64Octets) {
     mNode = std::string(60, 'n') + ".abc";
     EXPECT_EQ(Ask("full"), mNode);
     EXPECT_EQ(Ask("computer"), std::string(60, 'n'));
@@ -162,7 +162,7 @@ TEST_P(NamesOfAHost, NameMayHave64Octets) {
     EXPECT_EQ(Ask("computer"), mNode);
 }
 
-TEST_P(NamesOfAHost, MachineIsKnownByAnAddressThatOthersDoNotHave) {
+TEST_P(NameResolutionOfAHost, MachineIsKnownByAnAddressThatOthersDoNotHave) {
     Write("hosts", "127.0.0.1 localhost box\n127.0.1.1 box\n10.0.0.9 box\n");
     EXPECT_EQ(Ask("machine"), "A000009");
     Write("hosts", "127.0.0.1 localhost\n127.0.1.1 box\n");
@@ -174,7 +174,7 @@ TEST_P(NamesOfAHost, MachineIsKnownByAnAddressThatOthersDoNotHave) {
     EXPECT_EQ(Ask("machine"), "A010203");
 }
 
-TEST(IPv4Address, IsFourDecimalNumbers) {
+TEST(NameResolutionOfAnIPv4Address, IsFourDecimalNumbers) {
     for (const char* text : {"10.0.0.1", "0.0.0.0", "255.255.255.255", "127.0.0.1"}) {
         EXPECT_TRUE(ZBase::IsValidIPAddress(text)) << text;
     }

@@ -66,7 +66,7 @@ int AnswersHere() {
     return 0;
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, WhenNoneIsLeftToThisProcess) {
+TEST(ProcessAliveWithoutADescriptor, WhenNoneIsLeftToThisProcess) {
     EXPECT_EQ(test::InChild([] {
                   rlimit limit{};
                   getrlimit(RLIMIT_NOFILE, &limit);
@@ -79,7 +79,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenNoneIsLeftToThisProcess) {
               0);
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, WhenThisProcessMayHaveNone) {
+TEST(ProcessAliveWithoutADescriptor, WhenThisProcessMayHaveNone) {
     EXPECT_EQ(test::InChild([] {
                   const rlimit none{};
                   setrlimit(RLIMIT_NOFILE, &none);
@@ -88,7 +88,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenThisProcessMayHaveNone) {
               0);
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxRefuses) {
+TEST(ProcessAliveWithoutADescriptor, WhenASandboxRefuses) {
     for (const int error : {EPERM, ENOSYS, ENFILE, EMFILE, EACCES, ENOMEM}) {
         const int answers = test::InChild([error] {
             return test::RefuseCalls({SYS_pidfd_open}, static_cast<unsigned int>(error)) ? AnswersHere()
@@ -99,7 +99,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxRefuses) {
     }
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxGivesOneAndRefusesToWait) {
+TEST(ProcessAliveWithoutADescriptor, WhenASandboxGivesOneAndRefusesToWait) {
     const int answers = test::InChild([] {
         return test::RefuseCalls({SYS_poll, SYS_ppoll}, EPERM) ? AnswersHere() : test::kNotAllowed;
     });
@@ -107,7 +107,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenASandboxGivesOneAndRefusesToWait) {
     EXPECT_EQ(answers, 0);
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, WhenTheProcessListIsNotTold) {
+TEST(ProcessAliveWithoutADescriptor, WhenTheProcessListIsNotTold) {
     const int answers = test::InChild([] {
         return test::RefuseCalls({SYS_pidfd_open, SYS_openat, SYS_readlink, SYS_readlinkat, SYS_newfstatat},
                                  EPERM)
@@ -119,7 +119,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhenTheProcessListIsNotTold) {
 }
 
 // The first thread of a process may end before the others.
-TEST(ProcessIsAliveWithoutADescriptor, WhileAnyOfItsThreadsRuns) {
+TEST(ProcessAliveWithoutADescriptor, WhileAnyOfItsThreadsRuns) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer starts no threads in a child";
     const pid_t process = fork();
     if (process == 0) {
@@ -146,7 +146,7 @@ TEST(ProcessIsAliveWithoutADescriptor, WhileAnyOfItsThreadsRuns) {
     EXPECT_EQ(ended, 2);
 }
 
-TEST(ProcessIsAliveWithoutADescriptor, NotForTheIdOfASecondThread) {
+TEST(ProcessAliveWithoutADescriptor, NotForTheIdOfASecondThread) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "the sanitizer starts no threads in a child";
     const int answer = test::InChild([] {
         if (!test::RefuseCalls({SYS_pidfd_open}, EPERM)) return test::kNotAllowed;

@@ -82,13 +82,13 @@ int RunAsNobody(Body body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST(ProcessIsAlive, WhileItRuns) {
+TEST(ProcessInformationIsAlive, WhileItRuns) {
     EXPECT_TRUE(ZBase::IsProcessAlive(ZBase::GetCurrentProcessID()));
     const WaitingProcess process;
     EXPECT_TRUE(ZBase::IsProcessAlive(Id(process.GetId())));
 }
 
-TEST(ProcessIsAlive, WhileItIsStopped) {
+TEST(ProcessInformationIsAlive, WhileItIsStopped) {
     const WaitingProcess process;
     kill(process.GetId(), SIGSTOP);
     siginfo_t info;
@@ -96,34 +96,34 @@ TEST(ProcessIsAlive, WhileItIsStopped) {
     EXPECT_TRUE(ZBase::IsProcessAlive(Id(process.GetId())));
 }
 
-TEST(ProcessIsAlive, NotWhenItHasEndedAndNobodyAskedForItsResult) {
+TEST(ProcessInformationIsAlive, NotWhenItHasEndedAndNobodyAskedForItsResult) {
     const WaitingProcess process;
     process.Kill();
     ASSERT_EQ(kill(process.GetId(), 0), 0);  // the id is still in use
     EXPECT_FALSE(ZBase::IsProcessAlive(Id(process.GetId())));
 }
 
-TEST(ProcessIsAlive, NotWhenItIsGone) {
+TEST(ProcessInformationIsAlive, NotWhenItIsGone) {
     WaitingProcess process;
     const pid_t id = process.GetId();
     process.End();
     EXPECT_FALSE(ZBase::IsProcessAlive(Id(id)));
 }
 
-TEST(ProcessIsAlive, NotForIdsThatNoProcessHas) {
+TEST(ProcessInformationIsAlive, NotForIdsThatNoProcessHas) {
     for (const std::uint64_t id :
          {0ull, 0x7FFFFFFFull, 0x80000000ull, 0xFFFFFFFFull, 0x100000000ull, ~0ull}) {
         EXPECT_FALSE(ZBase::IsProcessAlive(id)) << id;
     }
 }
 
-TEST(ProcessIsAlive, ByTheLow32BitsOfItsId) {
+TEST(ProcessInformationIsAlive, ByTheLow32BitsOfItsId) {
     EXPECT_TRUE(ZBase::IsProcessAlive(Id(getpid()) + 0x100000000));
     EXPECT_TRUE(ZBase::IsProcessAlive(Id(getpid()) | 0xFFFFFFFF00000000));
 }
 
 // On this system any user may wait for any process.
-TEST(ProcessIsAlive, OfAnotherUserToo) {
+TEST(ProcessInformationIsAlive, OfAnotherUserToo) {
     if (geteuid() != 0) {
         EXPECT_TRUE(ZBase::IsProcessAlive(1));
         return;
@@ -132,19 +132,19 @@ TEST(ProcessIsAlive, OfAnotherUserToo) {
     EXPECT_EQ(RunAsNobody([roots] { return ZBase::IsProcessAlive(roots) ? 0 : 1; }), 0);
 }
 
-TEST(ProcessIsAlive, QuestionLeavesNothingOpen) {
+TEST(ProcessInformationIsAlive, QuestionLeavesNothingOpen) {
     const std::size_t before = OpenDescriptors();
     for (int i = 0; i != 100; ++i) ZBase::IsProcessAlive(Id(getpid()));
     EXPECT_EQ(OpenDescriptors(), before);
 }
 
-TEST(ProcessName, IsTheFileNameOfTheProgram) {
+TEST(ProcessInformationName, IsTheFileNameOfTheProgram) {
     EXPECT_EQ(Narrow(ZBase::GetProcessName(ZBase::GetCurrentProcessID())), "platform_tests");
     const WaitingProcess process;
     EXPECT_EQ(Narrow(ZBase::GetProcessName(static_cast<unsigned int>(process.GetId()))), "platform_tests");
 }
 
-TEST(ProcessName, OfAProcessThatIsGoneOrNeverWasIsEmpty) {
+TEST(ProcessInformationName, OfAProcessThatIsGoneOrNeverWasIsEmpty) {
     WaitingProcess process;
     const auto id = static_cast<unsigned int>(process.GetId());
     process.End();
@@ -153,14 +153,14 @@ TEST(ProcessName, OfAProcessThatIsGoneOrNeverWasIsEmpty) {
     }
 }
 
-TEST(ProcessName, OfAnotherUserIsNotTold) {
+TEST(ProcessInformationName, OfAnotherUserIsNotTold) {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can act for another user; a scripted system shows the same";
     const auto roots = static_cast<unsigned int>(getpid());
     EXPECT_EQ(RunAsNobody([roots] { return *ZBase::GetProcessName(roots).c_str() == 0 ? 0 : 1; }), 0);
 }
 
-TEST(ProcessName, ManyQuestionsUseNothingUp) {
+TEST(ProcessInformationName, ManyQuestionsUseNothingUp) {
     const std::size_t before = OpenDescriptors();
     for (int i = 0; i != 5000; ++i) ZBase::GetProcessName(ZBase::GetCurrentProcessID());
     EXPECT_EQ(OpenDescriptors(), before);
@@ -175,12 +175,12 @@ std::string CommandLineOf(const std::vector<std::string>& arguments) {
     return line.substr(program.size() + 8);
 }
 
-TEST(CommandLine, HasTheProgramAndItsArguments) {
+TEST(ProcessInformationCommandLine, HasTheProgramAndItsArguments) {
     EXPECT_EQ(CommandLineOf({}), "");
     EXPECT_EQ(CommandLineOf({"a", "-b=c", "\u00E9\U0001F600"}), " a -b=c \u00E9\U0001F600");
 }
 
-TEST(CommandLine, QuotesWhatWouldNotComeBack) {
+TEST(ProcessInformationCommandLine, QuotesWhatWouldNotComeBack) {
     EXPECT_EQ(CommandLineOf({"", "a b", "c\td"}), " \"\" \"a b\" \"c\td\"");
     EXPECT_EQ(CommandLineOf({"say \"x\""}), " \"say \\\"x\\\"\"");
     EXPECT_EQ(CommandLineOf({"\""}), " \"\\\"\"");
@@ -188,7 +188,7 @@ TEST(CommandLine, QuotesWhatWouldNotComeBack) {
     EXPECT_EQ(CommandLineOf({"a \\", "a\\\"b"}), " \"a \\\\\" \"a\\\\\\\"b\"");
 }
 
-TEST(CommandLine, OfAProgramWithASpaceInItsNameIsQuoted) {
+TEST(ProcessInformationCommandLine, OfAProgramWithASpaceInItsNameIsQuoted) {
     const fs::path folder = fs::temp_directory_path() / ("zbase test " + std::to_string(getpid()));
     fs::create_directory(folder);
     fs::copy_file(test::ChildProgram("HostProbe"), folder / "probe");
@@ -232,7 +232,7 @@ std::vector<std::string> Split(const std::string& line) {
     return arguments;
 }
 
-TEST(CommandLine, OfRandomArgumentsIsSplitAgainAsItWas) {
+TEST(ProcessInformationCommandLine, OfRandomArgumentsIsSplitAgainAsItWas) {
     std::mt19937 random(1);
     for (int i = 0; i != 30; ++i) {
         std::vector<std::string> arguments(40);
@@ -244,7 +244,7 @@ TEST(CommandLine, OfRandomArgumentsIsSplitAgainAsItWas) {
     }
 }
 
-TEST(CommandLine, MayBeLong) {
+TEST(ProcessInformationCommandLine, MayBeLong) {
     const std::string argument(100000, 'x');
     EXPECT_EQ(CommandLineOf({argument, argument}), " " + argument + " " + argument);
 }
@@ -275,13 +275,13 @@ std::int64_t PrivateBytes() {
 }
 
 // A monitor calls it when memory is exhausted.
-TEST(PrivateBytes, NeedNoHeap) {
+TEST(ProcessInformationPrivateBytes, NeedNoHeap) {
     const test::FailingAllocation failing(0);
     EXPECT_GT(PrivateBytes(), 0);
     EXPECT_FALSE(failing.HasFailed());
 }
 
-TEST(PrivateBytes, FollowWhatTheProcessCommits) {
+TEST(ProcessInformationPrivateBytes, FollowWhatTheProcessCommits) {
     for (const std::int64_t size : {64 * kMiB, 400 * kMiB}) {
         const std::int64_t before = PrivateBytes();
         ASSERT_GT(before, 0);
@@ -299,7 +299,7 @@ TEST(PrivateBytes, FollowWhatTheProcessCommits) {
     }
 }
 
-TEST(PrivateBytes, LeaveOutWhatIsOnlyReserved) {
+TEST(ProcessInformationPrivateBytes, LeaveOutWhatIsOnlyReserved) {
     constexpr std::size_t size = 1024 * kMiB;
     const std::int64_t before = PrivateBytes();
     void* reserved = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -307,7 +307,7 @@ TEST(PrivateBytes, LeaveOutWhatIsOnlyReserved) {
     munmap(reserved, size);
 }
 
-TEST(PrivateBytes, MayBeAskedByManyThreadsAtOnce) {
+TEST(ProcessInformationPrivateBytes, MayBeAskedByManyThreadsAtOnce) {
     std::vector<std::thread> threads;
     for (int i = 0; i != 8; ++i) {
         threads.emplace_back([] {
@@ -317,11 +317,11 @@ TEST(PrivateBytes, MayBeAskedByManyThreadsAtOnce) {
     for (std::thread& thread : threads) thread.join();
 }
 
-TEST(CurrentProcess, IsNotPaused) {
+TEST(ProcessInformationPause, IsNotPaused) {
     ZBase::PauseCurrentProcess();
 }
 
-class ModuleNames : public test::ScratchFolder {
+class ProcessInformationModuleNames : public test::ScratchFolder {
 protected:
     static std::string NameAt(const void* address) {
         return Narrow(ZBase::GetModuleFileNameByAddressWithinModule(address));
@@ -341,7 +341,7 @@ protected:
 
 int gInProgram = 1;
 
-TEST_F(ModuleNames, AreThePathsOfProgramAndLibraries) {
+TEST_F(ProcessInformationModuleNames, AreThePathsOfProgramAndLibraries) {
     const std::string program = fs::read_symlink("/proc/self/exe");
     EXPECT_EQ(NameAt(reinterpret_cast<const void*>(&FailureAt)), program);
     EXPECT_EQ(NameAt(&gInProgram), program);
@@ -350,7 +350,7 @@ TEST_F(ModuleNames, AreThePathsOfProgramAndLibraries) {
     EXPECT_NE(NameAt(dlsym(RTLD_DEFAULT, "getpid")).find("libc"), std::string::npos);
 }
 
-TEST_F(ModuleNames, MayHaveAnyLetters) {
+TEST_F(ProcessInformationModuleNames, MayHaveAnyLetters) {
     const fs::path file = mFolder / "caf\u00E9 \U0001F600.so";
     fs::copy_file(ZBASE_COMPONENTS_DIR "/Component_64.so", file);
     void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -359,7 +359,7 @@ TEST_F(ModuleNames, MayHaveAnyLetters) {
     dlclose(module);
 }
 
-TEST_F(ModuleNames, AreCutTo259Units) {
+TEST_F(ProcessInformationModuleNames, AreCutTo259Units) {
     fs::path folder = mFolder;
     for (int i = 0; i != 5; ++i) folder /= std::string(60, 'x');
     fs::create_directories(folder);
@@ -371,14 +371,14 @@ TEST_F(ModuleNames, AreCutTo259Units) {
     dlclose(module);
 }
 
-TEST_F(ModuleNames, AddressOutsideOfUserSpaceFails) {
+TEST_F(ProcessInformationModuleNames, AddressOutsideOfUserSpaceFails) {
     for (const std::uintptr_t address :
          {UINTPTR_MAX, std::uintptr_t{1} << 63, std::uintptr_t{0xFFFFFFFFFF600000}}) {
         EXPECT_EQ(FailureAt(reinterpret_cast<const void*>(address), -1), u"::VirtualQuery() failed.");
     }
 }
 
-TEST_F(ModuleNames, AddressWhereNothingIsFails) {
+TEST_F(ProcessInformationModuleNames, AddressWhereNothingIsFails) {
     const char16_t text[] = u"::VirtualQuery() returned NULL AllocationBase.";
     EXPECT_EQ(FailureAt(nullptr, -1), text);
     void* gone = mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -386,7 +386,7 @@ TEST_F(ModuleNames, AddressWhereNothingIsFails) {
     EXPECT_EQ(FailureAt(gone, -1), text);
 }
 
-TEST_F(ModuleNames, AddressInNoModuleFails) {
+TEST_F(ProcessInformationModuleNames, AddressInNoModuleFails) {
     const char16_t text[] =
         u"::GetModuleFileNameW() failed.\nSystem Error 0x0000007E (126): --- The module was not found.";
     const std::vector<int> heap(1000);

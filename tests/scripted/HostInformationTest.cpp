@@ -15,9 +15,9 @@ namespace {
 using test::gHost;
 using test::Wide;
 
-class HostOverScript : public testing::Test {
+class HostInformationOverScript : public testing::Test {
 protected:
-    HostOverScript() {
+    HostInformationOverScript() {
         gHost = {};
         test::gNetwork = {};
         test::gOwnAddresses.clear();
@@ -25,18 +25,18 @@ protected:
     }
 };
 
-TEST_F(HostOverScript, ComputerNameIsTheDnsName) {
+TEST_F(HostInformationOverScript, ComputerNameIsTheDnsName) {
     EXPECT_EQ(Wide(ZBase::GetComputerName().c_str()), u"dnshost");
     EXPECT_EQ(gHost.asked, "dns ");
     EXPECT_EQ(gHost.nameCapacity, 255u);
 }
 
-TEST_F(HostOverScript, ComputerNameIsEmptyWhenTheSystemDoesNotTell) {
+TEST_F(HostInformationOverScript, ComputerNameIsEmptyWhenTheSystemDoesNotTell) {
     gHost.dnsHostName = nullptr;
     EXPECT_EQ(Wide(ZBase::GetComputerName().c_str()), u"");
 }
 
-TEST_F(HostOverScript, NamesMayHave254UnitsAndNoMore) {
+TEST_F(HostInformationOverScript, NamesMayHave254UnitsAndNoMore) {
     const std::string fits(254, 'x');
     const std::string tooLong(255, 'x');
     gHost.dnsHostName = fits.c_str();
@@ -50,16 +50,16 @@ TEST_F(HostOverScript, NamesMayHave254UnitsAndNoMore) {
     EXPECT_EQ(Wide(ZBase::GetComputerFullName().c_str()), u"");
 }
 
-TEST_F(HostOverScript, FullNameIsTheOtherNameWithTheDomain) {
+TEST_F(HostInformationOverScript, FullNameIsTheOtherNameWithTheDomain) {
     gHost.dnsDomain = "example.com";
     EXPECT_EQ(Wide(ZBase::GetComputerFullName().c_str()), u"host.example.com");
 }
 
-TEST_F(HostOverScript, FullNameWithoutADomainEndsInNoDot) {
+TEST_F(HostInformationOverScript, FullNameWithoutADomainEndsInNoDot) {
     EXPECT_EQ(Wide(ZBase::GetComputerFullName().c_str()), u"host");
 }
 
-TEST_F(HostOverScript, FullNameAsksBothAndIsEmptyWhenEitherFails) {
+TEST_F(HostInformationOverScript, FullNameAsksBothAndIsEmptyWhenEitherFails) {
     gHost.hostName = nullptr;
     gHost.dnsDomain = "example.com";
     EXPECT_EQ(Wide(ZBase::GetComputerFullName().c_str()), u"");
@@ -70,18 +70,18 @@ TEST_F(HostOverScript, FullNameAsksBothAndIsEmptyWhenEitherFails) {
     EXPECT_EQ(gHost.asked, "host domain ");
 }
 
-TEST_F(HostOverScript, ProcessorsBeyond16BitsAreCut) {
+TEST_F(HostInformationOverScript, ProcessorsBeyond16BitsAreCut) {
     gHost.processors = 0x10003;
     EXPECT_EQ(ZBase::GetNumberOfSystemProcessors(), 3);
 }
 
-TEST_F(HostOverScript, LoginIsDomainAndUser) {
+TEST_F(HostInformationOverScript, LoginIsDomainAndUser) {
     EXPECT_EQ(Wide(ZBase::GetCurrentLogin().c_str()), u"domain\\user");
     EXPECT_EQ(gHost.openTokens, 0);
     EXPECT_EQ(gHost.accountCapacity, 257u);
 }
 
-TEST_F(HostOverScript, RoomForTheUserIsTheLengthRoundedUpPastTheNext16) {
+TEST_F(HostInformationOverScript, RoomForTheUserIsTheLengthRoundedUpPastTheNext16) {
     for (const auto& [length, room] : {std::pair(0u, 16u), {15u, 16u}, {16u, 32u}, {20u, 32u}, {31u, 32u}}) {
         gHost.userLength = length;
         ZBase::GetCurrentLogin();
@@ -89,7 +89,7 @@ TEST_F(HostOverScript, RoomForTheUserIsTheLengthRoundedUpPastTheNext16) {
     }
 }
 
-TEST_F(HostOverScript, AccountNamesMayHave256UnitsAndNoMore) {
+TEST_F(HostInformationOverScript, AccountNamesMayHave256UnitsAndNoMore) {
     const std::string fits(256, 'x');
     const std::string tooLong(257, 'x');
     gHost.account = fits.c_str();
@@ -100,7 +100,7 @@ TEST_F(HostOverScript, AccountNamesMayHave256UnitsAndNoMore) {
     EXPECT_THROW(ZBase::GetCurrentLogin(), ZBase::Message);
 }
 
-class LoginOverScript : public HostOverScript {
+class HostInformationLoginOverScript : public HostInformationOverScript {
 protected:
     static void ExpectLoginFailure(int id, const std::u16string& text) {
         test::ExpectFailure([] { ZBase::GetCurrentLogin(); }, id, text);
@@ -108,41 +108,41 @@ protected:
     }
 };
 
-TEST_F(LoginOverScript, FailsWithoutAToken) {
+TEST_F(HostInformationLoginOverScript, FailsWithoutAToken) {
     test::SetSystemError(5, "Denied.");
     gHost.hasToken = false;
     ExpectLoginFailure(5, u"::OpenProcessToken failed\nSystem Error 0x00000005 (5): --- Denied.");
 }
 
-TEST_F(LoginOverScript, FailsWhenTheSizeIsNotToldByTheSmallBuffer) {
+TEST_F(HostInformationLoginOverScript, FailsWhenTheSizeIsNotToldByTheSmallBuffer) {
     gHost.sizeQueryCode = 6;
     ExpectLoginFailure(6, u"::GetTokenInformation failed\nSystem Error 0x00000006 (6): --- Text.");
 }
 
-TEST_F(LoginOverScript, FailsWhenNoBufferAtAllSuffices) {
+TEST_F(HostInformationLoginOverScript, FailsWhenNoBufferAtAllSuffices) {
     gHost.sizeQuerySucceeds = true;
     ExpectLoginFailure(122, u"::GetTokenInformation failed\nSystem Error 0x0000007A (122): --- Text.");
 }
 
-TEST_F(LoginOverScript, FailsWithoutTheUser) {
+TEST_F(HostInformationLoginOverScript, FailsWithoutTheUser) {
     gHost.userSucceeds = false;
     gHost.codeAfterUser = 1450;
     ExpectLoginFailure(1450, u"::GetTokenInformation failed\nSystem Error 0x000005AA (1450): --- Text.");
 }
 
-TEST_F(LoginOverScript, FailsForAnAccountThatIsGone) {
+TEST_F(HostInformationLoginOverScript, FailsForAnAccountThatIsGone) {
     gHost.account = nullptr;
     gHost.codeAfterAccount = 1332;
     ExpectLoginFailure(1332, u"::LookupAccountSidW failed\nSystem Error 0x00000534 (1332): --- Text.");
 }
 
-TEST_F(LoginOverScript, FailsForAnAccountThatIsNoUserWithWhateverCodeThereIs) {
+TEST_F(HostInformationLoginOverScript, FailsForAnAccountThatIsNoUserWithWhateverCodeThereIs) {
     gHost.accountUse = 2;
     gHost.codeAfterAccount = 0;
     ExpectLoginFailure(0, u"::LookupAccountSidW failed\nSystem Error 0x00000000 (0): --- Text.");
 }
 
-TEST_F(LoginOverScript, LeaksNothingWhenMemoryRunsOut) {
+TEST_F(HostInformationLoginOverScript, LeaksNothingWhenMemoryRunsOut) {
     const std::size_t live = test::LiveBlocks();
     test::ForEachFailingAllocation([] {
         try {
@@ -154,20 +154,20 @@ TEST_F(LoginOverScript, LeaksNothingWhenMemoryRunsOut) {
     EXPECT_EQ(test::LiveBlocks(), live);
 }
 
-TEST_F(HostOverScript, MachineIdIsTheIPv4AddressOfTheHostsOwnName) {
+TEST_F(HostInformationOverScript, MachineIdIsTheIPv4AddressOfTheHostsOwnName) {
     test::gNetwork.hostName = "box";
     test::gNetwork.ipv4 = {{{10, 0, 0, 1}, 4, 0}, {{10, 0, 0, 2}, 4, 0}};
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x0A000001);
     EXPECT_EQ(test::gNetwork.askedName, "box");
 }
 
-TEST_F(HostOverScript, MachineIdOfAHostWithIPv6OnlyIsItsWordsTogether) {
+TEST_F(HostInformationOverScript, MachineIdOfAHostWithIPv6OnlyIsItsWordsTogether) {
     test::gNetwork.ipv4Code = 11004;
     test::gNetwork.any = {{{0x20, 1, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, 16, 0}};
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x20010DB8 ^ 7);
 }
 
-TEST_F(HostOverScript, MachineIdIsZeroWhenTheNameDoesNotResolve) {
+TEST_F(HostInformationOverScript, MachineIdIsZeroWhenTheNameDoesNotResolve) {
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0);
     test::gNetwork.ipv4Code = 11001;
     test::gNetwork.anyCode = 11001;
@@ -181,21 +181,21 @@ TEST_F(HostOverScript, MachineIdIsZeroWhenTheNameDoesNotResolve) {
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0);
 }
 
-TEST_F(HostOverScript, ResolverThatDoesNotAnswerIsAskedOnce) {
+TEST_F(HostInformationOverScript, ResolverThatDoesNotAnswerIsAskedOnce) {
     test::gNetwork.ipv4Code = 11002;
     test::gNetwork.any = {{{10, 0, 0, 1}, 4, 0}};
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0);
     EXPECT_EQ(test::gNetwork.asked, 1);
 }
 
-TEST_F(HostOverScript, MachineIdPassesOverTheLoopback) {
+TEST_F(HostInformationOverScript, MachineIdPassesOverTheLoopback) {
     test::gNetwork.ipv4 = {{{127, 0, 1, 1}, 4, 0}, {{127, 0, 0, 1}, 4, 0}, {{10, 0, 0, 7}, 4, 0}};
     test::gOwnAddresses = {{{10, 9, 9, 9}, 4, 0}};
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x0A000007);
     EXPECT_EQ(test::gNetwork.asked, 1);
 }
 
-TEST_F(HostOverScript, MachineIdOfANameOnTheLoopbackIsThatOfAnInterface) {
+TEST_F(HostInformationOverScript, MachineIdOfANameOnTheLoopbackIsThatOfAnInterface) {
     const ZBase::os::NetworkAddress six{{0x20, 1, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, 16, 0};
     const ZBase::os::NetworkAddress mapped{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 127, 0, 0, 1}, 16, 0};
     const ZBase::os::NetworkAddress sixOfLoopback{{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 16, 0};
@@ -213,7 +213,7 @@ TEST_F(HostOverScript, MachineIdOfANameOnTheLoopbackIsThatOfAnInterface) {
     }
 }
 
-TEST_F(HostOverScript, MachineIdOfAHostOnTheLoopbackOnlyIsThat) {
+TEST_F(HostInformationOverScript, MachineIdOfAHostOnTheLoopbackOnlyIsThat) {
     test::gNetwork.ipv4 = {{{127, 0, 1, 1}, 4, 0}};
     EXPECT_EQ(ZBase::GetUniqueMachineID(), 0x7F000101);
     test::gOwnAddresses = {{{127, 0, 0, 1}, 4, 0}};

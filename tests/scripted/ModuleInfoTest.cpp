@@ -12,7 +12,7 @@ namespace {
 using test::gModuleList;
 using ZBase::ModuleInfo;
 
-class ModuleTable : public testing::Test {
+class ModuleInfoOverScript : public testing::Test {
 protected:
     void SetUp() override {
         gModuleList = {};
@@ -41,7 +41,7 @@ protected:
     ModuleInfo mModules;
 };
 
-TEST_F(ModuleTable, AddressSelectsTheLastBaseBelowIt) {
+TEST_F(ModuleInfoOverScript, AddressSelectsTheLastBaseBelowIt) {
     mModules.Initialize();
     EXPECT_EQ(Find(0x1001), "first 1000");
     EXPECT_EQ(Find(0x4FFF), "first 1000");
@@ -51,14 +51,14 @@ TEST_F(ModuleTable, AddressSelectsTheLastBaseBelowIt) {
     EXPECT_EQ(Find(~std::uint64_t{0}), "third 9000");
 }
 
-TEST_F(ModuleTable, LowestBaseAndWhatIsBelowSelectNothing) {
+TEST_F(ModuleInfoOverScript, LowestBaseAndWhatIsBelowSelectNothing) {
     mModules.Initialize();
     EXPECT_EQ(Find(0x1000), "- 7");
     EXPECT_EQ(Find(0xFFF), "- 7");
     EXPECT_EQ(Find(0), "- 7");
 }
 
-TEST_F(ModuleTable, ReportHasALineForEachOfItsModules) {
+TEST_F(ModuleInfoOverScript, ReportHasALineForEachOfItsModules) {
     EXPECT_EQ(Report(),
               "first 0000000000001000 -4096\n"
               "second 0000000000005000 -20480\n"
@@ -66,18 +66,18 @@ TEST_F(ModuleTable, ReportHasALineForEachOfItsModules) {
     EXPECT_EQ(Find(0x5001), "- 7");  // the ends are zeros now
 }
 
-TEST_F(ModuleTable, ReportOfNoModulesIsEmptyAndTrue) {
+TEST_F(ModuleInfoOverScript, ReportOfNoModulesIsEmptyAndTrue) {
     gModuleList.modules.clear();
     EXPECT_EQ(Report(), "");
     EXPECT_EQ(Find(0x5001), "- 7");
 }
 
-TEST_F(ModuleTable, SizeIsCutTo32Bits) {
+TEST_F(ModuleInfoOverScript, SizeIsCutTo32Bits) {
     gModuleList.modules = {{0x7FFF00001000, "high"}};
     EXPECT_EQ(Report(), "high 00007FFF00001000 -4096\n");
 }
 
-TEST_F(ModuleTable, FailedEnumerationIsNotTriedAgain) {
+TEST_F(ModuleInfoOverScript, FailedEnumerationIsNotTriedAgain) {
     gModuleList.enumerates = false;
     mModules.Initialize();
     gModuleList.enumerates = true;
@@ -86,7 +86,7 @@ TEST_F(ModuleTable, FailedEnumerationIsNotTriedAgain) {
     EXPECT_EQ(Report(), "");
 }
 
-TEST_F(ModuleTable, IsReadOnce) {
+TEST_F(ModuleInfoOverScript, IsReadOnce) {
     mModules.Initialize();
     gModuleList.modules.push_back({0xD000, "late"});
     Report();
@@ -95,20 +95,20 @@ TEST_F(ModuleTable, IsReadOnce) {
     EXPECT_EQ(Find(0xD001), "- 7");
 }
 
-TEST_F(ModuleTable, HoldsTheFirst256Modules) {
+TEST_F(ModuleInfoOverScript, HoldsTheFirst256Modules) {
     gModuleList.modules.clear();
     for (std::uint64_t i = 1; i != 301; ++i) gModuleList.modules.push_back({i << 16, std::to_string(i)});
     mModules.Initialize();
     EXPECT_EQ(Find(~std::uint64_t{0}), "256 1000000");
 }
 
-TEST_F(ModuleTable, ModuleWithoutInformationIsLeftOutAndOneWithoutANameIsNot) {
+TEST_F(ModuleInfoOverScript, ModuleWithoutInformationIsLeftOutAndOneWithoutANameIsNot) {
     gModuleList.modules[0].hasInformation = false;
     gModuleList.modules[2].name.clear();
     EXPECT_EQ(Report(), "first 0000000000001000 -4096\n 0000000000005000 -20480\n");
 }
 
-TEST_F(ModuleTable, LaterNameOfABaseReplacesTheEarlier) {
+TEST_F(ModuleInfoOverScript, LaterNameOfABaseReplacesTheEarlier) {
     gModuleList.modules.push_back({0x1000, "again"});
     mModules.Initialize();
     EXPECT_EQ(Find(0x1001), "again 1000");

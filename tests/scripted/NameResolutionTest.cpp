@@ -23,9 +23,9 @@ std::u16string Units(const WideString& text) {
     return std::u16string(text.begin(), text.end());
 }
 
-class NamesOverScript : public testing::Test {
+class NameResolutionOverScript : public testing::Test {
 protected:
-    NamesOverScript() {
+    NameResolutionOverScript() {
         gNetwork = {};
         gNetwork.any = {kAddress, kAddress, kAddress};
         gNetwork.ipv4 = gNetwork.any;
@@ -33,7 +33,7 @@ protected:
     }
 };
 
-TEST_F(NamesOverScript, AddressAsksForANameAndNameForANumber) {
+TEST_F(NameResolutionOverScript, AddressAsksForANameAndNameForANumber) {
     gNetwork.texts = {"name", "1.2.3.4"};
     EXPECT_EQ(Wide(ZBase::IPAddress2MachineName("10.0.0.1"_w).c_str()), u"name");
     EXPECT_FALSE(gNetwork.askedForNumber);
@@ -43,7 +43,7 @@ TEST_F(NamesOverScript, AddressAsksForANameAndNameForANumber) {
     EXPECT_EQ(gNetwork.textCapacity, 1025u);
 }
 
-TEST_F(NamesOverScript, FirstAddressWithATextCounts) {
+TEST_F(NameResolutionOverScript, FirstAddressWithATextCounts) {
     gNetwork.texts = {nullptr, "", "third"};
     EXPECT_EQ(Wide(ZBase::IPAddress2MachineName("x"_w).c_str()), u"third");
     gNetwork.described = 0;
@@ -53,7 +53,7 @@ TEST_F(NamesOverScript, FirstAddressWithATextCounts) {
     EXPECT_EQ(Units(out), u"second");
 }
 
-TEST_F(NamesOverScript, InputComesBackWhenNoAddressHasAText) {
+TEST_F(NameResolutionOverScript, InputComesBackWhenNoAddressHasAText) {
     gNetwork.texts = {nullptr, "", nullptr, nullptr, nullptr, "", "", "", ""};
     EXPECT_EQ(Wide(ZBase::IPAddress2MachineName("10.0.0.1"_w).c_str()), u"10.0.0.1");
     EXPECT_EQ(Wide(ZBase::MachineName2IPAddress("box"_w).c_str()), u"box");
@@ -62,7 +62,7 @@ TEST_F(NamesOverScript, InputComesBackWhenNoAddressHasAText) {
     EXPECT_EQ(Units(out), u"box");
 }
 
-TEST_F(NamesOverScript, InputComesBackWhenThereIsNoAddress) {
+TEST_F(NameResolutionOverScript, InputComesBackWhenThereIsNoAddress) {
     gNetwork.any.clear();
     gNetwork.ipv4.clear();
     EXPECT_EQ(Wide(ZBase::MachineName2IPAddress("box"_w).c_str()), u"box");
@@ -71,7 +71,7 @@ TEST_F(NamesOverScript, InputComesBackWhenThereIsNoAddress) {
     EXPECT_EQ(Units(out), u"box");
 }
 
-TEST_F(NamesOverScript, NetworkThatDoesNotStartGivesTheInputOrItsCode) {
+TEST_F(NameResolutionOverScript, NetworkThatDoesNotStartGivesTheInputOrItsCode) {
     gNetwork.startCode = 10091;
     EXPECT_EQ(Wide(ZBase::IPAddress2MachineName("10.0.0.1"_w).c_str()), u"10.0.0.1");
     EXPECT_EQ(Wide(ZBase::MachineName2IPAddress("box"_w).c_str()), u"box");
@@ -81,9 +81,10 @@ TEST_F(NamesOverScript, NetworkThatDoesNotStartGivesTheInputOrItsCode) {
     EXPECT_EQ(gNetwork.askedName, "");
 }
 
-class ResolverFailure : public NamesOverScript, public testing::WithParamInterface<unsigned int> {};
+class NameResolutionFailure : public NameResolutionOverScript,
+                              public testing::WithParamInterface<unsigned int> {};
 
-TEST_P(ResolverFailure, GivesTheInputOrTheUnchangedCode) {
+TEST_P(NameResolutionFailure, GivesTheInputOrTheUnchangedCode) {
     gNetwork.anyCode = GetParam();
     gNetwork.ipv4Code = GetParam();
     const int code = static_cast<int>(GetParam());
@@ -100,11 +101,11 @@ TEST_P(ResolverFailure, GivesTheInputOrTheUnchangedCode) {
 
 // Bad flags, unknown name, try again, no recovery, no data, family, socket type, service, memory, overflow,
 // in progress, cancelled, interrupted, and what the system itself reports.
-INSTANTIATE_TEST_SUITE_P(Codes, ResolverFailure,
+INSTANTIATE_TEST_SUITE_P(Codes, NameResolutionFailure,
                          testing::Values(10022u, 11001u, 11002u, 11003u, 11004u, 10047u, 10044u, 10109u, 8u,
                                          122u, 10036u, 10103u, 10004u, 5u, 4u, 31u));
 
-TEST_F(NamesOverScript, NameThatTheLocaleCannotHoldThrowsOrGivesMinusOne) {
+TEST_F(NameResolutionOverScript, NameThatTheLocaleCannotHoldThrowsOrGivesMinusOne) {
     std::setlocale(LC_CTYPE, "C");
     WideString out("before"_w);
     EXPECT_EQ(ZBase::MachineName2IPv4Address("b\u00F6x"_w, out), -1);
@@ -117,12 +118,12 @@ TEST_F(NamesOverScript, NameThatTheLocaleCannotHoldThrowsOrGivesMinusOne) {
     EXPECT_EQ(Units(url), u"svc://b\u00F6x:1");
 }
 
-TEST_F(NamesOverScript, AnswerThatIsNoTextInTheLocaleThrows) {
+TEST_F(NameResolutionOverScript, AnswerThatIsNoTextInTheLocaleThrows) {
     gNetwork.texts = {"\xFF"};
     EXPECT_THROW(ZBase::IPAddress2MachineName("10.0.0.1"_w), ZBase::StringConversionException);
 }
 
-TEST_F(NamesOverScript, InputAndOutputMayBeOneString) {
+TEST_F(NameResolutionOverScript, InputAndOutputMayBeOneString) {
     gNetwork.texts = {"10.0.0.1"};
     WideString text("box"_w);
     EXPECT_EQ(ZBase::MachineName2IPv4Address(text, text), 0);
@@ -134,7 +135,7 @@ TEST_F(NamesOverScript, InputAndOutputMayBeOneString) {
     EXPECT_EQ(Units(text), u"10.0.0.1");
 }
 
-TEST_F(NamesOverScript, HostOfAUrlBecomesItsAddressAndTheTerminatorComesAlong) {
+TEST_F(NameResolutionOverScript, HostOfAUrlBecomesItsAddressAndTheTerminatorComesAlong) {
     gNetwork.texts = {"10.0.0.1", "10.0.0.1"};
     WideString out;
     EXPECT_EQ(ZBase::ConvertServerNameURL2IpAddrURL("svc://host:8080/path"_w, out), 0);
@@ -145,7 +146,7 @@ TEST_F(NamesOverScript, HostOfAUrlBecomesItsAddressAndTheTerminatorComesAlong) {
     EXPECT_EQ(gNetwork.askedName, "b");
 }
 
-TEST_F(NamesOverScript, UrlWithoutAHostAndAPortIsCopied) {
+TEST_F(NameResolutionOverScript, UrlWithoutAHostAndAPortIsCopied) {
     for (const char* url :
          {"", "host", "svc://host/path", "svc:", ":", "::", "a::80", "a:/:80", "a::", "://host"}) {
         const std::string text(url);
@@ -156,14 +157,14 @@ TEST_F(NamesOverScript, UrlWithoutAHostAndAPortIsCopied) {
     }
 }
 
-TEST_F(NamesOverScript, EmptyHostIsLeftToTheResolver) {
+TEST_F(NameResolutionOverScript, EmptyHostIsLeftToTheResolver) {
     gNetwork.ipv4Code = 11001;
     WideString out;
     EXPECT_EQ(ZBase::ConvertServerNameURL2IpAddrURL("a://:80"_w, out), 11001);
     EXPECT_EQ(Units(out), u"a://:80");
 }
 
-TEST_F(NamesOverScript, AnyAnswerOfTheParserButZeroIsAnAddress) {
+TEST_F(NameResolutionOverScript, AnyAnswerOfTheParserButZeroIsAnAddress) {
     for (const int answer : {1, -1, 2}) {
         gNetwork.parsed = answer;
         EXPECT_TRUE(ZBase::IsValidIPAddress("x"));

@@ -17,15 +17,15 @@ using test::Wide;
 using ZBase::os::EMemoryCounters;
 using ZBase::os::EWaitResult;
 
-class ProcessesOverScript : public testing::Test {
+class ProcessInformationOverScript : public testing::Test {
 protected:
-    ProcessesOverScript() {
+    ProcessInformationOverScript() {
         gProcesses = {};
         gModules = {};
     }
 };
 
-TEST_F(ProcessesOverScript, NameIsWhatFollowsTheLastSeparator) {
+TEST_F(ProcessInformationOverScript, NameIsWhatFollowsTheLastSeparator) {
     EXPECT_EQ(Wide(ZBase::GetProcessName(42).c_str()), u"program.bin");
     EXPECT_EQ(gProcesses.askedId, 42u);
     EXPECT_EQ(gProcesses.pathCapacity, 1024u);
@@ -40,7 +40,7 @@ TEST_F(ProcessesOverScript, NameIsWhatFollowsTheLastSeparator) {
     EXPECT_EQ(Wide(ZBase::GetProcessName(42).c_str()), u"program.exe");
 }
 
-TEST_F(ProcessesOverScript, NameOfAProcessThatTellsNothingIsEmpty) {
+TEST_F(ProcessInformationOverScript, NameOfAProcessThatTellsNothingIsEmpty) {
     gProcesses.opens = false;
     EXPECT_EQ(Wide(ZBase::GetProcessName(42).c_str()), u"");
     gProcesses.opens = true;
@@ -51,13 +51,13 @@ TEST_F(ProcessesOverScript, NameOfAProcessThatTellsNothingIsEmpty) {
     EXPECT_EQ(Wide(ZBase::GetProcessName(42).c_str()), u"");
 }
 
-TEST_F(ProcessesOverScript, EachNameKeepsAHandleOfItsProcess) {
+TEST_F(ProcessInformationOverScript, EachNameKeepsAHandleOfItsProcess) {
     ZBase::GetProcessName(42);
     ZBase::GetProcessName(42);
     EXPECT_EQ(gProcesses.openProcesses, 2);
 }
 
-TEST_F(ProcessesOverScript, IsAliveExactlyIfTheWaitTimesOut) {
+TEST_F(ProcessInformationOverScript, IsAliveExactlyIfTheWaitTimesOut) {
     EXPECT_TRUE(ZBase::IsProcessAlive(42));
     EXPECT_EQ(gProcesses.waited, 0u);
     gProcesses.waitResult = EWaitResult::Ended;
@@ -67,21 +67,21 @@ TEST_F(ProcessesOverScript, IsAliveExactlyIfTheWaitTimesOut) {
     EXPECT_EQ(gProcesses.openProcesses, 0);
 }
 
-TEST_F(ProcessesOverScript, ThatCannotBeOpenedIsNotAlive) {
+TEST_F(ProcessInformationOverScript, ThatCannotBeOpenedIsNotAlive) {
     gProcesses.opens = false;
     EXPECT_FALSE(ZBase::IsProcessAlive(42));
     EXPECT_EQ(gProcesses.openProcesses, 0);
 }
 
-TEST_F(ProcessesOverScript, LowHalfOfTheIdCounts) {
+TEST_F(ProcessInformationOverScript, LowHalfOfTheIdCounts) {
     ZBase::IsProcessAlive(0xFEDCBA9876543210u);
     EXPECT_EQ(gProcesses.askedId, 0x76543210u);
 }
 
 // The source of the figures is looked up once in a process, so these run in processes of their own.
-class PrivateBytesOverScriptDeathTest : public ProcessesOverScript {
+class ProcessInformationPrivateBytesOverScriptDeathTest : public ProcessInformationOverScript {
 protected:
-    PrivateBytesOverScriptDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    ProcessInformationPrivateBytesOverScriptDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     // Everything that is printed, and the results of two calls.
     static std::string TwoCalls() {
@@ -93,7 +93,7 @@ protected:
     static void Conclude() { std::_Exit(testing::Test::HasFailure() ? 1 : 0); }
 };
 
-TEST_F(PrivateBytesOverScriptDeathTest, AreCutTo32BitsAndTheirSourceIsFoundOnce) {
+TEST_F(ProcessInformationPrivateBytesOverScriptDeathTest, AreCutTo32BitsAndTheirSourceIsFoundOnce) {
     const auto body = [] {
         gProcesses.committed = 0x100000005;
         EXPECT_EQ(TwoCalls(), "5 5");
@@ -105,7 +105,8 @@ TEST_F(PrivateBytesOverScriptDeathTest, AreCutTo32BitsAndTheirSourceIsFoundOnce)
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PrivateBytesOverScriptDeathTest, SayOnceThatTheirModuleIsMissingAndEachTimeThatTheyFail) {
+TEST_F(ProcessInformationPrivateBytesOverScriptDeathTest,
+       SayOnceThatTheirModuleIsMissingAndEachTimeThatTheyFail) {
     const auto body = [] {
         gProcesses.counters = EMemoryCounters::NoModule;
         EXPECT_EQ(TwoCalls(),
@@ -117,7 +118,8 @@ TEST_F(PrivateBytesOverScriptDeathTest, SayOnceThatTheirModuleIsMissingAndEachTi
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PrivateBytesOverScriptDeathTest, SayOnceThatTheirFunctionIsMissingAndEachTimeThatTheyFail) {
+TEST_F(ProcessInformationPrivateBytesOverScriptDeathTest,
+       SayOnceThatTheirFunctionIsMissingAndEachTimeThatTheyFail) {
     const auto body = [] {
         gProcesses.counters = EMemoryCounters::NoFunction;
         EXPECT_EQ(TwoCalls(),
@@ -129,7 +131,7 @@ TEST_F(PrivateBytesOverScriptDeathTest, SayOnceThatTheirFunctionIsMissingAndEach
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PrivateBytesOverScriptDeathTest, SayEachTimeThatTheSystemRefuses) {
+TEST_F(ProcessInformationPrivateBytesOverScriptDeathTest, SayEachTimeThatTheSystemRefuses) {
     const auto body = [] {
         gProcesses.committed = 7;
         gProcesses.committedFails = true;
@@ -141,31 +143,31 @@ TEST_F(PrivateBytesOverScriptDeathTest, SayEachTimeThatTheSystemRefuses) {
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-class ModuleNameOverScript : public ProcessesOverScript {
+class ProcessInformationModuleNameOverScript : public ProcessInformationOverScript {
 protected:
-    ModuleNameOverScript() {
+    ProcessInformationModuleNameOverScript() {
         test::SetSystemError(126, "No module.");
         gModules.allocationBase = &gModules;
     }
     static void Ask() { ZBase::GetModuleFileNameByAddressWithinModule(&gModules); }
 };
 
-TEST_F(ModuleNameOverScript, IsThePath) {
+TEST_F(ProcessInformationModuleNameOverScript, IsThePath) {
     EXPECT_EQ(Wide(ZBase::GetModuleFileNameByAddressWithinModule(&gModules).c_str()), u"/lib/module.so");
     EXPECT_EQ(gModules.pathCapacity, 260u);
 }
 
-TEST_F(ModuleNameOverScript, FailsForAnImpossibleAddress) {
+TEST_F(ProcessInformationModuleNameOverScript, FailsForAnImpossibleAddress) {
     gModules.addressIsPossible = false;
     test::ExpectFailure(Ask, -1, u"::VirtualQuery() failed.");
 }
 
-TEST_F(ModuleNameOverScript, FailsWhereNothingIs) {
+TEST_F(ProcessInformationModuleNameOverScript, FailsWhereNothingIs) {
     gModules.allocationBase = nullptr;
     test::ExpectFailure(Ask, -1, u"::VirtualQuery() returned NULL AllocationBase.");
 }
 
-TEST_F(ModuleNameOverScript, FailsWhereNoModuleIs) {
+TEST_F(ProcessInformationModuleNameOverScript, FailsWhereNoModuleIs) {
     gModules.modulePath = nullptr;
     test::ExpectFailure(Ask, 126,
                         u"::GetModuleFileNameW() failed.\nSystem Error 0x0000007E (126): --- No module.");

@@ -225,9 +225,9 @@ private:
 std::string TellingInitialiser::sTold;
 TellingInitialiser* TellingInitialiser::sGiven = nullptr;
 
-class InitialiserOverScript : public SharedLibraryOverScript {
+class SharedLibraryInitialiserOverScript : public SharedLibraryOverScript {
 protected:
-    InitialiserOverScript() {
+    SharedLibraryInitialiserOverScript() {
         TellingInitialiser::sTold.clear();
         GiveFrom([]() -> ZBase::ReferenceCounted* { return TellingInitialiser::sGiven; });
         TellingInitialiser::sGiven = &mFirst;
@@ -241,7 +241,7 @@ protected:
     TellingInitialiser mSecond{"second"};
 };
 
-TEST_F(InitialiserOverScript, OldOneIsReleasedBeforeTheNewOneIsTaken) {
+TEST_F(SharedLibraryInitialiserOverScript, OldOneIsReleasedBeforeTheNewOneIsTaken) {
     const auto library = Load();
     library->ZENTInitialize();
     TellingInitialiser::sGiven = &mSecond;
@@ -249,7 +249,7 @@ TEST_F(InitialiserOverScript, OldOneIsReleasedBeforeTheNewOneIsTaken) {
     EXPECT_EQ(TellingInitialiser::sTold, "first+ first- second+ ");
 }
 
-TEST_F(InitialiserOverScript, FailureOfTheOldOneToBeReleasedIsDropped) {
+TEST_F(SharedLibraryInitialiserOverScript, FailureOfTheOldOneToBeReleasedIsDropped) {
     const auto library = Load();
     library->ZENTInitialize();
     mFirst.FailToBeReleased(true);
@@ -258,7 +258,7 @@ TEST_F(InitialiserOverScript, FailureOfTheOldOneToBeReleasedIsDropped) {
     EXPECT_EQ(TellingInitialiser::sTold, "first+ first- ");
 }
 
-TEST_F(InitialiserOverScript, HeldOneSurvivesAMissingExportAndAFailure) {
+TEST_F(SharedLibraryInitialiserOverScript, HeldOneSurvivesAMissingExportAndAFailure) {
     const auto library = Load();
     library->ZENTInitialize();
     GiveFrom([]() -> ZBase::ReferenceCounted* { throw Message(300, 1, "no initialiser"); });

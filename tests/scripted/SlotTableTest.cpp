@@ -12,7 +12,7 @@ namespace {
 using namespace ZBase;
 
 // Pages linked in order, from the first to the newest.
-class SlotPages : public testing::Test {
+class SlotTablePages : public testing::Test {
 protected:
     static constexpr std::size_t kPages = 2500;
 
@@ -40,7 +40,7 @@ private:
     std::vector<std::unique_ptr<SlotPage>> mPages;
 };
 
-TEST_F(SlotPages, ThatWereGivenUpAreLinkedPastByTheFirstWhoMeetsThem) {
+TEST_F(SlotTablePages, ThatWereGivenUpAreLinkedPastByTheFirstWhoMeetsThem) {
     for (std::size_t i = 1; i != kPages - 1; ++i) GiveUp(i);
     EXPECT_EQ(At(0)->next, At(1));
     EXPECT_EQ(At(0)->NextInUse(), At(kPages - 1));
@@ -48,7 +48,7 @@ TEST_F(SlotPages, ThatWereGivenUpAreLinkedPastByTheFirstWhoMeetsThem) {
     EXPECT_EQ(PagesBehind(0), 1u);
 }
 
-TEST_F(SlotPages, BetweenOnesInUseCostNothing) {
+TEST_F(SlotTablePages, BetweenOnesInUseCostNothing) {
     for (std::size_t i = 1; i != kPages; ++i)
         if (i % 100 != 0) GiveUp(i);
     EXPECT_EQ(PagesBehind(0), 24u);
@@ -56,13 +56,13 @@ TEST_F(SlotPages, BetweenOnesInUseCostNothing) {
 }
 
 // The next page is linked to the newest one, which therefore stays reachable.
-TEST_F(SlotPages, NewestStaysLinkedWhenItIsGivenUp) {
+TEST_F(SlotTablePages, NewestStaysLinkedWhenItIsGivenUp) {
     for (std::size_t i = 1; i != kPages; ++i) GiveUp(i);
     EXPECT_EQ(At(0)->NextInUse(), nullptr);
     EXPECT_EQ(At(0)->next, At(kPages - 1));
 }
 
-TEST_F(SlotPages, WithOneSlotThatMayStillComeAreLookedAt) {
+TEST_F(SlotTablePages, WithOneSlotThatMayStillComeAreLookedAt) {
     GiveUp(1, SlotPage::kSlots - 1);
     EXPECT_EQ(At(0)->NextInUse(), At(1));
     GiveUp(2);

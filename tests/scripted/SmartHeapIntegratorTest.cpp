@@ -24,9 +24,9 @@ std::size_t Halve(std::size_t size) {
     return size / 2;
 }
 
-class SmartHeapOverScriptDeathTest : public testing::Test {
+class SmartHeapIntegratorOverScriptDeathTest : public testing::Test {
 protected:
-    SmartHeapOverScriptDeathTest() {
+    SmartHeapIntegratorOverScriptDeathTest() {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         gModules = {};
         gModules.heapName = "shsmp64";
@@ -39,7 +39,7 @@ protected:
     static void Conclude() { std::_Exit(testing::Test::HasFailure() ? 1 : 0); }
 };
 
-TEST_F(SmartHeapOverScriptDeathTest, ThatTellsNoFiguresStillShrinks) {
+TEST_F(SmartHeapIntegratorOverScriptDeathTest, ThatTellsNoFiguresStillShrinks) {
     const auto body = [] {
         gModules.functions["ShrinkCache"] = reinterpret_cast<void*>(&Halve);
         SmartHeapIntegrator::MemInfo info;
@@ -55,7 +55,7 @@ TEST_F(SmartHeapOverScriptDeathTest, ThatTellsNoFiguresStillShrinks) {
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SmartHeapOverScriptDeathTest, ThatDoesNotShrinkStillTellsItsFigures) {
+TEST_F(SmartHeapIntegratorOverScriptDeathTest, ThatDoesNotShrinkStillTellsItsFigures) {
     const auto body = [] {
         gModules.functions["MemProcessInfo2"] = reinterpret_cast<void*>(&GiveFigures);
         EXPECT_EQ(SmartHeapIntegrator::ShrinkSmartHeapMemoryCache(100), 0u);
@@ -77,7 +77,7 @@ TEST_F(SmartHeapOverScriptDeathTest, ThatDoesNotShrinkStillTellsItsFigures) {
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SmartHeapOverScriptDeathTest, IsKnownByItsNameOnly) {
+TEST_F(SmartHeapIntegratorOverScriptDeathTest, IsKnownByItsNameOnly) {
     const auto body = [] {
         gModules.heapName = "smp64";
         gModules.functions["MemProcessInfo2"] = reinterpret_cast<void*>(&GiveFigures);

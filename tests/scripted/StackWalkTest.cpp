@@ -82,7 +82,7 @@ TEST(StackWalkWithCapture, CopiesFromTheSkippedOnUpToFortyInAll) {
     EXPECT_EQ(Walk(builder, 100, 40).size(), 0U);
 }
 
-TEST(BuildCallStack, BindsAndReplacesTheLines) {
+TEST(StackWalkBuildCallStack, BindsAndReplacesTheLines) {
     gDebugHelp = {};
     gDebugHelp.steps = 7;
     DbgHelpBuilder builder;
@@ -95,7 +95,7 @@ TEST(BuildCallStack, BindsAndReplacesTheLines) {
     gDebugHelp = {};
 }
 
-TEST(BuildCallStack, BeginsWithTheContextsRipRspAndRdi) {
+TEST(StackWalkBuildCallStack, BeginsWithTheContextsRipRspAndRdi) {
     gDebugHelp = {};
     DbgHelpBuilder builder;
     std::vector<CallStackLineImp> lines;
@@ -111,7 +111,7 @@ TEST(BuildCallStack, BeginsWithTheContextsRipRspAndRdi) {
     gDebugHelp = {};
 }
 
-TEST(BuildCallStack, WithoutTheLibraryAppendsOneLineAtFirstAndNoneLater) {
+TEST(StackWalkBuildCallStack, WithoutTheLibraryAppendsOneLineAtFirstAndNoneLater) {
     gDebugHelp = {};
     gDebugHelp.isThere = false;
     DbgHelpBuilder builder;
@@ -124,7 +124,7 @@ TEST(BuildCallStack, WithoutTheLibraryAppendsOneLineAtFirstAndNoneLater) {
     gDebugHelp = {};
 }
 
-TEST(BuildCallStack, WhenTheEngineDoesNotStartAppendsOneLineAtFirstAndWalksLater) {
+TEST(StackWalkBuildCallStack, WhenTheEngineDoesNotStartAppendsOneLineAtFirstAndWalksLater) {
     gDebugHelp = {};
     gDebugHelp.steps = 7;
     DbgHelpBuilder builder;
@@ -145,7 +145,7 @@ TEST(BuildCallStack, WhenTheEngineDoesNotStartAppendsOneLineAtFirstAndWalksLater
     gDebugHelp = {};
 }
 
-TEST(BuildCallStack, WithAnEntryMissingTriesAgainAndIsWholeWhenTheLibraryIs) {
+TEST(StackWalkBuildCallStack, WithAnEntryMissingTriesAgainAndIsWholeWhenTheLibraryIs) {
     gDebugHelp = {};
     gDebugHelp.steps = 7;
     gDebugHelp.missingEntry = "SymLoadModule64";
@@ -167,7 +167,7 @@ TEST(BuildCallStack, WithAnEntryMissingTriesAgainAndIsWholeWhenTheLibraryIs) {
     gDebugHelp = {};
 }
 
-TEST(BuildCallStack, KeepsNoEntryOfALibraryThatIsGoneAtTheNextTry) {
+TEST(StackWalkBuildCallStack, KeepsNoEntryOfALibraryThatIsGoneAtTheNextTry) {
     gDebugHelp = {};
     gDebugHelp.missingEntry = "SymLoadModule64";
     DbgHelpBuilder builder;
@@ -207,7 +207,7 @@ const std::string kInSection =
     "0x0000000000001006 0x0000000000002006 Mod:[/lib/module.so]\tSym:[f]+0x6\tFile:[(NA)](0)";
 const std::string kInNone = "0x0000000000001006 0x0000000000002006 Mod:[]\tSym:[(NA)]+0x0\tFile:[(NA)](0)";
 
-TEST(LogicalAddress, SectionEndsBehindTheGreaterOfItsSizes) {
+TEST(StackWalkLogicalAddress, SectionEndsBehindTheGreaterOfItsSizes) {
     EXPECT_EQ(LineInModule(0, 6, 0), kInSection);  // the end is inclusive
     EXPECT_EQ(LineInModule(0, 0, 6), kInSection);
     EXPECT_EQ(LineInModule(0, 5, 5), kInNone);
@@ -216,7 +216,7 @@ TEST(LogicalAddress, SectionEndsBehindTheGreaterOfItsSizes) {
     EXPECT_EQ(LineInModule(6, 0xFFFFFFFF, 0), kInSection);
 }
 
-TEST(LogicalAddress, ModuleWithoutAPathOrBaseIsNone) {
+TEST(StackWalkLogicalAddress, ModuleWithoutAPathOrBaseIsNone) {
     gDebugHelp = {};
     gDebugHelp.steps = 6;
     gDebugHelp.symbol = "f";
@@ -236,7 +236,7 @@ TEST(LogicalAddress, ModuleWithoutAPathOrBaseIsNone) {
     test::gModules = {};
 }
 
-TEST(NullObjects, AreLetBeByDelete) {
+TEST(StackWalkNullObjects, AreLetBeByDelete) {
     if (test::kIsSanitized) GTEST_SKIP() << "it is told of each null object";
     CallStackImp* volatile stack = nullptr;
     stack->Delete();

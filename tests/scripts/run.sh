@@ -297,6 +297,19 @@ test_DecisionGovernsFilesThatAreThere() {
     expect "$said" "4 links that lead nowhere"
 }
 
+test_SuiteThatDoesNotCarryTheNameOfItsFileIsTold() {
+    local said
+    mkdir -p tests/texts/linux
+    printf 'TEST(Text, IsOne) {}\nTEST_F(TextOfMany, Are) {}\n' >tests/texts/TextTest.cpp
+    printf 'TYPED_TEST(TextWalk, Ends) {}\n' >tests/texts/linux/TextWalkTest.cpp
+    printf 'int main() {}\n' >tests/texts/Helper.cpp
+    [ -z "$(scripts/checks/suites.py)" ] || fail "said something"
+    printf 'TEST_P(TextWalkOfAll, Ends) {}\nTEST(Walk, Ends) {}\n' >>tests/texts/TextTest.cpp
+    said=$(scripts/checks/suites.py) && fail "passed: $said"
+    expect "$said" "tests/texts/TextTest.cpp has the suite TextWalkOfAll, which by its name is of TextWalk"
+    expect "$said" "tests/texts/TextTest.cpp has the suite Walk, which by its name is of none"
+}
+
 test_ReferenceSaysForAllWhatTheHeaderSaysOnce() {
     cat >header.h <<'END'
 // Of all. More.

@@ -12,7 +12,7 @@ namespace {
 using ZBase::AppGlobalEventReporter;
 
 // A callback can't be removed, so one process tests the whole life of the channel.
-TEST(EventChannel, KeepsItsFirstCallback) {
+TEST(AppGlobalEventReporter, KeepsItsFirstCallback) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("EventProbe")});
     EXPECT_EQ(child.exitCode, 0) << child.errors;
     EXPECT_EQ(child.output,
@@ -31,18 +31,18 @@ TEST(EventChannel, KeepsItsFirstCallback) {
               "passed through: 10\n");
 }
 
-TEST(EventChannel, CallbackIsCalledByItsFirstOperation) {
+TEST(AppGlobalEventReporter, CallbackIsCalledByItsFirstOperation) {
     EXPECT_EQ(test::PlaceInTable(&ZBase::AppGlobalEventCallback::OnEvent), 0u);
 }
 
-TEST(EventChannel, ReporterIsNeitherMadeNorDestroyedOutside) {
+TEST(AppGlobalEventReporter, ReporterIsNeitherMadeNorDestroyedOutside) {
     static_assert(!std::is_default_constructible_v<AppGlobalEventReporter>);
     static_assert(!std::is_destructible_v<AppGlobalEventReporter>);
     static_assert(std::is_copy_assignable_v<AppGlobalEventReporter>);
     static_assert(sizeof(AppGlobalEventReporter) == sizeof(void*));  // only its operations
 }
 
-TEST(EventChannel, ReporterCanBeCopiedInPlace) {
+TEST(AppGlobalEventReporter, ReporterCanBeCopiedInPlace) {
     alignas(AppGlobalEventReporter) unsigned char first[sizeof(AppGlobalEventReporter)]{};
     alignas(AppGlobalEventReporter) unsigned char second[sizeof(AppGlobalEventReporter)]{};
     auto& source = *reinterpret_cast<AppGlobalEventReporter*>(first);

@@ -53,7 +53,7 @@ const unsigned short* const kKnownNames[] = {
         },                                                \
         testing::ExitedWithCode(0), "")
 
-TEST(FeatureFlagsDeathTest, QueryBeforeInitializationThrows) {
+TEST(FeatureFlagMgrDeathTest, QueryBeforeInitializationThrows) {
     IN_CHILD({
         EXPECT_FALSE(IsFeatureFlagManagerInitialized());
         for (const unsigned short* name :
@@ -72,7 +72,7 @@ TEST(FeatureFlagsDeathTest, QueryBeforeInitializationThrows) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, KnownNamesAreOffUntilTurnedOn) {
+TEST(FeatureFlagMgrDeathTest, KnownNamesAreOffUntilTurnedOn) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         EXPECT_TRUE(IsFeatureFlagManagerInitialized());
@@ -87,7 +87,7 @@ TEST(FeatureFlagsDeathTest, KnownNamesAreOffUntilTurnedOn) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, OtherNamesAreOnUntilTurnedOff) {
+TEST(FeatureFlagMgrDeathTest, OtherNamesAreOnUntilTurnedOff) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         EXPECT_TRUE(IsFeatureEnabled("nobody/knows"_w));
@@ -99,7 +99,7 @@ TEST(FeatureFlagsDeathTest, OtherNamesAreOnUntilTurnedOff) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, NamesAreCaseSensitive) {
+TEST(FeatureFlagMgrDeathTest, NamesAreCaseSensitive) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         EXPECT_FALSE(IsFeatureEnabled("Engine/AJFE"_w));
@@ -109,7 +109,7 @@ TEST(FeatureFlagsDeathTest, NamesAreCaseSensitive) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, ValueSetBeforeSurvivesInitialization) {
+TEST(FeatureFlagMgrDeathTest, ValueSetBeforeSurvivesInitialization) {
     IN_CHILD({
         SetFeatureEnabled("AE/IKGovern"_w, true);
         SetFeatureEnabled("mine"_w, false);
@@ -121,7 +121,7 @@ TEST(FeatureFlagsDeathTest, ValueSetBeforeSurvivesInitialization) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, NullNameIsOnAndSetsNothing) {
+TEST(FeatureFlagMgrDeathTest, NullNameIsOnAndSetsNothing) {
     IN_CHILD({
         SetFeatureEnabled(nullptr, false);
         NotifyFeatureFlagMgrInitialized();
@@ -130,7 +130,7 @@ TEST(FeatureFlagsDeathTest, NullNameIsOnAndSetsNothing) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, InstanceAndFreeFunctionsAreOne) {
+TEST(FeatureFlagMgrDeathTest, InstanceAndFreeFunctionsAreOne) {
     IN_CHILD({
         FeatureFlagMgr& manager = FeatureFlagMgr::GetInstance();
         EXPECT_EQ(&manager, &FeatureFlagMgr::mFeatureFlagMgrInst);
@@ -144,7 +144,7 @@ TEST(FeatureFlagsDeathTest, InstanceAndFreeFunctionsAreOne) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
+TEST(FeatureFlagMgrDeathTest, FailedAllocationChangesNoFlag) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         const std::size_t failures = test::ForEachFailingAllocation([] {
@@ -162,7 +162,7 @@ TEST(FeatureFlagsDeathTest, FailedAllocationChangesNoFlag) {
 }
 
 // The name is looked up in a copy that needs the heap only when it is long: from 64 units on.
-TEST(FeatureFlagsDeathTest, QueryOfAnOrdinaryNameTakesNoBlock) {
+TEST(FeatureFlagMgrDeathTest, QueryOfAnOrdinaryNameTakesNoBlock) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         for (const std::size_t length : {0, 1, 7, 8, 62, 63, 64, 65, 300}) {
@@ -178,7 +178,7 @@ TEST(FeatureFlagsDeathTest, QueryOfAnOrdinaryNameTakesNoBlock) {
 }
 
 // The lock is not released after a failed insertion, so another thread waits for ever.
-TEST(FeatureFlagsDeathTest, FailedInsertionKeepsOtherThreadsOut) {
+TEST(FeatureFlagMgrDeathTest, FailedInsertionKeepsOtherThreadsOut) {
     IN_CHILD({
         NotifyFeatureFlagMgrInitialized();
         {
@@ -196,7 +196,7 @@ TEST(FeatureFlagsDeathTest, FailedInsertionKeepsOtherThreadsOut) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, FailedInitializationCanBeDoneAgain) {
+TEST(FeatureFlagMgrDeathTest, FailedInitializationCanBeDoneAgain) {
     IN_CHILD({
         test::ForEachFailingAllocation([] {
             try {
@@ -209,7 +209,7 @@ TEST(FeatureFlagsDeathTest, FailedInitializationCanBeDoneAgain) {
     });
 }
 
-TEST(FeatureFlagsDeathTest, ManyThreadsMayAskAndSet) {
+TEST(FeatureFlagMgrDeathTest, ManyThreadsMayAskAndSet) {
     IN_CHILD({
         std::vector<std::thread> threads;
         for (int thread = 0; thread != 4; ++thread)

@@ -25,7 +25,7 @@ int UseFlags() {
     return 0;
 }
 
-TEST(FeatureFlags, WorkInEachChildOfABusyProcess) {
+TEST(ForkedFlags, WorkInEachChildOfABusyProcess) {
     if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has locks of its own across a fork";
     ZBase::NotifyFeatureFlagMgrInitialized();
     std::atomic<bool> stop{false};
@@ -49,7 +49,7 @@ TEST(FeatureFlags, WorkInEachChildOfABusyProcess) {
 }
 
 // The table is left locked by the thread whose setting found no memory. No child has that thread.
-TEST(FeatureFlags, LeftLockedByOneThreadAreFreeInAChild) {
+TEST(ForkedFlags, LeftLockedByOneThreadAreFreeInAChild) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "it holds a lock that is made anew for the one before";
     ZBase::NotifyFeatureFlagMgrInitialized();
     std::thread([] {

@@ -12,18 +12,18 @@ namespace {
 using test::ToUnits;
 using test::Units;
 
-TEST(AsciiToWide, NullGivesANullStringAndEmptyAnEmptyOne) {
+TEST(AsciiConversionsToWide, NullGivesANullStringAndEmptyAnEmptyOne) {
     EXPECT_EQ(ZBase::ASCIIToWideChar(nullptr, false).c_str(), nullptr);
     EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar("", false)), Units{});
 }
 
-TEST(AsciiToWide, EveryAsciiCharacterPasses) {
+TEST(AsciiConversionsToWide, EveryAsciiCharacterPasses) {
     std::string text;
     for (int octet = 1; octet <= 0x7F; ++octet) text += static_cast<char>(octet);
     EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar(text.c_str(), false)), ToUnits(text));
 }
 
-TEST(AsciiToWide, OtherOctetIsNamedWithItsOffset) {
+TEST(AsciiConversionsToWide, OtherOctetIsNamedWithItsOffset) {
     const auto failure = [](const std::string& text) {
         return test::ConversionFailure([&] { ZBase::ASCIIToWideChar(text.c_str(), false); });
     };
@@ -32,7 +32,7 @@ TEST(AsciiToWide, OtherOctetIsNamedWithItsOffset) {
     EXPECT_EQ(failure(std::string(12345, 'a') + "\xFF"), "Invalid ASCII character 0xFF at offset 12345.");
 }
 
-TEST(AsciiToWide, EveryOtherOctetIsReplaced) {
+TEST(AsciiConversionsToWide, EveryOtherOctetIsReplaced) {
     EXPECT_EQ(test::Text(ZBase::ASCIIToWideChar("ab\xE9", true)), ToUnits("ab?"));
     for (int octet = 0x80; octet <= 0xFF; ++octet) {
         const std::string text = {'<', static_cast<char>(octet), '>'};
@@ -40,18 +40,18 @@ TEST(AsciiToWide, EveryOtherOctetIsReplaced) {
     }
 }
 
-TEST(WideToAscii, NullGivesANullStringAndEmptyAnEmptyOne) {
+TEST(AsciiConversionsFromWide, NullGivesANullStringAndEmptyAnEmptyOne) {
     EXPECT_EQ(ZBase::WideCharToASCII(nullptr, false).c_str(), nullptr);
     EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units().c_str(), false)), "");
 }
 
-TEST(WideToAscii, EveryAsciiCharacterPasses) {
+TEST(AsciiConversionsFromWide, EveryAsciiCharacterPasses) {
     std::string text;
     for (int octet = 1; octet <= 0x7F; ++octet) text += static_cast<char>(octet);
     EXPECT_EQ(test::Text(ZBase::WideCharToASCII(ToUnits(text).c_str(), false)), text);
 }
 
-TEST(WideToAscii, OtherUnitIsNamedWithItsOffset) {
+TEST(AsciiConversionsFromWide, OtherUnitIsNamedWithItsOffset) {
     const auto failure = [](const Units& text) {
         return test::ConversionFailure([&] { ZBase::WideCharToASCII(text.c_str(), false); });
     };
@@ -61,16 +61,16 @@ TEST(WideToAscii, OtherUnitIsNamedWithItsOffset) {
     EXPECT_EQ(failure({0x41, 0xD83D, 0xDE00, 0xFFFF}), "Non-ASCII codepoint U+D83D at offset 1.");
 }
 
-TEST(WideToAscii, SurrogatesAreReplacedOneByOne) {
+TEST(AsciiConversionsFromWide, SurrogatesAreReplacedOneByOne) {
     EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units{'a', 0xD83D, 0xDE00, 0xE9, 0xFFFF, 'b'}.c_str(), true)),
               "a????b");
 }
 
-TEST(WideToAscii, UnitWithAnAsciiLowOctetIsNoAscii) {
+TEST(AsciiConversionsFromWide, UnitWithAnAsciiLowOctetIsNoAscii) {
     EXPECT_EQ(test::Text(ZBase::WideCharToASCII(Units{0x0141, 0x8041}.c_str(), true)), "??");
 }
 
-TEST(AsciiWithLength, ZerosAreCharactersLikeOthers) {
+TEST(AsciiConversionsWithLength, ZerosAreCharactersLikeOthers) {
     using namespace std::string_literals;
     const std::string octets = "\0ab\0\0c\0"s;
     const std::u16string units = u"\0ab\0\0c\0"s;
@@ -84,7 +84,7 @@ TEST(AsciiWithLength, ZerosAreCharactersLikeOthers) {
     }
 }
 
-TEST(AsciiWithLength, OffsetCountsFromTheStartOfTheWholeText) {
+TEST(AsciiConversionsWithLength, OffsetCountsFromTheStartOfTheWholeText) {
     using namespace std::string_literals;
     EXPECT_EQ(test::ConversionFailure([] { ZBase::ASCIIToUTF16("ab\0c\xE9\xFF"s, false); }),
               "Invalid ASCII character 0xE9 at offset 4.");

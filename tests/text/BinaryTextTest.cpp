@@ -68,7 +68,7 @@ TEST(BinaryText, LargeDataSurvives) {
     EXPECT_EQ(Octal(octets).substr(3999996), ToUnits("\\245"));
 }
 
-TEST(UrlEncoding, SafeCharactersPassAndOthersAreEscaped) {
+TEST(BinaryTextOfUrls, SafeCharactersPassAndOthersAreEscaped) {
     EXPECT_EQ(ZBase::UrlEncode("a b/c~"), "a%20b%2Fc~");
     EXPECT_EQ(ZBase::UrlEncode("\xC3\xA4"), "%C3%A4");
     EXPECT_EQ(ZBase::UrlEncode(""), "");
@@ -76,7 +76,7 @@ TEST(UrlEncoding, SafeCharactersPassAndOthersAreEscaped) {
 }
 
 // The last octets go one by one.
-TEST(UrlEncoding, EveryOctetAtEveryPlaceOfShortTexts) {
+TEST(BinaryTextOfUrls, EveryOctetAtEveryPlaceOfShortTexts) {
     for (std::size_t length = 1; length <= 9; ++length) {
         for (std::size_t at = 0; at != length; ++at) {
             for (int octet = 0; octet != 256; ++octet) {
@@ -90,7 +90,7 @@ TEST(UrlEncoding, EveryOctetAtEveryPlaceOfShortTexts) {
     }
 }
 
-TEST(UrlEncoding, EveryByteIsSafeOrEscaped) {
+TEST(BinaryTextOfUrls, EveryByteIsSafeOrEscaped) {
     const std::string safe = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz~-_.";
     for (int octet = 0; octet != 256; ++octet) {
         const std::string byte(1, static_cast<char>(octet));

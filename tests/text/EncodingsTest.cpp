@@ -110,7 +110,7 @@ struct Pair {
     std::string octets;
 };
 
-class EncodingTest : public testing::TestWithParam<Encoding> {
+class EncodingsOfTheSystem : public testing::TestWithParam<Encoding> {
 protected:
     void SetUp() override {
         try {
@@ -218,7 +218,7 @@ protected:
     test::GuardedMemory mPages{kPageText};
 };
 
-TEST_P(EncodingTest, EveryCharacterIsWrittenAsIconvWritesIt) {
+TEST_P(EncodingsOfTheSystem, EveryCharacterIsWrittenAsIconvWritesIt) {
     const char32_t stride = GetParam().longest == 0 ? 1 : 101;
     for (char32_t value = 1; value <= 0x10FFFF; value += value < 0x10000 ? 1 : stride) {
         if (value >= 0xD800 && value <= 0xDFFF) continue;
@@ -230,7 +230,7 @@ TEST_P(EncodingTest, EveryCharacterIsWrittenAsIconvWritesIt) {
     }
 }
 
-TEST_P(EncodingTest, EveryOneAndTwoOctetsAreReadAsIconvReadsThem) {
+TEST_P(EncodingsOfTheSystem, EveryOneAndTwoOctetsAreReadAsIconvReadsThem) {
     for (int first = 1; first <= 0xFF; ++first) {
         const std::string octet(1, static_cast<char>(first));
         ASSERT_NO_FATAL_FAILURE(ExpectDecodes(octet));
@@ -240,7 +240,7 @@ TEST_P(EncodingTest, EveryOneAndTwoOctetsAreReadAsIconvReadsThem) {
     }
 }
 
-TEST_P(EncodingTest, EveryCharacterThatIsCutOffIsBad) {
+TEST_P(EncodingsOfTheSystem, EveryCharacterThatIsCutOffIsBad) {
     std::size_t number = 0;
     for (const Pair& pair : Characters()) {
         ASSERT_NO_FATAL_FAILURE(ExpectDecodes(pair.octets));
@@ -255,7 +255,7 @@ TEST_P(EncodingTest, EveryCharacterThatIsCutOffIsBad) {
     }
 }
 
-TEST_P(EncodingTest, TextOfAllCharactersConvertsWhereverItIsCutIntoPieces) {
+TEST_P(EncodingsOfTheSystem, TextOfAllCharactersConvertsWhereverItIsCutIntoPieces) {
     if (Encoded('a') != "a" || Encoded(' ') != " ")
         GTEST_SKIP() << "no letters of ASCII to move the pieces by";
     std::string values;
@@ -295,6 +295,6 @@ std::string NameOf(const testing::TestParamInfo<Encoding>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, EncodingTest, testing::ValuesIn(Encodings()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Each, EncodingsOfTheSystem, testing::ValuesIn(Encodings()), NameOf);
 
 }  // namespace

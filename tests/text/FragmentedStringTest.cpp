@@ -253,7 +253,7 @@ TEST(FragmentedString, AllOfItLivesInTheBuffer) {
     (void)live;
 }
 
-class FailingFragment : public testing::Test {
+class FragmentedStringFailures : public testing::Test {
 protected:
     // The result of an append whose fragment fails this way; the object and its first fragment were
     // allocated.
@@ -274,7 +274,7 @@ protected:
     }
 };
 
-TEST_F(FailingFragment, EachFailureHasItsCode) {
+TEST_F(FragmentedStringFailures, EachFailureHasItsCode) {
     EXPECT_EQ(AppendTo([] { return nullptr; }), static_cast<int>(0x8007000E));
     EXPECT_EQ(AppendTo([]() -> void* { throw std::bad_alloc(); }), static_cast<int>(0x8007000E));
     EXPECT_EQ(AppendTo([]() -> void* { throw ExceptionImpl<BufferException>(); }),
@@ -290,7 +290,7 @@ TEST_F(FailingFragment, EachFailureHasItsCode) {
 }
 
 // Only the result shows it, and that is 0; the rest of the text is not written after the fragment.
-TEST_F(FailingFragment, RefusalWithTheIdZeroStoresNothingBehindTheFragment) {
+TEST_F(FragmentedStringFailures, RefusalWithTheIdZeroStoresNothingBehindTheFragment) {
     EXPECT_EQ(AppendTo([]() -> void* {
                   ExceptionImpl<ContractManagerAllocException> refusal;
                   refusal.SetDomainAndID(0, 0);
@@ -299,13 +299,13 @@ TEST_F(FailingFragment, RefusalWithTheIdZeroStoresNothingBehindTheFragment) {
               0);
 }
 
-TEST_F(FailingFragment, NoObjectIsNull) {
+TEST_F(FragmentedStringFailures, NoObjectIsNull) {
     FunctionBuffer buffer;
     EXPECT_EQ(CreateFragmentedString("abc"_w, Allocator<unsigned short>(&buffer)), nullptr);
     EXPECT_EQ(CreateFragmentedString("abc"_w, 4, Allocator<unsigned short>(&buffer)), nullptr);
 }
 
-TEST_F(FailingFragment, NoFirstFragmentIsALong) {
+TEST_F(FragmentedStringFailures, NoFirstFragmentIsALong) {
     for (int form = 0; form != 2; ++form) {
         FunctionBuffer buffer;
         buffer.good = 1;
@@ -320,14 +320,14 @@ TEST_F(FailingFragment, NoFirstFragmentIsALong) {
     }
 }
 
-TEST_F(FailingFragment, FailureOfTheFirstFragmentPassesThrough) {
+TEST_F(FragmentedStringFailures, FailureOfTheFirstFragmentPassesThrough) {
     FunctionBuffer buffer;
     buffer.good = 1;
     buffer.fail = []() -> void* { throw ExceptionImpl<BufferException>(); };
     EXPECT_THROW(CreateFragmentedString("abc"_w, Allocator<unsigned short>(&buffer)), BufferException);
 }
 
-TEST_F(FailingFragment, InitialTextMeetsALongForNullAndIsCutForAnException) {
+TEST_F(FragmentedStringFailures, InitialTextMeetsALongForNullAndIsCutForAnException) {
     FunctionBuffer buffer;
     buffer.good = 2;
     EXPECT_THROW(CreateFragmentedString("abcdef"_w, 4, Allocator<unsigned short>(&buffer)), long);

@@ -19,26 +19,26 @@ std::vector<unsigned short> Letters(std::size_t count) {
     return text;
 }
 
-class GovernedConversion : public testing::Test {
+class GovernedConversions : public testing::Test {
 protected:
     test::RecordingContract contract;
     SmartPtrI<MemoryContract> holder{&contract};
     SmartPtrI<MemoryContract> none;
 };
 
-TEST_F(GovernedConversion, OneUnitBelowTheThresholdLeavesTheContractAlone) {
+TEST_F(GovernedConversions, OneUnitBelowTheThresholdLeavesTheContractAlone) {
     const auto text = Letters(8191);
     EXPECT_EQ(WideCharToUTF8Governed(text.data(), false, holder).c_str(), std::string(8191, 'a'));
     EXPECT_TRUE(contract.calls->empty());
 }
 
-TEST_F(GovernedConversion, RequestAtTheThresholdIsEightBytesAUnitAndTwo) {
+TEST_F(GovernedConversions, RequestAtTheThresholdIsEightBytesAUnitAndTwo) {
     const auto text = Letters(8192);
     EXPECT_EQ(WideCharToUTF8Governed(text.data(), false, holder).c_str(), std::string(8192, 'a'));
     EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 65538}, {"Settle", 65538}}));
 }
 
-TEST_F(GovernedConversion, UnitsThatAreConvertedArePaidFor) {
+TEST_F(GovernedConversions, UnitsThatAreConvertedArePaidFor) {
     auto text = Letters(20000);
     EXPECT_EQ(WideCharToUTF8UsingLengthGoverned(text.data(), 8191, holder, false).GetLength(), 8191u);
     EXPECT_TRUE(contract.calls->empty());
@@ -50,24 +50,24 @@ TEST_F(GovernedConversion, UnitsThatAreConvertedArePaidFor) {
     EXPECT_TRUE(contract.calls->empty());
 }
 
-TEST_F(GovernedConversion, LengthOfZeroMeansTerminatedText) {
+TEST_F(GovernedConversions, LengthOfZeroMeansTerminatedText) {
     const auto text = Letters(8192);
     EXPECT_EQ(WideCharToUTF8UsingLengthGoverned(text.data(), 0, holder, false).GetLength(), 8192u);
     EXPECT_EQ(contract.calls->size(), 2u);
 }
 
-TEST_F(GovernedConversion, EmptyContractGovernsNothing) {
+TEST_F(GovernedConversions, EmptyContractGovernsNothing) {
     const auto text = Letters(100000);
     EXPECT_EQ(WideCharToUTF8Governed(text.data(), false, none).GetLength(), 100000u);
 }
 
-TEST_F(GovernedConversion, NullTextIsANullStringAndAsksNobody) {
+TEST_F(GovernedConversions, NullTextIsANullStringAndAsksNobody) {
     EXPECT_EQ(WideCharToUTF8Governed(nullptr, false, holder).c_str(), nullptr);
     EXPECT_EQ(WideCharToUTF8UsingLengthGoverned(nullptr, 100000, holder, true).c_str(), nullptr);
     EXPECT_TRUE(contract.calls->empty());
 }
 
-TEST_F(GovernedConversion, NothingIsAllocatedBeforeTheContractIsAsked) {
+TEST_F(GovernedConversions, NothingIsAllocatedBeforeTheContractIsAsked) {
     const auto text = Letters(8192);
     std::size_t allocations = 0;
     contract.inRequest = [&] { allocations = test::AllocationCount() - allocations; };
@@ -76,7 +76,7 @@ TEST_F(GovernedConversion, NothingIsAllocatedBeforeTheContractIsAsked) {
     EXPECT_EQ(allocations, 0u);
 }
 
-TEST_F(GovernedConversion, RefusalCarriesItsCode) {
+TEST_F(GovernedConversions, RefusalCarriesItsCode) {
     contract.code = 8;
     const auto text = Letters(8192);
     const std::size_t live = test::LiveBlocks();
@@ -94,14 +94,14 @@ TEST_F(GovernedConversion, RefusalCarriesItsCode) {
     EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 65538}}));
 }
 
-TEST_F(GovernedConversion, SettlingComesBeforeTheConversion) {
+TEST_F(GovernedConversions, SettlingComesBeforeTheConversion) {
     auto text = Letters(8192);
     text[5] = 0xD800;
     EXPECT_THROW(WideCharToUTF8Governed(text.data(), true, holder), StringConversionException);
     EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 65538}, {"Settle", 65538}}));
 }
 
-TEST_F(GovernedConversion, AllocationThatFailsIsNotSettled) {
+TEST_F(GovernedConversions, AllocationThatFailsIsNotSettled) {
     const auto text = Letters(8192);
     contract.calls->reserve(10);
     {
@@ -111,7 +111,7 @@ TEST_F(GovernedConversion, AllocationThatFailsIsNotSettled) {
     EXPECT_EQ(*contract.calls, (BudgetCalls{{"Request", 65538}}));
 }
 
-TEST_F(GovernedConversion, FlagAndOutputAreThoseOfTheUngovernedForms) {
+TEST_F(GovernedConversions, FlagAndOutputAreThoseOfTheUngovernedForms) {
     const unsigned short text[] = {'a', 0xFFFE, 0xD83D, 0xDE00, 0x20AC, 0};
     EXPECT_STREQ(WideCharToUTF8Governed(text, true, holder).c_str(), WideCharToUTF8(text, true).c_str());
     EXPECT_THROW(WideCharToUTF8Governed(text, false, holder), StringConversionException);

@@ -225,7 +225,7 @@ TEST(Guid, AssignsAsAPlainRecord) {
     EXPECT_TRUE(other == kExample);
 }
 
-TEST(NewGuid, IsAnotherEachTimeAndNotTheNullOne) {
+TEST(GuidMadeAnew, IsAnotherEachTimeAndNotTheNullOne) {
     const GUID first;
     const GUID second;
     EXPECT_FALSE(first == second);
@@ -233,7 +233,7 @@ TEST(NewGuid, IsAnotherEachTimeAndNotTheNullOne) {
     EXPECT_FALSE(IsZero(second));
 }
 
-TEST(NewGuid, FailsWhereTheSystemHasNoRandomNumbers) {
+TEST(GuidMadeAnew, FailsWhereTheSystemHasNoRandomNumbers) {
     const test::ChildResult child = test::RunChild({test::ChildProgram("NoEntropyProbe")});
     EXPECT_EQ(child.exitCode, 0) << child.errors;
     const std::string failure =
@@ -242,7 +242,7 @@ TEST(NewGuid, FailsWhereTheSystemHasNoRandomNumbers) {
     EXPECT_EQ(child.output, failure + failure + "made after an interruption\n");
 }
 
-TEST(NewGuid, IsRandomAndOfTheVariantOfRfc4122) {
+TEST(GuidMadeAnew, IsRandomAndOfTheVariantOfRfc4122) {
     for (int i = 0; i != 1000; ++i) {
         const std::string text = Narrow(ZBase::Guid2MSUniString(GUID()));
         EXPECT_EQ(text[14], '4') << text;
@@ -250,7 +250,7 @@ TEST(NewGuid, IsRandomAndOfTheVariantOfRfc4122) {
     }
 }
 
-TEST(NewGuid, IsUniqueAmongAMillion) {
+TEST(GuidMadeAnew, IsUniqueAmongAMillion) {
     std::unordered_set<std::string> seen;
     seen.reserve(1000000);
     for (int i = 0; i != 1000000; ++i) {
@@ -273,7 +273,7 @@ std::string ReadIndependently(const std::string& columns, const std::vector<std:
     return output;
 }
 
-TEST(NewGuid, IsReadByAnIndependentReader) {
+TEST(GuidMadeAnew, IsReadByAnIndependentReader) {
     std::vector<std::string> texts;
     std::string expected;
     for (int i = 0; i != 500; ++i) {

@@ -49,12 +49,12 @@ std::string Repeated(const std::string& text, std::size_t times) {
     return all;
 }
 
-TEST(Multibyte, NullGivesANullString) {
+TEST(MultibyteConversions, NullGivesANullString) {
     EXPECT_EQ(ZBase::MultiByteToWideChar(nullptr, false).c_str(), nullptr);
     EXPECT_EQ(ZBase::WideCharToMultiByte(nullptr, true).c_str(), nullptr);
 }
 
-TEST(Multibyte, EmptyTextGivesAnEmptyTextInEveryLocale) {
+TEST(MultibyteConversions, EmptyTextGivesAnEmptyTextInEveryLocale) {
     ExpectBothWays("", {});
     for (const char* name : {"de_DE.ISO-8859-1", "ja_JP.EUC-JP", "en_US.UTF-8"}) {
         const test::ScopedLocale locale(name);
@@ -62,7 +62,7 @@ TEST(Multibyte, EmptyTextGivesAnEmptyTextInEveryLocale) {
     }
 }
 
-TEST(MultibyteLatin1, EveryOctetIsTheCharacterOfItsValue) {
+TEST(MultibyteConversionsLatin1, EveryOctetIsTheCharacterOfItsValue) {
     const test::ScopedLocale locale("de_DE.ISO-8859-1");
     std::string octets;
     Units units;
@@ -73,19 +73,19 @@ TEST(MultibyteLatin1, EveryOctetIsTheCharacterOfItsValue) {
     ExpectBothWays(octets, units);
 }
 
-TEST(MultibyteLatin1, CharacterThatTheLocaleCannotHoldIsBad) {
+TEST(MultibyteConversionsLatin1, CharacterThatTheLocaleCannotHoldIsBad) {
     const test::ScopedLocale locale("de_DE.ISO-8859-1");
     ExpectBadUnits({'5', ' ', 0x20AC, '.'}, "5 ?.");
     ExpectBadUnits({0x0141}, "?");
 }
 
-TEST(MultibyteLatin1, SupplementaryCharacterGivesOneMarkForEachUnit) {
+TEST(MultibyteConversionsLatin1, SupplementaryCharacterGivesOneMarkForEachUnit) {
     const test::ScopedLocale locale("de_DE.ISO-8859-1");
     ExpectBadUnits({'a', 0xD83D, 0xDE00, 'b'}, "a??b");
     ExpectBadUnits({'a', 0xDE00, 0xD83D, 0xFC}, "a??\xFC");
 }
 
-TEST(MultibyteEucJp, CharactersOfTwoAndThreeOctetsConvert) {
+TEST(MultibyteConversionsEucJp, CharactersOfTwoAndThreeOctetsConvert) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     ExpectBothWays("\xC6\xFC\xCB\xDC", {0x65E5, 0x672C});
     ExpectBothWays(
@@ -95,25 +95,25 @@ TEST(MultibyteEucJp, CharactersOfTwoAndThreeOctetsConvert) {
     ExpectBothWays("\x8E\xB1", {0xFF71});
 }
 
-TEST(MultibyteEucJp, BadOctetLeavesTheCharactersOnBothSides) {
+TEST(MultibyteConversionsEucJp, BadOctetLeavesTheCharactersOnBothSides) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     ExpectBadOctets("\xC6\xFC\xFF\xCB\xDC", {0x65E5, '?', 0x672C});
     ExpectBadOctets("\xC6\x41\xCB\xDC", {'?', 'A', 0x672C});
 }
 
-TEST(MultibyteEucJp, CharacterCutOffAtTheEndIsBad) {
+TEST(MultibyteConversionsEucJp, CharacterCutOffAtTheEndIsBad) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     ExpectBadOctets("\xC6\xFC\xCB", {0x65E5, '?'});
     ExpectBadOctets("\x8F\xB0", {'?', '?'});
 }
 
-TEST(MultibyteUtf8, SupplementaryCharacterIsAPair) {
+TEST(MultibyteConversionsUtf8, SupplementaryCharacterIsAPair) {
     const test::ScopedLocale locale("en_US.UTF-8");
     ExpectBothWays("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80z", {'a', 0xE4, 0x20AC, 0xD83D, 0xDE00, 'z'});
     ExpectBothWays("\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF});
 }
 
-TEST(MultibyteUtf8, BadOctetsAreReplacedOneByOne) {
+TEST(MultibyteConversionsUtf8, BadOctetsAreReplacedOneByOne) {
     const test::ScopedLocale locale("en_US.UTF-8");
     ExpectBadOctets("a\xFFz", ToUnits("a?z"));
     ExpectBadOctets("\xC3\xA4\xE2\x82\xC3\xA4", {0xE4, '?', '?', 0xE4});
@@ -124,7 +124,7 @@ TEST(MultibyteUtf8, BadOctetsAreReplacedOneByOne) {
         ToUnits("?a"));
 }
 
-TEST(MultibyteUtf8, WhatIsNoCharacterIsBadEvenIfTheSystemTakesIt) {
+TEST(MultibyteConversionsUtf8, WhatIsNoCharacterIsBadEvenIfTheSystemTakesIt) {
     const test::ScopedLocale locale("en_US.UTF-8");
     ExpectBadOctets("\xED\xA0\x80", ToUnits("???"));
     ExpectBadOctets(
@@ -137,7 +137,7 @@ TEST(MultibyteUtf8, WhatIsNoCharacterIsBadEvenIfTheSystemTakesIt) {
         ToUnits("?????a"));
 }
 
-TEST(MultibyteUtf8, LoneSurrogateIsBad) {
+TEST(MultibyteConversionsUtf8, LoneSurrogateIsBad) {
     const test::ScopedLocale locale("en_US.UTF-8");
     ExpectBadUnits({0xD83D}, "?");
     ExpectBadUnits({'a', 0xD83D, 'b'}, "a?b");
@@ -145,7 +145,7 @@ TEST(MultibyteUtf8, LoneSurrogateIsBad) {
     ExpectBadUnits({0xD83D, 0xD83D, 0xDE00, 0xE4}, "?\xF0\x9F\x98\x80\xC3\xA4");
 }
 
-TEST(MultibyteUtf8, TextsOfEveryLengthAroundTheChunksConvert) {
+TEST(MultibyteConversionsUtf8, TextsOfEveryLengthAroundTheChunksConvert) {
     const test::ScopedLocale locale("en_US.UTF-8");
     for (std::size_t length = 250; length != 260; ++length) {
         for (const std::size_t times : {1, 2, 3}) {
@@ -159,7 +159,7 @@ TEST(MultibyteUtf8, TextsOfEveryLengthAroundTheChunksConvert) {
     }
 }
 
-TEST(MultibyteUtf8, LargeTextsSurvive) {
+TEST(MultibyteConversionsUtf8, LargeTextsSurvive) {
     const test::ScopedLocale locale("en_US.UTF-8");
     const std::string octets = Repeated("\xE2\x82\xAC", 1000000);
     EXPECT_EQ(ToWide(octets), Units(1000000, 0x20AC));
@@ -167,21 +167,21 @@ TEST(MultibyteUtf8, LargeTextsSurvive) {
 }
 
 // In this encoding two octets are two characters, and a character is pending until the next octet.
-TEST(MultibyteHongKong, CharacterOfTwoWideOnesConverts) {
+TEST(MultibyteConversionsHongKong, CharacterOfTwoWideOnesConverts) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     ExpectBothWays("\x88\x62", {0xCA, 0x304});
     ExpectBothWays("\x88\x66", {0xCA});
     ExpectBothWays("a\x88\x62\x88\x66\x88\x62z", {'a', 0xCA, 0x304, 0xCA, 0xCA, 0x304, 'z'});
 }
 
-TEST(MultibyteHongKong, CharacterOfTwoWideOnesSurvivesBesideABadOne) {
+TEST(MultibyteConversionsHongKong, CharacterOfTwoWideOnesSurvivesBesideABadOne) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     ExpectBadOctets("\x88\x62\xFF\x88\x62", {0xCA, 0x304, '?', 0xCA, 0x304});
     ExpectBadOctets("\x88\x66\x88", {0xCA, '?'});
     ExpectBadUnits({0xCA, 0xD800, 'z'}, "\x88\x66?z");
 }
 
-TEST(MultibyteHongKong, CharacterOfTwoWideOnesConvertsAcrossChunks) {
+TEST(MultibyteConversionsHongKong, CharacterOfTwoWideOnesConvertsAcrossChunks) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     for (std::size_t length = 250; length != 260; ++length) {
         const std::string start(length, 'a');
@@ -189,7 +189,7 @@ TEST(MultibyteHongKong, CharacterOfTwoWideOnesConvertsAcrossChunks) {
     }
 }
 
-TEST(MultibyteHongKong, NothingIsCarriedFromOneCallToTheNext) {
+TEST(MultibyteConversionsHongKong, NothingIsCarriedFromOneCallToTheNext) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     for (int i = 0; i != 3; ++i) {
         EXPECT_EQ(ToMultibyte({0xCA}), "\x88\x66");
@@ -199,14 +199,14 @@ TEST(MultibyteHongKong, NothingIsCarriedFromOneCallToTheNext) {
     }
 }
 
-TEST(MultibyteVietnamese, CharacterThatWaitsForItsToneSurvivesBesideABadOne) {
+TEST(MultibyteConversionsVietnamese, CharacterThatWaitsForItsToneSurvivesBesideABadOne) {
     const test::ScopedLocale locale("vi_VN.TCVN5712-1");
     ExpectBothWays("abc", ToUnits("abc"));
     ExpectBadUnits({'a', 0xD800, 'b'}, "a?b");
     EXPECT_EQ(ToWide("a"), ToUnits("a"));
 }
 
-TEST(MultibyteVietnamese, LettersBesideABadOctetSurvive) {
+TEST(MultibyteConversionsVietnamese, LettersBesideABadOctetSurvive) {
     const test::ScopedLocale locale("TCVN5712-1", 2);
     // 0xB5 is a with a grave, and so are the letter and the tone behind it.
     EXPECT_EQ(ToWide("ab\xB5"), (Units{'a', 'b', 0xE0}));
@@ -224,21 +224,21 @@ void ExpectNoText(const Text& octets, const Units& replaced) {
 }
 
 // Here the decoder takes the terminator for the third octet of four, and would read on after it.
-TEST(MultibyteCutOff, CharacterOfFourOctetsIsNotReadBehindTheTerminator) {
+TEST(MultibyteConversionsCutOff, CharacterOfFourOctetsIsNotReadBehindTheTerminator) {
     const test::ScopedLocale locale("GB18030", 4);
     ExpectNoText(std::string("\xA9\x30"), {'?', '0'});
     ExpectNoText(std::string("\x81\x30\x81"), {'?', '0', '?'});
     ExpectNoText(std::string(4095, 'a') + "\x81", ToUnits(std::string(4095, 'a') + '?'));
 }
 
-TEST(MultibyteCutOff, CharacterOfAFurtherPlaneIsNotReadBehindTheTerminator) {
+TEST(MultibyteConversionsCutOff, CharacterOfAFurtherPlaneIsNotReadBehindTheTerminator) {
     const test::ScopedLocale locale("EUC-TW", 4);
     ExpectNoText(std::string("abc\x8E\xA2"), ToUnits("abc??"));
     ExpectNoText(std::string("abc\x8E"), ToUnits("abc?"));
 }
 
 // Letter, point and point: three octets, where the locale says that a character has one.
-TEST(MultibyteMoreThanTheLongest, UnitOfThreeOctetsIsWrittenWhole) {
+TEST(MultibyteConversionsMoreThanTheLongest, UnitOfThreeOctetsIsWrittenWhole) {
     const test::ScopedLocale locale("CP1255", 1);
     EXPECT_EQ(ToMultibyte({0xFB2C}), "\xF9\xCC\xD1");
     EXPECT_EQ(ToMultibyte(Units(1000, 0xFB2C)), Repeated("\xF9\xCC\xD1", 1000));
@@ -246,7 +246,7 @@ TEST(MultibyteMoreThanTheLongest, UnitOfThreeOctetsIsWrittenWhole) {
 }
 
 // The syllable of four characters, 0B B8 BC D0 C0 without their common high octet.
-TEST(MultibyteMoreThanTheLongest, OctetThatStandsForZeroIsBad) {
+TEST(MultibyteConversionsMoreThanTheLongest, OctetThatStandsForZeroIsBad) {
     const test::ScopedLocale locale("POSIX.ISIRI-3342");
     EXPECT_EQ(test::ConversionFailure([] {
                   ZBase::MultiByteToWideChar(
@@ -261,14 +261,14 @@ TEST(MultibyteMoreThanTheLongest, OctetThatStandsForZeroIsBad) {
               ToUnits("a?b"));
 }
 
-TEST(MultibyteMoreThanTheLongest, CodeThatTheSystemPassesOverIsBad) {
+TEST(MultibyteConversionsMoreThanTheLongest, CodeThatTheSystemPassesOverIsBad) {
     const test::ScopedLocale locale("POSIX.CP949");
     EXPECT_EQ(test::ConversionFailure([] { ZBase::MultiByteToWideChar("a\xA2\xE8", false); }),
               "::mbstowcs() failed.");
     EXPECT_EQ(test::Text(ZBase::MultiByteToWideChar("a\xA2\xE8", true)), ToUnits("a??"));
 }
 
-TEST(MultibyteMoreThanTheLongest, OctetOfFourUnitsIsReadWhole) {
+TEST(MultibyteConversionsMoreThanTheLongest, OctetOfFourUnitsIsReadWhole) {
     const test::ScopedLocale locale("TSCII", 1);
     const Units syllable{0x0BB8, 0x0BCD, 0x0BB0, 0x0BC0};
     EXPECT_EQ(ToWide("\x82"), syllable);
@@ -276,12 +276,12 @@ TEST(MultibyteMoreThanTheLongest, OctetOfFourUnitsIsReadWhole) {
     EXPECT_EQ(ToWide("\x82\xFF\x82", true), syllable + static_cast<unsigned short>('?') + syllable);
 }
 
-TEST(MultibyteHongKong, WaitingCharacterMeetsItsAccentBesideABadOne) {
+TEST(MultibyteConversionsHongKong, WaitingCharacterMeetsItsAccentBesideABadOne) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     ExpectBadUnits({0xCA, 0x304, 0xD800, 0xCA, 0x304}, "\x88\x62?\x88\x62");
 }
 
-TEST(MultibyteWithLength, ZerosAreCharactersLikeOthers) {
+TEST(MultibyteConversionsWithLength, ZerosAreCharactersLikeOthers) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     using namespace std::string_literals;
     const std::string octets = "\0a\xC6\xFC\0\0\xCB\xDC\0"s;
@@ -294,7 +294,7 @@ TEST(MultibyteWithLength, ZerosAreCharactersLikeOthers) {
     }
 }
 
-TEST(MultibyteWithLength, NothingBehindTheLengthIsRead) {
+TEST(MultibyteConversionsWithLength, NothingBehindTheLengthIsRead) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     const std::string octets = "\xC6\xFC\xCB\xDC";
     EXPECT_EQ(ZBase::MultiByteToUTF16(std::string_view(octets).substr(0, 2), false), u"\u65E5");
@@ -303,7 +303,7 @@ TEST(MultibyteWithLength, NothingBehindTheLengthIsRead) {
     EXPECT_EQ(ZBase::UTF16ToMultiByte(std::u16string_view(units).substr(0, 1), false), "\xC6\xFC");
 }
 
-TEST(MultibyteWithLength, BadTextFailsAsWithoutOneAndIsReplacedOnBothSidesOfAZero) {
+TEST(MultibyteConversionsWithLength, BadTextFailsAsWithoutOneAndIsReplacedOnBothSidesOfAZero) {
     const test::ScopedLocale locale("ja_JP.EUC-JP");
     using namespace std::string_literals;
     const std::string octets = "\xC6\0\xFC\xC6\xFC"s;  // the zero splits a character
@@ -316,7 +316,7 @@ TEST(MultibyteWithLength, BadTextFailsAsWithoutOneAndIsReplacedOnBothSidesOfAZer
     EXPECT_EQ(ZBase::UTF16ToMultiByte(units, true), "?\0?\xC6\xFC"s);
 }
 
-TEST(Multibyte, ThreadsConvertAtTheSameTime) {
+TEST(MultibyteConversions, ThreadsConvertAtTheSameTime) {
     const test::ScopedLocale locale("zh_HK.BIG5-HKSCS");
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;

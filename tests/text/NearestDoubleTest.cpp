@@ -56,7 +56,7 @@ TEST(NearestDouble, TakesNothingButANumber) {
     EXPECT_EQ(NearestDouble(std::string_view("12345", 2)), 12.0);
 }
 
-TEST(ShortestText, IsShortAndReadsBack) {
+TEST(NearestDoubleShortestText, IsShortAndReadsBack) {
     EXPECT_EQ(ShortestText(0.1), "0.1");
     EXPECT_EQ(ShortestText(1), "1");
     EXPECT_EQ(ShortestText(-0.0), "-0");
@@ -68,7 +68,7 @@ TEST(ShortestText, IsShortAndReadsBack) {
     EXPECT_EQ(ShortestText(std::numeric_limits<double>::quiet_NaN()), "nan");
 }
 
-TEST(ShortestText, ReadsBackToTheSameBits) {
+TEST(NearestDoubleShortestText, ReadsBackToTheSameBits) {
     std::mt19937_64 random(1);
     for (int turn = 0; turn != 20'000; ++turn) {
         const auto value = std::bit_cast<double>(static_cast<std::uint64_t>(random()));

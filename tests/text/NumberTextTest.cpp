@@ -21,7 +21,7 @@ constexpr int kIntMax = std::numeric_limits<int>::max();
 constexpr std::int64_t kInt64Min = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kInt64Max = std::numeric_limits<std::int64_t>::max();
 
-TEST(NumberToText, DecimalShowsASignOnlyForNegativeValues) {
+TEST(NumberTextWritten, DecimalShowsASignOnlyForNegativeValues) {
     const struct {
         int value;
         const char* text;
@@ -38,14 +38,14 @@ TEST(NumberToText, DecimalShowsASignOnlyForNegativeValues) {
     }
 }
 
-TEST(NumberToText, Decimal64ReachesBothLimits) {
+TEST(NumberTextWritten, Decimal64ReachesBothLimits) {
     EXPECT_EQ(test::Text(ZBase::ToDecimal64String(kInt64Max)), "9223372036854775807");
     EXPECT_EQ(test::Text(ZBase::ToDecimal64String(kInt64Min)), "-9223372036854775808");
     EXPECT_EQ(test::Text(ZBase::ToDecimal64WString(kInt64Min)), ToUnits("-9223372036854775808"));
     EXPECT_EQ(test::Text(ZBase::ToDecimal64WString(0)), ToUnits("0"));
 }
 
-TEST(NumberToText, HexadecimalShowsThe32BitsWithoutPadding) {
+TEST(NumberTextWritten, HexadecimalShowsThe32BitsWithoutPadding) {
     const struct {
         int value;
         const char *upper, *lower;
@@ -73,7 +73,7 @@ void ExpectInt64(const std::string& text, std::int64_t value) {
     EXPECT_EQ(ZBase::DecimalToInt64(ToUnits(text).c_str()), value) << text;
 }
 
-TEST(DecimalToInt, TakesWhiteSpaceOneSignAndDigits) {
+TEST(NumberTextDecimal, TakesWhiteSpaceOneSignAndDigits) {
     ExpectInt("42", 42);
     ExpectInt(" \t\n\v\f\r-42", -42);
     ExpectInt("+0042xyz", 42);
@@ -81,7 +81,7 @@ TEST(DecimalToInt, TakesWhiteSpaceOneSignAndDigits) {
     ExpectInt("1.9", 1);
 }
 
-TEST(DecimalToInt, NoNumberGivesZero) {
+TEST(NumberTextDecimal, NoNumberGivesZero) {
     for (const char* text : {"", "abc", "-", "+", "--1", "+-1", "- 1", ".5", " "}) {
         ExpectInt(text, 0);
         ExpectInt64(text, 0);
@@ -89,7 +89,7 @@ TEST(DecimalToInt, NoNumberGivesZero) {
     ExpectInt("0x10", 0);
 }
 
-TEST(DecimalToInt, ValueBeyond32BitsGivesTheLimitOfItsSign) {
+TEST(NumberTextDecimal, ValueBeyond32BitsGivesTheLimitOfItsSign) {
     ExpectInt("2147483646", kIntMax - 1);
     ExpectInt("2147483647", kIntMax);
     ExpectInt("2147483648", kIntMax);
@@ -101,7 +101,7 @@ TEST(DecimalToInt, ValueBeyond32BitsGivesTheLimitOfItsSign) {
     ExpectInt("99999999999999999999999999999999999", kIntMax);
 }
 
-TEST(DecimalToInt64, ValueBeyond64BitsGivesTheLimitOfItsSign) {
+TEST(NumberTextDecimal64, ValueBeyond64BitsGivesTheLimitOfItsSign) {
     ExpectInt64("2147483648", 2147483648);
     ExpectInt64("9223372036854775806", kInt64Max - 1);
     ExpectInt64("9223372036854775807", kInt64Max);
@@ -114,7 +114,7 @@ TEST(DecimalToInt64, ValueBeyond64BitsGivesTheLimitOfItsSign) {
     ExpectInt64("99999999999999999999999999999999999", kInt64Max);
 }
 
-TEST(DecimalToInt, OnlyAsciiIsSpaceOrDigit) {
+TEST(NumberTextDecimal, OnlyAsciiIsSpaceOrDigit) {
     const test::ScopedLocale locale("de_DE.ISO-8859-1");
     EXPECT_EQ(ZBase::DecimalToInt("\xA0"
                                   "5"),
@@ -128,7 +128,7 @@ TEST(DecimalToInt, OnlyAsciiIsSpaceOrDigit) {
     EXPECT_EQ(ZBase::DecimalToInt(Units{'5', 0x0135, 0xFF15}.c_str()), 5);
 }
 
-TEST(DecimalToInt, NullCountsAsEmpty) {
+TEST(NumberTextDecimal, NullCountsAsEmpty) {
     EXPECT_EQ(ZBase::DecimalToInt(static_cast<const char*>(nullptr)), 0);
     EXPECT_EQ(ZBase::DecimalToInt(static_cast<const unsigned short*>(nullptr)), 0);
     EXPECT_EQ(ZBase::DecimalToInt64(static_cast<const char*>(nullptr)), 0);
@@ -147,7 +147,7 @@ void ExpectHexFailure(const std::string& text, bool lenient, const std::string& 
               expected);
 }
 
-TEST(HexToUnsignedInt, WholeTextIsTakenInBothModes) {
+TEST(NumberTextHexadecimal, WholeTextIsTakenInBothModes) {
     for (const bool lenient : {false, true}) {
         ExpectHex("ff", lenient, 255);
         ExpectHex("0", lenient, 0);
@@ -159,21 +159,21 @@ TEST(HexToUnsignedInt, WholeTextIsTakenInBothModes) {
     }
 }
 
-TEST(HexToUnsignedInt, TextBehindTheDigitsNeedsTheLenientForm) {
+TEST(NumberTextHexadecimal, TextBehindTheDigitsNeedsTheLenientForm) {
     for (const char* text : {"ffz", "ff ", "0xff,", "ff~"}) {
         ExpectHex(text, true, 255);
         ExpectHexFailure(text, false, "failed to parse");
     }
 }
 
-TEST(HexToUnsignedInt, BarePrefixIsZeroInTheLenientForm) {
+TEST(NumberTextHexadecimal, BarePrefixIsZeroInTheLenientForm) {
     for (const char* text : {"0x", "0X", "0xg", "0x 1", " 0x", "-0x"}) {
         ExpectHex(text, true, 0);
         ExpectHexFailure(text, false, "failed to parse");
     }
 }
 
-TEST(HexToUnsignedInt, NothingToParseFailsInBothModes) {
+TEST(NumberTextHexadecimal, NothingToParseFailsInBothModes) {
     for (const bool lenient : {false, true}) {
         for (const char* text : {"", " ", "z", "x1", "-", "+", "--1", "+ 1", "~"}) {
             ExpectHexFailure(text, lenient, "failed to parse");
@@ -181,7 +181,7 @@ TEST(HexToUnsignedInt, NothingToParseFailsInBothModes) {
     }
 }
 
-TEST(HexToUnsignedInt, AllBitsSetCountsAsOverflow) {
+TEST(NumberTextHexadecimal, AllBitsSetCountsAsOverflow) {
     for (const bool lenient : {false, true}) {
         for (const char* text : {"FFFFFFFF", "0xffffffff", "100000000", "-1", "-100000000",
                                  "FFFFFFFFFFFFFFFFFFFFF", "10000000000000000"}) {
@@ -192,14 +192,14 @@ TEST(HexToUnsignedInt, AllBitsSetCountsAsOverflow) {
     ExpectHexFailure("FFFFFFFFz", false, "failed to parse");
 }
 
-TEST(HexToUnsignedInt, NegativeValueWrapsAt32Bits) {
+TEST(NumberTextHexadecimal, NegativeValueWrapsAt32Bits) {
     ExpectHex("-2", false, 0xFFFFFFFE);
     ExpectHex("-0", false, 0);
     ExpectHex("-80000000", false, 0x80000000);
     ExpectHex("-FFFFFFFF", false, 1);
 }
 
-TEST(HexToUnsignedInt, NullCountsAsEmpty) {
+TEST(NumberTextHexadecimal, NullCountsAsEmpty) {
     for (const bool lenient : {false, true}) {
         const std::string expected = "ZBase::HexToUnsignedInt: failed to parse ''.";
         EXPECT_EQ(test::ConversionFailure(
@@ -211,7 +211,7 @@ TEST(HexToUnsignedInt, NullCountsAsEmpty) {
     }
 }
 
-TEST(HexToUnsignedInt, MalformedInputIsQuotedWithReplacements) {
+TEST(NumberTextHexadecimal, MalformedInputIsQuotedWithReplacements) {
     EXPECT_EQ(test::ConversionFailure([] { ZBase::HexToUnsignedInt("z\xFF", true); }),
               "ZBase::HexToUnsignedInt: failed to parse 'z\xEF\xBF\xBD'.");
     EXPECT_EQ(test::ConversionFailure([] {
@@ -221,19 +221,19 @@ TEST(HexToUnsignedInt, MalformedInputIsQuotedWithReplacements) {
 }
 
 // The failure's text can't be stored, and that failure is thrown instead.
-TEST(HexToUnsignedInt, UnpairedSurrogateInTheInputIsWhatIsReported) {
+TEST(NumberTextHexadecimal, UnpairedSurrogateInTheInputIsWhatIsReported) {
     EXPECT_EQ(test::ConversionFailure([] {
                   ZBase::HexToUnsignedInt(Units{'z', 0xD83D}.c_str(), true);
               }),
               "ZBase::WideCharToUnicodeValue: Invalid UNICODE value U+D83D.");
 }
 
-TEST(HexToUnsignedInt, UnitWithAnAsciiLowOctetIsNoDigit) {
+TEST(NumberTextHexadecimal, UnitWithAnAsciiLowOctetIsNoDigit) {
     EXPECT_NE(test::ConversionFailure([] { ZBase::HexToUnsignedInt(Units{0x0141}.c_str(), true); }), "");
     EXPECT_EQ(ZBase::HexToUnsignedInt(Units{'1', 0x0141}.c_str(), true), 1u);
 }
 
-TEST(HumanReadableSize, UnitStepsAt1024) {
+TEST(NumberTextHumanReadableSize, UnitStepsAt1024) {
     EXPECT_EQ(ZBase::GetHumanReadableSize(0), "0.00Bytes");
     EXPECT_EQ(ZBase::GetHumanReadableSize(1), "1.00Bytes");
     EXPECT_EQ(ZBase::GetHumanReadableSize(1023), "1023.00Bytes");
@@ -247,7 +247,7 @@ TEST(HumanReadableSize, UnitStepsAt1024) {
     EXPECT_EQ(ZBase::GetHumanReadableSize(std::numeric_limits<std::uint64_t>::max()), "16.00EB");
 }
 
-TEST(HumanReadableSize, RoundingComesAfterTheChoiceOfTheUnit) {
+TEST(NumberTextHumanReadableSize, RoundingComesAfterTheChoiceOfTheUnit) {
     EXPECT_EQ(ZBase::GetHumanReadableSize(1048575), "1024.00KB");
     EXPECT_EQ(ZBase::GetHumanReadableSize(1034), "1.01KB");
 }
@@ -258,7 +258,7 @@ struct GermanNumbers : std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
 
-TEST(HumanReadableSize, IsWrittenInTheGlobalLocaleOfTheStreams) {
+TEST(NumberTextHumanReadableSize, IsWrittenInTheGlobalLocaleOfTheStreams) {
     const std::locale previous = std::locale::global(std::locale(std::locale(), new GermanNumbers));
     const std::string text = ZBase::GetHumanReadableSize(1023);
     std::locale::global(previous);

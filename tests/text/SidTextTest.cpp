@@ -70,11 +70,11 @@ TEST(SidText, SizeIsNotLookedAt) {
     EXPECT_EQ(test::Wide(ZBase::SidBinaryToWString(sid, UINT64_MAX).c_str()), u"S-1-5-18");
 }
 
-TEST(SidParser, ReadsAWellKnownText) {
+TEST(SidTextParser, ReadsAWellKnownText) {
     EXPECT_EQ(Parse("S-1-5-18"), (Octets{1, 1, 0, 0, 0, 0, 0, 5, 0x12, 0, 0, 0}));
 }
 
-TEST(SidParser, RandomRecordsGoThereAndBack) {
+TEST(SidTextParser, RandomRecordsGoThereAndBack) {
     std::mt19937 random(1);
     for (int i = 0; i != 3000; ++i) {
         const auto count = static_cast<unsigned char>(1 + random() % 255);
@@ -86,7 +86,7 @@ TEST(SidParser, RandomRecordsGoThereAndBack) {
     }
 }
 
-TEST(SidParser, RefusesTheEmptyTextOnly) {
+TEST(SidTextParser, RefusesTheEmptyTextOnly) {
     auto* sid = reinterpret_cast<unsigned char*>(1);
     std::uint64_t size = 77;
     EXPECT_FALSE(ZBase::SidWStringToBinary(WideString(), sid, size));
@@ -94,7 +94,7 @@ TEST(SidParser, RefusesTheEmptyTextOnly) {
     EXPECT_EQ(size, 0u);
 }
 
-TEST(SidParser, CountIsTheDashesLessTwoIn8Bits) {
+TEST(SidTextParser, CountIsTheDashesLessTwoIn8Bits) {
     EXPECT_EQ(Parse("S-1-5"), (Octets{1, 0, 0, 0, 0, 0, 0, 5}));
     EXPECT_EQ(Parse("abc"), Record(Octets(8), 254));
     EXPECT_EQ(Parse("S-7"), Record({7, 0, 0, 0, 0, 0, 0, 0}, 255));
@@ -102,7 +102,7 @@ TEST(SidParser, CountIsTheDashesLessTwoIn8Bits) {
     EXPECT_EQ(Parse("---"), Record(Octets(8), 1));
 }
 
-TEST(SidParser, SubAuthoritiesBeyondTheCountAreNotStored) {
+TEST(SidTextParser, SubAuthoritiesBeyondTheCountAreNotStored) {
     std::string text = "S-1-5";
     for (int i = 0; i != 255; ++i) text += "-9";
     Octets expected = Record({1, 0, 0, 0, 0, 0, 0, 5}, 255);
@@ -112,24 +112,24 @@ TEST(SidParser, SubAuthoritiesBeyondTheCountAreNotStored) {
     EXPECT_EQ(Parse(text + "-9-9"), (Octets{1, 1, 0, 0, 0, 0, 0, 5, 9, 0, 0, 0}));
 }
 
-TEST(SidParser, TextBeforeTheFirstDashIsNotLookedAt) {
+TEST(SidTextParser, TextBeforeTheFirstDashIsNotLookedAt) {
     EXPECT_EQ(Parse("42 elephants-1-5-18"), Parse("S-1-5-18"));
     EXPECT_EQ(Parse("-1-5-18"), Parse("S-1-5-18"));
     EXPECT_EQ(Parse("42"), Record(Octets(8), 254));
 }
 
-TEST(SidParser, FieldsThatAreNoNumbersAreZero) {
+TEST(SidTextParser, FieldsThatAreNoNumbersAreZero) {
     EXPECT_EQ(Parse("S-x-y-z"), Record(Octets(8), 1));
     EXPECT_EQ(Parse("S---5"), Record({0, 0, 0, 0, 0, 0, 0, 0, 5}, 1));
     EXPECT_EQ(Parse("S-+-+ 1-0x10"), Record(Octets(8), 1));
 }
 
-TEST(SidParser, FieldsAreReadLikeScanf) {
+TEST(SidTextParser, FieldsAreReadLikeScanf) {
     EXPECT_EQ(Parse("S- \t\n\v\f\r1-+5-18xyz"), Parse("S-1-5-18"));
     EXPECT_EQ(Parse("S-0001-05-018"), Parse("S-1-5-18"));
 }
 
-TEST(SidParser, NumbersAreCutToTheirFields) {
+TEST(SidTextParser, NumbersAreCutToTheirFields) {
     // 70000 = 0x11170; 2^48 + 6; 2^32 + 3
     EXPECT_EQ(Parse("S-70000-281474976710662-4294967299"), (Octets{0x70, 1, 0, 0, 0, 0, 0, 6, 3, 0, 0, 0}));
     // the largest number of 64 bits, and one beyond, which stays the largest
@@ -140,12 +140,12 @@ TEST(SidParser, NumbersAreCutToTheirFields) {
     }
 }
 
-TEST(SidParser, EmbeddedZeroEndsAFieldOnly) {
+TEST(SidTextParser, EmbeddedZeroEndsAFieldOnly) {
     const unsigned short text[] = {'S', '-', '1', 0, '9', '-', '5', '-', '1', '8'};
     EXPECT_EQ(Parse(WideString(text, 10)), Parse("S-1-5-18"));
 }
 
-TEST(SidParser, ExhaustedMemoryThrowsAndLeaksNothing) {
+TEST(SidTextParser, ExhaustedMemoryThrowsAndLeaksNothing) {
     const WideString text("S-1-5-18"_w);
     const std::size_t live = test::LiveBlocks();
     const std::size_t failures = test::ForEachFailingAllocation([&text] {

@@ -61,7 +61,7 @@ std::string RandomText(std::mt19937& random) {
 
 }  // namespace
 
-TEST(UTF8Scan, CountsOctetsCharactersAndUnits) {
+TEST(UnicodeTextScan, CountsOctetsCharactersAndUnits) {
     const UTF8Scan scan = ScanUTF8("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
     EXPECT_TRUE(scan.isWhole);
     EXPECT_EQ(scan.octets, 10u);
@@ -72,7 +72,7 @@ TEST(UTF8Scan, CountsOctetsCharactersAndUnits) {
     EXPECT_EQ(none.octets + none.characters + none.units, 0u);
 }
 
-TEST(UTF8Scan, StopsWhereTheFlawedSequenceBegins) {
+TEST(UnicodeTextScan, StopsWhereTheFlawedSequenceBegins) {
     const UTF8Scan scan = ScanUTF8("0123456789\xC3\xA9\xE2\x82x");
     EXPECT_FALSE(scan.isWhole);
     EXPECT_EQ(scan.octets, 12u);
@@ -82,13 +82,13 @@ TEST(UTF8Scan, StopsWhereTheFlawedSequenceBegins) {
     EXPECT_EQ(ScanUTF8("\xFF").octets, 0u);
 }
 
-TEST(UTF8Scan, TakesZerosForCharacters) {
+TEST(UnicodeTextScan, TakesZerosForCharacters) {
     const UTF8Scan scan = ScanUTF8(std::string_view("a\0b\0", 4));
     EXPECT_TRUE(scan.isWhole);
     EXPECT_EQ(scan.characters, 4u);
 }
 
-TEST(UTF8Scan, AllocatesNothing) {
+TEST(UnicodeTextScan, AllocatesNothing) {
     const std::string text(100'000, 'x');
     const std::size_t before = test::AllocationCount();
     EXPECT_EQ(ScanUTF8(text).octets, text.size());

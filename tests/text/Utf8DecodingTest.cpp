@@ -205,13 +205,13 @@ TEST(Utf8DecodingIntoABuffer, NothingBeyondTheSourceOrTheDestinationIsTouched) {
     }
 }
 
-TEST(Utf8Octets, EveryOctetCountsAsALeadingByte) {
+TEST(Utf8DecodingOctets, EveryOctetCountsAsALeadingByte) {
     for (int octet = 0; octet != 256; ++octet) {
         EXPECT_TRUE(ZBase::UTF8IsLeadingByte(static_cast<char>(octet))) << octet;
     }
 }
 
-TEST(Utf8Octets, LengthOfTheSequenceFollowsFromTheLead) {
+TEST(Utf8DecodingOctets, LengthOfTheSequenceFollowsFromTheLead) {
     const struct {
         int first, last;
         unsigned int octets;
@@ -224,7 +224,7 @@ TEST(Utf8Octets, LengthOfTheSequenceFollowsFromTheLead) {
     }
 }
 
-TEST(Utf8Octets, OctetThatLeadsNothingIsNamedWidenedWithItsSign) {
+TEST(Utf8DecodingOctets, OctetThatLeadsNothingIsNamedWidenedWithItsSign) {
     const auto failure = [](int octet) {
         return test::ConversionFailure([octet] { ZBase::UTF8TotalBytes(static_cast<char>(octet)); });
     };

@@ -70,9 +70,9 @@ TEST(MessageCommand, WritesJson) {
         "31m\"],\"texts\":{}}\n]\n");
 }
 
-class MessageFile : public test::ScratchFolder {};
+class MessageCommandFile : public test::ScratchFolder {};
 
-TEST_F(MessageFile, IsShownInEveryForm) {
+TEST_F(MessageCommandFile, IsShownInEveryForm) {
     const std::string file = Write("a record.xml", "<m><id>7</id></m>");
     EXPECT_EQ(ShowMessage({file}).output, "Unknown 7  Unknown error. (Unknown message 7)\n");
     const ChildResult xml = ShowMessage({"--xml", file});
@@ -85,7 +85,7 @@ TEST_F(MessageFile, IsShownInEveryForm) {
 }
 
 // On a terminal, where a line ends in two characters.
-TEST_F(MessageFile, IsColouredOnATerminalOnly) {
+TEST_F(MessageCommandFile, IsColouredOnATerminalOnly) {
     const std::string file = Write("record.xml", kDocument);
     const auto onTerminal = [&](const std::string& options) {
         return test::RunChild({"/usr/bin/script", "--quiet", "--return", "--command",

@@ -132,7 +132,7 @@ std::size_t LargestSize() {
     return set == nullptr ? 4 * kMiB : std::strtoul(set, nullptr, 10) * kMiB;
 }
 
-class Hostile : public testing::TestWithParam<HostileDocument> {
+class HostileDocumentOfEachKind : public testing::TestWithParam<HostileDocument> {
 protected:
     // Each octet is scanned a bounded number of times. The long run also measures time: four times the octets
     // may take twelve times as long.
@@ -152,7 +152,7 @@ protected:
     }
 };
 
-TEST_P(Hostile, TakesTimeInProportionToItsOctets) {
+TEST_P(HostileDocumentOfEachKind, TakesTimeInProportionToItsOctets) {
     const std::size_t largest = LargestSize();
     const bool isSoak = largest >= 16 * kMiB;
     ExpectLinear(largest, kWhole);
@@ -179,7 +179,7 @@ TEST(HostileDocument, LongTokensAreLookedAtNoMoreThanThreeTimes) {
     }
 }
 
-TEST_P(Hostile, IsToldAndRefusedTheSameHoweverItIsCut) {
+TEST_P(HostileDocumentOfEachKind, IsToldAndRefusedTheSameHoweverItIsCut) {
     const std::string whole = GetParam().make(250);
     if (whole.size() > 2000) return;  // the minimum
     for (std::size_t length = 0; length <= whole.size(); ++length) {
@@ -190,7 +190,7 @@ TEST_P(Hostile, IsToldAndRefusedTheSameHoweverItIsCut) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Documents, Hostile, testing::ValuesIn(test::HostileDocuments()),
+INSTANTIATE_TEST_SUITE_P(Documents, HostileDocumentOfEachKind, testing::ValuesIn(test::HostileDocuments()),
                          [](const auto& of) { return std::string(of.param.name); });
 
 }  // namespace

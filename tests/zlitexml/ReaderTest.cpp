@@ -64,7 +64,7 @@ std::string Refusal(const std::string& document, const ZLiteXML::ReaderBounds& b
     return "nothing";
 }
 
-TEST(XmlInterfaces, OperationsComeInTheirOrder) {
+TEST(ReaderInterfaces, OperationsComeInTheirOrder) {
     EXPECT_EQ(test::PlaceInTable(&UTF8Reader::PushHandler), 0u);
     const std::size_t first = test::PlaceInTable(&UTF8EventHandler::StartElement);
     EXPECT_EQ(test::PlaceInTable(&UTF8EventHandler::Attribute), first + 1);

@@ -16,9 +16,9 @@
 
 namespace {
 
-using WithoutCrashReporting = test::ScratchFolder;
+using CrashHandlerThatIsOff = test::ScratchFolder;
 
-TEST_F(WithoutCrashReporting, ACompleteConfigurationInstallsNothing) {
+TEST_F(CrashHandlerThatIsOff, ACompleteConfigurationInstallsNothing) {
     const std::string file = mFolder / "crash_report.ini";
     const std::string dumps = mFolder / "dumps";
     std::ofstream(file)
@@ -36,7 +36,7 @@ TEST_F(WithoutCrashReporting, ACompleteConfigurationInstallsNothing) {
     unsetenv("ZENT_CRASH_CONFIG_FILE");
 }
 
-TEST_F(WithoutCrashReporting, StacksOfAllThreadsAreWrittenAtTheSignal) {
+TEST_F(CrashHandlerThatIsOff, StacksOfAllThreadsAreWrittenAtTheSignal) {
     const std::string file = mFolder / "crash_report.ini";
     const std::filesystem::path dumps = mFolder / "dumps";
     std::ofstream(file) << "[Config]\nServerURL=http://127.0.0.1:9\nServerProdURL=http://127.0.0.1:9\n"
@@ -57,7 +57,7 @@ TEST_F(WithoutCrashReporting, StacksOfAllThreadsAreWrittenAtTheSignal) {
     unsetenv("ZENT_CRASH_CONFIG_FILE");
 }
 
-TEST_F(WithoutCrashReporting, ReportsReachNoServer) {
+TEST_F(CrashHandlerThatIsOff, ReportsReachNoServer) {
     using namespace ZBase::Literals;
     ZBase::WideString code;
     EXPECT_EQ(

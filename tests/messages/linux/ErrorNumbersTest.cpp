@@ -12,7 +12,7 @@ namespace {
 
 using namespace ZBase;
 
-TEST(ErrorNumberDescription, IsTheCLibrarysForEveryNumberThatItKnows) {
+TEST(ErrorNumbersDescription, IsTheCLibrarysForEveryNumberThatItKnows) {
     int known = 0;
     for (int number = 0; number <= 4096; ++number) {
         const char* expected = strerrordesc_np(number);
@@ -29,7 +29,7 @@ TEST(ErrorNumberDescription, IsTheCLibrarysForEveryNumberThatItKnows) {
 
 // The symbols are the library's own, the descriptions this system's: the numbers that the header lists, and
 // no others.
-TEST(ErrorNumberDescription, TellsAnotherErrorThanTheSymbolWhereTheHeaderSaysSo) {
+TEST(ErrorNumbersDescription, TellsAnotherErrorThanTheSymbolWhereTheHeaderSaysSo) {
     std::map<int, std::string> others;
     for (int number = 0; number <= 200; ++number) {
         const ReturnString symbol = GetStandardCLibraryErrorSymbolOrNULL(number);

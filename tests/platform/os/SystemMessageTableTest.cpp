@@ -90,21 +90,21 @@ TEST(SystemMessageTable, TextsMeanWhatTheCodesMean) {
 }
 
 template <class Ch>
-class SystemMessage : public testing::Test {};
+class SystemMessageTableText : public testing::Test {};
 using CharacterTypes = testing::Types<char, unsigned short>;
-TYPED_TEST_SUITE(SystemMessage, CharacterTypes);
+TYPED_TEST_SUITE(SystemMessageTableText, CharacterTypes);
 
 // "Access is denied." and the line end
 constexpr unsigned int kLength = 19;
 
-TYPED_TEST(SystemMessage, EndsWithCarriageReturnAndLineFeed) {
+TYPED_TEST(SystemMessageTableText, EndsWithCarriageReturnAndLineFeed) {
     TypeParam buffer[64];
     ASSERT_EQ(os::FormatSystemMessage(5, 0, buffer, 64), kLength);
     EXPECT_EQ(std::string(buffer, buffer + kLength), "Access is denied.\r\n");
     EXPECT_EQ(buffer[kLength], 0);
 }
 
-TYPED_TEST(SystemMessage, NeedsRoomForTheTerminator) {
+TYPED_TEST(SystemMessageTableText, NeedsRoomForTheTerminator) {
     TypeParam buffer[kLength + 2];
     std::ranges::fill(buffer, TypeParam('#'));
     EXPECT_EQ(os::FormatSystemMessage(5, 0, buffer, kLength + 1), kLength);
@@ -117,7 +117,7 @@ TYPED_TEST(SystemMessage, NeedsRoomForTheTerminator) {
     }
 }
 
-TYPED_TEST(SystemMessage, NoBufferIsOneThatIsTooSmall) {
+TYPED_TEST(SystemMessageTableText, NoBufferIsOneThatIsTooSmall) {
     for (const unsigned int capacity : {0u, 255u}) {
         os::SetLastCode(0);
         EXPECT_EQ(os::FormatSystemMessage(5, 0, static_cast<TypeParam*>(nullptr), capacity), 0u);
@@ -125,7 +125,7 @@ TYPED_TEST(SystemMessage, NoBufferIsOneThatIsTooSmall) {
     }
 }
 
-TYPED_TEST(SystemMessage, UnknownCodeAndUnknownLanguageHaveNoText) {
+TYPED_TEST(SystemMessageTableText, UnknownCodeAndUnknownLanguageHaveNoText) {
     TypeParam buffer[64];
     for (const auto& [code, language] : {std::pair(35u, 0), std::pair(35u, 0x409), std::pair(5u, 0x407),
                                          std::pair(5u, 1), std::pair(5u, 0x809), std::pair(5u, 0xFFFF)}) {
@@ -135,7 +135,7 @@ TYPED_TEST(SystemMessage, UnknownCodeAndUnknownLanguageHaveNoText) {
     }
 }
 
-TYPED_TEST(SystemMessage, SuccessLeavesTheLastCodeAlone) {
+TYPED_TEST(SystemMessageTableText, SuccessLeavesTheLastCodeAlone) {
     TypeParam buffer[64];
     os::SetLastCode(77);
     os::FormatSystemMessage(5, 0, buffer, 64);

@@ -45,7 +45,7 @@ TEST(Host, HasAProcessorAndMemory) {
     EXPECT_GT(ZBase::GetUsableMemory(), std::uint64_t{64} << 20);
 }
 
-TEST(Process, ItselfIsAliveAndHasItsName) {
+TEST(HostProcess, ItselfIsAliveAndHasItsName) {
     wchar_t path[MAX_PATH];
     GetModuleFileNameW(nullptr, path, MAX_PATH);
     const std::u16string whole = Units(path);
@@ -57,7 +57,7 @@ TEST(Process, ItselfIsAliveAndHasItsName) {
     EXPECT_EQ(ZBase::GetCurrentThreadID(), GetCurrentThreadId());
 }
 
-TEST(Process, ThatHasEndedIsNotAlive) {
+TEST(HostProcess, ThatHasEndedIsNotAlive) {
     wchar_t command[] = L"cmd /c exit 3";
     STARTUPINFOW start{};
     start.cb = sizeof start;
@@ -73,11 +73,11 @@ TEST(Process, ThatHasEndedIsNotAlive) {
     CloseHandle(child.hProcess);
 }
 
-TEST(Process, ThatNobodyHasIsNotAlive) {
+TEST(HostProcess, ThatNobodyHasIsNotAlive) {
     EXPECT_FALSE(ZBase::IsProcessAlive(0xFFFFFFF0));
 }
 
-TEST(Process, ModuleOfAnAddressIsFound) {
+TEST(HostProcess, ModuleOfAnAddressIsFound) {
     wchar_t path[MAX_PATH];
     GetModuleFileNameW(GetModuleHandleW(L"kernel32.dll"), path, MAX_PATH);
     const auto* const function =
@@ -88,7 +88,7 @@ TEST(Process, ModuleOfAnAddressIsFound) {
     EXPECT_THROW(ZBase::GetModuleFileNameByAddressWithinModule(nullptr), ZBase::Message);
 }
 
-TEST(Process, EnvironmentHasTheVariable) {
+TEST(HostProcess, EnvironmentHasTheVariable) {
     using namespace ZBase::Literals;
     const auto* const name = u"ZBASE_TEST_VARIABLE"_w;
     const auto* const value = u"caf\u00E9 \u4E2D"_w;

@@ -12,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 using ZBase::os::ControlGroup;
 
-class Groups : public testing::Test {
+class ControlGroups : public testing::Test {
 protected:
     void SetUp() override {
         char name[] = "/tmp/zbase-group-XXXXXX";
@@ -34,14 +34,14 @@ protected:
     fs::path mMount;
 };
 
-TEST_F(Groups, WithoutFilesNothingIsLimited) {
+TEST_F(ControlGroups, WithoutFilesNothingIsLimited) {
     EXPECT_EQ(Group("/a/b").MemoryLimit(), ControlGroup::kUnlimited);
     EXPECT_EQ(Group("/a/b").ProcessorLimit(), ControlGroup::kUnlimited);
     EXPECT_EQ(Group("/not/there").MemoryLimit(), ControlGroup::kUnlimited);
     EXPECT_EQ(ControlGroup("", "/a").MemoryLimit(), ControlGroup::kUnlimited);
 }
 
-TEST_F(Groups, TheSmallestLimitOnTheWayUpCounts) {
+TEST_F(ControlGroups, TheSmallestLimitOnTheWayUpCounts) {
     Write("a/b/memory.max", "max");
     Write("a/memory.max", "1048576");
     EXPECT_EQ(Group("/a/b").MemoryLimit(), 1048576u);
@@ -54,7 +54,7 @@ TEST_F(Groups, TheSmallestLimitOnTheWayUpCounts) {
     EXPECT_EQ(Group("/").MemoryLimit(), 100u);
 }
 
-TEST_F(Groups, APartOfAProcessorCountsAsOne) {
+TEST_F(ControlGroups, APartOfAProcessorCountsAsOne) {
     Write("a/cpu.max", "max 100000");
     EXPECT_EQ(Group("/a").ProcessorLimit(), ControlGroup::kUnlimited);
     Write("a/cpu.max", "150000 100000");
@@ -67,7 +67,7 @@ TEST_F(Groups, APartOfAProcessorCountsAsOne) {
     EXPECT_EQ(Group("/a/b").ProcessorLimit(), 1u);
 }
 
-TEST_F(Groups, WhatCantBeReadLimitsNothing) {
+TEST_F(ControlGroups, WhatCantBeReadLimitsNothing) {
     for (const char* content : {"", "nonsense", "100000", "100000 0", "5 max", "-1 100000"}) {
         Write("a/cpu.max", content);
         EXPECT_EQ(Group("/a").ProcessorLimit(), ControlGroup::kUnlimited) << content;
@@ -76,7 +76,7 @@ TEST_F(Groups, WhatCantBeReadLimitsNothing) {
     EXPECT_EQ(Group("/a").MemoryLimit(), ControlGroup::kUnlimited);
 }
 
-TEST_F(Groups, AProcessIsInTheGroupOfVersionTwo) {
+TEST_F(ControlGroups, AProcessIsInTheGroupOfVersionTwo) {
     Write("a/b/memory.max", "4096");
     const std::string groups = "9:memory:/else\n1:name=systemd:/x\n0::/a/b\n";
     EXPECT_EQ(FromProcess(groups, "/").MemoryLimit(), 4096u);
@@ -87,7 +87,7 @@ TEST_F(Groups, AProcessIsInTheGroupOfVersionTwo) {
               ControlGroup::kUnlimited);
 }
 
-TEST_F(Groups, AGroupOutsideOfTheMountHasTheLimitsOfTheMount) {
+TEST_F(ControlGroups, AGroupOutsideOfTheMountHasTheLimitsOfTheMount) {
     Write("memory.max", "8192");
     EXPECT_EQ(FromProcess("0::/../other\n", "/").MemoryLimit(), 8192u);
 }

@@ -1,5 +1,3 @@
-#include <Base/platform/os/linux/memory/PageRegistry.h>
-#include <Base/platform/os/linux/processes/ForkLock.h>
 #include <Base/platform/os/memory/Pages.h>
 
 #include <gtest/gtest.h>
@@ -8,12 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <random>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "tests/support/Allocations.h"
@@ -93,80 +86,6 @@ TEST(Pages, OfTheParentCanBeGivenBackInAChild) {
               }),
               0);
     EXPECT_TRUE(os::ReleasePages(pages));
-}
-
-TEST(ForkLock, LetsOneThreadIn) {
-    static constinit os::ForkLock lock;
-    long count = 0;  // guarded by the lock
-    std::vector<std::thread> threads;
-    for (int i = 0; i != 4; ++i) {
-        threads.emplace_back([&count] {
-            for (int k = 0; k != 20000; ++k) {
-                const std::lock_guard guard(lock);
-                ++count;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(count, 80000);
-}
-
-TEST(ForkLock, IsFreeInAChildOfAProcessThatHoldsIt) {
-    static constinit os::ForkLock lock;
-    lock.lock();
-    for (int i = 0; i != 2; ++i) {
-        EXPECT_EQ(test::InChild([] {
-                      lock.lock();
-                      lock.unlock();
-                      return 0;
-                  }),
-                  0);
-    }
-    lock.unlock();
-    lock.lock();  // still valid here
-    lock.unlock();
-}
-
-// Compared with a plain map.
-TEST(PageRegistry, KnowsWhatWasAddedAndNotTaken) {
-    static constinit os::PageRegistry registry;
-    std::map<std::uintptr_t, std::uintptr_t> model;
-    std::mt19937 random(20);
-    for (int step = 0; step != 40000; ++step) {
-        const std::uintptr_t start = (1 + random() % 3000) * 0x10000;
-        if (random() % 2 == 0) {
-            if (model.contains(start)) continue;
-            model[start] = start + 0x1000 * (1 + random() % 16);
-            ASSERT_TRUE(registry.Add(start, model[start]));
-        } else {
-            os::PageRegistry::Entry* const entry = registry.Take(start);
-            ASSERT_EQ(entry != nullptr, model.erase(start) == 1) << step;
-            if (entry != nullptr) registry.Drop(entry);
-        }
-        const std::uintptr_t asked = random() % (3002 * 0x10000);
-        auto expected = model.upper_bound(asked);
-        const bool any = expected != model.begin() && asked < (--expected)->second;
-        std::uintptr_t from = 0;
-        std::uintptr_t to = 0;
-        ASSERT_EQ(registry.Find(asked, from, to), any) << step;
-        if (any) {
-            ASSERT_EQ(std::pair(from, to), std::pair(expected->first, expected->second));
-        }
-    }
-}
-
-TEST(PageRegistry, TakesBackWhatCouldNotBeReleased) {
-    static constinit os::PageRegistry registry;
-    ASSERT_TRUE(registry.Add(0x10000, 0x12000));
-    os::PageRegistry::Entry* const entry = registry.Take(0x10000);
-    std::uintptr_t from = 0;
-    std::uintptr_t to = 0;
-    EXPECT_FALSE(registry.Find(0x11FFF, from, to));
-    registry.Restore(entry);
-    EXPECT_TRUE(registry.Find(0x11FFF, from, to));
-    EXPECT_EQ(registry.Take(0x11000), nullptr);
-    EXPECT_EQ(registry.Take(0x10000), entry);
-    registry.Drop(entry);
 }
 
 }  // namespace

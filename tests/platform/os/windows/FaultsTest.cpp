@@ -69,28 +69,28 @@ std::size_t BusyBlocks() {
     return blocks;
 }
 
-TEST(FaultTranslator, UnwindsTheFrameThatFaulted) {
+TEST(FaultsTranslator, UnwindsTheFrameThatFaulted) {
     SetFaultTranslator(Throw);
     int cleanUps = 0;
     EXPECT_EQ(CodeOf([&] { ReadNull(cleanUps); }), 0xC0000005);
     EXPECT_EQ(cleanUps, 1);
 }
 
-TEST(FaultTranslator, UnwindsTheCallerOfALeaf) {
+TEST(FaultsTranslator, UnwindsTheCallerOfALeaf) {
     SetFaultTranslator(Throw);
     int cleanUps = 0;
     EXPECT_EQ(CodeOf([&] { ReadNullInLeaf(cleanUps); }), 0xC0000005);
     EXPECT_EQ(cleanUps, 1);
 }
 
-TEST(FaultTranslator, FindsTheCallerOfNoCode) {
+TEST(FaultsTranslator, FindsTheCallerOfNoCode) {
     SetFaultTranslator(Throw);
     const auto nowhere = reinterpret_cast<void (*)()>(const_cast<int*>(gNull));
     EXPECT_EQ(CodeOf([&] { nowhere(); }), 0xC0000005);
     EXPECT_EQ(CodeOf([] { reinterpret_cast<void (*)()>(std::uintptr_t{0x1234'5678'9000})(); }), 0xC0000005);
 }
 
-TEST(FaultTranslator, GivesTheSystemsCodes) {
+TEST(FaultsTranslator, GivesTheSystemsCodes) {
     SetFaultTranslator(Throw);
     EXPECT_EQ(CodeOf([] { gZero = 5 / gZero; }), 0xC0000094);
     EXPECT_EQ(CodeOf([] { asm volatile("int3"); }), 0x80000003);
@@ -99,13 +99,13 @@ TEST(FaultTranslator, GivesTheSystemsCodes) {
     EXPECT_EQ(CodeOf([] { RaiseException(0xC0001234, 0, 0, nullptr); }), 0xC0001234);
 }
 
-TEST(FaultTranslator, LeavesToTheSystemWhatItGuards) {
+TEST(FaultsTranslator, LeavesToTheSystemWhatItGuards) {
     SetFaultTranslator(Throw);
     EXPECT_TRUE(IsBadReadPtr(reinterpret_cast<const void*>(8), 4));
     OutputDebugStringA("told to a debugger by an exception\n");
 }
 
-TEST(FaultTranslator, IsOfOneThread) {
+TEST(FaultsTranslator, IsOfOneThread) {
     SetFaultTranslator(Throw);
     EXPECT_EQ(CodeOf([] { RaiseException(0xC0001234, 0, 0, nullptr); }), 0xC0001234);
     bool isSeen = false;
@@ -123,7 +123,7 @@ TEST(FaultTranslator, IsOfOneThread) {
     EXPECT_TRUE(isSeen);
 }
 
-TEST(FaultTranslator, ClearsWhatTheFloatingPointUnitsSay) {
+TEST(FaultsTranslator, ClearsWhatTheFloatingPointUnitsSay) {
     SetFaultTranslator(Throw);
     const unsigned int before = __builtin_ia32_stmxcsr();
     __builtin_ia32_ldmxcsr(before & ~0x200U);  // a division by zero faults
@@ -134,7 +134,7 @@ TEST(FaultTranslator, ClearsWhatTheFloatingPointUnitsSay) {
     __builtin_ia32_ldmxcsr(before);
 }
 
-TEST(FaultTranslator, HundredThousandFaultsLeaveNoBlockBehind) {
+TEST(FaultsTranslator, HundredThousandFaultsLeaveNoBlockBehind) {
     SetFaultTranslator(Throw);
     int cleanUps = 0;
     for (int i = 0; i != 100; ++i) CodeOf([&] { ReadNull(cleanUps); });
@@ -150,7 +150,7 @@ TEST(FaultTranslator, HundredThousandFaultsLeaveNoBlockBehind) {
     return isSo;
 }
 
-TEST(Callers, KnowsAFunctionOnTheStack) {
+TEST(FaultsCallers, KnowsAFunctionOnTheStack) {
     EXPECT_TRUE(IsCalledFromItself());
     EXPECT_FALSE(ZBase::os::IsCalledFrom(reinterpret_cast<const void*>(&IsCalledFromItself)));
     ZBase::os::PrepareCallers();

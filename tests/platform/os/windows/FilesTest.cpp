@@ -19,7 +19,7 @@ namespace {
 using namespace ZBase;
 namespace fs = std::filesystem;
 
-class SystemFiles : public test::ScratchFolder {
+class FilesOfTheSystem : public test::ScratchFolder {
 protected:
     std::wstring Place(const wchar_t* name) const { return mFolder.wstring() + L"\\" + name; }
     static const unsigned short* Units(const std::wstring& text) {
@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(SystemFiles, AreOpenedByUtf8) {
+TEST_F(FilesOfTheSystem, AreOpenedByUtf8) {
     const std::wstring path = Place(L"caf\u00E9 \u4E2D.txt");
     std::FILE* const file = os::OpenFile(os::ToUtf8(path).c_str(), "w");
     ASSERT_NE(file, nullptr);
@@ -37,7 +37,7 @@ TEST_F(SystemFiles, AreOpenedByUtf8) {
     EXPECT_FALSE(os::PathExists(Units(Place(L"other"))));
 }
 
-TEST_F(SystemFiles, AreVisitedWithSizeAndTimeAndFoldersAreNot) {
+TEST_F(FilesOfTheSystem, AreVisitedWithSizeAndTimeAndFoldersAreNot) {
     Write("one", "12345");
     std::FILE* const file = os::OpenFile(os::ToUtf8(Place(L"\u4E2D")).c_str(), "w");
     std::fclose(file);
@@ -56,7 +56,7 @@ TEST_F(SystemFiles, AreVisitedWithSizeAndTimeAndFoldersAreNot) {
     os::VisitFiles(os::ToUtf8(Place(L"no such")), [](const os::FileEntry&) { ADD_FAILURE(); });
 }
 
-TEST_F(SystemFiles, PrivateDirectoryHasOneEntryInItsList) {
+TEST_F(FilesOfTheSystem, PrivateDirectoryHasOneEntryInItsList) {
     const std::wstring path = Place(L"private");
     ASSERT_TRUE(os::CreatePrivateDirectory(Units(path)));
     EXPECT_FALSE(os::CreatePrivateDirectory(Units(path)));  // it is there
@@ -83,7 +83,7 @@ TEST_F(SystemFiles, PrivateDirectoryHasOneEntryInItsList) {
     LocalFree(descriptor);
 }
 
-TEST_F(SystemFiles, AreHeldByOneAndReadByAll) {
+TEST_F(FilesOfTheSystem, AreHeldByOneAndReadByAll) {
     const std::string path = Write("held", "content");
     os::HeldFile first;
     os::HeldFile second;
@@ -100,7 +100,7 @@ TEST_F(SystemFiles, AreHeldByOneAndReadByAll) {
     EXPECT_FALSE(first.HoldDirectory(path));
 }
 
-TEST_F(SystemFiles, DirectoryIsHeldByOne) {
+TEST_F(FilesOfTheSystem, DirectoryIsHeldByOne) {
     const std::string path = os::ToUtf8(mFolder.wstring());
     {
         os::HeldFile first;

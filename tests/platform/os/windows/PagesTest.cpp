@@ -1,6 +1,5 @@
 #include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/memory/Pages.h>
-#include <Base/platform/os/windows/memory/PageRegistry.h>
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -107,24 +106,6 @@ TEST(Pages, ClearedRangeIsZeroAndTheCodeStays) {
     EXPECT_EQ(pages[size - 1], 7);
     for (std::size_t i = 1; i != size - 1; ++i) ASSERT_EQ(pages[i], 0) << i;
     os::ReleasePages(pages);
-}
-
-TEST(PageRegistry, FindsWhatLiesInside) {
-    os::PageRegistry registry;
-    ASSERT_TRUE(registry.Add(0x1000, 0x3000));
-    std::uintptr_t start = 0;
-    std::uintptr_t end = 0;
-    EXPECT_FALSE(registry.Find(0xFFF, start, end));
-    EXPECT_TRUE(registry.Find(0x1000, start, end));
-    EXPECT_TRUE(registry.Find(0x2FFF, start, end));
-    EXPECT_EQ(start, 0x1000u);
-    EXPECT_EQ(end, 0x3000u);
-    EXPECT_FALSE(registry.Find(0x3000, start, end));
-    os::PageRegistry::Entry entry = registry.Take(0x1000);
-    EXPECT_FALSE(entry.empty());
-    EXPECT_TRUE(registry.Take(0x1000).empty());
-    registry.Restore(std::move(entry));
-    EXPECT_TRUE(registry.Find(0x1000, start, end));
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ TEST(RecordedStack, OfAThreadThatRunsOnEndsSomewhere) {
     os::CloseThread(handle);
 }
 
-TEST(SuspendThread, RefusesTheCallingThread) {
+TEST(RecordedStackSuspendThread, RefusesTheCallingThread) {
     void* const handle = ::OpenThread(THREAD_ALL_ACCESS, FALSE, GetCurrentThreadId());
     EXPECT_FALSE(os::SuspendThread(handle));
     os::ThreadContext context{};
@@ -112,7 +112,7 @@ TEST(SuspendThread, RefusesTheCallingThread) {
     CloseHandle(handle);
 }
 
-TEST(OpenThread, GivesNullForNoThread) {
+TEST(RecordedStackOpenThread, GivesNullForNoThread) {
     EXPECT_EQ(os::OpenThread(os::kThreadGetContext, 0xFFFFFFF0), nullptr);
 }
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-TEST(SystemHeader, MayStandLast) {
+TEST(SystemHeaderLast, MayStandLast) {
     const Calls calls = MakeCalls();
     EXPECT_EQ(calls.formatted, "a1[2][3] (Unknown message 8)");
     EXPECT_EQ(calls.domainOfWide, calls.formatted);

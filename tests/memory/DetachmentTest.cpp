@@ -274,7 +274,7 @@ TEST_F(Detachment, ChildOfAProcessThatWasTakingAChunkGivesTheCreditAtOnce) {
 }
 
 // The thread that would give the credit with its chunk does not exist in the child.
-class CreditLeftBehind : public Detachment {
+class DetachmentInAChild : public Detachment {
 protected:
     // Forks while a second chunk is being acquired in a detached buffer, and runs `child` there.
     void InChild(const std::function<bool(Budget&, BufferPtr&)>& child) {
@@ -302,14 +302,14 @@ protected:
     }
 };
 
-TEST_F(CreditLeftBehind, IsGivenByTheDestructionInTheChild) {
+TEST_F(DetachmentInAChild, IsGivenByTheDestructionInTheChild) {
     InChild([](Budget& budget, BufferPtr& buffer) {
         buffer.reset();
         return budget.credits == 1 && budget.credited == kChunk;
     });
 }
 
-TEST_F(CreditLeftBehind, IsGivenOnceByTheNextDetachmentInTheChild) {
+TEST_F(DetachmentInAChild, IsGivenOnceByTheNextDetachmentInTheChild) {
     InChild([](Budget& budget, BufferPtr& buffer) {
         buffer->DetachFromGovernors();
         const bool isGiven = budget.credits == 1 && budget.credited == kChunk;
