@@ -5,13 +5,13 @@
 #include <gelf.h>
 #include <link.h>
 #include <sys/auxv.h>
-#include <sys/uio.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include <Base/platform/os/linux/memory/OwnMemory.h>
 #include <Base/platform/os/linux/modules/ModulePath.h>
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 
@@ -88,8 +88,9 @@ int ModuleFile::Open(Elf** inMemory) {
         *inMemory = elf_memory(reinterpret_cast<char*>(mModule.start), mModule.end - mModule.start);
         return -1;
     }
-    // This name opens the program even if its file was removed.
-    int file = *mModule.name == 0 ? OpenFile("/proc/self/exe", true) : OpenFile(mPath, false);
+    // This name opens the program even if its file was removed; the path also without /proc.
+    int file = *mModule.name == 0 ? OpenFile("/proc/self/exe", true) : -1;
+    if (file < 0) file = OpenFile(mPath, false);
     if (file < 0 && *mModule.name != 0) {
         std::uint64_t end = 0;
         VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {
@@ -120,9 +121,8 @@ void ModuleFile::CopyMapped() {
     mCopy.assign(size, 0);
     VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {
         if (segment.p_type != PT_LOAD || segment.p_offset + segment.p_filesz > size) return;
-        const iovec to{mCopy.data() + segment.p_offset, segment.p_filesz};
-        const iovec from{reinterpret_cast<void*>(mModule.bias + segment.p_vaddr), segment.p_filesz};
-        process_vm_readv(getpid(), &to, 1, &from, 1, 0);
+        ZBase::os::CopyOwnMemory(mModule.bias + segment.p_vaddr, mCopy.data() + segment.p_offset,
+                                 segment.p_filesz);
     });
     ElfW(Ehdr) header;
     std::memcpy(&header, mCopy.data(), sizeof header);

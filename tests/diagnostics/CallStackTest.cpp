@@ -4,10 +4,13 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +22,7 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Stacks.h"
 
@@ -245,6 +249,41 @@ TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {
     EXPECT_GE(count, 10 + 2 - 5 - 1);
     EXPECT_LE(count, 10 - 2);
     EXPECT_TRUE(symbols[0].starts_with("Recurse(")) << symbols[0];
+}
+
+// As in a sandbox that keeps processes from reading others.
+TEST(CallStack, OfAnotherThreadIsTheSameWhereTheSystemRefusesToReadIt) {
+    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs the calls itself";
+    const int result = test::InChild([] {
+        Waiter waiter;
+        std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
+        while (!waiter.isThere) std::this_thread::yield();
+        const auto count = [&] {
+            const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
+            return static_cast<int>(stack->GetLineCount());
+        };
+        const int before = count();
+        if (!test::RefuseCalls({SYS_process_vm_readv, SYS_mincore}, EPERM)) _exit(test::kNotAllowed);
+        const int behind = count();
+        waiter.mayGo = true;
+        thread.join();
+        return before >= 10 && behind == before ? 0 : 1 + behind;
+    });
+    if (result == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result, 0);
+}
+
+// The program's own name in the list of modules is empty, and its file is found by the name in /proc.
+TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
+    const int result = test::InChild([] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
+            return test::kNotAllowed;
+        const Stack stack(CapturedHere());
+        return Symbols(*stack)[0] == "CapturedHere()" ? 0 : 1;
+    });
+    if (result == test::kNotAllowed) GTEST_SKIP() << "no namespaces here";
+    EXPECT_EQ(result, 0);
 }
 
 TEST(CallStack, OfAThreadOfAtMostFiveFramesHasNoLinesAndNoText) {

@@ -2,7 +2,10 @@
 
 #include <sys/resource.h>
 
+#include <cerrno>
+
 #include "tests/support/Faults.h"
+#include "tests/support/RefusedCalls.h"
 
 // The code of each kind of fault, caught in this process.
 
@@ -41,6 +44,25 @@ void ExpectCodesOfDivision(Divide divide) {
         EXPECT_EQ(CodeOf([&] { divide(0); }), 0xC0000094);
         EXPECT_EQ(CodeOf([&] { divide(-1); }), 0xC0000095);
     });
+}
+
+// As in a sandbox that keeps processes from reading others.
+TEST(DivisionFault, TellsAZeroFromAnOverflowWhereTheSystemRefusesToReadTheInstruction) {
+    const int result = test::InChild([] {
+        if (!test::RefuseCalls({SYS_process_vm_readv}, EPERM)) return test::kNotAllowed;
+        unsigned int zero = 0;
+        unsigned int overflow = 0;
+        const auto divide = [](int divisor) {
+            asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl %0" : : "c"(divisor) : "eax", "edx", "cc");
+        };
+        OnTranslatedThread([&] {
+            zero = CodeOf([&] { divide(0); });
+            overflow = CodeOf([&] { divide(-1); });
+        });
+        return (zero == 0xC0000094 ? 0 : 1) + (overflow == 0xC0000095 ? 0 : 2);
+    });
+    if (result == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    EXPECT_EQ(result, 0);
 }
 
 thread_local int tDivisor;

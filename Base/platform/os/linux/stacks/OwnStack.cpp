@@ -1,11 +1,8 @@
+#include <Base/platform/os/linux/memory/OwnMemory.h>
 #include <Base/platform/os/linux/stacks/OwnStack.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
 
 #include <sys/auxv.h>
-#include <sys/mman.h>
-#include <sys/uio.h>
-#include <unistd.h>
-#include <cerrno>
 
 namespace ZBase::os {
 
@@ -39,16 +36,8 @@ std::uint64_t ThreadStackEnd(std::uint64_t stackPointer) {
 }
 
 bool IsPageReadable(std::uint64_t page) {
-    const int error = errno;
     unsigned char octet = 0;
-    const iovec to{&octet, 1};
-    const iovec from{reinterpret_cast<void*>(page), 1};
-    bool isReadable = process_vm_readv(getpid(), &to, 1, &from, 1, 0) == 1;
-    // If the call is forbidden, a mapped page counts as readable.
-    if (!isReadable && (errno == EPERM || errno == ENOSYS))
-        isReadable = mincore(reinterpret_cast<void*>(page), kPage, &octet) == 0;
-    errno = error;
-    return isReadable;
+    return CopyOwnMemory(page, &octet, 1) == 1;
 }
 
 }  // namespace

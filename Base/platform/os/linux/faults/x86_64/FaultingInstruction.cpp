@@ -1,34 +1,20 @@
 #include <Base/platform/os/linux/faults/FaultingInstruction.h>
+#include <Base/platform/os/linux/memory/OwnMemory.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
 
 #include <dlfcn.h>
-#include <sys/uio.h>
-#include <unistd.h>
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 
 namespace ZBase::os {
 
 namespace {
 
 constexpr std::size_t kLongestInstruction = 15;
-constexpr std::size_t kPageSize = 4096;
 constexpr greg_t kPageFault = 14;
 constexpr greg_t kInstructionFetch = 0x10;  // in the error code of a page fault
 constexpr int kNames[] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI,
                           REG_R8,  REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15};
-
-// Returns the number of octets before the first unreadable page.
-std::size_t ReadMemory(std::uint64_t address, void* copy, std::size_t length) {
-    const std::size_t inPage = std::min<std::size_t>(length, kPageSize - address % kPageSize);
-    const iovec local{copy, length};
-    const iovec pieces[] = {{reinterpret_cast<void*>(address), inPage},
-                            {reinterpret_cast<void*>(address + inPage), length - inPage}};
-    const ssize_t count = process_vm_readv(getpid(), &local, 1, pieces, std::size(pieces), 0);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
-}
 
 /// The faulting instruction: prefixes, opcode and operand.
 class Instruction {
@@ -36,7 +22,7 @@ public:
     explicit Instruction(const ucontext_t& context)
         : mRegisters(context.uc_mcontext.gregs),
           mStart(Register(REG_RIP)),
-          mLength(ReadMemory(mStart, mOctets, sizeof mOctets)) {
+          mLength(CopyOwnMemory(mStart, mOctets, sizeof mOctets)) {
         while (TakePrefix()) {
         }
         mOpcode = Next();
@@ -75,7 +61,7 @@ public:
             return divisor != 0;
         }
         std::uint64_t address = 0;
-        return Address(form, address) && ReadMemory(address, &divisor, width) == width && divisor != 0;
+        return Address(form, address) && CopyOwnMemory(address, &divisor, width) == width && divisor != 0;
     }
 
 private:
@@ -200,7 +186,7 @@ bool ReturnFromCallToNowhere(ucontext_t& context) {
     std::uint64_t caller = 0;
     const auto stack = static_cast<std::uint64_t>(registers[REG_RSP]);
     dl_find_object module;
-    if (ReadMemory(stack, &caller, sizeof caller) != sizeof caller ||
+    if (CopyOwnMemory(stack, &caller, sizeof caller) != sizeof caller ||
         _dl_find_object(reinterpret_cast<void*>(caller - 1), &module) != 0) {
         return false;
     }

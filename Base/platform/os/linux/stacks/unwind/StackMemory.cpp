@@ -1,16 +1,13 @@
+#include <Base/platform/os/linux/memory/OwnMemory.h>
 #include <Base/platform/os/linux/stacks/unwind/StackMemory.h>
 
-#include <sys/uio.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cstring>
 
 namespace ZBase::os {
 
 bool LoadForeignWord(void*, std::uint64_t address, std::uint64_t& value) {
-    const iovec to{&value, sizeof value};
-    const iovec from{reinterpret_cast<void*>(address), sizeof value};
-    return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
+    return CopyOwnMemory(address, &value, sizeof value) == sizeof value;
 }
 
 void ForeignMemory::Forget() {
@@ -21,10 +18,8 @@ const ForeignMemory::Page* ForeignMemory::PageAt(std::uint64_t address) {
     Page& page = mPages[address / kPage % kPages];
     const std::uint64_t start = address & ~(kPage - 1);
     if (page.address == start) return &page;
-    const iovec to{page.octets, kPage};
-    const iovec from{reinterpret_cast<void*>(start), kPage};
     page.address = 1;
-    if (process_vm_readv(getpid(), &to, 1, &from, 1, 0) != static_cast<ssize_t>(kPage)) return nullptr;
+    if (CopyOwnMemory(start, page.octets, kPage) != kPage) return nullptr;
     page.address = start;
     return &page;
 }
