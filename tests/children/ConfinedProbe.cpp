@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "StackOverflow.h"
+#include "tests/support/RefusedCalls.h"
 
 namespace {
 
@@ -82,6 +83,16 @@ void DumpWithoutPtrace() {
     std::printf("%d\n", ZBase::CreateDump());
 }
 
+// Each dump finds another name.
+void DumpTwiceWithoutRandomNumbers() {
+    const unsigned int absent = ENOSYS;
+    if (!test::RefuseCalls({SYS_getrandom}, absent)) _exit(77);
+    std::printf("%d\n", ZBase::CreateDump());
+    std::printf("%d\n", ZBase::CreateDump());
+    std::fflush(stdout);
+    WriteToNull();
+}
+
 // The parent traces the crashing thread, as a debugger does, and passes all signals on.
 void CrashTraced() {
     int go[2];
@@ -89,6 +100,7 @@ void CrashTraced() {
     const pid_t child = fork();
     if (child == 0) {
         char ready = 0;
+        alarm(60);  // the parent may not be let
         StartNamedThread("another one");
         if (read(go[0], &ready, 1) == 1) WriteToNull();
         _exit(94);
@@ -178,6 +190,7 @@ int main(int argc, char** argv) {
         {"no-ptrace", CrashWithoutPtrace},
         {"no-ptrace-overflow", OverflowWithoutPtrace},
         {"no-ptrace-dump", DumpWithoutPtrace},
+        {"no-random", DumpTwiceWithoutRandomNumbers},
         {"ptrace-kills", CrashWherePtraceKills},
         {"traced", CrashTraced},
         {"names", CrashBesideNamedThread},

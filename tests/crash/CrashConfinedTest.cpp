@@ -57,6 +57,14 @@ TEST_F(CrashConfined, DumpOnDemandHasItsCaller) {
     ExpectStack({"CreateDump"});
 }
 
+TEST_F(CrashConfined, WithoutRandomNumbersEachDumpHasANameAllTheSame) {
+    const ChildResult child = Crash({"no-random"}, {}, "ConfinedProbe");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
+    EXPECT_EQ(child.output, "1\n1\n");
+    EXPECT_EQ(child.signal, SIGSEGV);
+    EXPECT_EQ(ReceivedDumps().size(), 3u);
+}
+
 TEST_F(CrashConfined, WhileSomebodyElseTracesHasTheCrashedThread) {
     const ChildResult child = Confined("traced");
     if (child.exitCode == kNotHere) GTEST_SKIP() << "no tracing here";

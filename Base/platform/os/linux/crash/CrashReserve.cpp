@@ -14,25 +14,34 @@ constexpr std::size_t kReservedMemory = 32 << 20;  // a dump copies each stack, 
 
 }  // namespace
 
-void CrashReserve::Take() {
-    if (mpMemory != nullptr) return;
-    void* memory =
-        mmap(nullptr, kReservedMemory, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (memory != MAP_FAILED) mpMemory = memory;
-    for (int& descriptor : mDescriptors) descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+// A server that closes all it has may use the number for something else.
+bool CrashReserve::IsHeld(int descriptor) const {
     struct stat file {};
-    if (mDescriptors[0] >= 0 && fstat(mDescriptors[0], &file) == 0) mDevice = file.st_rdev;
+    return descriptor >= 0 && fstat(descriptor, &file) == 0 && file.st_rdev == mDevice;
+}
+
+void CrashReserve::Take() {
+    if (mpMemory == nullptr) {
+        void* const memory =
+            mmap(nullptr, kReservedMemory, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory != MAP_FAILED) mpMemory = memory;
+    }
+    for (int& descriptor : mDescriptors) {
+        if (IsHeld(descriptor)) continue;
+        descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        struct stat file {};
+        if (descriptor >= 0 && fstat(descriptor, &file) == 0) mDevice = file.st_rdev;
+    }
 }
 
 void CrashReserve::LetGo(bool isGuest) {
-    if (mpMemory == nullptr) return;
-    if (!isGuest) {
+    if (!isGuest && mpMemory != nullptr) {
         munmap(mpMemory, kReservedMemory);
         mpMemory = nullptr;
     }
-    for (const int descriptor : mDescriptors) {
-        struct stat file {};  // a server that closes all it has may use the number for something else
-        if (descriptor >= 0 && fstat(descriptor, &file) == 0 && file.st_rdev == mDevice) close(descriptor);
+    for (int& descriptor : mDescriptors) {
+        if (IsHeld(descriptor)) close(descriptor);
+        if (!isGuest) descriptor = -1;
     }
 }
 

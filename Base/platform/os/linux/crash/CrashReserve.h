@@ -8,7 +8,7 @@ namespace ZBase::os {
 /// each stack, and opens files.
 class CrashReserve {
 public:
-    /// Does nothing if it was done before.
+    /// Takes what it does not hold yet: what the system refuses is asked for again the next time.
     void Take();
 
     /// Runs on the crashed thread. No heap, no lock. The address space that a guest finds is that of another
@@ -16,10 +16,12 @@ public:
     void LetGo(bool isGuest);
 
 private:
+    bool IsHeld(int descriptor) const;
+
     static constexpr int kDescriptors = 8;
 
     void* mpMemory = nullptr;  // owned
-    int mDescriptors[kDescriptors] = {};
+    int mDescriptors[kDescriptors] = {-1, -1, -1, -1, -1, -1, -1, -1};
     dev_t mDevice = 0;
 };
 

@@ -14,9 +14,12 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace ZBase::os {
 
@@ -26,10 +29,30 @@ using google_breakpad::MinidumpDescriptor;
 
 constexpr char kNothing[kDumpMemories][8] = {};  // memory of a dump for a user without any
 
+// The steps of a generator whose results do not repeat (splitmix64).
+std::uint64_t Mix(std::uint64_t number) {
+    number = (number ^ (number >> 30)) * 0xBF58476D1CE4E5B9;
+    number = (number ^ (number >> 27)) * 0x94D049BB133111EB;
+    return number ^ (number >> 31);
+}
+
+// What no other dump has. Sandboxes refuse random numbers, and a system that has just started has none; a
+// file's name does without: the time and the thread are enough.
+void MakeUnique(unsigned char (&octets)[16]) {
+    if (getrandom(octets, sizeof octets, GRND_NONBLOCK) == sizeof octets) return;
+    static constinit std::atomic<std::uint32_t> sCount{0};
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    const std::uint64_t halves[] = {Mix(static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+                                        static_cast<std::uint64_t>(time.tv_nsec)),
+                                    Mix(static_cast<std::uint64_t>(gettid()) << 32 | sCount.fetch_add(1))};
+    std::memcpy(octets, halves, sizeof octets);
+}
+
 // "/" and a random GUID and the ending. Runs on the crashed thread. No heap, no lock.
-bool MakeName(char* name) {
+void MakeName(char* name) {
     unsigned char random[16];
-    if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) return false;
+    MakeUnique(random);
     random[6] = static_cast<unsigned char>(0x40 | (random[6] & 0x0F));
     random[8] = static_cast<unsigned char>(0x80 | (random[8] & 0x3F));
     *name++ = '/';
@@ -39,7 +62,6 @@ bool MakeName(char* name) {
         *name++ = "0123456789abcdef"[random[i] & 0x0F];
     }
     std::memcpy(name, kDumpEnding, sizeof kDumpEnding);
-    return true;
 }
 
 /// Blocks other signals in the calling thread, and so in the process that it clones.
@@ -149,7 +171,7 @@ bool DumpWriter::OpenInDirectory() {
 }
 
 bool DumpWriter::OpenFile(const char* directory) {
-    if (!MakeName(stpcpy(mPath, directory))) return false;
+    MakeName(stpcpy(mPath, directory));
     mFile = open(mPath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (mFile < 0) return false;
     flock(mFile, LOCK_EX | LOCK_NB);  // it is neither sent nor deleted meanwhile
