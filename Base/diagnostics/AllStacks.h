@@ -16,6 +16,9 @@ namespace ZBase {
 /// thread that can't be stopped is marked so, and its frames, if the system shows the registers of its wait,
 /// are a good guess.
 ///
+/// Where the system does not list the threads, as without /proc or a descriptor to spare, the file has the
+/// calling thread only, and a line that says so.
+///
 /// False if `path` is null or the file can't be opened or written.
 ZBASE_API bool DumpAllStacks(const char* path);
 

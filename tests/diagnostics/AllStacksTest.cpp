@@ -1,13 +1,17 @@
 #include <Base/diagnostics/AllStacks.h>
+#include <Base/diagnostics/CallStack.h>
 
 #include <TestPlaces.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +22,7 @@
 
 #include "tests/support/BackgroundChild.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/ScratchFolder.h"
 
@@ -242,6 +247,51 @@ TEST_F(AllStacks, MayBeWantedByManyAtOnce) {
         EXPECT_NE(text.find("\nModules\n"), std::string::npos);
         EXPECT_NE(text.find("writes this"), std::string::npos);
     }
+}
+
+// The file takes the last descriptor, and the list of the threads would need another.
+TEST_F(AllStacks, WithoutADescriptorForTheListHaveTheCallingThreadAndSayWhy) {
+    const std::string path = (mFolder / "few.txt").string();
+    const int spare = dup(STDIN_FILENO);  // the lowest number
+    ASSERT_GE(spare, 0);
+    const int result = test::InChild([&] {
+        close(spare);
+        const rlimit limit{static_cast<rlim_t>(spare) + 1, static_cast<rlim_t>(spare) + 1};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        return ZBase::DumpAllStacks(path.c_str()) ? 0 : 1;
+    });
+    close(spare);
+    EXPECT_EQ(result, 0);
+    const std::string text = TextOf(path);
+    EXPECT_NE(text.find(", running, writes this\n  0x"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nOther threads are not known: Too many open files\n"), std::string::npos) << text;
+}
+
+// A signal that it waits for is one that somebody sent it.
+TEST(StackOfAThread, ThatWaitsForSignalsIsEmptyWithoutADescriptorAndSendsNone) {
+    const int result = test::InChild([] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        std::atomic<bool> ends{false};
+        std::atomic<bool> received{false};
+        std::thread waiter([&] {
+            const timespec moment{0, 10'000'000};
+            while (!ends) {
+                if (sigtimedwait(&all, nullptr, &moment) > 0) received = true;
+            }
+        });
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        ZBase::CallStack* const stack =
+            ZBase::CreateCallStack(reinterpret_cast<void*>(waiter.native_handle()));
+        const bool isEmpty = stack->GetLineCount() == 0;
+        stack->Delete();
+        ends = true;
+        waiter.join();
+        return (isEmpty ? 0 : 1) + (received ? 2 : 0);
+    });
+    EXPECT_EQ(result, 0);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -186,20 +187,59 @@ char Converse(int connection, const ReportPiece* pieces, std::size_t count, cons
     return 0;
 }
 
+// The path of a file behind all links, as the system tells it.
+bool AskForPath(const char* name, char (&path)[PATH_MAX]) {
+    const int file = open(name, O_PATH | O_CLOEXEC);
+    char link[32];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    const ssize_t length = file < 0 ? -1 : readlink(link, path, sizeof path - 1);
+    if (file >= 0) close(file);
+    if (length > 0) path[length] = 0;
+    return length > 0;
+}
+
+// Puts `name` in the place of what stands behind the last "/", or of all if it is absolute.
+bool Exchange(char (&path)[PATH_MAX], const char* name) {
+    char* const slash = std::strrchr(path, '/');
+    char* const place = *name == '/' || slash == nullptr ? path : slash + 1;
+    const std::size_t size = std::strlen(name) + 1;
+    if (size > static_cast<std::size_t>(path + sizeof path - place)) return false;
+    std::memcpy(place, name, size);
+    return true;
+}
+
+// The same without a descriptor and without /proc: only the links of the last name are followed, which is
+// what decides the directory that the file itself stands in.
+bool FollowLinks(const char* name, char (&path)[PATH_MAX]) {
+    constexpr int kMostLinks = 40;  // as the kernel has it
+    path[0] = 0;
+    if (*name != '/') {
+        if (getcwd(path, sizeof path - 1) == nullptr) return false;
+        std::strcat(path, "/");
+    }
+    if (!Exchange(path, name)) return false;
+    char link[PATH_MAX];
+    for (int i = 0; i != kMostLinks; ++i) {
+        const ssize_t length = readlink(path, link, sizeof link - 1);
+        if (length < 0) return errno == EINVAL;  // no link
+        link[length] = 0;
+        if (!Exchange(path, link)) return false;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool HelperProgram::Find(const char* name) {
     ModulePlace place{};
     if (!ModulePlace::Find(reinterpret_cast<std::uint64_t>(&RunHelper), place)) return false;
     // The library may have been found through a link in another directory; the program's own name is empty.
-    const char* const library = *place.map->l_name == 0 ? "/proc/self/exe" : place.map->l_name;
-    const int file = open(library, O_PATH | O_CLOEXEC);
-    char link[32];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-    const ssize_t length = file < 0 ? -1 : readlink(link, path, sizeof path - 1);
-    if (file >= 0) close(file);
-    if (length <= 0) return false;
-    path[length] = 0;
+    const bool isProgram = *place.map->l_name == 0;
+    const auto* const started = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    const char* const library = isProgram ? started : place.map->l_name;
+    if (!AskForPath(isProgram ? "/proc/self/exe" : library, path) &&
+        (library == nullptr || !FollowLinks(library, path)))
+        return false;
     char* const end = std::strrchr(path, '/');
     const std::size_t size = std::strlen(name) + 1;
     if (end == nullptr || end + 1 + size > path + sizeof path) return false;

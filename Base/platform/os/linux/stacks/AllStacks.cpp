@@ -12,6 +12,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <link.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -42,6 +43,14 @@ long Now() {
     timespec time{};
     clock_gettime(CLOCK_MONOTONIC, &time);
     return time.tv_sec * kSecond + time.tv_nsec;
+}
+
+/// The program's path; without /proc the one that it was started by.
+void ReadProgram(char (&path)[PATH_MAX]) {
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    path[std::max<ssize_t>(length, 0)] = 0;
+    const auto* const started = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    if (length <= 0 && started != nullptr) std::snprintf(path, sizeof path, "%s", started);
 }
 
 /// A file that is written in large pieces, without the C library's streams.
@@ -113,8 +122,7 @@ private:
     bool AddPath(const char* name) {
         char program[PATH_MAX];
         if (*name == 0) {
-            const ssize_t length = readlink("/proc/self/exe", program, sizeof program - 1);
-            program[std::max<ssize_t>(length, 0)] = 0;
+            ReadProgram(program);
             name = program;
         }
         const std::size_t size = strnlen(name, PATH_MAX) + 1;
@@ -215,7 +223,7 @@ void WriteThread(Work& work, ThreadStops& stops, pid_t thread, const ThreadConte
                   name.data());
     const std::string_view status = ReadThreadFile(thread, "status", room, sizeof room);
     const std::size_t place = status.find("State:\t");
-    const char state = place == std::string_view::npos ? 'X' : status[place + 7];
+    char state = place == std::string_view::npos ? 'X' : status[place + 7];
     ThreadContext context{};
     const char* remark = "";
     const auto record = [](void* argument, const ThreadContext& stopped) {
@@ -225,6 +233,7 @@ void WriteThread(Work& work, ThreadStops& stops, pid_t thread, const ThreadConte
     work.count = 0;
     if (thread == gettid()) {
         work.Record(own);
+        state = 'R';  // whatever can be read of it
         remark = ", writes this";
     } else if (left <= 0 || !mayAnswer || !stops.Visit(thread, std::min(left, kSecond), record, &work)) {
         remark = ", could not be stopped";
@@ -234,10 +243,11 @@ void WriteThread(Work& work, ThreadStops& stops, pid_t thread, const ThreadConte
     WriteFrames(work);
 }
 
-/// Visits the ids of all threads, in the system's order.
+/// Visits the ids of all threads, in the system's order. False if it does not list them.
 template <class Visitor>
-void VisitThreads(Visitor visit) {
+bool VisitThreads(Visitor visit) {
     const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (tasks < 0) return false;
     alignas(dirent64) char entries[4096];
     for (long size = 0; (size = syscall(SYS_getdents64, tasks, entries, sizeof entries)) > 0;) {
         for (long at = 0; at < size;) {
@@ -249,18 +259,23 @@ void VisitThreads(Visitor visit) {
             if (thread != 0) visit(thread);
         }
     }
-    if (tasks >= 0) close(tasks);
+    close(tasks);
+    return true;
 }
 
 bool WriteStacks(Work& work, const ThreadContext& own) {
     const long end = Now() + kForAll;
     char program[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
-    work.text.Add("Stacks of process %d, %.*s\n", static_cast<int>(getpid()),
-                  static_cast<int>(std::max<ssize_t>(length, 0)), program);
+    ReadProgram(program);
+    work.text.Add("Stacks of process %d, %s\n", static_cast<int>(getpid()), program);
     {
         ThreadStops stops(kSecond);
-        VisitThreads([&](pid_t thread) { WriteThread(work, stops, thread, own, end - Now()); });
+        const auto write = [&](pid_t thread) { WriteThread(work, stops, thread, own, end - Now()); };
+        if (!VisitThreads(write)) {
+            const char* const reason = strerrordesc_np(errno);
+            write(gettid());
+            work.text.Add("\nOther threads are not known: %s\n", reason == nullptr ? "?" : reason);
+        }
     }
     work.text.Add("\nModules\n");
     for (const MetModules::Module& module : work.modules)

@@ -191,6 +191,9 @@ Look LookAt(pid_t thread, int signal) {
     char room[4096];
     const int before = CallOf(thread);
     const std::string_view status = ReadThreadFile(thread, "status", room, sizeof room);
+    // Without a descriptor it can't be seen, and a signal that the thread would take for its own is worse
+    // than no stack.
+    if (status.empty() && (errno == EMFILE || errno == ENFILE)) return {Look::No, 0, 0};
     const std::uint64_t blocked = NumberBehind(status, "SigBlk:\t", 16);
     Look look{Look::Maybe, NumberBehind(status, "voluntary_ctxt_switches:\t", 10), TimeOf(thread)};
     const int behind = CallOf(thread);
