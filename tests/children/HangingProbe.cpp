@@ -112,7 +112,9 @@ int main(int argc, char** argv) {
     };
     const std::string module = std::string(argv[0], std::strrchr(argv[0], '/')) + "/libBlockingStart.so";
     if (what != "none") {
-        std::thread([&module] { dlopen(module.c_str(), RTLD_NOW); }).detach();
+        std::thread([&module] {
+            if (dlopen(module.c_str(), RTLD_NOW) == nullptr) _exit(3);
+        }).detach();
         ++threads;
         wait();
     }

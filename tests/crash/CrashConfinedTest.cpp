@@ -62,7 +62,7 @@ TEST_F(CrashConfined, WithoutRandomNumbersEachDumpHasANameAllTheSame) {
     if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
     EXPECT_EQ(child.output, "1\n1\n");
     EXPECT_EQ(child.signal, SIGSEGV);
-    EXPECT_EQ(ReceivedDumps().size(), 3u);
+    EXPECT_EQ(LeftDumps().size(), 3u);  // libcurl sends no form without random numbers
 }
 
 TEST_F(CrashConfined, WhileSomebodyElseTracesHasTheCrashedThread) {

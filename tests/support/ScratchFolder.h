@@ -6,6 +6,9 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <system_error>
+
+#include "tests/support/System.h"
 
 namespace test {
 
@@ -14,13 +17,26 @@ class ScratchFolder : public testing::Test {
 protected:
     ScratchFolder() {
         std::random_device random;
-        do mFolder = std::filesystem::temp_directory_path() / ("zbase-test-" + std::to_string(random()));
-        while (!std::filesystem::create_directory(mFolder));
+        const SpareDescriptors spare;
+        std::error_code failure;
+        do
+            mFolder =
+                std::filesystem::temp_directory_path(failure) / ("zbase-test-" + std::to_string(random()));
+        while (!failure && !std::filesystem::create_directory(mFolder, failure) && !failure);
+        if (failure) {
+            testing::internal::AssertHelper(testing::TestPartResult::kSkip, __FILE__, __LINE__, "") =
+                testing::Message() << "no folder for the files of a test: " << failure.message();
+        }
     }
-    ~ScratchFolder() override { std::filesystem::remove_all(mFolder); }
+    ~ScratchFolder() override {
+        const SpareDescriptors spare;
+        std::error_code ignored;
+        std::filesystem::remove_all(mFolder, ignored);
+    }
 
     /// The path of a new file.
     std::string Write(const std::string& name, const std::string& content) const {
+        const SpareDescriptors spare;
         std::ofstream(mFolder / name, std::ios::binary) << content;
         return (mFolder / name).string();
     }

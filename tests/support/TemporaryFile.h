@@ -9,6 +9,8 @@
 #include <random>
 #include <string>
 
+#include "tests/support/System.h"
+
 namespace test {
 
 /// A name for a file of a test; the file is removed with the object.
@@ -18,6 +20,7 @@ public:
         std::random_device random;
         do mPath = (std::filesystem::temp_directory_path() / ("zbase" + std::to_string(random()))).string();
         while (std::filesystem::exists(mPath));
+        const SpareDescriptors spare;
         std::ofstream(mPath).close();
     }
     ~TemporaryFile() { std::remove(mPath.c_str()); }
@@ -27,6 +30,7 @@ public:
     const char* Path() const { return mPath.c_str(); }
 
     std::string Text() const {
+        const SpareDescriptors spare;
         std::ifstream file(mPath);
         return {std::istreambuf_iterator<char>(file), {}};
     }

@@ -6,13 +6,17 @@
 #include <unistd.h>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <stdexcept>
+
+#include "tests/support/System.h"
 
 extern char** environ;
 
 namespace test {
 
 BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
+    std::optional<SpareDescriptors> spare(std::in_place);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     std::vector<char*> arguments;
@@ -21,6 +25,7 @@ BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    spare.reset();  // the child's limit is that of this process
     const int failed = posix_spawn(&mChild, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);

@@ -2,12 +2,16 @@
 
 #include <TestPlaces.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
+
+#include "tests/support/System.h"
 
 extern char** environ;
 
@@ -15,10 +19,16 @@ namespace test {
 
 namespace {
 
-/// An unnamed file that a child reads or writes instead of a pipe: no amount of output can block it.
+/// An unnamed file that a child reads or writes instead of a pipe: no amount of output can block it. It is in
+/// memory, so that a test of what a full disk does hears of it.
+std::FILE* OpenScratchFile() {
+    const int descriptor = memfd_create("scratch", 0);
+    return descriptor < 0 ? std::tmpfile() : fdopen(descriptor, "w+");
+}
+
 class ScratchFile {
 public:
-    explicit ScratchFile(const std::string& content) : mpFile(std::tmpfile()) {
+    explicit ScratchFile(const std::string& content) : mpFile(OpenScratchFile()) {
         if (mpFile == nullptr || std::fwrite(content.data(), 1, content.size(), mpFile) != content.size() ||
             std::fflush(mpFile) != 0) {
             throw std::runtime_error("no scratch file");
@@ -69,6 +79,7 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 
 ChildResult RunChild(const std::vector<std::string>& command, const std::vector<std::string>& environment,
                      const std::string& input) {
+    std::optional<SpareDescriptors> spare(std::in_place);
     const ScratchFile in(input);
     const ScratchFile out("");
     const ScratchFile err("");
@@ -77,6 +88,7 @@ ChildResult RunChild(const std::vector<std::string>& command, const std::vector<
     posix_spawn_file_actions_adddup2(&actions, in.Descriptor(), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out.Descriptor(), STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err.Descriptor(), STDERR_FILENO);
+    spare.reset();  // the child's limit is that of this process
     const std::vector<std::string> variables = MergedEnvironment(environment);
     pid_t child = 0;
     const int failed = posix_spawn(&child, command[0].c_str(), &actions, nullptr, Pointers(command).data(),

@@ -1,5 +1,6 @@
 #include "tests/support/System.h"
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +23,21 @@ unsigned long ThreadId() {
 
 std::size_t PageSize() {
     return static_cast<std::size_t>(getpagesize());
+}
+
+SpareDescriptors::SpareDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    mLimit = limit.rlim_cur;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+SpareDescriptors::~SpareDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = mLimit;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 bool IsEndOfAbort(int status) {

@@ -20,6 +20,10 @@ std::size_t PageSize() {
     return facts.dwPageSize;
 }
 
+SpareDescriptors::SpareDescriptors() = default;  // a process has millions
+
+SpareDescriptors::~SpareDescriptors() = default;
+
 bool IsEndOfAbort(int status) {
     return status == 3;  // the C library's
 }
