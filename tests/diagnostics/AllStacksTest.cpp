@@ -1,5 +1,4 @@
 #include <Base/diagnostics/AllStacks.h>
-#include <Base/diagnostics/CallStack.h>
 
 #include <TestPlaces.h>
 #include <fcntl.h>
@@ -10,8 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -265,33 +262,6 @@ TEST_F(AllStacks, WithoutADescriptorForTheListHaveTheCallingThreadAndSayWhy) {
     const std::string text = TextOf(path);
     EXPECT_NE(text.find(", running, writes this\n  0x"), std::string::npos) << text;
     EXPECT_NE(text.find("\nOther threads are not known: Too many open files\n"), std::string::npos) << text;
-}
-
-// A signal that it waits for is one that somebody sent it.
-TEST(StackOfAThread, ThatWaitsForSignalsIsEmptyWithoutADescriptorAndSendsNone) {
-    const int result = test::InChild([] {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        std::atomic<bool> ends{false};
-        std::atomic<bool> received{false};
-        std::thread waiter([&] {
-            const timespec moment{0, 10'000'000};
-            while (!ends) {
-                if (sigtimedwait(&all, nullptr, &moment) > 0) received = true;
-            }
-        });
-        const rlimit none{0, 0};
-        setrlimit(RLIMIT_NOFILE, &none);
-        ZBase::CallStack* const stack =
-            ZBase::CreateCallStack(reinterpret_cast<void*>(waiter.native_handle()));
-        const bool isEmpty = stack->GetLineCount() == 0;
-        stack->Delete();
-        ends = true;
-        waiter.join();
-        return (isEmpty ? 0 : 1) + (received ? 2 : 0);
-    });
-    EXPECT_EQ(result, 0);
 }
 
 }  // namespace

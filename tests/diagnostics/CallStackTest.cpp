@@ -7,6 +7,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
@@ -283,6 +284,33 @@ TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
         return Symbols(*stack)[0] == "CapturedHere()" ? 0 : 1;
     });
     if (result == test::kNotAllowed) GTEST_SKIP() << "no namespaces here";
+    EXPECT_EQ(result, 0);
+}
+
+// A signal that it waits for is one that somebody sent it.
+TEST(CallStack, OfAThreadThatWaitsForSignalsIsEmptyWithoutADescriptorAndSendsNone) {
+    const int result = test::InChild([] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        std::atomic<bool> ends{false};
+        std::atomic<bool> received{false};
+        std::thread waiter([&] {
+            const timespec moment{0, 10'000'000};
+            while (!ends) {
+                if (sigtimedwait(&all, nullptr, &moment) > 0) received = true;
+            }
+        });
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        ZBase::CallStack* const stack =
+            ZBase::CreateCallStack(reinterpret_cast<void*>(waiter.native_handle()));
+        const bool isEmpty = stack->GetLineCount() == 0;
+        stack->Delete();
+        ends = true;
+        waiter.join();
+        return (isEmpty ? 0 : 1) + (received ? 2 : 0);
+    });
     EXPECT_EQ(result, 0);
 }
 

@@ -47,7 +47,7 @@ void ExpectCodesOfDivision(Divide divide) {
 }
 
 // As in a sandbox that keeps processes from reading others.
-TEST(DivisionFault, TellsAZeroFromAnOverflowWhereTheSystemRefusesToReadTheInstruction) {
+TEST(FaultCodeOfADivision, TellsAZeroFromAnOverflowWhereTheSystemRefusesToReadTheInstruction) {
     const int result = test::InChild([] {
         if (!test::RefuseCalls({SYS_process_vm_readv}, EPERM)) return test::kNotAllowed;
         unsigned int zero = 0;
