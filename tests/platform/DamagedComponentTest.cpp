@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <elf.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -18,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/WideText.h"
@@ -95,6 +97,32 @@ TEST_F(DamagedComponent, CutAtEvery256thOctetIsNoValidImage) {
         cases.push_back({"cut at " + std::to_string(size), mWhole.substr(0, size)});
     ASSERT_GT(cases.size(), 50u);
     EXPECT_EQ(Codes(cases), std::set<int>{193});
+}
+
+// The loader puts that table onto the stack of the thread that loads.
+TEST_F(DamagedComponent, WithATableThatNoSmallStackHoldsIsNoValidImage) {
+    std::string content = mWhole;
+    content[57] = static_cast<char>(content[57] ^ 0x10);  // 4,096 more segments than there are
+    const std::string file = Write("many.so", content);
+    const int result = test::InChild([&] {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, 128 << 10);
+        struct Work {
+            std::string file;
+            int code;
+        } work{file, 0};
+        pthread_t thread{};
+        const auto load = [](void* argument) -> void* {
+            auto* const own = static_cast<Work*>(argument);
+            own->code = LoadCode(own->file);
+            return nullptr;
+        };
+        if (pthread_create(&thread, &attributes, load, &work) != 0) return 1;
+        pthread_join(thread, nullptr);
+        return work.code == 193 ? 0 : 2;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(DamagedComponent, CutByOneOctetIsNoValidImage) {

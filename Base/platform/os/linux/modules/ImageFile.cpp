@@ -84,6 +84,8 @@ private:
     std::uint64_t mSize = 0;
 };
 
+constexpr unsigned int kMostSegments = 256;
+
 /// The loader's part of the dynamic section: values by tag, and the name offsets of needed modules.
 struct Dynamic {
     std::optional<std::uint64_t> values[DT_NUM];
@@ -109,7 +111,8 @@ public:
 
 private:
     bool HasHeaders() {
-        if (mHeader.e_phentsize != sizeof(Segment) || mHeader.e_phnum == 0) return false;
+        if (mHeader.e_phentsize != sizeof(Segment) || mHeader.e_phnum == 0 || mHeader.e_phnum > kMostSegments)
+            return false;
         // The section table is the last part of a file, so a file without it was truncated.
         if (mHeader.e_shnum != 0 && mHeader.e_shentsize != sizeof(Section)) return false;
         mSections.resize(mHeader.e_shnum);
@@ -359,6 +362,12 @@ EImage ReadImage(const std::string& path, ImageNeeds& needs) {
     const File file(path.c_str());
     if (file.IsSomethingElse()) return EImage::kDamaged;
     return file.IsOpen() ? Image(file).Read(needs) : EImage::kUnseen;
+}
+
+bool HasHeadersForAnyStack(const std::string& path) {
+    const File file(path.c_str());
+    ElfW(Ehdr) header{};
+    return file.IsOpen() && file.Read(0, &header, sizeof header) && header.e_phnum <= kMostSegments;
 }
 
 }  // namespace ZBase::os

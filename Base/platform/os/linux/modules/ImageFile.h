@@ -25,4 +25,8 @@ enum class EImage {
 /// while it is.
 EImage ReadImage(const std::string& file, ImageNeeds& needs);
 
+/// Whether the loader may look at the headers of a file at all: it copies the table of segments, of whatever
+/// size, onto the stack of its thread, which may be small.
+bool HasHeadersForAnyStack(const std::string& file);
+
 }  // namespace ZBase::os

@@ -146,7 +146,10 @@ public:
         while (!mVisits.empty()) {
             const Visit visit = std::move(mVisits.back());
             mVisits.pop_back();
-            if (!Take(visit)) return visit.name == name && IsRegularFile(mFound) && IsLoaded(name.c_str());
+            if (!Take(visit)) {
+                return visit.name == name && IsRegularFile(mFound) && HasHeadersForAnyStack(mFound) &&
+                       IsLoaded(name.c_str());
+            }
         }
         return true;
     }
