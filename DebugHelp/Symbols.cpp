@@ -11,6 +11,7 @@
 #include <utility>
 
 #include <Base/diagnostics/DebugHelpTypes.h>
+#include <DebugHelp/EngineStack.h>
 #include <DebugHelp/Export.h>
 #include <DebugHelp/SymbolEngine.h>
 
@@ -65,7 +66,18 @@ std::int32_t WithEngine(Operation operation) noexcept {
         struct End {
             ~End() { sIsBusy = false; }
         } const end;
-        return operation(Engine()) ? 1 : 0;
+        struct Call {
+            Operation* operation;
+            bool succeeded;
+        } call{&operation, false};
+        const auto run = [](void* argument) {
+            auto* const own = static_cast<Call*>(argument);
+            try {
+                own->succeeded = (*own->operation)(Engine());
+            } catch (...) {  // counts as not found; no exception crosses stacks
+            }
+        };
+        return DebugHelp::CallOnRoomyStack(run, &call) && call.succeeded ? 1 : 0;
     } catch (...) {
         return 0;
     }

@@ -252,6 +252,27 @@ TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {
     EXPECT_TRUE(symbols[0].starts_with("Recurse(")) << symbols[0];
 }
 
+// The lines of a unit alone take more of it.
+TEST(CallStack, OfAThreadWithASmallStackHasItsLines) {
+    EXPECT_EQ(test::InChild([] {
+                  pthread_attr_t attributes;
+                  pthread_attr_init(&attributes);
+                  pthread_attr_setstacksize(&attributes, 64 << 10);
+                  ZBase::CallStack* captured = nullptr;
+                  const auto capture = [](void* stack) -> void* {
+                      *static_cast<ZBase::CallStack**>(stack) = CapturedHere();
+                      StayHere();
+                      return nullptr;
+                  };
+                  pthread_t thread{};
+                  if (pthread_create(&thread, &attributes, capture, &captured) != 0) return 1;
+                  pthread_join(thread, nullptr);
+                  const Stack stack(captured);
+                  return Symbols(*stack)[0] == "CapturedHere()" ? 0 : 2;
+              }),
+              0);
+}
+
 // As in a sandbox that keeps processes from reading others.
 TEST(CallStack, OfAnotherThreadIsTheSameWhereTheSystemRefusesToReadIt) {
     if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs the calls itself";
