@@ -4,10 +4,17 @@
 #include <Base/frame/WideLiteral.h>
 #include <Base/messages/MessageCursor.h>
 #include <Base/messages/MessageFormat.h>
+#include <Base/messages/MessageXml.h>
 #include <Base/messages/SimpleMessageLocalizer.h>
+#include <ZLiteXML/UTF8Reader.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <initializer_list>
+#include <iterator>
 #include <string>
 
 using ZBase::Message;
@@ -83,6 +90,62 @@ TEST(MessageEquality, DoesNotMindDeadRecordsOrderWideTextAndNumberFormat) {
     message << ZBase::Message::Hex;
     EXPECT_NE(message.GetMessage(), nullptr);
     EXPECT_EQ(message, Filled());
+}
+
+TEST(MessageEquality, DoesNotMindTheOrderOfLanguages) {
+    Message one(300, 1, nullptr);
+    Message other(300, 1, nullptr);
+    for (unsigned short language = 1; language != 50; ++language) {
+        one.SetLocalizedText(language, std::to_string(language).c_str());
+        other.SetLocalizedText(static_cast<unsigned short>(50 - language),
+                               std::to_string(50 - language).c_str());
+    }
+    EXPECT_EQ(one, other);
+    other.SetLocalizedText(17, "another");
+    EXPECT_NE(one, other);
+    EXPECT_NE(other, one);
+    other.SetLocalizedText(17, nullptr);
+    EXPECT_NE(one, other);
+    EXPECT_NE(other, one);
+}
+
+// The first text of a language is the one that counts; a second one can only come with foreign bytes.
+TEST(MessageEquality, OfSeveralTextsOfALanguageTheFirstCounts) {
+    const auto withTexts = [](std::initializer_list<const char*> texts) {
+        Message message(300, 1, nullptr);
+        unsigned short language = 9;
+        for (const char* text : texts) message.SetLocalizedText(language++, text);
+        // Tag, language and text of the second, which becomes one of the same language.
+        auto* const bytes = reinterpret_cast<unsigned char*>(&message);
+        constexpr unsigned char kSecond[] = {6, 10, 0};
+        auto* const second =
+            std::search(bytes, bytes + sizeof message, std::begin(kSecond), std::end(kSecond));
+        if (second != bytes + sizeof message) second[1] = 9;
+        return message;
+    };
+    EXPECT_EQ(withTexts({"a", "b"}), withTexts({"a", "c"}));
+    EXPECT_EQ(withTexts({"a", "b"}), withTexts({"a"}));
+    EXPECT_NE(withTexts({"a", "b"}), withTexts({"b", "a"}));
+}
+
+// A look-up for each would compare some 4,000,000,000 records, which takes far more than the bound.
+TEST(MessageEquality, OfAllLanguagesComparesEachOnce) {
+    std::string document = "<message>";
+    char element[64];
+    for (unsigned int language = 1; language != 0x10000; ++language) {
+        std::snprintf(element, sizeof element, "<text language_id='%X'>t</text>", language);
+        document += element;
+    }
+    document += "</message>";
+    Message one;
+    const auto reader = ZLiteXML::CreateReader();
+    reader->PushHandler(ZBase::GetSerializerFromXML(one, *reader).Get());
+    reader->Read(document.data(), document.size());
+    reader->Finish();
+    const Message other(one);
+    const std::clock_t start = std::clock();
+    EXPECT_EQ(one, other);
+    EXPECT_LT(std::clock() - start, 3 * CLOCKS_PER_SEC);  // of this process
 }
 
 TEST(MessageEquality, OfExceptionsIsThatOfTheirMessages) {

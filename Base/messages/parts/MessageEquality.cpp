@@ -4,7 +4,9 @@
 #include <Base/messages/detail/Records.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 namespace ZBase {
 
@@ -26,22 +28,39 @@ bool HasParametersOf(const Message& one, const Message& other) {
     return at == std::default_sentinel;
 }
 
-// Whether `other` has a text in every language that `one` has a text in.
-bool HasTextsOf(const Message& one, const Message& other) {
-    RecordWalker walker(BlockOf(one));
+using Texts = std::vector<const LocalizedText*>;
+
+// The texts of a message by their languages; of several of one language the first counts.
+Texts TextsOf(const Message& message) {
+    Texts texts;
+    RecordWalker walker(BlockOf(message));
     while (const Record* record = walker.Next()) {
-        if (record->tag != TAG_LOCALIZED_TEXT) continue;
-        const unsigned short language = record->As<LocalizedText>().language;
-        // Of several texts of one language the first counts.
-        if (!IsSameText(one.GetLocalizedText(language), other.GetLocalizedText(language))) return false;
+        if (record->tag == TAG_LOCALIZED_TEXT) texts.push_back(&record->As<LocalizedText>());
     }
-    return true;
+    const auto language = [](const LocalizedText* text) -> std::uint16_t { return text->language; };
+    std::ranges::stable_sort(texts, {}, language);
+    const auto further = std::ranges::unique(texts, {}, language);
+    texts.erase(further.begin(), further.end());
+    return texts;
+}
+
+bool IsSame(const LocalizedText* one, const LocalizedText* other) {
+    return one->language == other->language && std::strcmp(one->Text(), other->Text()) == 0;
+}
+
+// A look-up for each language would take time with the square of their number, which a document of XML
+// chooses.
+bool HasTextsOf(const Message& one, const Message& other) {
+    if (FindRecord(BlockOf(one), TAG_LOCALIZED_TEXT) == nullptr &&
+        FindRecord(BlockOf(other), TAG_LOCALIZED_TEXT) == nullptr)
+        return true;
+    return std::ranges::equal(TextsOf(one), TextsOf(other), IsSame);
 }
 
 bool SaysTheSame(const Message& one, const Message& other) {
     return one.GetDomain() == other.GetDomain() && one.GetID() == other.GetID() &&
            IsSameText(one.GetTemplate(), other.GetTemplate()) && HasParametersOf(one, other) &&
-           HasTextsOf(one, other) && HasTextsOf(other, one);
+           HasTextsOf(one, other);
 }
 
 }  // namespace
