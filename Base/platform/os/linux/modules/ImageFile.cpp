@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <optional>
 
 namespace ZBase::os {
@@ -143,7 +144,8 @@ private:
 
     // The loader does not read sections, but they repeat the layout of the segments.
     bool HasSections() const {
-        return std::all_of(mSections.begin(), mSections.end(), [this](const Section& section) {
+        std::vector<Range> zeros;
+        const bool areThere = std::all_of(mSections.begin(), mSections.end(), [&](const Section& section) {
             if ((section.sh_flags & SHF_ALLOC) == 0 || section.sh_size == 0) return true;
             const bool isFilled = section.sh_type == SHT_NOBITS;
             if (isFilled && (section.sh_flags & SHF_TLS) != 0) return true;  // in each thread's own memory
@@ -156,19 +158,40 @@ private:
             const unsigned int rights =
                 (isCode ? PF_X : PF_R) | ((section.sh_flags & SHF_WRITE) != 0 ? PF_W : 0u);
             if ((segment->p_flags & rights) != rights) return false;
-            return isFilled ? IsEmpty(section, *segment)
-                            : section.sh_offset == segment->p_offset + (section.sh_addr - segment->p_vaddr);
+            const std::uint64_t inSegment = section.sh_addr - segment->p_vaddr;
+            if (!isFilled) return section.sh_offset == segment->p_offset + inSegment;
+            // Of the file, only what the segment has too much.
+            if (inSegment < segment->p_filesz)
+                zeros.push_back(
+                    {segment->p_offset + inSegment,
+                     segment->p_offset + std::min(inSegment + section.sh_size, segment->p_filesz)});
+            return true;
         });
+        return areThere && AreZero(std::move(zeros));
     }
 
+    struct Range {
+        std::uint64_t start;
+        std::uint64_t end;
+    };
+
     // Programs rely on zeros there. If a segment has too much of the file in it there is other data instead.
-    bool IsEmpty(const Section& section, const Segment& segment) const {
-        const std::uint64_t inFile = segment.p_vaddr + segment.p_filesz;
-        if (section.sh_addr >= inFile) return true;
-        std::vector<char> content(std::min(section.sh_size, inFile - section.sh_addr));
-        return mFile.Read(segment.p_offset + (section.sh_addr - segment.p_vaddr), content.data(),
-                          content.size()) &&
-               std::all_of(content.begin(), content.end(), [](char octet) { return octet == 0; });
+    // Each octet is read once, however many ranges it is in.
+    bool AreZero(std::vector<Range> ranges) const {
+        std::ranges::sort(ranges, {}, &Range::start);
+        char content[4096];
+        std::uint64_t read = 0;
+        for (const Range& range : ranges) {
+            for (read = std::max(read, range.start); read < range.end;) {
+                const std::size_t size =
+                    static_cast<std::size_t>(std::min<std::uint64_t>(sizeof content, range.end - read));
+                if (!mFile.Read(read, content, size) ||
+                    !std::all_of(content, content + size, [](char octet) { return octet == 0; }))
+                    return false;
+                read += size;
+            }
+        }
+        return true;
     }
 
     // Tables that are not loaded and are read at the segments' addresses.
@@ -322,31 +345,38 @@ private:
                 IsInFile(*address, sizeof old + (std::uint64_t{old[0]} + old[1]) * sizeof(std::uint32_t)));
     }
 
-    bool ReadName(std::uint64_t offset, std::string& name) const {
+    // A text of the table of texts that has at most `longest` octets.
+    bool ReadName(std::uint64_t offset, std::size_t longest, std::string& name) const {
         const std::uint64_t size = mDynamic.values[DT_STRSZ].value_or(0);
         const std::uint64_t texts = mDynamic.values[DT_STRTAB].value_or(0);
+        char piece[256];
         name.clear();
-        for (; offset < size; ++offset) {
-            char c = 0;
-            if (!ReadAt(texts + offset, &c, 1)) return false;
-            if (c == 0) return true;
-            name += c;
+        while (offset < size && name.size() <= longest) {
+            // The whole table is in the file.
+            const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(sizeof piece, size - offset));
+            if (!ReadAt(texts + offset, piece, count)) return false;
+            char* const end = std::find(piece, piece + count, '\0');
+            name.append(piece, end);
+            if (end != piece + count) return name.size() <= longest;
+            offset += count;
         }
         return false;
     }
 
+    // No file has a longer name than PATH_MAX; without that bound many could share the end of one long text.
     bool ReadNeeds(ImageNeeds& needs) const {
         needs = {};
         for (const std::uint64_t offset : mDynamic.needed)
-            if (!ReadName(offset, needs.names.emplace_back())) return false;
+            if (!ReadName(offset, PATH_MAX, needs.names.emplace_back())) return false;
+        constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
         std::string own;
         const auto& soname = mDynamic.values[DT_SONAME];
-        if (soname.has_value() && !ReadName(*soname, own)) return false;
+        if (soname.has_value() && !ReadName(*soname, kAny, own)) return false;
         const auto& late = mDynamic.values[DT_RUNPATH];
         const auto& early = mDynamic.values[DT_RPATH];
         needs.pathIsLate = late.has_value();
-        if (late.has_value()) return ReadName(*late, needs.path);
-        return !early.has_value() || ReadName(*early, needs.path);
+        if (late.has_value()) return ReadName(*late, kAny, needs.path);
+        return !early.has_value() || ReadName(*early, kAny, needs.path);
     }
 
     const File& mFile;

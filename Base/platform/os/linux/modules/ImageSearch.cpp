@@ -170,7 +170,9 @@ private:
         }
         if (image == EImage::kSound && mSeen.insert(file).second) {
             const auto folders = std::make_shared<const Folders>(FoldersFor(needs, file, mOwn));
-            for (std::string& name : needs.names) mVisits.push_back({std::move(name), folders});
+            // Each once, or a damaged table could have one file read any number of times.
+            const std::set<std::string> names(needs.names.begin(), needs.names.end());
+            for (const std::string& name : names) mVisits.push_back({name, folders});
         }
         mFound = std::move(file);
         return image != EImage::kDamaged;

@@ -1,0 +1,130 @@
+#pragma once
+
+#include <elf.h>
+#include <link.h>
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// An image that is to make a reader of its tables work more than its octets are worth. It is refused at its
+/// end, as its table of dynamic entries has none.
+class HostileImage {
+public:
+    /// Entries that each need a module whose name is the same long text.
+    void NeedOneLongName(std::size_t count, std::size_t length) {
+        mNames += std::string(length, 'n');
+        for (std::size_t i = 0; i != count; ++i) {
+            ElfW(Dyn) entry{};
+            entry.d_tag = DT_NEEDED;
+            entry.d_un.d_val = 1;
+            mEntries.push_back(entry);
+        }
+    }
+
+    /// Sections without content that all lie over the same octets of the file, which are zeros.
+    void FillOneRange(std::size_t count, std::size_t length) {
+        mZeros = length;
+        mFilled = count;
+    }
+
+    /// Segments of a page, up to 250, and as many sections as asked for in the last of them.
+    void AddSections(std::size_t count) {
+        mSegments = count < 250 ? count : 250;
+        mSections = count;
+    }
+
+    std::string Octets(bool hasEnd = false) const {
+        ElfW(Ehdr) header{};
+        std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+        header.e_ident[EI_CLASS] = ELFCLASS64;
+        header.e_ident[EI_DATA] = ELFDATA2LSB;
+        header.e_ident[EI_VERSION] = EV_CURRENT;
+        header.e_type = ET_DYN;
+#if defined(__x86_64__)
+        header.e_machine = EM_X86_64;
+#else
+        header.e_machine = EM_AARCH64;
+#endif
+        header.e_phentsize = sizeof(ElfW(Phdr));
+        header.e_shentsize = sizeof(ElfW(Shdr));
+        header.e_phoff = sizeof header;
+        header.e_phnum = static_cast<ElfW(Half)>(2 + mSegments);
+        header.e_shnum = static_cast<ElfW(Half)>(mFilled + mSections);
+
+        const std::size_t dynamicAt = header.e_phoff + header.e_phnum * sizeof(ElfW(Phdr));
+        std::vector<ElfW(Dyn)> entries = mEntries;
+        const std::size_t namesAt = dynamicAt + (entries.size() + 4) * sizeof(ElfW(Dyn));
+        const std::string names = std::string(1, '\0') + mNames + '\0';
+        const std::size_t symbolAt = (namesAt + names.size() + 7) / 8 * 8;
+        const std::size_t zerosAt = symbolAt + sizeof(ElfW(Sym));
+        const std::size_t mappedEnd = zerosAt + mZeros;
+        const auto add = [&entries](std::int64_t tag, std::uint64_t value) {
+            ElfW(Dyn) entry{};
+            entry.d_tag = tag;
+            entry.d_un.d_val = value;
+            entries.push_back(entry);
+        };
+        add(DT_STRTAB, namesAt);
+        add(DT_STRSZ, names.size());
+        add(DT_SYMTAB, symbolAt);
+        add(hasEnd ? DT_NULL : DT_DEBUG, 0);
+
+        std::vector<ElfW(Phdr)> segments(header.e_phnum);
+        segments[0] = Segment(PT_LOAD, 0, mappedEnd);
+        segments[1] = Segment(PT_DYNAMIC, dynamicAt, entries.size() * sizeof(ElfW(Dyn)));
+        const std::uint64_t firstPage = (mappedEnd + kPage - 1) / kPage * kPage;
+        for (std::size_t i = 0; i != mSegments; ++i) {
+            segments[2 + i] = Segment(PT_LOAD, 0, 1);
+            segments[2 + i].p_vaddr = firstPage + i * kPage;
+        }
+        std::vector<ElfW(Shdr)> sections(header.e_shnum);
+        for (std::size_t i = 0; i != sections.size(); ++i) {
+            ElfW(Shdr)& section = sections[i];
+            section.sh_flags = SHF_ALLOC;
+            const bool isFilled = i < mFilled;
+            section.sh_type = isFilled ? SHT_NOBITS : SHT_PROGBITS;
+            section.sh_addr = isFilled ? zerosAt : segments.back().p_vaddr;
+            section.sh_size = isFilled ? mZeros : 1;
+        }
+        header.e_shoff = mappedEnd;
+        std::string octets;
+        const auto append = [&octets](const void* data, std::size_t size) {
+            octets.append(static_cast<const char*>(data), size);
+        };
+        append(&header, sizeof header);
+        append(segments.data(), segments.size() * sizeof segments[0]);
+        append(entries.data(), entries.size() * sizeof entries[0]);
+        octets += names;
+        octets.resize(mappedEnd);
+        append(sections.data(), sections.size() * sizeof(ElfW(Shdr)));
+        return octets;
+    }
+
+private:
+    static constexpr std::uint64_t kPage = 4096;
+
+    static ElfW(Phdr) Segment(unsigned int type, std::uint64_t start, std::uint64_t size) {
+        ElfW(Phdr) segment{};
+        segment.p_type = type;
+        segment.p_flags = PF_R;
+        segment.p_offset = start;
+        segment.p_vaddr = start;
+        segment.p_filesz = size;
+        segment.p_memsz = size;
+        segment.p_align = kPage;
+        return segment;
+    }
+
+    std::string mNames;
+    std::vector<ElfW(Dyn)> mEntries;
+    std::size_t mZeros = 0;
+    std::size_t mFilled = 0;
+    std::size_t mSegments = 0;
+    std::size_t mSections = 0;
+};
+
+}  // namespace test
