@@ -189,6 +189,13 @@ check_threads() {
     done
 }
 
+# Work and memory of each function that takes input of a length, at 1, 4 and 16 times a length. Counts instructions, by the
+# processor's counter or, where a machine has none, under an emulator.
+check_growth() {
+    scripts/build.sh growth_tests
+    scripts/checks/growth.sh
+}
+
 check_fuzzers() {
     ZBASE_PRESET=fuzz scripts/build.sh fuzzers
     local fuzzer
@@ -249,7 +256,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
+[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads growth fuzzers scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

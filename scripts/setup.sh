@@ -2,7 +2,7 @@
 # setup.sh GROUP...: installs the Debian packages of a group that are missing.
 #   build  the library and the zbase command
 #   test   the tests
-#   check  formatting, static analysis, the second compilers, fuzzers
+#   check  formatting, static analysis, the second compilers, fuzzers, the emulator that counts instructions
 #   windows  the compiler for 64-bit Windows, and Wine to run what it makes
 #   bench  the benchmarks and their peers
 #   package  Debian packages, and what looks at them
@@ -18,7 +18,7 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 # Breakpad comes through npm if that is installed. Debian's own would bring 372 packages, curl and node-registry-url 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
-check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3"
+check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3 valgrind"
 package="$build dpkg-dev fakeroot file lintian"
 windows="$test dpkg-dev googletest g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64"
 docs="doxygen python3"

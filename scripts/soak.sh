@@ -23,9 +23,16 @@ soak_crashes() {
     ZBASE_CRASH_TRIES=${ZBASE_CRASH_TRIES:-10000} build/release/tests/crash_tests --gtest_brief=1 --gtest_filter='CrashStorm.Of*'
 }
 
+# How work and memory grow, with inputs that are eight times as long.
+soak_growth() {
+    scripts/setup.sh check
+    scripts/build.sh growth_tests
+    ZBASE_GROWTH_TIMES=${ZBASE_GROWTH_TIMES:-8} scripts/checks/growth.sh
+}
+
 scripts/setup.sh test
 steps=("$@")
-[ $# -gt 0 ] || steps=(encodings xml crashes)
+[ $# -gt 0 ] || steps=(encodings xml crashes growth)
 for step in "${steps[@]}"; do
     echo "== $step"
     "soak_$step"
