@@ -205,6 +205,11 @@ check_fuzzers() {
     done
 }
 
+# The quick programs in two of the places; "scripts/soak.sh environments" has all places.
+check_environments() {
+    scripts/environments.sh unknown_calls no_proc
+}
+
 check_scripts() { tests/scripts/run.sh; }
 
 # The library without Breakpad: the same names, a program that links it, a tool that says what is missing.
@@ -256,7 +261,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads growth fuzzers scripts without_crash_reporting ways)
+[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads growth fuzzers environments scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done

@@ -1,5 +1,6 @@
 #!/bin/bash
-# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order.
+# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order, but for "environments", most of
+# whose lists are not complete.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -28,6 +29,13 @@ soak_growth() {
     scripts/setup.sh check
     scripts/build.sh growth_tests
     ZBASE_GROWTH_TIMES=${ZBASE_GROWTH_TIMES:-8} scripts/checks/growth.sh
+}
+
+# The tests in places that lack something, and in each locale of Debian.
+soak_environments() {
+    scripts/setup.sh check
+    scripts/build.sh
+    ZBASE_ALL_LOCALES=1 scripts/environments.sh
 }
 
 scripts/setup.sh test

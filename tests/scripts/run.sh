@@ -351,6 +351,78 @@ struct Five {
 END
 }
 
+# A program whose tests need descriptors, end it, hang or skip where there are none. The list of that environment is the input.
+environment_of() {
+    [ -e one_tests ] || cat >one.cpp <<'END'
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+static int Open() { return open("/dev/null", O_RDONLY); }
+TEST(One, Passes) {}
+TEST(One, NeedsADescriptor) { EXPECT_GE(Open(), 0) << "none to spare"; }
+TEST(One, EndsWithoutOne) { if (Open() < 0) raise(SIGKILL); }
+TEST(One, ComesBehindTheEnd) {}
+TEST(Two, HangsWithoutOne) { if (Open() < 0) pause(); }
+TEST(Two, SkipsWithoutOne) { if (Open() < 0) GTEST_SKIP() << "none"; }
+TEST(Two, SkipsEverywhere) { GTEST_SKIP() << "always"; }
+END
+    [ -e one_tests ] || g++ one.cpp -o one_tests -lgtest -lgtest_main
+    [ -e libTightProcess.so ] || g++ -std=c++20 -shared -fPIC "$top/tests/modules/TightProcess.cpp" -o libTightProcess.so
+    mkdir -p tests/environments
+    cat >tests/environments/descriptors.txt
+    ZBASE_TESTS_DIR=$PWD ZBASE_TEST_PROGRAMS=one_tests ZBASE_TEST_SECONDS=1 scripts/environments.sh descriptors 2>&1
+}
+
+test_WhatDiffersInAnEnvironmentIsTold() {
+    local said
+    said=$(environment_of </dev/null) && fail "passed: $said"
+    expect "$said" "== One.NeedsADescriptor fails"
+    expect "$said" "none to spare"
+    expect "$said" "== One.EndsWithoutOne ends"
+    expect "$said" "== Two.HangsWithoutOne hangs"
+    expect "$said" "== Two.SkipsWithoutOne skips"
+    expect "$said" "2 pass, 2 skip, 1 end, 1 fail, 1 hang"
+    expect "$said" "4 differ"
+    said=$(ZBASE_TEST_FILTER='One.*' environment_of <<'END'
+# Without descriptors.
+fails  One.NeedsADescriptor  it opens a file
+ends   One.Ends*             it ends
+END
+    ) || fail "differs: $said"
+    expect "$said" "2 pass, 1 end, 1 fail"
+    said=$(ZBASE_TEST_FILTER='Two.*' environment_of <<'END'
+unrun  Two.HangsWithoutOne   it would wait
+skips  Two.SkipsWithoutOne   it says so
+END
+    ) || fail "differs: $said"
+    expect "$said" "  2 skip"
+}
+
+test_AListThatIsNotTrueAnyMoreIsTold() {
+    local said
+    said=$(ZBASE_TEST_FILTER='-Two.Hangs*' environment_of <<'END'
+fails   One.Passes           it is thought to fail
+either  One.Needs*           as it happens
+fails   One.EndsWithoutOne   it is thought to fail only
+skips   Two.SkipsWithoutOne  it says so
+END
+    ) && fail "passed: $said"
+    expect "$said" "== One.Passes passes, but tests/environments/descriptors.txt:1 says it fails"
+    expect "$said" "== One.EndsWithoutOne ends, but tests/environments/descriptors.txt:3 says it fails"
+    expect "$said" "2 differ"
+    said=$(environment_of <<<'fails Gone.Test it was there once
+hopes One.Passes it is no word') && fail "passed: $said"
+    expect "$said" "descriptors.txt:2: a line is how it ends, a test and a reason"
+}
+
+test_AnEnvironmentThatIsRefusedIsSkippedByName() {
+    stand_in unshare 'echo "Operation not permitted"; exit 1'
+    mkdir -p tests/environments
+    local said
+    said=$(ZBASE_TESTS_DIR=$PWD ZBASE_TEST_PROGRAMS=one_tests scripts/environments.sh no_proc) || fail "failed: $said"
+    expect "$said" "Skipped: this machine refuses no_proc: Operation not permitted"
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?
