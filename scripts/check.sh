@@ -1,7 +1,7 @@
 #!/bin/bash
-# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for "windows",
-# "bare", "packages" and "builds", which make whole systems and take up to an hour or, "builds", some, "docs", which needs a browser,
-# and "arm64", which needs a cross compiler and an emulator.
+# check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for those that run only by
+# name: "growth" and "environments" (minutes each), "windows" and "arm64" (other compilers, under emulation), "bare", "packages"
+# and "builds" (whole systems, up to an hour and more), "docs" (needs a browser).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -261,7 +261,7 @@ check_builds() {
 }
 
 steps=("$@")
-[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads growth fuzzers environments scripts without_crash_reporting ways)
+[ $# -gt 0 ] || steps=(format headers exports abi hardening package pages portability tidy sanitizers threads fuzzers scripts without_crash_reporting ways)
 for step in "${steps[@]}"; do
     declare -F "check_$step" >/dev/null || { echo "check.sh: no step \"$step\"" >&2; exit 2; }
 done
