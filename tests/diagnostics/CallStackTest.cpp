@@ -2,12 +2,15 @@
 #include <Base/frame/Threads.h>
 #include <TestPlaces.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -305,6 +308,32 @@ TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
         return Symbols(*stack)[0] == "CapturedHere()" ? 0 : 1;
     });
     if (result == test::kNotAllowed) GTEST_SKIP() << "no namespaces here";
+    EXPECT_EQ(result, 0);
+}
+
+// A server that has run out of them is one whose stacks are wanted.
+TEST(CallStack, OfAnotherThreadIsTheSameWithoutADescriptor) {
+    const int result = test::InChild([] {
+        Waiter waiter;
+        std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
+        while (!waiter.isThere) std::this_thread::yield();
+        const auto count = [&] {
+            const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
+            return static_cast<int>(stack->GetLineCount());
+        };
+        const int before = count();
+        const rlimit few{64, 64};
+        setrlimit(RLIMIT_NOFILE, &few);
+        while (dup(STDIN_FILENO) >= 0) continue;
+        if (errno != EMFILE) return 1;
+        const int behind = count();
+        if (waitpid(-1, nullptr, __WALL | WNOHANG) != -1 || errno != ECHILD)
+            return 2;  // nothing is left of it
+        if (fcntl(STDIN_FILENO, F_GETFD) != 0) return 3;
+        waiter.mayGo = true;
+        thread.join();
+        return before >= 10 && behind == before ? 0 : 10 + behind;
+    });
     EXPECT_EQ(result, 0);
 }
 

@@ -7,8 +7,8 @@
 
 namespace ZBase::os {
 
-/// The content of the thread's /proc file of that name, up to the capacity; empty if it can't be read. No
-/// heap, no lock.
+/// The content of the thread's /proc file of that name, up to the capacity; empty if it can't be read. Needs
+/// no descriptor. No heap, no lock.
 std::string_view ReadThreadFile(pid_t thread, const char* name, char* room, std::size_t capacity);
 
 /// The number after `name` in `text`, or 0.
