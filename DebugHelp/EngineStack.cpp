@@ -14,6 +14,13 @@ namespace {
 constexpr std::size_t kRoomy = std::size_t{1} << 20;
 constexpr std::size_t kGuard = std::size_t{1} << 16;
 
+// A sanitizer takes another stack for an error.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
 // For the first thread the limit of its growth; to ask for more reads /proc.
 std::size_t StackSize() {
     if (gettid() == getpid()) {
@@ -28,13 +35,19 @@ std::size_t StackSize() {
     return size;
 }
 
+// Asked of one thread after the other, whose caller holds a lock. The answer for the last one is kept here
+// and not in storage of the thread: the loader ends the process if it has no memory for that.
 bool HasRoom() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return true;  // which know the stacks of threads only
-#else
-    thread_local const bool sHasRoom = StackSize() >= kRoomy;
+    if (kIsSanitized) return true;
+    static pid_t sThread = 0;
+    static pthread_t sSelf = 0;
+    static bool sHasRoom = false;
+    if (sThread != gettid() || sSelf != pthread_self()) {
+        sThread = gettid();
+        sSelf = pthread_self();
+        sHasRoom = StackSize() >= kRoomy;
+    }
     return sHasRoom;
-#endif
 }
 
 // Of the one call, whose caller holds a lock.
