@@ -47,9 +47,9 @@ std::string NameOfTest(const testing::TestParamInfo<std::size_t>& information) {
     return name;
 }
 
-class Lengths : public testing::TestWithParam<std::size_t> {};
+class GrowthOfARow : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(Lengths, TakeWorkAndMemoryInProportion) {
+TEST_P(GrowthOfARow, TakesWorkAndMemoryInProportion) {
     const Row& row = test::Rows()[GetParam()];
     // A clock is disturbed by what else runs.
     const int tries = test::UsedMeter() == test::EMeter::eClock ? 4 : 2;
@@ -64,7 +64,8 @@ TEST_P(Lengths, TakeWorkAndMemoryInProportion) {
     EXPECT_EQ(wrong, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Growth, Lengths, testing::Range(std::size_t{0}, test::Rows().size()), NameOfTest);
+INSTANTIATE_TEST_SUITE_P(Growth, GrowthOfARow, testing::Range(std::size_t{0}, test::Rows().size()),
+                         NameOfTest);
 
 // The table against the list of what the library exports.
 
