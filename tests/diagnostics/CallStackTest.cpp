@@ -257,6 +257,7 @@ TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {
 
 // The lines of a unit alone take more of it.
 TEST(CallStack, OfAThreadWithASmallStackHasItsLines) {
+    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer knows the stacks of threads only";
     EXPECT_EQ(test::InChild([] {
                   pthread_attr_t attributes;
                   pthread_attr_init(&attributes);
@@ -313,6 +314,7 @@ TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
 
 // A server that has run out of them is one whose stacks are wanted.
 TEST(CallStack, OfAnotherThreadIsTheSameWithoutADescriptor) {
+    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
     const int result = test::InChild([] {
         Waiter waiter;
         std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
@@ -339,6 +341,7 @@ TEST(CallStack, OfAnotherThreadIsTheSameWithoutADescriptor) {
 
 // A signal that it waits for is one that somebody sent it.
 TEST(CallStack, OfAThreadThatWaitsForSignalsIsEmptyWithoutADescriptorAndSendsNone) {
+    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
     const int result = test::InChild([] {
         sigset_t all;
         sigfillset(&all);
