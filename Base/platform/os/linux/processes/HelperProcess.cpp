@@ -215,7 +215,7 @@ bool FollowLinks(const char* name, char (&path)[PATH_MAX]) {
     path[0] = 0;
     if (*name != '/') {
         if (getcwd(path, sizeof path - 1) == nullptr) return false;
-        std::strcat(path, "/");
+        std::memcpy(path + std::strlen(path), "/", 2);
     }
     if (!Exchange(path, name)) return false;
     char link[PATH_MAX];
