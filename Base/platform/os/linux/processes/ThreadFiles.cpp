@@ -57,7 +57,7 @@ std::size_t ReadWithoutDescriptor(pid_t thread, const char* name, char* room, st
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     const pid_t child = clone(ReadAside, stack + kStackSize, CLONE_VM | CLONE_VFORK, &reading);
-    if (child > 0) waitpid(child, nullptr, __WCLONE);
+    if (child > 0) waitpid(child, nullptr, static_cast<int>(__WCLONE));
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return reading.size;
 }
