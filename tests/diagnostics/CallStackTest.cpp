@@ -24,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/diagnostics/Recurse.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/RefusedCalls.h"
@@ -51,33 +52,10 @@ constexpr int kLineOfCapturedHere = __LINE__ + 1;
     return stack;
 }
 
-[[gnu::noinline]] void Recurse(int depth, const std::function<void()>& innermost) {
-    if (depth != 0)
-        Recurse(depth - 1, innermost);
-    else
-        innermost();
-    StayHere();
-}
-
 int CaptureFor(void* stack) {
     *static_cast<ZBase::CallStack**>(stack) = CapturedHere();
     StayHere();
     return 0;
-}
-
-struct Waiter {
-    std::atomic<bool> isThere{false};
-    std::atomic<bool> mayGo{false};
-    std::atomic<unsigned long> id{0};
-};
-
-// Not inlined, so that the stack has these frames.
-void* SpinOnly(void* argument) {
-    auto& waiter = *static_cast<Waiter*>(argument);
-    waiter.isThere = true;
-    while (!waiter.mayGo) {
-    }
-    return nullptr;
 }
 
 namespace {
@@ -238,23 +216,6 @@ TEST(CallStack, GoesThroughAModuleThatTookThePlaceOfAnother) {
     EXPECT_TRUE(samePlace > 0 || test::kIsSanitized) << "the modules never lay at one place";
 }
 
-TEST(CallStack, OfAnotherThreadLacksItsFiveInnermostFrames) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
-    Waiter waiter;
-    std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
-    while (!waiter.isThere) std::this_thread::yield();
-    const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
-    waiter.mayGo = true;
-    thread.join();
-    const std::vector<std::string> symbols = Symbols(*stack);
-    const auto count =
-        std::count(symbols.begin(), symbols.end(), "Recurse(int, std::function<void ()> const&)");
-    // SpinOnly and at least the function object's call lie further in than the ten.
-    EXPECT_GE(count, 10 + 2 - 5 - 1);
-    EXPECT_LE(count, 10 - 2);
-    EXPECT_TRUE(symbols[0].starts_with("Recurse(")) << symbols[0];
-}
-
 // The lines of a unit alone take more of it.
 TEST(CallStack, OfAThreadWithASmallStackHasItsLines) {
     if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer knows the stacks of threads only";
@@ -277,28 +238,6 @@ TEST(CallStack, OfAThreadWithASmallStackHasItsLines) {
               0);
 }
 
-// As in a sandbox that keeps processes from reading others.
-TEST(CallStack, OfAnotherThreadIsTheSameWhereTheSystemRefusesToReadIt) {
-    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs the calls itself";
-    const int result = test::InChild([] {
-        Waiter waiter;
-        std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
-        while (!waiter.isThere) std::this_thread::yield();
-        const auto count = [&] {
-            const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
-            return static_cast<int>(stack->GetLineCount());
-        };
-        const int before = count();
-        if (!test::RefuseCalls({SYS_process_vm_readv, SYS_mincore}, EPERM)) _exit(test::kNotAllowed);
-        const int behind = count();
-        waiter.mayGo = true;
-        thread.join();
-        return before >= 10 && behind == before ? 0 : 1 + behind;
-    });
-    if (result == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
-    EXPECT_EQ(result, 0);
-}
-
 // The program's own name in the list of modules is empty, and its file is found by the name in /proc.
 TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
     const int result = test::InChild([] {
@@ -310,137 +249,6 @@ TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
     });
     if (result == test::kNotAllowed) GTEST_SKIP() << "no namespaces here";
     EXPECT_EQ(result, 0);
-}
-
-// A server that has run out of them is one whose stacks are wanted.
-TEST(CallStack, OfAnotherThreadIsTheSameWithoutADescriptor) {
-    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
-    const int result = test::InChild([] {
-        Waiter waiter;
-        std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
-        while (!waiter.isThere) std::this_thread::yield();
-        const auto count = [&] {
-            const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
-            return static_cast<int>(stack->GetLineCount());
-        };
-        const int before = count();
-        const rlimit few{64, 64};
-        setrlimit(RLIMIT_NOFILE, &few);
-        while (dup(STDIN_FILENO) >= 0) continue;
-        if (errno != EMFILE) return 1;
-        const int behind = count();
-        if (waitpid(-1, nullptr, __WALL | WNOHANG) != -1 || errno != ECHILD)
-            return 2;  // nothing is left of it
-        if (fcntl(STDIN_FILENO, F_GETFD) != 0) return 3;
-        waiter.mayGo = true;
-        thread.join();
-        return before >= 10 && behind == before ? 0 : 10 + behind;
-    });
-    EXPECT_EQ(result, 0);
-}
-
-// A signal that it waits for is one that somebody sent it.
-TEST(CallStack, OfAThreadThatWaitsForSignalsIsEmptyWithoutADescriptorAndSendsNone) {
-    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
-    const int result = test::InChild([] {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        std::atomic<bool> ends{false};
-        std::atomic<bool> received{false};
-        std::thread waiter([&] {
-            const timespec moment{0, 10'000'000};
-            while (!ends) {
-                if (sigtimedwait(&all, nullptr, &moment) > 0) received = true;
-            }
-        });
-        const rlimit none{0, 0};
-        setrlimit(RLIMIT_NOFILE, &none);
-        ZBase::CallStack* const stack =
-            ZBase::CreateCallStack(reinterpret_cast<void*>(waiter.native_handle()));
-        const bool isEmpty = stack->GetLineCount() == 0;
-        stack->Delete();
-        ends = true;
-        waiter.join();
-        return (isEmpty ? 0 : 1) + (received ? 2 : 0);
-    });
-    EXPECT_EQ(result, 0);
-}
-
-TEST(CallStack, OfAThreadOfAtMostFiveFramesHasNoLinesAndNoText) {
-    Waiter waiter;
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, nullptr, SpinOnly, &waiter), 0);
-    while (!waiter.isThere) std::this_thread::yield();
-    const Stack stack(ZBase::CreateCallStack(reinterpret_cast<void*>(thread)));
-    waiter.mayGo = true;
-    pthread_join(thread, nullptr);
-    EXPECT_EQ(stack->GetLineCount(), 0U);
-    EXPECT_EQ(stack->ToString()[0], 0);
-}
-
-TEST(CallStack, ByThreadIdIsTheSameForAThreadThatWaits) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
-    Waiter waiter;
-    std::thread thread([&] {
-        waiter.id = ZBase::GetCurrentThreadID();
-        Recurse(9, [&] { SpinOnly(&waiter); });
-    });
-    while (!waiter.isThere) std::this_thread::yield();
-    const Stack byId(ZBase::CreateCallStackByThreadId(waiter.id));
-    const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
-    waiter.mayGo = true;
-    thread.join();
-    EXPECT_GT(byId->GetLineCount(), 5U);
-    EXPECT_EQ(Symbols(*byId), Symbols(*byHandle));
-}
-
-TEST(CallStack, ByAnIdThatNamesNoThreadHasNoLines) {
-    for (const unsigned long id : {0UL, 1UL, 0x3FFFFFFFUL, ~0UL}) {
-        const Stack stack(ZBase::CreateCallStackByThreadId(id));
-        ASSERT_NE(stack, nullptr);
-        EXPECT_EQ(stack->GetLineCount(), 0U) << id;
-    }
-}
-
-TEST(CallStack, ByTheOwnIdBeginsAtTheCaller) {
-    const Stack own(ZBase::CreateCallStackByThreadId(ZBase::GetCurrentThreadID()));
-    const Stack same(ZBase::CreateCallStack(nullptr));
-    ASSERT_EQ(own->GetLineCount(), same->GetLineCount());
-    const std::vector<StackLine> lines = Lines(*own);
-    EXPECT_NE(lines[0].symbol.find("ByTheOwnIdBeginsAtTheCaller"), std::string::npos) << lines[0].symbol;
-    for (unsigned int i = 1; i != lines.size(); ++i)
-        EXPECT_EQ(test::Narrow(own->GetLine(i).GetText()), test::Narrow(same->GetLine(i).GetText()));
-}
-
-TEST(CallStack, WithoutMemoryLetsAThreadThatWasStoppedGoOn) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
-    Waiter waiter;
-    std::thread thread([&] { Recurse(9, [&] { SpinOnly(&waiter); }); });
-    while (!waiter.isThere) std::this_thread::yield();
-    const auto handle = reinterpret_cast<void*>(thread.native_handle());
-    const std::size_t failures = test::ForEachFailingAllocation([&] {
-        try {
-            Stack(ZBase::CreateCallStack(handle)).reset();
-        } catch (const std::bad_alloc&) {
-        }
-    });
-    EXPECT_GT(failures, 10U);
-    EXPECT_GT(Stack(ZBase::CreateCallStack(handle))->GetLineCount(), 5U);
-    waiter.mayGo = true;
-    thread.join();  // which would hang if it were still stopped
-}
-
-TEST(CallStack, OfAThreadThatHasJustEndedHasNoLines) {
-    std::atomic<unsigned long> id{0};
-    std::thread thread([&] { id = ZBase::GetCurrentThreadID(); });
-    while (id == 0) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(thread.native_handle())));
-    const Stack byId(ZBase::CreateCallStackByThreadId(id));
-    thread.join();
-    EXPECT_EQ(byHandle->GetLineCount(), 0U);
-    EXPECT_EQ(byId->GetLineCount(), 0U);
 }
 
 TEST(CallStack, WithoutMemoryIsNullOrThrowsAndLeavesNoLockBehind) {
@@ -536,42 +344,6 @@ TEST(CallStack, InASignalHandlerGoesOnBehindTheSignal) {
     sigaltstack(&before, nullptr);
 }
 
-std::string RunThreadProbe(const char* what) {
-    const test::ChildResult child = test::RunChild({test::ChildProgram("ThreadProbe"), ZBASE_LIBRARY, what});
-    EXPECT_EQ(child.exitCode, 0) << "signal " << child.signal << child.errors;
-    return child.output;
-}
-
-TEST(CallStack, OfAThreadThatBlocksAllSignalsHasNoLinesAndDoesItNoHarm) {
-    EXPECT_EQ(RunThreadProbe("close"),
-              "0 lines of a thread that blocks all signals\nthe thread is unharmed\n");
-}
-
-TEST(CallStack, IsCapturedWhileAThreadHoldsTheLocksOfAllStreams) {
-    if (test::kIsSanitized) GTEST_SKIP() << "the call passes through the sanitizer's heap";
-    EXPECT_EQ(RunThreadProbe("streams"), "1\n");
-}
-
-TEST(CallStack, IsCapturedWhileAThreadIsInTheHeap) {
-    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer has a heap of its own";
-    EXPECT_EQ(RunThreadProbe("heap"), "1\n");
-}
-
-TEST(CallStack, IsCapturedWhileAThreadIsInTheLoader) {
-    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer stands before the loader";
-    EXPECT_EQ(RunThreadProbe("loader"), "1\n");
-}
-
-TEST(CallStack, TakesAnotherSignalWhenItsOwnIsTaken) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
-    EXPECT_EQ(RunThreadProbe("taken"), "some, kept 1\n");
-}
-
-// Results of earlier reads are kept.
-TEST(CallStack, KeepsItsSymbolsWhenNoFileCanBeOpened) {
-    EXPECT_EQ(RunThreadProbe("files"), "111\n");
-}
-
 /// The name of a function without its arguments and result.
 std::string BareName(std::string name) {
     name.erase(std::min(name.find('('), name.size()));
@@ -604,47 +376,6 @@ TEST(CallStack, AgreesWithGdb) {
     ASSERT_GE(own.size(), gdbs.size()) << child.output;
     own.resize(gdbs.size());
     EXPECT_EQ(own, gdbs) << child.output;
-}
-
-// They allocate, throw and end during the captures; a deadlock runs into the test's time limit.
-TEST(CallStack, HundredThreadsAreCapturedWhileTheyRunAllocateThrowAndEnd) {
-    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
-    std::atomic<bool> stop{false};
-    std::atomic<unsigned int> ready{0};
-    std::vector<std::atomic<unsigned long>> ids(100);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i != ids.size(); ++i) {
-        threads.emplace_back([&, i] {
-            ids[i] = ZBase::GetCurrentThreadID();
-            ++ready;
-            Recurse(8, [&] {
-                // Every second one ends by itself.
-                for (std::size_t round = 0; !stop && (i % 2 == 0 || round != 20 + i); ++round) {
-                    std::vector<std::string> texts;
-                    for (std::size_t size = 1; size < 3000; size *= 2)
-                        texts.emplace_back(size * (i + 1), 'x');
-                    try {
-                        throw std::runtime_error(texts.back());
-                    } catch (const std::runtime_error&) {
-                    }
-                    if (i % 10 == 0) Stack(CapturedHere()).reset();
-                    std::this_thread::sleep_for(std::chrono::microseconds(200));
-                }
-            });
-        });
-    }
-    while (ready != ids.size()) std::this_thread::yield();
-    std::size_t lines = 0;
-    for (int round = 0; round != 2; ++round) {
-        for (std::size_t i = 0; i != ids.size(); ++i) {
-            const Stack byHandle(ZBase::CreateCallStack(reinterpret_cast<void*>(threads[i].native_handle())));
-            const Stack byId(ZBase::CreateCallStackByThreadId(ids[i]));
-            lines += byHandle->GetLineCount() + byId->GetLineCount();
-        }
-    }
-    stop = true;
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_GT(lines, 500U);
 }
 
 }  // namespace
