@@ -5,9 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -241,9 +239,7 @@ TEST(CallStack, OfAThreadWithASmallStackHasItsLines) {
 // The program's own name in the list of modules is empty, and its file is found by the name in /proc.
 TEST(CallStack, NamesTheProgramsFunctionsWithoutAProcessList) {
     const int result = test::InChild([] {
-        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", "/proc", "tmpfs", 0, nullptr) != 0)
-            return test::kNotAllowed;
+        if (!test::HideProc()) return test::kNotAllowed;
         const Stack stack(CapturedHere());
         return Symbols(*stack)[0] == "CapturedHere()" ? 0 : 1;
     });

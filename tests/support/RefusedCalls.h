@@ -3,6 +3,8 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -26,6 +28,13 @@ inline bool RefuseCalls(std::initializer_list<unsigned int> calls, unsigned int 
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
+}
+
+/// From now on this process has no /proc: in a namespace of its own something else hides it. False if it may
+/// not do that.
+inline bool HideProc() {
+    return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
 }
 
 /// The result of `body()`, at most 250, in a child; -1 if it does not end within a minute.

@@ -3,12 +3,18 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/RefusedCalls.h"
+#include "tests/support/TemporaryFile.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 namespace os = ZBase::os;
 
 TEST(HelperProgram, IsFoundWithoutADescriptorToSpare) {
@@ -26,14 +32,33 @@ TEST(HelperProgram, IsFoundWithoutADescriptorToSpare) {
         0);
 }
 
-TEST(HelperProgram, IsFoundWhereTheSystemShowsNoLinks) {
+TEST(HelperProgram, IsFoundWithoutProc) {
     const int result = test::InChild([] {
-        if (!test::RefuseCalls({SYS_openat, SYS_open}, ENOENT)) return test::kNotAllowed;  // as without /proc
+        if (!test::HideProc()) return test::kNotAllowed;
         static os::HelperProgram found;
-        return found.Find("helper") ? 0 : 1;
+        if (!found.Find("helper")) return 1;
+        return std::strncmp(found.path, "/proc/", 6) != 0 && found.path[0] == '/' ? 0 : 2;
     });
-    if (result == test::kNotAllowed) GTEST_SKIP() << "the system lets no process refuse calls";
+    if (result == test::kNotAllowed) GTEST_SKIP() << "the system lets no process hide /proc";
     EXPECT_EQ(result, 0);
+}
+
+// The test runs a copy of this program, which removes its own file.
+TEST(HelperProgram, IsFoundBesideAProgramThatWasRemoved) {
+    if (const char* const copy = std::getenv("ZBASE_TEST_COPY")) {
+        fs::remove(copy);
+        static os::HelperProgram found;
+        ASSERT_TRUE(found.Find("helper"));
+        EXPECT_EQ(found.path, (fs::path(copy).parent_path() / "helper").string());
+        return;
+    }
+    const test::TemporaryFile file;
+    fs::copy_file("/proc/self/exe", file.Path(), fs::copy_options::overwrite_existing);
+    fs::permissions(file.Path(), fs::perms::owner_all);
+    const test::ChildResult child =
+        test::RunChild({file.Path(), "--gtest_filter=HelperProgram.IsFoundBesideAProgramThatWasRemoved"},
+                       {"ZBASE_TEST_COPY=" + fs::canonical(file.Path()).string()});
+    EXPECT_EQ(child.exitCode, 0) << child.output;
 }
 
 }  // namespace

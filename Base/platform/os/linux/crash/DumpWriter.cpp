@@ -4,11 +4,11 @@
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/crash/DumpWriter.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
+#include <Base/platform/os/linux/processes/SignalsHeldBack.h>
 #include <Base/platform/os/processes/Environment.h>
 
 #include <client/linux/minidump_writer/dump_limit.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
@@ -63,22 +63,6 @@ void MakeName(char* name) {
     }
     std::memcpy(name, kDumpEnding, sizeof kDumpEnding);
 }
-
-/// Blocks other signals in the calling thread, and so in the process that it clones.
-class SignalsHeldBack {
-public:
-    SignalsHeldBack() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &mBefore);
-    }
-    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
-    SignalsHeldBack(const SignalsHeldBack&) = delete;
-    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
-
-private:
-    sigset_t mBefore{};
-};
 
 }  // namespace
 

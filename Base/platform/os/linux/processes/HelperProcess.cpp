@@ -9,6 +9,8 @@
 
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
+#include <Base/platform/os/linux/processes/ProgramStart.h>
+#include <Base/platform/os/linux/processes/SignalsHeldBack.h>
 #include <Base/platform/os/linux/processes/x86_64/SystemCall.h>
 
 #include <fcntl.h>
@@ -16,7 +18,6 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -25,7 +26,6 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -114,13 +114,8 @@ int RunBetween(void* launch) {
 }
 
 pid_t Start(HelperLaunch* launch) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    sigprocmask(SIG_SETMASK, &all, &before);
-    const pid_t between = clone(RunBetween, launch->outerStack + HelperLaunch::kStackSize, CLONE_VM, launch);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    return between;
+    const SignalsHeldBack heldBack;
+    return clone(RunBetween, launch->outerStack + HelperLaunch::kStackSize, CLONE_VM, launch);
 }
 
 // Waits for the end of the process in between; false if it continues.
@@ -187,17 +182,6 @@ char Converse(int connection, const ReportPiece* pieces, std::size_t count, cons
     return 0;
 }
 
-// The path of a file behind all links, as the system tells it.
-bool AskForPath(const char* name, char (&path)[PATH_MAX]) {
-    const int file = open(name, O_PATH | O_CLOEXEC);
-    char link[32];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-    const ssize_t length = file < 0 ? -1 : readlink(link, path, sizeof path - 1);
-    if (file >= 0) close(file);
-    if (length > 0) path[length] = 0;
-    return length > 0;
-}
-
 // Puts `name` in the place of what stands behind the last "/", or of all if it is absolute.
 bool Exchange(char (&path)[PATH_MAX], const char* name) {
     char* const slash = std::strrchr(path, '/');
@@ -208,8 +192,9 @@ bool Exchange(char (&path)[PATH_MAX], const char* name) {
     return true;
 }
 
-// The same without a descriptor and without /proc: only the links of the last name are followed, which is
-// what decides the directory that the file itself stands in.
+// Only the links of the last name are followed: they decide the directory that the file itself stands in. A
+// link of the kernel's may lead to a file that was deleted. It needs no descriptor and, unlike `realpath`, no
+// heap for a long path.
 bool FollowLinks(const char* name, char (&path)[PATH_MAX]) {
     constexpr int kMostLinks = 40;  // as the kernel has it
     path[0] = 0;
@@ -221,7 +206,7 @@ bool FollowLinks(const char* name, char (&path)[PATH_MAX]) {
     char link[PATH_MAX];
     for (int i = 0; i != kMostLinks; ++i) {
         const ssize_t length = readlink(path, link, sizeof link - 1);
-        if (length < 0) return errno == EINVAL;  // no link
+        if (length < 0) return i != 0 || errno == EINVAL;  // no link
         link[length] = 0;
         if (!Exchange(path, link)) return false;
     }
@@ -235,11 +220,11 @@ bool HelperProgram::Find(const char* name) {
     if (!ModulePlace::Find(reinterpret_cast<std::uint64_t>(&RunHelper), place)) return false;
     // The library may have been found through a link in another directory; the program's own name is empty.
     const bool isProgram = *place.map->l_name == 0;
-    const auto* const started = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-    const char* const library = isProgram ? started : place.map->l_name;
-    if (!AskForPath(isProgram ? "/proc/self/exe" : library, path) &&
-        (library == nullptr || !FollowLinks(library, path)))
-        return false;
+    const char* const started = ProgramAsStarted();
+    const bool isFound =
+        isProgram ? FollowLinks("/proc/self/exe", path) || (started != nullptr && FollowLinks(started, path))
+                  : FollowLinks(place.map->l_name, path);
+    if (!isFound) return false;
     char* const end = std::strrchr(path, '/');
     const std::size_t size = std::strlen(name) + 1;
     if (end == nullptr || end + 1 + size > path + sizeof path) return false;

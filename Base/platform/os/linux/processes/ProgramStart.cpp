@@ -49,9 +49,13 @@ std::string ProgramPath() {
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
     if (length > 0)
         return WithoutDeletionMark(std::string(path, static_cast<std::size_t>(length)), "/proc/self/exe");
-    const auto* const started = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    const char* const started = ProgramAsStarted();
     if (started == nullptr) return {};
     return realpath(started, path) != nullptr ? path : started;
+}
+
+const char* ProgramAsStarted() {
+    return reinterpret_cast<const char*>(getauxval(AT_EXECFN));
 }
 
 std::string WithoutDeletionMark(const std::string& path, const char* file) {

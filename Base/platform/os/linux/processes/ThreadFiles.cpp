@@ -1,3 +1,4 @@
+#include <Base/platform/os/linux/processes/SignalsHeldBack.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/processes/x86_64/SystemCall.h>
 
@@ -9,7 +10,6 @@
 #include <unistd.h>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 
 namespace ZBase::os {
@@ -52,13 +52,9 @@ std::size_t ReadWithoutDescriptor(pid_t thread, const char* name, char* room, st
     std::snprintf(path, sizeof path, "/proc/%d/task/%d/%s", static_cast<int>(getpid()),
                   static_cast<int>(thread), name);
     Reading reading{path, room, capacity};
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const SignalsHeldBack heldBack;
     const pid_t child = clone(ReadAside, stack + kStackSize, CLONE_VM | CLONE_VFORK, &reading);
     if (child > 0) waitpid(child, nullptr, static_cast<int>(__WCLONE));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return reading.size;
 }
 

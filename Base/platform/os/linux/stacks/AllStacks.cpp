@@ -4,6 +4,7 @@
 
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
+#include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
 #include <Base/platform/os/linux/stacks/unwind/FrameWalker.h>
@@ -12,7 +13,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <link.h>
-#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -49,7 +49,7 @@ long Now() {
 void ReadProgram(char (&path)[PATH_MAX]) {
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
     path[std::max<ssize_t>(length, 0)] = 0;
-    const auto* const started = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    const char* const started = ProgramAsStarted();
     if (length <= 0 && started != nullptr) std::snprintf(path, sizeof path, "%s", started);
 }
 
