@@ -18,53 +18,53 @@ using ZBase::ModuleInfo;
 
 // An address of this program.
 void Here() {}
+const auto kHere = reinterpret_cast<std::uint64_t>(&Here);
+constexpr std::uint64_t kHighest = ~std::uint64_t{0};
+
+// As they were given, where nothing is found.
+struct Found {
+    std::string name = "n";
+    std::uint64_t base = 7;
+
+    bool operator==(const Found&) const = default;
+};
+
+Found Find(ModuleInfo& modules, std::uint64_t address) {
+    Found found;
+    modules.FetchModuleNameAndBaseAddress(address, found.name, found.base);
+    return found;
+}
 
 TEST(ModuleInfo, BeforeInitializeLeavesTheResultsAlone) {
     ModuleInfo modules;
-    std::string name = "n";
-    std::uint64_t base = 7;
-    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Here), name, base);
-    EXPECT_EQ(name, "n");
-    EXPECT_EQ(base, 7U);
+    EXPECT_EQ(Find(modules, kHere), Found());
 }
 
 TEST(ModuleInfo, NamesTheModuleOfAnAddress) {
     ModuleInfo modules;
     modules.Initialize();
     modules.Initialize();
-    std::string name;
-    std::uint64_t base = 0;
-    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Here), name, base);
-    EXPECT_EQ(name, "diagnostics_tests");
-    EXPECT_LT(base, reinterpret_cast<std::uint64_t>(&Here));
-    EXPECT_EQ(base % 4096, 0U);
+    const Found here = Find(modules, kHere);
+    EXPECT_EQ(here.name, "diagnostics_tests");
+    EXPECT_LT(here.base, kHere);
+    EXPECT_EQ(here.base % 4096, 0U);
 }
 
 TEST(ModuleInfo, AddressOfABaseSelectsTheModuleBelow) {
     ModuleInfo modules;
     modules.Initialize();
-    std::string name;
-    std::uint64_t last = 0;
-    modules.FetchModuleNameAndBaseAddress(~std::uint64_t{0}, name, last);
-    std::string below = name;
-    std::uint64_t base = 0;
-    modules.FetchModuleNameAndBaseAddress(last, below, base);
-    EXPECT_LT(base, last);
-    EXPECT_NE(below, name);
+    const Found last = Find(modules, kHighest);
+    const Found below = Find(modules, last.base);
+    EXPECT_LT(below.base, last.base);
+    EXPECT_NE(below.name, last.name);
 }
 
 TEST(ModuleInfo, AddressBeyondTheLastModulesEndSelectsTheLastModule) {
     ModuleInfo modules;
     modules.Initialize();
-    std::string name;
-    std::uint64_t base = 0;
-    modules.FetchModuleNameAndBaseAddress(~std::uint64_t{0}, name, base);
-    EXPECT_NE(name, "");
-    std::string again;
-    std::uint64_t same = 0;
-    modules.FetchModuleNameAndBaseAddress(base + 1, again, same);
-    EXPECT_EQ(again, name);
-    EXPECT_EQ(same, base);
+    const Found last = Find(modules, kHighest);
+    EXPECT_NE(last, Found());
+    EXPECT_EQ(Find(modules, last.base + 1), last);
 }
 
 TEST(ModuleInfo, ThreadsInitializeAtOnceAndEachFindsTheModules) {
@@ -75,10 +75,7 @@ TEST(ModuleInfo, ThreadsInitializeAtOnceAndEachFindsTheModules) {
         for (int i = 0; i != 4; ++i) {
             threads.emplace_back([&] {
                 modules.Initialize();
-                std::string name;
-                std::uint64_t base = 0;
-                modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Here), name, base);
-                found += name == "diagnostics_tests";
+                found += Find(modules, kHere).name == "diagnostics_tests";
             });
         }
         for (std::thread& thread : threads) thread.join();
@@ -89,11 +86,7 @@ TEST(ModuleInfo, ThreadsInitializeAtOnceAndEachFindsTheModules) {
 TEST(ModuleInfo, AddressBelowTheLowestModuleLeavesTheResultsAlone) {
     ModuleInfo modules;
     modules.Initialize();
-    std::string name = "n";
-    std::uint64_t base = 7;
-    modules.FetchModuleNameAndBaseAddress(0, name, base);
-    EXPECT_EQ(name, "n");
-    EXPECT_EQ(base, 7U);
+    EXPECT_EQ(Find(modules, 0), Found());
 }
 
 TEST(ModuleInfo, ReportHasALineForEachModuleAndEndsTheLookUps) {
@@ -117,10 +110,7 @@ TEST(ModuleInfo, ReportHasALineForEachModuleAndEndsTheLookUps) {
         before = base;
     }
     EXPECT_GT(lines, 4);
-    std::string name = "n";
-    std::uint64_t base = 7;
-    modules.FetchModuleNameAndBaseAddress(reinterpret_cast<std::uint64_t>(&Here), name, base);
-    EXPECT_EQ(name, "n");
+    EXPECT_EQ(Find(modules, kHere), Found());
 }
 
 TEST(ModuleInfo, ReportWithoutAFileIsTrue) {
