@@ -12,8 +12,8 @@ std::vector<std::string> ProgramArguments();
 /// program was started, and may be relative.
 std::string ProgramPath();
 
-/// The path that the program was started by, which may be relative; null if the kernel does not tell. It needs
-/// no heap, no lock and no /proc.
+/// The path that the program was started by, which may be relative; null if the kernel does not tell. It
+/// needs no heap, no lock and no /proc.
 const char* ProgramAsStarted();
 
 /// The path of a program or module from the kernel, without the " (deleted)" that it appends for a file that
