@@ -5,7 +5,10 @@
 // restarts from the registers, which are updated at each step. Recorded frames of a thread are returned
 // unchanged.
 
+#include <pthread.h>
+#include <sys/mman.h>
 #include <atomic>
+#include <new>
 #include <optional>
 
 #include <Base/diagnostics/DebugHelpTypes.h>
@@ -23,23 +26,67 @@ using ZBase::os::ThreadContext;
 // `Reserved` of a frame record: the state of its walk, and the number of the walk or of the frame.
 enum WalkState : std::uint64_t { Fresh, Going, Ended };
 
+/// One walk from its first frame on.
+struct Road {
+    Road(const ThreadContext& context, ZBase::os::ForeignMemory& memory, bool& isAsking)
+        : registry(isAsking),
+          walker(context, ZBase::os::WordReader{ZBase::os::ForeignMemory::Load, &memory}, &registry) {}
+
+    ZBase::os::AskingRegistry registry;
+    FrameWalker walker;
+};
+
+// As the record of that name starts.
+struct RuntimeFunction {
+    std::uint32_t begin;  // all relative to the start of the module
+    std::uint32_t end;
+    std::uint32_t unwindInfo;
+};
+
+/// What a thread's calls leave for the next.
 struct Walk {
     std::uint64_t number = 0;  // of the walk; 0 for none
     ZBase::os::ForeignMemory memory;
     bool isAsking = false;
-    std::optional<ZBase::os::AskingRegistry> registry;
-    std::optional<FrameWalker> walker;
+    std::optional<Road> road;
+    RuntimeFunction function{};
+
+    /// That of the calling thread; null without memory. It lies in pages of its own that a key leads to: for
+    /// storage of the thread the loader ends the process if it has no memory.
+    static Walk* OfThread() {
+        struct Key {
+            Key() { isThere = pthread_key_create(&key, End) == 0; }
+            pthread_key_t key{};
+            bool isThere;
+        };
+        static const Key sKey;
+        if (!sKey.isThere) return nullptr;
+        if (void* const mine = pthread_getspecific(sKey.key)) return static_cast<Walk*>(mine);
+        void* const pages =
+            mmap(nullptr, sizeof(Walk), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (pages == MAP_FAILED) return nullptr;
+        auto* const walk = new (pages) Walk;
+        if (pthread_setspecific(sKey.key, walk) == 0) return walk;
+        End(walk);
+        return nullptr;
+    }
+
+private:
+    static void End(void* walk) {
+        static_cast<Walk*>(walk)->~Walk();
+        munmap(walk, sizeof(Walk));
+    }
 };
 
-thread_local Walk tWalk;
 std::atomic<std::uint64_t> sWalks{0};
 
-void Begin(Walk& walk, const ThreadContext& context) {
+// Begins a walk where the frame does not belong to the one of this thread.
+Road& RoadOf(Walk& walk, ZBase::STACKFRAME64& frame, const ThreadContext& context) {
+    if (walk.road && frame.Reserved[0] != Fresh && frame.Reserved[1] == walk.number) return *walk.road;
     walk.number = ++sWalks;
+    frame.Reserved[1] = walk.number;
     walk.memory.Forget();
-    walk.registry.emplace(walk.isAsking);
-    walk.walker.emplace(context, ZBase::os::WordReader{ZBase::os::ForeignMemory::Load, &walk.memory},
-                        &*walk.registry);
+    return walk.road.emplace(context, walk.memory, walk.isAsking);
 }
 
 bool StepRecorded(ZBase::STACKFRAME64& frame, ThreadContext& context) {
@@ -53,12 +100,12 @@ bool StepRecorded(ZBase::STACKFRAME64& frame, ThreadContext& context) {
 
 bool Step(ZBase::STACKFRAME64& frame, ThreadContext& context) {
     if (context.parameterHome[0] == ZBase::os::kRecordedFrames) return StepRecorded(frame, context);
-    Walk& walk = tWalk;
-    if (frame.Reserved[0] == Fresh || frame.Reserved[1] != walk.number) Begin(walk, context);
-    frame.Reserved[1] = walk.number;
-    if (!walk.walker->Step()) return false;
-    walk.registry->Passed(*walk.walker);
-    walk.walker->MoveContext(context);
+    Walk* const walk = Walk::OfThread();
+    if (walk == nullptr) return false;
+    Road& road = RoadOf(*walk, frame, context);
+    if (!road.walker.Step()) return false;
+    road.registry.Passed(road.walker);
+    road.walker.MoveContext(context);
     return true;
 }
 
@@ -96,19 +143,15 @@ ZBASE_DEBUGHELP_ENTRY std::uint64_t SymGetModuleBase64(void*, std::uint64_t addr
 }
 
 ZBASE_DEBUGHELP_ENTRY void* SymFunctionTableAccess64(void*, std::uint64_t address) {
-    struct RuntimeFunction {
-        std::uint32_t begin;  // all relative to the start of the module
-        std::uint32_t end;
-        std::uint32_t unwindInfo;
-    };
-    static thread_local RuntimeFunction tFunction;
     ZBase::os::UnwindModule module;
     ZBase::os::FrameRules rules;
-    if (!FindUnwindModule(address, module) || !FindFrameRules(module, address, rules)) return nullptr;
+    Walk* const walk = Walk::OfThread();
+    if (walk == nullptr || !FindUnwindModule(address, module) || !FindFrameRules(module, address, rules))
+        return nullptr;
     const std::uint64_t base = SymGetModuleBase64(nullptr, address);
     const auto tables = reinterpret_cast<std::uint64_t>(module.searchTable);
-    tFunction = {static_cast<std::uint32_t>(rules.functionStart - base),
-                 static_cast<std::uint32_t>(rules.functionEnd - base),
-                 static_cast<std::uint32_t>(tables - base)};
-    return &tFunction;
+    walk->function = {static_cast<std::uint32_t>(rules.functionStart - base),
+                      static_cast<std::uint32_t>(rules.functionEnd - base),
+                      static_cast<std::uint32_t>(tables - base)};
+    return &walk->function;
 }

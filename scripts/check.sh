@@ -172,7 +172,7 @@ check_tidy() {
     cmake --preset clang >/dev/null
     # Sources that the configuration leaves out have no compile command.
     quietly "Analysing" each clang-tidy-16 --quiet -p build/clang \
-        < <(sources 'Base/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v -e /off/ -e /windows/)
+        < <(sources 'Base/*.cpp' 'DebugHelp/*.cpp' 'tools/*.cpp' 'ZLiteXML/*.cpp' | grep -v -e /off/ -e /windows/)
 }
 
 check_sanitizers() {

@@ -4,11 +4,13 @@
 #include <TestPlaces.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 // The fourteen entry points of the module in the library's directory, as its users call them.
@@ -164,6 +166,34 @@ TEST_F(DebugHelpEntries, WalkWithoutAFrameAContextOrThisMachineGivesNothing) {
     EXPECT_EQ(step(0x14C, &frame, context.data()), 0);
     EXPECT_EQ(step(0x8664, nullptr, context.data()), 0);
     EXPECT_EQ(step(0x8664, &frame, nullptr), 0);
+}
+
+// A record that was copied, or made by hand, belongs to no walk of this thread.
+TEST_F(DebugHelpEntries, RecordOfNoWalkBeginsOneAtTheRegisters) {
+    std::thread([] {
+        const auto walk = gDbgHelpBuilder.GetStackWalk();
+        std::vector<char> context(4096);
+        STACKFRAME64 frame{};
+        frame.Reserved[0] = 1;
+        EXPECT_EQ(walk(0x8664, nullptr, nullptr, &frame, context.data(), nullptr, nullptr, nullptr, nullptr),
+                  1);
+        EXPECT_EQ(frame.AddrPC.Offset, 0U);
+        EXPECT_EQ(frame.AddrReturn.Offset, 0U);
+    }).join();
+}
+
+// The loader ends a process that has no memory for the storage of a thread when that is first used.
+TEST_F(DebugHelpEntries, LibraryHasNoStorageOfThreads) {
+    int libraries = 0;
+    dl_iterate_phdr(
+        [](dl_phdr_info* module, std::size_t, void* count) {
+            if (std::strstr(module->dlpi_name, "/libzbase_debughelp.so") == nullptr) return 0;
+            ++*static_cast<int*>(count);
+            for (int i = 0; i != module->dlpi_phnum; ++i) EXPECT_NE(module->dlpi_phdr[i].p_type, PT_TLS);
+            return 0;
+        },
+        &libraries);
+    EXPECT_EQ(libraries, 1);
 }
 
 TEST_F(DebugHelpEntries, BaseAndFunctionAreThoseOfTheModule) {
