@@ -1,23 +1,14 @@
 #include <Base/platform/os/host/Processor.h>
 #include <Base/text/detail/TextKernels.h>
 
-#include <atomic>
-
 namespace ZBase::detail {
 
-namespace {
+constinit std::atomic<const TextKernels*> gKernels{nullptr};
 
-constinit std::atomic<const TextKernels*> sKernels{nullptr};
-
-}  // namespace
-
-const TextKernels& Kernels() {
-    const TextKernels* kernels = sKernels.load(std::memory_order_relaxed);
-    if (kernels == nullptr) {
-        const KernelList runnable = RunnableKernels();
-        kernels = runnable.kinds[runnable.count - 1];
-        sKernels.store(kernels, std::memory_order_relaxed);
-    }
+const TextKernels& ChooseKernels() {
+    const KernelList runnable = RunnableKernels();
+    const TextKernels* const kernels = runnable.kinds[runnable.count - 1];
+    gKernels.store(kernels, std::memory_order_relaxed);
     return *kernels;
 }
 
@@ -53,7 +44,7 @@ const TextKernels* NeonKernels() {
 #endif
 
 void UseKernels(const TextKernels* kernels) {
-    sKernels.store(kernels, std::memory_order_relaxed);
+    gKernels.store(kernels, std::memory_order_relaxed);
 }
 
 }  // namespace ZBase::detail

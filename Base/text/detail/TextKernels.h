@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 namespace ZBase::detail {
@@ -40,9 +41,18 @@ struct TextKernels {
     void (*putDigits)(const unsigned char* source, std::size_t length, unsigned short* out);
 };
 
+/// The kernels of this processor; null before the first call of `Kernels`.
+extern constinit std::atomic<const TextKernels*> gKernels;
+
+/// Chooses them.
+const TextKernels& ChooseKernels();
+
 /// The kernels of this processor, chosen at the first call. No lock and no heap: may be called in signal
 /// handlers, in a forked child, and before any constructor.
-const TextKernels& Kernels();
+inline const TextKernels& Kernels() {
+    const TextKernels* const kernels = gKernels.load(std::memory_order_relaxed);
+    return kernels != nullptr ? *kernels : ChooseKernels();
+}
 
 /// The kinds that this processor can run, from the simplest to the one that is chosen.
 struct KernelList {

@@ -120,22 +120,30 @@ void DecodeSlowly(const unsigned char* source, std::uint64_t length, std::uint64
     }
 }
 
-}  // namespace
-
-unsigned short* DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
-                           unsigned short* destination) {
-    const TextKernels& kernels = Kernels();
+// Decodes what a kernel, which has done the front, leaves. Returns the end of the units.
+[[gnu::noinline]] unsigned short* DecodeRest(const unsigned char* source, std::uint64_t length, bool replace,
+                                             Progress done, unsigned short* destination) {
     std::uint64_t slow = kFewOctets;
-    for (std::uint64_t position = 0; position != length;) {
-        const Progress done = kernels.decodeUtf8(source + position, length - position, destination);
+    for (std::uint64_t position = 0;;) {
         position += done.read;
         destination += done.written;
         slow = done.read >= kFewOctets ? kFewOctets : std::min(2 * slow, kManyOctets);
         const std::uint64_t stop = position + std::min(slow, length - position);
         DecodeSlowly(source, length, stop, slow == kFewOctets, replace, position, destination);
+        if (position == length) return destination;
+        done = Kernels().decodeUtf8(source + position, length - position, destination);
     }
-    *destination = 0;
-    return destination;
+}
+
+}  // namespace
+
+unsigned short* DecodeUtf8(const unsigned char* source, std::uint64_t length, bool replace,
+                           unsigned short* destination) {
+    const Progress done = Kernels().decodeUtf8(source, length, destination);
+    unsigned short* const end = done.read == length ? destination + done.written
+                                                    : DecodeRest(source, length, replace, done, destination);
+    *end = 0;
+    return end;
 }
 
 }  // namespace ZBase::detail

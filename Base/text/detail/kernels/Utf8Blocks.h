@@ -3,6 +3,7 @@
 #include <Base/text/detail/TextKernels.h>
 #include <Base/text/detail/kernels/EscapeBlocks.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -50,21 +51,12 @@ template <class V>
 class Utf8Decoding {
 public:
     static Progress Run(const unsigned char* source, std::size_t length, unsigned short* out) {
-        if (!V::kTakesParts && length < kBlock) return V::DecodeShorter(source, length, out);
-        Utf8Decoding decoding(source, length, out);
-        while (decoding.Left() >= kBlock + kAhead) {
-            if (decoding.mContinued == 0 && V::Bits(V::AtLeast(V::Load(decoding.mpNext), 0x80)) == 0) {
-                const std::size_t ascii = V::WidenBlocks(decoding.mpNext, decoding.Left(), decoding.mpPut);
-                decoding.mpNext += ascii;
-                decoding.mpPut += ascii;
-                decoding.mpSpilled = nullptr;
-            } else if (decoding.template Take<false>(decoding.mpNext)) {
-                decoding.mpNext += kBlock;
-            } else {
-                return decoding.Stop();
-            }
+        if constexpr (V::kTakesParts) {
+            return RunInParts(source, length, out);
+        } else {
+            if (length < kBlock) return V::DecodeShorter(source, length, out);
+            return Utf8Decoding(source, length, out).Decode();
         }
-        return decoding.Left() == 0 ? decoding.Stop() : decoding.TakeLast();
     }
 
 private:
@@ -78,6 +70,39 @@ private:
 
     Utf8Decoding(const unsigned char* source, std::size_t length, unsigned short* out)
         : mpSource(source), mpEnd(source + length), mpNext(source), mpOut(out), mpPut(out) {}
+
+    // A text of ASCII only, or its front, needs nothing to be remembered.
+    static Progress RunInParts(const unsigned char* source, std::size_t length, unsigned short* out) {
+        const std::size_t ascii = V::WidenBlocks(source, length, out);
+        const std::size_t rest = length - ascii;
+        if (rest == 0) return {length, length};
+        if (rest < kBlock) {
+            const std::uint64_t present = V::FirstBits(rest);
+            const Octets octets = V::LoadPart(source + ascii, present);
+            if (V::Bits(V::AtLeast(octets, 0x80)) == 0) {
+                V::WidenPart(octets, present, out + ascii);
+                return {length, length};
+            }
+        }
+        const Progress done = Utf8Decoding(source + ascii, rest, out + ascii).Decode();
+        return {ascii + done.read, ascii + done.written};
+    }
+
+    Progress Decode() {
+        while (Left() >= kBlock + kAhead) {
+            if (mContinued == 0 && V::Bits(V::AtLeast(V::Load(mpNext), 0x80)) == 0) {
+                const std::size_t ascii = V::WidenBlocks(mpNext, Left(), mpPut);
+                mpNext += ascii;
+                mpPut += ascii;
+                mpSpilled = nullptr;
+            } else if (Take<false>(mpNext)) {
+                mpNext += kBlock;
+            } else {
+                return StopAtFlaw();
+            }
+        }
+        return Left() == 0 ? Stop() : TakeLast();
+    }
 
     std::size_t Left() const { return static_cast<std::size_t>(mpEnd - mpNext); }
     std::size_t Written() const { return static_cast<std::size_t>(mpPut - mpOut); }
@@ -226,6 +251,19 @@ private:
         }
         for (std::uint64_t octets = mContinued; octets != 0; octets >>= 1) ++mpNext;
         return {static_cast<std::size_t>(mpNext - mpSource), Written()};
+    }
+
+    // In front of a block with a flaw, or behind the ASCII that it starts with.
+    Progress StopAtFlaw() {
+        Progress done = Stop();
+        if constexpr (V::kTakesParts) {
+            const Octets octets = V::Load(mpNext);
+            const std::uint64_t highs = V::Bits(V::AtLeast(octets, 0x80));
+            const auto ascii = static_cast<std::size_t>(std::countr_zero(highs));
+            V::WidenPart(octets, V::FirstBits(ascii), mpPut);
+            done = {done.read + ascii, done.written + ascii};
+        }
+        return done;
     }
 
     Progress TakeLast() {
