@@ -24,7 +24,7 @@ windows="$test dpkg-dev googletest g++-mingw-w64-x86-64-posix libz-mingw-w64-dev
 docs="doxygen python3"
 browse="$docs chromium"
 arm64="cmake ninja-build g++-aarch64-linux-gnu googletest qemu-user"
-bench="$build fortunes-ru fortunes-zh libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
+bench="$build debian-faq-fr fortunes-min fortunes-ru fortunes-zh gzip libabsl-dev libbenchmark-dev libfmt-dev libicu-dev libmimalloc-dev libprotobuf-dev libunwind-dev python3"
 
 wanted=""
 breakpad=""

@@ -1,6 +1,6 @@
 // Conversions between UTF-8 and wide text compared with ICU's, on texts of 16 octets to 1 MiB in five
-// scripts, and with flaws that are replaced. Decoding uses existing memory; encoding allocates a result,
-// which ICU does not have to.
+// scripts, from books and manuals but for the emoji, and with flaws that are replaced. Decoding uses existing
+// memory; encoding allocates a result, which ICU does not have to.
 
 #include <Base/ZBase.h>
 
@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -29,6 +30,16 @@ std::string ReadFiles(const std::vector<std::string>& names) {
         text.append(std::istreambuf_iterator<char>(file), {});
     }
     return text;
+}
+
+std::string ReadPacked(const std::string& name) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(popen(("zcat " + name).c_str(), "r"), pclose);
+    std::string text;
+    char piece[4096];
+    while (const std::size_t count = std::fread(piece, 1, sizeof piece, file.get()))
+        text.append(piece, count);
+    if (text.empty()) throw std::runtime_error(name + " is missing");
+    return text.substr(text.find("\u00E9"));  // its title is of ASCII
 }
 
 std::string Emoji() {
@@ -154,12 +165,8 @@ int main() {
         const char* script;
         std::string text;
     } texts[] = {
-        {"ASCII", "All that has been said of the matter so far is written down in plain words, one by one. "},
-        {"French",
-         "Il \u00E9tait une fois, au bord d'une for\u00EAt, un gar\u00E7on nomm\u00E9 Th\u00E9o qui aimait "
-         "la musique et les "
-         "\u00E9l\u00E8ves de l'\u00E9cole o\u00F9 il avait \u00E9t\u00E9 re\u00E7u d\u00E8s "
-         "l'\u00E9t\u00E9. "},
+        {"ASCII", ReadFiles({fortunes + "literature", fortunes + "riddles"})},
+        {"French", ReadPacked("/usr/share/doc/debian/FAQ/debian-faq.fr.txt.gz")},
         {"Cyrillic", ReadFiles({fortunes + "ru/love", fortunes + "ru/polit", fortunes + "ru/knowledge"})},
         {"Chinese", ReadFiles({fortunes + "tang300", fortunes + "song100"})},
         {"emoji", Emoji()},
