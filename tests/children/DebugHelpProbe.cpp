@@ -4,6 +4,7 @@
 #include <Base/ZBase.h>
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <cstdio>
 #include <cstring>
@@ -43,6 +44,13 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const char* what = argv[i];
         if (std::strcmp(what, "chdir") == 0 && chdir(argv[++i]) != 0) return 1;
+        if (std::strcmp(what, "limit") == 0) {
+            rlimit limit{};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            std::printf("limit %d\n", static_cast<int>(limit.rlim_cur));
+            limit.rlim_cur = 3;  // the standard streams
+            setrlimit(RLIMIT_NOFILE, &limit);
+        }
         if (std::strcmp(what, "stack") == 0) Print(ZBase::CreateCallStack(nullptr));
         if (std::strcmp(what, "bound") == 0) PrintBound();
         if (std::strcmp(what, "walks") == 0) PrintWalks();

@@ -71,6 +71,13 @@ TEST_F(DebugHelp, StandsBesideTheLibraryWhateverDirectoryIsCurrent) {
     EXPECT_TRUE(child.output.starts_with("1 lines\n")) << child.output << child.errors;
 }
 
+TEST_F(DebugHelp, IsOpenedWhereNoDescriptorIsFreeAndTheLimitStays) {
+    Put("ScriptedDebugHelp");
+    const std::string output = Run({"limit", "stack", "limit"}, {"ZBASE_TEST_STEPS=6"});
+    EXPECT_NE(output.find("\n1 lines\n"), std::string::npos) << output;
+    EXPECT_TRUE(output.ends_with("\nlimit 3\n")) << output;
+}
+
 TEST_F(DebugHelp, WithAnEntryMissingGivesTheOneLineEachTime) {
     Put("ScriptedDebugHelpWithoutAnEntry");
     EXPECT_EQ(Run({"stack", "enumerate", "stack", "binding", "bound"}),
