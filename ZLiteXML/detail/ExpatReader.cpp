@@ -58,10 +58,12 @@ bool IsVersion(const char* version) {
 }
 
 // A line end that is cut in the middle would be counted as two. So a carriage return waits for the next byte,
-// in UTF-16 with its zero; it is never the end of a text event.
+// in UTF-16 with its zero, and for both octets of the next unit; it is never the end of a text event.
 std::size_t WithoutCutLineEnd(const char* bytes, std::size_t size) {
     if (size >= 1 && bytes[size - 1] == '\r') return size - 1;
     if (size >= 2 && bytes[size - 1] == 0 && bytes[size - 2] == '\r') return size - 2;
+    if (size >= 3 && bytes[size - 1] == '\n' && bytes[size - 2] == 0 && bytes[size - 3] == '\r')
+        return size - 3;
     return size;
 }
 

@@ -294,6 +294,21 @@ TEST(Reader, CarriageReturnsInALongTokenKeepNothingBack) {
     EXPECT_NE(log.find("<b "), std::string::npos);
 }
 
+// So it does in UTF-16, with its zero.
+TEST(Reader, LineEndOfTwoUnitsIsOneWhereverItIsCut) {
+    std::string document = "\xFF\xFE";
+    for (const char unit : std::string("<a>\r\n</a>\r\n\r\nx")) document.append({unit, '\0'});
+    for (std::size_t piece = 1; piece <= document.size(); ++piece) {
+        std::string refusal;
+        try {
+            ReadAll(*ZLiteXML::CreateReader(), document, piece);
+        } catch (const ZLiteXML::XMLException& failure) {
+            refusal = ZBase::FormatMessage(failure, 0).c_str();
+        }
+        EXPECT_EQ(refusal, "Line 4, column 1: junk after document element.") << "in pieces of " << piece;
+    }
+}
+
 TEST(Reader, DeclaredAttributesAreCountedForEachElement) {
     EXPECT_EQ(Refusal(Declared(128)), "nothing");
     EXPECT_NE(Refusal(Declared(129)).find("more than 128 attributes declared for element \"e\"."),
