@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -24,6 +25,7 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RefusedCalls.h"
 #include "tests/support/Sanitizers.h"
 
 namespace {
@@ -309,6 +311,25 @@ TEST_F(FileWriter, MountPointIsWrittenInPlace) {
     EXPECT_EQ(result, 0);
     EXPECT_EQ(ReadAll(source), "<a/><!--behind-->");
     EXPECT_EQ(ReadAll(file), "under");
+}
+
+// As on a file system without hard links.
+TEST_F(FileWriter, DocumentThatCannotBeLinkedIsCopiedUnderItsName) {
+    const fs::path file = mFolder / "old.xml";
+    std::ofstream(file) << "old and longer than what is written";
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    const int result = InChild([&] {
+        if (!test::RefuseCalls({SYS_linkat}, EPERM)) return kSkipped;
+        WriteTo(file);
+        WriteTo(mFolder / "new.xml");
+        return 0;
+    });
+    if (result == kSkipped) GTEST_SKIP() << "this system does not refuse calls";
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(ReadAll(file), "<a/>");
+    EXPECT_EQ(ModeOf(file), 0640u);
+    EXPECT_EQ(ReadAll(mFolder / "new.xml"), "<a/>");
+    EXPECT_EQ(Files(), 2u);
 }
 
 TEST_F(FileWriter, NamesUpToTheLimitAreTaken) {
