@@ -1,7 +1,7 @@
 #!/bin/bash
 # check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for those that run only by
-# name: "growth" and "environments" (minutes each), "windows" and "arm64" (other compilers, under emulation), "bare", "packages"
-# and "builds" (whole systems, up to an hour and more), "docs" (needs a browser).
+# name: "mutation" (what the tests see), "growth" and "environments" (minutes each), "windows" and "arm64"
+# (other compilers, under emulation), "bare", "packages" and "builds" (whole systems, up to an hour and more), "docs" (a browser).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -231,6 +231,12 @@ check_without_crash_reporting() {
 # The tree as a part of other projects, as far as the configuration shows it: "builds" builds all of it.
 check_ways() {
     tests/packaging/builds.sh --configure type_none type_release without_test_packages subdirectory subdirectory_static
+}
+
+# Whether the tests see a change of the logic: of one in a hundred changes here, of more in the soak.
+check_mutation() {
+    scripts/build.sh
+    scripts/checks/mutation.py --sample "${ZBASE_MUTANTS:-40}" --seed "${ZBASE_MUTATION_SEED:-1}"
 }
 
 # What knows no processor, compiled for ARM64, with its tests under an emulator.

@@ -1,6 +1,6 @@
 #!/bin/bash
-# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order, but for "environments", most of
-# whose lists are not complete.
+# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order, but for "mutation", an hour
+# and more, and "environments", most of whose lists are not complete.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -36,6 +36,12 @@ soak_environments() {
     scripts/setup.sh check
     scripts/build.sh
     ZBASE_ALL_LOCALES=1 scripts/environments.sh
+}
+
+# Four hundred changes of the logic: nearly all of them are seen by a test.
+soak_mutation() {
+    scripts/build.sh
+    scripts/checks/mutation.py --sample "${ZBASE_MUTANTS:-400}" --seed "${ZBASE_MUTATION_SEED:-1}"
 }
 
 scripts/setup.sh test

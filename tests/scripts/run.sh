@@ -423,6 +423,67 @@ test_AnEnvironmentThatIsRefusedIsSkippedByName() {
     expect "$said" "Skipped: this machine refuses no_proc: Operation not permitted"
 }
 
+# A library whose tests see where IsSmall ends and not where IsLarge begins.
+half_tested_tree() {
+    mkdir -p Base/text tests/mutation
+    cat >Base/text/Sizes.cpp <<'END'
+bool IsSmall(int value) {
+    return value < 10;
+}
+
+// A comment with 3 < 4, and "a text" == "a text".
+bool IsLarge(int value) {
+    return value > 100;
+}
+END
+    cat >tests/Program.cpp <<'END'
+bool IsSmall(int value);
+bool IsLarge(int value);
+int main() {
+    const bool right = IsSmall(9) && !IsSmall(10) && !IsLarge(50) && IsLarge(150);
+    return right ? 0 : 1;
+}
+END
+    cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(half CXX)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+add_library(ZBase SHARED ${PROJECT_SOURCE_DIR}/Base/text/Sizes.cpp)
+set_target_properties(ZBase PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/Base)
+add_executable(text_tests ${PROJECT_SOURCE_DIR}/tests/Program.cpp)
+add_executable(with_a_copy ${PROJECT_SOURCE_DIR}/tests/Program.cpp ${PROJECT_SOURCE_DIR}/Base/text/Sizes.cpp)
+target_link_libraries(text_tests PRIVATE ZBase)
+set_target_properties(text_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+END
+    cmake -S . -B build/release -G Ninja >/dev/null && cmake --build build/release >/dev/null
+}
+
+test_AChangeThatNoTestSeesIsNamed() {
+    half_tested_tree
+    local said
+    said=$(scripts/checks/mutation.py) && fail "passed: $said"
+    expect "$said" "died Base/text/Sizes.cpp:2: < -> <="
+    expect "$said" "died Base/text/Sizes.cpp:2: 10 -> (10 + 1)"
+    expect "$said" "survived: line 7 of Base/text/Sizes.cpp: return value > 100; => return value >= 100;"
+    expect "$said" "4 changes: 0 change nothing, 2 died, 2 survived, 0 survive with a reason: 50.0 % died"
+}
+
+test_AChangeThatMaySurviveHasALineWhichIsTrue() {
+    half_tested_tree
+    cat >tests/mutation/survivors.txt <<'END'
+Base/text/Sizes.cpp: return value > 100; => return value >= 100;
+    nobody asks
+Base/text/Sizes.cpp: return value > 100; => return value > (100 + 1);
+    nobody asks
+END
+    local said
+    said=$(scripts/checks/mutation.py) || fail "failed: $said"
+    expect "$said" "2 died, 0 survived, 2 survive with a reason: 100.0 % died"
+    printf 'Base/text/Sizes.cpp: return value > 200; => return value >= 200;\n    it was there once\n' >>tests/mutation/survivors.txt
+    said=$(scripts/checks/mutation.py) && fail "passed: $said"
+    expect "$said" "known, and not there any more: Base/text/Sizes.cpp: return value > 200; => return value >= 200;"
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?
