@@ -2,7 +2,7 @@
 # become part of the library, and nothing of them is exported.
 set(ZBASE_BREAKPAD_DIR "" CACHE PATH "Breakpad's package, where scripts/setup.sh could not fetch it: as it came, or unpacked")
 
-if(WIN32)  # whose own debug help writes dumps
+if(WIN32 AND NOT ZBASE_CRASH_REPORTING)
     add_library(zbase_breakpad INTERFACE)
     return()
 endif()
@@ -37,6 +37,11 @@ if(NOT EXISTS ${breakpad_place}/.installed)
                         "  scripts/setup.sh build                   fetches it\n"
                         "  -DZBASE_BREAKPAD_DIR=/path/to/package    takes it from where somebody has put it\n"
                         "  -DZBASE_CRASH_REPORTING=OFF              leaves crash reporting out")
+endif()
+if(WIN32)  # whose own debug help writes dumps
+    add_library(zbase_breakpad INTERFACE)
+    include(BreakpadReaders)
+    return()
 endif()
 set(BREAKPAD_TOOLS_DIR ${BREAKPAD_DIR}/bin/linux-x64)
 

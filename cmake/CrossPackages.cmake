@@ -1,11 +1,15 @@
 # What Debian has no packages of for the other system, from Debian's sources: the parser and the test framework. Under the
 # names that CMake's own find modules give them.
+function(zbase_cross_sources package file place)
+    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/windows/sources.sh ${package} ${file} ${place} RESULT_VARIABLE failed)
+    if(failed)
+        message(FATAL_ERROR "The sources of ${package} are not there: scripts/setup.sh windows")
+    endif()
+endfunction()
+
 function(zbase_cross_expat)
     set(place ${PROJECT_BINARY_DIR}/expat)
-    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/windows/expat.sh ${place} RESULT_VARIABLE failed)
-    if(failed)
-        message(FATAL_ERROR "Expat is not there: scripts/setup.sh windows")
-    endif()
+    zbase_cross_sources(libexpat1-dev xmlparse.c ${place})
     file(WRITE ${place}/config/expat_config.h
          "#define XML_NS 1\n#define XML_DTD 1\n#define XML_CONTEXT_BYTES 1024\n#define BYTEORDER 1234\n")
     add_library(zbase_expat STATIC ${place}/lib/xmlparse.c ${place}/lib/xmlrole.c ${place}/lib/xmltok.c)
@@ -13,6 +17,16 @@ function(zbase_cross_expat)
     target_compile_definitions(zbase_expat PUBLIC XML_STATIC)
     target_compile_options(zbase_expat PRIVATE -w)
     add_library(EXPAT::EXPAT ALIAS zbase_expat)
+endfunction()
+
+# Debian's own header has its functions in a library of this system. Here it is whole, and does without TLS.
+function(zbase_cross_httplib)
+    set(place ${PROJECT_BINARY_DIR}/httplib)
+    zbase_cross_sources(libcpp-httplib-dev httplib.h ${place})
+    add_library(zbase_httplib INTERFACE)
+    target_include_directories(zbase_httplib SYSTEM INTERFACE ${place}/lib)
+    target_link_libraries(zbase_httplib INTERFACE ws2_32)
+    add_library(PkgConfig::ZBASE_HTTPLIB ALIAS zbase_httplib)
 endfunction()
 
 function(zbase_cross_googletest)

@@ -5,6 +5,12 @@
 
 #include <cstdio>
 
+#ifdef _WIN32
+#define GREETER_API extern "C" __declspec(dllexport)
+#else
+#define GREETER_API extern "C" [[gnu::visibility("default")]]
+#endif
+
 namespace {
 
 /// The component's object, which lives as long as it is used.
@@ -23,12 +29,12 @@ Counter* gpCounter = nullptr;  // held by the host
 
 }  // namespace
 
-extern "C" ZBASE_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
+GREETER_API ZBase::ReferenceCounted* GetZENTDLLInitializer() {
     if (gpCounter == nullptr) gpCounter = new Counter;
     return gpCounter;
 }
 
-extern "C" ZBASE_API void Greet(const char* name, char* greeting, unsigned int capacity) {
+GREETER_API void Greet(const char* name, char* greeting, unsigned int capacity) {
     gpCounter->Add();
     std::snprintf(greeting, capacity, "Good morning, %s.", name);
 }

@@ -1,5 +1,5 @@
 // Loads a component by its bare name, runs its initialiser, uses it and unloads it. The file is
-// "Greeter_64.so", beside this program.
+// "Greeter_64.so", on Windows "Greeter_64.dll", beside this program.
 
 #include <Base/ZBase.h>
 

@@ -6,16 +6,14 @@
 //   crash-receiver DIRECTORY [PORT [CERTIFICATE KEY]]
 //
 // It listens on this machine only, and prints the address; port 0, the default, is a free one. With a
-// certificate and its key, PEM files both, it uses HTTPS.
+// certificate and its key, PEM files both, it uses HTTPS, where it was built with OpenSSL.
 
 #include <httplib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -83,7 +81,9 @@ int Serve(httplib::Server& server, const char* scheme, int port, Store& store) {
     server.Options(".*", [](const httplib::Request&, httplib::Response& response) {
         response.status = 204;
         response.set_header("Allow", "OPTIONS, POST");
+#ifdef CPPHTTPLIB_ZLIB_SUPPORT
         response.set_header("Accept-Encoding", "gzip");
+#endif
     });
     server.Post(".*", [&store](const httplib::Request& request, httplib::Response& response) {
         if (!request.has_file(kDumpField)) {
@@ -125,34 +125,62 @@ int Refuse(const std::string& what) {
     return 2;
 }
 
-}  // namespace
+bool CanStoreIn(const fs::path& directory) {
+    std::error_code none;
+    const fs::path file = directory / ".crash-receiver";
+    const bool isWritten = fs::is_directory(directory, none) && std::ofstream(file).is_open();
+    fs::remove(file, none);
+    return isWritten;
+}
 
-int main(int argc, char** argv) {
-    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+int ServeWithCertificate([[maybe_unused]] const std::vector<std::string>& arguments,
+                         [[maybe_unused]] int port, [[maybe_unused]] Store& store) {
+#ifdef CPPHTTPLIB_OPENSSL_SUPPORT
+    httplib::SSLServer server(arguments[3].c_str(), arguments[4].c_str());
+    if (server.is_valid()) return Serve(server, "https", port, store);
+    std::fprintf(stderr, "crash-receiver: the certificate or its key can't be used\n");
+#else
+    std::fprintf(stderr, "crash-receiver: it was built without HTTPS\n");
+#endif
+    return 1;
+}
+
+int Run(const std::vector<std::string>& arguments) {
+    const std::size_t count = arguments.size();
+    if (count == 2 && (arguments[1] == "--help" || arguments[1] == "-h")) {
         std::fputs(kUsage, stdout);
         return 0;
     }
-    for (int i = 1; i < argc; ++i) {
-        if (argv[i][0] == '-') return Refuse(std::string("there is no option ") + argv[i]);
+    for (std::size_t i = 1; i < count; ++i) {
+        if (arguments[i].starts_with('-')) return Refuse("there is no option " + arguments[i]);
     }
-    if (argc < 2 || argc == 4 || argc > 5)
+    if (count < 2 || count == 4 || count > 5)
         return Refuse("a directory is wanted, and a key for a certificate");
     int port = 0;
-    if (argc > 2 && !ReadPort(argv[2], port))
-        return Refuse(std::string(argv[2]) + " is no port: a number from 0 to 65535 is");
-    if (access(argv[1], W_OK | X_OK) != 0 || !fs::is_directory(argv[1])) {
-        std::fprintf(stderr, "crash-receiver: %s is no directory that can be written to\n", argv[1]);
+    if (count > 2 && !ReadPort(arguments[2], port))
+        return Refuse(arguments[2] + " is no port: a number from 0 to 65535 is");
+    if (!CanStoreIn(arguments[1])) {
+        std::fprintf(stderr, "crash-receiver: %s is no directory that can be written to\n",
+                     arguments[1].c_str());
         return 1;
     }
-    Store store(argv[1]);
-    if (argc < 5) {
-        httplib::Server server;
-        return Serve(server, "http", port, store);
-    }
-    httplib::SSLServer server(argv[3], argv[4]);
-    if (!server.is_valid()) {
-        std::fprintf(stderr, "crash-receiver: the certificate or its key can't be used\n");
-        return 1;
-    }
-    return Serve(server, "https", port, store);
+    Store store(arguments[1]);
+    if (count == 5) return ServeWithCertificate(arguments, port, store);
+    httplib::Server server;
+    return Serve(server, "http", port, store);
 }
+
+}  // namespace
+
+#ifdef _WIN32
+// Whose narrow arguments are in another encoding than paths.
+int wmain(int argc, wchar_t** argv) {
+    std::vector<std::string> arguments;
+    for (int i = 0; i < argc; ++i) arguments.push_back(fs::path(argv[i]).string());
+    return Run(arguments);
+}
+#else
+int main(int argc, char** argv) {
+    return Run({argv, argv + argc});
+}
+#endif

@@ -6,11 +6,12 @@
 #include <Base/ZBase.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
 namespace {
+
+using namespace ZBase::Literals;
 
 volatile int* volatile gpAccount = nullptr;
 
@@ -36,7 +37,8 @@ int main(int argc, char** argv) {
     const std::string file = directory + "/crash_report.ini";
     std::ofstream(file) << "[Config]\nServerURL=" << address << "\nServerProdURL=" << address
                         << "\ndump_path=" << directory << "/dumps\n[CrashKeys]\nproduct=example\n";
-    setenv("ZENT_CRASH_CONFIG_FILE", file.c_str(), 1);
+    ZBase::SetEnvironmentVariable("ZENT_CRASH_CONFIG_FILE"_w,
+                                  ZBase::UTF8ToWideChar(file.c_str(), true).c_str());
     ZBase::SetCrashAttr("version", "1.0", true);
     if (!ZBase::InstallCrashHandler()) {
         std::fputs("there is no crash reporting here; \"zbase crash check\" tells why\n", stderr);

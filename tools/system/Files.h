@@ -13,6 +13,13 @@ int OpenToRead(const std::string& path);
 /// Reads up to `size` octets; 0 at the end, -1 with `errno`.
 long ReadSome(int descriptor, char* room, std::size_t size);
 
+/// Reads up to `size` octets from `offset` on, for any number of threads at once; 0 at the end, -1 with
+/// `errno`.
+long ReadSomeAt(int descriptor, std::uint64_t offset, char* room, std::size_t size);
+
+/// Octets in an open file; none with `errno`.
+std::optional<std::uint64_t> SizeOfOpenFile(int descriptor);
+
 void CloseDescriptor(int descriptor);
 
 /// Of a regular file.
@@ -23,11 +30,36 @@ std::optional<std::uint64_t> RegularFileSize(const std::string& path);
 /// are read; a pipe that nobody writes to is not waited for.
 std::string CopyEnd(const std::string& file, const std::string& copy, std::uint64_t most);
 
+/// Makes a directory for temporary files, of which `name` is the beginning. Throws `Failure`.
+std::string MakeTemporaryDirectory(const std::string& name);
+
+/// Whether this process may make files in a directory; false with `errno`.
+bool CanMakeFilesIn(const std::string& directory);
+
+/// Whether this process may read a file; false with `errno`.
+bool CanRead(const std::string& file);
+
 /// Makes a directory that only the user can read. Why it could not; empty if it did.
 std::string MakePrivateDirectory(const std::string& path);
 
 /// Whether a directory, and no link, is the user's own.
 bool IsOwnDirectory(const std::string& path);
+
+/// A file of this process that its user may not read, while the object lives. An administrator may read
+/// everything, and meanwhile becomes an ordinary user where that is the only way. Throws `Failure`.
+class ForbiddenFile {
+public:
+    ForbiddenFile();
+    ~ForbiddenFile();
+    ForbiddenFile(const ForbiddenFile&) = delete;
+    ForbiddenFile& operator=(const ForbiddenFile&) = delete;
+
+    const std::string& Name() const { return mName; }
+
+private:
+    std::string mName;
+    std::intptr_t mState = 0;
+};
 
 /// Whether this program runs with the rights of another user than who started it.
 bool HasRightsOfAnother();

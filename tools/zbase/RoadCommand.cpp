@@ -1,13 +1,11 @@
 #include "Commands.h"
+#include "tools/system/Files.h"
+#include "tools/system/Programs.h"
 #include "tools/zbase/record/RecordView.h"
 #include "tools/zbase/road/GovernedReading.h"
 #include "tools/zbase/road/RoadCrossing.h"
 #include "tools/zbase/terminal/Console.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -98,32 +96,6 @@ std::size_t TooLittleFor(const std::string& file) {
     return missing ? 0 : static_cast<std::size_t>(size / 2);
 }
 
-/// A file of this process that its user may not read, during a scope. An administrator may read everything,
-/// so that one becomes an ordinary user meanwhile.
-class ForbiddenFile {
-public:
-    ForbiddenFile() {
-        const int descriptor = mkstemp(mName.data());
-        if (descriptor < 0 || fchmod(descriptor, 0) != 0) throw FileFailure(mName, errno);
-        close(descriptor);
-        if (mUser == 0 && seteuid(kNobody) != 0) throw FileFailure(mName, errno);
-    }
-    ~ForbiddenFile() {
-        if (mUser == 0 && seteuid(mUser) != 0) std::abort();
-        unlink(mName.c_str());
-    }
-    ForbiddenFile(const ForbiddenFile&) = delete;
-    ForbiddenFile& operator=(const ForbiddenFile&) = delete;
-
-    const std::string& Name() const { return mName; }
-
-private:
-    static constexpr uid_t kNobody = 65534;
-
-    std::string mName = "/tmp/zbase-road-XXXXXX";
-    uid_t mUser = geteuid();
-};
-
 int Travel(const std::string& file) {
     Print(
         "ZBase at work. Threads read a file into memory that budgets pay for: a contract has the sum of one\n"
@@ -138,7 +110,7 @@ int Travel(const std::string& file) {
         const ForbiddenFile forbidden;
         record = Arrive("4  A file without permission", forbidden.Name(), kPlenty, false);
     }
-    Arrive("5  Bytes that are no text: the zbase command itself", "/proc/self/exe", kPlenty, false);
+    Arrive("5  Bytes that are no text: the zbase command itself", ThisProgram(), kPlenty, false);
     Print("\n" + Styled("6  The record of station 4 crosses into a second process, as XML", "1") + "\n");
     CrossProcesses(record);
     return 0;
@@ -149,7 +121,7 @@ int Travel(const std::string& file) {
 void AddRoadCommand(CLI::App& app, int& status) {
     CLI::App* road =
         app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
-    const auto file = std::make_shared<std::string>("/etc/os-release");
+    const auto file = std::make_shared<std::string>(TextOfTheSystem());
     road->add_option("FILE", *file, "A text to read")->capture_default_str();
     road->callback([file, &status] { status = Travel(*file); });
 }

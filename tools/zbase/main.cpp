@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "tools/system/Programs.h"
 #include "tools/zbase/terminal/Console.h"
 
 #include <Base/frame/Version.h>
@@ -6,7 +7,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -57,13 +57,13 @@ std::size_t Distance(std::string_view one, std::string_view other) {
 }
 
 // "; "x" is none, did you mean "y"?" for an unknown first word; else empty.
-std::string Suggestion(const CLI::App& app, int argc, char** argv) {
+std::string Suggestion(const CLI::App& app, const std::vector<std::string>& arguments) {
     constexpr std::size_t kLike = 2;
     constexpr std::size_t kLongestWord = 64;
     constexpr std::size_t kNoCommands = SIZE_MAX;
     const CLI::App* at = &app;
-    for (int i = 1; i != argc; ++i) {
-        const std::string_view word(argv[i]);
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const std::string_view word = arguments[i];
         if (word.starts_with('-') || word.size() > kLongestWord) return "";
         const CLI::App* next = nullptr;
         std::string nearest;
@@ -96,8 +96,9 @@ void RefuseEmptyArguments(CLI::App& app) {
         RefuseEmptyArguments(*command);
 }
 
-int Run(int argc, char** argv) {
+int Run(const std::vector<std::string>& arguments) {
     CLI::App app("The companion of the ZBase library.", "zbase");
+    app.allow_windows_style_options(false);  // a path may begin with a slash
     app.require_subcommand(1);
     app.set_version_flag("--version", VersionText);
 
@@ -105,7 +106,9 @@ int Run(int argc, char** argv) {
     for (const auto add : {ZBASE_COMMANDS(ZBASE_COMMAND_ENTRY)}) add(app, status);
     RefuseEmptyArguments(app);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> backwards(arguments.rbegin(), arguments.rend());
+        if (!backwards.empty()) backwards.pop_back();  // the name of the program
+        app.parse(backwards);
     } catch (const CLI::CallForHelp&) {
         Print(app.help());
         FinishOutput();
@@ -115,7 +118,7 @@ int Run(int argc, char** argv) {
         FinishOutput();
         return 0;
     } catch (const CLI::ParseError& wrong) {
-        return Complain(wrong.what() + Suggestion(app, argc, argv) + "; see zbase --help", kUsage);
+        return Complain(wrong.what() + Suggestion(app, arguments) + "; see zbase --help", kUsage);
     }
     FinishOutput();
     return status;
@@ -124,9 +127,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);
     try {
-        return Run(argc, argv);
+        return Run(StartProgram(argc, argv));
     } catch (const ClosedPipe&) {
         return 1;
     } catch (const std::bad_alloc&) {

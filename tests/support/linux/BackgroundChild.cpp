@@ -15,7 +15,13 @@ extern char** environ;
 
 namespace test {
 
-BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
+BackgroundChild::BackgroundChild(const std::vector<std::string>& program,
+                                 const std::vector<std::string>& environment) {
+    std::vector<std::string> command = program;
+    if (!environment.empty()) {
+        command.insert(command.begin(), environment.begin(), environment.end());
+        command.insert(command.begin(), "/usr/bin/env");
+    }
     std::optional<SpareDescriptors> spare(std::in_place);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
@@ -26,7 +32,9 @@ BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     spare.reset();  // the child's limit is that of this process
-    const int failed = posix_spawn(&mChild, arguments[0], &actions, nullptr, arguments.data(), environ);
+    pid_t child = 0;
+    const int failed = posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    mChild = child;
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     mOutput = ends[0];
@@ -35,26 +43,26 @@ BackgroundChild::BackgroundChild(const std::vector<std::string>& command) {
 
 BackgroundChild::~BackgroundChild() {
     if (mChild != 0) {
-        kill(mChild, SIGKILL);
-        waitpid(mChild, nullptr, 0);
+        kill(static_cast<pid_t>(mChild), SIGKILL);
+        waitpid(static_cast<pid_t>(mChild), nullptr, 0);
     }
-    close(mOutput);
+    close(static_cast<int>(mOutput));
 }
 
 std::string BackgroundChild::ReadLine() {
     std::string line;
     char letter = 0;
-    while (read(mOutput, &letter, 1) == 1 && letter != '\n') line.push_back(letter);
+    while (read(static_cast<int>(mOutput), &letter, 1) == 1 && letter != '\n') line.push_back(letter);
     return line;
 }
 
 void BackgroundChild::Signal(int signal) const {
-    kill(mChild, signal);
+    kill(static_cast<pid_t>(mChild), signal);
 }
 
 int BackgroundChild::Wait() {
     int status = 0;
-    while (waitpid(mChild, &status, 0) < 0 && errno == EINTR) {
+    while (waitpid(static_cast<pid_t>(mChild), &status, 0) < 0 && errno == EINTR) {
     }
     mChild = 0;
     return WIFSIGNALED(status) ? WTERMSIG(status) : 0;

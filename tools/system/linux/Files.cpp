@@ -1,4 +1,5 @@
 #include "tools/system/Files.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <fcntl.h>
 #include <sys/auxv.h>
@@ -6,7 +7,9 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -49,6 +52,8 @@ bool Copy(const File& from, const File& to, off_t size, off_t most) {
     return true;
 }
 
+constexpr uid_t kNobody = 65534;
+
 }  // namespace
 
 int OpenToRead(const std::string& path) {
@@ -60,6 +65,19 @@ long ReadSome(int descriptor, char* room, std::size_t size) {
         const ssize_t count = read(descriptor, room, size);
         if (count >= 0 || errno != EINTR) return count;
     }
+}
+
+long ReadSomeAt(int descriptor, std::uint64_t offset, char* room, std::size_t size) {
+    for (;;) {
+        const ssize_t count = pread(descriptor, room, size, static_cast<off_t>(offset));
+        if (count >= 0 || errno != EINTR) return count;
+    }
+}
+
+std::optional<std::uint64_t> SizeOfOpenFile(int descriptor) {
+    struct stat facts {};
+    if (fstat(descriptor, &facts) != 0) return std::nullopt;
+    return static_cast<std::uint64_t>(facts.st_size);
 }
 
 void CloseDescriptor(int descriptor) {
@@ -84,6 +102,20 @@ std::string CopyEnd(const std::string& file, const std::string& copy, std::uint6
     return why;
 }
 
+std::string MakeTemporaryDirectory(const std::string& name) {
+    std::string path = std::filesystem::temp_directory_path() / (name + "-XXXXXX");
+    if (mkdtemp(path.data()) == nullptr) throw FileFailure(path, errno);
+    return path;
+}
+
+bool CanMakeFilesIn(const std::string& directory) {
+    return access(directory.c_str(), W_OK | X_OK) == 0;
+}
+
+bool CanRead(const std::string& file) {
+    return access(file.c_str(), R_OK) == 0;
+}
+
 std::string MakePrivateDirectory(const std::string& path) {
     return mkdir(path.c_str(), S_IRWXU) == 0 ? "" : std::strerror(errno);
 }
@@ -91,6 +123,18 @@ std::string MakePrivateDirectory(const std::string& path) {
 bool IsOwnDirectory(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+}
+
+ForbiddenFile::ForbiddenFile() : mName("/tmp/zbase-road-XXXXXX"), mState(geteuid()) {
+    const int descriptor = mkstemp(mName.data());
+    if (descriptor < 0 || fchmod(descriptor, 0) != 0) throw FileFailure(mName, errno);
+    close(descriptor);
+    if (mState == 0 && seteuid(kNobody) != 0) throw FileFailure(mName, errno);
+}
+
+ForbiddenFile::~ForbiddenFile() {
+    if (mState == 0 && seteuid(0) != 0) std::abort();
+    unlink(mName.c_str());
 }
 
 bool HasRightsOfAnother() {

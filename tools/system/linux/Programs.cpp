@@ -1,13 +1,54 @@
 #include "tools/system/Programs.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
 
 extern char** environ;
+
+std::vector<std::string> StartProgram(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    return {argv, argv + argc};
+}
+
+std::string ThisProgram() {
+    return "/proc/self/exe";
+}
+
+std::string ProgramDirectory() {
+    return std::filesystem::read_symlink(ThisProgram()).parent_path();
+}
+
+std::string FileOfCode(const void* code) {
+    Dl_info file{};
+    return dladdr(code, &file) == 0 ? "" : file.dli_fname;
+}
+
+std::string ProgramIn(const std::string& directory, const std::string& name) {
+    const std::filesystem::path program = std::filesystem::path(directory) / name;
+    return access(program.c_str(), X_OK) == 0 ? program.string() : "";
+}
+
+std::vector<std::string> ProgramDirectories() {
+    const char* const path = std::getenv("PATH");
+    std::vector<std::string> directories;
+    std::istringstream stream(path == nullptr ? "" : path);
+    for (std::string directory; std::getline(stream, directory, ':');) directories.push_back(directory);
+    return directories;
+}
+
+std::string TextOfTheSystem() {
+    return "/etc/os-release";
+}
 
 std::string OutputOf(const std::vector<std::string>& command) {
     int ends[2];
@@ -38,4 +79,46 @@ std::string OutputOf(const std::vector<std::string>& command) {
     }
     if (status != 0 && output.empty()) throw Failure(command[0] + " failed");
     return output;
+}
+
+BackgroundProgram::BackgroundProgram(const std::vector<std::string>& command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw FileFailure("pipe", errno);
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    pid_t process = 0;
+    const int failure = posix_spawn(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (failure != 0) {
+        close(ends[0]);
+        throw FileFailure(command[0], failure);
+    }
+    mProcess = process;
+    std::FILE* const output = fdopen(ends[0], "r");
+    char line[256] = "";
+    const bool isTold = std::fgets(line, sizeof line, output) != nullptr;
+    std::fclose(output);
+    if (!isTold) {
+        End();
+        throw Failure(command[0] + " does not start");
+    }
+    mFirstLine = line;
+    mFirstLine.erase(mFirstLine.find_last_not_of('\n') + 1);
+}
+
+BackgroundProgram::~BackgroundProgram() {
+    End();
+}
+
+void BackgroundProgram::End() const {
+    const auto process = static_cast<pid_t>(mProcess);
+    kill(process, SIGKILL);
+    while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }

@@ -1,4 +1,5 @@
 #include "tools/system/Files.h"
+#include "tools/zbase/terminal/Console.h"
 
 #include <windows.h>
 
@@ -8,6 +9,8 @@
 #include <io.h>
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <random>
 #include <vector>
 
 #include <Base/platform/os/windows/WideText.h>
@@ -66,15 +69,71 @@ bool Copy(HANDLE from, HANDLE to, std::uint64_t size, std::uint64_t most) {
     return true;
 }
 
+// The number of the C library for the last failure of the system.
+int ErrorNumber() {
+    switch (GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_INVALID_NAME:
+        case ERROR_BAD_PATHNAME:
+        case ERROR_BAD_NETPATH:
+            return ENOENT;
+        case ERROR_WRITE_PROTECT:
+            return EROFS;
+        case ERROR_ALREADY_EXISTS:
+        case ERROR_FILE_EXISTS:
+            return EEXIST;
+        default:
+            return EACCES;
+    }
+}
+
+// Whether a file or directory can be opened for this, shared with everybody.
+bool CanOpen(const std::string& path, DWORD access) {
+    const File file(path, access, OPEN_EXISTING, nullptr, FILE_FLAG_BACKUP_SEMANTICS);
+    if (!file.IsOpen()) errno = ErrorNumber();
+    return file.IsOpen();
+}
+
+std::string TemporaryName(const std::string& name) {
+    static std::random_device random;
+    return (std::filesystem::temp_directory_path() / (name + "-" + std::to_string(random()))).string();
+}
+
 }  // namespace
 
 int OpenToRead(const std::string& path) {
-    return _wopen(FromUtf8(path).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
+    const std::wstring wide = FromUtf8(path);
+    const int descriptor = _wopen(wide.c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
+    const DWORD kind = descriptor < 0 ? GetFileAttributesW(wide.c_str()) : INVALID_FILE_ATTRIBUTES;
+    if (kind != INVALID_FILE_ATTRIBUTES && (kind & FILE_ATTRIBUTE_DIRECTORY) != 0) errno = EISDIR;
+    return descriptor;
 }
 
 long ReadSome(int descriptor, char* room, std::size_t size) {
     if (descriptor == 0) _setmode(descriptor, _O_BINARY);
     return _read(descriptor, room, static_cast<unsigned int>(std::min<std::size_t>(size, 1 << 20)));
+}
+
+long ReadSomeAt(int descriptor, std::uint64_t offset, char* room, std::size_t size) {
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    DWORD count = 0;
+    const auto most = static_cast<DWORD>(std::min<std::size_t>(size, 1 << 20));
+    if (ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor)), room, most, &count, &place))
+        return static_cast<long>(count);
+    if (GetLastError() == ERROR_HANDLE_EOF) return 0;
+    errno = ErrorNumber();
+    return -1;
+}
+
+std::optional<std::uint64_t> SizeOfOpenFile(int descriptor) {
+    LARGE_INTEGER size{};
+    if (GetFileSizeEx(reinterpret_cast<HANDLE>(_get_osfhandle(descriptor)), &size))
+        return static_cast<std::uint64_t>(size.QuadPart);
+    errno = ErrorNumber();
+    return std::nullopt;
 }
 
 void CloseDescriptor(int descriptor) {
@@ -111,6 +170,26 @@ std::string CopyEnd(const std::string& file, const std::string& copy, std::uint6
     return why;
 }
 
+std::string MakeTemporaryDirectory(const std::string& name) {
+    constexpr int attempts = 16;
+    std::string path;
+    for (int i = 0; i != attempts; ++i) {
+        path = TemporaryName(name);
+        OwnersOnly owner;
+        if (owner.Get() != nullptr && CreateDirectoryW(FromUtf8(path).c_str(), owner.Get())) return path;
+        if (GetLastError() != ERROR_ALREADY_EXISTS) break;
+    }
+    throw FileFailure(path, ErrorNumber());
+}
+
+bool CanMakeFilesIn(const std::string& directory) {
+    return CanOpen(directory, FILE_ADD_FILE);
+}
+
+bool CanRead(const std::string& file) {
+    return CanOpen(file, FILE_READ_DATA);
+}
+
 std::string MakePrivateDirectory(const std::string& path) {
     OwnersOnly owner;
     if (owner.Get() != nullptr && CreateDirectoryW(FromUtf8(path).c_str(), owner.Get())) return "";
@@ -132,6 +211,18 @@ bool IsOwnDirectory(const std::string& path) {
     const bool isOwn = !user.empty() && owner != nullptr && EqualSid(owner, user.data());
     LocalFree(descriptor);
     return isOwn;
+}
+
+// It is open and shared with nobody, which keeps the administrator away as well.
+ForbiddenFile::ForbiddenFile() : mName(TemporaryName("zbase-road")) {
+    const HANDLE file = CreateFileW(FromUtf8(mName).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) throw FileFailure(mName, ErrorNumber());
+    mState = reinterpret_cast<std::intptr_t>(file);
+}
+
+ForbiddenFile::~ForbiddenFile() {
+    CloseHandle(reinterpret_cast<HANDLE>(mState));
 }
 
 // No program has here what its file gives it.

@@ -1,17 +1,17 @@
 #include "CrashCommands.h"
 #include "CrashSettings.h"
+#include "tools/system/Files.h"
+#include "tools/system/Programs.h"
 #include "tools/zbase/dumps/CrashAttachments.h"
 #include "tools/zbase/terminal/Console.h"
 
 #include <Base/crash/detail/CrashContract.h>
 
-#include <dlfcn.h>
-#include <strings.h>
-#include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -111,7 +111,11 @@ void PrintLines(const std::string& path) {
 // Why no report can arrive at an address; empty if one may.
 std::string WhyNoReport(const std::string& url) {
     const std::string scheme = url.substr(0, url.find("://"));
-    const auto is = [&](const char* name) { return strcasecmp(scheme.c_str(), name) == 0; };
+    const auto is = [&](std::string_view name) {
+        return std::equal(scheme.begin(), scheme.end(), name.begin(), name.end(), [](char letter, char low) {
+            return (letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter) == low;
+        });
+    };
     if (url.empty()) return "is empty";
     if (url.find_first_of(" \t") != std::string::npos) return "has a blank in it";
     if (Shown(url) != url) return "has characters in it that no address has";
@@ -139,7 +143,7 @@ std::string LostAttachments(const CrashSettings& config) {
         if (why.empty() && !fs::is_regular_file(attachment.file, none)) {
             why = fs::exists(attachment.file, none) ? " is no regular file" : " is not there";
             why = attachment.file.string() + why;
-        } else if (why.empty() && access(attachment.file.c_str(), R_OK) != 0) {
+        } else if (why.empty() && !CanRead(attachment.file.string())) {
             why = attachment.file.string() + " can't be read by this user";
         }
         if (!why.empty()) lines += "No file would go along as " + attachment.name + ": " + Shown(why) + ".\n";
@@ -148,9 +152,8 @@ std::string LostAttachments(const CrashSettings& config) {
 }
 
 bool HaveSender() {
-    Dl_info library{};
-    if (dladdr(reinterpret_cast<const void*>(&ZBase::InstallCrashHandler), &library) == 0) return false;
-    return access((fs::path(library.dli_fname).parent_path() / "zbase-crash-sender").c_str(), X_OK) == 0;
+    const fs::path library = FileOfCode(reinterpret_cast<const void*>(&ZBase::InstallCrashHandler));
+    return !library.empty() && !ProgramIn(library.parent_path().string(), "zbase-crash-sender").empty();
 }
 
 std::string WhyThisFile(const std::string& file) {

@@ -1,9 +1,9 @@
 #include "CrashSettings.h"
+#include "tools/system/Files.h"
 #include "tools/zbase/terminal/Console.h"
 
 #include <Base/crash/detail/CrashContract.h>
 
-#include <unistd.h>
 #include <cerrno>
 
 namespace fs = std::filesystem;
@@ -18,7 +18,7 @@ constexpr char kNoCrashReporting[] =
 std::string WhyNotForDumps(const fs::path& dumps) {
     std::error_code none;
     if (!fs::is_directory(dumps, none)) return "the dump path " + dumps.string() + " is no directory";
-    if (access(dumps.c_str(), W_OK | X_OK) == 0) return "";
+    if (CanMakeFilesIn(dumps.string())) return "";
     return "nothing can be written to the dump path " + dumps.string() +
            (errno == EROFS ? ": its file system is read-only" : "");
 }
@@ -61,5 +61,5 @@ std::string CrashObstacle(const CrashSettings& config) {
     const fs::path parent = fs::absolute(dumps, none).parent_path();
     if (!fs::is_directory(parent, none))
         return "there is no directory " + parent.string() + " to make the dump path in";
-    return access(parent.c_str(), W_OK) == 0 ? "" : "the dump path can't be made in " + parent.string();
+    return CanMakeFilesIn(parent.string()) ? "" : "the dump path can't be made in " + parent.string();
 }

@@ -1,12 +1,14 @@
 #include "CrashCommands.h"
+#include "DumpedModules.h"
 #include "SymbolSizes.h"
+#include "tools/system/Files.h"
 #include "tools/system/Programs.h"
 #include "tools/zbase/dumps/CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
-#include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -18,16 +20,12 @@ namespace fs = std::filesystem;
 
 // The path of one of Breakpad's tools: installed or built with this command, or from PATH.
 std::string Tool(const char* name) {
-    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const char* way : {ZBASE_WAY_TO_BREAKPAD, "breakpad"}) {
-        const fs::path tool = own / way / name;
-        if (access(tool.c_str(), X_OK) == 0) return tool;
-    }
-    const char* path = std::getenv("PATH");
-    std::istringstream places(path == nullptr ? "" : path);
-    for (std::string place; std::getline(places, place, ':');) {
-        const fs::path tool = fs::path(place) / name;
-        if (access(tool.c_str(), X_OK) == 0) return tool;
+    const fs::path own = ProgramDirectory();
+    std::vector<std::string> places{(own / ZBASE_WAY_TO_BREAKPAD).string(), (own / "breakpad").string()};
+    for (const std::string& place : ProgramDirectories()) places.push_back(place);
+    for (const std::string& place : places) {
+        std::string tool = ProgramIn(place, name);
+        if (!tool.empty()) return tool;
     }
     throw Failure(std::string(name) + " is not installed: it comes with Breakpad");
 }
@@ -42,11 +40,7 @@ std::vector<std::string> Split(const std::string& text, char separator) {
 /// A directory of symbol files, removed at the end.
 class SymbolStore {
 public:
-    SymbolStore() {
-        std::string name = fs::temp_directory_path() / "zbase-symbols-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) throw FileFailure(name, errno);
-        mPlace = name;
-    }
+    SymbolStore() : mPlace(MakeTemporaryDirectory("zbase-symbols")) {}
     ~SymbolStore() {
         std::error_code ignored;
         fs::remove_all(mPlace, ignored);
@@ -61,18 +55,36 @@ public:
         try {
             const std::string symbols = WithSymbolSizes(OutputOf({Tool("dump_syms"), module}), module);
             const std::vector<std::string> header = Split(symbols.substr(0, symbols.find('\n')), ' ');
-            if (header.size() < 5) return;
-            const fs::path place = mPlace / header[4] / header[3];
-            fs::create_directories(place);
-            std::FILE* file = std::fopen((place / (header[4] + ".sym")).c_str(), "wb");
-            if (file == nullptr) return;
-            std::fwrite(symbols.data(), 1, symbols.size(), file);
-            std::fclose(file);
+            if (header.size() >= 5) Write(header[4], header[3], symbols);
         } catch (const Failure&) {
         }
     }
 
+    // Of an image of Windows, under the name and the identifier of its symbols.
+    void AddImage(const std::string& file, const std::string& name, const std::string& id) const {
+        try {
+            const std::string symbols = SymbolsOfImage(ReadFile(file), name, id);
+            if (!symbols.empty() && !name.empty() && !id.empty()) Write(name, id, symbols);
+        } catch (const Failure&) {
+        }
+    }
+
+    // A file of this directory.
+    fs::path Keep(const char* name, const std::string& content) const {
+        std::ofstream(mPlace / name, std::ios::binary) << content;
+        return mPlace / name;
+    }
+
 private:
+    // The name comes from a file that anybody may have made.
+    void Write(const std::string& name, const std::string& id, const std::string& symbols) const {
+        if (name.find_first_of("/\\:") != std::string::npos || name == "." || name == "..") return;
+        const std::string base = name.ends_with(".pdb") ? name.substr(0, name.size() - 4) : name;
+        const fs::path place = mPlace / name / id;
+        fs::create_directories(place);
+        std::ofstream(place / (base + ".sym"), std::ios::binary) << symbols;
+    }
+
     fs::path mPlace;
 };
 
@@ -88,7 +100,8 @@ struct Walk {
 
 Walk WalkDump(const std::string& dump, const fs::path& symbols) {
     Walk walk;
-    for (const std::string& line : Split(OutputOf({Tool("minidump_stackwalk"), "-m", dump, symbols}), '\n')) {
+    for (const std::string& line :
+         Split(OutputOf({Tool("minidump_stackwalk"), "-m", dump, symbols.string()}), '\n')) {
         std::vector<std::string> fields = Split(line, '|');
         fields.resize(std::max<std::size_t>(fields.size(), 7));
         if (fields[0] == "Crash") {
@@ -112,12 +125,13 @@ Walk WalkDump(const std::string& dump, const fs::path& symbols) {
 }
 
 // The files of the modules, by name.
-std::map<std::string, std::string> FilesOfModules(const std::string& dump) {
+std::map<std::string, std::string> FilesOfModules(const std::string& dump, bool isOfWindows) {
+    const char* const separators = isOfWindows ? "\\/" : "/";
     std::map<std::string, std::string> files;
     for (const std::string& line : Split(OutputOf({Tool("minidump_dump"), dump}), '\n')) {
         const std::vector<std::string> parts = Split(line, '"');
         if (line.find("(code_file)") == std::string::npos || parts.size() < 2) continue;
-        files.emplace(fs::path(parts[1]).filename(), parts[1]);
+        files.emplace(parts[1].substr(parts[1].find_last_of(separators) + 1), parts[1]);
     }
     return files;
 }
@@ -150,24 +164,64 @@ std::string NameOf(const DumpedReport& report, const std::string& number) {
     return number + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
 }
 
+// The file of an image that a dump names: there, where Wine has that place, or beside the dump. Another image
+// of the same name is not it.
+std::string FileOfImage(const std::string& named, const ImageIdentity& identity, const fs::path& dump) {
+    std::string elsewhere = named;
+    std::replace(elsewhere.begin(), elsewhere.end(), '\\', '/');
+    const bool isBelowRoot = elsewhere.starts_with("Z:/") || elsewhere.starts_with("z:/");
+    const std::string name = elsewhere.substr(elsewhere.find_last_of('/') + 1);
+    for (const fs::path& file :
+         {fs::path(named), fs::path(isBelowRoot ? elsewhere.substr(2) : ""), dump.parent_path() / name}) {
+        std::error_code none;
+        if (!fs::is_regular_file(file, none)) continue;
+        try {
+            if (IdentityOfImage(ReadFile(file.string())) == identity) return file.string();
+        } catch (const Failure&) {
+        }
+    }
+    return "";
+}
+
 // With `hasAll` all threads, else the crashed one.
-int Show(const std::string& dump, bool hasAll) {
-    const DumpedReport report = ReportOfDump(dump);
-    Walk walk = WalkDump(dump, "/dev/null");
-    const std::map<std::string, std::string> files = FilesOfModules(dump);
+int Show(const std::string& named, bool hasAll) {
+    const DumpedReport report = ReportOfDump(named);
+    const SymbolStore store;  // empty yet
+    const std::map<std::string, ImageIdentity> images = ImagesInDump(ReadFile(named));
+    const std::string dump =
+        images.empty() ? named : store.Keep("dump", WithModuleIdentifiers(ReadFile(named))).string();
+    Walk walk = WalkDump(dump, store.Place());
+    const std::map<std::string, std::string> files = FilesOfModules(dump, !images.empty());
     std::set<std::string> shown;
-    const SymbolStore store;
+    const auto addImage = [&](const std::string& name, const std::string& path) {
+        const auto image = images.find(path);
+        const auto module = std::find_if(walk.modules.begin(), walk.modules.end(),
+                                         [&](const auto& fields) { return fields[1] == name; });
+        if (image == images.end() || module == walk.modules.end()) return;
+        const std::string file = FileOfImage(path, image->second, named);
+        if (!file.empty()) store.AddImage(file, (*module)[3], (*module)[4]);
+    };
     const auto addSymbols = [&](const std::vector<std::vector<std::string>>& frames) {
         for (const auto& frame : frames) {
             const auto file = files.find(frame[2]);
-            if (file != files.end() && shown.insert(frame[2]).second) store.Add(file->second);
+            if (file == files.end() || !shown.insert(frame[2]).second) continue;
+            if (images.empty()) {
+                store.Add(file->second);
+            } else {
+                addImage(file->first, file->second);
+            }
         }
     };
-    addSymbols(walk.frames);
-    for (const auto& [number, frames] : walk.others) {
-        if (hasAll) addSymbols(frames);
+    // Without symbols the frames of images of Windows are guesses: each walk with some more finds others.
+    const std::size_t walks = images.empty() ? 1 : 4;
+    for (std::size_t known = 0, i = 0; i != walks; ++i, known = shown.size()) {
+        addSymbols(walk.frames);
+        for (const auto& [number, frames] : walk.others) {
+            if (hasAll) addSymbols(frames);
+        }
+        if (i != 0 && known == shown.size()) break;
+        walk = WalkDump(dump, store.Place());
     }
-    walk = WalkDump(dump, store.Place());
 
     Print(Styled(walk.reason.empty() ? "no crash" : walk.reason, "1") + " at " + walk.address + ", thread " +
           NameOf(report, walk.thread) + "\n");

@@ -1,15 +1,12 @@
 #include "CrashCommands.h"
 #include "CrashSettings.h"
 #include "LocalReceiver.h"
+#include "tools/system/SecondProcess.h"
 #include "tools/zbase/dumps/CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
 #include <Base/crash/detail/CrashContract.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <set>
@@ -17,18 +14,24 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace ZBase::Literals;
 
-// Runs in a process of its own, so that this one keeps its handlers.
-bool DumpInChild() {
-    const pid_t child = fork();
-    if (child == 0) {
-        ZBase::SetCrashAttr("zbase_crash_test", "1", true);
-        _exit(ZBase::InstallCrashHandler() && ZBase::CreateDump() ? 0 : 1);
+constexpr char kDumpOption[] = "--dump";
+
+// What the second process does.
+int DumpThisProcess() {
+    ZBase::SetCrashAttr("zbase_crash_test", "1", true);
+    return ZBase::InstallCrashHandler() && ZBase::CreateDump() ? 0 : 1;
+}
+
+// In a process of its own, so that this one keeps its handlers.
+bool DumpInSecondProcess() {
+    try {
+        RunSecondProcess({"crash", "test", kDumpOption}, "");
+        return true;
+    } catch (const Failure&) {
+        return false;
     }
-    int status = 0;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && status == 0;
 }
 
 // The directories in which this process may write a dump, and the GUIDs of the dumps there.
@@ -49,7 +52,8 @@ int TestConfiguration() {
     const std::string obstacle = CrashObstacle(config);
     if (!obstacle.empty()) throw Failure(config.path + ": " + obstacle);
     const std::set<std::string> before = DumpNames(config);
-    if (!DumpInChild()) throw Failure("no dump could be written to " + config.DumpDirectory().string());
+    if (!DumpInSecondProcess())
+        throw Failure("no dump could be written to " + config.DumpDirectory().string());
     const ZBase::WideString address = ZBase::detail::TextSetting<"ServerURL">(config.settings);
     const std::string server = Shown(Narrow(address.c_str()));
     for (const std::string& dump : DumpNames(config)) {
@@ -71,16 +75,17 @@ int TestLocally() {
     std::ofstream(file) << "[Config]\nenable=true\nServerURL=" << receiver.Address()
                         << "\nServerProdURL=" << receiver.Address()
                         << "\ndump_path=" << (receiver.Directory() / "crash_dumps").string()
-                        << "\n[CrashKeys]\nproduct=zbase\n";
-    if (setenv("ZENT_CRASH_CONFIG_FILE", file.c_str(), 1) != 0) throw FileFailure(file, errno);
+                        << "\ndump_seconds=60\n[CrashKeys]\nproduct=zbase\n";
+    ZBase::SetEnvironmentVariable("ZENT_CRASH_CONFIG_FILE"_w, Wide(file.string()).c_str());
     const int status = TestConfiguration();
     std::ifstream keys(receiver.Directory() / "1.keys");
     for (std::string line; std::getline(keys, line);) Print("  " + Shown(line) + "\n");
     return status;
 }
 
-int Test(bool isLocal) {
+int Test(bool isLocal, bool dumps) {
     NeedCrashReporting();
+    if (dumps) return DumpThisProcess();
     return isLocal ? TestLocally() : TestConfiguration();
 }
 
@@ -90,5 +95,7 @@ void AddCrashTestCommand(CLI::App& crash, int& status) {
     CLI::App* test = crash.add_subcommand("test", "Dump a process and send the report");
     const auto isLocal = std::make_shared<bool>(false);
     test->add_flag("--local", *isLocal, "Send it to a report server of its own, and show what arrived");
-    test->callback([isLocal, &status] { status = Test(*isLocal); });
+    const auto dumps = std::make_shared<bool>(false);
+    test->add_flag(kDumpOption, *dumps)->group("");  // no option for people
+    test->callback([isLocal, dumps, &status] { status = Test(*isLocal, *dumps); });
 }

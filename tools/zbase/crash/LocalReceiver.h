@@ -1,8 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
+#include "tools/system/Programs.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 /// The report server for development, run in a process of its own until the end of the scope, with a
@@ -14,11 +15,10 @@ public:
     LocalReceiver(const LocalReceiver&) = delete;
     LocalReceiver& operator=(const LocalReceiver&) = delete;
 
-    const std::string& Address() const { return mAddress; }
+    const std::string& Address() const { return mProgram->FirstLine(); }
     const std::filesystem::path& Directory() const { return mDirectory; }
 
 private:
     std::filesystem::path mDirectory;
-    std::string mAddress;
-    pid_t mProcess = -1;
+    std::optional<BackgroundProgram> mProgram;
 };

@@ -1,6 +1,5 @@
 #include "SymbolSizes.h"
 
-#include <elf.h>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -12,6 +11,53 @@
 #include <string_view>
 
 namespace {
+
+// Of a file in the format ELF for 64 bits.
+struct ElfHeader {
+    char magic[4];
+    unsigned char width;
+    unsigned char others[27];
+    std::uint64_t segments;  // offsets of the two tables
+    std::uint64_t sections;
+    std::uint32_t flags;
+    std::uint16_t sizes[2];
+    std::uint16_t segmentCount;
+    std::uint16_t sectionSize;
+    std::uint16_t sectionCount;
+    std::uint16_t names;
+};
+struct ElfSegment {
+    std::uint32_t type;
+    std::uint32_t flags;
+    std::uint64_t offset;
+    std::uint64_t address;
+    std::uint64_t others[4];
+};
+struct ElfSection {
+    std::uint32_t name;
+    std::uint32_t type;
+    std::uint64_t flags;
+    std::uint64_t address;
+    std::uint64_t offset;
+    std::uint64_t size;
+    std::uint64_t others[3];
+};
+struct ElfSymbol {
+    std::uint32_t name;
+    unsigned char info;
+    unsigned char other;
+    std::uint16_t section;
+    std::uint64_t address;
+    std::uint64_t size;
+};
+static_assert(sizeof(ElfHeader) == 64 && sizeof(ElfSegment) == 56 && sizeof(ElfSection) == 64 &&
+              sizeof(ElfSymbol) == 24);
+constexpr char kElfMagic[] = "\177ELF";
+constexpr unsigned char kElf64 = 2;
+constexpr std::uint32_t kLoadedSegment = 1;
+constexpr std::uint32_t kSymbolTable = 2;
+constexpr std::uint32_t kDynamicSymbols = 11;
+constexpr std::uint16_t kUndefined = 0;
 
 using Sizes = std::map<std::uint64_t, std::uint64_t>;  // of symbols, by their address in the loaded module
 
@@ -30,22 +76,22 @@ Sizes ReadSizes(const std::string& path) {
     std::ifstream input(path, std::ios::binary);
     const std::string file{std::istreambuf_iterator<char>(input), {}};
     Sizes sizes;
-    Elf64_Ehdr header{};
+    ElfHeader header{};
     if (file.size() < sizeof header) return sizes;
     std::memcpy(&header, file.data(), sizeof header);
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64)
+    if (std::memcmp(header.magic, kElfMagic, sizeof header.magic) != 0 || header.width != kElf64)
         return sizes;
     std::uint64_t bias = UINT64_MAX;
-    VisitRecords<Elf64_Phdr>(file, header.e_phoff, header.e_phnum, [&](const Elf64_Phdr& segment) {
-        if (segment.p_type == PT_LOAD && bias == UINT64_MAX) bias = segment.p_vaddr;
+    VisitRecords<ElfSegment>(file, header.segments, header.segmentCount, [&](const ElfSegment& segment) {
+        if (segment.type == kLoadedSegment && bias == UINT64_MAX) bias = segment.address;
     });
-    VisitRecords<Elf64_Shdr>(file, header.e_shoff, header.e_shnum, [&](const Elf64_Shdr& section) {
-        if (section.sh_type != SHT_SYMTAB && section.sh_type != SHT_DYNSYM) return;
-        VisitRecords<Elf64_Sym>(file, section.sh_offset, section.sh_size / sizeof(Elf64_Sym),
-                                [&](const Elf64_Sym& symbol) {
-                                    if (symbol.st_shndx == SHN_UNDEF || symbol.st_size == 0) return;
-                                    std::uint64_t& size = sizes[symbol.st_value - bias];
-                                    if (symbol.st_size > size) size = symbol.st_size;
+    VisitRecords<ElfSection>(file, header.sections, header.sectionCount, [&](const ElfSection& section) {
+        if (section.type != kSymbolTable && section.type != kDynamicSymbols) return;
+        VisitRecords<ElfSymbol>(file, section.offset, section.size / sizeof(ElfSymbol),
+                                [&](const ElfSymbol& symbol) {
+                                    if (symbol.section == kUndefined || symbol.size == 0) return;
+                                    std::uint64_t& size = sizes[symbol.address - bias];
+                                    if (symbol.size > size) size = symbol.size;
                                 });
     });
     return sizes;

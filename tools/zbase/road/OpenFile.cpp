@@ -1,10 +1,8 @@
 #include "OpenFile.h"
+#include "tools/system/Files.h"
 
 #include <Base/ZBase.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <cerrno>
 
 namespace {
@@ -15,24 +13,21 @@ constexpr int kCannotRead = 102;
 
 }  // namespace
 
-OpenFile::OpenFile(const std::string& file)
-    : mName(file), mDescriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
-    struct stat facts {};
-    if (mDescriptor < 0 || fstat(mDescriptor, &facts) != 0) Throw(kCannotOpen, "Cannot open %1.");
-    mSize = static_cast<std::size_t>(facts.st_size);
+OpenFile::OpenFile(const std::string& file) : mName(file), mDescriptor(OpenToRead(file)) {
+    const std::optional<std::uint64_t> size = mDescriptor < 0 ? std::nullopt : SizeOfOpenFile(mDescriptor);
+    if (!size) Throw(kCannotOpen, "Cannot open %1.");
+    mSize = static_cast<std::size_t>(*size);
 }
 
 OpenFile::~OpenFile() {
-    close(mDescriptor);
+    CloseDescriptor(mDescriptor);
 }
 
 std::size_t OpenFile::ReadAt(std::size_t offset, char* destination, std::size_t size) const {
     std::size_t done = 0;
     while (done != size) {
-        const ssize_t count =
-            pread(mDescriptor, destination + done, size - done, static_cast<off_t>(offset + done));
+        const long count = ReadSomeAt(mDescriptor, offset + done, destination + done, size - done);
         if (count == 0) break;
-        if (count < 0 && errno == EINTR) continue;
         if (count < 0) Throw(kCannotRead, "Cannot read %1.");
         done += static_cast<std::size_t>(count);
     }

@@ -1,5 +1,5 @@
 #include "RoadCrossing.h"
-#include "SecondProcess.h"
+#include "tools/system/SecondProcess.h"
 #include "tools/zbase/record/MessageDocument.h"
 #include "tools/zbase/record/RecordView.h"
 #include "tools/zbase/terminal/Console.h"

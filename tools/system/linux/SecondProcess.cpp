@@ -1,4 +1,5 @@
-#include "SecondProcess.h"
+#include "tools/system/SecondProcess.h"
+#include "tools/system/Programs.h"
 #include "tools/zbase/terminal/Console.h"
 
 #include <fcntl.h>
@@ -11,8 +12,6 @@
 extern char** environ;
 
 namespace {
-
-constexpr char kThisProgram[] = "/proc/self/exe";
 
 /// Both ends of a pipe, each closed at the end of its scope at the latest.
 class Pipe {
@@ -50,9 +49,10 @@ pid_t Spawn(const std::vector<std::string>& arguments, const Pipe& input, const 
     posix_spawn_file_actions_adddup2(&actions, input.Reading(), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output.Writing(), STDOUT_FILENO);
     pid_t process = 0;
-    const int failure = posix_spawn(&process, kThisProgram, &actions, nullptr, pointers.data(), environ);
+    const std::string program = ThisProgram();
+    const int failure = posix_spawn(&process, program.c_str(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0) throw FileFailure(kThisProgram, failure);
+    if (failure != 0) throw FileFailure(program, failure);
     return process;
 }
 

@@ -1,0 +1,21 @@
+# Breakpad's programs that read dumps, for a system that the package has none for: from its sources, which need nothing of the
+# system. They read the dumps of every system.
+set(BREAKPAD_TOOLS_DIR ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/breakpad)
+set(source_dir ${BREAKPAD_DIR}/deps/breakpad/src)
+file(GLOB reader_sources ${source_dir}/processor/*.cc ${source_dir}/third_party/libdisasm/*.c)
+list(FILTER reader_sources EXCLUDE REGEX
+     "_unittest|_selftest|synth_minidump|/(minidump|microdump)_(dump|stackwalk)\\.cc|/microdump|disassembler_objdump")
+list(APPEND reader_sources ${source_dir}/common/path_helper.cc)
+file(WRITE ${PROJECT_BINARY_DIR}/breakpad/config.h "")
+add_library(zbase_dump_readers STATIC ${reader_sources})
+target_include_directories(zbase_dump_readers SYSTEM PUBLIC ${source_dir} ${PROJECT_BINARY_DIR}/breakpad)
+target_compile_options(zbase_dump_readers PUBLIC -w -O1 -g0)
+foreach(name minidump_stackwalk minidump_dump)
+    add_executable(${name} ${source_dir}/processor/${name}.cc)
+    target_link_libraries(${name} PRIVATE zbase_dump_readers)
+    target_link_options(${name} PRIVATE -static)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${BREAKPAD_TOOLS_DIR})
+    if(ZBASE_INSTALL)
+        install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR}/zbase COMPONENT tools)
+    endif()
+endforeach()

@@ -1,0 +1,113 @@
+#include "tools/zbase/crash/ImageSymbols.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+/// A small image: a section at 0x1000, whose content stands at 0x200 in the file, and one symbol.
+class ImageSymbols : public testing::Test {
+protected:
+    ImageSymbols() : mImage(0x400 + 18 + 4, '\0') {
+        Put("MZ", 0);
+        Number(0x3C, 0x40u);
+        Put("PE", 0x40);
+        Number(0x46, std::uint16_t{1});      // sections
+        Number(0x48, 0x11223344u);           // stamp
+        Number(0x4C, 0x400u);                // symbols
+        Number(0x50, 1u);                    // one of them
+        Number(0x54, std::uint16_t{240});    // octets of the second header
+        Number(0x58, std::uint16_t{0x20B});  // for 64 bits
+        Number(0x58 + 56, 0x5000u);          // size in memory
+        Number(0x58 + 108, 16u);             // tables
+        Number(0x58 + 112 + 24, 0x1100u);    // that of functions
+        Number(0x58 + 116 + 24, 12u);        // with one
+        Number(kSection + 12, 0x1000u);      // where it is loaded
+        Number(kSection + 16, 0x200u);       // octets in the file
+        Number(kSection + 20, 0x200u);       // where they stand
+        Function(0x300, 0x1010, 0x1030, 0x1150);
+        Codes(0x350, 0, {0x4205, 0x3001});
+        Put("_Z3Runv", 0x400);
+        Number(0x408, 0x10u);  // in its section
+        Number(0x40C, std::uint16_t{1});
+        Number(0x40E, std::uint16_t{0x20});  // a function
+    }
+
+    void Put(const char* text, std::size_t at) { std::memcpy(&mImage[at], text, std::strlen(text)); }
+
+    template <class T>
+    void Number(std::size_t at, T number) {
+        std::memcpy(&mImage[at], &number, sizeof number);
+    }
+
+    void Function(std::size_t at, std::uint32_t start, std::uint32_t end, std::uint32_t codes) {
+        Number(at, start);
+        Number(at + 4, end);
+        Number(at + 8, codes);
+    }
+
+    void Codes(std::size_t at, std::uint8_t flags, const std::vector<std::uint16_t>& slots) {
+        Number(at, static_cast<std::uint8_t>(1 | flags << 3));
+        Number(at + 2, static_cast<std::uint8_t>(slots.size()));
+        for (std::size_t i = 0; i != slots.size(); ++i) Number(at + 4 + i * 2, slots[i]);
+    }
+
+    std::string Symbols() const { return SymbolsOfImage(mImage, "a.exe", "ID"); }
+
+    static constexpr std::size_t kSection = 0x58 + 240;
+
+    std::string mImage;
+};
+
+TEST_F(ImageSymbols, TellFunctionsAndHowTheyAreUnwound) {
+    EXPECT_EQ(Symbols(),
+              "MODULE windows x86_64 ID a.exe\n"
+              "FUNC 1010 20 0 Run()\n"
+              "STACK CFI INIT 1010 20 .cfa: $rsp 8 + .ra: .cfa 8 - ^\n"
+              "STACK CFI 1011 .cfa: $rsp 16 + $rbx: .cfa 16 - ^\n"
+              "STACK CFI 1015 .cfa: $rsp 56 +\n");
+}
+
+TEST_F(ImageSymbols, PartOfAFunctionIsUnwoundAsWhatItContinues) {
+    Number(0x58 + 116 + 24, 24u);
+    Function(0x30C, 0x1080, 0x1090, 0x1170);
+    Codes(0x370, 4, {});
+    Function(0x374, 0x1010, 0x1030, 0x1150);
+    EXPECT_TRUE(Symbols().ends_with(
+        "STACK CFI INIT 1080 10 .cfa: $rsp 8 + .ra: .cfa 8 - ^ .cfa: $rsp 16 + $rbx: .cfa 16 - ^ .cfa: $rsp "
+        "56 +\n"))
+        << Symbols();
+}
+
+TEST_F(ImageSymbols, PartThatContinuesItselfEnds) {
+    Codes(0x350, 4, {});
+    Function(0x354, 0x1010, 0x1030, 0x1150);
+    EXPECT_NE(Symbols(), "");
+}
+
+TEST_F(ImageSymbols, IdentityIsTheStampAndTheSize) {
+    EXPECT_EQ(IdentityOfImage(mImage), (ImageIdentity{0x11223344, 0x5000}));
+    EXPECT_EQ(IdentityOfImage("\177ELF"), ImageIdentity{});
+}
+
+TEST_F(ImageSymbols, WhatIsNoImageHasNone) {
+    EXPECT_EQ(SymbolsOfImage("", "a", "b"), "");
+    EXPECT_EQ(SymbolsOfImage("MZ", "a", "b"), "");
+    EXPECT_EQ(SymbolsOfImage(mImage.substr(0, 0x50), "a", "b"), "");
+}
+
+// Each octet of the tables with every bit turned, and each end: there is an answer.
+TEST_F(ImageSymbols, DamagedImageIsReadWithinItsBounds) {
+    const std::string whole = mImage;
+    for (std::size_t end = 0; end != whole.size(); ++end) SymbolsOfImage(whole.substr(0, end), "a", "b");
+    for (std::size_t at = 0x3C; at < whole.size(); ++at) {
+        for (const int bits : {0xFF, 0x80, 0x7F}) {
+            mImage = whole;
+            mImage[at] = static_cast<char>(mImage[at] ^ bits);
+            Symbols();
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,213 @@
+#include "ImageSymbols.h"
+#include "ImageUnwinding.h"
+
+#include <cxxabi.h>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+// An image, "Portable Executable": a header, sections, a table of the functions with their unwind codes, a
+// table of exports, and the symbols that GNU's linker leaves. Every place in it is checked, as any file may
+// stand where a dump says that its module was.
+
+namespace {
+
+constexpr std::size_t kPlaceOfHeader = 0x3C;
+constexpr std::uint32_t kHeaderMagic = 0x4550;  // "PE"
+constexpr std::size_t kFileHeaderSize = 24;     // with its magic
+constexpr std::uint16_t kWideImage = 0x20B;
+constexpr std::size_t kSectionSize = 40;
+constexpr std::size_t kSymbolSize = 18;
+constexpr std::uint16_t kFunctionType = 0x20;
+constexpr std::size_t kExports = 0;  // places in the table of tables
+constexpr std::size_t kExceptions = 3;
+
+using Names = std::map<std::uint32_t, std::string>;  // by their addresses in the image
+
+/// The parts of an image.
+class Image {
+public:
+    explicit Image(const std::string& content) : mContent(content) {
+        if (!content.starts_with("MZ")) return;
+        const std::size_t header = Number<std::uint32_t>(kPlaceOfHeader);
+        if (Number<std::uint32_t>(header) != kHeaderMagic) return;
+        mOptional = header + kFileHeaderSize;
+        mIsImage = Number<std::uint16_t>(mOptional) == kWideImage;
+        mSections = mOptional + Number<std::uint16_t>(header + 20);
+        mSectionCount = Number<std::uint16_t>(header + 6);
+        mIdentity = {Number<std::uint32_t>(header + 8), Number<std::uint32_t>(mOptional + 56)};
+        mSymbols = Number<std::uint32_t>(header + 12);
+        mSymbolCount = Number<std::uint32_t>(header + 16);
+    }
+
+    bool IsImage() const { return mIsImage; }
+    ImageIdentity Identity() const { return mIsImage ? mIdentity : ImageIdentity{}; }
+
+    /// 0 beyond the end.
+    template <class T>
+    T Number(std::size_t at) const {
+        T number = 0;
+        if (at <= mContent.size() && mContent.size() - at >= sizeof number)
+            std::memcpy(&number, mContent.data() + at, sizeof number);
+        return number;
+    }
+
+    /// Where an address in the image stands in its file; the end if it does not.
+    std::size_t PlaceOf(std::uint32_t address) const {
+        for (std::size_t i = 0; i != mSectionCount; ++i) {
+            const std::size_t section = mSections + i * kSectionSize;
+            const auto start = Number<std::uint32_t>(section + 12);
+            if (address < start || address - start >= Number<std::uint32_t>(section + 16)) continue;
+            return std::size_t{Number<std::uint32_t>(section + 20)} + (address - start);
+        }
+        return mContent.size();
+    }
+
+    /// The functions with unwind codes, as the image has them.
+    std::vector<ImageFunction> Functions() const {
+        std::vector<ImageFunction> functions;
+        const std::size_t table = PlaceOf(TableAddress(kExceptions));
+        const std::size_t room = mContent.size() - std::min(table, mContent.size());
+        const std::size_t count = std::min<std::size_t>(TableSize(kExceptions), room) / sizeof(ImageFunction);
+        for (std::size_t i = 0; i != count; ++i)
+            functions.push_back(FunctionAt(table + i * sizeof(ImageFunction)));
+        return functions;
+    }
+
+    ImageFunction FunctionAt(std::size_t at) const {
+        return {Number<std::uint32_t>(at), Number<std::uint32_t>(at + 4), Number<std::uint32_t>(at + 8)};
+    }
+
+    Names FunctionNames() const {
+        Names names = ExportedNames();
+        const std::size_t texts = mSymbols + std::size_t{mSymbolCount} * kSymbolSize;
+        for (std::uint32_t i = 0; mSymbols != 0 && i < mSymbolCount; ++i) {
+            const std::size_t at = mSymbols + std::size_t{i} * kSymbolSize;
+            if (at > mContent.size()) break;
+            const auto section = Number<std::uint16_t>(at + 12);
+            i += Number<std::uint8_t>(at + 17);  // further records of this symbol
+            if (Number<std::uint16_t>(at + 14) != kFunctionType || section == 0 || section > mSectionCount)
+                continue;
+            const auto start = Number<std::uint32_t>(mSections + (section - 1) * kSectionSize + 12);
+            const bool isLong = Number<std::uint32_t>(at) == 0;
+            names[start + Number<std::uint32_t>(at + 8)] =
+                isLong ? Text(texts + Number<std::uint32_t>(at + 4), kLongestName) : Text(at, 8);
+        }
+        return names;
+    }
+
+private:
+    static constexpr std::size_t kLongestName = 4096;
+
+    std::uint32_t TableAddress(std::size_t table) const {
+        return table < Number<std::uint32_t>(mOptional + 108)
+                   ? Number<std::uint32_t>(mOptional + 112 + table * 8)
+                   : 0;
+    }
+    std::uint32_t TableSize(std::size_t table) const {
+        return Number<std::uint32_t>(mOptional + 116 + table * 8);
+    }
+
+    // Up to a zero.
+    std::string Text(std::size_t at, std::size_t most) const {
+        if (at >= mContent.size()) return "";
+        const std::string_view text = std::string_view(mContent).substr(at, most);
+        return std::string(text.substr(0, text.find('\0')));
+    }
+
+    Names ExportedNames() const {
+        Names names;
+        if (TableAddress(kExports) == 0) return names;
+        const std::size_t table = PlaceOf(TableAddress(kExports));
+        const std::size_t addresses = PlaceOf(Number<std::uint32_t>(table + 28));
+        const std::size_t texts = PlaceOf(Number<std::uint32_t>(table + 32));
+        const std::size_t ordinals = PlaceOf(Number<std::uint32_t>(table + 36));
+        const std::size_t count =
+            std::min<std::size_t>(Number<std::uint32_t>(table + 24), mContent.size() / 4);
+        for (std::size_t i = 0; i != count; ++i) {
+            const std::size_t ordinal = Number<std::uint16_t>(ordinals + i * 2);
+            const auto address = Number<std::uint32_t>(addresses + ordinal * 4);
+            names[address] = Text(PlaceOf(Number<std::uint32_t>(texts + i * 4)), kLongestName);
+        }
+        return names;
+    }
+
+    const std::string& mContent;
+    bool mIsImage = false;
+    ImageIdentity mIdentity;
+    std::size_t mOptional = 0;  // the second header
+    std::size_t mSections = 0;
+    std::size_t mSectionCount = 0;
+    std::size_t mSymbols = 0;
+    std::uint32_t mSymbolCount = 0;
+};
+
+std::string Demangled(const std::string& name) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> text(
+        abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), std::free);
+    std::string shown = text == nullptr ? name : text.get();
+    for (char& letter : shown)
+        if (static_cast<unsigned char>(letter) < ' ') letter = '?';
+    return shown;
+}
+
+std::string Hex(std::uint32_t number) {
+    char digits[9];
+    std::snprintf(digits, sizeof digits, "%x", number);
+    return digits;
+}
+
+// The unwind codes at an address, those of the function that it continues before its own.
+std::vector<UnwindCode> CodesAt(const Image& image, std::uint32_t address, UnwindFrame& frame) {
+    constexpr int kMostLinks = 32;
+    std::vector<UnwindCode> codes;
+    for (int link = 0; link != kMostLinks; ++link) {
+        const std::size_t at = image.PlaceOf(address);
+        const unsigned int head = image.Number<std::uint8_t>(at);
+        const std::size_t count = image.Number<std::uint8_t>(at + 2);
+        const unsigned int fixed = image.Number<std::uint8_t>(at + 3);
+        if ((fixed & 15) != 0) frame = {static_cast<std::uint8_t>(fixed & 15), (fixed >> 4) * 16};
+        std::vector<std::uint16_t> slots;
+        for (std::size_t i = 0; i != count; ++i) slots.push_back(image.Number<std::uint16_t>(at + 4 + i * 2));
+        std::vector<UnwindCode> own = ReadUnwindCodes(slots);
+        if (link != 0)  // all of them have run
+            for (UnwindCode& code : own) code.offset = 0;
+        codes.insert(codes.begin(), own.begin(), own.end());
+        constexpr unsigned int kContinues = 4;
+        if ((head >> 3 & kContinues) == 0) break;
+        address = image.FunctionAt(at + 4 + (count + 1) / 2 * 4).codes;
+    }
+    return codes;
+}
+
+}  // namespace
+
+ImageIdentity IdentityOfImage(const std::string& image) {
+    return Image(image).Identity();
+}
+
+std::string SymbolsOfImage(const std::string& content, const std::string& name, const std::string& id) {
+    const Image image(content);
+    if (!image.IsImage()) return "";
+    std::string symbols = "MODULE windows x86_64 " + id + " " + name + "\n";
+    std::string unwinding;
+    Names names = image.FunctionNames();
+    for (const ImageFunction& function : image.Functions()) {
+        if (function.end <= function.start) continue;
+        const std::uint32_t size = function.end - function.start;
+        const auto known = names.find(function.start);
+        if (known != names.end())
+            symbols +=
+                "FUNC " + Hex(function.start) + " " + Hex(size) + " 0 " + Demangled(known->second) + "\n";
+        UnwindFrame frame;
+        const std::vector<UnwindCode> codes = CodesAt(image, function.codes, frame);
+        unwinding += UnwindRules(function, codes, frame);
+    }
+    return symbols + unwinding;
+}
