@@ -6,7 +6,7 @@
 # "support/windows/skipped.txt" names each test that is skipped, with the reason.
 string(CONCAT only_linux "^#include [<\"](sys/(wait|mman|resource|syscall|prctl|socket|utsname|file|auxv|ptrace|mount)|dlfcn|"
        "poll|link\\.h|netinet|linux/|arpa/|ucontext|spawn|netdb|iconv|unicode/|syslog|pwd|net/if|langinfo|ifaddrs|elf\\.h|"
-       "execinfo|alloca|.*/linux/|tests/support/(RefusedCalls|BackgroundChild))")
+       "execinfo|alloca|.*/linux/|tests/support/RefusedCalls|tests/crash/FixedServer)")
 
 # zbase_portable(variable): leaves the sources in the variable that Windows can build.
 function(zbase_portable variable)
@@ -50,13 +50,17 @@ target_precompile_headers(zbase_test_headers PRIVATE <gtest/gtest.h> <Base/ZBase
 target_compile_definitions(zbase_test_support PRIVATE ZBASE_STATIC ZLITEXML_STATIC)
 target_compile_options(zbase_test_support PRIVATE -O1 -Wno-maybe-uninitialized)
 
-# zbase_tests(folder [SHARED] LIBRARIES ...): one test program of a folder's sources.
+# zbase_tests(folder [SHARED] LIBRARIES ... [EXCEPT ...]): one test program of a folder's sources, without those of these stems.
 function(zbase_tests folder)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "SHARED" "" "LIBRARIES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SHARED" "" "LIBRARIES;EXCEPT")
     string(REPLACE "/" "_" name ${folder})
     set(program ${name}_tests)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp
          ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/windows/*.cpp)
+    foreach(stem ${arg_EXCEPT})
+        list(REMOVE_ITEM sources ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/${stem}.cpp)
+        set_property(GLOBAL APPEND_STRING PROPERTY zbase_not_built "tests/${folder}/${stem}.cpp  is about what only Linux has\n")
+    endforeach()
     zbase_portable(sources)
     add_executable(${program} ${sources})
     zbase_compile(${program})
@@ -119,6 +123,26 @@ zbase_tests(platform/os LIBRARIES ${objects})
 zbase_tests(platform SHARED LIBRARIES ZBase::ZBase)
 if(children OR components_built)
     add_dependencies(platform_tests ${children} ${components_built})
+endif()
+
+if(ZBASE_CRASH_REPORTING)
+    add_subdirectory(platform/os/windows)
+endif()
+zbase_tests(diagnostics SHARED LIBRARIES ZBase::ZBase EXCEPT CaptureTest DebugHelpTest StructuredExceptionTest)
+if(ZBASE_CRASH_REPORTING)
+    zbase_tests(crash SHARED LIBRARIES ZBase::ZBase EXCEPT CrashReportTest CrashConfinedTest CrashChainTest CrashRightsTest
+                CrashRuntimesTest CrashAttachmentsTest CrashInstallationTest CrashNotesTest CrashDeliveryTest LastWordsTest
+                PackedReportTest FaultReportTest CrashUploadTest)
+    add_dependencies(crash_tests zbase-crash-sender)
+endif()
+if(ZBASE_BUILD_TOOLS)
+    zbase_tests(tools SHARED LIBRARIES ZBase::ZLiteXML advapi32 shell32 EXCEPT HostCommandTest ProgressTest)
+    add_dependencies(tools_tests zbase WindowsCrashProbe)
+    target_sources(tools_tests PRIVATE ${ZBASE_TOOLS_SYSTEM_SOURCES})
+    foreach(component crash/DumpedModules crash/ImageSymbols crash/ImageUnwinding terminal/Console terminal/Progress text/TextScan
+            text/TextStream)
+        target_sources(tools_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/zbase/${component}.cpp)
+    endforeach()
 endif()
 
 add_library(zbase_os_for_scripts STATIC $<TARGET_OBJECTS:zbase_os>)

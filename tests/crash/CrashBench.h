@@ -40,7 +40,7 @@ protected:
     /// Writes the configuration: both servers are `mServer`, dumps go to `mDumps`.
     void Configure(const std::string& moreSettings = "", const std::string& crashKeys = "");
     void WriteConfig(const std::string& content) const;
-    std::string Config() const { return mFolder / "crash_report.ini"; }
+    std::string Config() const { return (mFolder / "crash_report.ini").string(); }
 
     /// Runs CrashProbe, or another program of tests/children.
     ChildResult Crash(const std::vector<std::string>& arguments,

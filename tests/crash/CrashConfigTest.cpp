@@ -5,6 +5,7 @@
 
 #include "tests/crash/CrashBench.h"
 #include "tests/support/Locales.h"
+#include "tests/support/System.h"
 
 // The configuration: how its lines are read, and where the file is found.
 
@@ -25,8 +26,7 @@ protected:
     Tables Read(const std::string& content) {
         WriteConfig(content);
         Tables tables;
-        EXPECT_TRUE(ZBase::ReadCrashConfig((mFolder / "crash_report.ini").c_str(), tables.settings,
-                                           tables.crashKeys));
+        EXPECT_TRUE(ZBase::ReadCrashConfig(Config().c_str(), tables.settings, tables.crashKeys));
         return tables;
     }
 };
@@ -133,14 +133,15 @@ TEST_F(CrashConfigFile, MayBeOneLineOfTenMebibytes) {
 
 TEST_F(CrashConfigFile, ThatCantBeOpenedIsTold) {
     Tables tables;
-    EXPECT_FALSE(ZBase::ReadCrashConfig((mFolder / "missing").c_str(), tables.settings, tables.crashKeys));
+    EXPECT_FALSE(
+        ZBase::ReadCrashConfig((mFolder / "missing").string().c_str(), tables.settings, tables.crashKeys));
     EXPECT_FALSE(ZBase::ReadCrashConfig(nullptr, tables.settings, tables.crashKeys));
 }
 
 TEST_F(CrashConfigFile, ReadingAddsToWhatIsThere) {
     WriteConfig("[Config]\na=1\n");
     Tables tables{{{"a"_w, "0"_w}, {"b"_w, "0"_w}}, {}};
-    ZBase::ReadCrashConfig((mFolder / "crash_report.ini").c_str(), tables.settings, tables.crashKeys);
+    ZBase::ReadCrashConfig(Config().c_str(), tables.settings, tables.crashKeys);
     EXPECT_EQ(tables.settings, (CrashConfigTable{{"a"_w, "1"_w}, {"b"_w, "0"_w}}));
 }
 
@@ -186,31 +187,31 @@ TEST(CrashConfigSettings, NeedBothServersAndMayNotBeDisabled) {
 class CrashConfigSearch : public test::CrashBench {
 protected:
     void SetUp() override {
-        unsetenv("ZENT_CRASH_CONFIG_FILE");
-        unsetenv("ZENT_HOME_PATH");
+        test::SetVariable("ZENT_CRASH_CONFIG_FILE", nullptr);
+        test::SetVariable("ZENT_HOME_PATH", nullptr);
     }
     void TearDown() override { SetUp(); }
     std::string Find() { return ZBase::FindCrashConfig().c_str(); }
 };
 
 TEST_F(CrashConfigSearch, TakesTheNamedFileUntested) {
-    setenv("ZENT_CRASH_CONFIG_FILE", "/no/such/file", 1);
-    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    test::SetVariable("ZENT_CRASH_CONFIG_FILE", "/no/such/file");
+    test::SetVariable("ZENT_HOME_PATH", mFolder.string().c_str());
     WriteConfig("");
     EXPECT_EQ(Find(), "/no/such/file");
 }
 
 TEST_F(CrashConfigSearch, TakesTheFileInTheHome) {
-    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    test::SetVariable("ZENT_HOME_PATH", mFolder.string().c_str());
     WriteConfig("");
     EXPECT_EQ(Find(), mFolder.string() + "/crash_report.ini");
 }
 
 TEST_F(CrashConfigSearch, FallsBackToTheCurrentDirectory) {
     EXPECT_EQ(Find(), "crash_report.ini");
-    setenv("ZENT_HOME_PATH", mFolder.c_str(), 1);
+    test::SetVariable("ZENT_HOME_PATH", mFolder.string().c_str());
     EXPECT_EQ(Find(), "crash_report.ini");
-    setenv("ZENT_CRASH_CONFIG_FILE", "", 1);
+    test::SetVariable("ZENT_CRASH_CONFIG_FILE", "");
     EXPECT_EQ(Find(), "crash_report.ini");
 }
 

@@ -107,7 +107,7 @@ TEST_F(LeakReport, AfterClearCountsNone) {
 TEST_F(LeakReport, ObjectsComeInTheOrderOfTheirAddresses) {
     gDebugHelp.steps = 0;
     RefCountCallStackTracer* tracer = Tracer();
-    for (const std::uintptr_t address : {0x30UL, 0x10UL, ~0UL, 0x20UL})
+    for (const std::uintptr_t address : std::initializer_list<std::uintptr_t>{0x30, 0x10, UINTPTR_MAX, 0x20})
         tracer->RecordRefCount(Object(address), -7);
     tracer->Delete();
     std::string expected = Process() + "******<Nodes>: Number of leaked objects = 4\n";

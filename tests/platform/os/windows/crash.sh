@@ -1,8 +1,8 @@
 #!/bin/bash
-# crash.sh WINE PROBE RECEIVER KIND: lets the probe crash and looks at its end, at what the server received, and at
-# what is left.
+# crash.sh WINE PROBE RECEIVER COMMAND KIND: lets the probe crash and looks at its end, at what the server received, at
+# what is left, and at what the command shows of the dump.
 set -eu
-wine=$1 probe=$2 receiver=$3 kind=$4
+wine=$1 probe=$2 receiver=$3 command=$4 kind=$5
 work=$(mktemp -d /tmp/zbase-windows-crash-XXXXXX)
 server=
 trap '[ -z "$server" ] || kill "$server" 2>/dev/null || :; rm -rf "$work"' EXIT
@@ -53,3 +53,19 @@ case $kind in
     demand) key "reason=hanging"; [ "$(cat "$work/output" | tr -d '\r')" = 11 ] || fail "the dumps were refused" ;;
     translated-*) grep -q "caught 1" "$work/output" || fail "the fault was not caught" ;;
 esac
+
+# On the stack of the crashed thread.
+function=main
+case $kind in
+    null | thread | heap | exit | translated-*) function=WriteToNull ;;
+    overflow | thread-overflow) function=Overflow ;;
+    divide) function=DivideByZero ;;
+    nowhere) function=CallNowhere ;;
+    pure) function=CallPureVirtual ;;
+    throw | thread-throw) function=ThrowUncaught ;;
+    message) function=ThrowMessage ;;
+    demand) function=WriteDumps ;;
+esac
+[ -n "$command" ] || exit 0
+"$wine" "$command" crash show "Z:$(ls "$work"/received/*.dmp | head -1 | tr / '\\')" >"$work/shown" || fail "the dump can't be shown"
+sed '/^Crash keys/,$d' "$work/shown" | grep -q "WindowsCrashProbe.exe.*$function" || { cat "$work/shown" >&2; fail "no $function"; }

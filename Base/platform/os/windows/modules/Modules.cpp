@@ -36,11 +36,18 @@ const unsigned short* ComponentEnding() {
     return ending;
 }
 
-// The system's loader has a code and no words.
+// The system's loader has a code and no words. Not every version has that of a module that is not there for a
+// directory.
 Module LoadModule(const unsigned short* fileName, std::basic_string<unsigned short>& words) {
     words.clear();
     const QuietErrors quiet;
-    return LoadLibraryW(ToSystem(fileName));
+    const HMODULE module = LoadLibraryW(ToSystem(fileName));
+    if (module == nullptr && GetLastError() == ERROR_ACCESS_DENIED) {
+        const DWORD kind = GetFileAttributesW(ToSystem(fileName));
+        const bool isDirectory = kind != INVALID_FILE_ATTRIBUTES && (kind & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        SetLastError(isDirectory ? ERROR_MOD_NOT_FOUND : ERROR_ACCESS_DENIED);
+    }
+    return module;
 }
 
 void FreeModule(Module module) {
