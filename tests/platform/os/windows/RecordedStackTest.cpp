@@ -19,7 +19,7 @@ using namespace ZBase;
 class BusyThread {
 public:
     explicit BusyThread(void (*work)()) : mThread([this, work] { Run(work); }) {
-        while (mId == 0) Sleep(0);
+        while (mId == 0) ::Sleep(0);
         mpHandle = ::OpenThread(THREAD_ALL_ACCESS, FALSE, mId);
     }
     ~BusyThread() {
@@ -84,7 +84,7 @@ TEST(RecordedStack, OfAThreadThatAllocatesNeverHangs) {
 }
 
 TEST(RecordedStack, OfAThreadThatSleepsNeverHangs) {
-    CaptureOften([] { Sleep(1); });
+    CaptureOften([] { ::Sleep(1); });
 }
 
 TEST(RecordedStack, OfAThreadThatSpinsNeverHangs) {
