@@ -204,7 +204,7 @@ TEST_F(CrashConfigSearch, TakesTheNamedFileUntested) {
 TEST_F(CrashConfigSearch, TakesTheFileInTheHome) {
     test::SetVariable("ZENT_HOME_PATH", mFolder.string().c_str());
     WriteConfig("");
-    EXPECT_EQ(Find(), mFolder.string() + "/crash_report.ini");
+    EXPECT_EQ(Find(), Config());
 }
 
 TEST_F(CrashConfigSearch, FallsBackToTheCurrentDirectory) {

@@ -73,7 +73,7 @@ TEST(LeakTracing, NamesTheFunctionThatLeaked) {
     tracer->ReportLeaks();
     const std::string report = file.Text();
     EXPECT_NE(report.find(">: Number of leaked objects = 1\n"), std::string::npos) << report;
-    EXPECT_NE(report.find("\tSym:[ForgetsToRelease(TracedNode*)]+0x"), std::string::npos) << report;
+    EXPECT_NE(report.find("\tSym:[ForgetsToRelease"), std::string::npos) << report;
     EXPECT_EQ(report.find("ReleasesAsItShould"), std::string::npos) << report;
     for (TracedNode* node : leaked) node->Release();
     tracer->Delete();

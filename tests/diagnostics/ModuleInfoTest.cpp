@@ -5,11 +5,13 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFile.h"
 
 namespace {
@@ -19,6 +21,8 @@ using ZBase::ModuleInfo;
 // An address of this program.
 void Here() {}
 const auto kHere = reinterpret_cast<std::uint64_t>(&Here);
+const std::string kThisProgram =
+    std::filesystem::path(test::ChildProgram("diagnostics_tests")).filename().string();
 constexpr std::uint64_t kHighest = ~std::uint64_t{0};
 
 // As they were given, where nothing is found.
@@ -45,7 +49,7 @@ TEST(ModuleInfo, NamesTheModuleOfAnAddress) {
     modules.Initialize();
     modules.Initialize();
     const Found here = Find(modules, kHere);
-    EXPECT_EQ(here.name, "diagnostics_tests");
+    EXPECT_EQ(here.name, kThisProgram);
     EXPECT_LT(here.base, kHere);
     EXPECT_EQ(here.base % 4096, 0U);
 }
@@ -75,7 +79,7 @@ TEST(ModuleInfo, ThreadsInitializeAtOnceAndEachFindsTheModules) {
         for (int i = 0; i != 4; ++i) {
             threads.emplace_back([&] {
                 modules.Initialize();
-                found += Find(modules, kHere).name == "diagnostics_tests";
+                found += Find(modules, kHere).name == kThisProgram;
             });
         }
         for (std::thread& thread : threads) thread.join();

@@ -11,6 +11,9 @@ namespace ZBase::os {
 
 namespace {
 
+// A result of a call that failed by a code that is none: not every system goes without a text for it.
+constexpr unsigned int kFailureWithoutCode = 0x80070000;
+
 constexpr DWORD kSource = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
 
 // Whether the system has a text, which goes to nobody.
@@ -27,6 +30,10 @@ bool HasText(unsigned int code, unsigned short language) {
 template <class Ch, class FromSystem>
 unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsigned int capacity,
                     FromSystem fromSystem) {
+    if (code == kFailureWithoutCode) {
+        SetLastError(ERROR_MR_MID_NOT_FOUND);
+        return 0;
+    }
     const bool isEnglish = language == kSystemLanguage || language == kEnglish;
     if (const char* text = isEnglish ? FindCarriedMessage(code) : nullptr)
         return WriteSystemMessage(text, buffer, capacity);
