@@ -27,8 +27,8 @@ std::vector<std::string> ProgramDirectories();
 /// A text file that every system of this kind has.
 std::string TextOfTheSystem();
 
-/// The text that a program prints, with line feeds alone. Throws `Failure` if it can't be run, or fails and prints nothing; its error stream
-/// is dropped.
+/// The text that a program prints, with line feeds alone. Throws `Failure` if it can't be run, or fails and
+/// prints nothing; its error stream is dropped.
 std::string OutputOf(const std::vector<std::string>& command);
 
 /// A program that runs until the end of the object at most.

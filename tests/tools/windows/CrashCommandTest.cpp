@@ -94,7 +94,8 @@ TEST_F(CrashCommand, ShowTellsReasonStackKeysAndModules) {
     EXPECT_TRUE(Has(child.output, "\n  0\tWindowsCrashProbe.exe\t")) << child.output;
     EXPECT_TRUE(Has(child.output, "WriteToNull")) << child.output;
     EXPECT_TRUE(Has(child.output, "\tmain")) << child.output;
-    EXPECT_TRUE(Has(child.output, "Crash keys\n  kind=null\n  product=probe\nNotes\n  a note\nModules\n")) << child.output;
+    EXPECT_TRUE(Has(child.output, "Crash keys\n  kind=null\n  product=probe\nNotes\n  a note\nModules\n"))
+        << child.output;
     EXPECT_TRUE(Has(child.output, "libZBase.dll\n")) << child.output;
 }
 
