@@ -62,6 +62,16 @@ protected:
         writer->EndElement("a");
     }
 
+    // Whether a program that this process starts would get the file.
+    static bool PassedToChildren(const fs::path& file) {
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (fs::read_symlink(entry, gone) != file) continue;
+            if ((fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC) == 0) return true;
+        }
+        return false;
+    }
+
     fs::path mFolder;
 };
 
@@ -313,6 +323,28 @@ TEST_F(FileWriter, MountPointIsWrittenInPlace) {
     EXPECT_EQ(ReadAll(file), "under");
 }
 
+TEST_F(FileWriter, FileInADirectoryThatIsClosedMeanwhileIsWrittenInPlace) {
+    const fs::path file = mFolder / "old.xml";
+    std::ofstream(file) << "old and longer than what is written";
+    constexpr uid_t kOther = 65534;
+    const bool isRoot = geteuid() == 0;
+    if (isRoot && (chown(file.c_str(), kOther, kOther) != 0 || chown(mFolder.c_str(), kOther, kOther) != 0))
+        GTEST_SKIP() << "this root may not give files away";
+    const int result = InChild([&] {
+        if (isRoot && setuid(kOther) != 0) return kSkipped;
+        const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = false});
+        writer->StartElement("a");
+        if (chmod(mFolder.c_str(), 0555) != 0) return 2;
+        writer->EndElement("a");
+        return 0;
+    });
+    ASSERT_EQ(chmod(mFolder.c_str(), 0755), 0);
+    if (result == kSkipped) GTEST_SKIP() << "this root may not become another user";
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(ReadAll(file), "<a/>");
+    EXPECT_EQ(Files(), 1u);
+}
+
 // As on a file system without hard links.
 TEST_F(FileWriter, DocumentThatCannotBeLinkedIsCopiedUnderItsName) {
     const fs::path file = mFolder / "old.xml";
@@ -320,7 +352,12 @@ TEST_F(FileWriter, DocumentThatCannotBeLinkedIsCopiedUnderItsName) {
     ASSERT_EQ(chmod(file.c_str(), 0640), 0);
     const int result = InChild([&] {
         if (!test::RefuseCalls({SYS_linkat}, EPERM)) return kSkipped;
-        WriteTo(file);
+        {
+            const auto writer = ZLiteXML::CreateFileWriter(file.c_str(), {.declaration = false});
+            writer->StartElement("a");
+            writer->EndElement("a");
+            if (PassedToChildren(file)) return 2;
+        }
         WriteTo(mFolder / "new.xml");
         return 0;
     });
