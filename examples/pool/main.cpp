@@ -49,7 +49,7 @@ int Send(const std::string& program, const ZBase::Message& failure) {
     std::string document;
     ZBase::SerializeToXML(failure, *ZLiteXML::CreateStringWriter(document, {.replace = true}));
     fflush(stdout);
-    FILE* const other = popen(("'" + program + "' --receive").c_str(), "w");
+    FILE* const other = popen(("\"" + program + "\" --receive").c_str(), "w");
     if (other == nullptr) return 1;
     fwrite(document.data(), 1, document.size(), other);
     return pclose(other);

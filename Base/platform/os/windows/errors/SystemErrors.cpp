@@ -11,8 +11,10 @@ namespace ZBase::os {
 
 namespace {
 
-// A result of a call that failed by a code that is none: not every system goes without a text for it.
-constexpr unsigned int kFailureWithoutCode = 0x80070000;
+// The result of a call that failed by a code of the system that is none. Not every version goes without a
+// text.
+constexpr unsigned int kResultWithoutCode = 0x00070000;
+constexpr unsigned int kOfResult = 0x1FFFFFFF;  // without its severity
 
 constexpr DWORD kSource = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
 
@@ -30,7 +32,7 @@ bool HasText(unsigned int code, unsigned short language) {
 template <class Ch, class FromSystem>
 unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsigned int capacity,
                     FromSystem fromSystem) {
-    if (code == kFailureWithoutCode) {
+    if ((code & kOfResult) == kResultWithoutCode) {
         SetLastError(ERROR_MR_MID_NOT_FOUND);
         return 0;
     }
