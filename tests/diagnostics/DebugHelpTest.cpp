@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Sanitizers.h"
 
 // Variants of debug help: missing, without an entry, failing to start, and scripted by the test. Each is put
 // beside a copy of the library.
@@ -72,6 +73,7 @@ TEST_F(DebugHelp, StandsBesideTheLibraryWhateverDirectoryIsCurrent) {
 }
 
 TEST_F(DebugHelp, IsOpenedWhereNoDescriptorIsFreeAndTheLimitStays) {
+    if (test::kIsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
     Put("ScriptedDebugHelp");
     const std::string output = Run({"limit", "stack", "limit"}, {"ZBASE_TEST_STEPS=6"});
     EXPECT_NE(output.find("\n1 lines\n"), std::string::npos) << output;
