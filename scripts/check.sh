@@ -66,6 +66,7 @@ check_portability() {
 # All of it for 64-bit Windows, and its tests under Wine.
 check_windows() {
     scripts/test.sh --preset windows
+    scripts/windows/exports.sh
     scripts/windows/dumps.sh
     scripts/windows/package.sh
 }
