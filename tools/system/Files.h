@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 
 // Files as the commands need them of the system. Paths are UTF-8.
 
@@ -32,6 +34,23 @@ std::string CopyEnd(const std::string& file, const std::string& copy, std::uint6
 
 /// Makes a directory for temporary files, of which `name` is the beginning. Throws `Failure`.
 std::string MakeTemporaryDirectory(const std::string& name);
+
+/// One that is removed, with all that is in it, at the end of the object.
+class TemporaryDirectory {
+public:
+    explicit TemporaryDirectory(const std::string& name) : mPath(MakeTemporaryDirectory(name)) {}
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(mPath, ignored);
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& Path() const { return mPath; }
+
+private:
+    std::filesystem::path mPath;
+};
 
 /// Whether this process may make files in a directory; false with `errno`.
 bool CanMakeFilesIn(const std::string& directory);

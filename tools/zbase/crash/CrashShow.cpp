@@ -40,15 +40,7 @@ std::vector<std::string> Split(const std::string& text, char separator) {
 /// A directory of symbol files, removed at the end.
 class SymbolStore {
 public:
-    SymbolStore() : mPlace(MakeTemporaryDirectory("zbase-symbols")) {}
-    ~SymbolStore() {
-        std::error_code ignored;
-        fs::remove_all(mPlace, ignored);
-    }
-    SymbolStore(const SymbolStore&) = delete;
-    SymbolStore& operator=(const SymbolStore&) = delete;
-
-    const fs::path& Place() const { return mPlace; }
+    const fs::path& Place() const { return mDirectory.Path(); }
 
     // A module without symbols is shown without them.
     void Add(const std::string& module) const {
@@ -71,8 +63,8 @@ public:
 
     // A file of this directory.
     fs::path Keep(const char* name, const std::string& content) const {
-        std::ofstream(mPlace / name, std::ios::binary) << content;
-        return mPlace / name;
+        std::ofstream(Place() / name, std::ios::binary) << content;
+        return Place() / name;
     }
 
 private:
@@ -80,12 +72,12 @@ private:
     void Write(const std::string& name, const std::string& id, const std::string& symbols) const {
         if (name.find_first_of("/\\:") != std::string::npos || name == "." || name == "..") return;
         const std::string base = name.ends_with(".pdb") ? name.substr(0, name.size() - 4) : name;
-        const fs::path place = mPlace / name / id;
+        const fs::path place = Place() / name / id;
         fs::create_directories(place);
         std::ofstream(place / (base + ".sym"), std::ios::binary) << symbols;
     }
 
-    fs::path mPlace;
+    TemporaryDirectory mDirectory{"zbase-symbols"};
 };
 
 /// The output of Breakpad's reader, a line of fields each.

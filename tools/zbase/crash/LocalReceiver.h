@@ -1,9 +1,9 @@
 #pragma once
 
+#include "tools/system/Files.h"
 #include "tools/system/Programs.h"
 
 #include <filesystem>
-#include <optional>
 #include <string>
 
 /// The report server for development, run in a process of its own until the end of the scope, with a
@@ -11,14 +11,11 @@
 class LocalReceiver {
 public:
     LocalReceiver();
-    ~LocalReceiver();
-    LocalReceiver(const LocalReceiver&) = delete;
-    LocalReceiver& operator=(const LocalReceiver&) = delete;
 
-    const std::string& Address() const { return mProgram->FirstLine(); }
-    const std::filesystem::path& Directory() const { return mDirectory; }
+    const std::string& Address() const { return mProgram.FirstLine(); }
+    const std::filesystem::path& Directory() const { return mDirectory.Path(); }
 
 private:
-    std::filesystem::path mDirectory;
-    std::optional<BackgroundProgram> mProgram;
+    TemporaryDirectory mDirectory;
+    BackgroundProgram mProgram;
 };
