@@ -67,6 +67,7 @@ check_portability() {
 check_windows() {
     scripts/test.sh --preset windows
     scripts/windows/exports.sh
+    scripts/windows/messages.sh
     scripts/windows/dumps.sh
     scripts/windows/package.sh
 }

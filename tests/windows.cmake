@@ -88,6 +88,12 @@ foreach(name BufferChoiceProbe EventProbe HostProbe LeakProbe OverlapProbe Termi
 endforeach()
 target_link_libraries(SettingsProbe PRIVATE zbase_logic zbase_os)
 
+# Its output is compared with that of the same source on Linux: scripts/windows/messages.sh.
+add_executable(RecordProbe platform/os/windows/children/RecordProbe.cpp)
+zbase_compile(RecordProbe)
+target_include_directories(RecordProbe PRIVATE ${PROJECT_SOURCE_DIR})
+target_link_libraries(RecordProbe PRIVATE ZBase::ZLiteXML)
+
 # Components that the tests load by their names, and a stand-in for the outside heap.
 file(GLOB component_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/components/*.cpp)
 zbase_portable(component_sources)
