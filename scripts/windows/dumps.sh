@@ -1,9 +1,10 @@
 #!/bin/sh
-# dumps.sh: a dump of each system is read by the command of both: those that scripts/build.sh and the preset "windows" made.
+# dumps.sh: a dump of each system is read by the command of both. The preset "windows" is built; of Linux the command and a program
+# that crashes are built where they are not.
 set -eu
 cd "$(dirname "$0")/../.."
 top=$PWD
-[ -x build/release/tests/CrashProbe ] || { echo "dumps.sh: nothing is built for this system: scripts/build.sh" >&2; exit 1; }
+[ -x build/release/tests/CrashProbe ] && [ -x build/release/tools/zbase/zbase ] || scripts/build.sh zbase CrashProbe
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 

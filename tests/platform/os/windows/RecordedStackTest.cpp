@@ -62,7 +62,7 @@ std::uint64_t Capture(void* thread, bool stops) {
 }
 
 void CaptureOften(void (*work)()) {
-    constexpr int kTimes = 2500;
+    constexpr int kTimes = 10'000;
     const BusyThread thread(work);
     int failed = 0;
     for (int i = 0; i != kTimes; ++i) failed += Capture(thread.Handle(), true) < 2;
@@ -79,19 +79,19 @@ void Load() {
     if (module != nullptr) FreeLibrary(module);
 }
 
-TEST(RecordedStack, OfAThreadThatAllocatesNeverHangs) {
+TEST(RecordedStack, TenThousandOfAThreadThatAllocatesNeverHang) {
     CaptureOften(Allocate);
 }
 
-TEST(RecordedStack, OfAThreadThatSleepsNeverHangs) {
+TEST(RecordedStack, TenThousandOfAThreadThatSleepsNeverHang) {
     CaptureOften([] { ::Sleep(1); });
 }
 
-TEST(RecordedStack, OfAThreadThatSpinsNeverHangs) {
+TEST(RecordedStack, TenThousandOfAThreadThatSpinsNeverHang) {
     CaptureOften([] {});
 }
 
-TEST(RecordedStack, OfAThreadThatLoadsNeverHangs) {
+TEST(RecordedStack, TenThousandOfAThreadThatLoadsNeverHang) {
     CaptureOften(Load);
 }
 

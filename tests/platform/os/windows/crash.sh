@@ -23,7 +23,12 @@ END
 status=0
 ZENT_CRASH_CONFIG_FILE="Z:$(echo "$work/crash_report.ini" | tr / '\\')" "$wine" "$probe" "$kind" >"$work/output" || status=$?
 
-fail() { echo "crash.sh $kind: $1" >&2; cat "$work/output" "$work/server" "$work"/received/*.keys >&2 || :; exit 1; }
+fail() {
+    echo "crash.sh $kind: $1" >&2
+    tail -n 50 "$work/output" >&2
+    cat "$work/server" "$work"/received/*.keys >&2 || :
+    exit 1
+}
 key() { grep -qxF "$1" "$work/received/1.keys" || fail "no key $1"; }
 
 # The lowest octet of what the process ends with is what Wine hands on.
