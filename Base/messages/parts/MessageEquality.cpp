@@ -4,7 +4,6 @@
 #include <Base/messages/detail/Records.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -37,10 +36,15 @@ Texts TextsOf(const Message& message) {
     while (const Record* record = walker.Next()) {
         if (record->tag == TAG_LOCALIZED_TEXT) texts.push_back(&record->As<LocalizedText>());
     }
-    const auto language = [](const LocalizedText* text) -> std::uint16_t { return text->language; };
-    std::ranges::stable_sort(texts, {}, language);
-    const auto further = std::ranges::unique(texts, {}, language);
-    texts.erase(further.begin(), further.end());
+    const auto before = [](const LocalizedText* a, const LocalizedText* b) {
+        return a->language < b->language;
+    };
+    const auto same = [](const LocalizedText* a, const LocalizedText* b) {
+        return a->language == b->language;
+    };
+    std::stable_sort(texts.begin(), texts.end(), before);
+    // The forms over ranges give a range, which Clang 14 does not compile.
+    texts.erase(std::unique(texts.begin(), texts.end(), same), texts.end());
     return texts;
 }
 
