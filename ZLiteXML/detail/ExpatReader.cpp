@@ -22,6 +22,9 @@ constexpr std::size_t kTextPiece = 65536;  // bytes
 constexpr std::uint64_t kShortToken = 256;       // bytes
 constexpr std::uint64_t kLargestFeed = 1 << 20;  // bytes, unless the token that is open is longer
 
+// By so many bytes the parser tells the encodings apart: by fewer it would decide otherwise.
+constexpr std::size_t kFirstBytes = 2;
+
 // The parser counts its bytes in an `int` which it doubles.
 constexpr std::uint64_t kLongestToken = (1u << 30) - 2 * kLargestFeed;  // bytes
 
@@ -188,6 +191,7 @@ std::size_t ExpatReader::Parse(const char* bytes, std::size_t size, EGive give) 
             const bool isWorthIt = unfinished <= kShortToken || count >= unfinished;
             count = WithoutCutLineEnd(bytes + given, count);
             if (count == 0 || (give == EGive::WhatIsWorthIt && !isWorthIt)) return given;
+            if (mParsed == 0 && count < kFirstBytes) return given;
         }
         ParsePiece(bytes + given, static_cast<int>(count), isLast);
         given += count;

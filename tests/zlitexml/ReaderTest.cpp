@@ -282,6 +282,24 @@ std::string Declared(int attributes) {
     return document + "><!ATTLIST f a CDATA #IMPLIED b CDATA #IMPLIED>]><e/>";
 }
 
+// By one octet it can't be told from UTF-8.
+TEST(Reader, EncodingIsToldByTwoOctetsHoweverTheyAreCut) {
+    const std::string little("\n\0<\0a\0/\0>\0", 10);
+    for (const std::size_t piece : {1u, 2u, 3u, 100u}) EXPECT_EQ(Events(little, piece), "<a >a ") << piece;
+    const std::string none("a\0\3", 3);
+    const auto refusal = [&](std::size_t piece) -> std::string {
+        try {
+            Events(none, piece);
+        } catch (const ZLiteXML::XMLException& failure) {
+            return ZBase::FormatMessage(failure, 0).c_str();
+        }
+        return "nothing";
+    };
+    EXPECT_EQ(refusal(1), refusal(100));
+    EXPECT_EQ(Events("<a/>", 1), "<a >a ");
+    EXPECT_NE(Refusal("a"), "nothing");
+}
+
 // A carriage return may be half of a line end, so it waits for the next byte.
 TEST(Reader, CarriageReturnsInALongTokenKeepNothingBack) {
     const std::string document =
