@@ -25,16 +25,27 @@ endfunction()
 # zbase_installed(target): for what is installed, the same octets wherever the tree and the build are, with sources named from
 # the top of the tree; and hardened.
 function(zbase_installed target)
-    target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
-                                             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+    if(NOT ZBASE_COVERAGE)  # which finds the sources by their places
+        target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+                                                 -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+    endif()
     set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
     zbase_hardened(${target})
+endfunction()
+
+# zbase_counted(target): each line and branch counts how often it ran, as it stands in the source. Whoever links the target's
+# objects needs the same. The tests themselves stay as they are.
+function(zbase_counted target)
+    if(ZBASE_COVERAGE)
+        target_compile_options(${target} PRIVATE -O0 --coverage -fprofile-update=atomic -fprofile-abs-path)
+        target_link_options(${target} PUBLIC --coverage -Wl,-u,__gcov_dump -Wl,-u,__gcov_reset)
+    endif()
 endfunction()
 
 # zbase_hardened(target): checked calls of the C library, guarded stacks, checked targets of jumps and returns, and nothing that
 # the loader has bound can be written. For optimised builds: the checked calls need the optimiser, and sanitizers check more.
 function(zbase_hardened target)
-    if(NOT ZBASE_HARDENING OR ZBASE_SANITIZE OR NOT CMAKE_EXECUTABLE_FORMAT STREQUAL "ELF")
+    if(NOT ZBASE_HARDENING OR ZBASE_SANITIZE OR ZBASE_COVERAGE OR NOT CMAKE_EXECUTABLE_FORMAT STREQUAL "ELF")
         return()
     endif()
     set(options -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection)

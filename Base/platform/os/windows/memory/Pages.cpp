@@ -136,8 +136,13 @@ bool DecommitPages(void* address, std::size_t size) {
 // To drop the pages and take new ones is no way: where the system has none left, the range would be gone. The
 // zeroed pages leave the working set, and are the first to be written out.
 void ClearMemory(void* address, std::size_t size) {
-    constexpr std::size_t large = 0x10000;
-    std::memset(address, 0, size);
+    constexpr std::size_t small = 0x400, large = 0x10000;
+    // A C library may have a plain loop for what fits a cache: the processor's own is three times as fast
+    // there.
+    if (size >= small && size < large)
+        __stosb(static_cast<unsigned char*>(address), 0, size);
+    else
+        std::memset(address, 0, size);
     if (size < large) return;
     const DWORD code = GetLastError();
     VirtualUnlock(address, size);  // what was not locked leaves, although the call fails
