@@ -1,5 +1,8 @@
 // The input is read as a document, in pieces of a size given by its first byte. An accepted one is a
 // well-formed message that writes, and reads back as the same.
+//
+// For: Base/messages/MessageXml.cpp Base/messages/detail/SerializerFromXML.cpp
+// For: Base/messages/detail/TreeBuilder.cpp
 
 #include <Base/messages/MessageXml.h>
 

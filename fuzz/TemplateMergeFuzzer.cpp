@@ -10,6 +10,8 @@
 
 // The input is a template and its parameters, each ended by a zero octet or the end of the input. The merged
 // text must be that of the slow model.
+//
+// For: Base/messages/parts/TemplateMerge.cpp
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::vector<std::string> texts(1);
     for (std::size_t i = 0; i != size; ++i) {

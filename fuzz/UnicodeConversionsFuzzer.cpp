@@ -1,5 +1,8 @@
 // The input is decoded as UTF-8 and encoded as wide text, in both modes and by every kind of kernel that the
 // processor can run, and compared with the slow model of the tests.
+//
+// For: Base/text/detail/Utf8Decoder.cpp Base/text/detail/Utf8Encoder.h
+// For:
 
 #include <Base/text/UnicodeConversions.h>
 #include <Base/text/detail/TextKernels.h>

@@ -1,7 +1,8 @@
 #!/bin/bash
 # check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for those that run only by
-# name: "mutation" (what the tests see), "growth" and "environments" (minutes each), "windows" and "arm64"
-# (other compilers, under emulation), "bare", "packages" and "builds" (whole systems, up to an hour and more), "docs" (a browser).
+# name: "coverage" and "mutation" (what the tests reach and see), "growth", "environments" and "fuzz_coverage" (minutes
+# each), "windows" and "arm64" (other compilers, under emulation; "portability" is a part of the former), "bare", "packages" and
+# "builds" (whole systems, up to an hour and more), "docs" (a browser).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -57,14 +58,40 @@ check_headers() {
     done
 }
 
-# The logic is free of the operating system: it compiles for another one. With clang all of it is analysed and fuzzed.
+# The library for 64-bit Windows, and the tests under Wine that need nothing of other packages' sources. A machine that can't have
+# Wine, or on which it does not start, compiles all the same, and the last line says what was not run.
 check_portability() {
-    quietly "Compiling the logic for another system" each x86_64-w64-mingw32-g++-posix -std=c++20 -DZBASE_BUILDING \
-        -Wall -Wextra -Wconversion -Wshadow -Werror -I. -fsyntax-only < <(sources 'Base/*.cpp' | grep -v /os/)
+    local why=""
+    local -x ZBASE_PRESET=windows-core
+    if ! scripts/setup.sh wine; then
+        why="googletest and wine64 can't be installed"
+    elif ! timeout -k 10 180 scripts/windows/wine.sh cmd /c exit; then
+        why="Wine does not start"
+    fi
+    if [ -z "$why" ]; then
+        scripts/build.sh
+        scripts/windows/run_tests.sh
+    else
+        scripts/build.sh ZBase
+        not_run="$not_run The tests of 64-bit Windows did NOT run: $why."
+        echo "check.sh:$not_run" >&2
+    fi
+}
+
+# What another compiler for 64-bit Windows will find in the logic: Clang as one that is binary compatible with MSVC, over the
+# headers of mingw-w64, which are told that GCC reads them.
+for_msvc() {
+    local headers
+    headers=$(dirname "$(x86_64-w64-mingw32-g++-posix -print-libgcc-file-name)")/include/c++
+    each clang++-16 --target=x86_64-pc-windows-msvc -fgnuc-version=12.2 -U_MSC_VER -D__MINGW32__ -D__MINGW64__ -D__STRICT_ANSI__ \
+        -D__declspec=__declspec -nostdinc++ -isystem "$headers" -isystem "$headers/x86_64-w64-mingw32" \
+        -isystem /usr/x86_64-w64-mingw32/include -std=c++20 -DZBASE_BUILDING -Wall -Wextra -Wconversion -Wshadow -Werror -I. \
+        -fsyntax-only < <(sources 'Base/*.cpp' | grep -v /os/)
 }
 
 # All of it for 64-bit Windows, and its tests under Wine.
 check_windows() {
+    quietly "Compiling the logic for MSVC's binary interface" for_msvc
     scripts/test.sh --preset windows
     scripts/windows/exports.sh
     scripts/windows/messages.sh
@@ -202,12 +229,11 @@ check_growth() {
 
 check_fuzzers() {
     ZBASE_PRESET=fuzz scripts/build.sh fuzzers
-    local fuzzer
-    for fuzzer in build/fuzz/fuzz/*Fuzzer; do
-        echo "$(basename "$fuzzer") for ${ZBASE_FUZZ_SECONDS:-10} s"
-        "$fuzzer" -max_total_time="${ZBASE_FUZZ_SECONDS:-10}" -verbosity=0 -print_final_stats=0 -rss_limit_mb=2048
-    done
+    scripts/checks/fuzz.sh build/fuzz/fuzz -max_total_time="${ZBASE_FUZZ_SECONDS:-10}"
 }
+
+# The lines that the fuzzers reach of what each is for.
+check_fuzz_coverage() { scripts/checks/fuzz_coverage.sh; }
 
 # The quick programs in two of the places; "scripts/soak.sh environments" has all places.
 check_environments() {
@@ -235,6 +261,14 @@ check_without_crash_reporting() {
 # The tree as a part of other projects, as far as the configuration shows it: "builds" builds all of it.
 check_ways() {
     tests/packaging/builds.sh --configure type_none type_release without_test_packages subdirectory subdirectory_static
+}
+
+# The lines and branches of the libraries that the tests reach.
+check_coverage() {
+    scripts/build.sh
+    ZBASE_PRESET=coverage scripts/build.sh ZBase ZLiteXML zbase_debughelp zbase-crash-sender zbase-stack-names CountedProcess \
+        text_detail_tests scripted_tests platform_tests platform_os_tests
+    scripts/checks/coverage.sh
 }
 
 # Whether the tests see a change of the logic: of one in a hundred changes here, of more in the soak.
@@ -280,10 +314,11 @@ if [[ " bare packages builds docs arm64 " != *" ${steps[*]} "* ]]; then
     [ -d build/release ] || scripts/build.sh
 fi
 took=""
+not_run=""
 for step in "${steps[@]}"; do
     echo "== $step"
     began=$SECONDS
     "check_$step"
     took="$took $step $((SECONDS - began)) s,"
 done
-echo "All checks passed:${took%,}"
+echo "All checks passed:${took%,}${not_run:+.$not_run}"

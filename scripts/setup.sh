@@ -3,6 +3,7 @@
 #   build  the library and the zbase command
 #   test   the tests
 #   check  formatting, static analysis, the second compilers, fuzzers, the emulator that counts instructions
+#   wine   what runs and tests what is built for 64-bit Windows
 #   windows  the compiler for 64-bit Windows, and Wine to run what it makes
 #   bench  the benchmarks and their peers
 #   package  Debian packages, and what looks at them
@@ -18,9 +19,10 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 # Breakpad comes through npm if that is installed. Debian's own would bring 372 packages, curl and node-registry-url 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
-check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 iproute2 libclang-rt-16-dev lld-16 g++-mingw-w64-x86-64-posix python3 valgrind"
+check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 gcovr iproute2 libclang-rt-16-dev lld-16 llvm-16 g++-mingw-w64-x86-64-posix python3 valgrind"
 package="$build dpkg-dev fakeroot file lintian"
-windows="$test dpkg-dev googletest g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64"
+wine="googletest wine64"
+windows="$test $wine dpkg-dev g++-mingw-w64-x86-64-posix libz-mingw-w64-dev"
 docs="doxygen python3"
 browse="$docs chromium"
 arm64="cmake ninja-build g++-aarch64-linux-gnu googletest qemu-user"
@@ -33,6 +35,7 @@ for group in "$@"; do
         build) wanted="$wanted $build" breakpad=1 ;;
         test) wanted="$wanted $test" breakpad=1 ;;
         check) wanted="$wanted $check" breakpad=1 ;;
+        wine) wanted="$wanted $wine" ;;
         windows) wanted="$wanted $windows" breakpad=1 ;;
         bench) wanted="$wanted $bench" breakpad=1 ;;
         package) wanted="$wanted $package" breakpad=1 ;;
@@ -40,7 +43,7 @@ for group in "$@"; do
         browse) wanted="$wanted $browse" ;;
         arm64) wanted="$wanted $arm64" ;;
         bare) wanted="$wanted debootstrap" ;;
-        *) echo "setup.sh: no group \"$group\": build, test, check, windows, bench, package, docs, browse, arm64 or bare" >&2; exit 2 ;;
+        *) echo "setup.sh: no group \"$group\": build, test, check, wine, windows, bench, package, docs, browse, arm64 or bare" >&2; exit 2 ;;
     esac
 done
 

@@ -1,6 +1,6 @@
 #!/bin/bash
-# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order, but for "mutation", an hour
-# and more, and "environments", most of whose lists are not complete.
+# soak.sh [STEP...]: the slow tests, on a built tree. Without a step, all of them, in this order, but for "mutation" and
+# "coverage", an hour and more, "fuzzers", many hours, "mixed", an hour, and "environments", most of whose lists are not complete.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
@@ -38,10 +38,33 @@ soak_environments() {
     ZBASE_ALL_LOCALES=1 scripts/environments.sh
 }
 
+# The lines and branches of the libraries that the tests reach.
+soak_coverage() { scripts/check.sh coverage; }
+
 # Four hundred changes of the logic: nearly all of them are seen by a test.
 soak_mutation() {
     scripts/build.sh
     scripts/checks/mutation.py --sample "${ZBASE_MUTANTS:-400}" --seed "${ZBASE_MUTATION_SEED:-1}"
+}
+
+# Ten million executions of each fuzzer. What they learn stays in build/fuzz-corpus, for the next time and for
+# "scripts/check.sh fuzz_coverage".
+soak_fuzzers() {
+    scripts/setup.sh check
+    ZBASE_PRESET=fuzz scripts/build.sh fuzzers
+    ZBASE_FUZZ_CORPUS=$PWD/build/fuzz-corpus scripts/checks/fuzz.sh build/fuzz/fuzz -runs="${ZBASE_FUZZ_RUNS:-10000000}"
+}
+
+# Eight threads of mixed work through all subsystems, with crashes whose reports are lost on the way, for an hour. Before it a
+# leak of each kind and a lost report are planted, which it has to tell.
+soak_mixed() {
+    scripts/build.sh soak
+    local plant said
+    for plant in block descriptor thread report; do
+        said=$(timeout 600 build/release/tests/soak 12 "$plant" 2>&1) && { echo "$said"; echo "A planted $plant is not told"; exit 1; }
+        [[ $said == *"NOT FLAT"* || $said == *"LOST: 1 reports"* ]] || { echo "$said"; echo "A planted $plant is not told"; exit 1; }
+    done
+    build/release/tests/soak "${ZBASE_SOAK_SECONDS:-3600}" 2>&1
 }
 
 scripts/setup.sh test

@@ -11,7 +11,10 @@ extern "C" void __libc_free(void* block);
 extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
 extern "C" void* __libc_realloc(void* block, std::size_t size);
 
-static std::atomic<bool> gHeapIsForbidden = false;
+// By this name tests/modules/CountedProcess.cpp finds it.
+extern "C" {
+std::atomic<bool> gHeapIsForbidden = false;
+}
 
 [[maybe_unused]] static void CheckHeap() {
     if (gHeapIsForbidden) _exit(99);

@@ -68,3 +68,16 @@ TEST(MessageParameters, AllocatesNothingAndCanBeReadTwice) {
     EXPECT_EQ(test::AllocationCount(), before);
     EXPECT_STREQ(*std::ranges::find_if(parameters, [](const char* text) { return text[0] == '7'; }), "7");
 }
+
+TEST(MessageParameters, IteratorThatIsSteppedInPassingStillGivesWhereItWas) {
+    Message message;
+    message << "first"
+            << "second";
+    MessageParameters::Iterator at = MessageParameters(message).begin();
+    const MessageParameters::Iterator first = at++;
+    EXPECT_STREQ(*first, "first");
+    EXPECT_STREQ(*at, "second");
+    EXPECT_FALSE(first == at);
+    EXPECT_STREQ(*at++, "second");
+    EXPECT_TRUE(at == std::default_sentinel);
+}

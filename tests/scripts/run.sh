@@ -484,6 +484,138 @@ END
     expect "$said" "known, and not there any more: Base/text/Sizes.cpp: return value > 200; => return value >= 200;"
 }
 
+# A fuzzer of one function, half of which needs a long text; of what it is called with, "Z" ends it. OPTION... are the compiler's.
+small_fuzzer() {
+    mkdir -p fuzz/seeds/SmallFuzzer programs Base
+    printf a >fuzz/seeds/SmallFuzzer/one
+    cat >Base/Small.cpp <<'END'
+#include <cstddef>
+#include <cstdlib>
+int Kind(const unsigned char* text, std::size_t size) {
+    if (size == 1 && text[0] == 'Z') {
+        std::abort();
+    }
+    if (size > 1000) {
+        int kind = 1;
+        kind += 2;
+        return kind;
+    }
+    return 0;
+}
+END
+    cat >fuzz/SmallFuzzer.cpp <<'END'
+// For: Base/Small.cpp
+#include <cstddef>
+#include <cstdint>
+int Kind(const unsigned char* text, std::size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) { return Kind(data, size) * 0; }
+END
+    clang++-16 -std=c++20 -fsanitize=fuzzer "$@" fuzz/SmallFuzzer.cpp Base/Small.cpp -o programs/SmallFuzzer
+}
+
+test_AnInputThatAFuzzerFindsIsTold() {
+    small_fuzzer
+    local said
+    expect "$(scripts/checks/fuzz.sh "$PWD/programs" -runs=1)" "SmallFuzzer: "
+    said=$(scripts/checks/fuzz.sh "$PWD/programs" -runs=1000000 -seed=1) && fail "passed: $said"
+    expect "$said" "SmallFuzzer found something"
+    [ -n "$(ls SmallFuzzer-crash-*)" ] || fail "the input is gone"
+    rm -r fuzz/seeds/SmallFuzzer
+    said=$(scripts/checks/fuzz.sh "$PWD/programs" -runs=1) && fail "passed: $said"
+    expect "$said" "SmallFuzzer has no seeds"
+}
+
+test_AFuzzerThatReachesTooLittleIsTold() {
+    small_fuzzer -fprofile-instr-generate -fcoverage-mapping
+    local said
+    scripts/checks/fuzz.sh "$PWD/programs" -runs=1 >/dev/null
+    llvm-profdata-16 merge -o programs/SmallFuzzer.profdata programs/SmallFuzzer.profraw
+    said=$(scripts/checks/fuzz_coverage.py programs) && fail "passed: $said"
+    expect "$said" "lines of Base/Small.cpp, not "
+    expect "$said" "% of the lines that it is for"
+    echo "SmallFuzzer: nobody writes texts that long" >fuzz/uncovered.txt
+    expect "$(scripts/checks/fuzz_coverage.py programs)" "as nobody writes texts that long"
+    printf '#include <cstddef>\nint Kind(const unsigned char*, std::size_t size) {\n    return size > 1000 ? 1 : 0;\n}\n' >Base/Small.cpp
+    clang++-16 -std=c++20 -fsanitize=fuzzer -fprofile-instr-generate -fcoverage-mapping fuzz/SmallFuzzer.cpp Base/Small.cpp \
+        -o programs/SmallFuzzer
+    scripts/checks/fuzz.sh "$PWD/programs" -runs=1 >/dev/null
+    llvm-profdata-16 merge -o programs/SmallFuzzer.profdata programs/SmallFuzzer.profraw
+    said=$(scripts/checks/fuzz_coverage.py programs) && fail "passed: $said"
+    expect "$said" "SmallFuzzer needs no reason any more"
+}
+
+# half_reached_tree FIRST: a library of which the tests reach all if they begin with 1, and not the return for small values if with 10.
+half_reached_tree() {
+    mkdir -p Base/text tests/coverage build/coverage/{Base,DebugHelp,ZLiteXML,tests}
+    cat >Base/text/Sizes.cpp <<'END'
+int Size(int value) {
+    if (value < 10) {
+        return 1;
+    }
+    return value < 100 ? 2 : 3;
+}
+END
+    cat >tests/Program.cpp <<'END'
+#include <unistd.h>
+#include <cstdio>
+int Size(int value);
+int main() {
+    int sum = 0;
+    for (int value = FIRST; value < 20'000; value *= 10) sum += Size(value);
+    std::puts("[==========] 1 test ran.");
+    std::fflush(stdout);
+    _exit(sum > 0 ? 0 : 1);
+}
+END
+    cat >CMakeLists.txt <<END
+cmake_minimum_required(VERSION 3.25)
+project(half CXX)
+add_library(ZBase SHARED $PWD/Base/text/Sizes.cpp)
+target_compile_options(ZBase PRIVATE -O0 --coverage -fprofile-abs-path)
+target_link_options(ZBase PUBLIC --coverage -Wl,-u,__gcov_dump -Wl,-u,__gcov_reset)
+set_target_properties(ZBase PROPERTIES SOVERSION 1 LIBRARY_OUTPUT_DIRECTORY $PWD/build/coverage/Base)
+add_library(CountedProcess MODULE $top/tests/modules/CountedProcess.cpp)
+set_target_properties(CountedProcess PROPERTIES LIBRARY_OUTPUT_DIRECTORY $PWD/build/coverage/tests)
+add_executable(text_tests $PWD/tests/Program.cpp)
+target_link_libraries(text_tests PRIVATE ZBase)
+target_compile_definitions(text_tests PRIVATE FIRST=$1)
+set_target_properties(text_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY $PWD/build/release/tests)
+END
+    # Objects are looked for in the folders of the libraries.
+    cmake -S . -B build/coverage/Base -G Ninja >/dev/null && cmake --build build/coverage/Base >build.log || fail "not built: $(<build.log)"
+}
+
+test_ALineThatNoTestReachesIsNamed() {
+    half_reached_tree 10
+    : >tests/coverage/unreached.txt
+    local said
+    said=$(scripts/checks/coverage.sh text 2>&1) && fail "passed: $said"
+    expect "$said" "lines: 3 of 4 are reached, 75.0 %, of which 97 % are wanted"
+    expect "$said" "branches: 3 of 4 are reached, 75.0 %, of which 90 % are wanted"
+    expect "$said" "Base/text/Sizes.cpp: 1 lines (3) that no test reaches, 0 in tests/coverage/unreached.txt"
+    [ -z "$(find . -name '*.gcov')" ] || fail "gcov left files in the tree"
+    echo "1 Base/text/Sizes.cpp nobody has small values" >tests/coverage/unreached.txt
+    said=$(ZBASE_COVERAGE_OF=gathered scripts/checks/coverage.sh 2>&1) && fail "passed: $said"
+    refuse "$said" "that no test reaches"
+    expect "$said" "too few lines"
+}
+
+test_AListOfUnreachedLinesIsTrue() {
+    half_reached_tree 1
+    : >tests/coverage/unreached.txt
+    local said
+    said=$(scripts/checks/coverage.sh text 2>&1) || fail "failed: $said"
+    expect "$said" "lines: 4 of 4 are reached, 100.0 %"
+    echo "1 Base/text/Sizes.cpp nobody has small values" >tests/coverage/unreached.txt
+    said=$(ZBASE_COVERAGE_OF=gathered scripts/checks/coverage.sh 2>&1) && fail "passed: $said"
+    expect "$said" "Base/text/Sizes.cpp: 0 lines that no test reaches, 1 in tests/coverage/unreached.txt"
+    echo "0-1 Base/text/Sizes.cpp as it happens" >tests/coverage/unreached.txt
+    said=$(ZBASE_COVERAGE_OF=gathered scripts/checks/coverage.sh 2>&1) || fail "failed: $said"
+    echo "Base/text/Sizes.cpp as it happens" >tests/coverage/unreached.txt
+    said=$(ZBASE_COVERAGE_OF=gathered scripts/checks/coverage.sh 2>&1) && fail "passed: $said"
+    expect "$said" "unreached.txt:1: a line is a number, a source that no other line has, and a reason"
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?

@@ -211,14 +211,21 @@ void ModelMessage::AddParameter(const std::string& text) {
 
 void ModelMessage::AddNumber(std::uint32_t value, bool isSigned) {
     const ModelRecord* header = FirstOrNull(1);
+    const bool isHex = header != nullptr && header->radix == 16;
+    const auto extended = static_cast<std::uint64_t>(std::int64_t{static_cast<std::int32_t>(value)});
+    AddLongNumber(isSigned && !isHex ? extended : value, isSigned);
+}
+
+void ModelMessage::AddLongNumber(std::uint64_t value, bool isSigned) {
+    const ModelRecord* header = FirstOrNull(1);
     std::string text;
     if (header != nullptr && header->radix == 16) {
-        for (std::uint32_t left = value; left != 0 || text.empty(); left /= 16)
+        for (std::uint64_t left = value; left != 0 || text.empty(); left /= 16)
             text.insert(text.begin(), "0123456789ABCDEF"[left % 16]);
         while (text.size() < header->width) text = "0" + text;
         text = "0x" + text;
     } else {
-        text = isSigned ? std::to_string(static_cast<std::int32_t>(value)) : std::to_string(value);
+        text = isSigned ? std::to_string(static_cast<std::int64_t>(value)) : std::to_string(value);
     }
     AddParameter(text);
 }

@@ -53,6 +53,7 @@ struct ModelMessage {
     void SetMessage(const std::u16string& text, const std::string& narrow);
     void AddParameter(const std::string& text);
     void AddNumber(std::uint32_t value, bool isSigned);
+    void AddLongNumber(std::uint64_t value, bool isSigned);
     void SetNumberFormat(unsigned char radix, unsigned char width);
     void Nest(unsigned int tag, unsigned short domain, int id, const std::string* text);
     void Prepend(const ModelMessage& other);

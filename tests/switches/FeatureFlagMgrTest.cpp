@@ -196,6 +196,22 @@ TEST(FeatureFlagMgrDeathTest, FailedInsertionKeepsOtherThreadsOut) {
     });
 }
 
+TEST(FeatureFlagMgrDeathTest, FailedInitializationKeepsOtherThreadsOut) {
+    IN_CHILD({
+        {
+            test::FailingAllocation failing(0);  // the first name
+            EXPECT_THROW(NotifyFeatureFlagMgrInitialized(), std::bad_alloc);
+        }
+        std::atomic<bool> passed = false;
+        std::thread([&passed] {
+            SetFeatureEnabled("FolioEA"_w, true);
+            passed = true;
+        }).detach();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_FALSE(passed);
+    });
+}
+
 TEST(FeatureFlagMgrDeathTest, FailedInitializationCanBeDoneAgain) {
     IN_CHILD({
         test::ForEachFailingAllocation([] {

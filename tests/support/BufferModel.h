@@ -3,8 +3,10 @@
 // A model of the buffers, as simple as possible: no pointers, no memory, no speed. A chunk is a size and the
 // bytes taken from it, a piece is its chunk and its offset.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,7 +29,9 @@ enum class Refusal { kNone, kContract, kGovernor };
 class BufferModel {
 public:
     static constexpr std::size_t kPage = 4096;
-    static constexpr std::size_t kGrowLimit = 256u << 20;
+
+    /// That of the process.
+    inline static std::size_t sGrowLimit = std::size_t{256} << 20;
 
     BufferModel(std::size_t blockSize, std::size_t growthBlocks, bool onBoundary)
         : mBlockSize(blockSize), mGrowth(growthBlocks), mOnBoundary(onBoundary) {}
@@ -39,6 +43,9 @@ public:
     virtual std::optional<ModelPiece> Allocate(std::size_t size) = 0;
     virtual bool EnsureAvailable(std::size_t size) = 0;
 
+    /// False: the call fails.
+    virtual bool AddCleanup() = 0;
+
     std::size_t Total() const { return mTotal; }
     std::size_t Used() const { return mUsed; }
     const BudgetCalls& Calls() const { return mCalls; }
@@ -48,6 +55,7 @@ public:
     bool locked = false;
     bool detached = false;
     bool grows = true;
+    std::size_t growthLimit = std::numeric_limits<std::size_t>::max();  // of this buffer
 
 protected:
     static std::size_t Round(std::size_t size) { return ((size == 0 ? 1 : size) + 7) / 8 * 8; }
@@ -70,8 +78,11 @@ protected:
         return size;
     }
 
+    // By half, but not beyond the limit of this buffer; larger chunks stay as they are.
     void Grow(std::size_t chunkSize) {
-        if (grows && chunkSize < kGrowLimit) mGrowth += (mGrowth + 1) / 2;
+        if (!grows || chunkSize >= sGrowLimit) return;
+        const std::size_t grown = mGrowth + (mGrowth + 1) / 2;
+        mGrowth = std::max(mGrowth, std::min(grown, growthLimit / mBlockSize));
     }
 
     std::size_t mBlockSize;
@@ -115,6 +126,8 @@ public:
         return true;
     }
 
+    bool AddCleanup() override { return true; }
+
 private:
     // The array of chunks doubles its capacity when it is full, at the contract's charge.
     void NoteEntry() {
@@ -145,7 +158,7 @@ public:
     std::optional<ModelPiece> Allocate(std::size_t size) override {
         if (locked) return std::nullopt;
         size = Round(size);
-        if (size < kGrowLimit) return FromSlots(size);
+        if (size < sGrowLimit) return FromSlots(size);
         if (!FromSlots(24)) return std::nullopt;
         const auto chunk = Acquire(size);
         if (!chunk) return std::nullopt;
@@ -164,6 +177,9 @@ public:
         mSlots.back() = {true, *chunk, 0, mChunksCame - 1};
         return true;
     }
+
+    // Its node is a piece.
+    bool AddCleanup() override { return Allocate(24).has_value(); }
 
 private:
     struct Slot {

@@ -1,0 +1,92 @@
+// CountedProcess, loaded in front of a program by LD_PRELOAD, keeps what the libraries of the preset
+// "coverage" counted in processes that end without their exit handlers: by _exit, abort and quick_exit, and
+// by a signal whose handler puts back the standard action. Elsewhere it does nothing.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <unistd.h>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+
+template <typename Function>
+Function* Find(void* where, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(where, name));
+}
+
+// Found at the start: the loader's lock may be held when they are needed.
+void (*sKeep)();
+void (*sBeginAnew)();
+int (*sSetAction)(int, const struct sigaction*, struct sigaction*);
+void (*sExit)(int);
+void (*sQuickExit)(int);
+void (*sAbort)();
+std::atomic<bool>* sHeapIsForbidden;  // of tests/children/ForbiddenHeap.h, or null
+
+[[gnu::constructor]] void FindAll() {
+    if (sExit != nullptr) return;
+    sSetAction = Find<int(int, const struct sigaction*, struct sigaction*)>(RTLD_NEXT, "sigaction");
+    sQuickExit = Find<void(int)>(RTLD_NEXT, "quick_exit");
+    sAbort = Find<void()>(RTLD_NEXT, "abort");
+    sKeep = Find<void()>(RTLD_DEFAULT, "__gcov_dump");  // of all libraries
+    sBeginAnew = Find<void()>(RTLD_DEFAULT, "__gcov_reset");
+    sHeapIsForbidden = static_cast<std::atomic<bool>*>(dlsym(RTLD_DEFAULT, "gHeapIsForbidden"));
+    sExit = Find<void(int)>(RTLD_NEXT, "_exit");
+}
+
+// The handler of a crash may hold a lock that this needs, such as the heap's: then the process ends without
+// its counters.
+void KeepCounters() {
+    static volatile bool sIsKeeping;
+    if (sKeep == nullptr || sIsKeeping) return;
+    sIsKeeping = true;
+    sigset_t alarms;
+    sigemptyset(&alarms);
+    sigaddset(&alarms, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarms, nullptr);
+    alarm(5);
+    const bool isForbidden = sHeapIsForbidden != nullptr && sHeapIsForbidden->exchange(false);
+    sKeep();
+    sBeginAnew();
+    if (isForbidden) *sHeapIsForbidden = true;
+    alarm(0);
+    sIsKeeping = false;
+}
+
+bool EndsBy(int signal) {
+    return signal == SIGSEGV || signal == SIGBUS || signal == SIGFPE || signal == SIGILL ||
+           signal == SIGABRT || signal == SIGTRAP;
+}
+
+}  // namespace
+
+#define ZBASE_INSTEAD extern "C" [[gnu::visibility("default")]]
+
+ZBASE_INSTEAD void _exit(int status) {
+    KeepCounters();
+    sExit(status);
+    __builtin_unreachable();
+}
+
+ZBASE_INSTEAD void _Exit(int status) noexcept {
+    _exit(status);
+}
+
+ZBASE_INSTEAD void quick_exit(int status) noexcept {
+    KeepCounters();
+    sQuickExit(status);
+    __builtin_unreachable();
+}
+
+ZBASE_INSTEAD void abort() noexcept {
+    KeepCounters();
+    sAbort();
+    __builtin_unreachable();
+}
+
+ZBASE_INSTEAD int sigaction(int signal, const struct sigaction* action, struct sigaction* before) noexcept {
+    if (sSetAction == nullptr) FindAll();  // the start of another library
+    if (action != nullptr && action->sa_handler == SIG_DFL && EndsBy(signal)) KeepCounters();
+    return sSetAction(signal, action, before);
+}
