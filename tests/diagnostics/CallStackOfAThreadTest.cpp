@@ -265,6 +265,24 @@ TEST(CallStackOfAThread, IsCapturedWhileItIsInTheLoader) {
     EXPECT_EQ(RunThreadProbe("loader"), "1\n");
 }
 
+// What stops it has its processor flags.
+TEST(CallStackOfAThread, ThatMayNotReadAcrossAlignmentIsCaptured) {
+    if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
+    constexpr unsigned long long kAlignmentCheckFlag = 0x40000;
+    Waiter waiter;
+    std::thread thread([&] {
+        const auto before = __builtin_ia32_readeflags_u64();
+        __builtin_ia32_writeeflags_u64(before | kAlignmentCheckFlag);
+        Recurse(9, [&] { SpinOnly(&waiter); });
+        __builtin_ia32_writeeflags_u64(before);
+    });
+    while (!waiter.isThere) std::this_thread::yield();
+    const Stack stack = Capture(thread);
+    waiter.mayGo = true;
+    thread.join();
+    EXPECT_GT(stack->GetLineCount(), 5U);
+}
+
 TEST(CallStackOfAThread, TakesAnotherSignalWhenItsOwnIsTaken) {
     if (test::kHasThreadSanitizer) GTEST_SKIP() << "signals are held back";
     EXPECT_EQ(RunThreadProbe("taken"), "some, kept 1\n");

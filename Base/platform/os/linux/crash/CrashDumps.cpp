@@ -17,6 +17,7 @@
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/crash/DumpWriter.h>
 #include <Base/platform/os/linux/faults/FaultSignals.h>
+#include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 
@@ -135,6 +136,7 @@ void PassOn(int signal, siginfo_t* information) {
 // Runs on the crashed thread, on its alternate stack if it has one, with all signals blocked. No heap, no
 // lock.
 void HandleCrash(int signal, siginfo_t* information, void* context) {
+    AllowMisalignment();
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
     // An abort never continues.
     if (gEquipment.asksEarlier && signal != SIGABRT &&

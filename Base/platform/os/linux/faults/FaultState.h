@@ -15,7 +15,9 @@ bool IsFloatingPointStackFault(const ucontext_t& context);
 /// stay unmasked, their flags are cleared.
 void RestoreFloatingPoint(const ucontext_t& context);
 
-/// Clears the alignment check flag (AC) for the handler: the library's own code makes unaligned accesses.
+/// Clears the alignment check flag (AC), which a handler has from the thread that it interrupts: each handler
+/// begins with this, since the library's own code makes unaligned accesses, with vectors too, which some
+/// processors check.
 void AllowMisalignment();
 
 /// At a breakpoint the program counter is after the instruction, which may be the last one that a catch block

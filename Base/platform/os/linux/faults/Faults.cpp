@@ -132,6 +132,7 @@ void PassOn(int signal, siginfo_t* information, void* context) {
 }
 
 void HandleFault(int signal, siginfo_t* information, void* context) {
+    AllowMisalignment();
     if (!TranslateFault(signal, information, context)) PassOn(signal, information, context);
 }
 
@@ -166,7 +167,6 @@ void FindStack() {
 }  // namespace
 
 bool TranslateFault(int signal, siginfo_t* information, void* rawContext) {
-    AllowMisalignment();
     if (tFaults.translator == nullptr) return false;
     const bool isFault = information->si_code > 0;  // the others were sent by a process
     auto& context = *static_cast<ucontext_t*>(rawContext);

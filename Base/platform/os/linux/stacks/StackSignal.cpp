@@ -1,6 +1,7 @@
 // The signal's handler only wakes a thread that was started before, since a process that hangs can't start
 // one: that takes the heap. The thread's memory besides its stack is here.
 
+#include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 #include <Base/platform/os/modules/StayLoaded.h>
@@ -47,6 +48,7 @@ void CallBefore(int signal, siginfo_t* information, void* context) {
 }
 
 void Wake(int signal, siginfo_t* information, void* context) {
+    AllowMisalignment();
     const int error = errno;
     if (getpid() == sProcess) {
         ++sWanted;

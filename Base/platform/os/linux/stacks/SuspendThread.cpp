@@ -22,6 +22,7 @@
 
 #include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
+#include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
@@ -67,6 +68,7 @@ void Wake(std::atomic<std::uint32_t>& word) {
 // Runs on the thread that is asked, wherever it is. No heap, no lock. It looks again from time to time: a
 // wake that the system refuses must not hold it for ever.
 void Answer(int, siginfo_t* information, void* context) {
+    AllowMisalignment();
     const int error = errno;
     const auto number = static_cast<std::uint32_t>(information->si_value.sival_int);
     std::uint32_t asked = Asked;
