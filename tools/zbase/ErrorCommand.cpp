@@ -95,11 +95,10 @@ int ShowMeanings(const std::string& codeText) {
 
 }  // namespace
 
-void AddErrorCommand(CLI::App& app, int& status) {
-    CLI::App* error =
-        app.add_subcommand("error", "Tell what a number or a symbol means in each domain of errors");
+void AddErrorCommand(Command& zbase) {
+    Command error =
+        zbase.AddCommand("error", "Tell what a number or a symbol means in each domain of errors");
     const auto code = std::make_shared<std::string>();
-    error->add_option("CODE", *code, "Decimal, hexadecimal behind 0x, or a symbol such as ENOENT")
-        ->required();
-    error->callback([code, &status] { status = ShowMeanings(*code); });
+    error.AddOption("CODE", *code, "Decimal, hexadecimal behind 0x, or a symbol such as ENOENT").Required();
+    error.Runs([code] { return ShowMeanings(*code); });
 }

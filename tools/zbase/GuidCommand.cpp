@@ -25,9 +25,9 @@ int ShowGuid(const std::string& text) {
 
 }  // namespace
 
-void AddGuidCommand(CLI::App& app, int& status) {
-    CLI::App* guid = app.add_subcommand("guid", "Make a new identifier, or show one in all its forms");
+void AddGuidCommand(Command& zbase) {
+    Command guid = zbase.AddCommand("guid", "Make a new identifier, or show one in all its forms");
     const auto text = std::make_shared<std::string>();
-    guid->add_option("TEXT", *text, "An identifier in any text form");
-    guid->callback([text, &status] { status = ShowGuid(*text); });
+    guid.AddOption("TEXT", *text, "An identifier in any text form");
+    guid.Runs([text] { return ShowGuid(*text); });
 }

@@ -35,7 +35,7 @@ int ShowHost() {
 
 }  // namespace
 
-void AddHostCommand(CLI::App& app, int& status) {
-    CLI::App* host = app.add_subcommand("host", "Tell what the library says of this host and process");
-    host->callback([&status] { status = ShowHost(); });
+void AddHostCommand(Command& zbase) {
+    Command host = zbase.AddCommand("host", "Tell what the library says of this host and process");
+    host.Runs([] { return ShowHost(); });
 }

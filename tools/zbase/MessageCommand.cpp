@@ -102,20 +102,16 @@ int ReadAndShow(const MessageRequest& request) {
 
 }  // namespace
 
-void AddMessageCommand(CLI::App& app, int& status) {
+void AddMessageCommand(Command& zbase) {
     const auto request = std::make_shared<MessageRequest>();
-    CLI::App* message = app.add_subcommand("message", "Show an XML document of a message as a tree");
-    message->add_option("FILE", request->file, "The document; - is the standard input")
-        ->capture_default_str();
-    message->add_option("-l,--language", request->language, "Windows language id of the texts, such as 0x409")
-        ->capture_default_str();
-    message->add_flag("-p,--parameters", request->parameters, "Show the parameters of each message");
-    message->add_flag("-t,--texts", request->texts, "Show the stored texts of all languages");
-    message->add_option("--depth", request->depth, "Levels of the document at most")->capture_default_str();
-    message->add_option("--size", request->size, "Bytes of the document at most, such as 512MB")
-        ->transform(CLI::AsSizeValue(false))
-        ->capture_default_str();
-    CLI::Option* xml = message->add_flag("--xml", request->xml, "Write the message as XML");
-    message->add_flag("--json", request->json, "Write one JSON object for each message")->excludes(xml);
-    message->callback([request, &status] { status = ReadAndShow(*request); });
+    Command message = zbase.AddCommand("message", "Show an XML document of a message as a tree");
+    message.AddOption("FILE", request->file, "The document; - is the standard input");
+    message.AddOption("-l,--language", request->language, "Windows language id of the texts, such as 0x409");
+    message.AddFlag("-p,--parameters", request->parameters, "Show the parameters of each message");
+    message.AddFlag("-t,--texts", request->texts, "Show the stored texts of all languages");
+    message.AddOption("--depth", request->depth, "Levels of the document at most");
+    message.AddOption("--size", request->size, "Bytes of the document at most, such as 512MB").Size();
+    const Option xml = message.AddFlag("--xml", request->xml, "Write the message as XML");
+    message.AddFlag("--json", request->json, "Write one JSON object for each message").Excludes(xml);
+    message.Runs([request] { return ReadAndShow(*request); });
 }

@@ -118,10 +118,9 @@ int Travel(const std::string& file) {
 
 }  // namespace
 
-void AddRoadCommand(CLI::App& app, int& status) {
-    CLI::App* road =
-        app.add_subcommand("road", "Follow a file, and what fails on its way, through the library");
+void AddRoadCommand(Command& zbase) {
+    Command road = zbase.AddCommand("road", "Follow a file, and what fails on its way, through the library");
     const auto file = std::make_shared<std::string>(TextOfTheSystem());
-    road->add_option("FILE", *file, "A text to read")->capture_default_str();
-    road->callback([file, &status] { status = Travel(*file); });
+    road.AddOption("FILE", *file, "A text to read");
+    road.Runs([file] { return Travel(*file); });
 }

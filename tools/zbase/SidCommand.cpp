@@ -65,10 +65,9 @@ int ShowSid(const std::string& text) {
 
 }  // namespace
 
-void AddSidCommand(CLI::App& app, int& status) {
-    CLI::App* sid =
-        app.add_subcommand("sid", "Make a new security identifier, or show one in both its forms");
+void AddSidCommand(Command& zbase) {
+    Command sid = zbase.AddCommand("sid", "Make a new security identifier, or show one in both its forms");
     const auto text = std::make_shared<std::string>();
-    sid->add_option("TEXT", *text, "Its text, or its bytes in hexadecimal");
-    sid->callback([text, &status] { status = ShowSid(*text); });
+    sid.AddOption("TEXT", *text, "Its text, or its bytes in hexadecimal");
+    sid.Runs([text] { return ShowSid(*text); });
 }

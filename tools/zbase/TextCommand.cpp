@@ -107,16 +107,14 @@ int ReportOrConvert(const TextRequest& request) {
 
 }  // namespace
 
-void AddTextCommand(CLI::App& app, int& status) {
-    const auto encodings = CLI::IsMember({"utf8", "utf16le", "ascii", "locale"});
+void AddTextCommand(Command& zbase) {
+    const std::vector<std::string> encodings = {"utf8", "utf16le", "ascii", "locale"};
     const auto request = std::make_shared<TextRequest>();
-    CLI::App* text = app.add_subcommand("text", "Tell whether a file is UTF-8, and convert it");
-    text->add_option("FILE", request->file, "The file; - is the standard input")->required();
-    text->add_option("--from", request->from, "Its encoding: utf8, utf16le, ascii or locale")
-        ->check(encodings)
-        ->capture_default_str();
-    text->add_option("--to", request->to, "Convert to utf8, utf16le, ascii or locale")->check(encodings);
-    text->add_option("-o,--output", request->output, "Write there, not to the standard output");
-    text->add_flag("--replace", request->replace, "Replace what can't be converted instead of stopping");
-    text->callback([request, &status] { status = ReportOrConvert(*request); });
+    Command text = zbase.AddCommand("text", "Tell whether a file is UTF-8, and convert it");
+    text.AddOption("FILE", request->file, "The file; - is the standard input").Required();
+    text.AddOption("--from", request->from, "Its encoding: utf8, utf16le, ascii or locale").OneOf(encodings);
+    text.AddOption("--to", request->to, "Convert to utf8, utf16le, ascii or locale").OneOf(encodings);
+    text.AddOption("-o,--output", request->output, "Write there, not to the standard output");
+    text.AddFlag("--replace", request->replace, "Replace what can't be converted instead of stopping");
+    text.Runs([request] { return ReportOrConvert(*request); });
 }

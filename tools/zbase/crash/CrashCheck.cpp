@@ -186,9 +186,9 @@ int Check(const std::string& file) {
 
 }  // namespace
 
-void AddCrashCheckCommand(CLI::App& crash, int& status) {
-    CLI::App* check = crash.add_subcommand("check", "Tell what each line of the configuration means");
+void AddCrashCheckCommand(Command& crash) {
+    Command check = crash.AddCommand("check", "Tell what each line of the configuration means");
     const auto file = std::make_shared<std::string>();
-    check->add_option("FILE", *file, "A configuration, in place of the one that would be used");
-    check->callback([file, &status] { status = Check(*file); });
+    check.AddOption("FILE", *file, "A configuration, in place of the one that would be used");
+    check.Runs([file] { return Check(*file); });
 }

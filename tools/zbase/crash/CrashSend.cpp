@@ -67,10 +67,10 @@ int Send(const std::string& directory) {
 
 }  // namespace
 
-void AddCrashSendCommand(CLI::App& crash, int& status) {
-    CLI::App* send = crash.add_subcommand(
+void AddCrashSendCommand(Command& crash) {
+    Command send = crash.AddCommand(
         "send", "Send the dumps that were left behind; delete what arrived, if dumps are not kept");
     const auto directory = std::make_shared<std::string>();
-    send->add_option("DIRECTORY", *directory, "Their directory, in place of that of the configuration");
-    send->callback([directory, &status] { status = Send(*directory); });
+    send.AddOption("DIRECTORY", *directory, "Their directory, in place of that of the configuration");
+    send.Runs([directory] { return Send(*directory); });
 }

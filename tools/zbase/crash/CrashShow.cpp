@@ -237,11 +237,11 @@ int Show(const std::string& named, bool hasAll) {
 
 }  // namespace
 
-void AddCrashShowCommand(CLI::App& crash, int& status) {
-    CLI::App* show = crash.add_subcommand("show", "Show the reason, the stack and the crash keys of a dump");
+void AddCrashShowCommand(Command& crash) {
+    Command show = crash.AddCommand("show", "Show the reason, the stack and the crash keys of a dump");
     const auto dump = std::make_shared<std::string>();
     const auto hasAll = std::make_shared<bool>(false);
-    show->add_option("DUMP", *dump, "The dump")->required();
-    show->add_flag("--all", *hasAll, "Show the stacks of all threads, with their names");
-    show->callback([dump, hasAll, &status] { status = Show(*dump, *hasAll); });
+    show.AddOption("DUMP", *dump, "The dump").Required();
+    show.AddFlag("--all", *hasAll, "Show the stacks of all threads, with their names");
+    show.Runs([dump, hasAll] { return Show(*dump, *hasAll); });
 }

@@ -91,11 +91,11 @@ int Test(bool isLocal, bool dumps) {
 
 }  // namespace
 
-void AddCrashTestCommand(CLI::App& crash, int& status) {
-    CLI::App* test = crash.add_subcommand("test", "Dump a process and send the report");
+void AddCrashTestCommand(Command& crash) {
+    Command test = crash.AddCommand("test", "Dump a process and send the report");
     const auto isLocal = std::make_shared<bool>(false);
-    test->add_flag("--local", *isLocal, "Send it to a report server of its own, and show what arrived");
+    test.AddFlag("--local", *isLocal, "Send it to a report server of its own, and show what arrived");
     const auto dumps = std::make_shared<bool>(false);
-    test->add_flag(kDumpOption, *dumps)->group("");  // no option for people
-    test->callback([isLocal, dumps, &status] { status = Test(*isLocal, *dumps); });
+    test.AddFlag(kDumpOption, *dumps, "").Hidden();  // no option for people
+    test.Runs([isLocal, dumps] { return Test(*isLocal, *dumps); });
 }
