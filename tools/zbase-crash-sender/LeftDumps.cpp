@@ -4,6 +4,7 @@
 #include "tools/zbase/dumps/CrashDelivery.h"
 
 #include <Base/crash/detail/CrashContract.h>
+#include <Base/text/UnicodeConversions.h>
 
 #include <algorithm>
 #include <ctime>

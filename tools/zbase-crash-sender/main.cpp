@@ -7,8 +7,9 @@
 
 #include "tools/zbase/dumps/CrashAttachments.h"
 
-#include <Base/ZBase.h>
+#include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/CrashContract.h>
+#include <Base/text/UnicodeConversions.h>
 
 #include <cstdlib>
 #include <filesystem>

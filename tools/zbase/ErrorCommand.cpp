@@ -1,6 +1,8 @@
 #include "Commands.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/ZBase.h>
+
 #include <strings.h>
 #include <cstdint>
 #include <memory>

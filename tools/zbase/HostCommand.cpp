@@ -1,6 +1,8 @@
 #include "Commands.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/ZBase.h>
+
 namespace {
 
 std::string Login() {

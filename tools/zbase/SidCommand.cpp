@@ -1,6 +1,8 @@
 #include "Commands.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/ZBase.h>
+
 #include <cctype>
 #include <cstdint>
 #include <memory>

@@ -3,6 +3,8 @@
 #include "tools/zbase/terminal/Console.h"
 
 #include <Base/frame/Version.h>
+#include <Base/messages/CurrentException.h>
+#include <Base/messages/MessageFormat.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,7 @@
 #include "Child.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/messages/SystemErrors.h>
 #include <Base/platform/os/windows/WideText.h>
 
 namespace {

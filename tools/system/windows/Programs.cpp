@@ -3,6 +3,7 @@
 #include "tools/system/Files.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/frame/Environment.h>
 #include <Base/platform/os/windows/WideText.h>
 
 #include <windows.h>

@@ -5,6 +5,7 @@
 #include "tools/zbase/dumps/CrashAttachments.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/CrashHandler.h>
 #include <Base/crash/detail/CrashContract.h>
 
 #include <algorithm>

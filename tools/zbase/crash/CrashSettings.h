@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/ZBase.h>
+#include <Base/crash/CrashConfig.h>
 
 #include <filesystem>
 #include <string>

@@ -5,7 +5,10 @@
 #include "tools/zbase/dumps/CrashDumps.h"
 #include "tools/zbase/terminal/Console.h"
 
+#include <Base/crash/CrashHandler.h>
+#include <Base/crash/CrashStore.h>
 #include <Base/crash/detail/CrashContract.h>
+#include <Base/frame/Environment.h>
 
 #include <fstream>
 #include <memory>

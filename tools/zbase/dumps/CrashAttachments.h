@@ -1,6 +1,7 @@
 #pragma once
 
-#include <Base/ZBase.h>
+#include <Base/crash/CrashConfig.h>
+#include <Base/crash/CrashReportSender.h>
 
 #include <filesystem>
 #include <string>

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <Base/ZBase.h>
+#include <Base/crash/CrashConfig.h>
+#include <Base/crash/CrashReportSender.h>
+#include <Base/crash/CrashStore.h>
 
 #include <filesystem>
 #include <string>

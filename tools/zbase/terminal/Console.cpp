@@ -2,6 +2,8 @@
 #include "tools/system/Files.h"
 #include "tools/system/Terminal.h"
 
+#include <Base/ZBase.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Base/ZBase.h>
+#include <Base/frame/WideString.h>
 
 #include <cstdint>
 #include <functional>

@@ -2,6 +2,8 @@
 #include "Console.h"
 #include "tools/system/Terminal.h"
 
+#include <Base/text/NumberText.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
