@@ -10,6 +10,7 @@ using test::ZBase;
 
 TEST(ZBaseCommand, ComplainsInOneLine) {
     ExpectComplaint(ZBase({}), 2, "subcommand");
+    ExpectComplaint(ZBase({"crash"}), 2, "subcommand");
     ExpectComplaint(ZBase({"nonsense"}), 2, "see zbase --help");
     ExpectComplaint(ZBase({"text"}), 2, "FILE is required");
     ExpectComplaint(ZBase({"text", "/dev/null", "--to", "morse"}), 2, "--to");
@@ -24,6 +25,15 @@ TEST(ZBaseCommand, HelpsOnTheStandardOutput) {
     for (const char* command : {"road", "error", "text", "message"}) {
         EXPECT_NE(child.output.find(command), std::string::npos) << command;
     }
+}
+
+TEST(ZBaseCommand, HelpShowsDefaultsAndNoHiddenOption) {
+    const std::string text = ZBase({"text", "--help"}).output;
+    EXPECT_NE(text.find("}=utf8\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("--output TEXT "), std::string::npos) << text;
+    const std::string test = ZBase({"crash", "test", "--help"}).output;
+    EXPECT_NE(test.find("--local"), std::string::npos) << test;
+    EXPECT_EQ(test.find("--dump"), std::string::npos) << test;
 }
 
 TEST(ZBaseCommand, EndsInSilenceWhenNobodyReadsItsOutput) {
