@@ -33,6 +33,14 @@ function(zbase_installed target)
     zbase_hardened(${target})
 endfunction()
 
+# zbase_parse_once(target): what most sources include of the standard library is parsed once, where the build says so.
+function(zbase_parse_once target)
+    if(ZBASE_PARSE_ONCE)
+        target_precompile_headers(${target} PRIVATE <algorithm> <atomic> <chrono> <filesystem> <functional> <map> <memory> <mutex>
+                                  <optional> <string> <string_view> <thread> <type_traits> <utility> <vector>)
+    endif()
+endfunction()
+
 # zbase_counted(target): each line and branch counts how often it ran, as it stands in the source. Whoever links the target's
 # objects needs the same. The tests themselves stay as they are.
 function(zbase_counted target)
