@@ -40,8 +40,8 @@ public:
     Command AddCommand(const char* name, const char* help);
 
     /// `names` is "FILE" for a positional argument, else such as "-o,--output". `value` holds the default,
-    /// which the help shows unless it is empty. It must outlive the parser, hence belong to the function to
-    /// run.
+    /// which the help shows unless it is empty; it belongs to the function to run, since it must outlive the
+    /// parser.
     Option AddOption(const char* names, std::string& value, const char* help);
     Option AddOption(const char* names, unsigned short& value, const char* help);
     Option AddOption(const char* names, std::uint64_t& value, const char* help);
@@ -61,8 +61,6 @@ class UsageError : public std::runtime_error {
 };
 
 /// Runs the command that the arguments, behind the name of the program, give, and returns its exit status.
-/// For
-/// `--help` and `--version` prints that and returns 0. Throws `UsageError`, and the exceptions of the
-/// command.
+/// `--help` and `--version` are printed, and 0 returned. Throws `UsageError`, and what the command throws.
 int RunCommandLine(const std::vector<std::string>& arguments, const std::string& version,
                    std::initializer_list<void (*)(Command& program)> commands);

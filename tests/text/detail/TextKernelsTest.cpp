@@ -144,6 +144,16 @@ TEST(TextKernels, TheLastKindIsTaken) {
 #endif
 }
 
+// All tests here go through the kinds that this processor can run. The list of skipped tests tells which it
+// can't.
+TEST(TextKernels, OfTheWidestKindRunHere) {
+#if defined(__x86_64__)
+    if (std::strcmp(Kinds().back()->name, "AVX-512") != 0)
+        GTEST_SKIP() << "this processor ends at " << Kinds().back()->name
+                     << ": the kernels for AVX-512 were compiled and not run";
+#endif
+}
+
 // Each value is at every position of a block in some of these texts.
 TEST(TextKernels, EveryScalarValueInLongTexts) {
     for (const char* const between : {"", "a", "\xE2\x82\xAC"}) {
