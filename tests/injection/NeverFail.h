@@ -8,12 +8,12 @@ namespace test {
 inline constexpr std::string_view kNeverFail[] = {
     // Of the compiler and of the C++ runtime. What they need of the heap fails there.
     "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "_Unwind_Find_FDE", "_Unwind_Resume",
-    "__cxa_allocate_exception", "__cxa_atexit", "__cxa_begin_catch", "__cxa_current_exception_type",
-    "__cxa_demangle", "__cxa_end_catch", "__cxa_finalize", "__cxa_free_exception", "__cxa_guard_abort",
-    "__cxa_guard_acquire", "__cxa_guard_release", "__cxa_pure_virtual", "__cxa_rethrow",
-    "__cxa_thread_atexit", "__cxa_throw", "__cxa_throw_bad_array_new_length", "__dynamic_cast",
-    "__gmon_start__", "__gxx_personality_v0", "__once_proxy", "__popcountdi2", "__stack_chk_fail",
-    "__tls_get_addr", "pthread_once",
+    "__cxa_allocate_exception", "__cxa_atexit", "__cxa_begin_catch", "__cxa_call_terminate",
+    "__cxa_current_exception_type", "__cxa_demangle", "__cxa_end_catch", "__cxa_finalize",
+    "__cxa_free_exception", "__cxa_guard_abort", "__cxa_guard_acquire", "__cxa_guard_release",
+    "__cxa_pure_virtual", "__cxa_rethrow", "__cxa_thread_atexit", "__cxa_throw",
+    "__cxa_throw_bad_array_new_length", "__dynamic_cast", "__gmon_start__", "__gxx_personality_v0",
+    "__once_proxy", "__popcountdi2", "__stack_chk_fail", "__tls_get_addr", "pthread_once",
     // Never come back.
     "_exit", "abort", "raise",
     // Give what is there, or that it is not, whatever the system has.

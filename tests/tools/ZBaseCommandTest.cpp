@@ -29,7 +29,9 @@ TEST(ZBaseCommand, HelpsOnTheStandardOutput) {
 
 TEST(ZBaseCommand, HelpShowsDefaultsAndNoHiddenOption) {
     const std::string text = ZBase({"text", "--help"}).output;
-    EXPECT_NE(text.find("}=utf8\n"), std::string::npos) << text;
+    const bool isShown = text.find("}=utf8\n") != std::string::npos ||
+                         text.find("} [utf8] \n") != std::string::npos;  // by newer parsers
+    EXPECT_TRUE(isShown) << text;
     EXPECT_NE(text.find("--output TEXT "), std::string::npos) << text;
     const std::string test = ZBase({"crash", "test", "--help"}).output;
     EXPECT_NE(test.find("--local"), std::string::npos) << test;
