@@ -53,7 +53,7 @@ environment() {
     echo "HOME=/root"
     echo "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
     env | grep -i -E '^(https?_proxy|no_proxy|npm_config_[a-z_]*)=' || :
-    env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING)=' || :
+    env | grep -E '^(ZBASE_PROGRESS_SECONDS|ZBASE_CRASH_REPORTING|ZBASE_WAYS)=' || :
     if command -v npm >/dev/null; then echo "npm_config_registry=$(npm config get registry 2>/dev/null)"; fi
     if [ -e "$root/ccache" ]; then
         env | grep -E '^(CMAKE_CXX_COMPILER_LAUNCHER|CCACHE_SLOPPINESS|LANG|LC_[A-Z]*)='  # its keys hold the locale

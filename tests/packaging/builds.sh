@@ -1,7 +1,8 @@
 #!/bin/bash
 # builds.sh [WAY...]: builds the library in the ways of its users: each type, generator and installed compiler, as a part of
 # another project, static, with flags of a distribution, below a path with blanks. Each is built beside the tree, and a
-# program that uses it is run. Without a WAY all of them, and in the end the failed ones; --list prints their names.
+# program that uses it is run. Without a WAY those that ZBASE_WAYS names, or all of them, and in the end the failed ones;
+# --list prints their names.
 # builds.sh --configure [WAY...]: only configures, and checks what would be built. That takes seconds.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -187,7 +188,7 @@ if [ "${1:-}" = --configure ]; then
     doing=Configuring
     shift
 fi
-[ $# -gt 0 ] || set -- "${all[@]}"
+[ $# -gt 0 ] || set -- ${ZBASE_WAYS:-${all[@]}}
 failed=""
 for way in "$@"; do
     declare -F "way_$way" >/dev/null || fail "no way \"$way\": --list names them"
