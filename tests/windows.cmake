@@ -162,7 +162,7 @@ target_link_libraries(RecordProbe PRIVATE ZBase::ZLiteXML)
 if(ZBASE_CRASH_REPORTING)
     add_subdirectory(platform/os/windows)
 endif()
-zbase_tests(diagnostics SHARED LIBRARIES ZBase::ZBase EXCEPT CaptureTest DebugHelpTest StructuredExceptionTest)
+zbase_tests(diagnostics SHARED LIBRARIES ZBase::ZBase EXCEPT CaptureTest DebugHelpTest)
 if(ZBASE_CRASH_REPORTING)
     zbase_tests(crash SHARED LIBRARIES ZBase::ZBase EXCEPT CrashReportTest CrashConfinedTest CrashChainTest CrashRightsTest
                 CrashRuntimesTest CrashAttachmentsTest CrashInstallationTest CrashNotesTest CrashDeliveryTest LastWordsTest

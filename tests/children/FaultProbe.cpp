@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/Faults.h"
+#include "tests/support/linux/FaultKinds.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "tests/crash/CrashBench.h"
-#include "tests/support/Faults.h"
+#include "tests/support/linux/FaultKinds.h"
 
 // A translator and the crash handler in one process: a thread with a translator catches each kind of fault,
 // and one without is reported.

@@ -1,6 +1,4 @@
 #include <Base/diagnostics/CallStackLogger.h>
-#include <Base/diagnostics/DbgHelpBuilder.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -71,18 +69,10 @@ TEST(CallStackLogger, EmptyOneWritesAnEmptyFileAndATotalOfZero) {
     EXPECT_EQ(output, "Total Call Stacks Captured: 0\n");
 }
 
-TEST(CallStackLogger, FirstAddressIsInAppendCallStack) {
+TEST(CallStackLogger, RecordHasItsCategoryOrZeroAndCountsOne) {
     CallStackLogger logger;
     logger.AppendCallStack(7, 0);
     logger.AppendCallStack(0);
-    for (const CallStackRec* record : logger) {
-        Dl_info place{};
-        ASSERT_NE(dladdr(reinterpret_cast<void*>(record->addresses[0]), &place), 0);
-        EXPECT_TRUE(std::string(place.dli_sname).starts_with("_ZN5ZBase15CallStackLogger15AppendCallStackE"));
-        Dl_info next{};
-        ASSERT_NE(dladdr(reinterpret_cast<void*>(record->addresses[1]), &next), 0);
-        EXPECT_TRUE(std::string(next.dli_fname).ends_with("diagnostics_tests"));
-    }
     EXPECT_EQ(Records(logger)[0].lockCategory, 7U);
     EXPECT_EQ(Records(logger)[1].lockCategory, 0U);
     EXPECT_EQ(Records(logger)[1].count, 1U);
@@ -172,18 +162,6 @@ TEST(CallStackLogger, WithoutMemoryKeepsWhatIsThereAndNoLock) {
     EXPECT_GT(attempt([&] { logger.RemoveDuplicates(); }), 0U);
     EXPECT_GT(thrown, 4U);
     EXPECT_EQ(Records(logger).size(), 3U);
-}
-
-TEST(CallStackLogger, ReportHasFiveColumnsForEachAddress) {
-    CallStackLogger logger;
-    AppendOnce(logger, 0xFFFFFFFF, 1);
-    const std::string report = ReportOf(logger);
-    EXPECT_TRUE(report.starts_with("<start>\nLock Category = -1\nCount = 1\n0x")) << report;
-    EXPECT_TRUE(report.ends_with("\n<end>\n\n"));
-    EXPECT_NE(report.find(
-                  "diagnostics_tests # AppendOnce(ZBase::CallStackLogger&, unsigned int, unsigned long) # "),
-              std::string::npos);
-    EXPECT_NE(report.find("tests/diagnostics/CallStackLoggerTest.cpp # "), std::string::npos) << report;
 }
 
 TEST(CallStackLogger, UnknownAddressKeepsItsSeparators) {

@@ -4,8 +4,8 @@
 
 #include <cerrno>
 
-#include "tests/support/Faults.h"
 #include "tests/support/RefusedCalls.h"
+#include "tests/support/linux/FaultKinds.h"
 
 // The code of each kind of fault, caught in this process.
 

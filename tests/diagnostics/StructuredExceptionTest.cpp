@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
 #include <atomic>
 #include <cfenv>
-#include <cstdio>
 #include <new>
 #include <string>
 #include <thread>
@@ -143,40 +139,6 @@ TEST(StructuredExceptionOfACallToNowhere, IsCaughtWhereItWasMade) {
     OnTranslatedThread([] { EXPECT_TRUE(CatchesItsLastInstruction()); });
 }
 
-// The host's own handler is called for faults that are not translated. These tests run in processes in which
-// no translator was set before.
-
-void ExitByHandler(int) {
-    _exit(42);
-}
-
-template <class Body>
-void ExpectToReachTheHandlerOfTheHost(Body body) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto run = [&] {
-        signal(SIGSEGV, ExitByHandler);
-        body();
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(42), "");
-}
-
-TEST(StructuredException, OfAnotherThreadGoesToTheHandlerThatWasThereBefore) {
-    ExpectToReachTheHandlerOfTheHost([] {
-        OnTranslatedThread([] { EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005); });
-        WriteToNull();
-    });
-}
-
-TEST(StructuredException, IsNoSignalThatWasSent) {
-    ExpectToReachTheHandlerOfTheHost([] { OnTranslatedThread([] { raise(SIGSEGV); }); });
-}
-
-TEST(StructuredExceptionOfACallToNowhere, ThatNoCodeMadeIsNotTranslated) {
-    ExpectToReachTheHandlerOfTheHost([] {
-        OnTranslatedThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
-    });
-}
-
 TEST(StructuredException, RunsTheDestructorsOnItsWay) {
     OnTranslatedThread([] {
         int destroyed = 0;
@@ -191,22 +153,6 @@ TEST(StructuredException, RunsTheDestructorsOnItsWay) {
         } catch (const StructuredException&) {
         }
         EXPECT_EQ(destroyed, 2);
-    });
-}
-
-TEST(StructuredException, LeavesTheSignalMaskAsItWas) {
-    OnTranslatedThread([] {
-        sigset_t before;
-        sigset_t after;
-        pthread_sigmask(SIG_SETMASK, nullptr, &before);
-        try {
-            WriteToNull();
-        } catch (const StructuredException&) {
-        }
-        pthread_sigmask(SIG_SETMASK, nullptr, &after);
-        for (int signal = 1; signal < NSIG; ++signal) {
-            EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
-        }
     });
 }
 
@@ -230,51 +176,6 @@ TEST(StructuredException, MayComeOutOfTheHandlerOfAnother) {
         }
         EXPECT_EQ(inner, 0xC0000094);
     });
-}
-
-TEST(StructuredException, LeavesTheCrashStackOfItsThreadFree) {
-    OnTranslatedThread([] {
-        EXPECT_TRUE(ZBase::InstallCrashStack());
-        for (int i = 0; i != 1000; ++i) EXPECT_EQ(CodeOf(WriteToNull), 0xC0000005);
-        stack_t stack{};
-        sigaltstack(nullptr, &stack);
-        EXPECT_EQ(stack.ss_flags, 0);
-    });
-}
-
-TEST(StructuredException, HundredThousandFaultsLeakNothing) {
-    std::fflush(stdout);
-    const int output = dup(STDOUT_FILENO);
-    const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(sink, STDOUT_FILENO);
-    const auto resident = [] {
-        std::FILE* file = std::fopen("/proc/self/statm", "r");
-        long total = 0;
-        long pages = 0;
-        EXPECT_EQ(std::fscanf(file, "%ld %ld", &total, &pages), 2);
-        std::fclose(file);
-        return pages;
-    };
-    long before = 0;
-    long after = 0;
-    int caught = 0;
-    OnTranslatedThread([&] {
-        for (int i = 0; i != 100000; ++i) {
-            if (i == 1000) before = resident();
-            try {
-                i % 2 == 0 ? WriteToNull() : DivideByZero();
-            } catch (const StructuredException&) {
-                ++caught;
-            }
-        }
-        after = resident();
-    });
-    std::fflush(stdout);
-    dup2(output, STDOUT_FILENO);
-    close(output);
-    close(sink);
-    EXPECT_EQ(caught, 100000);
-    EXPECT_LT(after, before + 32);  // pages
 }
 
 TEST(StructuredException, ManyThreadsFaultAtOnce) {
