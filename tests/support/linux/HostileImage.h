@@ -3,15 +3,18 @@
 #include <elf.h>
 #include <link.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace test {
 
-/// An image that is to make a reader of its tables work more than its octets are worth. It is refused at its
-/// end, as its table of dynamic entries has none.
+/// An image that is to make a reader of its tables work more than its octets are worth, or that says what it
+/// does not have. It is refused at its end, as its table of dynamic entries has none, unless it is given one.
 class HostileImage {
 public:
     /// Entries that each need a module whose name is the same long text.
@@ -37,6 +40,25 @@ public:
         mSections = count;
     }
 
+    /// An entry of the dynamic section, behind those that an image has to have.
+    void AddEntry(std::int64_t tag, std::uint64_t value) {
+        ElfW(Dyn) entry{};
+        entry.d_tag = tag;
+        entry.d_un.d_val = value;
+        mMoreEntries.push_back(entry);
+    }
+
+    /// Behind the others.
+    void AddSegment(const ElfW(Phdr) & segment) { mMoreSegments.push_back(segment); }
+    void AddSection(const ElfW(Shdr) & section) { mMoreSections.push_back(section); }
+
+    /// The words at `kWords` of the file and of the image.
+    void SetWords(std::vector<std::uint32_t> words) {
+        mWords = std::move(words);
+        mWords.resize((mWords.size() + 1) / 2 * 2);  // what comes behind them is aligned
+    }
+    static constexpr std::uint64_t kWords = sizeof(ElfW(Ehdr));
+
     std::string Octets(bool hasEnd = false) const {
         ElfW(Ehdr) header{};
         std::memcpy(header.e_ident, ELFMAG, SELFMAG);
@@ -51,13 +73,14 @@ public:
 #endif
         header.e_phentsize = sizeof(ElfW(Phdr));
         header.e_shentsize = sizeof(ElfW(Shdr));
-        header.e_phoff = sizeof header;
-        header.e_phnum = static_cast<ElfW(Half)>(2 + mSegments);
-        header.e_shnum = static_cast<ElfW(Half)>(mFilled + mSections);
+        header.e_phoff = kWords + mWords.size() * sizeof(std::uint32_t);
+        header.e_phnum = static_cast<ElfW(Half)>(2 + mSegments + mMoreSegments.size());
+        header.e_shnum = static_cast<ElfW(Half)>(mFilled + mSections + mMoreSections.size());
 
         const std::size_t dynamicAt = header.e_phoff + header.e_phnum * sizeof(ElfW(Phdr));
         std::vector<ElfW(Dyn)> entries = mEntries;
-        const std::size_t namesAt = dynamicAt + (entries.size() + 4) * sizeof(ElfW(Dyn));
+        const std::size_t namesAt =
+            dynamicAt + (entries.size() + mMoreEntries.size() + 4) * sizeof(ElfW(Dyn));
         const std::string names = std::string(1, '\0') + mNames + '\0';
         const std::size_t symbolAt = (namesAt + names.size() + 7) / 8 * 8;
         const std::size_t zerosAt = symbolAt + sizeof(ElfW(Sym));
@@ -71,6 +94,7 @@ public:
         add(DT_STRTAB, namesAt);
         add(DT_STRSZ, names.size());
         add(DT_SYMTAB, symbolAt);
+        entries.insert(entries.end(), mMoreEntries.begin(), mMoreEntries.end());
         add(hasEnd ? DT_NULL : DT_DEBUG, 0);
 
         std::vector<ElfW(Phdr)> segments(header.e_phnum);
@@ -81,13 +105,15 @@ public:
             segments[2 + i] = Segment(PT_LOAD, 0, 1);
             segments[2 + i].p_vaddr = firstPage + i * kPage;
         }
+        std::copy(mMoreSegments.begin(), mMoreSegments.end(), segments.begin() + 2 + mSegments);
         std::vector<ElfW(Shdr)> sections(header.e_shnum);
-        for (std::size_t i = 0; i != sections.size(); ++i) {
+        std::copy(mMoreSections.begin(), mMoreSections.end(), sections.begin() + mFilled + mSections);
+        for (std::size_t i = 0; i != mFilled + mSections; ++i) {
             ElfW(Shdr)& section = sections[i];
             section.sh_flags = SHF_ALLOC;
             const bool isFilled = i < mFilled;
             section.sh_type = isFilled ? SHT_NOBITS : SHT_PROGBITS;
-            section.sh_addr = isFilled ? zerosAt : segments.back().p_vaddr;
+            section.sh_addr = isFilled ? zerosAt : segments[1 + mSegments].p_vaddr;
             section.sh_size = isFilled ? mZeros : 1;
         }
         header.e_shoff = mappedEnd;
@@ -96,6 +122,7 @@ public:
             octets.append(static_cast<const char*>(data), size);
         };
         append(&header, sizeof header);
+        append(mWords.data(), mWords.size() * sizeof(std::uint32_t));
         append(segments.data(), segments.size() * sizeof segments[0]);
         append(entries.data(), entries.size() * sizeof entries[0]);
         octets += names;
@@ -104,9 +131,9 @@ public:
         return octets;
     }
 
-private:
     static constexpr std::uint64_t kPage = 4096;
 
+    /// One with the same addresses in the file and in memory.
     static ElfW(Phdr) Segment(unsigned int type, std::uint64_t start, std::uint64_t size) {
         ElfW(Phdr) segment{};
         segment.p_type = type;
@@ -119,8 +146,13 @@ private:
         return segment;
     }
 
+private:
     std::string mNames;
     std::vector<ElfW(Dyn)> mEntries;
+    std::vector<ElfW(Dyn)> mMoreEntries;
+    std::vector<ElfW(Phdr)> mMoreSegments;
+    std::vector<ElfW(Shdr)> mMoreSections;
+    std::vector<std::uint32_t> mWords;
     std::size_t mZeros = 0;
     std::size_t mFilled = 0;
     std::size_t mSegments = 0;
