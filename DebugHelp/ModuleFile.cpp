@@ -124,6 +124,19 @@ void ModuleFile::CopyMapped() {
         ZBase::os::CopyOwnMemory(mModule.bias + segment.p_vaddr, mCopy.data() + segment.p_offset,
                                  segment.p_filesz);
     });
+    // The loader adds the module's place to addresses in the dynamic section, where it can be written.
+    VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {
+        if (segment.p_type != PT_DYNAMIC || segment.p_offset + segment.p_filesz > size) return;
+        char* const end =
+            mCopy.data() + segment.p_offset + segment.p_filesz / sizeof(ElfW(Dyn)) * sizeof(ElfW(Dyn));
+        for (char* at = mCopy.data() + segment.p_offset; at != end; at += sizeof(ElfW(Dyn))) {
+            ElfW(Dyn) entry;
+            std::memcpy(&entry, at, sizeof entry);
+            if (entry.d_un.d_ptr < mModule.start || entry.d_un.d_ptr >= mModule.end) continue;
+            entry.d_un.d_ptr -= mModule.bias;
+            std::memcpy(at, &entry, sizeof entry);
+        }
+    });
     ElfW(Ehdr) header;
     std::memcpy(&header, mCopy.data(), sizeof header);
     header.e_shoff = 0;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RefusedCalls.h"
 #include "tests/support/ScratchFolder.h"
 #include "tests/support/Stacks.h"
 
@@ -54,12 +55,17 @@ int Note(void* argument) {
     return 0;
 }
 
-Told Ask(const fs::path& path) {
+Told AskLoaded(void* module) {
     Told told;
+    reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallNested"))(Note, &told);
+    return told;
+}
+
+Told Ask(const fs::path& path) {
     void* module = dlopen(path.c_str(), RTLD_NOW);
     EXPECT_NE(module, nullptr) << dlerror();
-    if (module == nullptr) return told;
-    reinterpret_cast<int (*)(int (*)(void*), void*)>(dlsym(module, "CallNested"))(Note, &told);
+    if (module == nullptr) return {};
+    const Told told = AskLoaded(module);
     dlclose(module);
     return told;
 }
@@ -175,6 +181,22 @@ TEST_F(DebugFiles, InlinedFunctionIsNamedByTheOneAroundIt) {
     EXPECT_EQ(told.symbol, kHiddenName);
     // The line of the address itself is that of the inlined call, which is further up in the file.
     EXPECT_LT(std::stoi(told.line), std::stoi(told.hidden.line));
+}
+
+// Without /proc nothing leads to a file that was removed: what is mapped of it has the dynamic symbols.
+TEST_F(DebugFiles, RemovedModuleGivesItsExportedSymbolsFromMemory) {
+    const int result = test::InChild([this] {
+        if (!test::HideProc()) return test::kNotAllowed;
+        void* const module = dlopen(mWhole.c_str(), RTLD_NOW);
+        if (module == nullptr) return 1;
+        fs::remove(mWhole);
+        const Told told = AskLoaded(module);
+        if (told.exported.symbol != "CallNested" || told.exported.module != mWhole) return 2;
+        if (told.exported.file != "(NA)" || told.exported.line != "0") return 3;
+        return told.hidden.symbol == "(NA)" && told.module == mWhole ? 0 : 4;
+    });
+    if (result == test::kNotAllowed) GTEST_SKIP() << "nothing may be mounted here";
+    EXPECT_EQ(result, 0);
 }
 
 }  // namespace
