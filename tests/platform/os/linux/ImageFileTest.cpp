@@ -132,9 +132,9 @@ constexpr os::EImage kSound = os::EImage::kSound;
 constexpr os::EImage kDamaged = os::EImage::kDamaged;
 constexpr std::uint64_t kWords = test::HostileImage::kWords;
 
-class ImageEntries : public testing::TestWithParam<EntryRow> {};
+class ImageFileEntries : public testing::TestWithParam<EntryRow> {};
 
-TEST_P(ImageEntries, AreReadIfTheyAreInTheFile) {
+TEST_P(ImageFileEntries, AreReadIfTheyAreInTheFile) {
     test::HostileImage image;
     image.NeedOneLongName(1, 3);
     image.SetWords(GetParam().words);
@@ -144,7 +144,7 @@ TEST_P(ImageEntries, AreReadIfTheyAreInTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageEntries,
+    Rows, ImageFileEntries,
     testing::ValuesIn(std::vector<EntryRow>{
         {"no more", {}, kSound},
         {"symbols of 24 octets", {{DT_SYMENT, 24}}, kSound},
@@ -220,9 +220,9 @@ ElfW(Phdr) Segment(unsigned int type, std::uint64_t offset, std::uint64_t addres
     return segment;
 }
 
-class ImageSegments : public testing::TestWithParam<SegmentRow> {};
+class ImageFileSegments : public testing::TestWithParam<SegmentRow> {};
 
-TEST_P(ImageSegments, AreReadIfTheyAreInTheFile) {
+TEST_P(ImageFileSegments, AreReadIfTheyAreInTheFile) {
     test::HostileImage image;
     image.AddSegment(GetParam().segment);
     os::ImageNeeds needs;
@@ -230,7 +230,7 @@ TEST_P(ImageSegments, AreReadIfTheyAreInTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageSegments,
+    Rows, ImageFileSegments,
     testing::ValuesIn(std::vector<SegmentRow>{
         {"of zeros", Segment(PT_LOAD, 0, 8192, 0, 16, 4096), kSound},
         {"more in the file than in memory", Segment(PT_LOAD, 0, 8192, 17, 16, 4096), kDamaged},
@@ -286,11 +286,11 @@ ElfW(Shdr) Section(unsigned int type, std::uint64_t flags, std::uint64_t address
     return section;
 }
 
-class ImageSections : public testing::TestWithParam<SectionRow> {};
+class ImageFileSections : public testing::TestWithParam<SectionRow> {};
 
 // Of a segment that can only be read, and of the page at 8192, of which the file has nothing. The last part
 // of that page is protected later.
-TEST_P(ImageSections, RepeatTheLayoutOfTheSegments) {
+TEST_P(ImageFileSections, RepeatTheLayoutOfTheSegments) {
     test::HostileImage image;
     ElfW(Phdr) data = Segment(PT_LOAD, 0, 8192, 0, 4096, 4096);
     data.p_flags = PF_R | PF_W;
@@ -302,7 +302,7 @@ TEST_P(ImageSections, RepeatTheLayoutOfTheSegments) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageSections,
+    Rows, ImageFileSections,
     testing::ValuesIn(std::vector<SectionRow>{
         {"read", Section(SHT_PROGBITS, SHF_ALLOC, 64, 64, 8), kSound},
         {"elsewhere in the file", Section(SHT_PROGBITS, SHF_ALLOC, 64, 72, 8), kDamaged},
