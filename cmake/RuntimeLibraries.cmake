@@ -1,8 +1,12 @@
 # The libraries of mingw-w64's compiler, which go where the product goes: all parts of a process have to use the same ones,
 # or no exception gets from one to the other.
 set(ZBASE_RUNTIME_LIBRARIES "")
+set(owner ${CMAKE_CXX_COMPILER})
+if(ZBASE_RUNTIME_OWNER)  # whose libraries this compiler uses
+    set(owner ${ZBASE_RUNTIME_OWNER})
+endif()
 foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
-    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name} OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
+    execute_process(COMMAND ${owner} -print-file-name=${name} OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(NOT IS_ABSOLUTE "${file}")
         find_file(found_${name} ${name} PATH_SUFFIXES lib bin NO_CACHE)
         set(file ${found_${name}})

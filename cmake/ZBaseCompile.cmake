@@ -31,6 +31,19 @@ function(zbase_installed target)
     endif()
     set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
     zbase_hardened(${target})
+    zbase_pdb(${target})
+endfunction()
+
+# zbase_pdb(target): what debuggers of Windows read goes beside the library or program, where the toolchain can make it.
+function(zbase_pdb target)
+    get_target_property(type ${target} TYPE)
+    if(ZBASE_PDB AND type MATCHES "SHARED_LIBRARY|EXECUTABLE")
+        target_link_options(${target} PRIVATE -Wl,--pdb= -Wl,-Xlink=-pdbaltpath:%_PDB% -Wl,-Xlink=-pdbsourcepath:build)
+        if(ZBASE_INSTALL)
+            set(file $<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_PREFIX:${target}>$<TARGET_FILE_BASE_NAME:${target}>.pdb)
+            install(FILES ${file} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
+        endif()
+    endif()
 endfunction()
 
 # zbase_parse_once(target): what most sources include of the standard library is parsed once, where the build says so.

@@ -95,6 +95,8 @@ check_windows() {
     scripts/windows/exports.sh
     scripts/windows/messages.sh
     scripts/windows/dumps.sh
+    ZBASE_PRESET=windows-pdb scripts/build.sh
+    scripts/windows/exports.sh windows-pdb
     scripts/windows/package.sh
 }
 

@@ -163,6 +163,7 @@ if(ZBASE_CRASH_REPORTING)
     add_subdirectory(platform/os/windows)
 endif()
 zbase_tests(diagnostics SHARED LIBRARIES ZBase::ZBase EXCEPT CaptureTest DebugHelpTest)
+add_dependencies(diagnostics_tests ${children})
 if(ZBASE_CRASH_REPORTING)
     zbase_tests(crash SHARED LIBRARIES ZBase::ZBase EXCEPT CrashReportTest CrashConfinedTest CrashChainTest CrashRightsTest
                 CrashRuntimesTest CrashAttachmentsTest CrashInstallationTest CrashNotesTest CrashDeliveryTest LastWordsTest

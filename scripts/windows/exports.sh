@@ -1,5 +1,5 @@
 #!/bin/sh
-# exports.sh: the exported names of the preset "windows", which is built, are those of Linux: cmake/exports.txt, and what the
+# exports.sh [PRESET]: the exported names of the preset, "windows" if none is given, which is built, are those of Linux: cmake/exports.txt, and what the
 # command of the preset "release" was linked with. A name that is missing or new on one side fails, and is shown.
 #
 # Both compilers spell names alike. The differences that are meant:
@@ -10,6 +10,7 @@
 #     Windows exports a class without the types in it.
 set -eu
 cd "$(dirname "$0")/../.."
+build=build/${1:-windows}
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 
@@ -41,5 +42,5 @@ compare() {
 
 [ -e build/release/ZLiteXML/libZLiteXML.so ] || scripts/build.sh zbase
 scripts/checks/exports.sh build/release/ZLiteXML/libZLiteXML.so >"$place/xml"
-compare cmake/exports.txt build/windows/bin/libZBase.dll
-compare "$place/xml" build/windows/bin/libZLiteXML.dll
+compare cmake/exports.txt "$build/bin/libZBase.dll"
+compare "$place/xml" "$build/bin/libZLiteXML.dll"

@@ -41,7 +41,7 @@ class Text {
 public:
     explicit Text(HANDLE file) : mFile(file) {}
 
-    [[gnu::format(gnu_printf, 2, 3)]] void Add(const char* format, ...) {
+    [[gnu::format(__MINGW_PRINTF_FORMAT, 2, 3)]] void Add(const char* format, ...) {
         constexpr std::size_t kLongest = 8192;
         if (sizeof mText - mSize < kLongest) Flush();
         va_list arguments;
