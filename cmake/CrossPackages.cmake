@@ -16,6 +16,7 @@ function(zbase_cross_expat)
     target_include_directories(zbase_expat SYSTEM PUBLIC ${place}/lib PRIVATE ${place}/config)
     target_compile_definitions(zbase_expat PUBLIC XML_STATIC)
     target_compile_options(zbase_expat PRIVATE -w)
+    zbase_installed(zbase_expat)
     add_library(EXPAT::EXPAT ALIAS zbase_expat)
 endfunction()
 
