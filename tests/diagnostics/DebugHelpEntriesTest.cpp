@@ -258,10 +258,9 @@ TEST_F(DebugHelpEntries, ModulesAreEnumeratedUntilTheCallbackHasEnough) {
 
 TEST_F(DebugHelpEntries, LoadedModuleIsFoundByItsBaseOrItsName) {
     using Load = ZBase::SymLoadModule64Function;
-    void* library = dlopen((std::string(ZBASE_LIBRARY).substr(0, std::string(ZBASE_LIBRARY).rfind('/')) +
-                            "/libzbase_debughelp.so")
-                               .c_str(),
-                           RTLD_NOW | RTLD_NOLOAD);
+    Dl_info info{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(gDbgHelpBuilder.GetStackWalk()), &info), 0);
+    void* library = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(library, nullptr);
     const auto load = reinterpret_cast<Load>(dlsym(library, "SymLoadModule64"));
     dlclose(library);
