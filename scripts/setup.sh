@@ -19,7 +19,7 @@ build="g++ cmake ninja-build patch libcurl4 ca-certificates libcli11-dev libdw-d
 # Breakpad comes through npm if that is installed. Debian's own would bring 372 packages, curl and node-registry-url 19.
 scripts/breakpad.sh --needs-fetching && ! command -v npm >/dev/null && build="$build curl node-registry-url"
 test="$build gettext libgtest-dev libcpp-httplib-dev openssl libicu-dev locales elfutils fortunes-ru fortunes-zh gdb libxml2-utils uuid-runtime"
-check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 iproute2 libclang-rt-16-dev lld-16 llvm-16 g++-mingw-w64-x86-64-posix python3 valgrind"
+check="$test abigail-tools clang-16 clang-format-16 clang-tidy-16 gcovr iproute2 libclang-rt-16-dev lld-16 llvm-16 g++-mingw-w64-x86-64-posix python3 valgrind"
 package="$build dpkg-dev fakeroot file lintian"
 wine="googletest wine64"
 windows="$test $wine clang-16 dpkg-dev g++-mingw-w64-x86-64-posix libz-mingw-w64-dev lld-16"
