@@ -119,14 +119,17 @@ void ModuleFile::CopyMapped() {
     constexpr std::size_t kLargest = std::size_t{1} << 32;
     if (size < sizeof(ElfW(Ehdr)) || size > kLargest) return;
     mCopy.assign(size, 0);
+    const auto isInside = [size](const ElfW(Phdr) & segment) {
+        return segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;
+    };
     VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {
-        if (segment.p_type != PT_LOAD || segment.p_offset + segment.p_filesz > size) return;
+        if (segment.p_type != PT_LOAD || !isInside(segment)) return;
         ZBase::os::CopyOwnMemory(mModule.bias + segment.p_vaddr, mCopy.data() + segment.p_offset,
                                  segment.p_filesz);
     });
     // The loader adds the module's place to addresses in the dynamic section, where it can be written.
     VisitSegments(mModule, [&](const ElfW(Phdr) & segment) {
-        if (segment.p_type != PT_DYNAMIC || segment.p_offset + segment.p_filesz > size) return;
+        if (segment.p_type != PT_DYNAMIC || !isInside(segment)) return;
         char* const end =
             mCopy.data() + segment.p_offset + segment.p_filesz / sizeof(ElfW(Dyn)) * sizeof(ElfW(Dyn));
         for (char* at = mCopy.data() + segment.p_offset; at != end; at += sizeof(ElfW(Dyn))) {
