@@ -11,6 +11,10 @@ function(zbase_compile target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 14)
         target_compile_options(${target} PRIVATE -Wno-stringop-overflow)
     endif()
+    # With all of its optimisations g++ 12 takes what is put in front of a text for a copy over itself.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+        target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
     if(WIN32)
         # Windows 10 is the oldest that is served. No macro takes a name away from C++.
         target_compile_definitions(${target} PRIVATE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
