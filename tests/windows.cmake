@@ -174,7 +174,7 @@ if(ZBASE_BUILD_TOOLS)
     zbase_tests(tools SHARED LIBRARIES ZBase::ZLiteXML advapi32 shell32 EXCEPT HostCommandTest ProgressTest)
     add_dependencies(tools_tests zbase WindowsCrashProbe)
     target_sources(tools_tests PRIVATE ${ZBASE_TOOLS_SYSTEM_SOURCES})
-    foreach(component crash/DumpedModules crash/ImageSymbols crash/ImageUnwinding terminal/Console terminal/Progress text/TextScan
+    foreach(component crash/DumpedModules crash/ImageSymbols crash/ImageUnwinding crash/PdbSymbols terminal/Console terminal/Progress text/TextScan
             text/TextStream)
         target_sources(tools_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/zbase/${component}.cpp)
     endforeach()

@@ -1,7 +1,7 @@
 #!/bin/sh
 # package.sh: the archive that CPack makes of the preset "windows-pdb", which is built, works wherever it is unpacked: an outside
-# project of the other compiler builds against it, the debug help finds names and lines in its PDB files, and the command sends a
-# report with what it finds there.
+# project of the other compiler builds against it, the debug help and the command, here and on Linux, find names and lines in its PDB
+# files, and the command sends a report with what it finds there.
 set -eu
 cd "$(dirname "$0")/../.."
 top=$PWD
@@ -40,5 +40,24 @@ x86_64-w64-mingw32-g++-posix -std=c++20 -I"$installed/include" "$place/names.cpp
 scripts/windows/wine.sh "$place/names.exe" "Z:$place/report"
 grep -q 'libZBase.dll # ZBase::CallStackLogger::AppendCallStack # .*CallStackLogger.cpp # [1-9]' "$place/report" ||
     { echo "package.sh: no name and line of the library in:" >&2; cat "$place/report" >&2; exit 1; }
+
+# A crash in the library.
+cat >"$place/crash.cpp" <<'END'
+#include <Base/ZBase.h>
+int main() {
+    ZBase::InstallCrashHandler();
+    ZBase::WideCharToUTF8(reinterpret_cast<const unsigned short*>(16), false);
+}
+END
+x86_64-w64-mingw32-g++-posix -std=c++20 -I"$installed/include" "$place/crash.cpp" "$installed/lib/libZBase.dll.a" -o "$place/crash.exe"
+printf '[Config]\nServerURL=http://127.0.0.1:1/\nServerProdURL=http://127.0.0.1:1/\ndump_path=Z:%s\ndump_seconds=60\n' "$place/dumps" \
+    >"$place/crash_report.ini"
+mkdir "$place/dumps"
+ZENT_CRASH_CONFIG_FILE="Z:$place/crash_report.ini" scripts/windows/wine.sh "$place/crash.exe" || :
+for reader in build/release/tools/zbase/zbase "scripts/windows/wine.sh $installed/bin/zbase.exe"; do
+    $reader crash show "$place"/dumps/*.dmp >"$place/shown"
+    grep -q '^  0 *libZBase.dll .*ZBase::.*[.]cpp:[1-9]' "$place/shown" ||
+        { echo "package.sh: $reader has no name and line of the library in:" >&2; cat "$place/shown" >&2; exit 1; }
+done
 
 scripts/windows/wine.sh "$installed/bin/zbase.exe" crash test --local

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "tests/tools/MadePdb.h"
+
 namespace {
 
 /// A small image: a section at 0x1000, whose content stands at 0x200 in the file, and one symbol.
@@ -53,7 +55,19 @@ protected:
         for (std::size_t i = 0; i != slots.size(); ++i) Number(at + 4 + i * 2, slots[i]);
     }
 
-    std::string Symbols() const { return SymbolsOfImage(mImage, "a.exe", "ID"); }
+    /// Says that the image has this PDB file.
+    void TellPdb(const test::MadePdb& pdb, const char* name) {
+        Number(0x58 + 112 + 48, 0x1180u);  // what is for debuggers
+        Number(0x58 + 116 + 48, 28u);
+        Number(0x380 + 12, 2u);      // symbols
+        Number(0x380 + 24, 0x3A0u);  // where they are told in the file
+        Put("RSDS", 0x3A0);
+        Put(pdb.guid.c_str(), 0x3A4);
+        Number(0x3B4, pdb.age);
+        Put(name, 0x3B8);
+    }
+
+    std::string Symbols() const { return SymbolsOfImage(mImage, "", "a.exe", "ID"); }
 
     static constexpr std::size_t kSection = 0x58 + 240;
 
@@ -86,21 +100,56 @@ TEST_F(ImageSymbols, PartThatContinuesItselfEnds) {
     EXPECT_NE(Symbols(), "");
 }
 
+TEST_F(ImageSymbols, OfItsPdbFileHaveLinesAndComeBeforeThoseOfTheLinker) {
+    test::MadePdb pdb;
+    pdb.Function(0x1147, 1, 0x10, 0x20, "Server::Run");
+    pdb.Function(0x1147, 9, 0x10, 0x20, "InNoSection");
+    pdb.Lines(1, 0x10, 0x20, {{pdb.File("run.cpp"), {{0, 7}, {8, 9}}}});
+    pdb.Public(2, 1, 0x40, "_Z4Walkv");
+    TellPdb(pdb, "C:\\build\\a.pdb");
+    Number(0x58 + 116 + 24, 24u);  // a function more
+    Function(0x30C, 0x1040, 0x1050, 0x1150);
+    const std::string found = SymbolsOfImage(mImage, pdb.Content(), "a.pdb", "ID");
+    EXPECT_TRUE(
+        found.starts_with("MODULE windows x86_64 ID a.pdb\n"
+                          "FILE 0 run.cpp\n"
+                          "FUNC 1010 20 0 Server::Run\n"
+                          "1010 8 7 0\n"
+                          "1018 18 9 0\n"
+                          "FUNC 1040 10 0 Walk()\n"
+                          "STACK CFI INIT 1010 20 "))
+        << found;
+    EXPECT_EQ(PdbOfImage(mImage), "a.pdb");
+
+    ++pdb.age;
+    const std::string without = SymbolsOfImage(mImage, pdb.Content(), "a.pdb", "ID");
+    EXPECT_TRUE(
+        without.starts_with("MODULE windows x86_64 ID a.pdb\n"
+                            "FUNC 1010 20 0 Run()\n"
+                            "STACK CFI INIT 1010 20 "))
+        << without;
+}
+
+TEST_F(ImageSymbols, ImageWithoutAPdbFileNamesNone) {
+    EXPECT_EQ(PdbOfImage(mImage), "");
+    EXPECT_EQ(PdbOfImage(""), "");
+}
+
 TEST_F(ImageSymbols, IdentityIsTheStampAndTheSize) {
     EXPECT_EQ(IdentityOfImage(mImage), (ImageIdentity{0x11223344, 0x5000}));
     EXPECT_EQ(IdentityOfImage("\177ELF"), ImageIdentity{});
 }
 
 TEST_F(ImageSymbols, WhatIsNoImageHasNone) {
-    EXPECT_EQ(SymbolsOfImage("", "a", "b"), "");
-    EXPECT_EQ(SymbolsOfImage("MZ", "a", "b"), "");
-    EXPECT_EQ(SymbolsOfImage(mImage.substr(0, 0x50), "a", "b"), "");
+    EXPECT_EQ(SymbolsOfImage("", "", "a", "b"), "");
+    EXPECT_EQ(SymbolsOfImage("MZ", "", "a", "b"), "");
+    EXPECT_EQ(SymbolsOfImage(mImage.substr(0, 0x50), "", "a", "b"), "");
 }
 
 // Each octet of the tables with every bit turned, and each end: there is an answer.
 TEST_F(ImageSymbols, DamagedImageIsReadWithinItsBounds) {
     const std::string whole = mImage;
-    for (std::size_t end = 0; end != whole.size(); ++end) SymbolsOfImage(whole.substr(0, end), "a", "b");
+    for (std::size_t end = 0; end != whole.size(); ++end) SymbolsOfImage(whole.substr(0, end), "", "a", "b");
     for (std::size_t at = 0x3C; at < whole.size(); ++at) {
         for (const int bits : {0xFF, 0x80, 0x7F}) {
             mImage = whole;

@@ -55,7 +55,8 @@ public:
     // Of an image of Windows, under the name and the identifier of its symbols.
     void AddImage(const std::string& file, const std::string& name, const std::string& id) const {
         try {
-            const std::string symbols = SymbolsOfImage(ReadFile(file), name, id);
+            const std::string image = ReadFile(file);
+            const std::string symbols = SymbolsOfImage(image, PdbBeside(file, image), name, id);
             if (!symbols.empty() && !name.empty() && !id.empty()) Write(name, id, symbols);
         } catch (const Failure&) {
         }
@@ -68,6 +69,14 @@ public:
     }
 
 private:
+    // The content of the image's PDB file; empty if it is not there.
+    static std::string PdbBeside(const std::string& file, const std::string& image) {
+        const std::string name = PdbOfImage(image);
+        const fs::path pdb = fs::path(file).parent_path() / name;
+        std::error_code none;
+        return !name.empty() && fs::is_regular_file(pdb, none) ? ReadFile(pdb.string()) : "";
+    }
+
     // The name comes from a file that anybody may have made.
     void Write(const std::string& name, const std::string& id, const std::string& symbols) const {
         if (name.find_first_of("/\\:") != std::string::npos || name == "." || name == "..") return;

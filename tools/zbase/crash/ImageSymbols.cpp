@@ -1,13 +1,15 @@
 #include "ImageSymbols.h"
 #include "ImageUnwinding.h"
+#include "Octets.h"
+#include "PdbSymbols.h"
 
 #include <cxxabi.h>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -26,6 +28,7 @@ constexpr std::size_t kSymbolSize = 18;
 constexpr std::uint16_t kFunctionType = 0x20;
 constexpr std::size_t kExports = 0;  // places in the table of tables
 constexpr std::size_t kExceptions = 3;
+constexpr std::size_t kDebug = 6;
 
 using Names = std::map<std::uint32_t, std::string>;  // by their addresses in the image
 
@@ -48,13 +51,9 @@ public:
     bool IsImage() const { return mIsImage; }
     ImageIdentity Identity() const { return mIsImage ? mIdentity : ImageIdentity{}; }
 
-    /// 0 beyond the end.
     template <class T>
     T Number(std::size_t at) const {
-        T number = 0;
-        if (at <= mContent.size() && mContent.size() - at >= sizeof number)
-            std::memcpy(&number, mContent.data() + at, sizeof number);
-        return number;
+        return mContent.Number<T>(at);
     }
 
     /// Where an address in the image stands in its file; the end if it does not.
@@ -65,14 +64,44 @@ public:
             if (address < start || address - start >= Number<std::uint32_t>(section + 16)) continue;
             return std::size_t{Number<std::uint32_t>(section + 20)} + (address - start);
         }
-        return mContent.size();
+        return mContent.Size();
     }
+
+    /// Where a section, counted from 1, begins in memory; 0 if there is none.
+    std::uint32_t SectionStart(std::uint16_t section) const {
+        if (section == 0 || section > mSectionCount) return 0;
+        return Number<std::uint32_t>(mSections + (section - std::size_t{1}) * kSectionSize + 12);
+    }
+
+    /// Where it tells of its PDB file: a mark, what identifies that, and its name; the end if it does not.
+    std::size_t PlaceOfPdb() const {
+        constexpr std::size_t kEntry = 28;
+        constexpr std::uint32_t kSymbols = 2, kMark = 0x53445352;  // "RSDS"
+        const std::size_t table = PlaceOf(TableAddress(kDebug));
+        for (std::size_t at = table; at - table < TableSize(kDebug) && at < mContent.Size(); at += kEntry) {
+            const std::size_t place = Number<std::uint32_t>(at + 24);
+            if (Number<std::uint32_t>(at + 12) == kSymbols && Number<std::uint32_t>(place) == kMark)
+                return place;
+        }
+        return mContent.Size();
+    }
+
+    PdbIdentity IdentityOfPdb() const {
+        const std::size_t place = PlaceOfPdb();
+        PdbIdentity identity{{}, Number<std::uint32_t>(place + 20)};
+        mContent.Part(place + 4, identity.guid.size())
+            .Content()
+            .copy(identity.guid.data(), identity.guid.size());
+        return identity;
+    }
+
+    std::string NameOfPdb() const { return Text(PlaceOfPdb() + 24, kLongestName); }
 
     /// The functions with unwind codes, as the image has them.
     std::vector<ImageFunction> Functions() const {
         std::vector<ImageFunction> functions;
         const std::size_t table = PlaceOf(TableAddress(kExceptions));
-        const std::size_t room = mContent.size() - std::min(table, mContent.size());
+        const std::size_t room = mContent.Part(table, mContent.Size()).Size();
         const std::size_t count = std::min<std::size_t>(TableSize(kExceptions), room) / sizeof(ImageFunction);
         for (std::size_t i = 0; i != count; ++i)
             functions.push_back(FunctionAt(table + i * sizeof(ImageFunction)));
@@ -88,12 +117,11 @@ public:
         const std::size_t texts = mSymbols + std::size_t{mSymbolCount} * kSymbolSize;
         for (std::uint32_t i = 0; mSymbols != 0 && i < mSymbolCount; ++i) {
             const std::size_t at = mSymbols + std::size_t{i} * kSymbolSize;
-            if (at > mContent.size()) break;
+            if (at > mContent.Size()) break;
             const auto section = Number<std::uint16_t>(at + 12);
             i += Number<std::uint8_t>(at + 17);  // further records of this symbol
-            if (Number<std::uint16_t>(at + 14) != kFunctionType || section == 0 || section > mSectionCount)
-                continue;
-            const auto start = Number<std::uint32_t>(mSections + (section - 1) * kSectionSize + 12);
+            const std::uint32_t start = SectionStart(section);
+            if (Number<std::uint16_t>(at + 14) != kFunctionType || start == 0) continue;
             const bool isLong = Number<std::uint32_t>(at) == 0;
             names[start + Number<std::uint32_t>(at + 8)] =
                 isLong ? Text(texts + Number<std::uint32_t>(at + 4), kLongestName) : Text(at, 8);
@@ -113,12 +141,7 @@ private:
         return Number<std::uint32_t>(mOptional + 116 + table * 8);
     }
 
-    // Up to a zero.
-    std::string Text(std::size_t at, std::size_t most) const {
-        if (at >= mContent.size()) return "";
-        const std::string_view text = std::string_view(mContent).substr(at, most);
-        return std::string(text.substr(0, text.find('\0')));
-    }
+    std::string Text(std::size_t at, std::size_t most) const { return std::string(mContent.Text(at, most)); }
 
     Names ExportedNames() const {
         Names names;
@@ -128,7 +151,7 @@ private:
         const std::size_t texts = PlaceOf(Number<std::uint32_t>(table + 32));
         const std::size_t ordinals = PlaceOf(Number<std::uint32_t>(table + 36));
         const std::size_t count =
-            std::min<std::size_t>(Number<std::uint32_t>(table + 24), mContent.size() / 4);
+            std::min<std::size_t>(Number<std::uint32_t>(table + 24), mContent.Size() / 4);
         for (std::size_t i = 0; i != count; ++i) {
             const std::size_t ordinal = Number<std::uint16_t>(ordinals + i * 2);
             const auto address = Number<std::uint32_t>(addresses + ordinal * 4);
@@ -137,7 +160,7 @@ private:
         return names;
     }
 
-    const std::string& mContent;
+    Octets mContent;
     bool mIsImage = false;
     ImageIdentity mIdentity;
     std::size_t mOptional = 0;  // the second header
@@ -147,20 +170,27 @@ private:
     std::uint32_t mSymbolCount = 0;
 };
 
+std::string InOneLine(std::string text) {
+    for (char& letter : text)
+        if (static_cast<unsigned char>(letter) < ' ') letter = '?';
+    return text;
+}
+
 std::string Demangled(const std::string& name) {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> text(
         abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), std::free);
-    std::string shown = text == nullptr ? name : text.get();
-    for (char& letter : shown)
-        if (static_cast<unsigned char>(letter) < ' ') letter = '?';
-    return shown;
+    return InOneLine(text == nullptr ? name : text.get());
 }
 
 std::string Hex(std::uint32_t number) {
     char digits[9];
     std::snprintf(digits, sizeof digits, "%x", number);
     return digits;
+}
+
+std::string FunctionLine(std::uint32_t start, std::uint32_t size, const std::string& name) {
+    return "FUNC " + Hex(start) + " " + Hex(size) + " 0 " + name + "\n";
 }
 
 // The unwind codes at an address, those of the function that it continues before its own.
@@ -192,19 +222,41 @@ ImageIdentity IdentityOfImage(const std::string& image) {
     return Image(image).Identity();
 }
 
-std::string SymbolsOfImage(const std::string& content, const std::string& name, const std::string& id) {
+std::string PdbOfImage(const std::string& content) {
+    const Image image(content);
+    const std::string name = image.IsImage() ? image.NameOfPdb() : "";
+    return name.substr(name.find_last_of("/\\:") + 1);
+}
+
+std::string SymbolsOfImage(const std::string& content, const std::string& pdb, const std::string& name,
+                           const std::string& id) {
     const Image image(content);
     if (!image.IsImage()) return "";
+    const PdbSymbols known = ReadPdb(pdb, image.IdentityOfPdb());
     std::string symbols = "MODULE windows x86_64 " + id + " " + name + "\n";
-    std::string unwinding;
+    for (std::size_t i = 0; i != known.files.size(); ++i)
+        symbols += "FILE " + std::to_string(i) + " " + InOneLine(known.files[i]) + "\n";
+
+    std::set<std::uint32_t> shown;
+    for (const PdbFunction& function : known.functions) {
+        const std::uint32_t start = image.SectionStart(function.section);
+        if (start == 0 || !shown.insert(start + function.offset).second) continue;
+        symbols += FunctionLine(start + function.offset, function.size, InOneLine(function.name));
+        for (const PdbLine& line : function.lines)
+            symbols += Hex(start + line.offset) + " " + Hex(line.size) + " " + std::to_string(line.number) +
+                       " " + std::to_string(line.file) + "\n";
+    }
+
     Names names = image.FunctionNames();
+    for (const PdbName& function : known.names)
+        if (const std::uint32_t start = image.SectionStart(function.section); start != 0)
+            names.emplace(start + function.offset, function.name);
+    std::string unwinding;
     for (const ImageFunction& function : image.Functions()) {
         if (function.end <= function.start) continue;
-        const std::uint32_t size = function.end - function.start;
-        const auto known = names.find(function.start);
-        if (known != names.end())
-            symbols +=
-                "FUNC " + Hex(function.start) + " " + Hex(size) + " 0 " + Demangled(known->second) + "\n";
+        const auto named = names.find(function.start);
+        if (named != names.end() && !shown.contains(function.start))
+            symbols += FunctionLine(function.start, function.end - function.start, Demangled(named->second));
         UnwindFrame frame;
         const std::vector<UnwindCode> codes = CodesAt(image, function.codes, frame);
         unwinding += UnwindRules(function, codes, frame);

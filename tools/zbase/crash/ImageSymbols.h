@@ -13,7 +13,12 @@ struct ImageIdentity {
 
 ImageIdentity IdentityOfImage(const std::string& image);
 
-/// A Breakpad symbol file of an image of 64-bit Windows, whose content this is: the functions that the linker
-/// left the names of or that are exported, and how every function is unwound. `name` and `id` are those of
-/// the module in the dump. Empty for what is no such image.
-std::string SymbolsOfImage(const std::string& image, const std::string& name, const std::string& id);
+/// The name of the PDB file that an image says it has, without a folder; empty if it has none.
+std::string PdbOfImage(const std::string& image);
+
+/// A Breakpad symbol file of an image of 64-bit Windows, whose content this is: the functions with their
+/// lines that its PDB file `pdb` knows, if that is not empty and the image's own; those that the linker left
+/// the names of or that are exported; and how every function is unwound. `name` and `id` are those of the
+/// module in the dump. Empty for what is no such image.
+std::string SymbolsOfImage(const std::string& image, const std::string& pdb, const std::string& name,
+                           const std::string& id);
