@@ -8,6 +8,7 @@ top=$PWD
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
 
+scripts/build.sh zbase
 (cd build/windows-pdb && cpack -B "$place/packages" >"$place/log") || { cat "$place/log" >&2; exit 1; }
 archive=$(ls "$place"/packages/*.zip)
 mkdir "$place/unpacked"
@@ -56,7 +57,7 @@ mkdir "$place/dumps"
 ZENT_CRASH_CONFIG_FILE="Z:$place/crash_report.ini" scripts/windows/wine.sh "$place/crash.exe" || :
 for reader in build/release/tools/zbase/zbase "scripts/windows/wine.sh $installed/bin/zbase.exe"; do
     $reader crash show "$place"/dumps/*.dmp >"$place/shown"
-    grep -q '^  0 *libZBase.dll .*ZBase::.*[.]cpp:[1-9]' "$place/shown" ||
+    grep -q 'libZBase.dll.*ZBase::WideCharToUTF8.*UnicodeConversions.cpp:[1-9]' "$place/shown" ||
         { echo "package.sh: $reader has no name and line of the library in:" >&2; cat "$place/shown" >&2; exit 1; }
 done
 
