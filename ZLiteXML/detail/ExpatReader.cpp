@@ -95,6 +95,7 @@ void ExpatReader::SetCallbacks() {
         Self(reader).Guard([&] {
             Self(reader).TellText();
             if (UTF8EventHandler* handler = Self(reader).Current()) handler->Comment(text);
+            if (Self(reader).mBehind) XML_DefaultCurrent(Self(reader).mParser.get());
         });
     });
 }
@@ -205,6 +206,10 @@ void ExpatReader::ParsePiece(const char* bytes, int size, bool isLast) {
     if (status != XML_STATUS_OK) {
         const XML_Error error = XML_GetErrorCode(mParser.get());
         if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+        // Text behind the document element is junk to the parser where a piece ends in it; of the whole it
+        // may see first that it is no token.
+        if (mBehind && (error == XML_ERROR_INVALID_TOKEN || error == XML_ERROR_PARTIAL_CHAR))
+            RefuseAt(*mBehind, XML_ErrorString(XML_ERROR_JUNK_AFTER_DOC_ELEMENT));
         Refuse(XML_ErrorString(error));
     }
     mParsed += static_cast<unsigned int>(size);
@@ -217,8 +222,24 @@ std::uint64_t ExpatReader::Unfinished() const {
 }
 
 void ExpatReader::Refuse(const std::string& reason) const {
-    ThrowFailure("Line " + std::to_string(LineNumber(mParser.get())) + ", column " +
-                 std::to_string(ColumnNumber(mParser.get()) + 1) + ": " + reason + ".");
+    RefuseAt({LineNumber(mParser.get()), ColumnNumber(mParser.get())}, reason);
+}
+
+void ExpatReader::RefuseAt(const Place& place, const std::string& reason) {
+    ThrowFailure("Line " + std::to_string(place.line) + ", column " + std::to_string(place.column + 1) +
+                 ": " + reason + ".");
+}
+
+// The end of the document element, white space, a comment or an instruction, which the parser is at.
+void ExpatReader::PassMisc(const char* text, std::size_t size) {
+    mBehind = {LineNumber(mParser.get()), ColumnNumber(mParser.get())};
+    for (std::size_t i = 0; i != size; ++i) {
+        const bool isSecondOfTwo = text[i] == '\n' && i != 0 && text[i - 1] == '\r';
+        if (text[i] == '\r' || (text[i] == '\n' && !isSecondOfTwo))
+            mBehind = {mBehind->line + 1, 0};
+        else if (!isSecondOfTwo && (text[i] & 0xC0) != 0x80)
+            ++mBehind->column;
+    }
 }
 
 // Expat may still call back after it was stopped.
@@ -248,6 +269,11 @@ void ExpatReader::End(const char* name) {
     while (!mListeners.empty() && mListeners.back().depth == mDepth) mListeners.pop_back();
     --mDepth;
     if (UTF8EventHandler* handler = Current()) handler->EndElement(name);
+    if (mDepth != 0) return;
+    XML_SetDefaultHandlerExpand(mParser.get(), [](void* reader, const char* text, int size) {
+        Self(reader).PassMisc(text, static_cast<std::size_t>(size));
+    });
+    XML_DefaultCurrent(mParser.get());
 }
 
 void ExpatReader::AddText(const char* text, std::size_t size) {

@@ -8,6 +8,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ private:
     struct FreeParser {
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
+    struct Place {
+        std::uint64_t line, column;
+    };
     enum class EState { Reading, Inside, Finished, GivenUp };
     enum class EGive { WhatIsWorthIt, All, TheEnd };
 
@@ -42,6 +46,8 @@ private:
     void ParsePiece(const char* bytes, int size, bool isLast);
     std::uint64_t Unfinished() const;
     [[noreturn]] void Refuse(const std::string& reason) const;
+    [[noreturn]] static void RefuseAt(const Place& place, const std::string& reason);
+    void PassMisc(const char* text, std::size_t size);
 
     template <class Step>
     void Guard(Step step) noexcept;
@@ -66,6 +72,7 @@ private:
     const char* mpDeclared = nullptr;                     // the last counted element
     unsigned int* mpDeclaredCount = nullptr;              // its count
     std::exception_ptr mFailure;                          // of a callback, to be rethrown
+    std::optional<Place> mBehind;  // what is complete of and behind the document element
     EState mState = EState::Reading;
 };
 
