@@ -240,7 +240,8 @@ private:
 };
 
 /// Whether two trees are equal: domains, ids, templates, parameters and the texts of all languages, message
-/// by message. Number formats and wide texts are not compared. Throws `std::bad_alloc`.
+/// by message. One without domain and id is not one whose domain and id are 0, as its XML form says neither.
+/// Number formats and wide texts are not compared. Throws `std::bad_alloc`.
 ZBASE_API bool operator==(const Message& one, const Message& other);
 
 /// Writes the whole tree as `FormatMessage(message, 0)` gives it. Throws `std::bad_alloc`.

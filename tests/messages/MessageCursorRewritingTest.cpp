@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -391,6 +392,33 @@ TEST(MessageCursorRewriting, TwoOnOneMessageNeverHaveTheSameBranch) {
     EXPECT_STREQ(root.GetLowerLevelMessageOrNULL()->GetParameter(0), "by one");
     const Message copy(root);
     EXPECT_EQ(test::Layout(&copy).find("#5", test::Layout(&copy).find("#5") + 1), std::string::npos);
+}
+
+// The cursors begin with an empty root, so no record that is missing tells them that it was rewritten. Of two
+// causes a step goes to the later one.
+TEST(MessageCursorRewriting, LinkAtThePlaceOfALongerOneIsAnotherLink) {
+    const auto setCauses = [](Message& message, std::initializer_list<const char*> texts) {
+        message.Clear();
+        MessageCursor cursor(message);
+        for (const char* text : texts) {
+            cursor.GoToLowerLevelMessage(true);
+            cursor.GetCurrentMessage().SetTemplate(text);
+            cursor.GoToParent();
+        }
+    };
+    Message root;
+    MessageCursor cursor(root);
+    ConstMessageCursor reader(root);
+    setCauses(root, {"a longer cause"});
+    EXPECT_TRUE(cursor.LowerLevelMessageIsUnvisited());
+    EXPECT_TRUE(reader.LowerLevelMessageIsUnvisited());
+    setCauses(root, {"cause", "later"});
+    ASSERT_TRUE(reader.GoToLowerLevelMessage(false));
+    EXPECT_EQ(TemplateOf(&reader.GetCurrentMessage()), "later");
+    ASSERT_TRUE(reader.GoToParent());
+    ASSERT_TRUE(cursor.GoToLowerLevelMessage(false));
+    EXPECT_EQ(TemplateOf(&cursor.GetCurrentMessage()), "later");
+    ASSERT_TRUE(cursor.GoToParent());
 }
 
 TEST(MessageCursorRewriting, CopyAtARootThatWasRewrittenGoesOnFromItToo) {

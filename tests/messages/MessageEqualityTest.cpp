@@ -73,6 +73,16 @@ TEST(MessageEquality, SeesEachDifference) {
     }));
 }
 
+TEST(MessageEquality, NoDomainAndIDAreNotZeroes) {
+    EXPECT_NE(Message(), Message(0, 0, nullptr));
+    EXPECT_NE(Message(0, 0, nullptr), Message());
+    Message only;
+    only.SetTemplate("text");
+    EXPECT_NE(only, Message(0, 0, "text"));
+    only.SetDomainAndID(0, 0);
+    EXPECT_EQ(only, Message(0, 0, "text"));
+}
+
 TEST(MessageEquality, ACauseIsNotWhatFollows) {
     Message cause(300, 1, nullptr);
     Message list(300, 1, nullptr);

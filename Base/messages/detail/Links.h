@@ -38,12 +38,12 @@ class LiveLinks {
 public:
     /// Throws `std::bad_alloc`.
     explicit LiveLinks(const Block& level) {
-        SetPlaces(level, FindLinks(level));
+        SetLinks(level, FindLinks(level));
         Note(level);
     }
 
     LiveLinks(const Block& level, Links<const Record> links) {
-        SetPlaces(level, links);
+        SetLinks(level, links);
         Remember(level);
     }
 
@@ -65,7 +65,7 @@ public:
     }
 
     /// Drops the link of a tag, to which a step was taken.
-    void Drop(ETag tag) { (tag == TAG_LOWER_LEVEL ? mLowerLevel : mSameLevel) = {{}, true}; }
+    void Drop(ETag tag) { (tag == TAG_LOWER_LEVEL ? mLowerLevel : mSameLevel) = {{}, 0, true}; }
 
     /// Records what is there after a step of the cursor. Without memory it records nothing: then rewriting is
     /// not noticed until the next step, and links still lead only to existing records.
@@ -80,7 +80,12 @@ public:
 private:
     struct Link {
         Place place;
+        std::uint32_t length = 0;
         bool isDropped = false;
+
+        bool LeadsTo(const Record& record, const Place& at) const {
+            return at == place && record.length == length;
+        }
     };
     struct Remembered {
         Place place;
@@ -95,15 +100,15 @@ private:
             mRecords.push_back({walker.PlaceOf(*record), record->length, record->tag});
     }
 
-    void SetPlaces(const Block& level, Links<const Record> links) {
-        mLowerLevel.place = PlaceIn(level, links.lowerLevel);
-        mSameLevel.place = PlaceIn(level, links.sameLevel);
+    void SetLinks(const Block& level, Links<const Record> links) {
+        mLowerLevel = LinkTo(level, links.lowerLevel);
+        mSameLevel = LinkTo(level, links.sameLevel);
     }
 
-    static Place PlaceIn(const Block& level, const Record* wanted) {
+    static Link LinkTo(const Block& level, const Record* wanted) {
         RecordWalker walker(level);
         while (const Record* record = walker.Next())
-            if (record == wanted) return walker.PlaceOf(*record);
+            if (record == wanted) return {walker.PlaceOf(*record), record->length, false};
         return {};
     }
 
@@ -128,8 +133,9 @@ private:
         Links<typename RecordWalker<AnyBlock>::AnyRecord> kept;
         while (auto* record = walker.Next()) {
             const Place place = walker.PlaceOf(*record);
-            if (record->tag == TAG_LOWER_LEVEL && place == mLowerLevel.place) kept.lowerLevel = record;
-            if (record->tag == TAG_SAME_LEVEL && place == mSameLevel.place) kept.sameLevel = record;
+            if (record->tag == TAG_LOWER_LEVEL && mLowerLevel.LeadsTo(*record, place))
+                kept.lowerLevel = record;
+            if (record->tag == TAG_SAME_LEVEL && mSameLevel.LeadsTo(*record, place)) kept.sameLevel = record;
         }
         return kept;
     }
@@ -138,7 +144,7 @@ private:
     static void SeekAnew(const Block& level, Link& link, AnyRecord* found, AnyRecord*& now) {
         if (now != nullptr || link.isDropped) return;
         now = found;
-        link.place = PlaceIn(level, found);
+        link = LinkTo(level, found);
     }
 
     Link mLowerLevel;

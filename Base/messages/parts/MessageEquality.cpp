@@ -61,8 +61,12 @@ bool HasTextsOf(const Message& one, const Message& other) {
     return std::ranges::equal(TextsOf(one), TextsOf(other), IsSame);
 }
 
+bool HasIdentity(const Message& message) {
+    return FindRecord(BlockOf(message), TAG_HEADER) != nullptr;
+}
+
 bool SaysTheSame(const Message& one, const Message& other) {
-    return one.GetDomain() == other.GetDomain() && one.GetID() == other.GetID() &&
+    return HasIdentity(one) == HasIdentity(other) && one.GetDomain() == other.GetDomain() && one.GetID() == other.GetID() &&
            IsSameText(one.GetTemplate(), other.GetTemplate()) && HasParametersOf(one, other) &&
            HasTextsOf(one, other);
 }
