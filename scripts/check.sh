@@ -231,9 +231,10 @@ check_growth() {
     scripts/checks/growth.sh
 }
 
+# Always the same programs of input, so that a change is judged by itself; `soak.sh fuzzers` takes others each time.
 check_fuzzers() {
     ZBASE_PRESET=fuzz scripts/build.sh fuzzers
-    scripts/checks/fuzz.sh build/fuzz/fuzz -max_total_time="${ZBASE_FUZZ_SECONDS:-10}"
+    scripts/checks/fuzz.sh build/fuzz/fuzz -max_total_time="${ZBASE_FUZZ_SECONDS:-10}" -seed="${ZBASE_FUZZ_SEED:-1}"
 }
 
 # The lines that the fuzzers reach of what each is for.

@@ -13,3 +13,10 @@
         innermost();
     test::StayHere();
 }
+
+/// The same by plain functions, so that each call is one frame.
+[[gnu::noinline]] inline int Deeper(int depth, int (*innermost)(void*), void* argument) {
+    const int result = depth == 0 ? innermost(argument) : Deeper(depth - 1, innermost, argument);
+    test::StayHere();
+    return result + 1;
+}

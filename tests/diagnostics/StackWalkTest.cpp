@@ -4,24 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tests/diagnostics/Recurse.h"
 #include "tests/support/Stacks.h"
 
-using test::StayHere;
+using test::CountFound;
 using ZBase::gDbgHelpBuilder;
 
 namespace {
-
-[[gnu::noinline]] int Deeper(int depth, int (*innermost)(void*), void* argument) {
-    const int result = depth == 0 ? innermost(argument) : Deeper(depth - 1, innermost, argument);
-    StayHere();
-    return result + 1;
-}
-
-std::size_t CountFound(const std::uint64_t* found) {
-    std::size_t count = 0;
-    while (found[count] != 0) ++count;
-    return count;
-}
 
 TEST(StackWalk, SkippingFortyOrMoreWritesNothing) {
     std::uint64_t found[4] = {7, 7, 7, 7};

@@ -46,6 +46,8 @@ Fields ReadFields(const unsigned char* message, unsigned short (*domainOf)(unsig
             if (record.tag == kTemplate) texts.try_emplace(0x10000, TextAt(payload));
             if (record.tag == kParameter) parameters += " <" + TextAt(payload) + ">";
             if (record.tag == kText) texts.try_emplace(Load16(payload), TextAt(payload + 2));
+            if (fields.same != nullptr && fields.lower != nullptr)
+                continue;  // the later one, until both are there
             if (record.tag == kSameLevel) fields.same = payload;
             if (record.tag == kLowerLevel) fields.lower = payload;
         }

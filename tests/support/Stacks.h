@@ -2,6 +2,8 @@
 
 #include <Base/diagnostics/CallStack.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <regex>
 #include <string>
@@ -52,6 +54,13 @@ inline std::vector<std::string> Symbols(ZBase::CallStack& stack) {
     std::vector<std::string> symbols;
     for (const StackLine& line : Lines(stack)) symbols.push_back(line.symbol);
     return symbols;
+}
+
+/// The addresses of a walk up to the zero behind them.
+inline std::size_t CountFound(const std::uint64_t* found) {
+    std::size_t count = 0;
+    while (found[count] != 0) ++count;
+    return count;
 }
 
 /// Prevents a tail call, which would leave the caller out of every stack.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "tests/tools/MadePdb.h"
@@ -144,6 +145,25 @@ TEST_F(ImageSymbols, WhatIsNoImageHasNone) {
     EXPECT_EQ(SymbolsOfImage("", "", "a", "b"), "");
     EXPECT_EQ(SymbolsOfImage("MZ", "", "a", "b"), "");
     EXPECT_EQ(SymbolsOfImage(mImage.substr(0, 0x50), "", "a", "b"), "");
+}
+
+// A small image would have gigabytes of names.
+TEST_F(ImageSymbols, ManyNamesOfOneLongTextHaveNoMoreOctetsThanTheFile) {
+    constexpr std::uint32_t kFunctions = 27, kLength = 1000;
+    Number(0x58 + 112 + 24, 0x1000u);
+    Number(0x58 + 116 + 24, kFunctions * 12);
+    Number(0x50, kFunctions);
+    test::MadeOctets symbols;
+    for (std::uint32_t i = 0; i != kFunctions; ++i) {
+        Function(0x200 + i * 12, 0x1000 + i, 0x1001 + i, 0x1150);
+        symbols.Number(0u).Number(0u).Number(i).Number(std::uint16_t{1}).Number(std::uint16_t{0x20}).Zeros(2);
+    }
+    mImage.resize(0x400);
+    mImage += *symbols + std::string(kLength, 'n');
+    const std::string symbolsOfAll = Symbols();
+    const auto named = std::count(symbolsOfAll.begin(), symbolsOfAll.end(), 'n');
+    EXPECT_GE(named, kLength);
+    EXPECT_LE(static_cast<std::size_t>(named), mImage.size());
 }
 
 // Each octet of the tables with every bit turned, and each end: there is an answer.

@@ -94,6 +94,11 @@ struct MadePdb {
         Part(0xF2, *part);
     }
 
+    /// What follows the module's symbols, of this kind.
+    void Part(std::uint32_t kind, const std::string& part) {
+        lines.Number(kind).Number(static_cast<std::uint32_t>(part.size())).Content(part).Align();
+    }
+
     std::string Content() const {
         MadeOctets parts = lines;
         parts.Number(0xF4u).Number(static_cast<std::uint32_t>((*fileTable).size())).Content(*fileTable);
@@ -164,9 +169,6 @@ struct MadePdb {
 private:
     static void Record(MadeOctets& records, const std::string& record) {
         records.Number(static_cast<std::uint16_t>(record.size())).Content(record);
-    }
-    void Part(std::uint32_t kind, const std::string& part) {
-        lines.Number(kind).Number(static_cast<std::uint32_t>(part.size())).Content(part).Align();
     }
 };
 

@@ -58,6 +58,34 @@ TEST_F(PdbSymbolsOfAFile, HaveLinesOfSeveralFilesByTheirOffsets) {
     }
 }
 
+// A table could make many long names of one.
+TEST_F(PdbSymbolsOfAFile, NameOfAFileBeginsWhereATextDoes) {
+    const std::uint32_t source = mPdb.File("run.cpp");
+    const auto middle = static_cast<std::uint32_t>((*mPdb.fileTable).size());
+    mPdb.fileTable.Number(3u).Zeros(2).Align();
+    mPdb.Function(kGlobal, 1, 0, 0x20, "Run");
+    mPdb.Lines(1, 0, 0x20, {{source, {{0, 7}}}, {middle, {{8, 9}}}});
+    const PdbSymbols symbols = Read();
+    ASSERT_EQ(symbols.functions[0].lines.size(), 2U);
+    EXPECT_EQ(symbols.files.at(symbols.functions[0].lines[0].file), "run.cpp");
+    EXPECT_EQ(symbols.files.at(symbols.functions[0].lines[1].file), "");
+}
+
+// Else each of many parts could have all that is behind it read.
+TEST_F(PdbSymbolsOfAFile, LinesAreInThePartThatCountsThem) {
+    const std::uint32_t source = mPdb.File("run.cpp");
+    mPdb.Function(kGlobal, 1, 0, 0x40, "Run");
+    test::MadeOctets part;
+    part.Number(0u).Number(std::uint16_t{1}).Number(std::uint16_t{0}).Number(0x40u);
+    part.Number(source).Number(100u).Number(12u + 8u).Number(0u).Number(7u);
+    part.Number(source).Number(1u).Number(12u + 8u).Number(0x20u).Number(9u);
+    mPdb.Part(0xF2, *part);
+    const PdbSymbols symbols = Read();
+    ASSERT_EQ(symbols.functions[0].lines.size(), 2U);
+    EXPECT_EQ(symbols.functions[0].lines[0].number, 7U);
+    EXPECT_EQ(symbols.functions[0].lines[1].number, 9U);
+}
+
 TEST_F(PdbSymbolsOfAFile, HiddenLineIsOfTheLineBefore) {
     const std::uint32_t source = mPdb.File("run.cpp");
     mPdb.Function(kGlobal, 1, 0, 0x20, "Run");

@@ -14,11 +14,13 @@
 #include <thread>
 #include <vector>
 
+#include "tests/diagnostics/Recurse.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Stacks.h"
 
+using test::CountFound;
 using test::StayHere;
 using ZBase::gDbgHelpBuilder;
 
@@ -35,12 +37,6 @@ struct Walk {
     gDbgHelpBuilder.DoStackWalk(walk.found, 40, 1);
     StayHere();
     return 0;
-}
-
-[[gnu::noinline]] int Deeper(int depth, int (*innermost)(void*), void* argument) {
-    const int result = depth == 0 ? innermost(argument) : Deeper(depth - 1, innermost, argument);
-    StayHere();
-    return result + 1;
 }
 
 // Its stack is realigned, so CFA = *(frame pointer + offset).
@@ -86,12 +82,6 @@ extern "C" void FaultsAtOnce();
 namespace {
 
 constexpr int kSanitizersFrames = test::kIsSanitized ? 1 : 0;
-
-std::size_t CountFound(const std::uint64_t* found) {
-    std::size_t count = 0;
-    while (found[count] != 0) ++count;
-    return count;
-}
 
 void ExpectAgreement(const Walk& walk) {
     ASSERT_GT(walk.expectedCount, 3);

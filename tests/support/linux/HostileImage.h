@@ -20,12 +20,7 @@ public:
     /// Entries that each need a module whose name is the same long text.
     void NeedOneLongName(std::size_t count, std::size_t length) {
         mNames += std::string(length, 'n');
-        for (std::size_t i = 0; i != count; ++i) {
-            ElfW(Dyn) entry{};
-            entry.d_tag = DT_NEEDED;
-            entry.d_un.d_val = 1;
-            mEntries.push_back(entry);
-        }
+        mEntries.insert(mEntries.end(), count, Entry(DT_NEEDED, 1));
     }
 
     /// Sections without content that all lie over the same octets of the file, which are zeros.
@@ -41,12 +36,7 @@ public:
     }
 
     /// An entry of the dynamic section, behind those that an image has to have.
-    void AddEntry(std::int64_t tag, std::uint64_t value) {
-        ElfW(Dyn) entry{};
-        entry.d_tag = tag;
-        entry.d_un.d_val = value;
-        mMoreEntries.push_back(entry);
-    }
+    void AddEntry(std::int64_t tag, std::uint64_t value) { mMoreEntries.push_back(Entry(tag, value)); }
 
     /// Behind the others.
     void AddSegment(const ElfW(Phdr) & segment) { mMoreSegments.push_back(segment); }
@@ -85,17 +75,11 @@ public:
         const std::size_t symbolAt = (namesAt + names.size() + 7) / 8 * 8;
         const std::size_t zerosAt = symbolAt + sizeof(ElfW(Sym));
         const std::size_t mappedEnd = zerosAt + mZeros;
-        const auto add = [&entries](std::int64_t tag, std::uint64_t value) {
-            ElfW(Dyn) entry{};
-            entry.d_tag = tag;
-            entry.d_un.d_val = value;
-            entries.push_back(entry);
-        };
-        add(DT_STRTAB, namesAt);
-        add(DT_STRSZ, names.size());
-        add(DT_SYMTAB, symbolAt);
+        entries.push_back(Entry(DT_STRTAB, namesAt));
+        entries.push_back(Entry(DT_STRSZ, names.size()));
+        entries.push_back(Entry(DT_SYMTAB, symbolAt));
         entries.insert(entries.end(), mMoreEntries.begin(), mMoreEntries.end());
-        add(hasEnd ? DT_NULL : DT_DEBUG, 0);
+        entries.push_back(Entry(hasEnd ? DT_NULL : DT_DEBUG, 0));
 
         std::vector<ElfW(Phdr)> segments(header.e_phnum);
         segments[0] = Segment(PT_LOAD, 0, mappedEnd);
@@ -147,6 +131,13 @@ public:
     }
 
 private:
+    static ElfW(Dyn) Entry(std::int64_t tag, std::uint64_t value) {
+        ElfW(Dyn) entry{};
+        entry.d_tag = tag;
+        entry.d_un.d_val = value;
+        return entry;
+    }
+
     std::string mNames;
     std::vector<ElfW(Dyn)> mEntries;
     std::vector<ElfW(Dyn)> mMoreEntries;

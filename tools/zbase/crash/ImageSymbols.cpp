@@ -24,13 +24,34 @@ constexpr std::uint32_t kHeaderMagic = 0x4550;  // "PE"
 constexpr std::size_t kFileHeaderSize = 24;     // with its magic
 constexpr std::uint16_t kWideImage = 0x20B;
 constexpr std::size_t kSectionSize = 40;
+constexpr std::uint16_t kMostSections = 96;  // that Windows loads
 constexpr std::size_t kSymbolSize = 18;
 constexpr std::uint16_t kFunctionType = 0x20;
 constexpr std::size_t kExports = 0;  // places in the table of tables
 constexpr std::size_t kExceptions = 3;
 constexpr std::size_t kDebug = 6;
 
-using Names = std::map<std::uint32_t, std::string>;  // by their addresses in the image
+/// Names by their addresses in the image. All together have a bound, as in a damaged image many records may
+/// share a long one.
+class Names {
+public:
+    explicit Names(std::size_t mostOctets) : mLeft(mostOctets) {}
+
+    void Set(std::uint32_t address, std::string_view name) {
+        if (name.size() > mLeft) return;
+        mLeft -= name.size();
+        mNames[address] = name;
+    }
+
+    const std::string* FindOrNull(std::uint32_t address) const {
+        const auto found = mNames.find(address);
+        return found == mNames.end() ? nullptr : &found->second;
+    }
+
+private:
+    std::size_t mLeft;
+    std::map<std::uint32_t, std::string> mNames;
+};
 
 /// The parts of an image.
 class Image {
@@ -42,7 +63,7 @@ public:
         mOptional = header + kFileHeaderSize;
         mIsImage = Number<std::uint16_t>(mOptional) == kWideImage;
         mSections = mOptional + Number<std::uint16_t>(header + 20);
-        mSectionCount = Number<std::uint16_t>(header + 6);
+        mSectionCount = std::min(Number<std::uint16_t>(header + 6), kMostSections);
         mIdentity = {Number<std::uint32_t>(header + 8), Number<std::uint32_t>(mOptional + 56)};
         mSymbols = Number<std::uint32_t>(header + 12);
         mSymbolCount = Number<std::uint32_t>(header + 16);
@@ -95,7 +116,7 @@ public:
         return identity;
     }
 
-    std::string NameOfPdb() const { return Text(PlaceOfPdb() + 24, kLongestName); }
+    std::string NameOfPdb() const { return std::string(mContent.Text(PlaceOfPdb() + 24, kLongestName)); }
 
     /// The functions with unwind codes, as the image has them.
     std::vector<ImageFunction> Functions() const {
@@ -112,8 +133,9 @@ public:
         return {Number<std::uint32_t>(at), Number<std::uint32_t>(at + 4), Number<std::uint32_t>(at + 8)};
     }
 
-    Names FunctionNames() const {
-        Names names = ExportedNames();
+    /// The last one of an address is the one that stays.
+    void AddFunctionNames(Names& names) const {
+        AddExports(names);
         const std::size_t texts = mSymbols + std::size_t{mSymbolCount} * kSymbolSize;
         for (std::uint32_t i = 0; mSymbols != 0 && i < mSymbolCount; ++i) {
             const std::size_t at = mSymbols + std::size_t{i} * kSymbolSize;
@@ -123,10 +145,10 @@ public:
             const std::uint32_t start = SectionStart(section);
             if (Number<std::uint16_t>(at + 14) != kFunctionType || start == 0) continue;
             const bool isLong = Number<std::uint32_t>(at) == 0;
-            names[start + Number<std::uint32_t>(at + 8)] =
-                isLong ? Text(texts + Number<std::uint32_t>(at + 4), kLongestName) : Text(at, 8);
+            names.Set(start + Number<std::uint32_t>(at + 8),
+                      isLong ? mContent.Text(texts + Number<std::uint32_t>(at + 4), kLongestName)
+                             : mContent.Text(at, 8));
         }
-        return names;
     }
 
 private:
@@ -141,11 +163,8 @@ private:
         return Number<std::uint32_t>(mOptional + 116 + table * 8);
     }
 
-    std::string Text(std::size_t at, std::size_t most) const { return std::string(mContent.Text(at, most)); }
-
-    Names ExportedNames() const {
-        Names names;
-        if (TableAddress(kExports) == 0) return names;
+    void AddExports(Names& names) const {
+        if (TableAddress(kExports) == 0) return;
         const std::size_t table = PlaceOf(TableAddress(kExports));
         const std::size_t addresses = PlaceOf(Number<std::uint32_t>(table + 28));
         const std::size_t texts = PlaceOf(Number<std::uint32_t>(table + 32));
@@ -155,9 +174,8 @@ private:
         for (std::size_t i = 0; i != count; ++i) {
             const std::size_t ordinal = Number<std::uint16_t>(ordinals + i * 2);
             const auto address = Number<std::uint32_t>(addresses + ordinal * 4);
-            names[address] = Text(PlaceOf(Number<std::uint32_t>(texts + i * 4)), kLongestName);
+            names.Set(address, mContent.Text(PlaceOf(Number<std::uint32_t>(texts + i * 4)), kLongestName));
         }
-        return names;
     }
 
     Octets mContent;
@@ -247,16 +265,17 @@ std::string SymbolsOfImage(const std::string& content, const std::string& pdb, c
                        " " + std::to_string(line.file) + "\n";
     }
 
-    Names names = image.FunctionNames();
+    Names names(content.size() + pdb.size());
     for (const PdbName& function : known.names)
         if (const std::uint32_t start = image.SectionStart(function.section); start != 0)
-            names.emplace(start + function.offset, function.name);
+            names.Set(start + function.offset, function.name);
+    image.AddFunctionNames(names);
     std::string unwinding;
     for (const ImageFunction& function : image.Functions()) {
         if (function.end <= function.start) continue;
-        const auto named = names.find(function.start);
-        if (named != names.end() && !shown.contains(function.start))
-            symbols += FunctionLine(function.start, function.end - function.start, Demangled(named->second));
+        const std::string* const named = names.FindOrNull(function.start);
+        if (named != nullptr && !shown.contains(function.start))
+            symbols += FunctionLine(function.start, function.end - function.start, Demangled(*named));
         UnwindFrame frame;
         const std::vector<UnwindCode> codes = CodesAt(image, function.codes, frame);
         unwinding += UnwindRules(function, codes, frame);

@@ -2,6 +2,7 @@
 #include "Octets.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <set>
 #include <string_view>
@@ -32,7 +33,7 @@ std::size_t Aligned(std::size_t size) {
 
 class Streams {
 public:
-    explicit Streams(const std::string& content) : mContent(content), mLeft(2 * content.size()) {
+    explicit Streams(const std::string& content) : mContent(content), mLeft(content.size()) {
         if (!content.starts_with(kMagic)) return;
         mBlock = mContent.Number<std::uint32_t>(32);
         if (mBlock < 512 || mBlock > 65536) return;
@@ -50,7 +51,7 @@ public:
         }
     }
 
-    /// Empty if there is none. Each may be asked for once or twice.
+    /// Empty if there is none. Each is to be asked for once.
     std::string Stream(std::size_t number) {
         if (number >= mStreams.size()) return "";
         return Gather(Octets(mDirectory), mStreams[number].first, mStreams[number].second);
@@ -59,7 +60,7 @@ public:
 private:
     std::size_t Blocks(std::size_t size) const { return (size + mBlock - 1) / mBlock; }
 
-    // The same blocks could be named again and again.
+    // All together have no more octets than the file; a damaged one may name its blocks again and again.
     std::string Gather(const Octets& list, std::size_t at, std::size_t size) {
         if (size > mLeft) return "";
         mLeft -= size;
@@ -109,7 +110,10 @@ public:
         constexpr std::size_t kTexts = 12;  // where they begin
         const auto text = table.Number<std::uint32_t>(place);
         const auto [known, isNew] = mNumbers.emplace(text, mFiles.size());
-        if (isNew) mFiles.emplace_back(Octets(mTexts).Text(kTexts + text, kLongestName));
+        const Octets texts(mTexts);
+        // Else a damaged table could make many long names of one.
+        const bool isStart = text == 0 || texts.Number<char>(kTexts + text - 1) == 0;
+        if (isNew) mFiles.emplace_back(isStart ? texts.Text(kTexts + text, kLongestName) : "");
         return known->second;
     }
 
@@ -133,8 +137,9 @@ void AddLines(const Octets& range, const Octets& files, Files& names, Lines& lin
     for (std::size_t at = 12; at + 12 <= range.Size();) {
         const std::size_t file = names.Number(files, range.Number<std::uint32_t>(at));
         const std::size_t octets = range.Number<std::uint32_t>(at + 8);
-        const std::size_t count =
-            std::min<std::size_t>(range.Number<std::uint32_t>(at + 4), (range.Size() - at - 12) / 8);
+        if (octets < 12) break;
+        const std::size_t count = std::min<std::size_t>(range.Number<std::uint32_t>(at + 4),
+                                                        (range.Part(at, octets).Size() - 12) / 8);
         for (std::size_t i = 0; i != count; ++i) {
             const auto offset = range.Number<std::uint32_t>(at + 12 + i * 8);
             const std::uint32_t number = range.Number<std::uint32_t>(at + 16 + i * 8) & kNumber;
@@ -142,7 +147,6 @@ void AddLines(const Octets& range, const Octets& files, Files& names, Lines& lin
                 std::find(std::begin(kHidden), std::end(kHidden), number) == std::end(kHidden))
                 found[offset] = {start + offset, 0, number, file};
         }
-        if (octets < 12) break;
         at += octets;
     }
     for (auto line = found.begin(); line != found.end(); ++line) {
@@ -189,7 +193,7 @@ void AddModule(const Octets& entry, const std::string& content, Files& names, Pd
         });
 }
 
-/// The number of the stream of this name; none has 0.
+/// The number of the stream of this name; that of no stream, if none has it.
 std::size_t NamedStream(const Octets& information, std::string_view name) {
     constexpr std::size_t kTexts = 32;
     const std::size_t size = information.Number<std::uint32_t>(28);
@@ -202,7 +206,7 @@ std::size_t NamedStream(const Octets& information, std::string_view name) {
     for (std::size_t i = 0; i != count && at + 8 <= information.Size(); ++i, at += 8)
         if (texts.Text(information.Number<std::uint32_t>(at), name.size() + 1) == name)
             return information.Number<std::uint32_t>(at + 4);
-    return 0;
+    return std::numeric_limits<std::size_t>::max();
 }
 
 }  // namespace

@@ -44,5 +44,5 @@ struct PdbSymbols {
     std::vector<PdbName> names;
 };
 
-/// Nothing of a file that is damaged, or of another image.
+/// Nothing of another image's file; of a damaged one what can be read, in memory of a few times its size.
 PdbSymbols ReadPdb(const std::string& content, const PdbIdentity& identity);

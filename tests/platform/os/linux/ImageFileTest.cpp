@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -117,99 +118,100 @@ TEST(ImageFile, ManySectionsAreSoundAndOneBeyondTheLastSegmentIsNot) {
 constexpr std::uint64_t kBehindIt = 1 << 20;
 constexpr std::uint64_t kNoAddress = std::uint64_t{1} << 47;
 
-struct EntryRow {
-    const char* what;
-    std::vector<std::pair<std::int64_t, std::uint64_t>> entries;  // tags and values
-    os::EImage image;
-    std::vector<std::uint32_t> words = {};
-};
-
-std::ostream& operator<<(std::ostream& stream, const EntryRow& row) {
-    return stream << row.what;
-}
-
 constexpr os::EImage kSound = os::EImage::kSound;
 constexpr os::EImage kDamaged = os::EImage::kDamaged;
 constexpr std::uint64_t kWords = test::HostileImage::kWords;
 
-class ImageFileEntries : public testing::TestWithParam<EntryRow> {};
+/// A change of an image, and what it is then.
+struct Row {
+    const char* what;
+    std::function<void(test::HostileImage& image)> change;
+    os::EImage image;
+};
 
-TEST_P(ImageFileEntries, AreReadIfTheyAreInTheFile) {
+std::ostream& operator<<(std::ostream& stream, const Row& row) {
+    return stream << row.what;
+}
+
+class ImageFileOfAChange : public testing::TestWithParam<Row> {};
+
+TEST_P(ImageFileOfAChange, IsSoundIfAllIsInTheFile) {
     test::HostileImage image;
-    image.NeedOneLongName(1, 3);
-    image.SetWords(GetParam().words);
-    for (const auto& [tag, value] : GetParam().entries) image.AddEntry(tag, value);
+    GetParam().change(image);
     os::ImageNeeds needs;
     EXPECT_EQ(Read(image.Octets(true), needs), GetParam().image);
 }
 
+/// Tags and values of the dynamic section, and the words at `kWords`.
+Row Entries(const char* what, const std::vector<std::pair<std::int64_t, std::uint64_t>>& entries,
+            os::EImage image, const std::vector<std::uint32_t>& words = {}) {
+    const auto change = [=](test::HostileImage& changed) {
+        changed.NeedOneLongName(1, 3);
+        changed.SetWords(words);
+        for (const auto& [tag, value] : entries) changed.AddEntry(tag, value);
+    };
+    return {what, change, image};
+}
+
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageFileEntries,
-    testing::ValuesIn(std::vector<EntryRow>{
-        {"no more", {}, kSound},
-        {"symbols of 24 octets", {{DT_SYMENT, 24}}, kSound},
-        {"symbols of 23", {{DT_SYMENT, 23}}, kDamaged},
-        {"relocations of 24", {{DT_RELAENT, 24}}, kSound},
-        {"relocations of 16", {{DT_RELAENT, 16}}, kDamaged},
-        {"packed relocations of 8", {{DT_RELRENT, 8}}, kSound},
-        {"packed relocations of 4", {{DT_RELRENT, 4}}, kDamaged},
-        {"calls bound by DT_RELA", {{DT_PLTREL, DT_RELA}}, kSound},
-        {"calls bound by DT_REL", {{DT_PLTREL, DT_REL}}, kDamaged},
-        {"symbols behind it", {{DT_SYMTAB, kBehindIt}}, kDamaged},
-        {"names longer than it", {{DT_STRSZ, kBehindIt}}, kDamaged},
-        {"relocations", {{DT_RELA, 0}, {DT_RELASZ, 48}, {DT_RELACOUNT, 2}}, kSound},
-        {"more plain ones than there are", {{DT_RELA, 0}, {DT_RELASZ, 48}, {DT_RELACOUNT, 3}}, kDamaged},
-        {"plain ones of none", {{DT_RELACOUNT, 1}}, kDamaged},
-        {"relocations longer than it", {{DT_RELA, 0}, {DT_RELASZ, kBehindIt}}, kDamaged},
-        {"calls", {{DT_JMPREL, 0}, {DT_PLTRELSZ, 24}}, kSound},
-        {"calls longer than it", {{DT_JMPREL, 0}, {DT_PLTRELSZ, kBehindIt}}, kDamaged},
-        {"packed relocations", {{DT_RELR, 0}, {DT_RELRSZ, 8}}, kSound},
-        {"packed relocations longer than it", {{DT_RELR, 0}, {DT_RELRSZ, kBehindIt}}, kDamaged},
-        {"constructors", {{DT_INIT_ARRAY, 0}, {DT_INIT_ARRAYSZ, 8}}, kSound},
-        {"constructors longer than it", {{DT_INIT_ARRAY, 0}, {DT_INIT_ARRAYSZ, kBehindIt}}, kDamaged},
-        {"destructors", {{DT_FINI_ARRAY, 0}, {DT_FINI_ARRAYSZ, 8}}, kSound},
-        {"destructors longer than it", {{DT_FINI_ARRAY, 0}, {DT_FINI_ARRAYSZ, kBehindIt}}, kDamaged},
-        {"a start", {{DT_INIT, 0}}, kSound},
-        {"a start behind it", {{DT_INIT, kBehindIt}}, kDamaged},
-        {"an end", {{DT_FINI, 0}}, kSound},
-        {"an end behind it", {{DT_FINI, kBehindIt}}, kDamaged},
-        {"versions", {{DT_VERSYM, 0}, {DT_VERNEED, 0}, {DT_VERDEF, 0}}, kSound},
-        {"versions of symbols behind it", {{DT_VERSYM, kBehindIt}}, kDamaged},
-        {"versions that it needs behind it", {{DT_VERNEED, kBehindIt}}, kDamaged},
-        {"versions that it has behind it", {{DT_VERDEF, kBehindIt}}, kDamaged},
+    Entries, ImageFileOfAChange,
+    testing::ValuesIn(std::vector<Row>{
+        Entries("no more", {}, kSound),
+        Entries("symbols of 24 octets", {{DT_SYMENT, 24}}, kSound),
+        Entries("symbols of 23", {{DT_SYMENT, 23}}, kDamaged),
+        Entries("relocations of 24", {{DT_RELAENT, 24}}, kSound),
+        Entries("relocations of 16", {{DT_RELAENT, 16}}, kDamaged),
+        Entries("packed relocations of 8", {{DT_RELRENT, 8}}, kSound),
+        Entries("packed relocations of 4", {{DT_RELRENT, 4}}, kDamaged),
+        Entries("calls bound by DT_RELA", {{DT_PLTREL, DT_RELA}}, kSound),
+        Entries("calls bound by DT_REL", {{DT_PLTREL, DT_REL}}, kDamaged),
+        Entries("symbols behind it", {{DT_SYMTAB, kBehindIt}}, kDamaged),
+        Entries("names longer than it", {{DT_STRSZ, kBehindIt}}, kDamaged),
+        Entries("relocations", {{DT_RELA, 0}, {DT_RELASZ, 48}, {DT_RELACOUNT, 2}}, kSound),
+        Entries("more plain ones than there are", {{DT_RELA, 0}, {DT_RELASZ, 48}, {DT_RELACOUNT, 3}},
+                kDamaged),
+        Entries("plain ones of none", {{DT_RELACOUNT, 1}}, kDamaged),
+        Entries("relocations longer than it", {{DT_RELA, 0}, {DT_RELASZ, kBehindIt}}, kDamaged),
+        Entries("calls", {{DT_JMPREL, 0}, {DT_PLTRELSZ, 24}}, kSound),
+        Entries("calls longer than it", {{DT_JMPREL, 0}, {DT_PLTRELSZ, kBehindIt}}, kDamaged),
+        Entries("packed relocations", {{DT_RELR, 0}, {DT_RELRSZ, 8}}, kSound),
+        Entries("packed relocations longer than it", {{DT_RELR, 0}, {DT_RELRSZ, kBehindIt}}, kDamaged),
+        Entries("constructors", {{DT_INIT_ARRAY, 0}, {DT_INIT_ARRAYSZ, 8}}, kSound),
+        Entries("constructors longer than it", {{DT_INIT_ARRAY, 0}, {DT_INIT_ARRAYSZ, kBehindIt}}, kDamaged),
+        Entries("destructors", {{DT_FINI_ARRAY, 0}, {DT_FINI_ARRAYSZ, 8}}, kSound),
+        Entries("destructors longer than it", {{DT_FINI_ARRAY, 0}, {DT_FINI_ARRAYSZ, kBehindIt}}, kDamaged),
+        Entries("a start", {{DT_INIT, 0}}, kSound),
+        Entries("a start behind it", {{DT_INIT, kBehindIt}}, kDamaged),
+        Entries("an end", {{DT_FINI, 0}}, kSound),
+        Entries("an end behind it", {{DT_FINI, kBehindIt}}, kDamaged),
+        Entries("versions", {{DT_VERSYM, 0}, {DT_VERNEED, 0}, {DT_VERDEF, 0}}, kSound),
+        Entries("versions of symbols behind it", {{DT_VERSYM, kBehindIt}}, kDamaged),
+        Entries("versions that it needs behind it", {{DT_VERNEED, kBehindIt}}, kDamaged),
+        Entries("versions that it has behind it", {{DT_VERDEF, kBehindIt}}, kDamaged),
         // Words: the buckets, the first symbol, the words of the filter and its shift, one of the filter's
         // (64 bits), one bucket.
-        {"names by hash", {{DT_GNU_HASH, kWords}}, kSound, {1, 1, 1, 0, 0, 0, 0}},
-        {"no buckets", {{DT_GNU_HASH, kWords}}, kDamaged, {0, 1, 1, 0, 0, 0, 0}},
-        {"a filter of three words", {{DT_GNU_HASH, kWords}}, kDamaged, {1, 1, 3, 0, 0, 0, 0}},
-        {"more buckets than it has", {{DT_GNU_HASH, kWords}}, kDamaged, {1 << 20, 1, 1, 0, 0, 0, 0}},
-        {"a longer filter than it has", {{DT_GNU_HASH, kWords}}, kDamaged, {1, 1, 1 << 20, 0, 0, 0, 0}},
-        {"names by hash behind it", {{DT_GNU_HASH, kBehindIt}}, kDamaged},
+        Entries("names by hash", {{DT_GNU_HASH, kWords}}, kSound, {1, 1, 1, 0, 0, 0, 0}),
+        Entries("no buckets", {{DT_GNU_HASH, kWords}}, kDamaged, {0, 1, 1, 0, 0, 0, 0}),
+        Entries("a filter of three words", {{DT_GNU_HASH, kWords}}, kDamaged, {1, 1, 3, 0, 0, 0, 0}),
+        Entries("more buckets than it has", {{DT_GNU_HASH, kWords}}, kDamaged, {1 << 20, 1, 1, 0, 0, 0, 0}),
+        Entries("a longer filter than it has", {{DT_GNU_HASH, kWords}}, kDamaged,
+                {1, 1, 1 << 20, 0, 0, 0, 0}),
+        Entries("names by hash behind it", {{DT_GNU_HASH, kBehindIt}}, kDamaged),
         // The older table: buckets, chains, then both.
-        {"older hash", {{DT_HASH, kWords}}, kSound, {1, 1, 0, 0}},
-        {"older hash without buckets", {{DT_HASH, kWords}}, kDamaged, {0, 1, 0, 0}},
-        {"older hash longer than it", {{DT_HASH, kWords}}, kDamaged, {1, 1 << 20, 0, 0}},
-        {"older hash behind it", {{DT_HASH, kBehindIt}}, kDamaged},
+        Entries("older hash", {{DT_HASH, kWords}}, kSound, {1, 1, 0, 0}),
+        Entries("older hash without buckets", {{DT_HASH, kWords}}, kDamaged, {0, 1, 0, 0}),
+        Entries("older hash longer than it", {{DT_HASH, kWords}}, kDamaged, {1, 1 << 20, 0, 0}),
+        Entries("older hash behind it", {{DT_HASH, kBehindIt}}, kDamaged),
         // Names: an empty one at 0, "nnn" at 1, 5 octets.
-        {"a name", {{DT_SONAME, 1}, {DT_RPATH, 1}}, kSound},
-        {"a name behind the last", {{DT_SONAME, 5}}, kDamaged},
-        {"a path behind the last", {{DT_RPATH, 5}}, kDamaged},
-        {"a later path behind the last", {{DT_RUNPATH, 5}}, kDamaged},
-        {"a name without an end", {{DT_STRSZ, 4}}, kDamaged},
-        {"a need behind the last", {{DT_NEEDED, 5}}, kDamaged},
-        {"names without octets behind it", {{DT_STRTAB, kBehindIt}, {DT_STRSZ, 0}}, kDamaged},
-        {"tags of others", {{DT_FLAGS_1, 1}, {-1, 1}}, kSound},
+        Entries("a name", {{DT_SONAME, 1}, {DT_RPATH, 1}}, kSound),
+        Entries("a name behind the last", {{DT_SONAME, 5}}, kDamaged),
+        Entries("a path behind the last", {{DT_RPATH, 5}}, kDamaged),
+        Entries("a later path behind the last", {{DT_RUNPATH, 5}}, kDamaged),
+        Entries("a name without an end", {{DT_STRSZ, 4}}, kDamaged),
+        Entries("a need behind the last", {{DT_NEEDED, 5}}, kDamaged),
+        Entries("names without octets behind it", {{DT_STRTAB, kBehindIt}, {DT_STRSZ, 0}}, kDamaged),
+        Entries("tags of others", {{DT_FLAGS_1, 1}, {-1, 1}}, kSound),
     }));
-
-struct SegmentRow {
-    const char* what;
-    ElfW(Phdr) segment;
-    os::EImage image;
-};
-
-std::ostream& operator<<(std::ostream& stream, const SegmentRow& row) {
-    return stream << row.what;
-}
 
 ElfW(Phdr) Segment(unsigned int type, std::uint64_t offset, std::uint64_t address, std::uint64_t fileSize,
                    std::uint64_t size, std::uint64_t alignment) {
@@ -220,60 +222,49 @@ ElfW(Phdr) Segment(unsigned int type, std::uint64_t offset, std::uint64_t addres
     return segment;
 }
 
-class ImageFileSegments : public testing::TestWithParam<SegmentRow> {};
-
-TEST_P(ImageFileSegments, AreReadIfTheyAreInTheFile) {
-    test::HostileImage image;
-    image.AddSegment(GetParam().segment);
-    os::ImageNeeds needs;
-    EXPECT_EQ(Read(image.Octets(true), needs), GetParam().image);
+Row WithSegment(const char* what, const ElfW(Phdr) & segment, os::EImage image) {
+    return {what, [=](test::HostileImage& changed) { changed.AddSegment(segment); }, image};
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageFileSegments,
-    testing::ValuesIn(std::vector<SegmentRow>{
-        {"of zeros", Segment(PT_LOAD, 0, 8192, 0, 16, 4096), kSound},
-        {"more in the file than in memory", Segment(PT_LOAD, 0, 8192, 17, 16, 4096), kDamaged},
-        {"behind the end of the file", Segment(PT_LOAD, 4096, 8192, 1, 1, 4096), kDamaged},
-        {"behind all addresses", Segment(PT_LOAD, 0, kNoAddress, 1, 1, 4096), kDamaged},
-        {"over the one before", Segment(PT_LOAD, 0, 0, 1, 1, 4096), kDamaged},
-        {"aligned to no power of two", Segment(PT_LOAD, 0, 12288, 1, 1, 6144), kDamaged},
-        {"aligned to half a page", Segment(PT_LOAD, 0, 8192, 1, 1, 2048), kDamaged},
-        {"aligned to more than all addresses", Segment(PT_LOAD, 0, 8192, 1, 1, kNoAddress), kDamaged},
-        {"not aligned as it says", Segment(PT_LOAD, 1, 8192, 1, 1, 4096), kDamaged},
-        {"of the table itself", Segment(PT_PHDR, 64, 64, 168, 168, 8), kSound},
-        {"of a table elsewhere", Segment(PT_PHDR, 72, 64, 168, 168, 8), kDamaged},
-        {"of a table more in the file", Segment(PT_PHDR, 64, 64, 169, 168, 8), kDamaged},
-        {"of a table behind it", Segment(PT_PHDR, 64, kBehindIt, 168, 168, 8), kDamaged},
-        {"of threads", Segment(PT_TLS, 64, 64, 8, 16, 16), kSound},
-        {"of threads without alignment", Segment(PT_TLS, 64, 64, 8, 16, 0), kSound},
-        {"of threads more in the file", Segment(PT_TLS, 64, 64, 17, 16, 16), kDamaged},
-        {"of threads too large", Segment(PT_TLS, 64, 64, 8, kNoAddress, 16), kDamaged},
-        {"of threads aligned to three", Segment(PT_TLS, 64, 64, 8, 16, 3), kDamaged},
-        {"of threads aligned to more than all", Segment(PT_TLS, 64, 64, 8, 16, kNoAddress), kDamaged},
-        {"of threads behind it", Segment(PT_TLS, 64, kBehindIt, 8, 16, 16), kDamaged},
-        {"a note", Segment(PT_NOTE, 64, 64, 16, 16, 4), kSound},
-        {"a note more in the file", Segment(PT_NOTE, 64, 64, 17, 16, 4), kDamaged},
-        {"a note behind it", Segment(PT_NOTE, 64, kBehindIt, 16, 16, 4), kDamaged},
-        {"properties behind it", Segment(PT_GNU_PROPERTY, 64, kBehindIt, 16, 16, 8), kDamaged},
-        {"frames behind it", Segment(PT_GNU_EH_FRAME, 64, kBehindIt, 16, 16, 4), kDamaged},
-        {"protected up to its page's end", Segment(PT_GNU_RELRO, 64, 64, 16, 4096 - 64, 1), kSound},
-        {"protected behind its page's end", Segment(PT_GNU_RELRO, 64, 64, 16, 4096 - 63, 1), kDamaged},
-        {"dynamic elsewhere", Segment(PT_DYNAMIC, kBehindIt, kBehindIt, 16, 16, 8), kDamaged},
-        {"dynamic of an odd address", Segment(PT_DYNAMIC, 65, 65, 16, 16, 8), kDamaged},
-        {"dynamic without an entry", Segment(PT_DYNAMIC, 64, 64, 15, 15, 8), kDamaged},
-        {"of others", Segment(PT_GNU_STACK, 0, 0, 0, 0, 16), kSound},
+    Segments, ImageFileOfAChange,
+    testing::ValuesIn(std::vector<Row>{
+        WithSegment("of zeros", Segment(PT_LOAD, 0, 8192, 0, 16, 4096), kSound),
+        WithSegment("more in the file than in memory", Segment(PT_LOAD, 0, 8192, 17, 16, 4096), kDamaged),
+        WithSegment("behind the end of the file", Segment(PT_LOAD, 4096, 8192, 1, 1, 4096), kDamaged),
+        WithSegment("behind all addresses", Segment(PT_LOAD, 0, kNoAddress, 1, 1, 4096), kDamaged),
+        WithSegment("over the one before", Segment(PT_LOAD, 0, 0, 1, 1, 4096), kDamaged),
+        WithSegment("aligned to no power of two", Segment(PT_LOAD, 0, 12288, 1, 1, 6144), kDamaged),
+        WithSegment("aligned to half a page", Segment(PT_LOAD, 0, 8192, 1, 1, 2048), kDamaged),
+        WithSegment("aligned to more than all addresses", Segment(PT_LOAD, 0, 8192, 1, 1, kNoAddress),
+                    kDamaged),
+        WithSegment("not aligned as it says", Segment(PT_LOAD, 1, 8192, 1, 1, 4096), kDamaged),
+        WithSegment("of the table itself", Segment(PT_PHDR, 64, 64, 168, 168, 8), kSound),
+        WithSegment("of a table elsewhere", Segment(PT_PHDR, 72, 64, 168, 168, 8), kDamaged),
+        WithSegment("of a table more in the file", Segment(PT_PHDR, 64, 64, 169, 168, 8), kDamaged),
+        WithSegment("of a table behind it", Segment(PT_PHDR, 64, kBehindIt, 168, 168, 8), kDamaged),
+        WithSegment("of threads", Segment(PT_TLS, 64, 64, 8, 16, 16), kSound),
+        WithSegment("of threads without alignment", Segment(PT_TLS, 64, 64, 8, 16, 0), kSound),
+        WithSegment("of threads more in the file", Segment(PT_TLS, 64, 64, 17, 16, 16), kDamaged),
+        WithSegment("of threads too large", Segment(PT_TLS, 64, 64, 8, kNoAddress, 16), kDamaged),
+        WithSegment("of threads aligned to three", Segment(PT_TLS, 64, 64, 8, 16, 3), kDamaged),
+        WithSegment("of threads aligned to more than all", Segment(PT_TLS, 64, 64, 8, 16, kNoAddress),
+                    kDamaged),
+        WithSegment("of threads behind it", Segment(PT_TLS, 64, kBehindIt, 8, 16, 16), kDamaged),
+        WithSegment("a note", Segment(PT_NOTE, 64, 64, 16, 16, 4), kSound),
+        WithSegment("a note more in the file", Segment(PT_NOTE, 64, 64, 17, 16, 4), kDamaged),
+        WithSegment("a note behind it", Segment(PT_NOTE, 64, kBehindIt, 16, 16, 4), kDamaged),
+        WithSegment("properties behind it", Segment(PT_GNU_PROPERTY, 64, kBehindIt, 16, 16, 8), kDamaged),
+        WithSegment("frames behind it", Segment(PT_GNU_EH_FRAME, 64, kBehindIt, 16, 16, 4), kDamaged),
+        WithSegment("protected up to its page's end", Segment(PT_GNU_RELRO, 64, 64, 16, 4096 - 64, 1),
+                    kSound),
+        WithSegment("protected behind its page's end", Segment(PT_GNU_RELRO, 64, 64, 16, 4096 - 63, 1),
+                    kDamaged),
+        WithSegment("dynamic elsewhere", Segment(PT_DYNAMIC, kBehindIt, kBehindIt, 16, 16, 8), kDamaged),
+        WithSegment("dynamic of an odd address", Segment(PT_DYNAMIC, 65, 65, 16, 16, 8), kDamaged),
+        WithSegment("dynamic without an entry", Segment(PT_DYNAMIC, 64, 64, 15, 15, 8), kDamaged),
+        WithSegment("of others", Segment(PT_GNU_STACK, 0, 0, 0, 0, 16), kSound),
     }));
-
-struct SectionRow {
-    const char* what;
-    ElfW(Shdr) section;
-    os::EImage image;
-};
-
-std::ostream& operator<<(std::ostream& stream, const SectionRow& row) {
-    return stream << row.what;
-}
 
 ElfW(Shdr) Section(unsigned int type, std::uint64_t flags, std::uint64_t address, std::uint64_t offset,
                    std::uint64_t size) {
@@ -286,47 +277,46 @@ ElfW(Shdr) Section(unsigned int type, std::uint64_t flags, std::uint64_t address
     return section;
 }
 
-class ImageFileSections : public testing::TestWithParam<SectionRow> {};
-
-// Of a segment that can only be read, and of the page at 8192, of which the file has nothing. The last part
-// of that page is protected later.
-TEST_P(ImageFileSections, RepeatTheLayoutOfTheSegments) {
-    test::HostileImage image;
-    ElfW(Phdr) data = Segment(PT_LOAD, 0, 8192, 0, 4096, 4096);
-    data.p_flags = PF_R | PF_W;
-    image.AddSegment(data);
-    image.AddSegment(Segment(PT_GNU_RELRO, 0, 8192, 64, 4096, 1));
-    image.AddSection(GetParam().section);
-    os::ImageNeeds needs;
-    EXPECT_EQ(Read(image.Octets(true), needs), GetParam().image);
+// Sections repeat the layout of the segments: of one that can only be read, and of the page at 8192, of which
+// the file has nothing. The last part of that page is protected later.
+Row WithSection(const char* what, const ElfW(Shdr) & section, os::EImage image) {
+    const auto change = [=](test::HostileImage& changed) {
+        ElfW(Phdr) data = Segment(PT_LOAD, 0, 8192, 0, 4096, 4096);
+        data.p_flags = PF_R | PF_W;
+        changed.AddSegment(data);
+        changed.AddSegment(Segment(PT_GNU_RELRO, 0, 8192, 64, 4096, 1));
+        changed.AddSection(section);
+    };
+    return {what, change, image};
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Rows, ImageFileSections,
-    testing::ValuesIn(std::vector<SectionRow>{
-        {"read", Section(SHT_PROGBITS, SHF_ALLOC, 64, 64, 8), kSound},
-        {"elsewhere in the file", Section(SHT_PROGBITS, SHF_ALLOC, 64, 72, 8), kDamaged},
-        {"run", Section(SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 64, 64, 8), kDamaged},
-        {"written", Section(SHT_PROGBITS, SHF_ALLOC | SHF_WRITE, 64, 64, 8), kDamaged},
-        {"between the segments", Section(SHT_PROGBITS, SHF_ALLOC, 4096, 64, 8), kDamaged},
-        {"of the page without octets", Section(SHT_PROGBITS, SHF_ALLOC, 8192, 0, 8), kDamaged},
-        {"zeros of a thread", Section(SHT_NOBITS, SHF_ALLOC | SHF_TLS, kBehindIt, 0, 8), kSound},
-        {"empty", Section(SHT_PROGBITS, SHF_ALLOC, kBehindIt, 0, 0), kSound},
-        {"not in memory", Section(SHT_PROGBITS, 0, kBehindIt, 0, 8), kSound},
-        {"zeros up to the end", Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4032), kSound},
-        {"zeros of which some are protected", Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4031),
-         kDamaged},
-        {"zeros behind the end", Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4033), kDamaged},
+    Sections, ImageFileOfAChange,
+    testing::ValuesIn(std::vector<Row>{
+        WithSection("read", Section(SHT_PROGBITS, SHF_ALLOC, 64, 64, 8), kSound),
+        WithSection("elsewhere in the file", Section(SHT_PROGBITS, SHF_ALLOC, 64, 72, 8), kDamaged),
+        WithSection("run", Section(SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 64, 64, 8), kDamaged),
+        WithSection("written", Section(SHT_PROGBITS, SHF_ALLOC | SHF_WRITE, 64, 64, 8), kDamaged),
+        WithSection("between the segments", Section(SHT_PROGBITS, SHF_ALLOC, 4096, 64, 8), kDamaged),
+        WithSection("of the page without octets", Section(SHT_PROGBITS, SHF_ALLOC, 8192, 0, 8), kDamaged),
+        WithSection("zeros of a thread", Section(SHT_NOBITS, SHF_ALLOC | SHF_TLS, kBehindIt, 0, 8), kSound),
+        WithSection("empty", Section(SHT_PROGBITS, SHF_ALLOC, kBehindIt, 0, 0), kSound),
+        WithSection("not in memory", Section(SHT_PROGBITS, 0, kBehindIt, 0, 8), kSound),
+        WithSection("zeros up to the end", Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4032), kSound),
+        WithSection("zeros of which some are protected",
+                    Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4031), kDamaged),
+        WithSection("zeros behind the end", Section(SHT_NOBITS, SHF_ALLOC | SHF_WRITE, 8256, 0, 4033),
+                    kDamaged),
     }));
 
 TEST(ImageFile, AHeaderThatIsNotOfThisMachinesImagesIsForeignOrDamaged) {
-    struct Row {
+    struct HeaderRow {
         const char* what;
         void (*change)(ElfW(Ehdr) & header);
         os::EImage image;
     };
     constexpr os::EImage kForeign = os::EImage::kForeign;
-    const std::vector<Row> rows = {
+    const std::vector<HeaderRow> rows = {
         {"no magic", [](auto& header) { header.e_ident[3] = 'f'; }, kDamaged},
         {"of 32 bits", [](auto& header) { header.e_ident[EI_CLASS] = ELFCLASS32; }, kForeign},
         {"big-endian", [](auto& header) { header.e_ident[EI_DATA] = ELFDATA2MSB; }, kForeign},
@@ -354,7 +344,7 @@ TEST(ImageFile, AHeaderThatIsNotOfThisMachinesImagesIsForeignOrDamaged) {
     };
     test::HostileImage image;
     image.AddSections(1);
-    for (const Row& row : rows) {
+    for (const HeaderRow& row : rows) {
         std::string octets = image.Octets(true);
         ElfW(Ehdr) header{};
         std::memcpy(&header, octets.data(), sizeof header);
