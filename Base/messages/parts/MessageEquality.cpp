@@ -66,9 +66,9 @@ bool HasIdentity(const Message& message) {
 }
 
 bool SaysTheSame(const Message& one, const Message& other) {
-    return HasIdentity(one) == HasIdentity(other) && one.GetDomain() == other.GetDomain() && one.GetID() == other.GetID() &&
-           IsSameText(one.GetTemplate(), other.GetTemplate()) && HasParametersOf(one, other) &&
-           HasTextsOf(one, other);
+    return HasIdentity(one) == HasIdentity(other) && one.GetDomain() == other.GetDomain() &&
+           one.GetID() == other.GetID() && IsSameText(one.GetTemplate(), other.GetTemplate()) &&
+           HasParametersOf(one, other) && HasTextsOf(one, other);
 }
 
 }  // namespace
