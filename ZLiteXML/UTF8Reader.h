@@ -22,7 +22,7 @@ public:
     /// `XMLException` when the document is not well-formed, exceeds a limit, declares entities, default
     /// attributes or more than 128 attributes of one element, or has one tag or comment of about 1 GiB;
     /// whatever a handler throws; and `std::bad_alloc`. After that every further call throws. The events, and
-    /// the reason and line of a refusal, do not depend on the cuts.
+    /// the reason and line of a refusal, do not depend on the cuts, but for the pieces of a long text.
     virtual void Read(const char* bytes, std::size_t size) = 0;
 
     /// Ends the document; throws as `Read` does, also for an incomplete document, after the events of its

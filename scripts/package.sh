@@ -5,8 +5,7 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/support/progress.sh
 scripts/setup.sh package
-quietly "Configuring (package)" cmake --preset package
-quietly "Building (package)" cmake --build build/package
+ZBASE_PRESET=package scripts/build.sh
 cd build/package
 rm -f ./*.deb ./*.ddeb ./*.tar.gz
 quietly "Making the packages" cpack -G DEB

@@ -27,7 +27,8 @@ public:
     virtual void Delete() = 0;
 
     /// Makes sure that a later `Allocate(size)` can be served. False where `Allocate` would throw; throws
-    /// only what a contract or a governor throws itself.
+    /// only what a contract or a governor throws itself, as `StringConversionException` for the text of a
+    /// refusal that is no proper UTF-16, or `std::bad_function_call` for a governor without a function.
     ///
     /// On a lock-free buffer a refused chunk leaves an empty entry of some 26 bytes; and a size from the
     /// growth limit up (`ZENT_BUFFER_DYNAMIC_GROW_LIMIT`) brings an ordinary chunk, which smaller pieces will

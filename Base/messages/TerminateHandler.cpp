@@ -4,6 +4,7 @@
 #include <Base/messages/MessageTreeText.h>
 #include <Base/platform/os/ErrorStream.h>
 #include <Base/platform/os/modules/StayLoaded.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -14,9 +15,19 @@ namespace ZBase {
 
 namespace {
 
-constinit std::atomic<std::terminate_handler> sFormer{nullptr};
+constinit std::atomic<std::terminate_handler> sFirst{nullptr};   // before the first installation
+constinit std::atomic<std::terminate_handler> sFormer{nullptr};  // before the last one
+constinit std::atomic<unsigned long> sEnding{0};                 // the thread that tells its exception
+
+[[noreturn]] void EndBy(std::terminate_handler handler) {
+    if (handler != nullptr) handler();
+    std::abort();
+}
 
 [[noreturn]] void TellAndTerminate() {
+    // A handler that was set in between calls this one as its former.
+    const unsigned long thread = os::CurrentThreadId();
+    if (sEnding.exchange(thread) == thread) EndBy(sFirst);
     if (std::current_exception()) {
         try {
             const std::string tree = FormatTree(MessageOfCurrentException()).c_str();
@@ -25,17 +36,20 @@ constinit std::atomic<std::terminate_handler> sFormer{nullptr};
             // The process ends, printed or not.
         }
     }
-    const std::terminate_handler former = sFormer;
-    if (former != nullptr) former();
-    std::abort();
+    EndBy(sFormer);
 }
 
 }  // namespace
 
 void InstallTerminateHandler() {
     os::StayLoaded();  // a later handler may have kept a pointer to this one
-    const std::terminate_handler former = std::set_terminate(TellAndTerminate);
-    if (former != TellAndTerminate) sFormer = former;
+    // It is known before the handler can run.
+    const std::terminate_handler former = std::get_terminate();
+    if (former == TellAndTerminate) return;
+    std::terminate_handler none = nullptr;
+    sFirst.compare_exchange_strong(none, former);
+    sFormer = former;
+    std::set_terminate(TellAndTerminate);
 }
 
 }  // namespace ZBase

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -30,7 +31,15 @@ constexpr std::size_t kLargestReport = std::size_t{1} << 30;
 
 class Store {
 public:
-    explicit Store(fs::path directory) : mDirectory(std::move(directory)) {}
+    // Goes on behind the reports that are there.
+    explicit Store(fs::path directory) : mDirectory(std::move(directory)) {
+        for (const auto& entry : fs::directory_iterator(mDirectory)) {
+            const std::string name = entry.path().filename().string();
+            int number = 0;
+            std::from_chars(name.data(), name.data() + name.size(), number);
+            mReports = std::max(mReports.load(), number);
+        }
+    }
 
     // Returns the number of the report; empty if it could not be stored, and then all its files are removed.
     std::string Add(const httplib::MultipartFormDataMap& fields) {
@@ -60,7 +69,8 @@ public:
 private:
     // The name is from the network, and must not lead out of the directory.
     static std::string FileName(std::string name) {
-        std::replace(name.begin(), name.end(), '/', '_');
+        for (char& letter : name)
+            if (std::strchr("/\\:", letter) != nullptr) letter = '_';
         return name;
     }
 

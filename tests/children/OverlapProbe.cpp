@@ -2,6 +2,7 @@
 //   governor   a governor allocates from the buffer that asks it
 //   contract   a contract does
 //   ensure     a contract does, inside EnsureAvailable
+//   noheap     the same, without memory for anything
 //   threads    a second thread allocates while the first is inside
 //   turns      two threads allocate one after the other
 // Prints "done" at the end.
@@ -9,9 +10,29 @@
 #include <Base/ZBase.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <thread>
+
+namespace {
+
+bool gHasHeap = true;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* const block = gHasHeap ? std::malloc(size) : nullptr;
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
 
 namespace {
 
@@ -62,6 +83,13 @@ void Run(const char* mode) {
         gBuffer->Allocate(16);
     } else if (is("ensure")) {
         contract.hook = [] { gBuffer->EnsureAvailable(16); };
+        gBuffer->EnsureAvailable(16);
+    } else if (is("noheap")) {
+        contract.hook = [] {
+            gHasHeap = false;
+            gBuffer->EnsureAvailable(16);
+            gHasHeap = true;
+        };
         gBuffer->EnsureAvailable(16);
     } else if (is("threads")) {
         contract.hook = [] { std::thread(AllocateSome).join(); };

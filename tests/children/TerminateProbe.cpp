@@ -1,4 +1,5 @@
-// TerminateProbe KIND: ends by an uncaught exception, with the handler that prints it.
+// TerminateProbe KIND: ends by an uncaught exception, with the handler that prints it. With "chained" a
+// handler is set between two installations that calls the one before it.
 
 #include <Base/ZBase.h>
 
@@ -15,12 +16,20 @@ void EndQuietly() {
     std::_Exit(7);
 }
 
+std::terminate_handler gFormer = nullptr;
+
+void EndByFormer() {
+    std::fputs("a handler in between\n", stderr);
+    gFormer();
+}
+
 }  // namespace
 
 int main(int, char** arguments) {
     const std::string kind = arguments[1];
     if (kind != "default") std::set_terminate(EndQuietly);
     ZBase::InstallTerminateHandler();
+    if (kind == "chained") gFormer = std::set_terminate(EndByFormer);
     ZBase::InstallTerminateHandler();
     if (kind == "none") std::terminate();
     if (kind == "standard") throw std::runtime_error("what it says");

@@ -1,9 +1,12 @@
 #include <Base/ZBase.h>
+#include <Base/crash/detail/CrashKeysBlock.h>
 
 #include <chrono>
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <sstream>
+#include <string_view>
 #include <thread>
 
 #include "tests/crash/CrashBench.h"
@@ -72,6 +75,27 @@ TEST_F(CrashDelivery, LeftDumpIsSentAtTheNextStart) {
     EXPECT_TRUE(Await([this] { return LeftDumps().empty() && fs::is_empty(mDumps); }));
     ASSERT_EQ(ReceivedDumps().size(), 1u);
     EXPECT_EQ(ReceivedKeys(1)["run"], "7");
+    EXPECT_TRUE(test::ReadDumpFile(ReceivedDumps()[0]).Has("WriteToNull"));
+}
+
+// As that of another program in the same directory.
+TEST_F(CrashDelivery, LeftDumpWithoutKeysIsSentToo) {
+    LeaveDump();
+    const fs::path dump = LeftDumps()[0];
+    std::stringstream read;
+    read << std::ifstream(dump, std::ios::binary).rdbuf();
+    std::string content = read.str();
+    const std::string_view magic = ZBase::detail::kCrashKeysMagic;
+    ASSERT_NE(content.find(magic), std::string::npos);
+    for (std::size_t at = 0; (at = content.find(magic, at)) != std::string::npos;)
+        content.replace(at, magic.size(), magic.size(), ' ');
+    std::ofstream(dump, std::ios::binary) << content;
+    StartServer();
+    Configure();
+    EXPECT_EQ(Crash({"none"}).exitCode, 0);
+    EXPECT_TRUE(Await([this] { return LeftDumps().empty() && fs::is_empty(mDumps); }));
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    EXPECT_FALSE(ReceivedKeys(1).contains("run"));
     EXPECT_TRUE(test::ReadDumpFile(ReceivedDumps()[0]).Has("WriteToNull"));
 }
 

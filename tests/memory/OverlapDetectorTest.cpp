@@ -49,6 +49,13 @@ TEST(OverlapDetectorLines, AfterAToleratedOverlapTheDetectorIsBlindUntilTheCallE
     EXPECT_EQ(Overlap("threads", "ZENT_BUFERROR_ABORT=NO").output, kTolerated + "done 176\n");
 }
 
+// What the variable says can't be read there.
+TEST(OverlapDetectorLines, WithoutAHeapTheProcessEndsToo) {
+    const test::ChildResult result = Overlap("noheap", "ZENT_BUFERROR_ABORT");
+    EXPECT_EQ(result.signal, SIGABRT);
+    EXPECT_EQ(result.output, kFatal);
+}
+
 TEST(OverlapDetectorLines, ThreadsThatTakeTurnsAreNotNoticed) {
     const test::ChildResult result = Overlap("turns", "ZENT_BUFERROR_ABORT");
     EXPECT_EQ(result.exitCode, 0);

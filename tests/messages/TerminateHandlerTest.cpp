@@ -25,6 +25,12 @@ TEST(TerminateHandler, TellsTheTreeOnceBeforeTheFormerHandlerEndsTheProcess) {
     EXPECT_EQ(child.exitCode, 7);
 }
 
+TEST(TerminateHandler, InstalledAgainBehindOneThatCallsItTellsTheTreeOnce) {
+    const test::ChildResult child = Terminate("chained");
+    EXPECT_EQ(child.errors, std::string(kTree) + "a handler in between\nthe former handler\n");
+    EXPECT_EQ(child.exitCode, 7);
+}
+
 TEST(TerminateHandler, LeavesTheEndToTheHandlerOfTheLanguage) {
     const test::ChildResult child = Terminate("default");
     EXPECT_EQ(child.errors.find(kTree), 0u) << child.errors;

@@ -455,6 +455,18 @@ TEST_F(CrashCommand, ReceiverThatCanNotStoreLeavesTheReportWithItsSender) {
     EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
 }
 
+TEST_F(CrashCommand, ReceiverGoesOnBehindTheReportsThatAreThere) {
+    std::ofstream(mFolder / "received" / "7-log.txt") << "of an earlier one";
+    std::ofstream(mFolder / "received" / "notes.txt") << "nobody's";
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+    EXPECT_EQ(Crash({"send"}).exitCode, 0);
+    EXPECT_TRUE(fs::exists(mFolder / "received" / "8.dmp"));
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "1.dmp"));
+}
+
 TEST_F(CrashCommand, SendDoesNotRepeatWhatItSentAndKept) {
     Configure("http://127.0.0.1:1/");
     Probe("null");

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -13,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
@@ -495,6 +497,34 @@ TEST_F(FileWriter, PipeWithoutReaderIsAFailureAndNoSignal) {
         });
         reader.join();
         return said.ends_with(": Broken pipe") ? 0 : 2;
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(FileWriter, PipeIsWaitedForThroughASignal) {
+    const fs::path pipe = mFolder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int result = InChild([&] {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};  // without SA_RESTART
+        sigaction(SIGUSR1, &action, nullptr);
+        const pthread_t writing = pthread_self();
+        std::string document;
+        std::thread reader([&] {
+            for (int i = 0; i != 20; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                pthread_kill(writing, SIGUSR1);
+            }
+            std::ifstream stream(pipe);
+            document.assign(std::istreambuf_iterator<char>(stream), {});
+        });
+        const std::string said = WhatIsSaid([&] {
+            const auto writer = ZLiteXML::CreateFileWriter(pipe.c_str());
+            writer->StartElement("a");
+            writer->EndElement("a");
+        });
+        reader.join();
+        return !said.empty() ? 1 : document.find("<a") != std::string::npos ? 0 : 2;
     });
     EXPECT_EQ(result, 0);
 }

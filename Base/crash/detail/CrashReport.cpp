@@ -63,7 +63,8 @@ std::string Settings() {
     for (const auto& [name, value] : gCrash.tables->settings) size += name.size() + value.size() + 2;
     texts.reserve(size);
     for (const auto& [name, value] : gCrash.tables->settings) {
-        if (!name.empty()) texts += ReportText(name) + '\0' + PreparedSetting(name, value) + '\0';
+        const std::string text = ReportText(name);
+        if (!text.empty()) texts += text + '\0' + PreparedSetting(name, value) + '\0';
     }
     return texts + '\0';
 }

@@ -234,9 +234,12 @@ void BufferBase::ReleaseChunk(const Chunk& chunk) {
     if (chunk.start == nullptr) return;
     Unpoison(chunk.start, chunk.Size());
     if (mOnBoundary) sOnBoundaryAllocTotal -= chunk.Size();
-    // The heap writes into freed blocks, so a chunk that can't be made writable is leaked.
-    const bool writable = !mProtected || UnprotectChunk(chunk);
-    if (!writable && !mOnBoundary) return;
+    // The heap and the pages' callback may write into what is given back, so a chunk that can't be made
+    // writable is leaked, unless the system gave its pages.
+    if (mProtected && !UnprotectChunk(chunk)) {
+        if (mOnBoundary && chunk.start != mAdopted.start) ZNTVirtualFree(chunk.start, 0, false);
+        return;
+    }
     // The memory behind the object is freed with it.
     if (chunk.start == mAdopted.start) return;
     if (!mOnBoundary) {

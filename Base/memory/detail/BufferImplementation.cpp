@@ -24,9 +24,18 @@ void Say(const char* line) {
     std::fflush(stdout);
 }
 
+// Without a heap there is nothing to read it into.
+bool IsOverlapTolerated() {
+    try {
+        return WideString(ReadEnvironmentVariable("ZENT_BUFERROR_ABORT"_w).c_str()) == "NO"_w;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 // Separate from the allocations, so that they stay short.
 [[gnu::noinline]] void ReportOverlap() {
-    if (WideString(ReadEnvironmentVariable("ZENT_BUFERROR_ABORT"_w).c_str()) == "NO"_w) {
+    if (IsOverlapTolerated()) {
         Say("Detect multithreading issue in BufferImplementation.\n");
         return;
     }

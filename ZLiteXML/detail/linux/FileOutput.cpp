@@ -103,8 +103,12 @@ void FileOutput::CopyToFile() {
 // The reader of a pipe gets end of file at the end of the document.
 void FileOutput::CopyToDevice(int flags) {
     const BrokenPipesFail guard;
-    const Descriptor device(
-        openat(mPlace.Directory(), mPlace.Name(), O_WRONLY | O_NOCTTY | O_CLOEXEC | flags));
+    // That of a pipe waits for its reader.
+    int file = -1;
+    do {
+        file = openat(mPlace.Directory(), mPlace.Name(), O_WRONLY | O_NOCTTY | O_CLOEXEC | flags);
+    } while (file < 0 && errno == EINTR);
+    const Descriptor device(file);
     if (!device.IsOpen()) Check(errno);
     Check(CopyAll(mNew.Get(), device.Get()));
 }

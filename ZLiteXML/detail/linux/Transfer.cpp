@@ -40,7 +40,8 @@ int ReplaceContent(int from, int to) {
     struct stat content {};
     if (fstat(to, &old) != 0 || fstat(from, &content) != 0) return errno;
     if (content.st_size > 0) {
-        const int error = posix_fallocate(to, 0, content.st_size);
+        int error = EINTR;
+        while (error == EINTR) error = posix_fallocate(to, 0, content.st_size);
         if (error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO) {
             return ftruncate(to, old.st_size) == 0 ? error : errno;
         }

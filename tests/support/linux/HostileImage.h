@@ -23,6 +23,12 @@ public:
         mEntries.insert(mEntries.end(), count, Entry(DT_NEEDED, 1));
     }
 
+    /// One that needs a module of this name.
+    void Need(const std::string& name) {
+        mEntries.push_back(Entry(DT_NEEDED, 1 + mNames.size()));
+        mNames += name + '\0';
+    }
+
     /// Sections without content that all lie over the same octets of the file, which are zeros.
     void FillOneRange(std::size_t count, std::size_t length) {
         mZeros = length;

@@ -41,6 +41,6 @@ private:
 
     std::filesystem::path mDirectory;
     const ZBase::CrashConfigTable& mSettings;
-    const ZBase::CrashConfigTable& mCrashKeys;
+    ZBase::CrashConfigTable mCrashKeys;
     ZBase::CrashStore mStore;
 };

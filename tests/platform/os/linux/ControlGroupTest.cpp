@@ -89,7 +89,17 @@ TEST_F(ControlGroups, AProcessIsInTheGroupOfVersionTwo) {
 
 TEST_F(ControlGroups, AGroupOutsideOfTheMountHasTheLimitsOfTheMount) {
     Write("memory.max", "8192");
+    Write("a/memory.max", "4096");
     EXPECT_EQ(FromProcess("0::/../other\n", "/").MemoryLimit(), 8192u);
+    EXPECT_EQ(FromProcess("0::/..\n", "/").MemoryLimit(), 8192u);
+    EXPECT_EQ(FromProcess("0::/outer2/a\n", "/outer").MemoryLimit(), 8192u);
+    EXPECT_EQ(FromProcess("0::/outer/a\n", "/outer").MemoryLimit(), 4096u);
+}
+
+TEST_F(ControlGroups, ANameMayHaveTwoDots) {
+    fs::create_directories(mMount / "app@1..2.service");
+    Write("app@1..2.service/memory.max", "4096");
+    EXPECT_EQ(FromProcess("0::/app@1..2.service\n", "/").MemoryLimit(), 4096u);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <Base/platform/os/linux/modules/ImageFile.h>
+#include <Base/platform/os/linux/modules/ImageSearch.h>
 
 #include <gtest/gtest.h>
 #include <link.h>
@@ -6,7 +7,9 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -59,6 +62,32 @@ os::EImage Read(const std::string& octets, os::ImageNeeds& needs) {
     gOctets = 0;
     gReads = 0;
     return os::ReadImage(file.Path(), needs);
+}
+
+// Each would be read for each need of each other.
+TEST(ImageFile, OfModulesThatNeedEachOtherEachIsReadOnce) {
+    constexpr int kModules = 16;
+    char folder[] = "/tmp/zbase-images-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const auto file = [&](int number) {
+        return std::string(folder) + "/lib" + std::to_string(number) + ".so";
+    };
+    for (int i = 0; i != kModules; ++i) {
+        test::HostileImage image;
+        for (int needed = 0; needed != kModules; ++needed) image.Need(file(needed));
+        std::ofstream(file(i), std::ios::binary) << image.Octets(true);
+    }
+    gReads = 0;
+    os::ImageNeeds needs;
+    EXPECT_EQ(os::ReadImage(file(0), needs), os::EImage::kSound);
+    EXPECT_EQ(needs.names.size(), static_cast<std::size_t>(kModules));
+    const std::size_t ofOne = gReads;
+    gReads = 0;
+    std::string damaged;
+    EXPECT_TRUE(os::IsSafeToLoad(file(0), damaged)) << damaged;
+    EXPECT_LE(gReads, kModules * ofOne);
+    EXPECT_GT(gReads, ofOne);
+    std::filesystem::remove_all(folder);
 }
 
 // Each entry of a table would have the same long text read anew.

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -76,6 +78,20 @@ TEST(Pages, AreGivenInEachChildThatWasMadeWithoutHandlers) {
         waitpid(child, &status, 0);
         ASSERT_EQ(status, 0) << i;
     }
+}
+
+// As those of a heap in shared memory, which the system would give back with what is in them.
+TEST(Pages, ThatAreSharedAreClearedToo) {
+    const std::size_t size = 40 * os::PageSize();
+    void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    std::memset(pages, 7, size);
+    auto* const octets = static_cast<unsigned char*>(pages);
+    os::ClearMemory(octets + 1, size - 2);
+    EXPECT_EQ(octets[0], 7);
+    EXPECT_EQ(octets[size - 1], 7);
+    EXPECT_TRUE(std::all_of(octets + 1, octets + size - 1, [](unsigned char octet) { return octet == 0; }));
+    munmap(pages, size);
 }
 
 TEST(Pages, OfTheParentCanBeGivenBackInAChild) {

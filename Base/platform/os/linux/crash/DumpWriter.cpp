@@ -103,7 +103,8 @@ bool DumpWriter::WriteNow() {
         }
         const int dumpable = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0);
         written = Dump(EDumpCause::eDemand, [this] { return mHandler.WriteMinidump(); });
-        if (dumpable == 0) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+        // The dump has made the process one that others of its user may look into. Only 0 and 1 can be set.
+        if (dumpable != 1) prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
         LeaveDump();
     }
     return EndDump(written);

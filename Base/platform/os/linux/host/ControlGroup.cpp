@@ -46,8 +46,8 @@ std::string_view FindGroup(std::string_view groups) {
 }  // namespace
 
 ControlGroup::ControlGroup(std::string mount, std::string_view path) : mMount(std::move(mount)) {
-    // A group outside of the mounted hierarchy has ".." in its path.
-    if (path.find("..") == std::string_view::npos) mPath = path;
+    // A group outside of the mounted hierarchy has a path that begins with "/..".
+    if (path != "/.." && !path.starts_with("/../")) mPath = path;
     while (mPath.ends_with('/')) mPath.pop_back();
 }
 
@@ -59,8 +59,10 @@ ControlGroup ControlGroup::FromProcess(std::string_view groups, std::string_view
         for (int i = 0; i != 3; ++i) TakeUntil(line, ' ');  // two ids and a device
         const std::string_view root = TakeUntil(line, ' ');
         const std::string_view mount = TakeUntil(line, ' ');
-        if (root != "/" && path.starts_with(root)) path.remove_prefix(root.size());
-        return {std::string(mount), path};
+        if (root == "/") return {std::string(mount), path};
+        const bool isBelow =
+            path.starts_with(root) && (path.size() == root.size() || path[root.size()] == '/');
+        return {std::string(mount), isBelow ? path.substr(root.size()) : std::string_view()};
     }
     return {std::string(), {}};
 }

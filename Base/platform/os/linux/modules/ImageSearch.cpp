@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -133,6 +134,20 @@ bool IsRegularFile(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+/// Images of files. Each file is read once, or images that need each other would be read for each such need.
+class Images {
+public:
+    /// What a file is, and at the first time what it needs.
+    EImage Read(const std::string& file, ImageNeeds& needs) {
+        const auto [known, isNew] = mKnown.try_emplace(file, EImage::kUnseen);
+        if (isNew) known->second = ReadImage(file, needs);
+        return known->second;
+    }
+
+private:
+    std::map<std::string, EImage> mKnown;
+};
+
 /// An image to check, and the folders for its dependencies.
 struct Visit {
     std::string name;
@@ -164,7 +179,7 @@ private:
         std::string file = visit.name;
         EImage image = EImage::kUnseen;
         if (file.find('/') != std::string::npos) {
-            image = ReadImage(file, needs);
+            image = mImages.Read(file, needs);
         } else if (!IsInProcess(file)) {
             image = Search(visit, file, needs);
         }
@@ -179,16 +194,17 @@ private:
     }
 
     // The loader uses the first file of the name that is for this machine.
-    static EImage Search(const Visit& visit, std::string& file, ImageNeeds& needs) {
+    EImage Search(const Visit& visit, std::string& file, ImageNeeds& needs) {
         for (const Folder& folder : *visit.folders) {
             file = (folder.path.empty() ? "." : folder.path) + "/" + visit.name;
-            const EImage image = ReadImage(file, needs);
+            const EImage image = mImages.Read(file, needs);
             if (image == EImage::kDamaged || image == EImage::kSound) return image;
         }
         return EImage::kUnseen;
     }
 
     const Folders mOwn = OwnFolders();
+    Images mImages;
     std::vector<Visit> mVisits;
     std::set<std::string> mSeen;
     std::string mFound;
