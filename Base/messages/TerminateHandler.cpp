@@ -43,13 +43,13 @@ constinit std::atomic<unsigned long> sEnding{0};                 // the thread t
 
 void InstallTerminateHandler() {
     os::StayLoaded();  // a later handler may have kept a pointer to this one
-    // It is known before the handler can run.
-    const std::terminate_handler former = std::get_terminate();
+    std::terminate_handler former = std::get_terminate();
     if (former == TellAndTerminate) return;
     std::terminate_handler none = nullptr;
     sFirst.compare_exchange_strong(none, former);
-    sFormer = former;
-    std::set_terminate(TellAndTerminate);
+    sFormer = former;  // before the handler can run
+    former = std::set_terminate(TellAndTerminate);
+    if (former != TellAndTerminate) sFormer = former;
 }
 
 }  // namespace ZBase
