@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <cstddef>
 
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
+
 namespace DebugHelp {
 
 namespace {
@@ -57,6 +59,7 @@ void (*sFunction)(void*);
 void* sArgument;
 
 void Enter() {
+    const ZBase::os::CancellationHeldBack heldBack;  // elfutils would keep what it has half read
     sFunction(sArgument);
 }
 
@@ -78,8 +81,10 @@ char* Stack() {
 }  // namespace
 
 bool CallOnRoomyStack(void (*function)(void*), void* argument) {
+    sFunction = function;
+    sArgument = argument;
     if (HasRoom()) {
-        function(argument);
+        Enter();
         return true;
     }
     char* const stack = Stack();
@@ -87,8 +92,6 @@ bool CallOnRoomyStack(void (*function)(void*), void* argument) {
     sCall.uc_stack.ss_sp = stack;
     sCall.uc_stack.ss_size = kRoomy;
     sCall.uc_link = &sCaller;
-    sFunction = function;
-    sArgument = argument;
     makecontext(&sCall, Enter, 0);
     return swapcontext(&sCaller, &sCall) == 0;
 }

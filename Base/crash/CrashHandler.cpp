@@ -6,6 +6,7 @@
 #include <Base/crash/detail/DumpDirectory.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
+#include <Base/frame/detail/Patience.h>
 #include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/crash/ReportSender.h>
 #include <Base/platform/os/processes/Forks.h>
@@ -52,13 +53,22 @@ bool BeginCreateDump() {
     return !IsOfThisProcess(running) && gCrash.createDump.compare_exchange_strong(running, ThisCall());
 }
 
-// For setting a key, and for the installation.
+[[gnu::tls_model("initial-exec")]] thread_local constinit bool tHoldsKeys = false;  // while it forks
+
+// For setting a key, and for the installation. Its holder may wait for the heap, whose lock a forking thread
+// may hold, so a fork waits only a while; what is under it is whole wherever its holder waits.
 std::mutex& KeysMutex() {
     alignas(std::mutex) static unsigned char sPlace[sizeof(std::mutex)];
     static std::mutex* const spMutex = [] {
         auto* const mutex = new (sPlace) std::mutex;  // never destroyed: keys may be set until the end
-        os::CallAtFork([] { KeysMutex().lock(); }, [] { KeysMutex().unlock(); },
-                       [] { KeysMutex().unlock(); });
+        os::CallAtFork([] { tHoldsKeys = detail::Patience().Until([] { return KeysMutex().try_lock(); }); },
+                       [] {
+                           if (tHoldsKeys) KeysMutex().unlock();
+                       },
+                       [] {
+                           ::new (static_cast<void*>(&KeysMutex())) std::mutex;
+                           gCrash.keyLog.ForgetReaders();
+                       });
         return mutex;
     }();
     return *spMutex;

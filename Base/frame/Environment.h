@@ -26,7 +26,8 @@ ZBASE_API ReturnWString ReadEnvironmentVariable(const unsigned short* name);
 ZBASE_API void SetEnvironmentVariable(const unsigned short* name, const unsigned short* value);
 
 /// The decimal number that the value begins with, or `defaultValue` if `name` is null, or if the variable is
-/// not set, does not begin with a number or exceeds 64 bits. Never throws.
+/// not set, does not begin with a number or exceeds 64 bits, and in a program that runs with more rights than
+/// its user. Never throws.
 ZBASE_API std::int64_t GetNumericEnvironmentVariable(const char* name, std::int64_t defaultValue);
 
 #if defined(_WIN32)

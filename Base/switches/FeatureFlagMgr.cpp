@@ -40,9 +40,9 @@ constexpr const unsigned short* kKnownNames[21] = {
     "DS/GroupRecipients"_w,
 };
 
-// Held while the map changes, inside the lock of the table, and always released. A fork waits for it, so no
-// child finds a map that is half changed. A fork does not wait for the table's lock, which a thread may keep
-// for good.
+// Held while the map changes, inside the lock of the table. A fork waits for it, so no child finds a map that
+// is half changed; nothing waits inside it, not even for the heap, whose lock the forking thread may hold. A
+// fork does not wait for the table's lock, which a thread may keep for good.
 std::mutex sChange;
 
 // A copy of a name, made before the lock is taken, so that the caller's memory is not read under it. An
@@ -110,20 +110,25 @@ void FeatureFlagMgr::SetFeatureEnabled(const unsigned short* name, bool enabled)
     if (name == nullptr) return;
     WideString key(name);
     mLock.lock();
-    {
-        const std::lock_guard change(sChange);
-        mFlags.insert_or_assign(std::move(key), enabled);
-    }
+    const auto flag = mFlags.find(key);
+    if (flag != mFlags.end())
+        flag->second = enabled;
+    else
+        Add(std::move(key), enabled);
     mLock.unlock();
+}
+
+void FeatureFlagMgr::Add(WideString name, bool enabled) {
+    Flags one;
+    one.emplace(std::move(name), enabled);
+    const std::lock_guard change(sChange);
+    mFlags.insert(one.extract(one.begin()));  // takes no memory
 }
 
 void FeatureFlagMgr::NotifyInitialized() {
     for (const unsigned short* name : kKnownNames) {
         mLock.lock();
-        {
-            const std::lock_guard change(sChange);
-            mFlags.try_emplace(WideString(name), false);  // an earlier value wins
-        }
+        if (!mFlags.contains(name)) Add(name, false);  // an earlier value wins
         mLock.unlock();
     }
     mIsInitialized = true;

@@ -47,8 +47,12 @@ private:
         bool operator()(View one, View other) const { return one < other; }
     };
 
+    using Flags = std::map<WideString, bool, Less>;
+
+    void Add(WideString name, bool enabled);
+
     std::recursive_mutex mLock;  // over each access to the map
-    std::map<WideString, bool, Less> mFlags;
+    Flags mFlags;
     std::atomic<bool> mIsInitialized{false};
 };
 

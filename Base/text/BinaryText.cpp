@@ -86,8 +86,7 @@ std::string UrlDecode(const std::string& text) {
         const auto parsed = std::from_chars(digits, end, value, 16);
         if (parsed.ptr != digits + 2)
             detail::ThrowConversionFailure(
-                "ZBase::UrlDecode: No two hexadecimal digits behind % at offset 0x",
-                static_cast<unsigned int>(i), 1);
+                "ZBase::UrlDecode: No two hexadecimal digits behind % at offset 0x", i, 1);
         result += static_cast<char>(value);
         i += 2;
     }

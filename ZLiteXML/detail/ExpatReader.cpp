@@ -1,6 +1,7 @@
 #include "ExpatReader.h"
 #include "Failure.h"
 
+#include <cxxabi.h>
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -244,10 +245,14 @@ void ExpatReader::PassMisc(const char* text, std::size_t size) {
 
 // Expat may still call back after it was stopped.
 template <class Step>
-void ExpatReader::Guard(Step step) noexcept {
+void ExpatReader::Guard(Step step) {
     if (mFailure != nullptr) return;
     try {
         step();
+#if defined(__GLIBCXX__)
+    } catch (const abi::__forced_unwind&) {  // a thread that is cancelled unwinds C code too
+        throw;
+#endif
     } catch (...) {
         mFailure = std::current_exception();
         XML_StopParser(mParser.get(), XML_FALSE);

@@ -50,7 +50,7 @@ private:
     void PassMisc(const char* text, std::size_t size);
 
     template <class Step>
-    void Guard(Step step) noexcept;
+    void Guard(Step step);
     static ExpatReader& Self(void* reader) { return *static_cast<ExpatReader*>(reader); }
     UTF8EventHandler* Current() const {
         return mListeners.empty() ? nullptr : mListeners.back().handler.Get();

@@ -227,6 +227,24 @@ void CaptureMasked() {
     std::printf("%d sent, %d handed, %d pending\n", gSignals - before, handed.load(), pending.load());
 }
 
+/// Prints in how many of the children `isWell` is true before long.
+void ForkOften(const std::function<bool()>& isWell) {
+    constexpr int kChildren = 40;
+    int good = 0;
+    for (int i = 0; i != kChildren; ++i) {
+        usleep(2000);
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            _exit(isWell() ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        good += status == 0;
+    }
+    std::printf("%d of %d\n", good, kChildren);
+}
+
 // A fork while other threads are inside diagnostics; each child uses all of it once.
 void UseInChildren() {
     using namespace ZBase;
@@ -249,29 +267,62 @@ void UseInChildren() {
         for (std::uintptr_t i = 0; !stop; ++i)
             tracer->RecordRefCount(reinterpret_cast<void*>(i % 8 * 16), i % 3 != 0);
     });
-    int good = 0;
-    constexpr int kChildren = 40;
-    for (int i = 0; i != kChildren; ++i) {
-        usleep(2000);
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20);
-            const unsigned int lines = CountLines(nullptr);
-            logger.AppendCallStack(0, 0);
-            tracer->RecordRefCount(&good, 1);
-            ModuleInfo().Initialize();
-            std::thread other([] { usleep(50'000); });
-            CountLines(Handle(other));
-            other.join();
-            _exit(lines > 3 ? 0 : 1);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        good += status == 0;
-    }
+    ForkOften([&] {
+        const unsigned int lines = CountLines(nullptr);
+        logger.AppendCallStack(0, 0);
+        tracer->RecordRefCount(&stop, 1);
+        ModuleInfo().Initialize();
+        std::thread other([] { usleep(50'000); });
+        CountLines(Handle(other));
+        other.join();
+        return lines > 3;
+    });
     stop = true;
     for (std::thread* thread : {&capturing, &stopping, &logging, &tracing}) thread->join();
-    std::printf("%d of %d\n", good, kChildren);
+}
+
+// A fork while other threads set flags and keys, each of which is new.
+void SetInChildren() {
+    std::atomic<bool> stop{false};
+    const auto name = [](int i) { return std::to_string(i) + " has a name that takes some heap"; };
+    std::thread flags([&] {
+        for (int i = 0; !stop; ++i)
+            ZBase::SetFeatureEnabled(ZBase::UTF8ToWideChar(name(i).c_str(), false).c_str(), true);
+    });
+    std::thread keys([&] {
+        for (int i = 0; !stop; ++i) ZBase::SetCrashAttr(name(i).c_str(), "value", true);
+    });
+    ForkOften([] {
+        ZBase::SetFeatureEnabled(ZBase::UTF8ToWideChar("flag of the child", false).c_str(), false);
+        return ZBase::SetCrashAttr("key of the child", "value", false);
+    });
+    stop = true;
+    flags.join();
+    keys.join();
+}
+
+// A thread whose cancellation is pending captures, looks up, and is cancelled behind both. Then another does.
+void CaptureCancelled() {
+    static std::atomic<unsigned int> sLines{0};
+    static std::atomic<bool> sStop{false};
+    static std::thread sOther([] {
+        while (!sStop) usleep(1000);
+    });
+    const auto capture = [](void*) -> void* {
+        pthread_cancel(pthread_self());
+        for (void* thread : {Handle(sOther), static_cast<void*>(nullptr)}) sLines += CountLines(thread) != 0;
+        LookUp();
+        pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t thread{};
+    void* end = nullptr;
+    pthread_create(&thread, nullptr, capture, nullptr);
+    pthread_join(thread, &end);
+    std::printf("%u captured, %s, ", sLines.load(), end == PTHREAD_CANCELED ? "cancelled" : "not cancelled");
+    std::printf("%s\n", CountLines(Handle(sOther)) == 0 ? "none" : "lines");
+    sStop = true;
+    sOther.join();
 }
 
 // A process with so many mappings takes ten milliseconds and more to list them.
@@ -289,11 +340,13 @@ void CaptureWithManyMappings() {
 
 int main(int argc, char** argv) {
     if (argc != 2) return 2;
+    const std::string what = argv[1];
+    if (what == "setting")
+        ZBase::SetCrashAttr("key", "value", true);  // its hooks are there, and run behind the heap's
     // The heap's own fork hooks, as real heaps have them.
     pthread_atfork([] { pthread_mutex_lock(&gHeap); }, [] { pthread_mutex_unlock(&gHeap); },
                    [] { pthread_mutex_init(&gHeap, nullptr); });
     alarm(100);
-    const std::string what = argv[1];
     if (what != "mappings") CountLines(nullptr);
     if (what == "forking") CaptureInTheMiddleOf(Fork, 100);
     if (what == "heap") CaptureInTheMiddleOf(UseHeap, 300);
@@ -301,5 +354,7 @@ int main(int argc, char** argv) {
     if (what == "waiting") CaptureWaiting();
     if (what == "masked") CaptureMasked();
     if (what == "children") UseInChildren();
+    if (what == "setting") SetInChildren();
+    if (what == "cancelled") CaptureCancelled();
     if (what == "mappings") CaptureWithManyMappings();
 }

@@ -101,6 +101,35 @@ void CrashOnThreads(int count) {
     for (std::thread& thread : threads) thread.join();
 }
 
+// A thread whose cancellation is pending while it does this. True if it was cancelled behind that.
+bool IsCancelledBehind(void (*operation)()) {
+    const auto run = [](void* argument) -> void* {
+        pthread_cancel(pthread_self());
+        reinterpret_cast<void (*)()>(argument)();
+        pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t thread{};
+    void* end = nullptr;
+    pthread_create(&thread, nullptr, run, reinterpret_cast<void*>(operation));
+    pthread_join(thread, &end);
+    return end == PTHREAD_CANCELED;
+}
+
+void CrashCancelled(int) {
+    IsCancelledBehind(WriteToNull);
+}
+
+// What a cancelled thread does, and then another.
+void DumpCancelled(int) {
+    const auto dump = [] { std::printf("%d ", ZBase::CreateDump()); };
+    const auto stacks = [] { std::printf("%d ", ZBase::DumpAllStacks("/dev/null")); };
+    for (void (*const operation)() : {+dump, +stacks}) {
+        std::printf("%s: ", IsCancelledBehind(operation) ? "cancelled" : "not cancelled");
+        operation();
+    }
+}
+
 // The crash comes this many microseconds after the beginning of a dump.
 void CrashBesideDump(int microseconds) {
     static std::atomic<bool> sBegun = false;
@@ -375,6 +404,8 @@ int main(int argc, char** argv) {
         {"signal-storm", DumpInAStormOfSignals},
         {"threads", CrashOnThreads},
         {"beside-dump", CrashBesideDump},
+        {"cancelled-crash", CrashCancelled},
+        {"cancelled-dump", DumpCancelled},
         {"fork-beside-crash", ForkWhileCrashIsSent},
         {"fork-beside-dump", ForkWhileDumpIsSent},
         {"vfork", CrashInChildOfVfork},

@@ -6,6 +6,7 @@
 #undef NDEBUG
 #include <assert.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <atomic>
 #include <cstdlib>
@@ -43,6 +44,18 @@ void ThrowNested() {
     } catch (...) {
         std::throw_with_nested(std::runtime_error("the outer one"));
     }
+}
+
+[[gnu::noipa]] void TerminateChildOfVfork() {
+    const pid_t child = vfork();
+    if (child == 0) std::terminate();
+    waitpid(child, nullptr, 0);
+}
+
+// More of them than there is room for words at one time.
+void ThrowAfterVforks() {
+    for (int i = 0; i != 5; ++i) TerminateChildOfVfork();
+    ThrowNested();
 }
 
 void ThrowDeep(int levels) {
@@ -120,6 +133,7 @@ int Run(const std::string& kind) {
         {"long", [] { throw std::runtime_error(std::string(1'000'000, 'x')); }},
         {"thread", [] { std::thread(ThrowNested).join(); }},
         {"terminate", [] { std::terminate(); }},
+        {"after-vforks", ThrowAfterVforks},
         {"in-allocator", TerminateInAllocator},
         {"assert", [] { __assert_fail("all is well", "Somewhere.cpp", 7, "Check"); }},
         {"free-twice", FreeTwice},

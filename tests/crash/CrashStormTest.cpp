@@ -119,6 +119,19 @@ TEST_F(CrashStorm, OfEightThreadsIsOneDumpAndItsEnd) {
     ExpectOneOfEach({"threads", "8"}, Tries());
 }
 
+TEST_F(CrashStorm, OfAThreadThatIsCancelledIsReportedAllTheSame) {
+    StartServer();
+    Configure();
+    ExpectOneOfEach({"cancelled-crash"}, 1);
+}
+
+TEST_F(CrashStorm, OnDemandAThreadIsCancelledBehindItsDumpOrStacks) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"cancelled-dump"}).output, "1 cancelled: 1 1 cancelled: 1 ");
+    EXPECT_EQ(ReceivedDumps().size(), 2u);
+}
+
 TEST_F(CrashStorm, BesideADumpOnDemandHasItsOwnWholeDump) {
     StartServer();
     Configure();

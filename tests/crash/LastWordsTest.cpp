@@ -55,6 +55,14 @@ TEST_F(LastWords, OfWhatHasNoTextAreItsType) {
     EXPECT_EQ(Of({"number"}), (CrashKeys{{"exception_type", "int"}}));
 }
 
+TEST_F(LastWords, OfAProcessArriveBehindThoseOfManyChildrenThatShareItsMemory) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Crash({"after-vforks"}, {}, "LastWordsProbe").signal, SIGABRT);
+    EXPECT_EQ(ReceivedDumps().size(), 6u);
+    EXPECT_EQ(ReceivedKeys(6).at("exception"), "the outer one");
+}
+
 TEST_F(LastWords, OfAThrownTextAreThatText) {
     EXPECT_EQ(Of({"text"}), (CrashKeys{{"exception", "a text"}, {"exception_type", "char const*"}}));
 }

@@ -48,6 +48,14 @@ TEST_F(Capture, WorksInEachChildOfAForkBesideOthers) {
     EXPECT_EQ(Probe("children"), "40 of 40\n");
 }
 
+TEST_F(Capture, IsNotAloneInThatFlagsAndKeysAreSetBesideAFork) {
+    EXPECT_EQ(Probe("setting"), "40 of 40\n");
+}
+
+TEST_F(Capture, ByAThreadThatIsCancelledLetsTheNextOneIn) {
+    EXPECT_EQ(Probe("cancelled"), "2 captured, cancelled, lines\n");
+}
+
 TEST_F(Capture, AmongTwentyThousandMappingsListsThemNotOnce) {
     EXPECT_EQ(Probe("mappings"), "lines, 0 listings\n");
 }

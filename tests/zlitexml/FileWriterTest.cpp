@@ -12,12 +12,15 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -476,6 +479,63 @@ TEST_F(FileWriter, WithoutDescriptorsTheReasonIsTold) {
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_TRUE(said.ends_with(": Too many open files")) << said;
     EXPECT_EQ(Files(), 0u);
+}
+
+// However many are left, a failure leaves the old file, and success its permissions.
+TEST_F(FileWriter, WithFewDescriptorsAFailureLeavesTheOldFile) {
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer looks at memory through a pipe";
+    const fs::path file = mFolder / "old.xml";
+    int failures = 0;
+    int successes = 0;
+    for (int left = 0; left != 6; ++left) {
+        std::ofstream(file) << "old";
+        ASSERT_EQ(chmod(file.c_str(), 0664), 0);
+        const int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(next);
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit few{static_cast<rlim_t>(next + left), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        const std::string said = WhatIsSaid([&] { WriteTo(file); });
+        setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_EQ(ReadAll(file), said.empty() ? "<a/>" : "old") << left << " left: " << said;
+        EXPECT_EQ(ModeOf(file), 0664u) << left << " left";
+        (said.empty() ? successes : failures) += 1;
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_GT(successes, 0);
+    EXPECT_EQ(Files(), 1u);
+}
+
+// As on a file system without hard links. The list gives a user of its own the right that the mask shows.
+TEST_F(FileWriter, AccessListIsTakenAlongEvenIntoACopy) {
+    struct Entry {
+        std::uint16_t tag, rights;
+        std::uint32_t id;
+    };
+    struct {
+        std::uint32_t version = 2;
+        Entry entries[5] = {{1, 6, ~0u}, {2, 6, 12345}, {4, 4, ~0u}, {16, 6, ~0u}, {32, 0, ~0u}};
+    } list;
+    const fs::path file = mFolder / "old.xml";
+    for (const bool isCopied : {false, true}) {
+        std::ofstream(file) << "old";
+        if (setxattr(file.c_str(), "system.posix_acl_access", &list, sizeof list, 0) != 0)
+            GTEST_SKIP() << "this file system has no access lists";
+        const int result = InChild([&] {
+            if (isCopied && !test::RefuseCalls({SYS_linkat}, EPERM)) return kSkipped;
+            WriteTo(file);
+            return 0;
+        });
+        if (result == kSkipped) GTEST_SKIP() << "this system does not refuse calls";
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(ReadAll(file), "<a/>");
+        auto after = list;
+        for (Entry& entry : after.entries) entry = {};
+        EXPECT_EQ(getxattr(file.c_str(), "system.posix_acl_access", &after, sizeof after),
+                  ssize_t{sizeof after});
+        EXPECT_EQ(std::memcmp(&after, &list, sizeof list), 0);
+    }
 }
 
 TEST_F(FileWriter, PipeWithoutReaderIsAFailureAndNoSignal) {

@@ -1,7 +1,6 @@
 #include <Base/crash/detail/CrashKeyLog.h>
 #include <Base/crash/detail/ReportText.h>
 #include <Base/platform/os/memory/Pages.h>
-#include <Base/platform/os/processes/Threads.h>
 
 #include <cstring>
 #include <new>
@@ -68,16 +67,10 @@ CrashKeysBlock* CrashKeyLog::BeginReading() {
     return mpPresent;
 }
 
-// A reader counted before this test may still read the retired block. A later one gets the present one.
-bool CrashKeyLog::IsRead() {
-    const unsigned int process = os::CurrentProcessId();
-    if (process != std::exchange(mProcess, process)) mReaders = 0;
-    return mReaders != 0;
-}
-
-// With space for twice the size. The pages of the retired block are reused if they are large enough.
+// With space for twice the size. The pages of the retired block are reused if they are large enough. A reader
+// counted here may still read that block; a later one gets the present one.
 CrashKeyLog::Pages CrashKeyLog::NewPages(std::size_t size) {
-    const bool isRead = IsRead();
+    const bool isRead = mReaders != 0;
     if (!isRead && mRetired.capacity >= size + size / 2) return std::exchange(mRetired, Pages{});
     if (!isRead && mRetired.text != nullptr) os::ReleasePages(mRetired.text);
     mRetired = Pages{};  // pages in use are leaked

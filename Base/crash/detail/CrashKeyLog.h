@@ -32,6 +32,9 @@ public:
     CrashKeysBlock* BeginReading();
     void EndReading() { --mReaders; }
 
+    /// Of the parent, in a forked child. One that is made without handlers keeps pages that nobody reads.
+    void ForgetReaders() { mReaders = 0; }
+
     /// The newest block, within a reading.
     const CrashKeysBlock* Present() const { return mpPresent; }
 
@@ -42,13 +45,11 @@ private:
     };
 
     Pages NewPages(std::size_t size);
-    bool IsRead();
 
     Pages mPages;    // of the present block
     Pages mRetired;  // of the one before, which may still be read
     std::atomic<CrashKeysBlock*> mpPresent = nullptr;
     std::atomic<unsigned int> mReaders = 0;
-    unsigned int mProcess = 0;  // a forked child does not count its parent's readers
 };
 
 }  // namespace ZBase::detail

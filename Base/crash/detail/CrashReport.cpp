@@ -69,6 +69,11 @@ std::string Settings() {
     return texts + '\0';
 }
 
+// A child that shares the memory may crash beside this process.
+LastWordsBlock& OwnLastWords() {
+    return gCrash.lastWords[os::SharesMemory() ? 1 : 0];
+}
+
 }  // namespace
 
 void PrepareCrashReport() {
@@ -104,10 +109,11 @@ os::DumpContent BeginReport(os::EDumpCause cause) {
         content.parts[0] = {keys, sizeof *keys + keys->size};
     }
     if (cause == os::EDumpCause::eDemand) return content;
-    gCrash.lastWords.head.sequence = 1;
-    gCrash.lastWords.head.size = CopyLastWords(gCrash.lastWords.fields, cause);
-    std::memcpy(gCrash.lastWords.head.magic, kLastWordsMagic, sizeof gCrash.lastWords.head.magic);
-    content.parts[1] = {&gCrash.lastWords, sizeof gCrash.lastWords.head + gCrash.lastWords.head.size};
+    LastWordsBlock& words = OwnLastWords();
+    words.head.sequence = 1;
+    words.head.size = CopyLastWords(words.fields, cause);
+    std::memcpy(words.head.magic, kLastWordsMagic, sizeof words.head.magic);
+    content.parts[1] = {&words, sizeof words.head + words.head.size};
     return content;
 }
 
@@ -120,6 +126,7 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
     const PreparedText* const settings = gCrash.settingTexts;
     const CrashKeysBlock* const keys = gCrash.keyLog.Present();
     if (url == nullptr || settings == nullptr || keys == nullptr) return RESULT_FAILED;
+    const LastWordsBlock& words = OwnLastWords();
     const os::ReportPiece pieces[] = {
         {kReportRequest, sizeof kReportRequest},
         url->Piece(),
@@ -130,7 +137,7 @@ ReportResult SendPreparedReport(const os::TriedDump& dump) {
         {kHangingReason, dump.onDemand ? sizeof kHangingReason : 0},
         {kDumpDirectoryField, dump.elsewhere == nullptr ? 0 : sizeof kDumpDirectoryField},
         {dump.elsewhere, dump.elsewhere == nullptr ? 0 : std::strlen(dump.elsewhere) + 1},
-        {gCrash.lastWords.fields, dump.onDemand ? 0 : gCrash.lastWords.head.size},
+        {words.fields, dump.onDemand ? 0 : words.head.size},
         {reinterpret_cast<const char*>(keys + 1), keys->size},
     };
     return ResultOf(os::RunReportSender(pieces, std::size(pieces), kUploadSeconds));

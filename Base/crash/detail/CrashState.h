@@ -45,7 +45,7 @@ struct CrashState {
     detail::ThreadWords words[detail::kThreadsWithWords];
 
     // What its dump holds beside the keys.
-    detail::LastWordsBlock lastWords;
+    detail::LastWordsBlock lastWords[2];  // of this process, and of a child that shares its memory
     detail::CrashNotesBlock notes;
 };
 

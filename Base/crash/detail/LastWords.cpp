@@ -82,13 +82,21 @@ ThreadWords* WordsOf(unsigned long thread) {
     return found == std::end(gCrash.words) ? nullptr : found;
 }
 
+// A child that shares the memory says something, ends, and leaves its words behind.
+bool Take(ThreadWords& words, unsigned long thread) {
+    unsigned long holder = 0;
+    if (words.thread.compare_exchange_strong(holder, thread)) return true;
+    if (!os::IsThreadGone(holder) || !words.thread.compare_exchange_strong(holder, thread)) return false;
+    words.size = 0;
+    return true;
+}
+
 // A thread that enters a second time, from the code below, adds nothing.
 [[noreturn]] void HandleTerminate() {
     const unsigned long thread = os::CurrentThreadId();
     if (WordsOf(thread) == nullptr) {
         for (ThreadWords& words : gCrash.words) {
-            unsigned long nobody = 0;
-            if (!words.thread.compare_exchange_strong(nobody, thread)) continue;
+            if (!Take(words, thread)) continue;
             Say(words);
             break;
         }

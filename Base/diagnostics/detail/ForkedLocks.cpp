@@ -5,7 +5,7 @@
 
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
-#include <Base/platform/os/Clock.h>
+#include <Base/frame/detail/Patience.h>
 #include <Base/platform/os/processes/Forks.h>
 #include <Base/platform/os/processes/Threads.h>
 #include <Base/platform/os/stacks/ThreadContext.h>
@@ -21,9 +21,6 @@ namespace ZBase::detail {
 
 namespace {
 
-constexpr std::uint64_t kYields = 10;
-constexpr std::uint64_t kPatience = 20;  // milliseconds, of all waits of a fork together
-
 using Word = std::atomic<std::int32_t>;
 
 struct alignas(64) Slot {
@@ -32,36 +29,6 @@ struct alignas(64) Slot {
 constinit std::array<Slot, 64> sSlots{};
 constinit std::atomic<int> sForks{0};
 std::mutex sModuleEnumeration;
-
-std::uint64_t Milliseconds() {
-    std::uint64_t ticks = 0;
-    std::uint64_t ticksPerSecond = 0;
-    return os::QueryCounter(ticks) && os::QueryCounterFrequency(ticksPerSecond)
-               ? ticks * 1000 / ticksPerSecond
-               : 0;
-}
-
-/// Waits for a condition until its time is up. Measured by the clock: on a busy machine a yield may take as
-/// long as a pause.
-class Patience {
-public:
-    template <class Try>
-    bool Until(const Try& attempt) {
-        for (;;) {
-            if (attempt()) return true;
-            if (mTries == kYields + kPatience || Milliseconds() - mBegin >= kPatience) return false;
-            if (mTries++ < kYields) {
-                os::YieldThread();
-            } else {
-                os::SleepMilliseconds(1);
-            }
-        }
-    }
-
-private:
-    const std::uint64_t mBegin = Milliseconds();
-    std::uint64_t mTries = 0;
-};
 
 }  // namespace
 

@@ -19,7 +19,7 @@ void ThrowConversionFailure(const char* text) {
     ThrowConversionFailure(UTF8ToWideChar(text, true).c_str());
 }
 
-void ThrowConversionFailure(const char* text, unsigned int value, int width) {
+void ThrowConversionFailure(const char* text, std::uint64_t value, int width) {
     ThrowConversionFailure((text + HexDigits(value, width) + '.').c_str());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace ZBase::detail {
@@ -8,9 +9,9 @@ inline constexpr char kUpperDigits[] = "0123456789ABCDEF";
 inline constexpr char kLowerDigits[] = "0123456789abcdef";
 
 /// `value` in upper-case hexadecimal, zero-padded to `width` digits.
-inline std::string HexDigits(unsigned int value, int width) {
+inline std::string HexDigits(std::uint64_t value, int width) {
     std::string text;
-    for (int shift = 28; shift >= 0; shift -= 4) {
+    for (int shift = 60; shift >= 0; shift -= 4) {
         if (shift < 4 * width || value >> shift != 0) text.push_back(kUpperDigits[value >> shift & 0xF]);
     }
     return text;

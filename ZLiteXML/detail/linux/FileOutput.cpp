@@ -82,7 +82,7 @@ void FileOutput::Commit() {
         CopyToDevice(O_TRUNC);
         return;
     }
-    if (mIsThere) mNew.TakeAfter(mPlace, mOld);
+    if (mIsThere) Check(mNew.TakeAfter(mPlace, mOld));
     const int error = mNew.TakePlace();
     const bool isPlaceFixed =
         error == EBUSY || error == EXDEV || error == EACCES || error == EPERM || error == EROFS;

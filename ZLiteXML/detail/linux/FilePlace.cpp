@@ -58,10 +58,9 @@ int FilePlace::Look(struct stat& facts) const {
     return fstatat(Directory(), Name(), &facts, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
-int FilePlace::Sync() const {
-    const Descriptor directory(openat(Directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory.IsOpen()) return errno == EACCES ? 0 : errno;
-    return fsync(directory.Get()) == 0 || errno == EINVAL ? 0 : errno;
+int FilePlace::OpenDirectory(Descriptor& directory) const {
+    directory = Descriptor(openat(Directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.IsOpen() || errno == EACCES ? 0 : errno;
 }
 
 }  // namespace ZLiteXML

@@ -24,8 +24,8 @@ public:
     int Directory() const { return mDirectory.Get(); }
     const char* Name() const { return mName.c_str(); }
 
-    /// Synchronises the directory, if this process may read it.
-    int Sync() const;
+    /// Opens the directory for synchronising it; leaves that out if this process may not read it.
+    int OpenDirectory(Descriptor& directory) const;
 
 private:
     int Step(const std::string& path);

@@ -34,16 +34,18 @@ std::string TemporaryName() {
 }
 
 // An access list overrides the permissions, whose group bits are then only its mask.
-bool CopyAccessList(const FilePlace& from, int to) {
-    const Descriptor source(
-        openat(from.Directory(), from.Name(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!source.IsOpen()) return false;
+bool CopyAccessList(int from, int to) {
     char list[4096];
-    const ssize_t size = fgetxattr(source.Get(), kAccessList, list, sizeof list);
+    const ssize_t size = fgetxattr(from, kAccessList, list, sizeof list);
     if (size < 0 && errno == EOPNOTSUPP) return true;
     // Default entries from the directory are removed too.
     if (size < 0) return errno == ENODATA && (fremovexattr(to, kAccessList) == 0 || errno == ENODATA);
     return fsetxattr(to, kAccessList, list, static_cast<std::size_t>(size), 0) == 0;
+}
+
+// The group gets the rights of others.
+mode_t WithoutGroup(mode_t mode) {
+    return mode & (~static_cast<mode_t>(S_IRWXG) | (mode & S_IRWXO) << 3);
 }
 
 }  // namespace
@@ -75,28 +77,32 @@ int NewFile::CreateElsewhere() {
     return IsOpen() ? 0 : errno;
 }
 
-void NewFile::TakeAfter(const FilePlace& place, const struct stat& old) {
+int NewFile::TakeAfter(const FilePlace& place, const struct stat& old) {
     struct stat now {};
-    if (fstat(Get(), &now) != 0) return;
+    if (fstat(Get(), &now) != 0) return errno;
+    const Descriptor source(
+        openat(place.Directory(), place.Name(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!source.IsOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) return errno;
     mode_t mode = old.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
     const bool hasOwner = old.st_uid == now.st_uid || fchown(Get(), old.st_uid, static_cast<gid_t>(-1)) == 0;
     const bool hasGroup = old.st_gid == now.st_gid || fchown(Get(), static_cast<uid_t>(-1), old.st_gid) == 0;
     if (hasOwner && hasGroup) mode = old.st_mode & 07777;
-    // Another group gets the rights of others.
-    if (!hasGroup || !CopyAccessList(place, Get()))
-        mode &= ~static_cast<mode_t>(S_IRWXG) | (mode & S_IRWXO) << 3;
+    if (!hasGroup || !source.IsOpen() || !CopyAccessList(source.Get(), Get())) mode = WithoutGroup(mode);
     fchmod(Get(), mode);
+    return 0;
 }
 
 int NewFile::TakePlace() {
     if (mpPlace == nullptr) return EXDEV;
     if (fsync(Get()) != 0) return errno;
-    int error = mName.empty() ? Name() : 0;
+    Descriptor directory;
+    int error = mpPlace->OpenDirectory(directory);
+    if (error == 0 && mName.empty()) error = Name();
     if (error != 0) return error;
     if (renameat(mpPlace->Directory(), mName.c_str(), mpPlace->Directory(), mpPlace->Name()) != 0)
         return errno;
     mName.clear();
-    return mpPlace->Sync();
+    return !directory.IsOpen() || fsync(directory.Get()) == 0 || errno == EINVAL ? 0 : errno;
 }
 
 int NewFile::Name() {
@@ -128,7 +134,10 @@ int NewFile::CopyUnderName() {
     mName = name;
     const int error = CopyAll(Get(), copy.Get());
     if (error != 0) return error;
-    if (fchown(copy.Get(), facts.st_uid, facts.st_gid) == 0) fchmod(copy.Get(), facts.st_mode & 07777);
+    if (fchown(copy.Get(), facts.st_uid, facts.st_gid) == 0) {
+        const mode_t mode = facts.st_mode & 07777;
+        fchmod(copy.Get(), CopyAccessList(Get(), copy.Get()) ? mode : WithoutGroup(mode));
+    }
     mFile = std::move(copy);
     return fsync(Get()) == 0 ? 0 : errno;
 }

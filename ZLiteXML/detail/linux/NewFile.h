@@ -25,10 +25,11 @@ public:
     int CreateElsewhere();
 
     /// Sets the owner, permissions and access list of the file that it is to replace, as far as this process
-    /// may; never more permissions.
-    void TakeAfter(const FilePlace& place, const struct stat& old);
+    /// may; never more permissions. Fails where only a descriptor or memory is wanting.
+    int TakeAfter(const FilePlace& place, const struct stat& old);
 
-    /// Synchronised before it replaces the old file. `EXDEV` if it can't replace one.
+    /// Synchronised before it replaces the old file, and all that this takes is there before. `EXDEV` if it
+    /// can't replace one.
     int TakePlace();
 
     /// Removes its temporary name, if any; it can't replace a file then.

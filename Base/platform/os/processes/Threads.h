@@ -21,6 +21,9 @@ inline unsigned long AlreadyRememberedThreadId() {
 }
 #endif
 
+/// Whether no thread has this id, here or in a process that shares this one's memory.
+bool IsThreadGone(unsigned long thread);
+
 /// Yields to another thread.
 void YieldThread();
 

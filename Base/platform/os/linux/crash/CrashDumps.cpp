@@ -19,6 +19,7 @@
 #include <Base/platform/os/linux/faults/FaultSignals.h>
 #include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 
 #include <client/linux/minidump_writer/dump_limit.h>
@@ -137,6 +138,7 @@ void PassOn(int signal, siginfo_t* information) {
 // lock.
 void HandleCrash(int signal, siginfo_t* information, void* context) {
     AllowMisalignment();
+    const CancellationHeldBack heldBack;
     if (HasLostItsFlags(signal) || TranslateFault(signal, information, context)) return;
     // An abort never continues.
     if (gEquipment.asksEarlier && signal != SIGABRT &&
@@ -205,6 +207,7 @@ void DestroyDumpHandlers(DumpHandler* newest) {
 }
 
 bool WriteDump(DumpHandler* handler) {
+    const CancellationHeldBack heldBack;
     return handler->mDemands.WriteNow();
 }
 

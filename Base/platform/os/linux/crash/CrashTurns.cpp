@@ -1,12 +1,11 @@
 #include <Base/platform/os/linux/crash/CrashEquipment.h>
 #include <Base/platform/os/linux/crash/CrashTurns.h>
 #include <Base/platform/os/linux/memory/WipedMemory.h>
+#include <Base/platform/os/processes/Threads.h>
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <ctime>
 
@@ -33,17 +32,13 @@ void Pause(int milliseconds) {
     nanosleep(&pause, nullptr);
 }
 
-// Threads, those of guests included, share the id space of processes.
-bool IsGone(pid_t thread) {
-    return kill(thread, 0) != 0 && errno == ESRCH;
-}
-
 bool Take(std::atomic<pid_t>& turn, int milliseconds) {
     const pid_t self = gettid();
     for (int waited = 0;; waited += kPauseMilliseconds) {
         pid_t holder = 0;
         if (turn.compare_exchange_strong(holder, self) || holder == self) return true;
-        if (IsGone(holder) && turn.compare_exchange_strong(holder, self)) return true;
+        if (IsThreadGone(static_cast<unsigned long>(holder)) && turn.compare_exchange_strong(holder, self))
+            return true;
         if (waited >= milliseconds) return false;
         Pause(kPauseMilliseconds);
     }

@@ -132,14 +132,12 @@ void ClearMemory(void* address, std::size_t size) {
         const auto start = reinterpret_cast<std::uintptr_t>(address);
         const Range pages{RoundUp(start), RoundDown(start + size)};
         auto* const first = static_cast<volatile char*>(pages.Address());
-        auto* const last = first + (pages.Size() - 1);
         *first = 1;
-        *last = 1;
         const int error = errno;
         const bool given = madvise(pages.Address(), pages.Size(), MADV_DONTNEED) == 0;
         errno = error;
         // Pages that are locked stay, and those that are shared, or of a file, keep or get back what it has.
-        if (given && *first == 0 && *last == 0) {
+        if (given && *first == 0) {
             std::memset(reinterpret_cast<void*>(pages.end), 0, start + size - pages.end);
             size = pages.start - start;
         }

@@ -2,9 +2,12 @@
 
 #include <signal.h>
 
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
+
 namespace ZBase::os {
 
-/// Blocks all signals in the calling thread, and so in a thread or a process that it starts meanwhile.
+/// Blocks all signals in the calling thread, and so in a thread or a process that it starts meanwhile, and
+/// its cancellation.
 class SignalsHeldBack {
 public:
     SignalsHeldBack() {
@@ -17,6 +20,7 @@ public:
     SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
 
 private:
+    CancellationHeldBack mCancellation;
     sigset_t mBefore{};
 };
 

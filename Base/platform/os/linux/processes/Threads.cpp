@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 #include <atomic>
 #include <cerrno>
@@ -34,6 +35,14 @@ unsigned long RememberedThreadId() {
     const unsigned long thread = CurrentThreadId();
     if (sForkHandled) detail::tThreadId = thread;
     return thread;
+}
+
+// Threads share the id space of processes.
+bool IsThreadGone(unsigned long thread) {
+    const int before = errno;
+    const bool isGone = kill(static_cast<pid_t>(thread), 0) != 0 && errno == ESRCH;
+    errno = before;
+    return isGone;
 }
 
 void YieldThread() {

@@ -3,6 +3,7 @@
 // heap, so another process adds them. That process gets the path only and reads the file.
 
 #include <Base/platform/os/linux/modules/ModulePlace.h>
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
 #include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
@@ -295,6 +296,7 @@ void AddNames(Work& work, int file, const char* path) {
 }  // namespace
 
 bool WriteAllStacks(const char* path) {
+    const CancellationHeldBack heldBack;
     ThreadContext own{};
     CaptureContext(&own);
     // A pipe without a reader would block this thread.

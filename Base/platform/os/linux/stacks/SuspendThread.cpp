@@ -18,11 +18,13 @@
 #include <ctime>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string_view>
 
 #include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
 #include <Base/platform/os/linux/faults/FaultState.h>
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/Registers.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
@@ -53,7 +55,8 @@ struct Request {
 constinit Request sRequest;
 constinit std::mutex sTurn;
 constinit std::atomic<int> sSignal{0};
-constinit std::atomic<void*> sStopped{nullptr};  // the handle that it was stopped by
+constinit std::atomic<void*> sStopped{nullptr};          // the handle that it was stopped by
+constinit std::optional<CancellationHeldBack> sStopper;  // while it has a thread stopped
 [[gnu::tls_model("initial-exec")]] thread_local constinit bool tHolds = false;  // the turn, while it forks
 
 void Wait(std::atomic<std::uint32_t>& word, std::uint32_t value, const timespec* timeout) {
@@ -317,11 +320,13 @@ bool SuspendThread(void* thread) {
         return false;
     }
     sTurn.lock();
+    sStopper.emplace();
     const pid_t id = IdOf(thread);
     if (id != 0 && InstallAnswerForGood() && Ask(id, true)) {
         sStopped.store(thread);
         return true;
     }
+    sStopper.reset();
     sTurn.unlock();
     SetLastCode(kAccessDenied);
     return false;
@@ -334,6 +339,7 @@ bool ResumeThread(void* thread) {
     }
     sStopped.store(nullptr);
     LetGo();
+    sStopper.reset();
     sTurn.unlock();
     return true;
 }
@@ -354,6 +360,7 @@ void ForgetThreadStops() {
     sStopped.store(nullptr);
     sRequest.state.store(Free);
     sRequest.thread.store(0);
+    ::new (static_cast<void*>(&sStopper)) std::optional<CancellationHeldBack>;  // of another thread
     ::new (static_cast<void*>(&sTurn)) std::mutex;
 }
 
@@ -373,6 +380,7 @@ bool GetThreadContext(void* thread, ThreadContext& context) {
     }
     // The state of this call would be of frames that are gone when it is used.
     if (!IsId(thread) || id == gettid()) return false;
+    const CancellationHeldBack heldBack;
     const std::scoped_lock turn(sTurn);
     if (!InstallAnswerForGood() || !Ask(id, false)) {
         SetLastCode(kInvalidParameter);

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <Base/platform/os/linux/processes/CancellationHeldBack.h>
 #include <Base/platform/os/stacks/ThreadContext.h>
 
 namespace ZBase::os {
@@ -22,6 +23,7 @@ public:
                void* argument);
 
 private:
+    CancellationHeldBack mCancellation;
     bool mHasTurn = false;
     bool mIsOwnAnswer = false;  // the handler is removed at the end
 };

@@ -23,6 +23,14 @@ unsigned long AlreadyRememberedThreadId() {
     return GetCurrentThreadId();
 }
 
+bool IsThreadGone(unsigned long thread) {
+    const HANDLE handle = OpenThread(SYNCHRONIZE, FALSE, thread);
+    if (handle == nullptr) return GetLastError() == ERROR_INVALID_PARAMETER;
+    const bool isGone = WaitForSingleObject(handle, 0) == WAIT_OBJECT_0;
+    CloseHandle(handle);
+    return isGone;
+}
+
 void YieldThread() {
     SwitchToThread();
 }

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <Base/platform/os/Clock.h>
+#include <Base/platform/os/processes/Threads.h>
+
+#include <cstdint>
+
+namespace ZBase::detail {
+
+/// Waits for conditions until the time of them all is up, 20 milliseconds: a fork's waits for locks whose
+/// holders may wait for what the forking thread holds, such as the heap. Measured by the clock: on a busy
+/// machine a yield may take as long as a pause.
+class Patience {
+public:
+    /// True as soon as `attempt()` is.
+    template <class Try>
+    bool Until(const Try& attempt) {
+        for (;;) {
+            if (attempt()) return true;
+            if (mTries == kYields + kMilliseconds || Now() - mBegin >= kMilliseconds) return false;
+            if (mTries++ < kYields) {
+                os::YieldThread();
+            } else {
+                os::SleepMilliseconds(1);
+            }
+        }
+    }
+
+private:
+    static constexpr std::uint64_t kYields = 10;
+    static constexpr std::uint64_t kMilliseconds = 20;
+
+    static std::uint64_t Now() {
+        std::uint64_t ticks = 0;
+        std::uint64_t ticksPerSecond = 0;
+        return os::QueryCounter(ticks) && os::QueryCounterFrequency(ticksPerSecond)
+                   ? ticks * 1000 / ticksPerSecond
+                   : 0;
+    }
+
+    const std::uint64_t mBegin = Now();
+    std::uint64_t mTries = 0;
+};
+
+}  // namespace ZBase::detail
