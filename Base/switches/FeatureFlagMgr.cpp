@@ -72,6 +72,15 @@ private:
     std::basic_string_view<unsigned short> mView;
 };
 
+// Under the lock of the table.
+template <class Flags>
+void Add(Flags& flags, WideString name, bool enabled) {
+    Flags one;
+    one.emplace(std::move(name), enabled);
+    const std::lock_guard change(sChange);
+    flags.insert(one.extract(one.begin()));  // takes no memory
+}
+
 [[noreturn]] void ThrowNotInitialized() {
     ExceptionImpl<Message> failure;
     failure.SetDomainAndID(MESSAGE_DOMAIN_UNKNOWN, -1);
@@ -114,21 +123,14 @@ void FeatureFlagMgr::SetFeatureEnabled(const unsigned short* name, bool enabled)
     if (flag != mFlags.end())
         flag->second = enabled;
     else
-        Add(std::move(key), enabled);
+        Add(mFlags, std::move(key), enabled);
     mLock.unlock();
-}
-
-void FeatureFlagMgr::Add(WideString name, bool enabled) {
-    Flags one;
-    one.emplace(std::move(name), enabled);
-    const std::lock_guard change(sChange);
-    mFlags.insert(one.extract(one.begin()));  // takes no memory
 }
 
 void FeatureFlagMgr::NotifyInitialized() {
     for (const unsigned short* name : kKnownNames) {
         mLock.lock();
-        if (!mFlags.contains(name)) Add(name, false);  // an earlier value wins
+        if (!mFlags.contains(name)) Add(mFlags, name, false);  // an earlier value wins
         mLock.unlock();
     }
     mIsInitialized = true;

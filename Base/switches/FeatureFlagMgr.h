@@ -47,12 +47,8 @@ private:
         bool operator()(View one, View other) const { return one < other; }
     };
 
-    using Flags = std::map<WideString, bool, Less>;
-
-    void Add(WideString name, bool enabled);
-
     std::recursive_mutex mLock;  // over each access to the map
-    Flags mFlags;
+    std::map<WideString, bool, Less> mFlags;
     std::atomic<bool> mIsInitialized{false};
 };
 
