@@ -328,6 +328,30 @@ void CrashBesideKeys(int) {
     WriteToNull();
 }
 
+// A child whose first keys are written anew while its dump is read. Prints whether the dump was written and
+// the memory behind it stayed the same.
+void SetKeysBesideDumpInChild(int) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        const auto set = [](int times) {
+            for (int i = 0; i != times; ++i) ZBase::SetCrashAttr("key", std::string(400, 'v').c_str(), true);
+            return ZBase::GetPrivateBytes();
+        };
+        bool written = false;
+        std::thread dumping([&] { written = ZBase::CreateDump(); });
+        AwaitDump();
+        set(100);
+        dumping.join();
+        const auto before = set(100);
+        const auto growth = static_cast<std::int64_t>(set(20'000)) - static_cast<std::int64_t>(before);
+        std::printf("%d %s\n", written, growth < 1 << 20 ? "flat" : "grows");
+        std::fflush(stdout);
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+}
+
 // Sets each of two thousand keys a hundred times.
 void SetManyKeys(int) {
     for (int k = 0; k != 100; ++k) {
@@ -419,6 +443,7 @@ int main(int argc, char** argv) {
         {"translated-malloc", FaultInMallocWithTranslator},
         {"translated-strlen", FaultInLibraryWithTranslator},
         {"beside-keys", CrashBesideKeys},
+        {"keys-in-child", SetKeysBesideDumpInChild},
         {"many-keys", SetManyKeys},
         {"huge-frame", OverflowByHugeFrame},
         {"no-stack", CrashWithoutStack},

@@ -307,6 +307,13 @@ TEST_F(CrashStorm, KeysAreSetFromManyThreadsBesideACrash) {
     }
 }
 
+TEST_F(CrashStorm, KeysOfAChildAreWrittenAnewBesideItsDumpAndNothingIsLeaked) {
+    StartServer();
+    Configure();
+    EXPECT_EQ(Storm({"keys-in-child"}).output, "1 flat\n");
+    EXPECT_EQ(ReceivedDumps().size(), 1u);
+}
+
 TEST_F(CrashStorm, ThousandsOfKeysAreSetThousandsOfTimesWithinItsMinute) {
     mServer = "http://127.0.0.1:1/";
     Configure();
