@@ -287,7 +287,7 @@ check_arm64() {
     scripts/setup.sh arm64
     cmake --preset arm64 >/dev/null
     quietly "Building for ARM64" cmake --build --preset arm64
-    quietly "Testing under qemu-aarch64" ctest --preset arm64 -j "$(nproc)"
+    quietly "Testing under qemu-aarch64" ctest --preset arm64 --no-tests=error -j "$(nproc)"
 }
 
 # Both commands on a system that has nothing.

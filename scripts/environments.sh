@@ -29,6 +29,7 @@ everything=(descriptors few_descriptors full_disk read_only_disk no_proc no_netw
 # The test framework keeps what it captures where there is room, not where the tests are to find none.
 own_room() {
     export TEST_TMPDIR=$TMPDIR.framework
+    mkdir -p "$TEST_TMPDIR"
     mount -t tmpfs tmpfs "$TEST_TMPDIR"
 }
 
@@ -48,15 +49,16 @@ in_small_stack() { ulimit -S -s 64; exec "$@"; }
 # Temporary files have a file system of their own, also where it is /tmp, with the tree in it if it was there.
 in_full_disk() {
     local place
-    own_room
-    mkdir -p "$TMPDIR"
     for place in /tmp /var/tmp /dev/shm "$TMPDIR"; do
         case $tests/ in
             "$place"/*) continue ;;
         esac
+        mkdir -p "$place"
         mount -t tmpfs -o size=16k,mode=1777 tmpfs "$place"
+        mkdir -p "$TMPDIR.framework"  # which it may hold, and has room for now
         cat /dev/zero >"$place/filling" 2>/dev/null || :
     done
+    own_room
     exec "$@"
 }
 
@@ -152,11 +154,15 @@ run_environment() {
     if [ ${#command[@]} -gt 0 ]; then
         [ "$(id -u)" = 0 ] || [ "$1" = nameless_user ] || command+=(--map-root-user)
         command=(unshare "${command[@]}")
+        if ! said=$("${command[@]}" true 2>&1); then
+            echo "Skipped: this machine refuses $1: $said"
+            return 0
+        fi
     fi
     command+=("$PWD/scripts/environments.sh" --in "$1")
     if ! said=$("${command[@]}" true 2>&1); then
-        echo "Skipped: this machine refuses $1: $said"
-        return 0
+        echo "$1 can't be made: $said"
+        return 1
     fi
     compare "$1" "${command[@]}"
 }

@@ -175,8 +175,11 @@ bool InstallCrashStack() {
 void ReleaseCrashHandler() {
     detail::UnwatchTerminate();
     os::DumpHandler* const handler = gCrash.handler.exchange(nullptr);
+    // Some systems end all other threads before they unload.
     const auto isRunning = [] {
-        return IsOfThisProcess(gCrash.createDump) && gCrash.createDump != ThisCall();
+        const std::uint64_t call = gCrash.createDump;
+        return IsOfThisProcess(call) && call != ThisCall() &&
+               !os::IsThreadGone(static_cast<unsigned long>(call & 0xFFFF'FFFF));
     };
     for (unsigned long waited = 0; isRunning() && waited < kLongestCreateDump; ++waited) {
         os::SleepMilliseconds(1);

@@ -86,11 +86,13 @@ void RemoveLostAttachments(const std::string& directory) {
     for (const std::string& place : lost) RemoveAttachments(place);
 }
 
-// Its attachments first: without the dump nothing shows whose they are.
+// A dump that stays keeps its attachments. Those that a dump leaves behind are lost ones, and found as such.
 bool RemoveDump(const std::string& dump) {
-    RemoveAttachments(detail::AttachmentsOf(dump));
+    const std::string attachments = detail::AttachmentsOf(dump);
     std::error_code failed;
-    return fs::remove(dump, failed);
+    if (!fs::remove(dump, failed)) return false;
+    RemoveAttachments(attachments);
+    return true;
 }
 
 unsigned long long OctetsOfAttachments(const fs::path& dump) {

@@ -30,10 +30,9 @@ lacks() {
 }
 
 status=0
+[ $# -gt 0 ] || { echo "hardening.sh: no binary is given" >&2; exit 2; }
 for file in "$@"; do
-    while read -r lack; do
-        echo "$file lacks $lack"
-        status=1
-    done < <(lacks "$file")
+    lacking=$(lacks "$file") || lacking="what can be read"
+    [ -z "$lacking" ] || { sed "s|^|$file lacks |" <<<"$lacking"; status=1; }
 done
 exit $status

@@ -272,6 +272,11 @@ def prepare(logic, programs, only, jobs):
     for source, octets in logic.original.items():
         if octets is None:
             sys.exit(f"mutation.py: {source} does not compile as it is")
+    with tempfile.TemporaryDirectory(prefix="zbase-mutation-") as place:
+        for source in {source.split("/")[0]: source for source in programs}.values():
+            object_file = logic.compile(source, "\n".join(lines_of(source)), pathlib.Path(place))
+            if not logic.libraries[source.split("/")[0]].link(logic.object_of(source), object_file, pathlib.Path(place)):
+                sys.exit(f"mutation.py: {source} does not link as it is")
     for program in sorted(set(programs.values())):
         before, began = os.times(), time.monotonic()
         tests = only or ONLY.get(program) or f"*-{':'.join(SLOW)}"
@@ -333,7 +338,7 @@ def main():
     for survivor in survivors:
         print(f"survived: {survivor}")
     changed = count["died"] + count["survived"]
-    share = 100 * count["died"] / changed if changed else 100.0
+    share = 100 * count["died"] / changed if changed else 0.0
     print(f"{len(mutants)} changes: {count['same']} change nothing, {count['died']} died, {count['survived']} survived, "
           f"{count['known']} survive with a reason: {share:.1f} % died")
     sys.exit(1 if share < given.share or gone else 0)

@@ -85,6 +85,10 @@ def run(command, program, names, everything):
             begun = None
     if begun is not None:
         ended[begun], texts[begun] = ("hangs" if hangs else "ends"), said[begin:] + b"status %d\n" % status
+    elif ended and (status < 0 or status > 0 and ENDS["FAILED"] not in ended.values()):
+        # At the end of the program, or at the unload of what it has loaded.
+        last = list(ended)[-1]
+        ended[last], texts[last] = "ends", said[-2000:] + b"status %d behind the last test\n" % status
     return ended, texts, said, status
 
 

@@ -104,6 +104,8 @@ TEST_F(CrashStorm, SignalsThatArriveWhileThreadsAreStoppedFreezeNothing) {
     const ChildResult child = Storm({"signal-storm", "4"});
     EXPECT_EQ(child.signal, 0);
     EXPECT_EQ(child.output, "1111");
+    ASSERT_EQ(ReceivedDumps().size(), 4u);
+    EXPECT_TRUE(LeftDumps().empty());
     for (const fs::path& dump : ReceivedDumps()) EXPECT_GE(FactsOf(dump).threads, 6u);
 }
 

@@ -107,7 +107,10 @@ void LooksAfterDumps(Trial& trial) {
     }
     // Whatever failed, a dump is there with what belongs to it, or has gone with it.
     const ZBase::CrashStore store(directory, {});
-    EXPECT_GE(store.Dumps().size(), 1u);
+    const std::vector<std::string> left = store.Dumps();
+    EXPECT_GE(left.size(), 1u);
+    for (const std::string& dump : left)
+        EXPECT_TRUE(fs::exists(fs::path(dump).replace_extension(".attachments") / "log")) << dump;
 }
 
 void ClaimsADump(Trial& trial) {

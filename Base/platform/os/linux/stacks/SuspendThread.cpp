@@ -18,7 +18,6 @@
 #include <ctime>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <string_view>
 
 #include <Base/platform/os/errors/SystemErrors.h>
@@ -55,8 +54,8 @@ struct Request {
 constinit Request sRequest;
 constinit std::mutex sTurn;
 constinit std::atomic<int> sSignal{0};
-constinit std::atomic<void*> sStopped{nullptr};          // the handle that it was stopped by
-constinit std::optional<CancellationHeldBack> sStopper;  // while it has a thread stopped
+constinit std::atomic<void*> sStopped{nullptr};      // the handle that it was stopped by
+constinit int sCancelState = PTHREAD_CANCEL_ENABLE;  // of the thread that stops it, before that
 [[gnu::tls_model("initial-exec")]] thread_local constinit bool tHolds = false;  // the turn, while it forks
 
 void Wait(std::atomic<std::uint32_t>& word, std::uint32_t value, const timespec* timeout) {
@@ -320,13 +319,13 @@ bool SuspendThread(void* thread) {
         return false;
     }
     sTurn.lock();
-    sStopper.emplace();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &sCancelState);
     const pid_t id = IdOf(thread);
     if (id != 0 && InstallAnswerForGood() && Ask(id, true)) {
         sStopped.store(thread);
         return true;
     }
-    sStopper.reset();
+    pthread_setcancelstate(sCancelState, nullptr);
     sTurn.unlock();
     SetLastCode(kAccessDenied);
     return false;
@@ -339,7 +338,7 @@ bool ResumeThread(void* thread) {
     }
     sStopped.store(nullptr);
     LetGo();
-    sStopper.reset();
+    pthread_setcancelstate(sCancelState, nullptr);
     sTurn.unlock();
     return true;
 }
@@ -360,7 +359,6 @@ void ForgetThreadStops() {
     sStopped.store(nullptr);
     sRequest.state.store(Free);
     sRequest.thread.store(0);
-    ::new (static_cast<void*>(&sStopper)) std::optional<CancellationHeldBack>;  // of another thread
     ::new (static_cast<void*>(&sTurn)) std::mutex;
 }
 
