@@ -14,6 +14,14 @@ for word in "$@"; do
     esac
 done
 case $options in *--docs*) names="text messages numbers switches" ;; esac
+for name in $names; do
+    case $options:$name in
+        *--check*:load | *--check*:memory | *--check*:xml | *--check*:stacks)
+            echo "bench.sh: $name has no goals to check" >&2
+            exit 2
+            ;;
+    esac
+done
 if [ -z "$names" ]; then
     names="text messages numbers switches"
     [ -n "$options" ] || names="load memory xml stacks $names"

@@ -27,7 +27,7 @@ namespace ZBase {
 namespace {
 
 // The milliseconds that an unload waits for a `CreateDump`; more than the limits of its dump and its upload.
-constexpr unsigned long kLongestCreateDump = 150'000;
+constexpr std::uint64_t kLongestCreateDump = 150'000;
 
 // Runs on the crashed thread's alternate stack, or on the thread that called `CreateDump`. No heap, no lock.
 bool CrashDumpCallback(const os::TriedDump& dump) {
@@ -181,9 +181,7 @@ void ReleaseCrashHandler() {
         return IsOfThisProcess(call) && call != ThisCall() &&
                !os::IsThreadGone(static_cast<unsigned long>(call & 0xFFFF'FFFF));
     };
-    for (unsigned long waited = 0; isRunning() && waited < kLongestCreateDump; ++waited) {
-        os::SleepMilliseconds(1);
-    }
+    detail::Patience(kLongestCreateDump).Until([&] { return !isRunning(); });
     if (!IsOfThisProcess(gCrash.createDump)) os::DestroyDumpHandlers(handler);
 }
 

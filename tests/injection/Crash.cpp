@@ -110,7 +110,8 @@ void LooksAfterDumps(Trial& trial) {
     const std::vector<std::string> left = store.Dumps();
     EXPECT_GE(left.size(), 1u);
     for (const std::string& dump : left)
-        EXPECT_TRUE(fs::exists(fs::path(dump).replace_extension(".attachments") / "log")) << dump;
+        EXPECT_TRUE(fs::exists((fs::path(directory) / dump).replace_extension(".attachments") / "log"))
+            << dump;
 }
 
 void ClaimsADump(Trial& trial) {

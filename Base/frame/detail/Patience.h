@@ -7,17 +7,21 @@
 
 namespace ZBase::detail {
 
-/// Waits for conditions until the time of them all is up, 20 milliseconds: a fork's waits for locks whose
-/// holders may wait for what the forking thread holds, such as the heap. Measured by the clock: on a busy
-/// machine a yield may take as long as a pause.
+/// Waits for conditions until the time of them all is up. Measured by the clock: on a busy machine a yield
+/// may take as long as a pause, and on some systems a pause is longer than it says.
 class Patience {
 public:
+    /// A fork's, for locks whose holders may wait for what the forking thread holds, such as the heap.
+    Patience() = default;
+
+    explicit Patience(std::uint64_t milliseconds) : mMilliseconds(milliseconds) {}
+
     /// True as soon as `attempt()` is.
     template <class Try>
     bool Until(const Try& attempt) {
         for (;;) {
             if (attempt()) return true;
-            if (mTries == kYields + kMilliseconds || Now() - mBegin >= kMilliseconds) return false;
+            if (mTries == kYields + mMilliseconds || Now() - mBegin >= mMilliseconds) return false;
             if (mTries++ < kYields) {
                 os::YieldThread();
             } else {
@@ -28,7 +32,6 @@ public:
 
 private:
     static constexpr std::uint64_t kYields = 10;
-    static constexpr std::uint64_t kMilliseconds = 20;
 
     static std::uint64_t Now() {
         std::uint64_t ticks = 0;
@@ -38,6 +41,7 @@ private:
                    : 0;
     }
 
+    const std::uint64_t mMilliseconds = 20;
     const std::uint64_t mBegin = Now();
     std::uint64_t mTries = 0;
 };

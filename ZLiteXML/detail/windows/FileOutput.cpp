@@ -159,13 +159,19 @@ void FileOutput::Commit() {
 DWORD FileOutput::TakePlace() {
     SetFileAttributesW(mWaiting.c_str(), FILE_ATTRIBUTE_NORMAL);
     mNew.Close();
-    const bool succeeded =
-        mIsThere ? ReplaceFileW(mPlace.c_str(), mWaiting.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
-                                nullptr, nullptr) != FALSE
-                 : MoveFileExW(mWaiting.c_str(), mPlace.c_str(), MOVEFILE_WRITE_THROUGH) != FALSE;
-    if (!succeeded) return GetLastError();
-    mWaiting.clear();
-    return ERROR_SUCCESS;
+    if (mIsThere && ReplaceFileW(mPlace.c_str(), mWaiting.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
+                                 nullptr, nullptr)) {
+        mWaiting.clear();
+        return ERROR_SUCCESS;
+    }
+    // Behind one failure the old file has gone: what waits is the only document then.
+    const bool isOnlyOne = mIsThere && GetLastError() == ERROR_UNABLE_TO_MOVE_REPLACEMENT;
+    if (mIsThere && !isOnlyOne) return GetLastError();
+    const bool isMoved = MoveFileExW(mWaiting.c_str(), mPlace.c_str(),
+                                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+    const DWORD code = isMoved ? ERROR_SUCCESS : GetLastError();
+    if (isMoved || isOnlyOne) mWaiting.clear();  // it stays
+    return code;
 }
 
 // The room is taken before anything of the old content goes.

@@ -207,8 +207,7 @@ bool IsOwnDirectory(const std::string& path) {
     if (GetNamedSecurityInfoW(wide.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
                               nullptr, nullptr, &descriptor) != ERROR_SUCCESS)
         return false;
-    std::vector<unsigned char> user = ZBase::os::OwnUser();
-    const bool isOwn = !user.empty() && owner != nullptr && EqualSid(owner, user.data());
+    const bool isOwn = ZBase::os::IsOwner(owner);
     LocalFree(descriptor);
     return isOwn;
 }

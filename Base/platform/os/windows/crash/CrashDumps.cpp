@@ -47,8 +47,28 @@ public:
 
 namespace {
 
+/// The rights of the process, on a thread that acts for a client. No heap.
+class OwnRights {
+public:
+    OwnRights() {
+        if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, &mClient)) mClient = nullptr;
+        if (mClient != nullptr) RevertToSelf();
+    }
+    ~OwnRights() {
+        if (mClient == nullptr) return;
+        SetThreadToken(nullptr, mClient);
+        CloseHandle(mClient);
+    }
+    OwnRights(const OwnRights&) = delete;
+    OwnRights& operator=(const OwnRights&) = delete;
+
+private:
+    HANDLE mClient = nullptr;
+};
+
 // Ends the process, unless the crash is for others to handle. Runs on the crashed thread. No heap, no lock.
 void HandleCrash(EDumpCause cause, EXCEPTION_POINTERS* pointers, UINT end) {
+    const OwnRights rights;
     DumpHandler* const handler = gEquipment.newest;
     if (handler == nullptr || !TakeCrash()) return WaitForCrash();
     if (handler->mCrashes.Write(cause, pointers)) TerminateProcess(GetCurrentProcess(), end);
@@ -151,6 +171,7 @@ std::wstring AbsoluteDirectory(const unsigned short* directory) {
 }  // namespace
 
 DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, DumpLimits limits) {
+    StayLoaded();  // what is registered stays, as does its thread
     static const bool sAwaits = (AwaitCrashesAtExit(), true);
     std::wstring absolute;
     DumpHandler* handler = nullptr;
@@ -161,7 +182,6 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    StayLoaded();  // its thread stays
     gEquipment.asksEarlier = limits.asksEarlier;
     InstallCrashStack();
     handler->mpOlder = gEquipment.newest;
@@ -184,6 +204,7 @@ void DestroyDumpHandlers(DumpHandler* newest) {
 }
 
 bool WriteDump(DumpHandler* handler) {
+    const OwnRights rights;
     OwnState state(kOnDemand);
     return handler->mDemands.Write(EDumpCause::eDemand, &state.pointers);
 }

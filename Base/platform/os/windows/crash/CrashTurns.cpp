@@ -1,3 +1,4 @@
+#include <Base/platform/os/processes/Threads.h>
 #include <Base/platform/os/windows/crash/CrashEquipment.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
 
@@ -11,6 +12,17 @@ namespace {
 constexpr DWORD kCrashMilliseconds = 300'000;
 constexpr DWORD kDumpMilliseconds = 60'000;
 constexpr DWORD kPassedOnMilliseconds = 1000;
+
+// By the clock: a pause takes as long as its ticks do. True if it happens in time.
+template <class Happens>
+bool Await(DWORD milliseconds, const Happens& happens) {
+    const ULONGLONG end = GetTickCount64() + milliseconds;
+    while (!happens()) {
+        if (GetTickCount64() >= end) return false;
+        Sleep(1);
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -33,19 +45,19 @@ bool IsCrashOfThisThread() {
 
 void WaitForCrash() {
     if (!IsCrashing() || IsCrashOfThisThread()) return;
-    for (DWORD waited = 0; waited < kCrashMilliseconds && IsCrashing(); ++waited) Sleep(1);
+    Await(kCrashMilliseconds, [] { return !IsCrashing(); });
     // Whoever it is left to ends the process, in most cases.
     Sleep(kPassedOnMilliseconds);
 }
 
 bool TakeDump() {
     const DWORD self = GetCurrentThreadId();
-    for (DWORD waited = 0;; ++waited) {
-        DWORD nobody = 0;
-        if (gEquipment.dump.compare_exchange_strong(nobody, self)) return true;
-        if (waited == kDumpMilliseconds) return false;
-        Sleep(1);
-    }
+    return Await(kDumpMilliseconds, [self] {
+        DWORD holder = 0;
+        // At the end of a process the other threads are gone before its libraries.
+        return gEquipment.dump.compare_exchange_strong(holder, self) ||
+               (IsThreadGone(holder) && gEquipment.dump.compare_exchange_strong(holder, self));
+    });
 }
 
 void LeaveDump() {

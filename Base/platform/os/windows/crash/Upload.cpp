@@ -1,5 +1,5 @@
 // The system's own transport, opened when it is first needed: no program that loads the library needs it. It
-// has a limit for each step and none for all of them, so a timer ends the request.
+// has a limit for each step and none for all of them, so each step gets what is left of the time.
 
 #include <Base/platform/os/crash/Upload.h>
 #include <Base/platform/os/shared/MultipartForm.h>
@@ -10,7 +10,7 @@
 
 #include <winhttp.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
@@ -24,7 +24,7 @@ constexpr int kConnectMilliseconds = 10'000;
 constexpr int kAllMilliseconds = 60'000;
 constexpr DWORD kAnswerMilliseconds = 2000;
 constexpr std::size_t kMostAnswer = 65536;
-constexpr std::size_t kPiece = 65536;
+constexpr std::size_t kPiece = 16384;  // a step of the transport
 
 /// The transport, as far as it is needed.
 struct Transport {
@@ -34,8 +34,8 @@ struct Transport {
                   Find("WinHttpSetOption", setOption) && Find("WinHttpSetCredentials", setCredentials) &&
                   Find("WinHttpSendRequest", send) && Find("WinHttpWriteData", write) &&
                   Find("WinHttpReceiveResponse", receive) && Find("WinHttpQueryHeaders", query) &&
-                  Find("WinHttpReadData", read) && Find("WinHttpCloseHandle", close) &&
-                  Find("WinHttpCrackUrl", crack);
+                  Find("WinHttpQueryDataAvailable", available) && Find("WinHttpReadData", read) &&
+                  Find("WinHttpCloseHandle", close) && Find("WinHttpCrackUrl", crack);
     }
     ~Transport() {
         if (library != nullptr) FreeLibrary(library);
@@ -61,6 +61,7 @@ struct Transport {
     decltype(&WinHttpWriteData) write = nullptr;
     decltype(&WinHttpReceiveResponse) receive = nullptr;
     decltype(&WinHttpQueryHeaders) query = nullptr;
+    decltype(&WinHttpQueryDataAvailable) available = nullptr;
     decltype(&WinHttpReadData) read = nullptr;
     decltype(&WinHttpCloseHandle) close = nullptr;
     decltype(&WinHttpCrackUrl) crack = nullptr;
@@ -179,41 +180,21 @@ private:
     bool mIsWhole = true;
 };
 
-/// A handle of the transport. Whoever closes a request ends what waits on it.
+/// A handle of the transport.
 class Handle {
 public:
     Handle(const Transport& transport, HINTERNET handle) : mTransport(transport), mHandle(handle) {}
-    ~Handle() { Close(); }
+    ~Handle() {
+        if (mHandle != nullptr) mTransport.close(mHandle);
+    }
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
 
     HINTERNET Get() const { return mHandle; }
-    void Close() {
-        const HINTERNET handle = mHandle.exchange(nullptr);
-        if (handle != nullptr) mTransport.close(handle);
-    }
 
 private:
     const Transport& mTransport;
-    std::atomic<HINTERNET> mHandle;
-};
-
-/// Closes a request when its time is up.
-class Deadline {
-public:
-    explicit Deadline(Handle& request) {
-        const auto end = [](void* handle, BOOLEAN) { static_cast<Handle*>(handle)->Close(); };
-        if (!CreateTimerQueueTimer(&mTimer, nullptr, end, &request, kAllMilliseconds, 0, WT_EXECUTEONLYONCE))
-            mTimer = nullptr;
-    }
-    ~Deadline() {
-        if (mTimer != nullptr) DeleteTimerQueueTimer(nullptr, mTimer, INVALID_HANDLE_VALUE);
-    }
-    Deadline(const Deadline&) = delete;
-    Deadline& operator=(const Deadline&) = delete;
-
-private:
-    HANDLE mTimer = nullptr;
+    HINTERNET mHandle;
 };
 
 class Post {
@@ -237,21 +218,18 @@ public:
     // The status, or 0.
     long Send(const Form& form, std::string* answer) {
         if (mRequest.Get() == nullptr || form.Size() > 0xFFFFFFFF) return 0;
-        const Deadline deadline(mRequest);
         DWORD off = WINHTTP_DISABLE_REDIRECTS;
         mTransport.setOption(mRequest.Get(), WINHTTP_OPTION_DISABLE_FEATURE, &off, sizeof off);
-        mTransport.setTimeouts(mRequest.Get(), kConnectMilliseconds, kConnectMilliseconds, kAllMilliseconds,
-                               kAllMilliseconds);
         if (!mProxy.user.empty())
             mTransport.setCredentials(mRequest.Get(), WINHTTP_AUTH_TARGET_PROXY, WINHTTP_AUTH_SCHEME_BASIC,
                                       mProxy.user.c_str(), mProxy.password.c_str(), nullptr);
         const std::wstring head = L"Content-Type: multipart/form-data; boundary=" + FromUtf8(form.Boundary());
-        if (!mTransport.send(mRequest.Get(), head.c_str(), static_cast<DWORD>(head.size()),
-                             WINHTTP_NO_REQUEST_DATA, 0, static_cast<DWORD>(form.Size()), 0))
+        if (!HasTime() || !mTransport.send(mRequest.Get(), head.c_str(), static_cast<DWORD>(head.size()),
+                                           WINHTTP_NO_REQUEST_DATA, 0, static_cast<DWORD>(form.Size()), 0))
             return 0;
         // A server may answer before it has read all, as to what it refuses.
         form.Write([this](std::string_view piece) { return Write(piece); });
-        if (!mTransport.receive(mRequest.Get(), nullptr)) return 0;
+        if (!HasTime() || !mTransport.receive(mRequest.Get(), nullptr)) return 0;
         DWORD status = 0;
         DWORD size = sizeof status;
         if (!mTransport.query(mRequest.Get(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
@@ -262,11 +240,22 @@ public:
     }
 
 private:
+    // Whether there is some left, which becomes the limit of the next step.
+    bool HasTime() {
+        const ULONGLONG now = GetTickCount64();
+        if (now >= mEnd) return false;
+        auto left = static_cast<DWORD>(mEnd - now);
+        mTransport.setTimeouts(mRequest.Get(), kConnectMilliseconds, kConnectMilliseconds,
+                               static_cast<int>(left), static_cast<int>(left));
+        mTransport.setOption(mRequest.Get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &left, sizeof left);
+        return true;
+    }
+
     bool Write(std::string_view piece) {
         while (!piece.empty()) {
+            const auto size = static_cast<DWORD>(std::min(piece.size(), kPiece));
             DWORD count = 0;
-            if (!mTransport.write(mRequest.Get(), piece.data(), static_cast<DWORD>(piece.size()), &count) ||
-                count == 0)
+            if (!HasTime() || !mTransport.write(mRequest.Get(), piece.data(), size, &count) || count == 0)
                 return false;
             piece.remove_prefix(count);
         }
@@ -279,9 +268,15 @@ private:
         const ULONGLONG end = GetTickCount64() + wait;
         std::vector<char> piece(4096);
         while (answer.size() < kMostAnswer && GetTickCount64() < end) {
-            const auto wanted = static_cast<DWORD>(std::min(piece.size(), kMostAnswer - answer.size()));
+            // What is asked for is waited for, so it is what has come.
+            DWORD there = 0;
+            if (!mTransport.available(mRequest.Get(), &there) || there == 0) return;
+            const std::size_t room = std::min(piece.size(), kMostAnswer - answer.size());
             DWORD count = 0;
-            if (!mTransport.read(mRequest.Get(), piece.data(), wanted, &count) || count == 0) return;
+            if (!mTransport.read(mRequest.Get(), piece.data(),
+                                 static_cast<DWORD>(std::min<std::size_t>(there, room)), &count) ||
+                count == 0)
+                return;
             answer.append(piece.data(), count);
         }
     }
@@ -291,6 +286,7 @@ private:
     Handle mSession;
     Handle mConnection;
     Handle mRequest;
+    const ULONGLONG mEnd = GetTickCount64() + kAllMilliseconds;
 };
 
 }  // namespace

@@ -39,7 +39,9 @@ unsigned int Format(unsigned int code, unsigned short language, Ch* buffer, unsi
     const bool isEnglish = language == kSystemLanguage || language == kEnglish;
     if (const char* text = isEnglish ? FindCarriedMessage(code) : nullptr)
         return WriteSystemMessage(text, buffer, capacity);
-    const unsigned short served = isEnglish ? kEnglish : language;
+    // Not every system has its English texts: then the language is left to it.
+    const bool isLeft = language == kSystemLanguage && !HasText(code, kEnglish);
+    const unsigned short served = isEnglish && !isLeft ? kEnglish : language;
     if (buffer == nullptr || capacity == 0) {
         SetLastError(HasText(code, served) ? ERROR_INSUFFICIENT_BUFFER : ERROR_MR_MID_NOT_FOUND);
         return 0;

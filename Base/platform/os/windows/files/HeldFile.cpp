@@ -50,8 +50,7 @@ bool HeldFile::IsOwn() const {
     if (GetSecurityInfo(ToHandle(mFile), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
                         nullptr, &descriptor) != ERROR_SUCCESS)
         return false;
-    std::vector<unsigned char> user = OwnUser();
-    const bool isOwn = !user.empty() && owner != nullptr && EqualSid(owner, user.data()) != 0;
+    const bool isOwn = IsOwner(owner);
     LocalFree(descriptor);
     return isOwn;
 }

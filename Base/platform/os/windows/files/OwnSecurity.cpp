@@ -2,18 +2,35 @@
 
 namespace ZBase::os {
 
-std::vector<unsigned char> OwnUser() {
+namespace {
+
+// An identifier in this process's token, to which the record begins with a pointer.
+std::vector<unsigned char> InToken(TOKEN_INFORMATION_CLASS kind) {
     HANDLE token = nullptr;
     if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) == 0) return {};
     DWORD length = 0;
-    GetTokenInformation(token, TokenUser, nullptr, 0, &length);
+    GetTokenInformation(token, kind, nullptr, 0, &length);
     std::vector<unsigned char> facts(length);
-    const bool succeeded = GetTokenInformation(token, TokenUser, facts.data(), length, &length) != 0;
+    const bool succeeded = GetTokenInformation(token, kind, facts.data(), length, &length) != 0;
     CloseHandle(token);
-    if (!succeeded || facts.size() < sizeof(TOKEN_USER)) return {};
-    const PSID user = reinterpret_cast<const TOKEN_USER*>(facts.data())->User.Sid;
-    const auto* const first = static_cast<const unsigned char*>(user);
-    return {first, first + GetLengthSid(user)};
+    if (!succeeded || facts.size() < sizeof(PSID)) return {};
+    const PSID identifier = *reinterpret_cast<const PSID*>(facts.data());
+    const auto* const first = static_cast<const unsigned char*>(identifier);
+    return {first, first + GetLengthSid(identifier)};
+}
+
+}  // namespace
+
+std::vector<unsigned char> OwnUser() {
+    return InToken(TokenUser);
+}
+
+bool IsOwner(PSID owner) {
+    for (const TOKEN_INFORMATION_CLASS kind : {TokenUser, TokenOwner}) {
+        std::vector<unsigned char> identifier = InToken(kind);
+        if (owner != nullptr && !identifier.empty() && EqualSid(owner, identifier.data()) != 0) return true;
+    }
+    return false;
 }
 
 // The user by name, not "the owner": not every system keeps rights of the owner as such.
@@ -25,6 +42,7 @@ OwnersOnly::OwnersOnly() : mUser(OwnUser()) {
     mIsThere = InitializeAcl(list, static_cast<DWORD>(mList.size()), ACL_REVISION) != 0 &&
                AddAccessAllowedAceEx(list, ACL_REVISION, inherited, GENERIC_ALL, mUser.data()) != 0 &&
                InitializeSecurityDescriptor(&mDescriptor, SECURITY_DESCRIPTOR_REVISION) != 0 &&
+               SetSecurityDescriptorOwner(&mDescriptor, mUser.data(), FALSE) != 0 &&
                SetSecurityDescriptorDacl(&mDescriptor, TRUE, list, FALSE) != 0 &&
                SetSecurityDescriptorControl(&mDescriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED) != 0;
     mAttributes = {sizeof mAttributes, &mDescriptor, FALSE};

@@ -9,6 +9,10 @@ namespace ZBase::os {
 /// The security identifier of the user whom this process acts for; empty where the system refuses.
 std::vector<unsigned char> OwnUser();
 
+/// Whether what has this owner belongs to that user, or to whom new files of this process do by default: of
+/// an administrator's they are the group's.
+bool IsOwner(PSID owner);
+
 /// What lets the user of this process, and nobody else, do everything with a file or directory. It lives as
 /// long as the object.
 class OwnersOnly {

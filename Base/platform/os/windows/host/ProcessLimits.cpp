@@ -22,7 +22,7 @@ unsigned int ProcessorsOfJob() {
     constexpr DWORD hardCap = JOB_OBJECT_CPU_RATE_CONTROL_ENABLE | JOB_OBJECT_CPU_RATE_CONTROL_HARD_CAP;
     constexpr std::uint64_t whole = 10000;  // the time of all processors
     JOBOBJECT_CPU_RATE_CONTROL_INFORMATION facts{};
-    const unsigned int all = ProcessorCount();
+    const auto all = static_cast<unsigned int>(GetActiveProcessorCount(ALL_PROCESSOR_GROUPS));
     if (!AskJob(JobObjectCpuRateControlInformation, facts) || (facts.ControlFlags & hardCap) != hardCap)
         return all;
     const std::uint64_t share = (std::uint64_t{facts.CpuRate} * all + whole - 1) / whole;
