@@ -5,6 +5,7 @@
 #include <Base/platform/os/files/HeldFile.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -52,10 +53,15 @@ std::string WithoutEnding(const std::string& name, const std::string& ending) {
     return name.ends_with(ending) ? name.substr(0, name.size() - ending.size()) : "";
 }
 
+// False with `errno`.
 bool Rename(const std::string& from, const std::string& to) {
     std::error_code failed;
-    if (fs::exists(fs::symlink_status(to, failed))) return false;
+    if (fs::exists(fs::symlink_status(to, failed))) {
+        errno = EEXIST;
+        return false;
+    }
     fs::rename(from, to, failed);
+    if (failed) errno = failed.default_error_condition().value();
     return !failed;
 }
 

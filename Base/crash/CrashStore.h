@@ -23,7 +23,8 @@ public:
     ClaimedDump& operator=(const ClaimedDump&) = delete;
 
     /// Any file "NAME.dmp", or "NAME.sending.dmp". False if another process has claimed it, or if it is not a
-    /// regular file: links are not followed, and opening does not wait.
+    /// regular file: links are not followed, and opening does not wait. If the system refuses it, `errno`
+    /// says why; of a claimed one it is `EWOULDBLOCK`, or what it was.
     bool Claim(const std::string& path);
 
     /// Its current path.

@@ -56,6 +56,14 @@ protected:
         return test::RunChild(command, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
     }
 
+    // Also a superuser then has no more than the rights of files.
+    ChildResult CrashByRights(const std::string& command) const {
+        std::vector<std::string> line = {ZBASE_COMMAND, "crash", command};
+        if (geteuid() == 0)
+            line.insert(line.begin(), {"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search"});
+        return test::RunChild(line, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
+    }
+
     std::string OnlyDump() const {
         std::string dump;
         for (const auto& entry : fs::directory_iterator(mFolder / "dumps")) dump = entry.path();
@@ -540,6 +548,44 @@ TEST_F(CrashCommand, SendLeavesWhatAnotherProcessHas) {
     EXPECT_EQ(Crash({"send"}).exitCode, 0);
     EXPECT_TRUE(fs::exists(mFolder / "received" / "1.dmp"));
     EXPECT_TRUE(fs::is_empty(mFolder / "dumps"));
+}
+
+TEST_F(CrashCommand, SendTellsWhyItCanNotHaveADump) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const fs::path dump = OnlyDump();
+    const fs::path dumps = dump.parent_path();
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine());
+
+    fs::copy_file(dump, dumps / "0.dmp");
+    fs::permissions(dumps / "0.dmp", fs::perms::none);
+    const ChildResult unreadable = CrashByRights("send");
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_TRUE(Has(unreadable.output, "/0.dmp: Permission denied, stays\n" + dump.string() + ": sent, "))
+        << unreadable.output;
+
+    fs::permissions(dumps / "0.dmp", fs::perms::owner_read);
+    fs::permissions(dumps, fs::perms::owner_read | fs::perms::owner_exec);
+    const ChildResult fixed = CrashByRights("send");
+    EXPECT_EQ(fixed.exitCode, 1);
+    EXPECT_TRUE(Has(fixed.output, "/0.dmp: Permission denied, stays\n")) << fixed.output;
+
+    fs::permissions(dumps, fs::perms::owner_write | fs::perms::owner_exec);
+    const ChildResult unlisted = CrashByRights("send");
+    EXPECT_EQ(unlisted.exitCode, 1);
+    EXPECT_TRUE(Has(unlisted.errors, dumps.string() + ": Permission denied\n")) << unlisted.errors;
+
+    fs::permissions(dumps, fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_TRUE(Has(CrashByRights("send").output, "/0.dmp: Permission denied, stays\n"));
+
+    // Its name while it is sent is another's.
+    fs::permissions(dumps, fs::perms::owner_all);
+    fs::create_directory(dumps / "0.sending.dmp");
+    const ChildResult twofold = Crash({"send"});
+    EXPECT_EQ(twofold.exitCode, 1);
+    EXPECT_TRUE(Has(twofold.output, "/0.dmp: File exists, stays\n")) << twofold.output;
+    EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
 }
 
 TEST_F(CrashCommand, ManySendersSendEachDumpOnce) {

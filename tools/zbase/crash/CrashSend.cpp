@@ -51,6 +51,16 @@ bool SendDump(CrashDelivery& delivery, const fs::path& dump) {
     return isWell;
 }
 
+// A dump that can't be read or claimed does not stop the others.
+bool TryToSendDump(CrashDelivery& delivery, const fs::path& dump) {
+    try {
+        return SendDump(delivery, dump);
+    } catch (const Failure& failure) {
+        Print(Shown(failure.what()) + ", stays\n");
+        return false;
+    }
+}
+
 // Without a directory it uses the configured one.
 int Send(const std::string& directory) {
     NeedCrashReporting();
@@ -60,7 +70,7 @@ int Send(const std::string& directory) {
     if (!fs::is_directory(place, missing)) throw Failure(place.string() + ": not a directory");
     CrashDelivery delivery(place, config.settings, config.crashKeys);
     bool allSent = true;
-    for (const fs::path& dump : DumpsIn(place)) allSent = SendDump(delivery, dump) && allSent;
+    for (const fs::path& dump : DumpsIn(place)) allSent = TryToSendDump(delivery, dump) && allSent;
     delivery.CleanUp();
     return allSent ? 0 : 1;
 }

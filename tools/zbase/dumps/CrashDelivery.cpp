@@ -5,6 +5,7 @@
 
 #include <Base/crash/detail/CrashContract.h>
 
+#include <cerrno>
 #include <system_error>
 
 namespace {
@@ -29,10 +30,17 @@ CrashDelivery::CrashDelivery(const fs::path& directory, const CrashConfigTable& 
 EDelivery CrashDelivery::Deliver(const std::string& name, WideString& reportCode) {
     const fs::path path = mDirectory / name;
     std::error_code failed;
-    if (fs::symlink_status(path, failed).type() != fs::file_type::regular) return EDelivery::eNoDump;
+    const fs::file_type type = fs::symlink_status(path, failed).type();
+    if (type == fs::file_type::none)
+        throw FileFailure(path.string(), failed.default_error_condition().value());
+    if (type != fs::file_type::regular) return EDelivery::eNoDump;
     if (mStore.IsSent(name)) return EDelivery::eSentBefore;
     ZBase::ClaimedDump claim;
-    if (!claim.Claim(path.string())) return EDelivery::eInUse;
+    errno = 0;
+    if (!claim.Claim(path.string())) {
+        if (errno == 0 || errno == EWOULDBLOCK) return EDelivery::eInUse;
+        throw FileFailure(path.string(), errno);
+    }
     bool isDump = false;
     const ZBase::ReportResult result = Send(claim.Path(), isDump, reportCode);
     if (!isDump) return EDelivery::eNoDump;

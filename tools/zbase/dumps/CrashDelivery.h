@@ -27,7 +27,8 @@ public:
     CrashDelivery(const std::filesystem::path& directory, const ZBase::CrashConfigTable& settings,
                   const ZBase::CrashConfigTable& crashKeys);
 
-    /// Sends the dump of this name. `reportCode` is the server's reply to one that was sent.
+    /// Sends the dump of this name. `reportCode` is the server's reply to one that was sent. Throws `Failure`
+    /// if it can't be read or claimed.
     EDelivery Deliver(const std::string& name, ZBase::WideString& reportCode);
 
     /// Removes the files of the day's count and the pause, once no dump is left to be sent.

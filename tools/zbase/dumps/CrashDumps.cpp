@@ -11,6 +11,7 @@
 #include <cstring>
 #include <map>
 #include <string_view>
+#include <system_error>
 
 namespace fs = std::filesystem;
 using ZBase::detail::CrashKeysBlock;
@@ -219,8 +220,12 @@ private:
 
 std::vector<fs::path> DumpsIn(const fs::path& directory) {
     std::vector<fs::path> dumps;
-    std::error_code none;
-    for (const auto& entry : fs::directory_iterator(directory, none)) {
+    std::error_code failed;
+    const fs::directory_iterator entries(directory, failed);
+    const bool isNone =
+        failed == std::errc::no_such_file_or_directory || failed == std::errc::not_a_directory;
+    if (failed && !isNone) throw FileFailure(directory.string(), failed.default_error_condition().value());
+    for (const auto& entry : entries) {
         if (entry.path().extension() == ZBase::detail::kDumpEnding) dumps.push_back(entry.path());
     }
     std::sort(dumps.begin(), dumps.end());

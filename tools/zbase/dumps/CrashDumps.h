@@ -10,7 +10,8 @@
 
 using CrashKeys = std::map<std::string, std::string>;
 
-/// The dumps in a directory, ordered by name; none without a directory.
+/// The dumps in a directory, ordered by name; none without a directory. Throws `Failure` if it can't be
+/// listed.
 std::vector<std::filesystem::path> DumpsIn(const std::filesystem::path& directory);
 
 struct DumpedThread {
