@@ -4,12 +4,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <sstream>
@@ -62,6 +66,34 @@ protected:
         if (geteuid() == 0)
             line.insert(line.begin(), {"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search"});
         return test::RunChild(line, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
+    }
+
+    // Returns the exit status. While the command is stopped, `act` runs.
+    int SendAndStopAtTheFirstLock(std::string& output, const std::function<void()>& act) const {
+        int pipe[2];
+        if (pipe2(pipe, O_CLOEXEC) != 0) return -1;
+        const pid_t child = fork();
+        if (child == 0) {
+            setenv("ZENT_CRASH_CONFIG_FILE", (mFolder / "crash_report.ini").c_str(), 1);
+            if (dup2(pipe[1], STDOUT_FILENO) >= 0 && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0)
+                execl(ZBASE_COMMAND, ZBASE_COMMAND, "crash", "send", nullptr);
+            _exit(99);
+        }
+        close(pipe[1]);
+        int status = 0;
+        while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
+            ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD);
+            __ptrace_syscall_info call{};
+            ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+            const bool isLock = call.op == PTRACE_SYSCALL_INFO_ENTRY && call.entry.nr == SYS_flock;
+            if (isLock) act();
+            ptrace(isLock ? PTRACE_DETACH : PTRACE_SYSCALL, child, nullptr, nullptr);
+        }
+        char piece[4096];
+        for (ssize_t count = 0; (count = read(pipe[0], piece, sizeof piece)) > 0;)
+            output.append(piece, static_cast<std::size_t>(count));
+        close(pipe[0]);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     std::string OnlyDump() const {
@@ -586,6 +618,30 @@ TEST_F(CrashCommand, SendTellsWhyItCanNotHaveADump) {
     EXPECT_EQ(twofold.exitCode, 1);
     EXPECT_TRUE(Has(twofold.output, "/0.dmp: File exists, stays\n")) << twofold.output;
     EXPECT_FALSE(fs::exists(mFolder / "received" / "2.dmp"));
+}
+
+// The other sender is the test: at work after this one has looked at the first dump, and before it locks it.
+TEST_F(CrashCommand, SendLeavesWhatAnotherHasSentMeanwhile) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const fs::path dump = OnlyDump();
+    const fs::path first = dump.parent_path() / "0.dmp";
+    const fs::path second = dump.parent_path() / "1.dmp";
+    fs::copy_file(dump, first);
+    fs::rename(dump, second);
+    test::BackgroundChild server({ZBASE_CRASH_RECEIVER, mFolder / "received"});
+    Configure(server.ReadLine(), "keep_dump_file=true\n");
+    std::string output;
+    const int exitCode = SendAndStopAtTheFirstLock(output, [&] {
+        ZBase::ClaimedDump claim;
+        EXPECT_TRUE(claim.Claim(first.string()) && claim.MarkSent());
+        fs::remove(second);
+    });
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(output, first.string() + ": was sent before, stays\n" + second.string() +
+                          ": is gone, another process has taken it\n");
+    EXPECT_TRUE(fs::exists(first));
+    EXPECT_TRUE(fs::is_empty(mFolder / "received"));
 }
 
 TEST_F(CrashCommand, ManySendersSendEachDumpOnce) {

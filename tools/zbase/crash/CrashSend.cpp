@@ -30,6 +30,9 @@ bool SendDump(CrashDelivery& delivery, const fs::path& dump) {
         case EDelivery::eInUse:
             result = "is being written or sent by another process";
             break;
+        case EDelivery::eGone:
+            result = "is gone, another process has taken it";
+            break;
         case EDelivery::eNoDump:
             result = "no whole dump, stays";
             isWell = false;

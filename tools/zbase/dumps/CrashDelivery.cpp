@@ -33,14 +33,18 @@ EDelivery CrashDelivery::Deliver(const std::string& name, WideString& reportCode
     const fs::file_type type = fs::symlink_status(path, failed).type();
     if (type == fs::file_type::none)
         throw FileFailure(path.string(), failed.default_error_condition().value());
+    if (type == fs::file_type::not_found) return EDelivery::eGone;
     if (type != fs::file_type::regular) return EDelivery::eNoDump;
     if (mStore.IsSent(name)) return EDelivery::eSentBefore;
     ZBase::ClaimedDump claim;
     errno = 0;
     if (!claim.Claim(path.string())) {
         if (errno == 0 || errno == EWOULDBLOCK) return EDelivery::eInUse;
+        if (errno == ENOENT) return EDelivery::eGone;
         throw FileFailure(path.string(), errno);
     }
+    // Another process may have sent it before this one had it.
+    if (mStore.IsSent(fs::path(claim.Path()).filename().string())) return EDelivery::eSentBefore;
     bool isDump = false;
     const ZBase::ReportResult result = Send(claim.Path(), isDump, reportCode);
     if (!isDump) return EDelivery::eNoDump;

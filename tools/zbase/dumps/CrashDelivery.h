@@ -13,6 +13,7 @@ enum class EDelivery {
     eSentAndKept,  // `keep_dump_file`, or it can't be removed
     eSentBefore,   // and kept
     eInUse,        // another process writes or sends it
+    eGone,         // another process sends it, or has deleted it
     eNoDump,       // not a regular file, or not a complete dump
     eNotSent,      // no status, or one that may change
     eRejected,     // the server rejected it
