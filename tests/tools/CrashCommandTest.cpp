@@ -216,6 +216,18 @@ TEST_F(CrashCommand, ShowOfWhatIsNoDumpFails) {
     EXPECT_EQ(Crash({"show", mFolder / "missing"}).exitCode, 1);
 }
 
+TEST_F(CrashCommand, ShowOfAnIncompleteDumpShowsWhatIsThereAndFails) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string dump = OnlyDump();
+    fs::resize_file(dump, fs::file_size(dump) / 10 * 9);  // the last streams are not there
+    const ChildResult child = Crash({"show", dump});
+    EXPECT_EQ(child.exitCode, 1);
+    EXPECT_EQ(child.errors, "zbase: " + dump + ": no whole dump\n");
+    EXPECT_TRUE(Has(child.output, "CrashProbe\n")) << child.output;
+    EXPECT_FALSE(Has(child.output, "rash keys\n")) << child.output;
+}
+
 TEST_F(CrashCommand, TestTellsThatTheReportDoesNotArrive) {
     Configure("http://127.0.0.1:1/");
     const ChildResult child = Crash({"test"});

@@ -184,7 +184,7 @@ std::string FileOfImage(const std::string& named, const ImageIdentity& identity,
     return "";
 }
 
-// With `hasAll` all threads, else the crashed one.
+// With `hasAll` all threads, else the crashed one. Of an incomplete dump shows what there is, and then fails.
 int Show(const std::string& named, bool hasAll) {
     const DumpedReport report = ReportOfDump(named);
     const SymbolStore store;  // empty yet
@@ -232,7 +232,7 @@ int Show(const std::string& named, bool hasAll) {
         Print("Thread " + NameOf(report, std::to_string(number)) + "\n");
         for (const auto& frame : frames) PrintFrame(frame);
     }
-    Print(report.hasKeys ? "Crash keys\n" : "No crash keys\n");
+    if (report.hasKeys || report.isDump) Print(report.hasKeys ? "Crash keys\n" : "No crash keys\n");
     for (const auto& [name, value] : report.keys) Print("  " + Line(name + "=" + value) + "\n");
     if (!report.notes.empty()) Print("Notes\n");
     for (const std::string& note : report.notes) Print("  " + Line(note) + "\n");
@@ -241,7 +241,9 @@ int Show(const std::string& named, bool hasAll) {
         const auto file = files.find(module[1]);
         Print("  " + module[5] + "  " + (file == files.end() ? module[1] : file->second) + "\n");
     }
-    return 0;
+    if (report.isDump) return 0;
+    FinishOutput();
+    throw Failure(named + ": no whole dump");
 }
 
 }  // namespace
