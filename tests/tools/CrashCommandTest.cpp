@@ -102,6 +102,24 @@ protected:
         return dump;
     }
 
+    // Puts a name as long in the place of one of its modules.
+    static void RenameInDump(const std::string& dump, const std::string& from, const std::string& to) {
+        ASSERT_EQ(from.size(), to.size());
+        const auto utf16 = [](const std::string& text) {
+            std::string units;
+            for (const char letter : text) units += {letter, '\0'};
+            return units;
+        };
+        std::ostringstream read;
+        read << std::ifstream(dump, std::ios::binary).rdbuf();
+        std::string content = read.str();
+        const std::size_t at = content.find(utf16(from));
+        ASSERT_NE(at, std::string::npos);
+        ASSERT_EQ(content.find(utf16(from), at + 1), std::string::npos);
+        content.replace(at, 2 * from.size(), utf16(to));
+        std::ofstream(dump, std::ios::binary) << content;
+    }
+
     static bool Has(const std::string& text, const std::string& part) {
         return text.find(part) != std::string::npos;
     }
@@ -226,6 +244,18 @@ TEST_F(CrashCommand, ShowOfAnIncompleteDumpShowsWhatIsThereAndFails) {
     EXPECT_EQ(child.errors, "zbase: " + dump + ": no whole dump\n");
     EXPECT_TRUE(Has(child.output, "CrashProbe\n")) << child.output;
     EXPECT_FALSE(Has(child.output, "rash keys\n")) << child.output;
+}
+
+// A dump may come from anybody.
+TEST_F(CrashCommand, ShowNamesModulesWithoutControlCharacters) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    RenameInDump(OnlyDump(), "/CrashProbe", "/\x1B[2JProbe!");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.output.find('\x1B'), std::string::npos) << child.output;
+    EXPECT_TRUE(Has(child.output, "\t\\x1B[2JProbe!\t")) << child.output;
+    EXPECT_TRUE(Has(child.output, "/\\x1B[2JProbe!\n")) << child.output;
 }
 
 TEST_F(CrashCommand, TestTellsThatTheReportDoesNotArrive) {

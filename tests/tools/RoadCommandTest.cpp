@@ -29,6 +29,12 @@ TEST(RoadCommand, OfAMissingFileShowsThatToo) {
     EXPECT_NE(child.output.find("Cannot open /no/such/file."), std::string::npos);
 }
 
+TEST(RoadCommand, NamesAFileWithoutControlCharacters) {
+    const ChildResult child = ZBase({"road", "/no/such/\x1B[2Jfile"});
+    EXPECT_NE(child.output.find("1  /no/such/\\x1B[2Jfile is read"), std::string::npos) << child.output;
+    EXPECT_EQ(child.output.find('\x1B'), std::string::npos);
+}
+
 TEST(RoadCommand, EndsWithTheRecordInASecondProcess) {
     const ChildResult child = ZBase({"road", ZBASE_SOURCE_DIR "/CMakeLists.txt"});
     EXPECT_EQ(child.exitCode, 0) << child.errors;

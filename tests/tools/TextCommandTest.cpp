@@ -29,6 +29,15 @@ TEST_F(TextCommand, TellsThatAFileIsUtf8) {
     EXPECT_EQ(child.exitCode, 0);
 }
 
+TEST_F(TextCommand, NamesAFileWithoutControlCharacters) {
+    const std::string good = Write("\x1B[2Jgood", "a");
+    EXPECT_EQ(ZBase({"text", good}).output,
+              (mFolder / "\\x1B[2Jgood").string() + ": UTF-8, 1 octets, 1 characters\n");
+    const std::string bad = Write("\x1B[2Jbad", "\xFF");
+    const std::string told = ZBase({"text", bad}).output;
+    EXPECT_TRUE(told.starts_with((mFolder / "\\x1B[2Jbad").string() + ": not UTF-8 at")) << told;
+}
+
 TEST_F(TextCommand, TellsWhereAndWhyAFileIsNot) {
     const std::string file = Write("bad", "first\nse\u00E9\U0001F600\xC0\x80 more\n");
     const ChildResult child = ZBase({"text", file});

@@ -102,7 +102,7 @@ int Travel(const std::string& file) {
         "request, a governor is asked for the whole process. What fails is a record: thrown where it "
         "happens,\n"
         "wrapped by every caller that knows more, shown at the end, and sent to another process as XML.\n");
-    Arrive("1  " + file + " is read by several threads into one buffer", file, kPlenty, true);
+    Arrive("1  " + Shown(file) + " is read by several threads into one buffer", file, kPlenty, true);
     Arrive("2  The same, and the contract runs out", file, TooLittleFor(file), true);
     Arrive("3  A file that is not there", file + ".missing", kPlenty, false);
     Message record;

@@ -52,7 +52,7 @@ int Report(const TextRequest& request) {
     });
     progress.Clear();
     if (scan.IsFlawed() && size) octets = std::max(octets, static_cast<std::size_t>(*size));
-    const std::string file = Styled(request.file, "1");
+    const std::string file = Styled(Shown(request.file), "1");
     const std::string all = std::to_string(octets) + " octets";
     if (!scan.IsFlawed()) {
         Print(file + ": UTF-8, " + all + ", " + std::to_string(scan.Characters()) + " characters\n");

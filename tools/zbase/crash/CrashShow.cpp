@@ -153,16 +153,17 @@ std::string Line(const std::string& text) {
 void PrintFrame(const std::vector<std::string>& frame) {
     std::string where = frame[3].empty() ? frame[6] : frame[3];
     if (!frame[4].empty()) where += "  " + frame[4] + ":" + frame[5];
-    Print("  " + frame[1] + "\t" + (frame[2].empty() ? "?" : frame[2]) + "\t" + where + "\n");
+    Print("  " + Shown(frame[1]) + "\t" + (frame[2].empty() ? "?" : Shown(frame[2])) + "\t" + Shown(where) +
+          "\n");
 }
 
 // The number of a thread, and its id and name if the dump has them.
 std::string NameOf(const DumpedReport& report, const std::string& number) {
     const auto index = static_cast<std::size_t>(std::strtoul(number.c_str(), nullptr, 10));
-    if (number.empty() || index >= report.threads.size()) return number;
+    if (number.empty() || index >= report.threads.size()) return Shown(number);
     const DumpedThread& thread = report.threads[index];
     const std::string name = Line(thread.name);
-    return number + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
+    return Shown(number) + " (" + std::to_string(thread.id) + (name.empty() ? "" : ", " + name) + ")";
 }
 
 // The file of an image that a dump names: there, where Wine has that place, or beside the dump. Another image
@@ -224,8 +225,8 @@ int Show(const std::string& named, bool hasAll) {
         walk = WalkDump(dump, store.Place());
     }
 
-    Print(Styled(walk.reason.empty() ? "no crash" : walk.reason, "1") + " at " + walk.address + ", thread " +
-          NameOf(report, walk.thread) + "\n");
+    Print(Styled(walk.reason.empty() ? "no crash" : Shown(walk.reason), "1") + " at " + Shown(walk.address) +
+          ", thread " + NameOf(report, walk.thread) + "\n");
     for (const auto& frame : walk.frames) PrintFrame(frame);
     for (const auto& [number, frames] : walk.others) {
         if (!hasAll) break;
@@ -239,7 +240,7 @@ int Show(const std::string& named, bool hasAll) {
     Print("Modules\n");
     for (const auto& module : walk.modules) {
         const auto file = files.find(module[1]);
-        Print("  " + module[5] + "  " + (file == files.end() ? module[1] : file->second) + "\n");
+        Print("  " + Shown(module[5]) + "  " + Shown(file == files.end() ? module[1] : file->second) + "\n");
     }
     if (report.isDump) return 0;
     FinishOutput();

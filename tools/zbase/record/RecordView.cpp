@@ -19,8 +19,13 @@ using enum ZBase::detail::ETag;
 
 std::string Quoted(const std::string& text) {
     std::string quoted = "\"";
-    for (const char c : text) quoted += c == '\n' ? "\\n" : std::string(1, c);
-    return quoted + "\"";
+    for (std::string_view rest = text;;) {
+        const std::size_t end = rest.find('\n');
+        quoted += Shown(rest.substr(0, end));
+        if (end == std::string_view::npos) return quoted + "\"";
+        quoted += "\\n";
+        rest.remove_prefix(end + 1);
+    }
 }
 
 std::string DescribeHeader(const Record& record) {
