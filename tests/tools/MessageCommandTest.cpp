@@ -150,6 +150,22 @@ TEST(MessageCommand, BoundsCanBeSet) {
     EXPECT_EQ(ShowMessage({"--depth", "20000"}, deep).exitCode, 0);
 }
 
+TEST(MessageCommand, BoundsAreNumbersOf64Bits) {
+    const std::string most = "18446744073709551615";
+    const std::string more = "18446744073709551616";
+    const std::vector<std::string> refused = {"-1", " -1", "-" + most, more, more + "0"};
+    for (const std::string option : {"--depth", "--size"}) {
+        EXPECT_EQ(ShowMessage({option, most}, "<m/>").exitCode, 0);
+        for (const std::string& value : refused) {
+            ExpectComplaint(ShowMessage({option, value}, "<m/>"), 2,
+                            option + ": " + value + " is no number from 0 to " + most + "; see zbase --help");
+        }
+    }
+    for (const std::string& size : std::vector<std::string>{"-1KB", more + "B", "16777216TB"})
+        EXPECT_EQ(ShowMessage({"--size", size}, "<m/>").exitCode, 2) << size;
+    EXPECT_EQ(ShowMessage({"--language", "-" + most}, "<m/>").exitCode, 2);  // 1 modulo 2^64
+}
+
 TEST(MessageCommand, ShowsWhatArrivedOfADocumentThatWasCutOff) {
     const std::string cut = "<m><id>7</id><lower_level_message><id>8</id><same_level_message><id>9</id><id>1";
     const std::string failure = "-: Line 1, column 80: no element found.";

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <numeric>
 #include <string_view>
 #include <utility>
@@ -65,6 +67,14 @@ void RefuseEmptyArguments(CLI::App& app) {
         RefuseEmptyArguments(*command);
 }
 
+// The parser takes a negative number modulo 2^64, and any that is larger for the largest.
+std::string ComplaintOfNumber(const std::string& value) {
+    errno = 0;
+    std::strtoull(value.c_str(), nullptr, 0);
+    if (errno != ERANGE && value.find('-') == std::string::npos) return "";
+    return value + " is no number from 0 to 18446744073709551615";
+}
+
 template <typename T>
 CLI::Option* AddTo(CLI::App& app, const char* names, T& value, const char* help) {
     return app.add_option(names, value, help)->capture_default_str();
@@ -84,6 +94,7 @@ Option& Option::OneOf(const std::vector<std::string>& words) {
 
 Option& Option::Size() {
     mpOption->transform(CLI::AsSizeValue(false));
+    mpOption->transform(CLI::Validator([](std::string& value) { return ComplaintOfNumber(value); }, ""));
     return *this;
 }
 
@@ -107,11 +118,11 @@ Option Command::AddOption(const char* names, std::string& value, const char* hel
 }
 
 Option Command::AddOption(const char* names, unsigned short& value, const char* help) {
-    return Option(AddTo(*mpApp, names, value, help));
+    return Option(AddTo(*mpApp, names, value, help)->check(ComplaintOfNumber));
 }
 
 Option Command::AddOption(const char* names, std::uint64_t& value, const char* help) {
-    return Option(AddTo(*mpApp, names, value, help));
+    return Option(AddTo(*mpApp, names, value, help)->check(ComplaintOfNumber));
 }
 
 Option Command::AddFlag(const char* names, bool& value, const char* help) {
