@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@
 #include <iterator>
 #include <memory>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "tests/crash/FixedServer.h"
@@ -256,6 +258,27 @@ TEST_F(CrashCommand, ShowNamesModulesWithoutControlCharacters) {
     EXPECT_EQ(child.output.find('\x1B'), std::string::npos) << child.output;
     EXPECT_TRUE(Has(child.output, "\t\\x1B[2JProbe!\t")) << child.output;
     EXPECT_TRUE(Has(child.output, "/\\x1B[2JProbe!\n")) << child.output;
+}
+
+TEST_F(CrashCommand, ShowOpensNoPipeThatADumpNames) {
+    Configure("http://127.0.0.1:1/");
+    const std::string program = mFolder / "Probe";
+    fs::copy_file(test::ChildProgram("CrashProbe"), program);
+    test::RunChild({program, "null"}, {"ZENT_CRASH_CONFIG_FILE=" + (mFolder / "crash_report.ini").string()});
+    fs::remove(program);
+    ASSERT_EQ(mkfifo(program.c_str(), 0600), 0);
+    std::atomic<bool> isRead = false;
+    std::thread writer([&] {
+        close(open(program.c_str(), O_WRONLY | O_CLOEXEC));  // waits for a reader
+        isRead = true;
+    });
+    const ChildResult child = Crash({"show", OnlyDump()});
+    EXPECT_FALSE(isRead);
+    const int reader = open(program.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    writer.join();
+    close(reader);
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_TRUE(Has(child.output, "\tProbe\t0x")) << child.output;
 }
 
 TEST_F(CrashCommand, TestTellsThatTheReportDoesNotArrive) {

@@ -42,8 +42,10 @@ class SymbolStore {
 public:
     const fs::path& Place() const { return mDirectory.Path(); }
 
-    // A module without symbols is shown without them.
+    // A module without symbols is shown without them. A pipe would be waited for.
     void Add(const std::string& module) const {
+        std::error_code none;
+        if (!fs::is_regular_file(module, none)) return;
         try {
             const std::string symbols = WithSymbolSizes(OutputOf({Tool("dump_syms"), module}), module);
             const std::vector<std::string> header = Split(symbols.substr(0, symbols.find('\n')), ' ');
