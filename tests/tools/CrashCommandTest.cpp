@@ -115,10 +115,10 @@ protected:
         std::ostringstream read;
         read << std::ifstream(dump, std::ios::binary).rdbuf();
         std::string content = read.str();
-        const std::size_t at = content.find(utf16(from));
+        std::size_t at = content.find(utf16(from));
         ASSERT_NE(at, std::string::npos);
-        ASSERT_EQ(content.find(utf16(from), at + 1), std::string::npos);
-        content.replace(at, 2 * from.size(), utf16(to));
+        for (; at != std::string::npos; at = content.find(utf16(from)))
+            content.replace(at, 2 * from.size(), utf16(to));
         std::ofstream(dump, std::ios::binary) << content;
     }
 
@@ -258,6 +258,27 @@ TEST_F(CrashCommand, ShowNamesModulesWithoutControlCharacters) {
     EXPECT_EQ(child.output.find('\x1B'), std::string::npos) << child.output;
     EXPECT_TRUE(Has(child.output, "\t\\x1B[2JProbe!\t")) << child.output;
     EXPECT_TRUE(Has(child.output, "/\\x1B[2JProbe!\n")) << child.output;
+}
+
+TEST_F(CrashCommand, ShowTellsThePathsOfModulesOfOneName) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    const std::string dump = OnlyDump();
+    RenameInDump(dump, "gnu/libm.so.6", "GNU/libc.so.6");
+    const ChildResult child = Crash({"show", dump});
+    EXPECT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_TRUE(Has(child.output, "gnu/libc.so.6\n")) << child.output;
+    EXPECT_TRUE(Has(child.output, "GNU/libc.so.6\n")) << child.output;
+    EXPECT_TRUE(Has(child.output, "\tlibc.so.6\t__libc_start_main\n")) << child.output;
+}
+
+TEST_F(CrashCommand, ShowTellsAPathWithAQuote) {
+    Configure("http://127.0.0.1:1/");
+    Probe("null");
+    RenameInDump(OnlyDump(), "/CrashProbe", "/Crash\"robe");
+    const ChildResult child = Crash({"show", OnlyDump()});
+    const std::string path = fs::path(test::ChildProgram("CrashProbe")).replace_filename("Crash\"robe");
+    EXPECT_TRUE(Has(child.output, "  " + path + "\n")) << child.output;
 }
 
 TEST_F(CrashCommand, ShowOpensNoPipeThatADumpNames) {

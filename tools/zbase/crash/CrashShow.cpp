@@ -7,6 +7,7 @@
 #include "tools/zbase/terminal/Console.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -127,14 +128,21 @@ Walk WalkDump(const std::string& dump, const fs::path& symbols) {
     return walk;
 }
 
-// The files of the modules, by name.
-std::map<std::string, std::string> FilesOfModules(const std::string& dump, bool isOfWindows) {
-    const char* const separators = isOfWindows ? "\\/" : "/";
-    std::map<std::string, std::string> files;
+std::uint64_t Address(const std::string& text) {
+    return std::strtoull(text.c_str(), nullptr, 16);
+}
+
+// The files of the modules, by their addresses: several may have one name. A quote may belong to a path.
+std::map<std::uint64_t, std::string> FilesOfModules(const std::string& dump) {
+    constexpr std::string_view kAddress = "  base_of_image";
+    std::map<std::uint64_t, std::string> files;
+    std::uint64_t address = 0;
     for (const std::string& line : Split(OutputOf({Tool("minidump_dump"), dump}), '\n')) {
-        const std::vector<std::string> parts = Split(line, '"');
-        if (line.find("(code_file)") == std::string::npos || parts.size() < 2) continue;
-        files.emplace(parts[1].substr(parts[1].find_last_of(separators) + 1), parts[1]);
+        if (line.starts_with(kAddress)) address = Address(line.substr(line.find('=') + 1));
+        const std::size_t first = line.find('"');
+        const std::size_t last = line.rfind('"');
+        if (line.find("(code_file)") == std::string::npos || first == last) continue;
+        files.emplace(address, line.substr(first + 1, last - first - 1));
     }
     return files;
 }
@@ -195,24 +203,28 @@ int Show(const std::string& named, bool hasAll) {
     const std::string dump =
         images.empty() ? named : store.Keep("dump", WithModuleIdentifiers(ReadFile(named))).string();
     Walk walk = WalkDump(dump, store.Place());
-    const std::map<std::string, std::string> files = FilesOfModules(dump, !images.empty());
+    const std::map<std::uint64_t, std::string> files = FilesOfModules(dump);
+    const auto fileOf = [&files](const std::vector<std::string>& module) {
+        const auto file = files.find(Address(module[5]));
+        return file == files.end() ? "" : file->second;
+    };
     std::set<std::string> shown;
-    const auto addImage = [&](const std::string& name, const std::string& path) {
-        const auto image = images.find(path);
-        const auto module = std::find_if(walk.modules.begin(), walk.modules.end(),
-                                         [&](const auto& fields) { return fields[1] == name; });
-        if (image == images.end() || module == walk.modules.end()) return;
-        const std::string file = FileOfImage(path, image->second, named);
-        if (!file.empty()) store.AddImage(file, (*module)[3], (*module)[4]);
+    const auto addImage = [&](const std::vector<std::string>& module) {
+        const auto image = images.find(fileOf(module));
+        if (image == images.end()) return;
+        const std::string file = FileOfImage(image->first, image->second, named);
+        if (!file.empty()) store.AddImage(file, module[3], module[4]);
     };
     const auto addSymbols = [&](const std::vector<std::vector<std::string>>& frames) {
         for (const auto& frame : frames) {
-            const auto file = files.find(frame[2]);
-            if (file == files.end() || !shown.insert(frame[2]).second) continue;
-            if (images.empty()) {
-                store.Add(file->second);
-            } else {
-                addImage(file->first, file->second);
+            if (frame[2].empty() || !shown.insert(frame[2]).second) continue;
+            for (const auto& module : walk.modules) {
+                if (module[1] != frame[2]) continue;
+                if (images.empty()) {
+                    store.Add(fileOf(module));
+                } else {
+                    addImage(module);
+                }
             }
         }
     };
@@ -241,8 +253,8 @@ int Show(const std::string& named, bool hasAll) {
     for (const std::string& note : report.notes) Print("  " + Line(note) + "\n");
     Print("Modules\n");
     for (const auto& module : walk.modules) {
-        const auto file = files.find(module[1]);
-        Print("  " + Shown(module[5]) + "  " + Shown(file == files.end() ? module[1] : file->second) + "\n");
+        const std::string file = fileOf(module);
+        Print("  " + Shown(module[5]) + "  " + Shown(file.empty() ? module[1] : file) + "\n");
     }
     if (report.isDump) return 0;
     FinishOutput();
