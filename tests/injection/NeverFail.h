@@ -20,8 +20,8 @@ inline constexpr std::string_view kNeverFail[] = {
     "__ctype_get_mb_cur_max", "__errno_location", "__libc_current_sigrtmax", "__libc_current_sigrtmin",
     "__libc_single_threaded", "__libc_stack_end", "getauxval", "getcontext", "getenv", "geteuid",
     "getpagesize", "getpid", "getrlimit", "gettid", "getuid", "gnu_get_libc_version", "nl_langinfo",
-    "pthread_self", "pthread_setcancelstate", "stdout", "time", "uselocale", "rand", "srand", "sched_yield", "setlocale",
-    "uuid_generate_random",
+    "pthread_self", "pthread_setcancelstate", "stdout", "time", "uselocale", "rand", "srand", "sched_yield",
+    "setlocale", "uuid_generate_random",
     "_dl_find_object",  // the unwinder asks it too, for each exception
     "dl_iterate_phdr", "dladdr", "dladdr1", "dlinfo", "dlsym", "dlvsym", "dlerror", "dlclose",
     // Work on memory that is theirs or the caller's. What they need of the heap fails there.
