@@ -11,33 +11,32 @@ namespace ZBase::os {
 
 namespace {
 
-constexpr std::size_t kLongest = 0x7FF0;  // of a name in the system's own form, in units
-wchar_t sName[kLongest + 16];
+NativeName sName;
 
 constexpr ULONG kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr ULONG kWaits = FILE_SYNCHRONOUS_IO_NONALERT;
 
 // The system's own form of a path; of a directory without the separator at its end.
-bool MakeName(const wchar_t* path, UNICODE_STRING& name) {
+bool MakeName(const wchar_t* path, wchar_t* room, UNICODE_STRING& name) {
     const bool isNetwork = path[0] == L'\\' && path[1] == L'\\' && path[2] != L'?' && path[2] != L'.';
     const bool isNative = path[0] == L'\\' && path[1] == L'\\' && !isNetwork;
     const wchar_t* const prefix = isNetwork ? L"\\??\\UNC" : L"\\??\\";
     const wchar_t* const rest = isNetwork ? path + 1 : isNative ? path + 4 : path;
     std::size_t length = std::wcslen(prefix);
-    std::wmemcpy(sName, prefix, length);
+    std::wmemcpy(room, prefix, length);
     const std::size_t size = std::wcslen(rest);
-    if (length + size > kLongest) return false;
-    std::wmemcpy(sName + length, rest, size);
+    if (length + size > NativeName::kLongest) return false;
+    std::wmemcpy(room + length, rest, size);
     length += size;
-    if (sName[length - 1] == L'\\' && sName[length - 2] != L':') --length;
-    name = {static_cast<USHORT>(2 * length), static_cast<USHORT>(2 * length), sName};
+    if (room[length - 1] == L'\\' && room[length - 2] != L':') --length;
+    name = {static_cast<USHORT>(2 * length), static_cast<USHORT>(2 * length), room};
     return true;
 }
 
 HANDLE Open(const wchar_t* path, ACCESS_MASK access, ULONG creation, ULONG options,
-            SECURITY_DESCRIPTOR* owner) {
+            SECURITY_DESCRIPTOR* owner, NativeName& room = sName) {
     UNICODE_STRING name{};
-    if (!MakeName(path, name)) {
+    if (!MakeName(path, room.units, name)) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return INVALID_HANDLE_VALUE;
     }
@@ -66,6 +65,10 @@ HANDLE OpenNativeFile(const wchar_t* path, DWORD creation, SECURITY_DESCRIPTOR* 
     return Open(path, FILE_GENERIC_READ | FILE_GENERIC_WRITE,
                 creation == CREATE_NEW ? FILE_CREATE : FILE_OPEN,
                 FILE_NON_DIRECTORY_FILE | FILE_OPEN_REPARSE_POINT, owner);
+}
+
+HANDLE MakeNativeFile(const wchar_t* path, NativeName& room) {
+    return Open(path, FILE_GENERIC_WRITE, FILE_OVERWRITE_IF, FILE_NON_DIRECTORY_FILE, nullptr, room);
 }
 
 bool MakeNativeDirectory(const wchar_t* path, SECURITY_DESCRIPTOR* owner) {

@@ -3,7 +3,7 @@
 // the text goes to the file at once. Names need the heap, so another process adds them.
 
 #include <Base/platform/os/stacks/AllStacks.h>
-#include <Base/platform/os/windows/WideText.h>
+#include <Base/platform/os/windows/files/NativeFile.h>
 #include <Base/platform/os/windows/stacks/FrameWalker.h>
 
 #include <windows.h>
@@ -16,6 +16,11 @@
 #include <cstdio>
 #include <new>
 
+// Bound at load: to look for a function takes the loader's lock and the heap.
+extern "C" __declspec(dllimport) NTSTATUS NTAPI
+    NtGetNextThread(HANDLE process, HANDLE thread, ACCESS_MASK access, ULONG attributes, ULONG flags,
+                    HANDLE* next);
+
 namespace ZBase::os {
 
 namespace {
@@ -25,16 +30,6 @@ constexpr std::size_t kMostFrames = 4096;
 constexpr DWORD kMostPath = 1024;
 constexpr ULONG kThreadName = 38;  // of the kinds of facts
 constexpr ACCESS_MASK kAccess = THREAD_GET_CONTEXT | THREAD_SUSPEND_RESUME | THREAD_QUERY_INFORMATION;
-
-using NextThread = NTSTATUS(NTAPI*)(HANDLE process, HANDLE thread, ACCESS_MASK access, ULONG attributes,
-                                    ULONG flags, HANDLE* next);
-using QueryThread = NTSTATUS(NTAPI*)(HANDLE thread, ULONG kind, void* data, ULONG size, ULONG* needed);
-
-template <class Function>
-Function FindSystemFunction(const char* name) {
-    return reinterpret_cast<Function>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
-}
 
 /// A file that is written in large pieces, without the C library's streams.
 class Text {
@@ -116,12 +111,15 @@ void WriteFrames(Work& work) {
 }
 
 /// The name as it is, but for what would break its line; in `work.narrow`.
-const char* NameOf(Work& work, HANDLE thread, QueryThread query) {
+const char* NameOf(Work& work, HANDLE thread) {
     alignas(UNICODE_STRING) unsigned char room[4096];
     auto& text = *reinterpret_cast<UNICODE_STRING*>(room);
     ULONG needed = 0;
     *work.narrow = 0;
-    if (query == nullptr || query(thread, kThreadName, room, sizeof room, &needed) != 0) return work.narrow;
+    // The headers' kinds of facts are fewer than the system's.
+    using Query = NTSTATUS(NTAPI*)(HANDLE thread, ULONG kind, void* data, ULONG size, ULONG* needed);
+    const auto query = reinterpret_cast<Query>(&NtQueryInformationThread);
+    if (query(thread, kThreadName, room, sizeof room, &needed) != 0) return work.narrow;
     const int length = std::min<int>(text.Length / static_cast<int>(sizeof(wchar_t)), kMostPath);
     std::copy_n(text.Buffer, length, work.wide);
     work.Narrow(length);
@@ -142,17 +140,18 @@ bool RecordStopped(Work& work, HANDLE thread) {
     return isKnown;
 }
 
-void WriteThread(Work& work, HANDLE thread, QueryThread query, const CONTEXT& own, bool hasTime) {
+void WriteThread(Work& work, HANDLE thread, const CONTEXT& own, bool hasTime) {
     const DWORD id = GetThreadId(thread);
-    work.text.Add("\nThread %lu \"%s\"", id, NameOf(work, thread, query));
+    work.text.Add("\nThread %lu \"%s\"", id, NameOf(work, thread));
     work.count = 0;
     if (id == GetCurrentThreadId()) {
         work.Record(own);
         work.text.Add(", running, writes this\n");
     } else if (hasTime && RecordStopped(work, thread)) {
         // A thread that waits does so in the system's own library.
-        const auto system = reinterpret_cast<std::uint64_t>(GetModuleHandleW(L"ntdll.dll"));
-        const bool isInSystem = work.tables.ModuleOf(work.addresses[0]).start == system;
+        const auto system = reinterpret_cast<std::uint64_t>(&NtGetNextThread);
+        const bool isInSystem =
+            work.tables.ModuleOf(work.addresses[0]).start == work.tables.ModuleOf(system).start;
         work.text.Add(isInSystem ? ", in the system\n" : ", running\n");
     } else {
         work.text.Add(", could not be stopped\n");
@@ -162,17 +161,14 @@ void WriteThread(Work& work, HANDLE thread, QueryThread query, const CONTEXT& ow
 
 bool WriteStacks(Work& work, const CONTEXT& own) {
     const ULONGLONG end = GetTickCount64() + kMillisecondsForAll;
-    const auto next = FindSystemFunction<NextThread>("NtGetNextThread");
-    const auto query = FindSystemFunction<QueryThread>("NtQueryInformationThread");
-    const DWORD length = K32GetModuleFileNameExW(GetCurrentProcess(), nullptr, work.wide, kMostPath);
-    work.text.Add("Stacks of process %lu, %s\n", GetCurrentProcessId(),
-                  work.Narrow(static_cast<int>(length)));
+    // Without a module it would be asked of the process, which takes the heap.
+    const auto program = reinterpret_cast<std::uint64_t>(GetModuleHandleW(nullptr));
+    work.text.Add("Stacks of process %lu, %s\n", GetCurrentProcessId(), work.PathOf(program));
     HANDLE thread = nullptr;
     for (HANDLE following = nullptr;
-         next != nullptr && next(GetCurrentProcess(), thread, kAccess, 0, 0, &following) == 0;
-         thread = following) {
+         NtGetNextThread(GetCurrentProcess(), thread, kAccess, 0, 0, &following) == 0; thread = following) {
         if (thread != nullptr) CloseHandle(thread);
-        WriteThread(work, following, query, own, GetTickCount64() < end);
+        WriteThread(work, following, own, GetTickCount64() < end);
     }
     if (thread != nullptr) CloseHandle(thread);
     work.text.Add("\nModules\n");
@@ -183,13 +179,34 @@ bool WriteStacks(Work& work, const CONTEXT& own) {
     return work.text.Flush();
 }
 
+/// A path in the forms that it goes through.
+struct Path {
+    wchar_t given[NativeName::kLongest];
+    wchar_t whole[NativeName::kLongest];
+    NativeName name;
+};
+
+// The usual call takes the heap for the name.
+HANDLE OpenFile(const char* path) {
+    void* const pages = VirtualAlloc(nullptr, sizeof(Path), MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    if (pages == nullptr) return INVALID_HANDLE_VALUE;
+    Path& place = *static_cast<Path*>(pages);
+    constexpr DWORD longest = NativeName::kLongest;
+    HANDLE file = INVALID_HANDLE_VALUE;
+    if (MultiByteToWideChar(CP_UTF8, 0, path, -1, place.given, longest) != 0) {
+        const DWORD length = GetFullPathNameW(place.given, longest, place.whole, nullptr);
+        if (length != 0 && length < longest) file = MakeNativeFile(place.whole, place.name);
+    }
+    VirtualFree(pages, 0, MEM_RELEASE);
+    return file;
+}
+
 }  // namespace
 
 bool WriteAllStacks(const char* path) {
     CONTEXT own;
     RtlCaptureContext(&own);
-    const HANDLE file = CreateFileW(FromUtf8(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = OpenFile(path);
     if (file == INVALID_HANDLE_VALUE) return false;
     void* const pages = VirtualAlloc(nullptr, sizeof(Work), MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     const bool written = pages != nullptr && WriteStacks(*::new (pages) Work(file), own);
