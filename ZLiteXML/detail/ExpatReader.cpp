@@ -1,7 +1,6 @@
 #include "ExpatReader.h"
 #include "Failure.h"
 
-#include <cxxabi.h>
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -249,12 +248,9 @@ void ExpatReader::Guard(Step step) {
     if (mFailure != nullptr) return;
     try {
         step();
-#if defined(__GLIBCXX__)
-    } catch (const abi::__forced_unwind&) {  // a thread that is cancelled unwinds C code too
-        throw;
-#endif
     } catch (...) {
         mFailure = std::current_exception();
+        if (mFailure == nullptr) throw;  // a cancelled thread's, which unwinds C code too
         XML_StopParser(mParser.get(), XML_FALSE);
     }
 }
