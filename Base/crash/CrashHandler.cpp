@@ -6,10 +6,10 @@
 #include <Base/crash/detail/DumpDirectory.h>
 #include <Base/crash/detail/LastWords.h>
 #include <Base/crash/detail/ReportText.h>
-#include <Base/frame/detail/Patience.h>
 #include <Base/platform/os/crash/CrashDumps.h>
 #include <Base/platform/os/crash/ReportSender.h>
 #include <Base/platform/os/processes/Forks.h>
+#include <Base/platform/os/processes/Patience.h>
 #include <Base/platform/os/processes/Threads.h>
 
 #include <algorithm>
@@ -61,7 +61,7 @@ std::mutex& KeysMutex() {
     alignas(std::mutex) static unsigned char sPlace[sizeof(std::mutex)];
     static std::mutex* const spMutex = [] {
         auto* const mutex = new (sPlace) std::mutex;  // never destroyed: keys may be set until the end
-        os::CallAtFork([] { tHoldsKeys = detail::Patience().Until([] { return KeysMutex().try_lock(); }); },
+        os::CallAtFork([] { tHoldsKeys = os::Patience().Until([] { return KeysMutex().try_lock(); }); },
                        [] {
                            if (tHoldsKeys) KeysMutex().unlock();
                        },
@@ -181,7 +181,7 @@ void ReleaseCrashHandler() {
         return IsOfThisProcess(call) && call != ThisCall() &&
                !os::IsThreadGone(static_cast<unsigned long>(call & 0xFFFF'FFFF));
     };
-    detail::Patience(kLongestCreateDump).Until([&] { return !isRunning(); });
+    os::Patience(kLongestCreateDump).Until([&] { return !isRunning(); });
     if (!IsOfThisProcess(gCrash.createDump)) os::DestroyDumpHandlers(handler);
 }
 

@@ -5,8 +5,8 @@
 
 #include <Base/diagnostics/detail/CallStackImp.h>
 #include <Base/diagnostics/detail/ForkedLocks.h>
-#include <Base/frame/detail/Patience.h>
 #include <Base/platform/os/processes/Forks.h>
+#include <Base/platform/os/processes/Patience.h>
 #include <Base/platform/os/processes/Threads.h>
 #include <Base/platform/os/stacks/ThreadContext.h>
 
@@ -39,7 +39,7 @@ struct HeldAtFork {
     bool modules;
 
     void Take() {
-        Patience patience;
+        os::Patience patience;
         tracer = patience.Until([] { return gTracerLock.Mutex().try_lock(); });
         callStack = patience.Until([] { return gCallStackLock.Mutex().try_lock(); });
         modules = patience.Until([] { return sModuleEnumeration.try_lock(); });

@@ -1,3 +1,4 @@
+#include <Base/platform/os/processes/Patience.h>
 #include <Base/platform/os/processes/Threads.h>
 #include <Base/platform/os/windows/crash/CrashEquipment.h>
 #include <Base/platform/os/windows/crash/CrashTurns.h>
@@ -12,17 +13,6 @@ namespace {
 constexpr DWORD kCrashMilliseconds = 300'000;
 constexpr DWORD kDumpMilliseconds = 60'000;
 constexpr DWORD kPassedOnMilliseconds = 1000;
-
-// By the clock: a pause takes as long as its ticks do. True if it happens in time.
-template <class Happens>
-bool Await(DWORD milliseconds, const Happens& happens) {
-    const ULONGLONG end = GetTickCount64() + milliseconds;
-    while (!happens()) {
-        if (GetTickCount64() >= end) return false;
-        Sleep(1);
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -45,14 +35,14 @@ bool IsCrashOfThisThread() {
 
 void WaitForCrash() {
     if (!IsCrashing() || IsCrashOfThisThread()) return;
-    Await(kCrashMilliseconds, [] { return !IsCrashing(); });
+    Patience(kCrashMilliseconds).Until([] { return !IsCrashing(); });
     // Whoever it is left to ends the process, in most cases.
     Sleep(kPassedOnMilliseconds);
 }
 
 bool TakeDump() {
     const DWORD self = GetCurrentThreadId();
-    return Await(kDumpMilliseconds, [self] {
+    return Patience(kDumpMilliseconds).Until([self] {
         DWORD holder = 0;
         // At the end of a process the other threads are gone before its libraries.
         return gEquipment.dump.compare_exchange_strong(holder, self) ||

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace ZBase::detail {
+namespace ZBase::os {
 
 /// Waits for conditions until the time of them all is up. Measured by the clock: on a busy machine a yield
 /// may take as long as a pause, and on some systems a pause is longer than it says.
@@ -23,9 +23,9 @@ public:
             if (attempt()) return true;
             if (mTries == kYields + mMilliseconds || Now() - mBegin >= mMilliseconds) return false;
             if (mTries++ < kYields) {
-                os::YieldThread();
+                YieldThread();
             } else {
-                os::SleepMilliseconds(1);
+                SleepMilliseconds(1);
             }
         }
     }
@@ -36,9 +36,8 @@ private:
     static std::uint64_t Now() {
         std::uint64_t ticks = 0;
         std::uint64_t ticksPerSecond = 0;
-        return os::QueryCounter(ticks) && os::QueryCounterFrequency(ticksPerSecond)
-                   ? ticks * 1000 / ticksPerSecond
-                   : 0;
+        return QueryCounter(ticks) && QueryCounterFrequency(ticksPerSecond) ? ticks * 1000 / ticksPerSecond
+                                                                            : 0;
     }
 
     const std::uint64_t mMilliseconds = 20;
@@ -46,4 +45,4 @@ private:
     std::uint64_t mTries = 0;
 };
 
-}  // namespace ZBase::detail
+}  // namespace ZBase::os
