@@ -34,7 +34,8 @@ public:
 
     [[nodiscard]] T* allocate(std::size_t count) {
         static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+        // A budget is not asked for what no memory can have.
+        if (count > PTRDIFF_MAX / sizeof(T)) throw std::bad_array_new_length();
         return static_cast<T*>(detail::AllocateUnderContract(count * sizeof(T), mpContract));
     }
 

@@ -24,15 +24,17 @@ ZBASE_API bool InstallCrashHandler();
 ZBASE_API bool CreateDump();
 
 /// Adds a crash key, which is sent with each report. Octets from 0x80 up become "?". False for a null, and
-/// for a key that is there already unless `overwrite`. The key "customer_dsi" with a number that is not 0
-/// directs reports to `ServerProdURL` from now on. Any thread may call, beside a crash too; a report has the
-/// keys that were set when it is sent. In a name what is not printable, and a quote, is reported as "%" and
-/// its number, and an empty name as "%". Throws `std::bad_alloc` with nothing changed.
+/// for a key that is there already unless `overwrite`. What is set before the installation loses to a key of
+/// the configuration file. The key "customer_dsi" with a number that is not 0, as `atoi` reads it, directs
+/// reports to `ServerProdURL` from now on. Any thread may call, beside a crash too; a report has the keys
+/// that were set when it is sent. In a name what is not printable, and a quote, is reported as "%" and its
+/// number, and an empty name as "%". Throws `std::bad_alloc` with nothing changed.
 ZBASE_API bool SetCrashAttr(const char* key, const char* value, bool overwrite);
 
-/// Gives the calling thread, until it ends, the alternate stack for reporting its stack overflow, and
-/// unblocks the fault signals for it: the kernel ends a process unreported if it faults while they are
-/// blocked. The thread that called `InstallCrashHandler` has both. False if there is no memory for the stack.
+/// Gives the calling thread, until it ends, the alternate stack for reporting its stack overflow, unless it
+/// has one of 16 KiB or more, and unblocks the fault signals for it: the kernel ends a process unreported if
+/// it faults while they are blocked. The thread that called `InstallCrashHandler` has both. False if there is
+/// no memory for the stack.
 ZBASE_API bool InstallCrashStack();
 
 }  // namespace ZBase

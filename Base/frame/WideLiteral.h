@@ -55,8 +55,13 @@ struct WideLiteralUnits {
     }
 };
 
+// Each module has its own: the loader never unloads one whose names are shared by all.
 template <LiteralText Text>
-inline constexpr WideLiteralUnits<Text> kWideLiteral{};
+#if !defined(_WIN32)
+[[gnu::visibility("hidden")]]
+#endif
+inline constexpr WideLiteralUnits<Text>
+    kWideLiteral{};
 
 }  // namespace detail
 

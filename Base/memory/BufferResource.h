@@ -29,7 +29,7 @@ private:
     void* do_allocate(std::size_t bytes, std::size_t alignment) override;
     void do_deallocate(void* memory, std::size_t bytes, std::size_t alignment) override;
 
-    // Resources over the same buffer are equal.
+    // Resources over the same buffer are equal. The other one is asked for its type at run time.
     bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override;
 
     Buffer* mpBuffer;  // held, not owned

@@ -1,6 +1,6 @@
 #pragma once
 
-// `std::hash` of the identifiers, for unordered containers.
+// `std::hash` and `std::equal_to` of the identifiers, for unordered containers.
 
 #include <Base/text/Guid.h>
 #include <Base/text/Udid.h>
@@ -28,6 +28,13 @@ struct std::hash<_GUID> {
 };
 
 template <>
+struct std::equal_to<_GUID> {
+    bool operator()(const _GUID& one, const _GUID& other) const noexcept {
+        return std::memcmp(&one, &other, sizeof one) == 0;
+    }
+};
+
+template <>
 struct std::hash<ZBase::GUID> {
     std::size_t operator()(const ZBase::GUID& guid) const noexcept { return std::hash<_GUID>()(guid); }
 };
@@ -35,4 +42,11 @@ struct std::hash<ZBase::GUID> {
 template <>
 struct std::hash<_UDID> {
     std::size_t operator()(const _UDID& udid) const noexcept { return ZBase::detail::HashBytes(udid); }
+};
+
+template <>
+struct std::equal_to<_UDID> {
+    bool operator()(const _UDID& one, const _UDID& other) const noexcept {
+        return std::memcmp(&one, &other, sizeof one) == 0;
+    }
 };
