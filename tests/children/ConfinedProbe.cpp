@@ -1,5 +1,5 @@
-// ConfinedProbe KIND: installs the crash handler and crashes where ptrace is not permitted, or in a host that
-// handles faults itself. It ends itself after a minute, so that a hang is noticed.
+// ConfinedProbe KIND: installs the crash handler and crashes where ptrace is not permitted or /proc is
+// missing, or in a host that handles faults itself. It ends itself after a minute, so that a hang is noticed.
 
 #include <Base/ZBase.h>
 
@@ -81,6 +81,87 @@ void OverflowWithoutPtrace() {
 void DumpWithoutPtrace() {
     ForbidLooking(SECCOMP_RET_ERRNO | EPERM);
     std::printf("%d\n", ZBase::CreateDump());
+}
+
+void HideProc() {
+    if (!test::HideProc()) _exit(77);
+}
+
+void CrashWithoutProc() {
+    StartNamedThread("another one");
+    HideProc();
+    WriteToNull();
+}
+
+[[gnu::noipa]] void WorkOnAnotherThread() {
+    WriteToNull();
+    asm volatile("");
+}
+
+void CrashOnAnotherThreadWithoutProc() {
+    HideProc();
+    std::thread(WorkOnAnotherThread).join();
+}
+
+void OverflowWithoutProc() {
+    HideProc();
+    Overflow(0);
+}
+
+void DumpWithoutProc() {
+    HideProc();
+    std::printf("%d\n", ZBase::CreateDump());
+}
+
+[[gnu::noipa]] void RunOnOwnStack() {
+    WriteToNull();
+    asm volatile("");
+}
+
+// A fiber's stack is neither the thread's nor known to the loader.
+void CrashOnOwnStackWithoutProc() {
+    constexpr std::size_t kSize = 1 << 18;
+    static ucontext_t sFiber;
+    static ucontext_t sCaller;
+    getcontext(&sFiber);
+    sFiber.uc_stack.ss_sp = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    sFiber.uc_stack.ss_size = kSize;
+    sFiber.uc_link = &sCaller;
+    makecontext(&sFiber, RunOnOwnStack, 0);
+    HideProc();
+    swapcontext(&sCaller, &sFiber);
+}
+
+// Runs as the first process of a namespace, in which /proc shows the numbers of another one. Prints by which
+// signal it ended, or its exit code.
+void BeFirstProcess(void (*crash)()) {
+    if (unshare(CLONE_NEWPID) != 0) _exit(77);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        crash();
+        _exit(94);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) std::printf("signal %d\n", WTERMSIG(status));
+    if (WIFEXITED(status)) std::printf("exit %d\n", WEXITSTATUS(status));
+}
+
+void CrashAsFirstProcess() {
+    BeFirstProcess([] {
+        StartNamedThread("another one");
+        WriteToNull();
+    });
+}
+
+// The system ends a first process by no signal that it has not handled.
+void AbortAsFirstProcess() {
+    BeFirstProcess(std::abort);
+}
+
+void BeSentAbortAsFirstProcess() {
+    BeFirstProcess([] { kill(getpid(), SIGABRT); });
 }
 
 // Each dump finds another name.
@@ -193,6 +274,14 @@ int main(int argc, char** argv) {
         {"no-random", DumpTwiceWithoutRandomNumbers},
         {"ptrace-kills", CrashWherePtraceKills},
         {"traced", CrashTraced},
+        {"no-proc", CrashWithoutProc},
+        {"no-proc-thread", CrashOnAnotherThreadWithoutProc},
+        {"no-proc-overflow", OverflowWithoutProc},
+        {"no-proc-dump", DumpWithoutProc},
+        {"no-proc-fiber", CrashOnOwnStackWithoutProc},
+        {"first", CrashAsFirstProcess},
+        {"first-abort", AbortAsFirstProcess},
+        {"first-sent-abort", BeSentAbortAsFirstProcess},
         {"names", CrashBesideNamedThread},
         {"host", RunHost},
         {"host-crash", RunHostAndCrash},

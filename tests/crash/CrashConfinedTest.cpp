@@ -2,7 +2,7 @@
 
 #include "tests/crash/CrashBench.h"
 
-// Crashes where ptrace is not permitted.
+// Crashes where ptrace is not permitted, or /proc is not there or is that of another namespace of processes.
 
 namespace {
 
@@ -70,6 +70,62 @@ TEST_F(CrashConfined, WhileSomebodyElseTracesHasTheCrashedThread) {
     if (child.exitCode == kNotHere) GTEST_SKIP() << "no tracing here";
     EXPECT_EQ(child.output, "11\n");
     ExpectStack({"WriteToNull", "CrashTraced", "main"});
+}
+
+TEST_F(CrashConfined, WithoutProcHasTheCrashedThread) {
+    const ChildResult child = Confined("no-proc");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ExpectStack({"WriteToNull", "main"});
+}
+
+TEST_F(CrashConfined, OnAnotherThreadWithoutProcHasThatThread) {
+    const ChildResult child = Confined("no-proc-thread");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ExpectStack({"WriteToNull", "WorkOnAnotherThread"});
+}
+
+TEST_F(CrashConfined, ByStackOverflowWithoutProcHasTheWholeStack) {
+    const ChildResult child = Confined("no-proc-overflow");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ExpectStack({"Overflow"});
+}
+
+TEST_F(CrashConfined, DumpOnDemandWithoutProcHasItsCaller) {
+    const ChildResult child = Confined("no-proc-dump");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.output, "1\n");
+    ExpectStack({"CreateDump", "main"});
+}
+
+TEST_F(CrashConfined, OnAFibersStackWithoutProcHasThatStack) {
+    const ChildResult child = Confined("no-proc-fiber");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.signal, SIGSEGV);
+    ExpectStack({"WriteToNull", "RunOnOwnStack"});
+}
+
+TEST_F(CrashConfined, UnderAnothersProcHasTheCrashedThread) {
+    const ChildResult child = Confined("first");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.output, "signal 11\n");
+    ExpectStack({"WriteToNull", "main"});
+}
+
+TEST_F(CrashConfined, FirstProcessThatAbortsEnds) {
+    const ChildResult child = Confined("first-abort");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.output, "exit 134\n");
+    ExpectStack({"abort", "main"});
+}
+
+TEST_F(CrashConfined, FirstProcessThatIsSentAnAbortEnds) {
+    const ChildResult child = Confined("first-sent-abort");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
+    EXPECT_EQ(child.output, "exit 134\n");
+    ExpectStack({"main"});
 }
 
 }  // namespace

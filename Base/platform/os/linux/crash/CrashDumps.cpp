@@ -113,7 +113,8 @@ void ForbidCore() {
     setrlimit(RLIMIT_CORE, &tooSmall);
 }
 
-// Returns only in a process that signals can't end, PID 1 of a system or a container.
+// Returns only for a fault, which happens again, in a process that signals can't end: PID 1 of a system or a
+// container.
 void EndBySignal(int signal, siginfo_t* information) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
@@ -124,7 +125,7 @@ void EndBySignal(int signal, siginfo_t* information) {
     sigaddset(&mine, signal);
     pthread_sigmask(SIG_UNBLOCK, &mine, nullptr);
     const bool happensAgain = information->si_code > 0 && signal != SIGTRAP;
-    if (!happensAgain && signal != SIGABRT) _exit(128 + signal);  // the status that a shell shows
+    if (!happensAgain) _exit(128 + signal);  // the status that a shell shows
 }
 
 // To the previous handler, or to the system.

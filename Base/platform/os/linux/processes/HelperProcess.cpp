@@ -33,6 +33,9 @@ namespace ZBase::os {
 
 namespace {
 
+constexpr char kOrigin[] = "LD_ORIGIN_PATH=";
+static_assert(sizeof HelperProgram::origin >= sizeof kOrigin + sizeof HelperProgram::path - 1);
+
 constexpr unsigned int kEndMilliseconds = 2000;  // for the end of a helper that has replied
 
 // The kernel's layout.
@@ -118,11 +121,16 @@ pid_t Start(HelperLaunch* launch) {
     return clone(RunBetween, launch->outerStack + HelperLaunch::kStackSize, CLONE_VM, launch);
 }
 
+// Whether the process in between has ended. It is collected, and no child is that `fork` has made.
+bool HasEnded(pid_t between) {
+    const pid_t collected = waitpid(between, nullptr, __WCLONE | WNOHANG);
+    return collected == between || (collected < 0 && errno != EINTR);
+}
+
 // Waits for the end of the process in between; false if it continues.
 bool Collect(pid_t between) {
     for (unsigned int waited = 0; waited != kEndMilliseconds; ++waited) {
-        const pid_t collected = waitpid(between, nullptr, __WALL | WNOHANG);
-        if (collected == between || (collected < 0 && errno != EINTR)) return true;
+        if (HasEnded(between)) return true;
         const timespec millisecond{0, 1'000'000};
         nanosleep(&millisecond, nullptr);
     }
@@ -228,11 +236,28 @@ bool HelperProgram::Find(const char* name) {
     char* const end = std::strrchr(path, '/');
     const std::size_t size = std::strlen(name) + 1;
     if (end == nullptr || end + 1 + size > path + sizeof path) return false;
+    *end = 0;
+    stpcpy(stpcpy(origin, kOrigin), end == path ? "/" : path);
+    *end = '/';
     std::memcpy(end + 1, name, size);
     arguments[0] = path;
     arguments[1] = nullptr;
-    environment[0] = nullptr;
+    environment[0] = origin;
+    environment[1] = nullptr;
     return true;
+}
+
+char** HelperProgram::EndOfEnvironment() {
+    return std::find(environment, environment + kMostVariables, nullptr);
+}
+
+// A process that was not over in time ends later, and is collected then.
+bool HelperLaunch::Take() {
+    if (!isTaken.exchange(true)) return true;
+    const pid_t left = remaining.exchange(0);  // one thread asks
+    if (left == 0 || HasEnded(left)) return left != 0;
+    remaining = left;
+    return false;
 }
 
 char HelperLaunch::Run(const HelperProgram& helper, const ReportPiece* pieces, std::size_t count,
@@ -250,8 +275,9 @@ char HelperLaunch::Run(const HelperProgram& helper, const ReportPiece* pieces, s
         if (between > 0) answer = Converse(ends[0], pieces, count, deadline);
         close(ends[0]);
         isOver = between <= 0 || Collect(between);
+        if (!isOver) remaining = between;
     }
-    isTaken = !isOver;
+    if (isOver) isTaken = false;
     return answer;
 }
 

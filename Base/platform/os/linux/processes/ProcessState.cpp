@@ -1,3 +1,4 @@
+#include <Base/platform/os/linux/processes/OwnProc.h>
 #include <Base/platform/os/linux/processes/ProcessState.h>
 
 #include <sys/stat.h>
@@ -16,6 +17,7 @@ enum class EState { Unknown, Running, Ended };
 
 // A zombie has no current directory, and no thread but its first.
 EState StateFromTheProcessList(int id) {
+    if (!HasOwnProc()) return EState::Unknown;
     const std::string folder = "/proc/" + std::to_string(id);
     struct stat threads {};
     if (stat((folder + "/task").c_str(), &threads) != 0) return EState::Unknown;

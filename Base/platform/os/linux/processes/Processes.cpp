@@ -1,5 +1,6 @@
 #include <Base/platform/os/errors/SystemErrors.h>
 #include <Base/platform/os/linux/errors/ErrorCodes.h>
+#include <Base/platform/os/linux/processes/OwnProc.h>
 #include <Base/platform/os/linux/processes/ProcessState.h>
 #include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/text/NativeText.h>
@@ -140,7 +141,9 @@ bool GetProcessImagePath(Process process, unsigned short* path, unsigned int cap
     const int id = IdOf(process);
     const std::string link = "/proc/" + std::to_string(static_cast<unsigned int>(id)) + "/exe";
     char target[PATH_MAX];
-    const ssize_t length = readlink(link.c_str(), target, sizeof target);
+    ssize_t length = -1;
+    errno = ENOENT;
+    if (HasOwnProc()) length = readlink(link.c_str(), target, sizeof target);
     if (length >= 0) {
         const std::string program(target, static_cast<std::size_t>(length));
         return PutText(WithoutDeletionMark(program, link.c_str()), path, capacity);

@@ -5,6 +5,7 @@
 #include <Base/platform/os/linux/modules/ModulePlace.h>
 #include <Base/platform/os/linux/processes/CancellationHeldBack.h>
 #include <Base/platform/os/linux/processes/HelperProcess.h>
+#include <Base/platform/os/linux/processes/OwnProc.h>
 #include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/stacks/ThreadStops.h>
@@ -19,6 +20,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
@@ -159,7 +161,29 @@ struct Work {
     std::uint64_t addresses[kMostFrames];
     HelperLaunch launch{};
     HelperProgram names{};
+    Work* next = nullptr;
 };
+
+// Those that a helper still ran on when their call was over.
+constinit std::atomic<Work*> gLeft{nullptr};
+
+void Unmap(Work* work) {
+    if (work->launch.Take()) {
+        munmap(work, sizeof(Work));
+        return;
+    }
+    work->next = gLeft;
+    while (!gLeft.compare_exchange_weak(work->next, work)) {
+    }
+}
+
+void UnmapThoseLeft() {
+    for (Work* work = gLeft.exchange(nullptr); work != nullptr;) {
+        Work* const next = work->next;
+        Unmap(work);
+        work = next;
+    }
+}
 
 /// The instruction and stack pointers of a thread that sleeps in a system call, from /proc.
 bool FindEntry(pid_t thread, ThreadContext& context) {
@@ -247,6 +271,10 @@ void WriteThread(Work& work, ThreadStops& stops, pid_t thread, const ThreadConte
 /// Visits the ids of all threads, in the system's order. False if it does not list them.
 template <class Visitor>
 bool VisitThreads(Visitor visit) {
+    if (!HasOwnProc()) {
+        errno = ENOENT;
+        return false;
+    }
     const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (tasks < 0) return false;
     alignas(dirent64) char entries[4096];
@@ -289,8 +317,7 @@ void AddNames(Work& work, int file, const char* path) {
     struct stat status {};
     if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) || !work.names.Find(kNames)) return;
     const ReportPiece piece{path, std::strlen(path) + 1};
-    work.launch.isTaken = true;
-    work.launch.Run(work.names, &piece, 1, kSecondsForNames);
+    if (work.launch.Take()) work.launch.Run(work.names, &piece, 1, kSecondsForNames);
 }
 
 }  // namespace
@@ -304,6 +331,7 @@ bool WriteAllStacks(const char* path) {
         open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, S_IRUSR | S_IWUSR);
     if (file < 0) return false;
     fcntl(file, F_SETFL, 0);
+    UnmapThoseLeft();
     void* const pages =
         mmap(nullptr, sizeof(Work), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     bool written = false;
@@ -311,7 +339,7 @@ bool WriteAllStacks(const char* path) {
         Work& work = *::new (pages) Work(file);
         written = WriteStacks(work, own);
         if (written) AddNames(work, file, path);
-        if (!work.launch.isTaken) munmap(pages, sizeof(Work));
+        Unmap(&work);
     }
     close(file);
     return written;

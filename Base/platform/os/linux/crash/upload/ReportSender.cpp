@@ -23,7 +23,7 @@ constexpr const char* kVariables[] = {"http_proxy",    "https_proxy",  "HTTPS_PR
                                       "SSL_CERT_FILE", "SSL_CERT_DIR", "LD_LIBRARY_PATH", "PATH",
                                       "HOME",          "ASAN_OPTIONS", "UBSAN_OPTIONS"};
 
-static_assert(std::size(kVariables) <= HelperProgram::kMostVariables);
+static_assert(std::size(kVariables) < HelperProgram::kMostVariables);
 
 constexpr std::size_t kReports =
     3;  // at a time: of a crash, of a dump on demand, of the crash of a child of vfork
@@ -31,7 +31,7 @@ constexpr std::size_t kReports =
 HelperLaunch* TakeLaunch() {
     HelperLaunch* const launches = gEquipment.launches;
     for (HelperLaunch* launch = launches; launch != launches + kReports; ++launch) {
-        if (!launch->isTaken.exchange(true)) return launch;
+        if (launch->Take()) return launch;
     }
     return nullptr;
 }
@@ -55,7 +55,7 @@ void PrepareReportSender() {
         return;
     }
     char* text = reinterpret_cast<char*>(program + 1);
-    char** next = program->environment;
+    char** next = program->EndOfEnvironment();
     for (const char* name : kVariables) {
         const char* value = GetNarrowEnvironment(name);
         if (value == nullptr) continue;
