@@ -169,8 +169,11 @@ CrashStore::~CrashStore() = default;
 unsigned int CrashStore::Trim(const std::string& without) {
     RemoveLostAttachments(mDirectory);
     std::vector<Entry> entries = Entries();
-    std::erase_if(
-        entries, [&](const Entry& entry) { return (fs::path(mDirectory) / entry.name).string() == without; });
+    // Those of other users can't be removed; if they counted, one's own would go in their place.
+    std::erase_if(entries, [&](const Entry& entry) {
+        const std::string path = (fs::path(mDirectory) / entry.name).string();
+        return path == without || !os::IsOwnFile(path);
+    });
     unsigned long long octets = 0;
     for (const Entry& entry : entries) octets += entry.octets;
     const long long oldest =

@@ -59,7 +59,8 @@ public:
     CrashStore& operator=(const CrashStore&) = delete;
 
     /// Deletes the dumps that are too old, and then the oldest while there are too many or, together, too
-    /// large. Returns the number deleted. The dump at the path `without` counts as deleted already.
+    /// large. Returns the number deleted. The dump at the path `without` counts as deleted already; those of
+    /// other users stay, and do not count.
     unsigned int Trim(const std::string& without = std::string());
 
     /// The names of the dumps, oldest first. The age of a dump is that of its last change.

@@ -134,6 +134,19 @@ TEST_F(CrashStoreTest, WhatIsWrittenOrSentStaysAndTheNextOneGoes) {
     close(held);
 }
 
+TEST_F(CrashStoreTest, DumpsOfOthersDoNotCountAndCostNoneOfOnesOwn) {
+    if (geteuid() != 0) GTEST_SKIP() << "files can be given away by the superuser only";
+    PutFive();
+    for (const int i : {1, 2, 3}) {
+        const std::string path = (mDumps / (Guid(i) + ".dmp")).string();
+        ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
+    }
+    EXPECT_EQ(Trim({{"max_dumps"_w, "2"_w}}), 0u);
+    EXPECT_EQ(Trim({{"max_dumps"_w, "1"_w}}), 1u);
+    EXPECT_FALSE(Left().contains(Guid(5) + ".dmp"));
+    EXPECT_EQ(Left().size(), 4u);
+}
+
 TEST_F(CrashStoreTest, WhatGoesAnywayCostsNoOtherDump) {
     PutFive();
     EXPECT_EQ(Trim({{"max_dumps"_w, "4"_w}}, (mDumps / (Guid(1) + ".dmp")).string()), 0u);

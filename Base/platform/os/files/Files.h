@@ -9,6 +9,10 @@ namespace ZBase::os {
 /// Whether a file or a directory exists at `path`.
 bool PathExists(const unsigned short* path);
 
+/// Whether what stands at `path`, itself and not what it leads to, belongs to the user that this process acts
+/// for; false if that can't be told.
+bool IsOwnFile(const std::string& path);
+
 /// The C library's `fopen` for a path in UTF-8.
 std::FILE* OpenFile(const char* path, const char* mode);
 

@@ -13,6 +13,11 @@ bool PathExists(const unsigned short* path) {
     return access(ToNative(path).c_str(), F_OK) == 0;
 }
 
+bool IsOwnFile(const std::string& path) {
+    struct stat file {};
+    return lstat(path.c_str(), &file) == 0 && file.st_uid == geteuid();
+}
+
 std::FILE* OpenFile(const char* path, const char* mode) {
     return std::fopen(path, mode);
 }

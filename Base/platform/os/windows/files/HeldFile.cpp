@@ -5,8 +5,6 @@
 
 #include <windows.h>
 
-#include <aclapi.h>
-
 #include <cwchar>
 
 // A file is held by a lock on an octet that no file is long enough to have: a lock keeps others even from
@@ -45,14 +43,7 @@ bool HeldFile::HoldDirectory(const std::string& path) {
 }
 
 bool HeldFile::IsOwn() const {
-    PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (GetSecurityInfo(ToHandle(mFile), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
-                        nullptr, &descriptor) != ERROR_SUCCESS)
-        return false;
-    const bool isOwn = IsOwner(owner);
-    LocalFree(descriptor);
-    return isOwn;
+    return BelongsToUser(ToHandle(mFile));
 }
 
 void HeldFile::LetGo() {

@@ -1,5 +1,7 @@
 #include <Base/platform/os/windows/files/OwnSecurity.h>
 
+#include <aclapi.h>
+
 namespace ZBase::os {
 
 namespace {
@@ -31,6 +33,17 @@ bool IsOwner(PSID owner) {
         if (owner != nullptr && !identifier.empty() && EqualSid(owner, identifier.data()) != 0) return true;
     }
     return false;
+}
+
+bool BelongsToUser(HANDLE file) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetSecurityInfo(file, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                        &descriptor) != ERROR_SUCCESS)
+        return false;
+    const bool isOwn = IsOwner(owner);
+    LocalFree(descriptor);
+    return isOwn;
 }
 
 // The user by name, not "the owner": not every system keeps rights of the owner as such.

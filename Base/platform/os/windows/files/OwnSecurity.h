@@ -13,6 +13,9 @@ std::vector<unsigned char> OwnUser();
 /// an administrator's they are the group's.
 bool IsOwner(PSID owner);
 
+/// Whether an open file or directory does, by its owner.
+bool BelongsToUser(HANDLE file);
+
 /// What lets the user of this process, and nobody else, do everything with a file or directory. It lives as
 /// long as the object.
 class OwnersOnly {
