@@ -217,11 +217,13 @@ check_sanitizers() {
 
 # Shared state of threads, under ThreadSanitizer, whose own memory would count as the process's.
 check_threads() {
-    ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests together_tests
+    ZBASE_PRESET=thread scripts/build.sh memory_tests platform_tests switches_tests together_tests YieldingProcess
     local program
     for program in memory platform switches together; do
         (cd build/thread/tests && quietly "Testing $program" "./${program}_tests" --gtest_filter='-ProcessInformationPrivateBytes.*')
     done
+    (cd build/thread/tests && quietly "Testing together, with threads that yield" \
+        env LD_PRELOAD="$PWD/libYieldingProcess.so" ZBASE_YIELD_SEED="${ZBASE_YIELD_SEED:-1}" ./together_tests --gtest_filter='*/Together.*')
 }
 
 # Work and memory of each function that takes input of a length, at 1, 4 and 16 times a length. Counts instructions, by the

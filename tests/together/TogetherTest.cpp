@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFile.h"
 
@@ -334,6 +335,18 @@ TEST(TogetherMachine, SeesTwoAtOnce) {
                        }};
     RunTogether(meets, meets, 2, 1);
     EXPECT_EQ(sMet, 2);
+}
+
+// Two thousand additions with a gap between two locks, on one processor.
+TEST(TogetherMachine, WithYieldingThreadsSeesWhatComesInBetween) {
+    if (test::kIsSanitized && !test::kHasThreadSanitizer)
+        GTEST_SKIP() << "AddressSanitizer lets no module come before itself";
+    const std::string module = std::string(ZBASE_MODULES_DIR) + "/libYieldingProcess.so";
+    ASSERT_TRUE(fs::exists(module));
+    const test::ChildResult child =
+        test::RunChild({test::ChildProgram("LostUpdateProbe")}, {"LD_PRELOAD=" + module, "ZBASE_YIELD=16"});
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_GT(std::atoi(child.output.c_str()), 10) << child.output;
 }
 
 }  // namespace
