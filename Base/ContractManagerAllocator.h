@@ -3,7 +3,7 @@
 #include <Base/frame/Api.h>
 
 #include <cstddef>
-#include <limits>
+#include <cstdint>
 #include <new>
 
 namespace ZBase {

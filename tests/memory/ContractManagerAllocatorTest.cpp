@@ -42,6 +42,15 @@ TEST(ContractManagerAllocator, SizesBeyondThirtyTwoBitsAreAskedForAsTheLargest) 
     }
 }
 
+TEST(ContractManagerAllocator, WhatNoMemoryCanHaveIsNotAskedFor) {
+    test::RecordingContract contract;
+    constexpr std::size_t kHalf = 0x8000000000000000;
+    EXPECT_THROW((void)ContractManagerAllocator<char>(&contract).allocate(kHalf), std::bad_array_new_length);
+    EXPECT_THROW((void)ContractManagerAllocator<int>(&contract).allocate(kHalf / 4),
+                 std::bad_array_new_length);
+    EXPECT_TRUE(contract.calls->empty());
+}
+
 TEST(ContractManagerAllocator, SizesBeyondThirtyTwoBitsAreSettledAsTheyWereAskedFor) {
     test::RecordingContract contract;
     ContractManagerAllocator<char> allocator(&contract);

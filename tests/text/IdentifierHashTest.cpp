@@ -24,6 +24,22 @@ TEST(IdentifierHash, IsThatOfTheRecord) {
     EXPECT_EQ(std::hash<ZBase::GUID>()(guid), std::hash<_GUID>()(guid));
 }
 
+TEST(IdentifierHash, KeepsRecordsInUnorderedContainers) {
+    _GUID guid{};
+    std::unordered_set<_GUID> guids{guid};
+    reinterpret_cast<unsigned char*>(&guid)[15] = 1;
+    EXPECT_FALSE(guids.contains(guid));
+    EXPECT_TRUE(guids.insert(guid).second);
+    EXPECT_FALSE(guids.insert(guid).second);
+    _UDID udid{};
+    std::unordered_map<_UDID, int> numbers{{udid, 1}};
+    udid.octets[19] = 1;
+    numbers[udid] = 2;
+    numbers[udid] += 10;
+    EXPECT_EQ(numbers.size(), 2u);
+    EXPECT_EQ(numbers.at(udid), 12);
+}
+
 TEST(IdentifierHash, EveryByteCounts) {
     std::set<std::size_t> hashes;
     _UDID udid{};

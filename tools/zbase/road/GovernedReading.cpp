@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
-#include <latch>
 #include <memory>
 #include <thread>
 
@@ -23,11 +22,13 @@ public:
           mPieces((file.Size() + pieceSize - 1) / pieceSize) {}
 
     void ReadAll(unsigned int threads) {
-        std::latch start(threads);
+        // They begin together. A latch of the standard library loses a wake-up where it has no futex.
+        std::atomic<unsigned int> missing{threads};
         std::vector<std::thread> readers;
         for (unsigned int i = 0; i != threads; ++i) {
-            readers.emplace_back([this, &start] {
-                start.arrive_and_wait();
+            readers.emplace_back([this, &missing] {
+                --missing;
+                while (missing != 0) std::this_thread::yield();
                 ReadUntilDone();
             });
         }
