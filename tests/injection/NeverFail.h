@@ -23,11 +23,11 @@ inline constexpr std::string_view kNeverFail[] = {
     "pthread_self", "pthread_setcancelstate", "stdout", "time", "uselocale", "rand", "srand", "sched_yield",
     "setlocale", "uuid_generate_random",
     "_dl_find_object",  // the unwinder asks it too, for each exception
-    "dl_iterate_phdr", "dladdr", "dladdr1", "dlinfo", "dlsym", "dlvsym", "dlerror", "dlclose",
+    "_r_debug", "dl_iterate_phdr", "dladdr", "dladdr1", "dlinfo", "dlsym", "dlvsym", "dlerror", "dlclose",
     // Work on memory that is theirs or the caller's. What they need of the heap fails there.
     "__sched_cpualloc", "__sched_cpucount", "__sched_cpufree", "freeaddrinfo", "freeifaddrs", "inet_pton",
     "mbrtowc", "mbsnrtowcs", "memchr", "memcmp", "memcpy", "memmove", "memset", "newlocale", "pow",
-    "snprintf", "stpcpy", "strchr", "strcmp", "strdup", "strerror", "strerrordesc_np", "strlen", "strncpy",
+    "snprintf", "stpcpy", "strchr", "strcmp", "strcpy", "strdup", "strerror", "strerrordesc_np", "strlen", "strncpy",
     "strnlen", "strrchr", "strspn", "strstr", "strtol", "strtoll", "strtoul", "strtoull", "vsnprintf",
     "wcrtomb", "wcslen", "wcsnrtombs",
     // Locks, attributes and masks of signals: fail for what the caller does wrong.

@@ -72,7 +72,7 @@ inline constexpr CrashSetting kCrashSettings[] = {
     CrashChoice("keep_dump_file"_w, "false", "dumps stay", "dumps go once they are sent"),
     CrashFigure("dump_seconds"_w, 1, 60, 10, "the most seconds for writing a dump"),
     CrashFigure("dump_megabytes"_w, 1, 2000, 64, "the most that one dump may take"),
-    CrashFigure("max_dumps"_w, 0, 1'000'000, 50, "the most dumps that are kept; 0: any number"),
+    CrashFigure("max_dumps"_w, 0, 1'000'000, 50, "the most dumps of one user that are kept; 0: any number"),
     CrashFigure("max_dump_megabytes"_w, 0, 1'000'000, 512,
                 "the most that all dumps together may take; 0: any size"),
     CrashFigure("max_age_days"_w, 0, 100'000, 30, "the days after which a dump goes; 0: never"),

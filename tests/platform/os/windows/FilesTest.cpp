@@ -7,6 +7,7 @@
 
 #include <aclapi.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -81,6 +82,18 @@ TEST_F(FilesOfTheSystem, PrivateDirectoryHasOneEntryInItsList) {
     }
     FreeSid(everybody);
     LocalFree(descriptor);
+}
+
+TEST_F(FilesOfTheSystem, ThatAreSharedWithNobodyAreInUse) {
+    const std::string path = Write("alone", "content");
+    const HANDLE alone =
+        CreateFileW(os::FromUtf8(path).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(alone, INVALID_HANDLE_VALUE);
+    os::HeldFile file;
+    errno = 0;
+    EXPECT_FALSE(file.Hold(path));
+    EXPECT_EQ(errno, EWOULDBLOCK);
+    CloseHandle(alone);
 }
 
 TEST_F(FilesOfTheSystem, AreHeldByOneAndReadByAll) {

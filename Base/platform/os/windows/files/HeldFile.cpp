@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <cerrno>
 #include <cwchar>
 
 // A file is held by a lock on an octet that no file is long enough to have: a lock keeps others even from
@@ -30,6 +31,19 @@ HANDLE OpenNameOf(const BY_HANDLE_FILE_INFORMATION& facts) {
     if (event == nullptr || GetLastError() != ERROR_ALREADY_EXISTS) return event;
     CloseHandle(event);
     return nullptr;
+}
+
+// The numbers of the reasons that callers tell apart; a file that somebody shares with nobody is in use.
+int ReasonOf(DWORD code) {
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_SHARING_VIOLATION:
+            return EWOULDBLOCK;
+        default:
+            return EACCES;
+    }
 }
 
 }  // namespace
@@ -58,7 +72,10 @@ bool HeldFile::Take(const std::string& path, bool isDirectory) {
     const HANDLE file =
         CreateFileW(FromUtf8(path).c_str(), GENERIC_READ | READ_CONTROL, kShared, nullptr, OPEN_EXISTING,
                     FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
+    if (file == INVALID_HANDLE_VALUE) {
+        errno = ReasonOf(GetLastError());
+        return false;
+    }
     mFile = reinterpret_cast<std::intptr_t>(file);
     BY_HANDLE_FILE_INFORMATION facts{};
     constexpr DWORD kinds = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DEVICE;
@@ -71,7 +88,10 @@ bool HeldFile::Take(const std::string& path, bool isDirectory) {
     } else if (isHeld) {
         isHeld = LockFarOut(file);
     }
-    if (!isHeld) LetGo();
+    if (!isHeld) {
+        LetGo();
+        errno = EWOULDBLOCK;
+    }
     return isHeld;
 }
 
