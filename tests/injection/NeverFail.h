@@ -27,9 +27,9 @@ inline constexpr std::string_view kNeverFail[] = {
     // Work on memory that is theirs or the caller's. What they need of the heap fails there.
     "__sched_cpualloc", "__sched_cpucount", "__sched_cpufree", "freeaddrinfo", "freeifaddrs", "inet_pton",
     "mbrtowc", "mbsnrtowcs", "memchr", "memcmp", "memcpy", "memmove", "memset", "newlocale", "pow",
-    "snprintf", "stpcpy", "strchr", "strcmp", "strcpy", "strdup", "strerror", "strerrordesc_np", "strlen", "strncpy",
-    "strnlen", "strrchr", "strspn", "strstr", "strtol", "strtoll", "strtoul", "strtoull", "vsnprintf",
-    "wcrtomb", "wcslen", "wcsnrtombs",
+    "snprintf", "stpcpy", "strchr", "strcmp", "strcpy", "strdup", "strerror", "strerrordesc_np", "strlen",
+    "strncpy", "strnlen", "strrchr", "strspn", "strstr", "strtol", "strtoll", "strtoul", "strtoull",
+    "vsnprintf", "wcrtomb", "wcslen", "wcsnrtombs",
     // Locks, attributes and masks of signals: fail for what the caller does wrong.
     "pthread_attr_destroy", "pthread_attr_getguardsize", "pthread_attr_getstack", "pthread_attr_init",
     "pthread_attr_setdetachstate", "pthread_mutex_lock", "pthread_mutex_trylock", "pthread_mutex_unlock",
