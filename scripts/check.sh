@@ -1,6 +1,6 @@
 #!/bin/bash
 # check.sh [STEP...]: what is checked beside the tests. Without a step, all of them in this order, but for those that run only by
-# name: "coverage" and "mutation" (what the tests reach and see), "growth", "environments" and "fuzz_coverage" (minutes
+# name: "coverage" and "mutation" (what the tests reach and see), "growth", "valgrind", "environments" and "fuzz_coverage" (minutes
 # each), "windows" and "arm64" (other compilers, under emulation; "portability" is a part of the former), "bare", "packages" and
 # "builds" (whole systems, up to an hour and more), "docs" (a browser).
 set -euo pipefail
@@ -213,6 +213,13 @@ check_tidy() {
 check_sanitizers() {
     ZBASE_PRESET=sanitize scripts/build.sh
     scripts/support/run_tests.sh sanitize
+    scripts/checks/unsanitized.py told tests/sanitizers.txt build/sanitize/Testing/Temporary/LastTest.log
+}
+
+# What a sanitizer can't bear, under valgrind instead.
+check_valgrind() {
+    scripts/build.sh
+    quietly "Testing under valgrind" scripts/checks/unsanitized.py run tests/sanitizers.txt build/release/tests
 }
 
 # Shared state of threads, under ThreadSanitizer, whose own memory would count as the process's.

@@ -616,6 +616,35 @@ test_AListOfUnreachedLinesIsTrue() {
     expect "$said" "unreached.txt:1: a line is a number, a source that no other line has, and a reason"
 }
 
+test_WhatSkipsUnderASanitizerIsListedAndRunsUnderValgrind() {
+    cat >one.cpp <<'END'
+#include <gtest/gtest.h>
+#include <cstdlib>
+TEST(One, IsSound) { EXPECT_EQ(1, 1); }
+TEST(One, ReadsBehindItsBlock) {
+    char* volatile block = static_cast<char*>(std::malloc(8));
+    EXPECT_NE(block[8], block[8] + 1);
+    std::free(block);
+}
+END
+    g++ -O0 one.cpp -o one_tests -lgtest -lgtest_main
+    printf '[  SKIPPED ] One.IsSound (0 ms)\n[  SKIPPED ] One.ReadsBehindItsBlock (0 ms)\n' >log
+    local said
+    echo "valgrind  One.IsSound  the sanitizer's heap" >list
+    said=$(scripts/checks/unsanitized.py told list log) && fail "passed: $said"
+    expect "$said" "One.ReadsBehindItsBlock skips, and list has no reason"
+    said=$(scripts/checks/unsanitized.py run list .) || fail "failed: $said"
+    expect "$said" "1 under valgrind, 0 failed"
+    echo "valgrind  One.ReadsBehind*  the same" >>list
+    said=$(scripts/checks/unsanitized.py told list log) || fail "failed: $said"
+    said=$(scripts/checks/unsanitized.py run list .) && fail "passed: $said"
+    expect "$said" "Invalid read of size 1"
+    expect "$said" "2 under valgrind, 1 failed"
+    echo "neither  One.Gone  it is slow" >>list
+    said=$(scripts/checks/unsanitized.py told list log) && fail "passed: $said"
+    expect "$said" "One.Gone does not skip"
+}
+
 test_UnknownStepIsRefused() {
     local status=0
     scripts/check.sh format nonsense >/dev/null 2>&1 || status=$?
