@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""unsanitized.py told LIST LOG: compares the tests that skipped themselves in a sanitizer's build, by ctest's log, with the list.
+"""unsanitized.py told LIST LOG: compares the tests that skipped themselves for a sanitizer's sake, which their reasons name, with the
+list: by ctest's log of its build.
 unsanitized.py run LIST TESTS: runs those of the list that can do so under valgrind, in the folder of the built tests.
 
 A line of the list is a name, or a pattern of names, and the reason:
 
     valgrind  Suite.Test      what the sanitizer can't bear
-    neither   Suite.Other     what valgrind can't bear either, or why it skips everywhere
+    neither   Suite.Other     what valgrind can't bear either
 
 What skips without a line is a finding, and so is a line of which no test skips."""
 import fnmatch
@@ -34,7 +35,7 @@ def read(path):
 
 def told(path, log):
     text = Path(log).read_text(errors="replace")
-    skipped = set(re.findall(r"^\[  SKIPPED \] (\S+) \(", text, re.M))
+    skipped = set(re.findall(r"^\[ RUN      \] (\S+)\n(?:(?!\[ ).*\n)*?.*: Skipped\n.*sanitizer", text, re.M | re.I))
     lines = read(path)
     fits = lambda name, pattern: fnmatch.fnmatchcase(name, pattern)
     wrong = [f"{name} skips, and {path} has no reason" for name in sorted(skipped) if not any(fits(name, line[1]) for line in lines)]

@@ -237,7 +237,7 @@ TEST(StackWalkLogicalAddress, ModuleWithoutAPathOrBaseIsNone) {
 }
 
 TEST(StackWalkNullObjects, AreLetBeByDelete) {
-    if (test::kIsSanitized) GTEST_SKIP() << "it is told of each null object";
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer tells each null object";
     CallStackImp* volatile stack = nullptr;
     stack->Delete();
     RefCountCallStackTracerImp* volatile tracer = nullptr;

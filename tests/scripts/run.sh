@@ -628,7 +628,11 @@ TEST(One, ReadsBehindItsBlock) {
 }
 END
     g++ -O0 one.cpp -o one_tests -lgtest -lgtest_main
-    printf '[  SKIPPED ] One.IsSound (0 ms)\n[  SKIPPED ] One.ReadsBehindItsBlock (0 ms)\n' >log
+    local name
+    for name in One.IsSound One.ReadsBehindItsBlock; do
+        printf "[ RUN      ] $name\none.cpp:1: Skipped\na sanitizer's heap\n\n[  SKIPPED ] $name (0 ms)\n"
+    done >log
+    printf '[ RUN      ] Two.Elsewhere\none.cpp:1: Skipped\nno descriptor here\n\n[  SKIPPED ] Two.Elsewhere (0 ms)\n' >>log
     local said
     echo "valgrind  One.IsSound  the sanitizer's heap" >list
     said=$(scripts/checks/unsanitized.py told list log) && fail "passed: $said"

@@ -42,7 +42,7 @@ std::string Iconv(const std::string& text, const char* from, const char* to) {
 class TextCommandPeers : public test::ScratchFolder {};
 
 TEST_F(TextCommandPeers, FileOfAnySizeTakesLittleMemory) {
-    if (test::kIsSanitized) GTEST_SKIP() << "its own memory counts";
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer's own memory counts";
     constexpr std::uintmax_t size = std::uintmax_t{64} << 20;
     const std::string file = Write("large", "");
     fs::resize_file(file, size);

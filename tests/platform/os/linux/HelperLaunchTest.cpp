@@ -1,6 +1,7 @@
 #include <Base/platform/os/linux/processes/HelperProcess.h>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 
 #include <atomic>
@@ -30,6 +31,8 @@ protected:
         path.copy(mHelper->path, sizeof mHelper->path - 1);
         mHelper->arguments[0] = mHelper->path;
     }
+    ~HelperLaunchTest() override { munmap(mpLaunch, sizeof(HelperLaunch)); }
+
     char Run(HelperLaunch& launch) const {
         constexpr char kText[] = "what\n";
         const ZBase::os::ReportPiece piece{kText, sizeof kText - 1};
@@ -40,7 +43,8 @@ protected:
     const test::TemporaryFile mProgram;
     const test::TemporaryFile mLife;
     const std::unique_ptr<HelperProgram> mHelper = std::make_unique<HelperProgram>();
-    const std::unique_ptr<HelperLaunch> mpLaunch = std::make_unique<HelperLaunch>();
+    HelperLaunch* const mpLaunch = static_cast<HelperLaunch*>(
+        mmap(nullptr, sizeof(HelperLaunch), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 };
 
 bool HasChildren() {
