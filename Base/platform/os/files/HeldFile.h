@@ -14,8 +14,8 @@ public:
     HeldFile(const HeldFile&) = delete;
     HeldFile& operator=(const HeldFile&) = delete;
 
-    /// False if another process holds the lock, with `EWOULDBLOCK` in `errno`, if it can't be opened, with the
-    /// reason there, or if it is not a regular file: links are not followed, and opening does not wait.
+    /// False if another process holds the lock, with `EWOULDBLOCK` in `errno`, if it can't be opened, with
+    /// the reason there, or if it is not a regular file: links are not followed, and opening does not wait.
     bool Hold(const std::string& path);
 
     /// The same for a directory.

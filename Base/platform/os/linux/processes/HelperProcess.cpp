@@ -88,7 +88,7 @@ void CloseFrom(unsigned int first) {
 
 // Runs in the new process. What never returns does not wipe off what AddressSanitizer notes of its frame in
 // the memory that both processes share.
-[[gnu::no_sanitize("address")]] int RunHelper(void* launch) {
+__attribute__((no_sanitize("address"))) int RunHelper(void* launch) {
     const auto* const self = static_cast<const HelperLaunch*>(launch);
     ResetSignals();
     ResetLimits(self->seconds);
@@ -105,7 +105,7 @@ void CloseFrom(unsigned int first) {
 }
 
 // It ends with the thread that started it, at the latest, so that no memory outlives the process for long.
-[[gnu::no_sanitize("address")]] int RunBetween(void* launch) {
+__attribute__((no_sanitize("address"))) int RunBetween(void* launch) {
     auto* const self = static_cast<HelperLaunch*>(launch);
     SystemCall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
     SystemCall(SYS_setsid);
