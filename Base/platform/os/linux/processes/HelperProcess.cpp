@@ -124,7 +124,7 @@ pid_t Start(HelperLaunch* launch) {
 
 // Whether the process in between has ended. It is collected, and no child is that `fork` has made.
 bool HasEnded(pid_t between) {
-    const pid_t collected = waitpid(between, nullptr, __WCLONE | WNOHANG);
+    const pid_t collected = waitpid(between, nullptr, static_cast<int>(__WCLONE | WNOHANG));
     return collected == between || (collected < 0 && errno != EINTR);
 }
 
