@@ -146,8 +146,9 @@ TEST_F(CrashCommand, CheckNamesLinesThatCountForNothing) {
         << "dump_seconds=61\nmax_age_days=7\nmax_dmups=4\n[CrashKeys] \n";
     const ChildResult child = Crash({"check"});
     EXPECT_TRUE(Has(child.output, "no setting has this name, blanks belong to it\n")) << child.output;
-    EXPECT_TRUE(Has(child.output,
-                    "the most dumps that are kept; 0: any number (no number from 0 to 1000000: 50 counts)"));
+    EXPECT_TRUE(Has(
+        child.output,
+        "the most dumps of one user that are kept; 0: any number (no number from 0 to 1000000: 50 counts)"));
     EXPECT_TRUE(Has(child.output, "the most seconds for writing a dump (no number from 1 to 60: 10 counts)"));
     EXPECT_TRUE(Has(child.output, "the days after which a dump goes; 0: never\n"));
     EXPECT_TRUE(Has(child.output, "counts for nothing: no setting has this name\n"));
