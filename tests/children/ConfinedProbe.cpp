@@ -118,18 +118,62 @@ void DumpWithoutProc() {
     asm volatile("");
 }
 
-// A fiber's stack is neither the thread's nor known to the loader.
-void CrashOnOwnStackWithoutProc() {
-    constexpr std::size_t kSize = 1 << 18;
+void OverflowOwnStack() {
+    Overflow(0);
+}
+
+// A fiber's stack is neither the thread's nor known to the loader. There is a guard below it.
+void RunFiberWithoutProc(void (*work)()) {
+    constexpr std::size_t kSize = 1 << 20;
+    constexpr std::size_t kGuard = 1 << 16;
     static ucontext_t sFiber;
     static ucontext_t sCaller;
     getcontext(&sFiber);
-    sFiber.uc_stack.ss_sp = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    sFiber.uc_stack.ss_size = kSize;
+    char* const room =
+        static_cast<char*>(mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(room, kGuard, PROT_NONE);
+    sFiber.uc_stack.ss_sp = room + kGuard;
+    sFiber.uc_stack.ss_size = kSize - kGuard;
     sFiber.uc_link = &sCaller;
-    makecontext(&sFiber, RunOnOwnStack, 0);
+    makecontext(&sFiber, work, 0);
     HideProc();
     swapcontext(&sCaller, &sFiber);
+}
+
+void CrashOnOwnStackWithoutProc() {
+    RunFiberWithoutProc(RunOnOwnStack);
+}
+
+void OverflowOwnStackWithoutProc() {
+    RunFiberWithoutProc(OverflowOwnStack);
+}
+
+// It is larger than what is dumped of a stack.
+void OverflowALargeStackWithoutProc() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{64} << 20);
+    pthread_t thread{};
+    HideProc();
+    const auto overflow = [](void*) -> void* {
+        ZBase::InstallCrashStack();
+        Overflow(0);
+        return nullptr;
+    };
+    if (pthread_create(&thread, &attributes, overflow, nullptr) == 0) pthread_join(thread, nullptr);
+}
+
+// Its children are in a namespace that it is not in itself.
+void CrashBesideANewNamespace() {
+    if (unshare(CLONE_NEWPID) != 0) _exit(77);
+    WriteToNull();
+}
+
+// Its name is relative to another directory.
+void CrashElsewhereWithoutProc() {
+    HideProc();
+    if (chdir("/") != 0) _exit(94);
+    WriteToNull();
 }
 
 // Runs as the first process of a namespace, in which /proc shows the numbers of another one. Prints by which
@@ -156,6 +200,20 @@ void CrashAsFirstProcess() {
 }
 
 // The system ends a first process by no signal that it has not handled.
+// By the time its dump is written the page may be written to.
+void CrashOnceAsFirstProcess() {
+    BeFirstProcess([] {
+        gPage = static_cast<char*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        std::thread([] {
+            for (;;) {
+                usleep(2000);
+                mprotect(gPage, 4096, PROT_READ | PROT_WRITE);
+            }
+        }).detach();
+        *gPage = 1;
+    });
+}
+
 void AbortAsFirstProcess() {
     BeFirstProcess(std::abort);
 }
@@ -279,7 +337,12 @@ int main(int argc, char** argv) {
         {"no-proc-overflow", OverflowWithoutProc},
         {"no-proc-dump", DumpWithoutProc},
         {"no-proc-fiber", CrashOnOwnStackWithoutProc},
+        {"no-proc-fiber-overflow", OverflowOwnStackWithoutProc},
+        {"no-proc-large-overflow", OverflowALargeStackWithoutProc},
+        {"no-proc-elsewhere", CrashElsewhereWithoutProc},
+        {"before-first", CrashBesideANewNamespace},
         {"first", CrashAsFirstProcess},
+        {"first-once", CrashOnceAsFirstProcess},
         {"first-abort", AbortAsFirstProcess},
         {"first-sent-abort", BeSentAbortAsFirstProcess},
         {"names", CrashBesideNamedThread},
@@ -290,6 +353,11 @@ int main(int argc, char** argv) {
     };
     const auto kind = kinds.find(argc > 1 ? argv[1] : "");
     if (kind == kinds.end()) return 97;
+    if (kind->first == "no-proc-elsewhere" && *argv[0] == '/') {  // once more, by a relative name
+        const std::string folder(argv[0], std::string(argv[0]).rfind('/'));
+        if (chdir(folder.c_str()) == 0) execl("./ConfinedProbe", "./ConfinedProbe", argv[1], nullptr);
+        return 95;
+    }
     alarm(60);
     if (kind->first.find("host") != std::string::npos) InstallHostHandler(argv[1]);
     if (!ZBase::InstallCrashHandler()) return 96;

@@ -1,11 +1,14 @@
 #include <Base/platform/os/linux/processes/HelperProcess.h>
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -75,6 +78,31 @@ TEST_F(HelperLaunchTest, OfAHelperThatEndsLateIsFreeAgainAfterItsEnd) {
     ASSERT_TRUE(isTaken);
     EXPECT_FALSE(HasChildren());
     EXPECT_EQ(Run(*mpLaunch), 'y');
+}
+
+struct Guest {
+    HelperLaunch* launch;
+    bool hasTaken;
+};
+
+// It can't collect what its parent has started.
+TEST_F(HelperLaunchTest, OfAHelperThatEndsLateIsNoneForAChildInTheSameMemory) {
+    constexpr std::size_t kSize = 65536;
+    ASSERT_TRUE(mpLaunch->Take());
+    EXPECT_EQ(Run(*mpLaunch), 'y');
+    Guest guest{mpLaunch, true};
+    const auto take = [](void* argument) {
+        auto* const self = static_cast<Guest*>(argument);
+        self->hasTaken = self->launch->Take();
+        _exit(0);
+        return 0;
+    };
+    const std::unique_ptr<char[]> stack(new char[kSize]);
+    const pid_t child = clone(take, stack.get() + kSize, CLONE_VM | CLONE_VFORK | SIGCHLD, &guest);
+    ASSERT_GT(child, 0);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_FALSE(guest.hasTaken);
+    End();
 }
 
 // Only one of many may run on it.

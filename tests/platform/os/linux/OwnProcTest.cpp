@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,6 +77,21 @@ TEST(OwnProc, OfAnotherNamespaceNamesNoThreads) {
     EXPECT_NE(file.Text().find("\nThread 1 \""), std::string::npos) << file.Text();
     EXPECT_NE(file.Text().find("Other threads are not known: No such file or directory"), std::string::npos)
         << file.Text();
+}
+
+// The last descriptor is the file's. The name of the thread is not told then.
+TEST(OwnProc, OfAnotherNamespaceNamesNoThreadsWithoutADescriptorEither) {
+    const test::TemporaryFile file;
+    const int result = InFirstProcess([&] {
+        const int lowest = dup(STDIN_FILENO);
+        close(lowest);
+        const rlimit limit{static_cast<rlim_t>(lowest) + 1, static_cast<rlim_t>(lowest) + 1};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        return ZBase::DumpAllStacks(file.Path()) ? 0 : 1;
+    });
+    if (result == test::kNotAllowed) GTEST_SKIP() << "the system gives no namespace";
+    EXPECT_EQ(result, 0);
+    EXPECT_NE(file.Text().find("\nThread 1 \"\""), std::string::npos) << file.Text();
 }
 
 }  // namespace

@@ -20,9 +20,11 @@
 #include <Base/platform/os/linux/faults/FaultState.h>
 #include <Base/platform/os/linux/files/AbsoluteDirectory.h>
 #include <Base/platform/os/linux/processes/CancellationHeldBack.h>
+#include <Base/platform/os/linux/processes/ProgramStart.h>
 #include <Base/platform/os/linux/text/NativeText.h>
 
 #include <client/linux/minidump_writer/dump_limit.h>
+#include <client/linux/minidump_writer/linux_ptrace_dumper.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -32,6 +34,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -113,9 +116,8 @@ void ForbidCore() {
     setrlimit(RLIMIT_CORE, &tooSmall);
 }
 
-// Returns only for a fault, which happens again, in a process that signals can't end: PID 1 of a system or a
-// container.
-void EndBySignal(int signal, siginfo_t* information) {
+// Signals that are sent do not end the first process of a system or a container.
+[[noreturn]] void EndBySignal(int signal, siginfo_t* information) {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     sigaction(signal, &standard, nullptr);
@@ -124,8 +126,10 @@ void EndBySignal(int signal, siginfo_t* information) {
     sigemptyset(&mine);
     sigaddset(&mine, signal);
     pthread_sigmask(SIG_UNBLOCK, &mine, nullptr);
-    const bool happensAgain = information->si_code > 0 && signal != SIGTRAP;
-    if (!happensAgain) _exit(128 + signal);  // the status that a shell shows
+    // What happened need not happen again, but the first process too ends by a fault that it does not handle.
+    volatile std::uintptr_t nowhere = sizeof(int);
+    if (signal == SIGSEGV && information->si_code > 0) *reinterpret_cast<volatile int*>(nowhere) = 0;
+    _exit(128 + signal);  // the status that a shell shows
 }
 
 // To the previous handler, or to the system.
@@ -180,6 +184,7 @@ DumpHandler* CreateDumpHandler(const unsigned short* directory, DumpUser user, D
     sAwaits = sAwaits || std::at_quick_exit(AwaitCrashAtQuickExit) == 0;
     const std::string absolute = AbsoluteDirectory(ToNative(directory));
     if (absolute.empty() || !sAwaits || !PrepareCrashTurns()) return nullptr;
+    google_breakpad::LinuxPtraceDumper::SetProgram(ProgramPath().c_str());
     auto* handler = new (std::nothrow) DumpHandler(absolute, user, limits.megabytes);
     if (handler == nullptr) return nullptr;
     google_breakpad::DumpLimit::Set(1000LL * limits.seconds);

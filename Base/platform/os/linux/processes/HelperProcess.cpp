@@ -122,10 +122,12 @@ pid_t Start(HelperLaunch* launch) {
     return clone(RunBetween, launch->outerStack + HelperLaunch::kStackSize, CLONE_VM, launch);
 }
 
-// Whether the process in between has ended. It is collected, and no child is that `fork` has made.
+// Whether the process in between has ended. It is collected, and no child is that `fork` has made. A child of
+// vfork may ask for one of its parent's, which it can't collect.
 bool HasEnded(pid_t between) {
     const pid_t collected = waitpid(between, nullptr, static_cast<int>(__WCLONE | WNOHANG));
-    return collected == between || (collected < 0 && errno != EINTR);
+    if (collected < 0 && errno == ECHILD) return syscall(SYS_tgkill, between, between, 0) != 0;
+    return collected == between;
 }
 
 // Waits for the end of the process in between; false if it continues.

@@ -1,3 +1,4 @@
+#include <Base/platform/os/linux/processes/OwnProc.h>
 #include <Base/platform/os/linux/processes/SignalsHeldBack.h>
 #include <Base/platform/os/linux/processes/ThreadFiles.h>
 #include <Base/platform/os/linux/processes/x86_64/SystemCall.h>
@@ -46,6 +47,7 @@ int ReadAside(void* argument) {
 // Where no descriptor is left: by a child that shares the memory and gets no signal. Its end is told to
 // nobody else. It is another process, so it needs a path without "self".
 std::size_t ReadWithoutDescriptor(pid_t thread, const char* name, char* room, std::size_t capacity) {
+    if (!HasOwnProc()) return 0;
     constexpr std::size_t kStackSize = 8192;
     alignas(16) char stack[kStackSize];
     char path[64];
