@@ -2,10 +2,15 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace test {
 
 namespace {
+
+constexpr int kMostTries = 5;
+constexpr DWORD kPauseMilliseconds = 100;
 
 std::wstring Wide(const std::string& text) {
     const int length = static_cast<int>(text.size());
@@ -66,9 +71,16 @@ HANDLE StartChild(const std::vector<std::string>& command, const std::vector<std
     for (const std::string& argument : command) line += (line.empty() ? L"" : L" ") + Quoted(Wide(argument));
     std::wstring block = Environment(environment);
     PROCESS_INFORMATION child{};
-    if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT, block.data(),
-                       nullptr, &start, &child) == 0)
-        throw std::runtime_error("cannot start " + command.front());
+    // Once in some ten thousand times Wine starts a program only when it is told so again.
+    for (int tries = 1;
+         CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
+                        block.data(), nullptr, &start, &child) == 0;
+         ++tries) {
+        const DWORD code = GetLastError();
+        if (tries == kMostTries)
+            throw std::runtime_error("cannot start " + command.front() + ": " + std::to_string(code));
+        Sleep(kPauseMilliseconds);
+    }
     CloseHandle(child.hThread);
     return child.hProcess;
 }
