@@ -1,4 +1,8 @@
 #include <csignal>
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <vector>
 
 #include "tests/crash/CrashBench.h"
 
@@ -17,45 +21,62 @@ protected:
         StartServer();
         Configure("", "product=probe\n");
     }
-    ChildResult Confined(const std::string& kind) {
-        ChildResult child = Crash({kind}, {}, "ConfinedProbe");
-        EXPECT_EQ(ReceivedDumps().size(), child.exitCode == kNotHere ? 0u : 1u);
-        return child;
-    }
-    void ExpectStack(const std::vector<std::string>& functions) {
-        const ReadDump dump = test::ReadDumpFile(ReceivedDumps().at(0));
-        for (const std::string& function : functions) EXPECT_TRUE(dump.Has(function)) << function;
-        EXPECT_EQ(ReceivedKeys(1).at("product"), "probe");
-    }
 };
 
-TEST_F(CrashConfined, WherePtraceIsForbiddenHasTheCrashedThread) {
-    const ChildResult child = Confined("no-ptrace");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "main"});
+/// A crash whose report arrives.
+struct Confinement {
+    const char* name;
+    const char* kind;                    // of ConfinedProbe
+    std::vector<std::string> functions;  // of the crashed thread, which the dump names
+    std::size_t leastFrames = 1;
+    int signal = SIGSEGV;     // that the probe ends by
+    const char* output = "";  // and what it prints of one that it has made
+};
+
+std::ostream& operator<<(std::ostream& stream, const Confinement& row) {
+    return stream << row.kind;
 }
 
-TEST_F(CrashConfined, WherePtraceEndsTheCallerHasTheCrashedThread) {
-    const ChildResult child = Confined("ptrace-kills");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "main"});
+class CrashConfinedReport : public CrashConfined, public testing::WithParamInterface<Confinement> {};
+
+TEST_P(CrashConfinedReport, HasTheCrashedThread) {
+    const Confinement& row = GetParam();
+    const ChildResult child = Crash({row.kind}, {}, "ConfinedProbe");
+    if (child.exitCode == kNotHere) GTEST_SKIP() << "the system lets no process be confined like that";
+    EXPECT_EQ(child.signal, row.signal);
+    EXPECT_EQ(child.output, row.output);
+    ASSERT_EQ(ReceivedDumps().size(), 1u);
+    const ReadDump dump = test::ReadDumpFile(ReceivedDumps().at(0));
+    EXPECT_GE(dump.stack.size(), row.leastFrames);
+    for (const std::string& function : row.functions) EXPECT_TRUE(dump.Has(function)) << function;
+    EXPECT_EQ(ReceivedKeys(1).at("product"), "probe");
 }
 
-TEST_F(CrashConfined, ByStackOverflowHasTheWholeStack) {
-    const ChildResult child = Confined("no-ptrace-overflow");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"Overflow"});
-}
+constexpr std::size_t kOverflow = 100;  // frames at least
 
-TEST_F(CrashConfined, DumpOnDemandHasItsCaller) {
-    const ChildResult child = Confined("no-ptrace-dump");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no seccomp here";
-    EXPECT_EQ(child.output, "1\n");
-    ExpectStack({"CreateDump"});
-}
+// A first process is that of a namespace; /proc stays that of the outer one.
+const Confinement kConfinements[] = {
+    {"WherePtraceIsForbidden", "no-ptrace", {"WriteToNull", "main"}},
+    {"WherePtraceEndsTheCaller", "ptrace-kills", {"WriteToNull", "main"}},
+    {"ByStackOverflow", "no-ptrace-overflow", {"Overflow"}, kOverflow},
+    {"OnDemand", "no-ptrace-dump", {"CreateDump"}, 1, 0, "1\n"},
+    {"WhileSomebodyElseTraces", "traced", {"WriteToNull", "CrashTraced", "main"}, 1, 0, "11\n"},
+    {"WithoutProc", "no-proc", {"WriteToNull", "main"}},
+    {"OnAnotherThreadWithoutProc", "no-proc-thread", {"WriteToNull", "WorkOnAnotherThread"}},
+    {"ByStackOverflowWithoutProc", "no-proc-overflow", {"Overflow"}, kOverflow},
+    {"OnDemandWithoutProc", "no-proc-dump", {"CreateDump", "main"}, 1, 0, "1\n"},
+    {"OnAFibersStackWithoutProc", "no-proc-fiber", {"WriteToNull", "RunOnOwnStack"}},
+    {"ByOverflowOfAFibersStackWithoutProc", "no-proc-fiber-overflow", {"Overflow"}, kOverflow},
+    {"ByOverflowOfALargeStackWithoutProc", "no-proc-large-overflow", {"Overflow"}, kOverflow},
+    {"OfAProgramWithARelativeNameWithoutProc", "no-proc-elsewhere", {"WriteToNull", "main"}},
+    {"OfAFirstProcess", "first", {"WriteToNull", "main"}, 1, 0, "signal 11\n"},
+    {"OfAFirstProcessByAFaultThatDoesNotRecur", "first-once", {"main"}, 1, 0, "signal 11\n"},
+    {"OfAFirstProcessThatAborts", "first-abort", {"abort", "main"}, 1, 0, "exit 134\n"},
+    {"OfAFirstProcessThatIsSentAnAbort", "first-sent-abort", {"main"}, 1, 0, "exit 134\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Crashes, CrashConfinedReport, testing::ValuesIn(kConfinements),
+                         [](const auto& row) { return row.param.name; });
 
 TEST_F(CrashConfined, WithoutRandomNumbersEachDumpHasANameAllTheSame) {
     const ChildResult child = Crash({"no-random"}, {}, "ConfinedProbe");
@@ -63,69 +84,6 @@ TEST_F(CrashConfined, WithoutRandomNumbersEachDumpHasANameAllTheSame) {
     EXPECT_EQ(child.output, "1\n1\n");
     EXPECT_EQ(child.signal, SIGSEGV);
     EXPECT_EQ(LeftDumps().size(), 3u);  // libcurl sends no form without random numbers
-}
-
-TEST_F(CrashConfined, WhileSomebodyElseTracesHasTheCrashedThread) {
-    const ChildResult child = Confined("traced");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no tracing here";
-    EXPECT_EQ(child.output, "11\n");
-    ExpectStack({"WriteToNull", "CrashTraced", "main"});
-}
-
-TEST_F(CrashConfined, WithoutProcHasTheCrashedThread) {
-    const ChildResult child = Confined("no-proc");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "main"});
-}
-
-TEST_F(CrashConfined, OnAnotherThreadWithoutProcHasThatThread) {
-    const ChildResult child = Confined("no-proc-thread");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "WorkOnAnotherThread"});
-}
-
-TEST_F(CrashConfined, ByStackOverflowWithoutProcHasTheWholeStack) {
-    const ChildResult child = Confined("no-proc-overflow");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    EXPECT_GT(test::ReadDumpFile(ReceivedDumps().at(0)).stack.size(), 100u);
-}
-
-TEST_F(CrashConfined, DumpOnDemandWithoutProcHasItsCaller) {
-    const ChildResult child = Confined("no-proc-dump");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.output, "1\n");
-    ExpectStack({"CreateDump", "main"});
-}
-
-TEST_F(CrashConfined, OnAFibersStackWithoutProcHasThatStack) {
-    const ChildResult child = Confined("no-proc-fiber");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "RunOnOwnStack"});
-}
-
-TEST_F(CrashConfined, ByOverflowOfAFibersStackWithoutProcHasThatStack) {
-    const ChildResult child = Confined("no-proc-fiber-overflow");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    EXPECT_GT(test::ReadDumpFile(ReceivedDumps().at(0)).stack.size(), 100u);
-}
-
-TEST_F(CrashConfined, ByOverflowOfALargeStackWithoutProcHasItsInnermostFrames) {
-    const ChildResult child = Confined("no-proc-large-overflow");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    EXPECT_GT(test::ReadDumpFile(ReceivedDumps().at(0)).stack.size(), 100u);
-}
-
-TEST_F(CrashConfined, OfAProgramWithARelativeNameWithoutProcHasItsFunctions) {
-    const ChildResult child = Confined("no-proc-elsewhere");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.signal, SIGSEGV);
-    ExpectStack({"WriteToNull", "main"});
 }
 
 TEST_F(CrashConfined, BesideANamespaceForItsChildrenHasTheCrashedThread) {
@@ -137,33 +95,6 @@ TEST_F(CrashConfined, BesideANamespaceForItsChildrenHasTheCrashedThread) {
     const ReadDump dump = test::ReadDumpFile(LeftDumps().at(0));
     EXPECT_TRUE(dump.Has("WriteToNull"));
     EXPECT_TRUE(dump.Has("main"));
-}
-
-TEST_F(CrashConfined, FirstProcessWhoseFaultDoesNotRecurEndsAllTheSame) {
-    const ChildResult child = Confined("first-once");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.output, "signal 11\n");
-}
-
-TEST_F(CrashConfined, UnderAnothersProcHasTheCrashedThread) {
-    const ChildResult child = Confined("first");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.output, "signal 11\n");
-    ExpectStack({"WriteToNull", "main"});
-}
-
-TEST_F(CrashConfined, FirstProcessThatAbortsEnds) {
-    const ChildResult child = Confined("first-abort");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.output, "exit 134\n");
-    ExpectStack({"abort", "main"});
-}
-
-TEST_F(CrashConfined, FirstProcessThatIsSentAnAbortEnds) {
-    const ChildResult child = Confined("first-sent-abort");
-    if (child.exitCode == kNotHere) GTEST_SKIP() << "no namespace here";
-    EXPECT_EQ(child.output, "exit 134\n");
-    ExpectStack({"main"});
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ inline constexpr CrashSetting kCrashSettings[] = {
     CrashFigure("dump_megabytes"_w, 1, 2000, 64, "the most that one dump may take"),
     CrashFigure("max_dumps"_w, 0, 1'000'000, 50, "the most dumps of one user that are kept; 0: any number"),
     CrashFigure("max_dump_megabytes"_w, 0, 1'000'000, 512,
-                "the most that all dumps together may take; 0: any size"),
+                "the most that the dumps of one user together may take; 0: any size"),
     CrashFigure("max_age_days"_w, 0, 100'000, 30, "the days after which a dump goes; 0: never"),
     CrashChoice("send_left"_w, "true", "dumps that were left are sent at the next start",
                 "left dumps stay until sent by hand"),

@@ -3,8 +3,6 @@
 
 #include <windows.h>
 
-#include <aclapi.h>
-
 #include <fcntl.h>
 #include <io.h>
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include <Base/platform/os/files/Files.h>
 #include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/files/OwnSecurity.h>
 
@@ -197,19 +196,9 @@ std::string MakePrivateDirectory(const std::string& path) {
 }
 
 bool IsOwnDirectory(const std::string& path) {
-    const std::wstring wide = FromUtf8(path);
-    const DWORD kind = GetFileAttributesW(wide.c_str());
-    if (kind == INVALID_FILE_ATTRIBUTES || (kind & FILE_ATTRIBUTE_DIRECTORY) == 0 ||
-        (kind & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        return false;
-    PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (GetNamedSecurityInfoW(wide.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
-                              nullptr, nullptr, &descriptor) != ERROR_SUCCESS)
-        return false;
-    const bool isOwn = ZBase::os::IsOwner(owner);
-    LocalFree(descriptor);
-    return isOwn;
+    const DWORD kind = GetFileAttributesW(FromUtf8(path).c_str());
+    return kind != INVALID_FILE_ATTRIBUTES && (kind & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+           (kind & FILE_ATTRIBUTE_REPARSE_POINT) == 0 && ZBase::os::IsOwnFile(path);
 }
 
 // It is open and shared with nobody, which keeps the administrator away as well.

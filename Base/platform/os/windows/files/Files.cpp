@@ -31,16 +31,6 @@ bool PathExists(const unsigned short* path) {
     return GetFileAttributesW(ToSystem(path)) != INVALID_FILE_ATTRIBUTES;
 }
 
-bool IsOwnFile(const std::string& path) {
-    const HANDLE file = CreateFileW(
-        FromUtf8(path).c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-        OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    const bool isOwn = BelongsToUser(file);
-    CloseHandle(file);
-    return isOwn;
-}
-
 std::FILE* OpenFile(const char* path, const char* mode) {
     return _wfopen(FromUtf8(path).c_str(), FromUtf8(mode).c_str());
 }

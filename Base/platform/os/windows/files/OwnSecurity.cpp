@@ -1,3 +1,5 @@
+#include <Base/platform/os/files/Files.h>
+#include <Base/platform/os/windows/WideText.h>
 #include <Base/platform/os/windows/files/OwnSecurity.h>
 
 #include <aclapi.h>
@@ -43,6 +45,16 @@ bool BelongsToUser(HANDLE file) {
         return false;
     const bool isOwn = IsOwner(owner);
     LocalFree(descriptor);
+    return isOwn;
+}
+
+bool IsOwnFile(const std::string& path) {
+    const HANDLE file = CreateFileW(
+        FromUtf8(path).c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+        OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const bool isOwn = BelongsToUser(file);
+    CloseHandle(file);
     return isOwn;
 }
 
