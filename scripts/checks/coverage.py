@@ -2,8 +2,8 @@
 """coverage.py REPORT [LIST]: compares what no test reached with the list, tests/coverage/unreached.txt if none is given.
 
 REPORT is what gcovr --json wrote. A line of the list is a number of lines, a source, and the reason why no test reaches them; "2-5"
-are lines that some runs reach, and "processor" stands for what a processor of another kind reaches, which counts for nothing where
-it is not reached. A source without a line of the list has none. More or fewer of them is a finding, and so are less
+are lines that some runs reach. "no-FLAG" instead of a number is for a source that needs a processor with this flag of
+/proc/cpuinfo: on one without it, what is not reached of it counts for nothing; on one with it all has to be reached. A source without a line of the list has none. More or fewer of them is a finding, and so are less
 than 97 % of all lines or 90 % of all branches. Prints what differs and the figures; exits with 1 if anything does."""
 
 import json
@@ -12,7 +12,12 @@ import re
 import sys
 
 LEAST = {"lines": 97.0, "branches": 90.0}
-PROCESSOR = None  # as many as are not reached
+ELSEWHERE = None  # as many as are not reached
+
+
+def flags():
+    text = pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8")
+    return set(re.search(r"^flags\s*:(.*)$", text, re.M).group(1).split())
 
 
 def listed(path):
@@ -21,10 +26,10 @@ def listed(path):
         if not line or line.startswith("#"):
             continue
         parts = line.split(None, 2)
-        if len(parts) < 3 or not re.fullmatch(r"\d+(-\d+)?|processor", parts[0]) or parts[1] in found:
+        if len(parts) < 3 or not re.fullmatch(r"\d+(-\d+)?|no-\w+", parts[0]) or parts[1] in found:
             sys.exit(f"{path}:{number}: a line is a number, a source that no other line has, and a reason")
-        if parts[0] == "processor":
-            found[parts[1]] = PROCESSOR
+        if parts[0].startswith("no-"):
+            found[parts[1]] = range(1) if parts[0][3:] in flags() else ELSEWHERE
             continue
         least, _, most = parts[0].partition("-")
         found[parts[1]] = range(int(least), int(most or least) + 1)
@@ -50,7 +55,7 @@ def main():
     for file in report["files"]:
         lines = [line for line in file["lines"] if not line["gcovr/noncode"]]
         unreached[file["file"]] = sorted(line["line_number"] for line in lines if line["count"] == 0)
-        isElsewhere = may.get(file["file"], range(1)) is PROCESSOR
+        isElsewhere = may.get(file["file"], range(1)) is ELSEWHERE
         for name, parts in (("lines", lines), ("branches", [branch for line in lines for branch in line["branches"]])):
             reached = sum(part["count"] > 0 for part in parts)
             counts[name][0] += reached if isElsewhere else len(parts)
@@ -58,7 +63,7 @@ def main():
     wrong = []
     for source in sorted(unreached.keys() | may.keys()):
         lines, known = unreached.get(source, []), may.get(source, range(1))
-        if known is not PROCESSOR and len(lines) not in known:
+        if known is not ELSEWHERE and len(lines) not in known:
             which = f" ({numbers(lines)})" if lines else ""
             wrong.append(f"{source}: {len(lines)} lines{which} that no test reaches, {known[-1]} in {path}")
     for name, (total, reached) in counts.items():
