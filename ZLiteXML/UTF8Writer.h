@@ -29,7 +29,7 @@ struct WriterOptions {
 /// link. Until then it is in a file that no other user can read, not in memory. A file that can't be replaced
 /// is written to at the end of the root: a device, a pipe, a mount point, a file in a directory without write
 /// permission. A relative path starts at the current directory of this call. Also throws `XMLException` when
-/// the file can't be written.
+/// the file can't be written, and when the new one is in its place but its directory can't be synchronised.
 ZLITEXML_API ZBase::ReturnPtrI<UTF8Writer> CreateFileWriter(const char* file,
                                                             const WriterOptions& options = {});
 

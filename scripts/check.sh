@@ -101,8 +101,12 @@ check_windows() {
 }
 
 check_exports() {
-    diff cmake/exports.txt <(scripts/checks/exports.sh build/release/Base/libZBase.so) ||
-        { echo "The exported symbols changed: if that is meant, scripts/checks/exports.sh LIBRARY > cmake/exports.txt"; exit 1; }
+    local list library
+    while read -r list library; do
+        diff "cmake/$list" <(scripts/checks/exports.sh "build/release/$library") ||
+            { echo "The exported symbols changed: if that is meant, scripts/checks/exports.sh LIBRARY > cmake/$list"; exit 1; }
+    done <<<"exports.txt Base/libZBase.so
+exports-zlitexml.txt ZLiteXML/libZLiteXML.so"
 }
 
 # The interface for modules that were built against the libraries before: signatures, layouts, the order of operations.

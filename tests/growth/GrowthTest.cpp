@@ -92,9 +92,12 @@ std::vector<std::string> Gaps(const std::vector<std::string>& exports,
 }
 
 TEST(GrowthTable, HasARowOrAReasonForEachFunctionThatIsExported) {
-    std::ifstream file(ZBASE_SOURCE_DIR "/cmake/exports.txt");
     std::vector<std::string> exports;
-    for (std::string line; std::getline(file, line);) exports.push_back(line);
+    for (const char* list :
+         {ZBASE_SOURCE_DIR "/cmake/exports.txt", ZBASE_SOURCE_DIR "/cmake/exports-zlitexml.txt"}) {
+        std::ifstream file(list);
+        for (std::string line; std::getline(file, line);) exports.push_back(line);
+    }
     ASSERT_GT(exports.size(), 400u);
     std::vector<std::string_view> names;
     for (const Row& row : test::Rows()) names.insert(names.end(), row.covers.begin(), row.covers.end());

@@ -40,7 +40,7 @@ void AddDocuments(std::vector<Row>& rows) {
             const std::size_t length = std::string_view(document.name).starts_with("Most") ? 12'288 : 2048;
             const std::size_t piece = isWhole ? std::size_t{1} << 40 : length / 8;
             rows.push_back({std::string("reading ") + document.name + (isWhole ? "" : " in pieces"),
-                            {"ZBase::GetSerializerFromXML"},
+                            {"ZBase::GetSerializerFromXML", "ZLiteXML::CreateReader"},
                             length,
                             [&document, piece](std::size_t size) {
                                 return Over(document.make(size),
@@ -147,7 +147,7 @@ void AddWriting(std::vector<Row>& rows) {
     for (const Written& what : kWritten) {
         for (const unsigned int indentation : {0u, 8u}) {
             rows.push_back({std::string("writing ") + what.name + (indentation == 0 ? "" : ", indented"),
-                            {"ZBase::SerializeToXML"},
+                            {"ZBase::SerializeToXML", "ZLiteXML::CreateStringWriter"},
                             what.length,
                             [&what, indentation](std::size_t count) {
                                 return Job([&what, indentation, count] {
@@ -158,14 +158,17 @@ void AddWriting(std::vector<Row>& rows) {
                                 });
                             }});
         }
-        rows.push_back(
-            {std::string("writing to a file ") + what.name, {}, what.filed, [&what](std::size_t count) {
-                 const auto place = std::make_shared<TemporaryFile>();
-                 return Job([&what, count, place] {
-                     const auto writer = ZLiteXML::CreateFileWriter(place->Path(), {.replace = true});
-                     what.write(*writer, count);
-                 });
-             }});
+        rows.push_back({std::string("writing to a file ") + what.name,
+                        {"ZLiteXML::CreateFileWriter"},
+                        what.filed,
+                        [&what](std::size_t count) {
+                            const auto place = std::make_shared<TemporaryFile>();
+                            return Job([&what, count, place] {
+                                const auto writer =
+                                    ZLiteXML::CreateFileWriter(place->Path(), {.replace = true});
+                                what.write(*writer, count);
+                            });
+                        }});
     }
 }
 

@@ -21,8 +21,10 @@ constexpr int kFrames = 16;
 struct State {
     bool isArmed = false;
     EFailing failing = EFailing::eHeap;
-    std::size_t left = kNever;  // calls before the one that fails
-    const char* failed = nullptr;
+    std::size_t left = kNever;     // calls before the one that fails
+    const char* failed = nullptr;  // the first of them
+    long mappingsLeft = 0;         // as they could not be given back
+    long blocksLeft = 0;           // as they could not be made writable
     void* frames[kFrames] = {};
     int frameCount = 0;
 };
@@ -37,14 +39,20 @@ const int kWarm = [] {
     return backtrace(frames, 2);
 }();
 
-bool IsTurn(EFailing failing, const char* name) noexcept {
+bool IsForGood(EFailing failing) noexcept {
+    return failing == EFailing::eHeapForGood || failing == EFailing::eSystemForGood;
+}
+
+bool IsTurn(EFailing failing, EFailing forGood, const char* name) noexcept {
     State& state = tState;
-    if (!state.isArmed || state.failing != failing || state.left == kNever) return false;
+    if (!state.isArmed || (state.failing != failing && state.failing != forGood) || state.left == kNever)
+        return false;
     if (state.left != 0) {
         --state.left;
         return false;
     }
-    state.left = kNever;
+    if (!IsForGood(state.failing)) state.left = kNever;
+    if (state.failed != nullptr) return true;
     state.failed = name;
     state.isArmed = false;
     state.frameCount = backtrace(state.frames, kFrames);
@@ -60,7 +68,8 @@ std::vector<std::string_view>& Names() {
 }  // namespace
 
 const char* NameOf(EFailing failing) {
-    constexpr const char* kNames[] = {"heap", "system", "interruption", "short transfer"};
+    constexpr const char* kNames[] = {"heap",           "system",        "interruption",
+                                      "short transfer", "heap for good", "system for good"};
     return kNames[static_cast<int>(failing)];
 }
 
@@ -104,7 +113,8 @@ Armed::~Armed() {
 Holdings PresentHoldings() {
     Holdings holdings{sBlocks, sMappings, 0};
     // Who can't give pages back has them, whatever he does.
-    if (HasFailed() && std::strcmp(tState.failed, "munmap") == 0) --holdings.mappings;
+    holdings.mappings -= tState.mappingsLeft;
+    holdings.blocks -= tState.blocksLeft;
     for (int descriptor = 0; descriptor != 256; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) >= 0) ++holdings.descriptors;
     }
@@ -121,14 +131,21 @@ Interposition::Interposition(const char* name) {
 }
 
 bool Fails(const char* name, int error, bool isInterruptible) noexcept {
-    const bool isFailing = error != 0 && IsTurn(EFailing::eSystem, name);
-    if (!isFailing && !(isInterruptible && IsTurn(EFailing::eInterrupted, name))) return false;
+    const bool isFailing = error != 0 && IsTurn(EFailing::eSystem, EFailing::eSystemForGood, name);
+    if (!isFailing && !(isInterruptible && IsTurn(EFailing::eInterrupted, EFailing::eInterrupted, name)))
+        return false;
+    if (std::strcmp(name, "munmap") == 0) ++tState.mappingsLeft;
+    if (std::strcmp(name, "mprotect") == 0) ++tState.blocksLeft;
     errno = isFailing ? error : EINTR;
     return true;
 }
 
 bool IsShort(const char* name) noexcept {
-    return IsTurn(EFailing::eShort, name);
+    return IsTurn(EFailing::eShort, EFailing::eShort, name);
+}
+
+void EndShortage() noexcept {
+    if (tState.failing == EFailing::eHeapForGood) tState.left = kNever;
 }
 
 void CountMappings(int more) noexcept {
@@ -142,7 +159,7 @@ void CountMappings(int more) noexcept {
 namespace {
 
 bool Refuses(const char* name) {
-    if (!test::IsTurn(test::EFailing::eHeap, name)) return false;
+    if (!test::IsTurn(test::EFailing::eHeap, test::EFailing::eHeapForGood, name)) return false;
     errno = ENOMEM;
     return true;
 }

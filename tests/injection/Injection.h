@@ -13,14 +13,17 @@ namespace test {
 
 /// What fails, and how.
 enum class EFailing {
-    eHeap,         // an allocation gives null
-    eSystem,       // a call of the system fails
-    eInterrupted,  // a call that a signal may interrupt ends with EINTR
-    eShort,        // a transfer of octets moves one
+    eHeap,           // an allocation gives null
+    eSystem,         // a call of the system fails
+    eInterrupted,    // a call that a signal may interrupt ends with EINTR
+    eShort,          // a transfer of octets moves one
+    eHeapForGood,    // an allocation and all that come after it, until the thread sleeps
+    eSystemForGood,  // a call of the system and all that come after it
 };
 
-inline constexpr EFailing kAllFailing[] = {EFailing::eHeap, EFailing::eSystem, EFailing::eInterrupted,
-                                           EFailing::eShort};
+inline constexpr EFailing kAllFailing[] = {EFailing::eHeap,        EFailing::eSystem,
+                                           EFailing::eInterrupted, EFailing::eShort,
+                                           EFailing::eHeapForGood, EFailing::eSystemForGood};
 
 const char* NameOf(EFailing failing);
 

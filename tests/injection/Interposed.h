@@ -16,6 +16,9 @@ bool Fails(const char* name, int error, bool isInterruptible) noexcept;
 /// Whether this transfer is the one that moves a single octet.
 bool IsShort(const char* name) noexcept;
 
+/// Other threads give memory back while this one sleeps.
+void EndShortage() noexcept;
+
 /// What happened to the number of live mappings.
 void CountMappings(int more) noexcept;
 

@@ -75,6 +75,8 @@ struct Operation {
     unsigned int ends;  // what it may end in
     void (*run)(Trial&);
     EWhere where = EWhere::eBoth;
+    /// What its header says of a failure that lasts, if that is another end than those.
+    const char* whenItLasts = nullptr;
 };
 
 std::vector<Operation> FrameOperations();
@@ -84,6 +86,7 @@ std::vector<Operation> MemoryOperations();
 std::vector<Operation> PlatformOperations();
 std::vector<Operation> DiagnosticsOperations();
 std::vector<Operation> CrashOperations();
+std::vector<Operation> XmlOperations();
 
 /// All of them.
 const std::vector<Operation>& Operations();

@@ -56,9 +56,9 @@ void* OpenDebugHelp() {
     return library;
 }
 
-void CloseDebugHelp(void* library) {
-    dlclose(library);
-}
+// It stays loaded: threads may be in it when this library is unloaded, and end later with what they keep for
+// it. Were it marked so itself, a loader that runs out of memory would leave it behind, opened by half.
+void CloseDebugHelp(void*) {}
 
 EntryPoint FindDebugHelpEntry(void* library, const char* name) {
     void* const entry = dlsym(library, name);
