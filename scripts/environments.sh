@@ -72,7 +72,9 @@ in_read_only_disk() {
     exec "$@"
 }
 
+# The loader finds no libraries beside a program then; installed ones are where it looks.
 in_no_proc() {
+    export LD_LIBRARY_PATH=$build/Base:$build/ZLiteXML
     mount -t tmpfs -o ro tmpfs /proc
     exec "$@"
 }

@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace {
 
@@ -179,6 +180,7 @@ constexpr unsigned int kNeeded[] = {
     SYS_times,
     SYS_sched_yield,
     SYS_uname,
+    SYS_getrandom,  // without it the C library ends the process, and no connection is encrypted
     SYS_getrlimit,
     SYS_setrlimit,
     SYS_prlimit64,
@@ -208,7 +210,7 @@ constexpr unsigned int kNeeded[] = {
 
 void RefuseTheRest(unsigned int error) {
     constexpr std::size_t count = sizeof kNeeded / sizeof *kNeeded;
-    static sock_filter program[count * 2 + 8];
+    static sock_filter program[count * 2 + 16];
     std::size_t length = 0;
     const auto add = [&](const sock_filter& line) { program[length++] = line; };
     add(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
@@ -216,8 +218,11 @@ void RefuseTheRest(unsigned int error) {
         add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
         add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     }
-    if (error != ENOSYS) {  // the C library takes another way only where a call does not exist
-        add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1));
+    // The C library, and the C++ library where it copies files, take another way only where these do not
+    // exist.
+    for (const unsigned int call :
+         std::initializer_list<unsigned int>{SYS_clone3, SYS_sendfile, SYS_copy_file_range}) {
+        add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
         add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS));
     }
     add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (error & SECCOMP_RET_DATA)));
