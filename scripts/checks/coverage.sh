@@ -16,14 +16,30 @@ programs=("$@")
 [ $# -gt 0 ] || programs=(frame text text_detail memory messages zlitexml switches platform platform_os scripted diagnostics crash
     injection)
 
-# run PROGRAM: whether its tests pass is for those who run them with nothing added; it matters here that they came to their end.
+# run PROGRAM [COMMAND...]: by this command. Whether its tests pass is for those who run them with nothing added; it matters here that
+# they came to their end.
 run() {
-    local place=build/release/tests log=$build/$1.log
-    case $1 in text_detail | scripted | platform | platform_os) place=$build/tests ;; esac
-    echo "$1"
-    (cd "$place" && LD_LIBRARY_PATH=$build/Base:$build/ZLiteXML LD_PRELOAD=$build/tests/libCountedProcess.so timeout 1800 \
-        "./$1_tests" --gtest_brief=1 --gtest_filter="-$slow" >"$log" 2>&1) || :
-    grep '^\[==========\]\|^\[  FAILED  \] [^ ]*$' "$log" || { tail -5 "$log"; echo "$1_tests did not come to its end"; exit 1; }
+    local program=$1 place=build/release/tests log=$build/$1.log
+    shift
+    case $program in text_detail | scripted | platform | platform_os) place=$build/tests ;; esac
+    echo "$program"
+    (cd "$place" && LD_LIBRARY_PATH=$build/Base:$build/ZLiteXML LD_PRELOAD=$build/tests/libCountedProcess.so timeout 1800 "$@" \
+        "./${program}_tests" --gtest_brief=1 --gtest_filter="-$slow" >"$log" 2>&1) || :
+    grep '^\[==========\]\|^\[  FAILED  \] [^ ]*$' "$log" || { tail -5 "$log"; echo "${program}_tests did not come to its end"; exit 1; }
+}
+
+# Where the system refuses what a program can do without, and without /proc. Neither keeps the counters from being written.
+run_in_want() {
+    local program without_proc='mount -t tmpfs -o ro tmpfs /proc && exec "$@"'
+    for program in platform_os diagnostics crash; do
+        [[ " ${programs[*]} " == *" $program "* ]] || continue
+        echo "where calls are refused:"
+        run "$program" env ZBASE_TIGHT=refused=38 \
+            LD_PRELOAD="$build/tests/libCountedProcess.so $PWD/build/release/tests/libTightProcess.so"
+        unshare --mount --propagation=private true 2>/dev/null || continue
+        echo "without /proc:"
+        run "$program" unshare --mount --propagation=private bash -c "$without_proc" without_proc
+    done
 }
 
 # gcov writes a file for each source of an object into the current directory, which is one of its own. What gcovr is to find
@@ -40,6 +56,7 @@ count() {
 if [ "${ZBASE_COVERAGE_OF-}" != gathered ]; then
     [ -n "${ZBASE_COVERAGE_ADD-}" ] || find "$build" -name '*.gcda' -delete
     for program in "${programs[@]}"; do run "$program"; done
+    run_in_want
 fi
 
 place=$(mktemp -d)

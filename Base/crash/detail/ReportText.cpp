@@ -1,16 +1,11 @@
 #include <Base/crash/detail/ReportText.h>
-#include <Base/frame/Exceptions.h>
-#include <Base/text/MultibyteConversions.h>
 #include <Base/text/UnicodeConversions.h>
+#include <Base/text/detail/LoneSurrogates.h>
 
 namespace ZBase::detail {
 
 std::string ReportText(const WideString& text) {
-    try {
-        return WideCharToUTF8(text.c_str(), true).c_str();
-    } catch (const StringConversionException&) {  // a lone surrogate
-        return WideCharToASCII(text.c_str(), true).c_str();
-    }
+    return WideCharToUTF8(ReplaceLoneSurrogates(text.c_str(), '?').c_str(), true).c_str();
 }
 
 std::string ReportName(const std::string& name) {

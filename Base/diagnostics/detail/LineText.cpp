@@ -1,6 +1,6 @@
 #include <Base/diagnostics/detail/LineText.h>
-#include <Base/frame/WideString.h>
 #include <Base/text/UnicodeConversions.h>
+#include <Base/text/detail/LoneSurrogates.h>
 
 #include <cstdio>
 
@@ -21,16 +21,7 @@ std::string LineText(const unsigned short* text) {
     while (end != nullptr && *end != 0 && *end < 0x80) ++end;
     if (end == nullptr || *end == 0) return std::string(text, end);  // ASCII, as nearly all are
     constexpr unsigned short kReplacement = 0xFFFD;
-    const auto isSurrogate = [](unsigned int unit, unsigned int first) { return unit - first < 0x400; };
-    WideString good;  // lone surrogates replaced, which the conversion rejects
-    for (; text != nullptr && *text != 0; ++text) {
-        if (isSurrogate(*text, 0xD800) && isSurrogate(text[1], 0xDC00)) {
-            good.append(text++, 2);
-        } else {
-            good += isSurrogate(*text, 0xD800) || isSurrogate(*text, 0xDC00) ? kReplacement : *text;
-        }
-    }
-    return WideCharToUTF8(good.c_str(), true).c_str();
+    return WideCharToUTF8(ReplaceLoneSurrogates(text, kReplacement).c_str(), true).c_str();
 }
 
 }  // namespace ZBase::detail
