@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "tests/injection/CrashPlace.h"
 #include "tests/injection/Operation.h"
 #include "tests/injection/Texts.h"
 
@@ -18,46 +17,11 @@ namespace {
 using namespace ZBase::Literals;
 namespace fs = std::filesystem;
 
-constexpr char kGuid[] = "01234567-89ab-cdef-0123-456789abcdef";
-constexpr char kYounger[] = "11234567-89ab-cdef-0123-456789abcdef";
-
-/// A folder with a configuration and the dumps of earlier crashes.
-class Place {
-public:
-    Place() {
-        fs::create_directories(Dumps());
-        std::ofstream(Config())
-            << "[Config]\nServerURL=http://127.0.0.1:9/dev\nServerProdURL=http://127.0.0.1:9/prod\n"
-            << "dump_path=" << Dumps() << "\nsend_left=false\nattachment_log=" << mFolder
-            << "/server.log\n[CrashKeys]\nproduct=a server with a long name for its product\n";
-        setenv("ZENT_CRASH_CONFIG_FILE", Config().c_str(), 1);
-    }
-    ~Place() {
-        unsetenv("ZENT_CRASH_CONFIG_FILE");
-        fs::remove_all(mFolder);
-    }
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-
-    std::string Config() const { return mFolder + "/crash_report.ini"; }
-    std::string Dumps() const { return mFolder + "/a folder for the dumps"; }
-    std::string Dump(const std::string& guid) const { return Dumps() + "/" + guid + ".dmp"; }
-
-    void LeaveDumps() const {
-        for (const char* guid : {kGuid, kYounger}) {
-            std::ofstream(Dump(guid)) << "MDMP and so on";
-            fs::create_directory(Dumps() + "/" + guid + ".attachments");
-            std::ofstream(Dumps() + "/" + guid + ".attachments/log") << "a line";
-        }
-    }
-
-private:
-    // The same each time: the C library keeps each value that a variable has had.
-    std::string mFolder = "/tmp/zbase-injection-" + std::to_string(getpid());
-};
+constexpr const char* kGuid = CrashPlace::kGuids[0];
+constexpr const char* kYounger = CrashPlace::kGuids[1];
 
 void ReadsAConfiguration(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     const std::string path = place.Config();
     ZBase::CrashConfigTable settings;
     ZBase::CrashConfigTable keys;
@@ -87,7 +51,7 @@ void ReadsAConfiguration(Trial& trial) {
 }
 
 void LooksAfterDumps(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     place.LeaveDumps();
     const std::string directory = place.Dumps();
     const ZBase::CrashConfigTable settings{{"max_dumps"_w, "1"_w}};
@@ -115,7 +79,7 @@ void LooksAfterDumps(Trial& trial) {
 }
 
 void ClaimsADump(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     place.LeaveDumps();
     const std::string path = place.Dump(kGuid);
     bool isMarked = false;
@@ -157,7 +121,7 @@ void SetsKeys(Trial& trial) {
 }
 
 void Installs(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     bool isInstalled = false;
     trial([&] { isInstalled = ZBase::InstallCrashHandler(); });
     EXPECT_TRUE(isInstalled || !trial.IsUntouched());
@@ -171,7 +135,7 @@ void InstallsAStack(Trial& trial) {
 }
 
 void DumpsOnDemand(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     EXPECT_TRUE(ZBase::InstallCrashHandler());
     bool isWritten = false;
     trial([&] { isWritten = ZBase::CreateDump(); });
@@ -180,7 +144,7 @@ void DumpsOnDemand(Trial& trial) {
 }
 
 void SendsAReport(Trial& trial) {
-    const Place place;
+    const CrashPlace place;
     const std::string file = place.Config();
     const ZBase::WideString path(file.begin(), file.end());
     const ZBase::WideString checkpoint = path + ZBase::WideString(".checkpoint"_w);

@@ -3,11 +3,13 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
 
 #include "tests/injection/Interposed.h"
 
@@ -16,17 +18,17 @@ namespace test {
 namespace {
 
 constexpr std::size_t kNever = static_cast<std::size_t>(-1);
-constexpr int kFrames = 16;
+constexpr int kFrames = std::extent_v<decltype(Failure::frames)>;
 
 struct State {
     bool isArmed = false;
     EFailing failing = EFailing::eHeap;
-    std::size_t left = kNever;     // calls before the one that fails
-    const char* failed = nullptr;  // the first of them
-    long mappingsLeft = 0;         // as they could not be given back
-    long blocksLeft = 0;           // as they could not be made writable
-    void* frames[kFrames] = {};
-    int frameCount = 0;
+    std::size_t left = kNever;  // calls before the one that fails
+    Failure failure;            // the first of them
+    Failure* witness = nullptr;
+    pid_t process = 0;      // that prepared it
+    long mappingsLeft = 0;  // as they could not be given back
+    long blocksLeft = 0;    // as they could not be made writable
 };
 
 thread_local State tState;
@@ -52,11 +54,22 @@ bool IsTurn(EFailing failing, EFailing forGood, const char* name) noexcept {
         return false;
     }
     if (!IsForGood(state.failing)) state.left = kNever;
-    if (state.failed != nullptr) return true;
-    state.failed = name;
-    state.isArmed = false;
-    state.frameCount = backtrace(state.frames, kFrames);
-    state.isArmed = true;
+    if (state.failure.name != nullptr) return true;
+    // A process that another made for its dump may have had its number before.
+    const bool wasElsewhere = state.witness != nullptr && state.witness->name != nullptr;
+    if (wasElsewhere && !IsForGood(state.failing)) return false;
+    state.failure.name = name;
+    // The stack of a process that another made for its dump has no room for more.
+    if (getpid() == state.process) {
+        state.isArmed = false;
+        state.failure.frameCount = backtrace(state.failure.frames, kFrames);
+        state.isArmed = true;
+    } else {
+        void** frame = static_cast<void**>(__builtin_frame_address(0));  // this program has frame pointers
+        for (int& count = state.failure.frameCount; count != 3; frame = static_cast<void**>(*frame))
+            state.failure.frames[count++] = frame[1];
+    }
+    if (state.witness != nullptr && !wasElsewhere) *state.witness = state.failure;
     return true;
 }
 
@@ -73,14 +86,16 @@ const char* NameOf(EFailing failing) {
     return kNames[static_cast<int>(failing)];
 }
 
-void PrepareFailure(EFailing failing, std::size_t index) {
+void PrepareFailure(EFailing failing, std::size_t index, Failure* witness) {
     tState = {};
+    tState.witness = witness;
+    tState.process = getpid();
     tState.failing = failing;
     tState.left = index;
 }
 
 bool HasFailed() {
-    return tState.failed != nullptr;
+    return tState.failure.name != nullptr;
 }
 
 bool MayFail() {
@@ -88,12 +103,16 @@ bool MayFail() {
 }
 
 std::string DescribeFailure() {
-    if (!HasFailed()) return "no failure";
-    std::string text = tState.failed;
-    for (int i = 2; i < tState.frameCount; ++i) {
+    return Describe(tState.failure);
+}
+
+std::string Describe(const Failure& failure) {
+    if (failure.name == nullptr) return "no failure";
+    std::string text = failure.name;
+    for (int i = 2; i < failure.frameCount; ++i) {
         Dl_info module{};
-        if (dladdr(tState.frames[i], &module) == 0) continue;
-        const auto offset = static_cast<char*>(tState.frames[i]) - static_cast<char*>(module.dli_fbase);
+        if (dladdr(failure.frames[i], &module) == 0) continue;
+        const auto offset = static_cast<char*>(failure.frames[i]) - static_cast<char*>(module.dli_fbase);
         char line[512];
         std::snprintf(line, sizeof line, "\n    %s+0x%lx %s", module.dli_fname, static_cast<long>(offset),
                       module.dli_sname == nullptr ? "" : module.dli_sname);

@@ -27,8 +27,16 @@ inline constexpr EFailing kAllFailing[] = {EFailing::eHeap,        EFailing::eSy
 
 const char* NameOf(EFailing failing);
 
-/// From now on number `index`, counted from 0, of the armed calls of this kind fails.
-void PrepareFailure(EFailing failing, std::size_t index);
+/// A call that failed: its name, or null, and from where it was made.
+struct Failure {
+    const char* name = nullptr;
+    void* frames[16] = {};
+    int frameCount = 0;
+};
+
+/// From now on number `index`, counted from 0, of the armed calls of this kind fails. A `witness`, in memory
+/// that another process sees too, is told of the first of them.
+void PrepareFailure(EFailing failing, std::size_t index, Failure* witness = nullptr);
 
 /// Whether it has come to that.
 bool HasFailed();
@@ -38,6 +46,7 @@ bool MayFail();
 
 /// Which call it was, and from where, by modules and offsets for `addr2line`.
 std::string DescribeFailure();
+std::string Describe(const Failure& failure);
 
 /// Counts and lets fail while it lives.
 class Armed {

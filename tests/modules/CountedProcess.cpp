@@ -1,12 +1,15 @@
 // CountedProcess, loaded in front of a program by LD_PRELOAD, keeps what the libraries of the preset
 // "coverage" counted in processes that end without their exit handlers: by _exit, abort and quick_exit, and
-// by a signal whose handler puts back the standard action. Elsewhere it does nothing.
+// by a signal whose handler puts back the standard action, and in those that a process with this kills.
+// Elsewhere it does nothing.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -22,17 +25,26 @@ int (*sSetAction)(int, const struct sigaction*, struct sigaction*);
 void (*sExit)(int);
 void (*sQuickExit)(int);
 void (*sAbort)();
+int (*sKill)(pid_t, int);
 std::atomic<bool>* sHeapIsForbidden;  // of tests/children/ForbiddenHeap.h, or null
+
+constexpr int kEnd = 34;  // the first real-time signal, which the libraries do not take
+
+void End(int);
 
 [[gnu::constructor]] void FindAll() {
     if (sExit != nullptr) return;
     sSetAction = Find<int(int, const struct sigaction*, struct sigaction*)>(RTLD_NEXT, "sigaction");
     sQuickExit = Find<void(int)>(RTLD_NEXT, "quick_exit");
     sAbort = Find<void()>(RTLD_NEXT, "abort");
+    sKill = Find<int(pid_t, int)>(RTLD_NEXT, "kill");
     sKeep = Find<void()>(RTLD_DEFAULT, "__gcov_dump");  // of all libraries
     sBeginAnew = Find<void()>(RTLD_DEFAULT, "__gcov_reset");
     sHeapIsForbidden = static_cast<std::atomic<bool>*>(dlsym(RTLD_DEFAULT, "gHeapIsForbidden"));
     sExit = Find<void(int)>(RTLD_NEXT, "_exit");
+    struct sigaction action {};
+    action.sa_handler = End;
+    sSetAction(kEnd, &action, nullptr);
 }
 
 // The handler of a crash may hold a lock that this needs, such as the heap's: then the process ends without
@@ -52,6 +64,26 @@ void KeepCounters() {
     if (isForbidden) *sHeapIsForbidden = true;
     alarm(0);
     sIsKeeping = false;
+}
+
+void End(int) {
+    KeepCounters();
+    sKill(getpid(), SIGKILL);
+}
+
+/// Whether a process has this in front of it, and lives.
+bool IsCounted(pid_t process) {
+    char path[40];
+    char line[200];
+    std::snprintf(path, sizeof path, "/proc/%d/status", process);
+    std::FILE* const file = std::fopen(path, "re");
+    bool isCounted = false;
+    while (file != nullptr && std::fgets(line, sizeof line, file) != nullptr) {
+        if (std::strncmp(line, "SigCgt:", 7) == 0)
+            isCounted = (std::strtoull(line + 7, nullptr, 16) >> (kEnd - 1) & 1) != 0;
+    }
+    if (file != nullptr) std::fclose(file);
+    return isCounted;
 }
 
 bool EndsBy(int signal) {
@@ -89,4 +121,13 @@ ZBASE_INSTEAD int sigaction(int signal, const struct sigaction* action, struct s
     if (sSetAction == nullptr) FindAll();  // the start of another library
     if (action != nullptr && action->sa_handler == SIG_DFL && EndsBy(signal)) KeepCounters();
     return sSetAction(signal, action, before);
+}
+
+// One that is stopped, or waits with its signals blocked, ends without.
+ZBASE_INSTEAD int kill(pid_t process, int signal) noexcept {
+    if (signal == SIGKILL && process > 0 && process != getpid() && IsCounted(process)) {
+        sKill(process, kEnd);
+        for (int waited = 0; waited < 100 && IsCounted(process); ++waited) usleep(10'000);
+    }
+    return sKill(process, signal);
 }
