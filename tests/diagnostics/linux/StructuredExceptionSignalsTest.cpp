@@ -88,6 +88,7 @@ TEST(StructuredExceptionSignals, HundredThousandLeakNothing) {
         std::FILE* file = std::fopen("/proc/self/statm", "r");
         long total = 0;
         long pages = 0;
+        if (file == nullptr) return pages;  // it can't be seen
         EXPECT_EQ(std::fscanf(file, "%ld %ld", &total, &pages), 2);
         std::fclose(file);
         return pages;
