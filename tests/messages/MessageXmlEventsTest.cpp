@@ -188,6 +188,26 @@ TEST(MessageXmlEvents, EndsWithoutStartsDoNothing) {
     EXPECT_EQ(test::Layout(&message), "100-50: 34#5");
 }
 
+TEST(MessageXmlEvents, AnotherRootAddsToWhatIsThere) {
+    const auto fill = [](PlayedReader& reader, const char* domain, const char* id, const char* texts) {
+        reader.Start("m").Element("domain", domain).Element("id", id);
+        reader.Element("template", texts).Element("parameter", texts);
+        reader.Start("text").Attribute("language_id", "407").Text(texts).End("text").End("m");
+    };
+    Message message;
+    PlayedReader reader;
+    reader.PushHandler(ZBase::GetSerializerFromXML(message, reader).Get());
+    fill(reader, "Windows API", "1", "first");
+    fill(reader, "Server", "2", "the second one");
+    Message expected(300, 2, "the second one");
+    expected << "first" << "the second one";
+    expected.SetLocalizedText(0x407, "the second one");
+    EXPECT_TRUE(message == expected);
+    EXPECT_EQ(message.GetID(), 2);
+    EXPECT_EQ(message.GetTemplate(), std::string("the second one"));
+    EXPECT_EQ(message.GetLocalizedText(0x407), std::string("the second one"));
+}
+
 TEST(MessageXmlEvents, HandlerIsHandedOutWithOneReference) {
     Message message;
     PlayedReader reader;
