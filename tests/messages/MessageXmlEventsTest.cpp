@@ -200,7 +200,8 @@ TEST(MessageXmlEvents, AnotherRootAddsToWhatIsThere) {
     fill(reader, "Windows API", "1", "first");
     fill(reader, "Server", "2", "the second one");
     Message expected(300, 2, "the second one");
-    expected << "first" << "the second one";
+    expected << "first"
+             << "the second one";
     expected.SetLocalizedText(0x407, "the second one");
     EXPECT_TRUE(message == expected);
     EXPECT_EQ(message.GetID(), 2);

@@ -26,6 +26,7 @@ void (*sExit)(int);
 void (*sQuickExit)(int);
 void (*sAbort)();
 int (*sKill)(pid_t, int);
+volatile bool sIsKeeping;
 std::atomic<bool>* sHeapIsForbidden;  // of tests/children/ForbiddenHeap.h, or null
 
 constexpr int kEnd = 34;  // the first real-time signal, which the libraries do not take
@@ -50,7 +51,6 @@ void End(int);
 // The handler of a crash may hold a lock that this needs, such as the heap's: then the process ends without
 // its counters.
 void KeepCounters() {
-    static volatile bool sIsKeeping;
     if (sKeep == nullptr || sIsKeeping) return;
     sIsKeeping = true;
     sigset_t alarms;
@@ -66,7 +66,9 @@ void KeepCounters() {
     sIsKeeping = false;
 }
 
+// What ends already is not cut off in the midst of it.
 void End(int) {
+    if (sIsKeeping) return;
     KeepCounters();
     sKill(getpid(), SIGKILL);
 }
@@ -127,7 +129,7 @@ ZBASE_INSTEAD int sigaction(int signal, const struct sigaction* action, struct s
 ZBASE_INSTEAD int kill(pid_t process, int signal) noexcept {
     if (signal == SIGKILL && process > 0 && process != getpid() && IsCounted(process)) {
         sKill(process, kEnd);
-        for (int waited = 0; waited < 100 && IsCounted(process); ++waited) usleep(10'000);
+        for (int waited = 0; waited < 1000 && IsCounted(process); ++waited) usleep(10'000);
     }
     return sKill(process, signal);
 }
