@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/auxv.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <system_error>
 
 extern char** environ;
 
@@ -20,12 +22,26 @@ std::vector<std::string> StartProgram(int argc, char** argv) {
     return {argv, argv + argc};
 }
 
+namespace {
+
+constexpr char kThisProgram[] = "/proc/self/exe";
+
+// As it was started, where there is no /proc.
+std::filesystem::path ProgramPath() {
+    std::error_code failure;
+    const std::filesystem::path path = std::filesystem::read_symlink(kThisProgram, failure);
+    if (!failure) return path;
+    return std::filesystem::canonical(reinterpret_cast<const char*>(getauxval(AT_EXECFN)));
+}
+
+}  // namespace
+
 std::string ThisProgram() {
-    return "/proc/self/exe";
+    return access(kThisProgram, R_OK) == 0 ? kThisProgram : ProgramPath().string();
 }
 
 std::string ProgramDirectory() {
-    return std::filesystem::read_symlink(ThisProgram()).parent_path();
+    return ProgramPath().parent_path();
 }
 
 std::string FileOfCode(const void* code) {
