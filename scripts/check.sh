@@ -253,9 +253,9 @@ check_fuzzers() {
 # The lines that the fuzzers reach of what each is for.
 check_fuzz_coverage() { scripts/checks/fuzz_coverage.sh; }
 
-# The quick programs in two of the places; "scripts/soak.sh environments" has all places.
+# The quick programs in three of the places; "scripts/soak.sh environments" has all places.
 check_environments() {
-    scripts/environments.sh unknown_calls no_proc
+    scripts/environments.sh unknown_calls forbidden_calls no_proc
 }
 
 check_scripts() { tests/scripts/run.sh; }

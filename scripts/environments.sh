@@ -13,14 +13,15 @@
 #   small_stack       64 KiB for each stack
 #   nameless_user     a user without rights and without an entry in the user database
 #   locales           one locale of each encoding of Debian; of each language too with ZBASE_ALL_LOCALES=1
-# ZBASE_PRESET chooses the build, ZBASE_TEST_FILTER the tests, ZBASE_TEST_PROGRAMS the programs. Without the last it is those that
-# take seconds.
+# ZBASE_PRESET chooses the build, ZBASE_TEST_FILTER the tests, ZBASE_TEST_PROGRAMS the programs: without it those that take seconds,
+# by "all" those of texts, messages, XML, crashes and the command too, and then each line of a list has to have a test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$PWD
 build=$top/build/${ZBASE_PRESET:-release}
 tests=${ZBASE_TESTS_DIR:-$build/tests}
 quick="frame_tests memory_tests switches_tests platform_tests platform_os_tests diagnostics_tests"
+others="text_tests text_detail_tests messages_tests zlitexml_tests scripted_tests tools_tests crash_tests"
 everything=(descriptors few_descriptors full_disk read_only_disk no_proc no_network silent_resolver unknown_calls forbidden_calls
     address_space small_stack nameless_user locales)
 
@@ -125,10 +126,13 @@ fi
 
 # compare LIST COMMAND...: the tests by this command.
 compare() {
-    local list=$1 program programs=() whole=()
+    local list=$1 chosen=${ZBASE_TEST_PROGRAMS:-$quick} program programs=() whole=()
     shift
-    for program in ${ZBASE_TEST_PROGRAMS:-$quick}; do programs+=("$tests/$program"); done
-    [ -n "${ZBASE_TEST_PROGRAMS-}${ZBASE_TEST_FILTER-}" ] || whole=(--whole)
+    if [ "$chosen" = all ]; then
+        chosen="$quick $others"
+        [ -n "${ZBASE_TEST_FILTER-}" ] || whole=(--whole)
+    fi
+    for program in $chosen; do programs+=("$tests/$program"); done
     python3 scripts/support/environment_tests.py "tests/environments/$list.txt" "${programs[@]}" "${whole[@]}" --filter="${ZBASE_TEST_FILTER:-*}" -- "$@"
 }
 
@@ -138,13 +142,13 @@ locales() {
 }
 
 run_locales() {
-    local name charset failed=0
+    local name charset failed=0 programs=${ZBASE_TEST_PROGRAMS:-all}
+    [ "$programs" != all ] || programs="frame_tests messages_tests text_tests zlitexml_tests"
     while read -r name charset; do
         localedef -c -i "${name%%[.@]*}${name#"${name%%@*}"}" -f "$charset" "$scratch/$name" >/dev/null 2>&1 || [ -d "$scratch/$name" ] ||
             { echo "  $name can't be built"; continue; }
         echo "-- $name $charset"
-        ZBASE_TEST_PROGRAMS=${ZBASE_TEST_PROGRAMS-"frame_tests messages_tests text_tests zlitexml_tests"} \
-            compare locales "$0" --in locale "$scratch" "$name" || failed=1
+        ZBASE_TEST_PROGRAMS=$programs compare locales "$0" --in locale "$scratch" "$name" || failed=1
         rm -rf "${scratch:?}/$name"
     done < <(locales)
     return $failed

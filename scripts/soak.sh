@@ -35,7 +35,9 @@ soak_growth() {
 soak_environments() {
     scripts/setup.sh check
     scripts/build.sh
-    ZBASE_ALL_LOCALES=1 scripts/environments.sh
+    ZBASE_TEST_PROGRAMS=all scripts/environments.sh unknown_calls forbidden_calls no_proc
+    ZBASE_ALL_LOCALES=1 scripts/environments.sh descriptors few_descriptors full_disk read_only_disk no_network silent_resolver \
+        address_space small_stack nameless_user locales
 }
 
 # The states of each function, as far as the analyser goes by itself.

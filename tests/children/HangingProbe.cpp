@@ -91,6 +91,7 @@ int main(int argc, char** argv) {
     alarm(100);
     const std::string what = argv[1];
     // Without crash reporting it installs no handler, and the signal is handled all the same.
+    std::signal(SIGQUIT, SIG_DFL);  // a shell lets programs in the background ignore it
     if (what == "signal" || what == "child") ZBase::InstallCrashHandler();
     if (what == "child") {
         const pid_t child = fork();
