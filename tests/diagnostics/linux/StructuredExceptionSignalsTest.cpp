@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <cstdio>
 
@@ -50,6 +51,42 @@ TEST(StructuredExceptionSignals, OneThatWasSentGoesToTheHandlerThatWasThereBefor
 TEST(StructuredExceptionSignals, ACallToNowhereThatNoCodeMadeGoesToThatHandlerToo) {
     ExpectToReachTheHandlerOfTheHost([] {
         OnTranslatedThread([] { asm volatile("pushq $16\n\tjmp *%0" : : "r"(0L) : "memory"); });
+    });
+}
+
+// As if the system told this thread of a fault.
+[[gnu::noipa]] void Tell(int signal, int reason) {
+    siginfo_t information{};
+    information.si_signo = signal;
+    information.si_code = reason;
+    const long process = getpid();
+    const long thread = gettid();
+    const long number = signal;
+    register const siginfo_t* fourth asm("r10") = &information;
+    long result = SYS_rt_tgsigqueueinfo;
+    asm volatile("syscall\n\tnop"
+                 : "+a"(result)
+                 : "D"(process), "S"(thread), "d"(number), "r"(fourth)
+                 : "rcx", "r11", "memory");
+}
+
+TEST(StructuredExceptionSignals, HaveACodeForEachReasonThatASystemMayTell) {
+    struct Row {
+        int signal;
+        int reason;
+        unsigned int code;
+    };
+    OnTranslatedThread([] {
+        for (const Row& row : {Row{SIGFPE, FPE_INTOVF, 0xC0000095}, Row{SIGFPE, FPE_FLTDIV, 0xC000008E},
+                               Row{SIGFPE, FPE_FLTOVF, 0xC0000091}, Row{SIGFPE, FPE_FLTRES, 0xC000008F},
+                               Row{SIGFPE, FPE_FLTINV, 0xC0000090}, Row{SIGFPE, FPE_FLTSUB, 0xC000008C},
+                               Row{SIGILL, ILL_PRVOPC, 0xC0000096}, Row{SIGILL, ILL_PRVREG, 0xC0000096},
+                               Row{SIGILL, ILL_ILLOPN, 0xC000001D}, Row{SIGTRAP, TRAP_TRACE, 0x80000004},
+                               Row{SIGTRAP, TRAP_HWBKPT, 0x80000004}, Row{SIGTRAP, TRAP_BRKPT, 0x80000003},
+                               Row{SIGBUS, BUS_ADRALN, 0x80000002}, Row{SIGBUS, BUS_OBJERR, 0xC0000006},
+                               Row{SIGSEGV, SEGV_MAPERR, 0xC0000005}, Row{SIGSEGV, SEGV_ACCERR, 0xC0000005}})
+            EXPECT_EQ(CodeOf([&row] { Tell(row.signal, row.reason); }), row.code)
+                << row.signal << " " << row.reason;
     });
 }
 
