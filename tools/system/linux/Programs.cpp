@@ -29,7 +29,7 @@ constexpr char kThisProgram[] = "/proc/self/exe";
 // As it was started, where there is no /proc.
 std::filesystem::path ProgramPath() {
     std::error_code failure;
-    const std::filesystem::path path = std::filesystem::read_symlink(kThisProgram, failure);
+    std::filesystem::path path = std::filesystem::read_symlink(kThisProgram, failure);
     if (!failure) return path;
     return std::filesystem::canonical(reinterpret_cast<const char*>(getauxval(AT_EXECFN)));
 }
