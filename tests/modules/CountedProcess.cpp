@@ -79,13 +79,16 @@ bool IsCounted(pid_t process) {
     char line[200];
     std::snprintf(path, sizeof path, "/proc/%d/status", process);
     std::FILE* const file = std::fopen(path, "re");
-    bool isCounted = false;
-    while (file != nullptr && std::fgets(line, sizeof line, file) != nullptr) {
+    if (file == nullptr) return false;
+    bool isCaught = false;
+    bool hasEnded = false;  // but nobody has waited for it
+    while (std::fgets(line, sizeof line, file) != nullptr) {
+        if (std::strncmp(line, "State:\tZ", 8) == 0) hasEnded = true;
         if (std::strncmp(line, "SigCgt:", 7) == 0)
-            isCounted = (std::strtoull(line + 7, nullptr, 16) >> (kEnd - 1) & 1) != 0;
+            isCaught = (std::strtoull(line + 7, nullptr, 16) >> (kEnd - 1) & 1) != 0;
     }
-    if (file != nullptr) std::fclose(file);
-    return isCounted;
+    std::fclose(file);
+    return isCaught && !hasEnded;
 }
 
 bool EndsBy(int signal) {
@@ -129,7 +132,7 @@ ZBASE_INSTEAD int sigaction(int signal, const struct sigaction* action, struct s
 ZBASE_INSTEAD int kill(pid_t process, int signal) noexcept {
     if (signal == SIGKILL && process > 0 && process != getpid() && IsCounted(process)) {
         sKill(process, kEnd);
-        for (int waited = 0; waited < 1000 && IsCounted(process); ++waited) usleep(10'000);
+        for (int waited = 0; waited < 500 && IsCounted(process); ++waited) usleep(10'000);
     }
     return sKill(process, signal);
 }
