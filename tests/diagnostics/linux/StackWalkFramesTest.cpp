@@ -79,6 +79,65 @@ FaultsAtOnce:
 )");
 extern "C" void FaultsAtOnce();
 
+// Frames that are found by RBX, from within a function that has it in another register, or has lost it and
+// knows only that it is the place of its own frame.
+asm(R"(
+    .macro FRAME name, inner, room
+\name:
+    .cfi_startproc
+    push %rbx
+    .cfi_def_cfa_offset 16
+    .cfi_offset %rbx, -16
+    mov %rsp, %rbx
+    .cfi_def_cfa_register %rbx
+    sub $\room, %rsp
+    call \inner
+    mov %rbx, %rsp
+    .cfi_def_cfa %rsp, 16
+    pop %rbx
+    .cfi_def_cfa_offset 8
+    ret
+    .cfi_endproc
+    .endm
+    .text
+    FRAME AroundOneInAnotherRegister, KeepsItInAnotherRegister, 80
+    FRAME AroundOneAtAPlace, KnowsItsPlace, 0
+KeepsItInAnotherRegister:
+    .cfi_startproc
+    push %r12
+    .cfi_def_cfa_offset 16
+    .cfi_offset %r12, -16
+    mov %rbx, %r12
+    .cfi_register %rbx, %r12
+    xor %ebx, %ebx
+    mov %rdi, %rax
+    mov %rsi, %rdi
+    call *%rax
+    mov %r12, %rbx
+    .cfi_restore %rbx
+    pop %r12
+    .cfi_def_cfa_offset 8
+    ret
+    .cfi_endproc
+KnowsItsPlace:
+    .cfi_startproc
+    sub $8, %rsp
+    .cfi_def_cfa_offset 16
+    .cfi_escape 0x14, 3, 0
+    xor %ebx, %ebx
+    mov %rdi, %rax
+    mov %rsi, %rdi
+    call *%rax
+    lea 16(%rsp), %rbx
+    .cfi_restore %rbx
+    add $8, %rsp
+    .cfi_def_cfa_offset 8
+    ret
+    .cfi_endproc
+)");
+extern "C" int AroundOneInAnotherRegister(int (*innermost)(void*), void* argument);
+extern "C" int AroundOneAtAPlace(int (*innermost)(void*), void* argument);
+
 namespace {
 
 constexpr int kSanitizersFrames = test::kIsSanitized ? 1 : 0;
@@ -121,6 +180,23 @@ TEST(StackWalkFrames, GoThroughARealignedFrameInsideOneThatNeedsItsFramePointer)
     for (int round = 0; round != 2; ++round) {
         Walk walk;
         OfVariableSize(100, ThroughRealigned, &walk);
+        ExpectAgreement(walk);
+    }
+}
+
+TEST(StackWalkFrames, GoThroughOnesWhoseRegisterIsInAnother) {
+    for (int round = 0; round != 2; ++round) {
+        Walk walk;
+        AroundOneInAnotherRegister(WalkBoth, &walk);
+        ExpectAgreement(walk);
+    }
+}
+
+// DW_CFA_val_offset.
+TEST(StackWalkFrames, GoThroughOnesWhoseRegisterIsAPlaceInTheirFrame) {
+    for (int round = 0; round != 2; ++round) {
+        Walk walk;
+        AroundOneAtAPlace(WalkBoth, &walk);
         ExpectAgreement(walk);
     }
 }
