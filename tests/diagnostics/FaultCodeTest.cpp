@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -129,6 +130,17 @@ TEST(FaultCodeOfADivision, TellsAZeroFromAnOverflowInMemory) {
                      : "r"(row)
                      : "eax", "edx", "cc", "memory");
     });
+    ExpectCodesOfDivision(
+        [](int divisor) {  // an address of four octets, in a register whose others say nothing
+            static void* const sPage =
+                mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
+            *static_cast<int*>(sPage) = divisor;
+            const unsigned long address = reinterpret_cast<unsigned long>(sPage) | 0x12345678UL << 32;
+            asm volatile("movl $0x80000000, %%eax\n\tcltd\n\tidivl (%%ecx)"
+                         :
+                         : "c"(address)
+                         : "eax", "edx", "cc", "memory");
+        });
     ExpectCodesOfDivision([](int divisor) {  // rip-relative
         static volatile int sDivisor;
         sDivisor = divisor;
