@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 
+// The failures of tests/injection are not for what is called meanwhile.
+[[gnu::visibility("default")]] volatile bool gIsKeepingCounters = false;
+
 namespace {
 
 template <typename Function>
@@ -26,7 +29,6 @@ void (*sExit)(int);
 void (*sQuickExit)(int);
 void (*sAbort)();
 int (*sKill)(pid_t, int);
-volatile bool sIsKeeping;
 std::atomic<bool>* sHeapIsForbidden;  // of tests/children/ForbiddenHeap.h, or null
 
 constexpr int kEnd = 34;  // the first real-time signal, which the libraries do not take
@@ -51,8 +53,8 @@ void End(int);
 // The handler of a crash may hold a lock that this needs, such as the heap's: then the process ends without
 // its counters.
 void KeepCounters() {
-    if (sKeep == nullptr || sIsKeeping) return;
-    sIsKeeping = true;
+    if (sKeep == nullptr || gIsKeepingCounters) return;
+    gIsKeepingCounters = true;
     sigset_t alarms;
     sigemptyset(&alarms);
     sigaddset(&alarms, SIGALRM);
@@ -63,12 +65,12 @@ void KeepCounters() {
     sBeginAnew();
     if (isForbidden) *sHeapIsForbidden = true;
     alarm(0);
-    sIsKeeping = false;
+    gIsKeepingCounters = false;
 }
 
 // What ends already is not cut off in the midst of it.
 void End(int) {
-    if (sIsKeeping) return;
+    if (gIsKeepingCounters) return;
     KeepCounters();
     sKill(getpid(), SIGKILL);
 }
