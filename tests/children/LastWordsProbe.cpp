@@ -101,6 +101,21 @@ void FreeTwice() {
     std::free(again);
 }
 
+std::string Repeated(const char* letter, int times) {
+    std::string text;
+    for (int i = 0; i != times; ++i) text += letter;
+    return text;
+}
+
+void AddLongNotes() {
+    ZBase::AddCrashNote(Repeated("a", 4096).c_str());
+    ZBase::AddCrashNote(Repeated("b", 4097).c_str());
+    ZBase::AddCrashNote(("c" + Repeated("\xC3\xA9", 3000)).c_str());
+    ZBase::AddCrashNote(("d" + Repeated("\xE2\x82\xAC", 2000)).c_str());
+    ZBase::AddCrashNote(("ee" + Repeated("\xF0\x9F\x98\x80", 1500)).c_str());
+    raise(SIGSEGV);
+}
+
 void AddNotes() {
     for (int i = 0; i != 10'000; ++i) ZBase::AddCrashNote(("note " + std::to_string(i)).c_str());
     ZBase::AddCrashNote("");
@@ -140,6 +155,7 @@ int Run(const std::string& kind) {
         {"demand", [] { ZBase::CreateDump(); }},
         {"notes", AddNotes},
         {"beside-notes", CrashBesideNotes},
+        {"long-notes", AddLongNotes},
     };
     kinds.at(kind)();
     return 0;

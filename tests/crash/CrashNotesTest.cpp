@@ -73,6 +73,19 @@ TEST_F(CrashNotes, NewestOnesAreInTheDump) {
         EXPECT_TRUE(notes.contains("note " + std::to_string(9999 - i))) << i;
 }
 
+TEST_F(CrashNotes, LongOnesAreCutBetweenCharacters) {
+    const auto repeated = [](const std::string& letter, int times) {
+        std::string text;
+        for (int i = 0; i != times; ++i) text += letter;
+        return text;
+    };
+    // Of 4096 octets: 1 + 2 * 2047, 1 + 3 * 1365, 2 + 4 * 1023.
+    EXPECT_EQ(NotesIn(DumpOf("long-notes")),
+              (std::multiset<std::string>{
+                  repeated("a", 4096), repeated("b", 4096), "c" + repeated("\xC3\xA9", 2047),
+                  "d" + repeated("\xE2\x82\xAC", 1365), "ee" + repeated("\xF0\x9F\x98\x80", 1023)}));
+}
+
 TEST_F(CrashNotes, WrittenBesideACrashAreWholeOrLeftOut) {
     const std::multiset<std::string> notes = NotesIn(DumpOf("beside-notes"));
     EXPECT_GT(notes.size(), 50u);
